@@ -1,0 +1,42 @@
+# The rooms of the house: one static library each, all of them together the shared library.
+
+set(VESK_ROOMS "" CACHE INTERNAL "")
+
+add_library(vesk_flags INTERFACE)
+target_include_directories(vesk_flags INTERFACE ${PROJECT_SOURCE_DIR})
+target_compile_options(vesk_flags INTERFACE -Wall -Wextra -Wshadow -Wnon-virtual-dtor -Wno-missing-field-initializers
+                       -fno-omit-frame-pointer $<$<BOOL:${VESK_WERROR}>:-Werror>
+                       $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>)
+if(VESK_SANITIZE)
+  target_compile_options(vesk_flags INTERFACE -fsanitize=${VESK_SANITIZE} -fno-sanitize-recover=all)
+  target_link_options(vesk_flags INTERFACE -fsanitize=${VESK_SANITIZE})
+endif()
+if(VESK_FUZZ)
+  target_compile_options(vesk_flags INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+# vesk_room(NAME DIR folder [USES rooms…] [LINK libraries…]): all .cpp files below the folder.
+function(vesk_room name)
+  cmake_parse_arguments(ROOM "" "DIR" "USES;LINK" ${ARGN})
+  file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/${ROOM_DIR}/*.cpp)
+  list(TRANSFORM ROOM_USES PREPEND vesk_)
+  if(sources)
+    add_library(vesk_${name} STATIC ${sources})
+    target_link_libraries(vesk_${name} PUBLIC vesk_flags ${ROOM_USES} ${ROOM_LINK})
+    set(VESK_ROOMS ${VESK_ROOMS} vesk_${name} CACHE INTERNAL "")
+  else()
+    add_library(vesk_${name} INTERFACE)
+    target_link_libraries(vesk_${name} INTERFACE vesk_flags ${ROOM_USES} ${ROOM_LINK})
+  endif()
+endfunction()
+
+# libvesk: every room whole, hidden but for what is marked for export.
+function(vesk_library)
+  file(WRITE ${CMAKE_BINARY_DIR}/vesk_library.cpp "")
+  add_library(vesk SHARED ${CMAKE_BINARY_DIR}/vesk_library.cpp)
+  foreach(room ${VESK_ROOMS})
+    target_link_libraries(vesk PRIVATE -Wl,--whole-archive $<TARGET_FILE:${room}> -Wl,--no-whole-archive ${room})
+  endforeach()
+  target_include_directories(vesk INTERFACE $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}> $<INSTALL_INTERFACE:include/vesk>)
+  set_target_properties(vesk PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION 0)
+endfunction()

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace vesk {
+
+/// Why a platform operation failed.
+struct NSError {
+  int64_t code = 0;         ///< 0 when there is no error
+  std::string description;  ///< one sentence for a person: what failed, and on which file
+  explicit operator bool() const { return code != 0; }
+};
+
+}  // namespace vesk

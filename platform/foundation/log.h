@@ -1,0 +1,33 @@
+#pragma once
+
+#include <cstdio>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "platform/foundation/export.h"
+
+namespace vesk {
+
+/// Writes one line to the system log: standard error, or the sink that the host has set.
+/// Safe from any thread; lines of different threads do not mix.
+VESK_EXPORT void NSLog(std::string_view line);
+
+/// Sends the lines of NSLog elsewhere; an empty function restores standard error. The sink is
+/// called on the logging thread, one line at a time, and must not log itself.
+VESK_EXPORT void setLogSink(std::function<void(std::string_view line)> sink);
+
+/// Where the library's own lines for standard output go: stdout unless the host has set another.
+VESK_EXPORT FILE* standardOutput();
+/// Sends the library's lines for standard output to `stream`, which the caller keeps open for as
+/// long as the library is used; null restores stdout.
+VESK_EXPORT void setStandardOutput(FILE* stream);
+/// Where the library's own lines for standard error go, with the same rules.
+VESK_EXPORT FILE* standardError();
+VESK_EXPORT void setStandardError(FILE* stream);
+
+/// printf to standardOutput() and to standardError(): one call, one write.
+VESK_EXPORT void printToOutput(const char* format, ...) __attribute__((format(printf, 1, 2)));
+VESK_EXPORT void printToError(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+}  // namespace vesk
