@@ -1,0 +1,200 @@
+#include "apps/vesk/choices.h"
+
+#include <fmt/core.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <optional>
+
+#include "apps/vesk/program.h"
+#include "platform/media/four_char_code.h"
+
+namespace vesk::program {
+namespace {
+
+std::string lowerCase(std::string text) {
+  for (char& character : text) character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
+  return text;
+}
+
+template <class Number>
+std::optional<Number> readNumber(std::string_view text) {
+  Number number{};
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return number;
+}
+
+std::vector<std::string> split(const std::string& text, char separator) {
+  std::vector<std::string> parts{""};
+  for (const char character : text) {
+    if (character == separator)
+      parts.emplace_back();
+    else
+      parts.back() += character;
+  }
+  return parts;
+}
+
+using Records = std::vector<std::shared_ptr<VeskDeviceInfo>>;
+
+/// The record that `text` names among `records`; `kind` and `option` are for the messages.
+std::shared_ptr<VeskDeviceInfo> chooseRecord(const Records& records, const std::string& text, const char* kind,
+                                             const char* option) {
+  if (records.empty())
+    throw Failure(kNoSuchDevice, fmt::format("no {} was found.", kind),
+                  "Plug one in, or use --capture simulated or --capture file:PATH.");
+  if (text.empty()) return records.front();
+  if (const auto index = readNumber<size_t>(text); index && *index < records.size()) return records[*index];
+  Records fitting;
+  for (const auto& record : records) {
+    if (record->path() == text) return record;
+    if (lowerCase(record->name()).find(lowerCase(text)) != std::string::npos) fitting.push_back(record);
+  }
+  if (fitting.size() == 1) return fitting.front();
+  if (fitting.empty())
+    throw Failure(kNoSuchDevice, fmt::format("no {} is called \"{}\".", kind, text),
+                  "\"vesk devices\" lists what there is.");
+  std::vector<std::string> names;
+  for (const auto& record : fitting) names.push_back(record->name());
+  throw Failure(kNoSuchDevice, fmt::format("\"{}\" fits more than one {}: {}.", text, kind, fmt::join(names, ", ")),
+                fmt::format("Name it by index or path with {}.", option));
+}
+
+void checkOpened(int32_t status, const VeskDeviceInfo& info) {
+  if (status != 0)
+    throw Failure(kBusy, fmt::format("\"{}\" could not be opened.", info.name()),
+                  "Close other programs that use it, or plug it in again.");
+}
+
+bool isRecordable(uint32_t codec) {
+  return codec == kCMVideoCodecType_H264 || codec == kCMPixelFormat_422YpCbCr8;
+}
+
+struct WantedPicture {
+  std::optional<uint32_t> codec;
+  std::optional<CMVideoDimensions> size;
+};
+
+WantedPicture readPictureChoice(const std::string& text) {
+  WantedPicture wanted;
+  if (text.empty()) return wanted;
+  for (const std::string& part : split(text, ':')) {
+    const auto numbers = split(part, 'x');
+    const auto width = readNumber<int32_t>(numbers[0]);
+    const auto height = numbers.size() == 2 ? readNumber<int32_t>(numbers[1]) : std::nullopt;
+    if (width && height)
+      wanted.size = CMVideoDimensions{*width, *height};
+    else if (part.size() == 4)
+      wanted.codec = uint32_t{static_cast<uint8_t>(part[0])} << 24 | uint32_t{static_cast<uint8_t>(part[1])} << 16 |
+                     uint32_t{static_cast<uint8_t>(part[2])} << 8 | static_cast<uint8_t>(part[3]);
+    else
+      throw Failure(kWrongUse, fmt::format("\"{}\" is no picture format.", text),
+                    "Write it like avc1:1280x720, avc1 or 1280x720.");
+  }
+  return wanted;
+}
+
+/// Lower is better: H.264 before raw pictures, then the largest up to 1280 × 720, then the smallest above.
+std::pair<int, int64_t> preference(const CMVideoFormatDescription& format) {
+  const auto size = format.dimensions();
+  const int64_t area = int64_t{size.width} * size.height;
+  return {format.mediaSubType() == kCMVideoCodecType_H264 ? 0 : 1, area <= 1280 * 720 ? -area : area};
+}
+
+uint32_t readSoundCodec(const std::string& text, const std::string& whole) {
+  if (text == "pcm") return kWaveFormatLinearPCM;
+  if (text == "aac") return kWaveFormatAAC;
+  throw Failure(kWrongUse, fmt::format("\"{}\" is no sound format.", whole),
+                "Write it like pcm:48000:2, pcm:48000, pcm or aac.");
+}
+
+}  // namespace
+
+std::shared_ptr<VeskVideoDevice> chooseCamera(const std::string& text) {
+  const auto records = VeskVideoDevice::getVideoDeviceList();
+  return VeskVideoDevice::initWithDeviceInfo(chooseRecord(*records, text, "camera", "--camera"));
+}
+
+std::shared_ptr<VeskAudioDevice> chooseMicrophone(const std::string& text) {
+  const auto records = VeskAudioDevice::getAudioDeviceList();
+  return VeskAudioDevice::initWithDeviceInfo(chooseRecord(*records, text, "microphone", "--mic"));
+}
+
+std::shared_ptr<VeskAudioDevice> defaultMicrophone() {
+  const auto records = VeskAudioDevice::getAudioDeviceList();
+  return records->empty() ? nullptr : VeskAudioDevice::initWithDeviceInfo(records->front());
+}
+
+void openDevice(VeskVideoDevice& camera) {
+  checkOpened(camera.openDevice(), *camera.deviceInfo());
+}
+void openDevice(VeskAudioDevice& microphone) {
+  checkOpened(microphone.openDevice(), *microphone.deviceInfo());
+}
+
+CMVideoFormatDescriptionRef chooseVideoFormat(VeskVideoDevice& camera, const std::string& text) {
+  const WantedPicture wanted = readPictureChoice(text);
+  if (wanted.codec && !isRecordable(*wanted.codec))
+    throw Failure(kWrongUse, fmt::format("a movie cannot hold {} pictures here.", fourCharString(*wanted.codec)),
+                  "Choose avc1 or 2vuy.");
+  CMVideoFormatDescriptionRef best;
+  for (const auto& format : camera.getSupportedFormats()) {
+    if (!isRecordable(format->mediaSubType())) continue;
+    if (wanted.codec && *wanted.codec != format->mediaSubType()) continue;
+    if (wanted.size && *wanted.size != format->dimensions()) continue;
+    if (!best || preference(*format) < preference(*best)) best = format;
+  }
+  if (!best)
+    throw Failure(kFailed,
+                  text.empty()
+                      ? fmt::format("\"{}\" offers no format that can be recorded.", camera.deviceInfo()->name())
+                      : fmt::format("\"{}\" does not offer {}.", camera.deviceInfo()->name(), text),
+                  "\"vesk formats\" lists what it offers; avc1 and 2vuy can be recorded.");
+  return best;
+}
+
+CMAudioFormatDescriptionRef chooseSoundFormat(VeskAudioDevice& microphone, const std::string& text) {
+  std::optional<uint32_t> codec;
+  std::optional<uint32_t> rate;
+  std::optional<uint32_t> channels;
+  if (!text.empty()) {
+    const auto parts = split(text, ':');
+    codec = readSoundCodec(parts[0], text);
+    if (parts.size() > 1) rate = readNumber<uint32_t>(parts[1]);
+    if (parts.size() > 2) channels = readNumber<uint32_t>(parts[2]);
+    if (parts.size() > 3 || (parts.size() > 1 && !rate) || (parts.size() > 2 && !channels)) readSoundCodec("", text);
+  }
+  if (const auto formats = microphone.getSupportedFormats()) {
+    for (const auto& format : *formats) {
+      const auto& description = format->streamBasicDescription();
+      const bool isHoldable = description.mFormatID == kWaveFormatAAC ||
+                              (description.mFormatID == kWaveFormatLinearPCM && description.mBitsPerChannel == 16);
+      if (!isHoldable) continue;
+      if (codec && *codec != description.mFormatID) continue;
+      if (rate && *rate != static_cast<uint32_t>(description.mSampleRate)) continue;
+      if (channels && *channels != description.mChannelsPerFrame) continue;
+      return format;
+    }
+  }
+  throw Failure(kFailed,
+                text.empty()
+                    ? fmt::format("\"{}\" offers no sound that can be recorded.", microphone.deviceInfo()->name())
+                    : fmt::format("\"{}\" does not offer {}.", microphone.deviceInfo()->name(), text),
+                "\"vesk formats\" lists what it offers; --no-audio records the picture alone.");
+}
+
+std::string soundCodecName(uint32_t formatID) {
+  switch (formatID) {
+    case kWaveFormatLinearPCM:
+      return "pcm";
+    case kWaveFormatAAC:
+      return "aac";
+    default:
+      return fmt::format("0x{:04x}", formatID);
+  }
+}
+
+}  // namespace vesk::program

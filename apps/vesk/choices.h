@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "devices/audio_device.h"
+#include "devices/device_info.h"
+#include "devices/video_device.h"
+#include "platform/media/format_description.h"
+
+namespace vesk::program {
+
+/// The camera that `text` names: an index from 0, a path, or a unique part of a name (letter case
+/// does not count); the first one when `text` is empty.
+/// @throws Failure when there is none, or more than one fits.
+std::shared_ptr<VeskVideoDevice> chooseCamera(const std::string& text);
+/// The microphone that `text` names, by the same rules.
+std::shared_ptr<VeskAudioDevice> chooseMicrophone(const std::string& text);
+/// The microphone that goes with no further word: the first one; null when there is none.
+std::shared_ptr<VeskAudioDevice> defaultMicrophone();
+
+/// Opens a device. @throws Failure when it cannot be opened.
+void openDevice(VeskVideoDevice& camera);
+void openDevice(VeskAudioDevice& microphone);
+
+/// A recordable picture format of an open camera that fits `text`: "avc1:1280x720", "avc1",
+/// "1280x720", or empty for the camera's best (H.264 before raw pictures, up to 1280 × 720).
+/// @throws Failure when the text cannot be read or nothing fits.
+CMVideoFormatDescriptionRef chooseVideoFormat(VeskVideoDevice& camera, const std::string& text);
+/// A sound format of an open microphone that fits `text`: "pcm:48000:2", "pcm:48000", "aac", or empty
+/// for the first that a movie can hold.
+CMAudioFormatDescriptionRef chooseSoundFormat(VeskAudioDevice& microphone, const std::string& text);
+
+/// "pcm", "aac", or the code as a hexadecimal number.
+std::string soundCodecName(uint32_t formatID);
+
+}  // namespace vesk::program

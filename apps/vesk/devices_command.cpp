@@ -1,0 +1,79 @@
+#include <fmt/core.h>
+
+#include <cstdio>
+
+#include "apps/vesk/commands.h"
+#include "apps/vesk/host.h"
+#include "devices/audio_device.h"
+#include "devices/device_manager.h"
+#include "devices/video_device.h"
+#include "platform/foundation/notification_center.h"
+
+namespace vesk::program {
+namespace {
+
+const char* kindOf(const VeskDeviceInfo& info) {
+  return info.deviceType() == 0 ? "camera" : "microphone";
+}
+
+nlohmann::ordered_json describe(const std::vector<std::shared_ptr<VeskDeviceInfo>>& records) {
+  auto list = nlohmann::ordered_json::array();
+  for (size_t index = 0; index < records.size(); ++index) {
+    const auto& record = *records[index];
+    list.push_back({{"index", index},
+                    {"name", record.name()},
+                    {"path", record.path()},
+                    {"vendorID", record.vendorID()},
+                    {"productID", record.productID()},
+                    {"revisionID", record.revisionID()}});
+  }
+  return list;
+}
+
+void printTable(const char* title, const std::vector<std::shared_ptr<VeskDeviceInfo>>& records) {
+  fmt::print("{}\n", title);
+  if (records.empty()) fmt::print("  none\n");
+  for (size_t index = 0; index < records.size(); ++index) {
+    const auto& record = *records[index];
+    fmt::print("  {}  {:<32} {:04x}:{:04x}  {}\n", index, record.name(), record.vendorID(), record.productID(),
+               record.path());
+  }
+}
+
+/// Tells of devices that come and go, until a signal ends the program.
+void watch(bool json) {
+  MainLoop loop;
+  // Notifications come on the source's thread; results are written on the main thread only.
+  const auto tell = [&loop, json](const char* event, std::shared_ptr<VeskDeviceInfo> info) {
+    loop.post([event, json, info = std::move(info)] {
+      if (json) {
+        printJson({{"event", event}, {"kind", kindOf(*info)}, {"name", info->name()}, {"path", info->path()}});
+        return;
+      }
+      fmt::print("{} {}  {}  {}\n", event, kindOf(*info), info->name(), info->path());
+      std::fflush(stdout);
+    });
+  };
+  const DeviceWatch added(KVXDeviceAdded, [&tell](auto info) { tell("added", std::move(info)); });
+  const DeviceWatch removed(KVXDeviceRemoved, [&tell](auto info) { tell("removed", std::move(info)); });
+  loop.run();
+}
+
+}  // namespace
+
+int runDevices(const GlobalOptions& global, const DevicesOptions& options) {
+  const Host host(global);
+  const auto cameras = VeskVideoDevice::getVideoDeviceList();
+  const auto microphones = VeskAudioDevice::getAudioDeviceList();
+  if (global.json) {
+    printJson({{"cameras", describe(*cameras)}, {"microphones", describe(*microphones)}});
+  } else {
+    printTable("Cameras", *cameras);
+    printTable("Microphones", *microphones);
+    std::fflush(stdout);
+  }
+  if (options.watch) watch(global.json);
+  return kDone;
+}
+
+}  // namespace vesk::program

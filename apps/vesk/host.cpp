@@ -1,0 +1,160 @@
+#include "apps/vesk/host.h"
+
+#include <fmt/core.h>
+#include <glib-unix.h>
+#include <signal.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <string_view>
+
+#include "capture/capture_host.h"
+#include "devices/device_manager.h"
+#include "platform/foundation/log.h"
+
+namespace vesk::program {
+namespace {
+
+std::atomic<bool> gProgressOnScreen{false};
+bool gVerbose = false;
+
+/// Lines that tell of an ordinary course of things.
+constexpr std::array<std::string_view, 4> kRoutine = {"Starting writing [", "Finished writing [", "Dealloc AVDevice ",
+                                                      "Samples are being discarded!!!"};
+
+bool isRoutine(std::string_view line) {
+  for (const std::string_view start : kRoutine)
+    if (line.substr(0, start.size()) == start) return true;
+  return false;
+}
+
+void showLine(std::string_view line) {
+  while (!line.empty() && line.back() == '\n') line.remove_suffix(1);
+  if (line.empty() || (!gVerbose && isRoutine(line))) return;
+  const char* const clear = gProgressOnScreen.exchange(false) ? "\r\033[K" : "";
+  fmt::print(stderr, "{}{}\n", clear, line);
+}
+
+/// The write function of the stream that the library is given in place of standard output: the
+/// library writes a line at a time.
+ssize_t writeLines(void* /*cookie*/, const char* bytes, size_t size) {
+  std::string_view text(bytes, size);
+  while (!text.empty()) {
+    const size_t end = text.find('\n');
+    showLine(text.substr(0, end));
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+  }
+  return static_cast<ssize_t>(size);
+}
+
+FILE* lineStream() {
+  static FILE* const stream = [] {
+    FILE* made = fopencookie(nullptr, "w", {nullptr, writeLines, nullptr, nullptr});
+    if (made) setvbuf(made, nullptr, _IOLBF, 4096);
+    return made ? made : stderr;
+  }();
+  return stream;
+}
+
+}  // namespace
+
+void setUpLogLines(bool verbose) {
+  gVerbose = verbose;
+  setStandardOutput(lineStream());
+  setStandardError(lineStream());
+  setLogSink(showLine);
+}
+
+Host::Host(const GlobalOptions& options) {
+  setUpLogLines(options.verbose);
+  // Files that reach the size limit fail with an error that is reported, instead of ending the program.
+  signal(SIGXFSZ, SIG_IGN);
+  signal(SIGPIPE, SIG_IGN);
+
+  std::string source = options.capture;
+  if (source.empty()) {
+    const char* const environment = std::getenv("VESK_CAPTURE");
+    source = environment && *environment ? environment : "auto";
+  }
+  const capture::SourceOptions sourceOptions{options.pace == "fast" ? capture::Pace::kFast : capture::Pace::kRealTime,
+                                             options.loop};
+  const capture::SourceError error = capture::selectSource(source, sourceOptions);
+  if (!error.empty())
+    throw Failure(kNoSuchDevice, error, "Name a source with --capture: simulated, file:PATH or linux.");
+  VeskDeviceManager::getSharedInstance();
+}
+
+Host::~Host() {
+  VeskDeviceManager::destroy();
+}
+
+MainLoop::MainLoop() : mLoop(g_main_loop_new(nullptr, FALSE)) {
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) mSources.push_back(g_unix_signal_add(number, &interrupted, this));
+}
+
+MainLoop::~MainLoop() {
+  for (const guint source : mSources) g_source_remove(source);
+  g_main_loop_unref(mLoop);
+}
+
+int MainLoop::interrupted(void* self) {
+  auto* const loop = static_cast<MainLoop*>(self);
+  if (loop->mInterrupted) _exit(130);
+  loop->mInterrupted = true;
+  loop->stop();
+  return G_SOURCE_CONTINUE;
+}
+
+void MainLoop::run() {
+  if (!mInterrupted) g_main_loop_run(mLoop);
+}
+
+void MainLoop::stop() {
+  // Through the loop itself, so that a stop that comes before run() is not lost.
+  post([this] { g_main_loop_quit(mLoop); });
+}
+
+void MainLoop::every(std::chrono::milliseconds interval, std::function<void()> work) {
+  mSources.push_back(g_timeout_add_full(
+      G_PRIORITY_DEFAULT, static_cast<guint>(interval.count()),
+      [](void* data) -> gboolean {
+        (*static_cast<std::function<void()>*>(data))();
+        return G_SOURCE_CONTINUE;
+      },
+      new std::function<void()>(std::move(work)),
+      [](void* data) { delete static_cast<std::function<void()>*>(data); }));
+}
+
+void MainLoop::post(std::function<void()> work) {
+  g_idle_add_full(
+      G_PRIORITY_DEFAULT,
+      [](void* data) -> gboolean {
+        (*static_cast<std::function<void()>*>(data))();
+        return G_SOURCE_REMOVE;
+      },
+      new std::function<void()>(std::move(work)), [](void* data) { delete static_cast<std::function<void()>*>(data); });
+}
+
+ProgressLine::ProgressLine() : mIsTerminal(isatty(STDERR_FILENO) == 1) {}
+
+ProgressLine::~ProgressLine() {
+  clear();
+}
+
+void ProgressLine::show(const std::string& text) {
+  if (!mIsTerminal) return;
+  fmt::print(stderr, "\r\033[K{}", text);
+  std::fflush(stderr);
+  gProgressOnScreen = true;
+}
+
+void ProgressLine::clear() {
+  if (!gProgressOnScreen.exchange(false)) return;
+  fmt::print(stderr, "\r\033[K");
+  std::fflush(stderr);
+}
+
+}  // namespace vesk::program

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <glib.h>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+
+#include "apps/vesk/program.h"
+
+namespace vesk::program {
+
+/// Makes this process a host of the library for one command: chooses the capture source, keeps the
+/// library's lines off the results, and starts the device manager. Undone when it goes.
+class Host {
+ public:
+  /// @throws Failure when the capture source cannot be set up.
+  explicit Host(const GlobalOptions& options);
+  ~Host();
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
+};
+
+/// The program's main loop: serves the library's main queue and ends on Ctrl-C, SIGTERM or a hang-up.
+///
+/// Threads: stop and post from any thread, the rest from the main thread.
+class MainLoop {
+ public:
+  MainLoop();
+  ~MainLoop();
+  MainLoop(const MainLoop&) = delete;
+  MainLoop& operator=(const MainLoop&) = delete;
+
+  /// Runs until stop is called or a signal asks for the end. A second signal ends the program at once.
+  void run();
+  void stop();
+  /// Runs `work` on the main thread every `interval` for as long as the loop lives.
+  void every(std::chrono::milliseconds interval, std::function<void()> work);
+  /// Runs `work` once on the main thread.
+  void post(std::function<void()> work);
+  bool wasInterrupted() const { return mInterrupted; }
+
+ private:
+  static int interrupted(void* self);
+
+  GMainLoop* mLoop;
+  std::vector<guint> mSources;
+  bool mInterrupted = false;
+};
+
+/// Sends the routine lines of the library nowhere unless --verbose was given; warnings and failures
+/// always reach standard error, below a progress line that is being shown.
+void setUpLogLines(bool verbose);
+
+/// A line on standard error that is written over in place; only on a terminal.
+class ProgressLine {
+ public:
+  ProgressLine();
+  ~ProgressLine();
+  /// Whether there is a terminal to show it on.
+  bool isShown() const { return mIsTerminal; }
+  void show(const std::string& text);
+  void clear();
+
+ private:
+  bool mIsTerminal;
+};
+
+}  // namespace vesk::program

@@ -1,0 +1,107 @@
+#include <fmt/core.h>
+
+#include <CLI/CLI.hpp>
+#include <exception>
+
+#include "apps/vesk/commands.h"
+#include "apps/vesk/program.h"
+
+namespace {
+
+using namespace vesk::program;
+
+constexpr const char* kAbout =
+    "Vesk finds cameras and microphones, and records them into QuickTime movies without\n"
+    "re-encoding. A recording survives a crash: at most its last two seconds are lost.";
+
+constexpr const char* kExamples =
+    "Examples:\n"
+    "  vesk devices                          what is attached\n"
+    "  vesk record lesson.mov                record until Ctrl-C\n"
+    "  vesk record lesson.mov --duration 60  record a minute\n"
+    "  vesk --capture simulated record test.mov --duration 5\n"
+    "  vesk recover lesson.mov               finish what a crash left\n"
+    "\n"
+    "Exit status: 0 done, 1 failed, 2 wrong use, 3 no such device, 4 device busy or refused.\n"
+    "\"vesk COMMAND --help\" tells more about a command.";
+
+int parseAndRun(int argc, char** argv) {
+  CLI::App app{kAbout, "vesk"};
+  app.footer(kExamples);
+  app.require_subcommand(1);
+  app.set_version_flag("--version", "vesk 0.1.0");
+
+  GlobalOptions global;
+  app.add_option("--capture", global.capture,
+                 "Where cameras and microphones come from: auto (default; also VESK_CAPTURE), linux,\n"
+                 "simulated, file:PATH, or several joined by +")
+      ->type_name("SOURCE");
+  app.add_option("--pace", global.pace,
+                 "realtime (default), or fast: footage and simulated devices as fast as they go, with\n"
+                 "the time stamps of real time")
+      ->type_name("PACE")
+      ->check(CLI::IsMember({"realtime", "fast"}));
+  app.add_flag("--loop", global.loop, "Footage starts again at its end");
+  app.add_flag("--json", global.json, "Results as JSON, one document or one object a line");
+  app.add_flag("--verbose", global.verbose, "The library's routine lines too, on standard error");
+  app.fallthrough();
+
+  DevicesOptions devices;
+  CLI::App* const devicesCommand = app.add_subcommand("devices", "List cameras and microphones");
+  devicesCommand->add_flag("--watch", devices.watch, "Stay and tell of devices that come and go, until Ctrl-C");
+
+  FormatsOptions formats;
+  CLI::App* const formatsCommand = app.add_subcommand("formats", "List what a camera and a microphone can deliver");
+  formatsCommand->add_option("--camera", formats.camera, "Index, path or a unique part of the name");
+  formatsCommand->add_option("--mic", formats.microphone, "Index, path or a unique part of the name");
+
+  RecordOptions record;
+  CLI::App* const recordCommand = app.add_subcommand("record", "Record a camera and a microphone into a movie");
+  recordCommand->add_option("OUT", record.file, "The movie to make, usually NAME.mov")->required();
+  recordCommand->add_option("--camera", record.camera, "Index, path or a unique part of the name (default: the first)");
+  recordCommand->add_option("--mic", record.microphone, "The same for the microphone");
+  recordCommand->add_flag("--no-audio", record.noAudio, "Record the picture alone");
+  recordCommand->add_option("--format", record.format, "Picture format, for example avc1:1280x720, avc1 or 640x480");
+  recordCommand->add_option("--sound", record.sound, "Sound format, for example pcm:48000:2, pcm or aac");
+  recordCommand
+      ->add_option("--duration", record.duration, "Seconds to record (default: until Ctrl-C or the footage ends)")
+      ->check(CLI::Range(0.1, 1e7));
+  recordCommand->add_flag("--force", record.force, "Replace OUT if it exists (only once the new movie is complete)");
+  recordCommand->footer(
+      "While recording, the movie grows in a hidden folder beside OUT and can be read at any moment; at\n"
+      "the end it is moved to OUT. What a crash leaves there, \"vesk recover OUT\" finds and finishes.");
+
+  RecoverOptions recover;
+  CLI::App* const recoverCommand = app.add_subcommand("recover", "Finish a movie that a crash left unfinished");
+  recoverCommand
+      ->add_option("FILE", recover.file,
+                   "The unfinished movie, or the name it was to have: leftovers beside it are found")
+      ->required();
+  recoverCommand->footer("Nothing recorded is removed: a movie that is whole already is left as it is.");
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return app.exit(error);
+    return report(Failure(kWrongUse, error.what() + std::string("."), "See \"vesk --help\"."), global);
+  }
+
+  try {
+    if (devicesCommand->parsed()) return runDevices(global, devices);
+    if (formatsCommand->parsed()) return runFormats(global, formats);
+    if (recordCommand->parsed()) return runRecord(global, record);
+    return runRecover(global, recover);
+  } catch (const Failure& failure) {
+    return report(failure, global);
+  } catch (const std::exception& error) {
+    return report(
+        Failure(kFailed, fmt::format("{}.", error.what()), "This is a fault of the program; please report it."),
+        global);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return parseAndRun(argc, argv);
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+
+namespace vesk::program {
+
+/// Exit statuses. They are part of the program's interface: scripts rely on them.
+enum ExitStatus : int {
+  kDone = 0,
+  kFailed = 1,
+  kWrongUse = 2,
+  kNoSuchDevice = 3,
+  kBusy = 4,
+};
+
+/// Why a command could not do what it was asked: what failed, and what to do about it.
+class Failure : public std::runtime_error {
+ public:
+  Failure(ExitStatus status, const std::string& what, std::string hint)
+      : std::runtime_error(what), status(status), hint(std::move(hint)) {}
+
+  ExitStatus status;
+  std::string hint;
+};
+
+/// Options that stand before the command and hold for all of them.
+struct GlobalOptions {
+  std::string capture;  ///< empty: VESK_CAPTURE, else "auto"
+  std::string pace = "realtime";
+  bool loop = false;
+  bool json = false;
+  bool verbose = false;
+};
+
+/// Writes one JSON document as a line to standard output.
+void printJson(const nlohmann::ordered_json& document);
+
+/// Tells a person, and with --json also a script, what failed. @return the exit status.
+int report(const Failure& failure, const GlobalOptions& options);
+
+}  // namespace vesk::program

@@ -1,0 +1,128 @@
+"""Runs vesk and looks at the movies it makes."""
+import hashlib
+import json
+import os
+import pathlib
+import shutil
+import struct
+import subprocess
+import tempfile
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+PROGRAM = os.environ.get("VESK_PROGRAM", str(ROOT / "build/dev/apps/vesk"))
+DATA = ROOT / "tests/data"
+TIMEOUT = 300
+
+
+def vesk(*arguments, check=True, environment=None, prefix=()):
+    """Runs the program to its end. With check, its exit status must be 0."""
+    done = subprocess.run([*prefix, PROGRAM, *map(str, arguments)], capture_output=True, text=True, timeout=TIMEOUT,
+                          stdin=subprocess.DEVNULL, env={**os.environ, **(environment or {})})
+    if check and done.returncode != 0:
+        raise AssertionError(f"vesk {arguments} ended with {done.returncode}:\n{done.stdout}{done.stderr}")
+    return done
+
+
+def start_vesk(*arguments, **options):
+    """Starts the program and leaves it running."""
+    return subprocess.Popen([PROGRAM, *map(str, arguments)], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                            stderr=subprocess.PIPE, text=True, **options)
+
+
+def tool(*arguments, binary=False):
+    done = subprocess.run(list(map(str, arguments)), capture_output=True, timeout=TIMEOUT, stdin=subprocess.DEVNULL)
+    if done.returncode != 0:
+        raise AssertionError(f"{arguments} ended with {done.returncode}: {done.stderr.decode(errors='replace')}")
+    return done.stdout if binary else done.stdout.decode(errors="replace")
+
+
+def probe(movie):
+    """What ffprobe tells of a movie, by kind: {"video": {...}, "audio": {...}, "format": {...}}."""
+    facts = json.loads(tool("ffprobe", "-v", "error", "-count_packets", "-show_streams", "-show_format", "-of", "json", movie))
+    found = {stream["codec_type"]: stream for stream in facts["streams"]}
+    found["format"] = facts["format"]
+    return found
+
+
+def warnings_of_ffmpeg(movie, *options):
+    """What ffmpeg has to say while it decodes the whole movie."""
+    done = subprocess.run(["ffmpeg", "-v", "warning", "-nostdin", *options, "-i", str(movie), "-map", "0", "-f", "null", "-"],
+                          capture_output=True, text=True, timeout=TIMEOUT)
+    return done.stderr + ("" if done.returncode == 0 else f"exit status {done.returncode}")
+
+
+def picture_hashes(movie, *options):
+    """A hash of each decoded picture, in order."""
+    text = tool("ffmpeg", "-v", "error", "-nostdin", *options, "-i", movie, "-map", "0:v:0", "-fps_mode", "passthrough",
+                "-f", "framemd5", "-")
+    return [line.split(",")[-1].strip() for line in text.splitlines() if line and not line.startswith("#")]
+
+
+def sound_bytes(movie):
+    """The sound as 16-bit samples, nothing added and nothing resampled."""
+    return tool("ffmpeg", "-v", "error", "-nostdin", "-i", movie, "-map", "0:a:0", "-f", "s16le", "-", binary=True)
+
+
+def luma_means(movie):
+    """(time in seconds, mean brightness 0 to 255) of each picture."""
+    times = [float(line.rstrip(",")) for line in tool("ffprobe", "-v", "error", "-select_streams", "v:0", "-show_entries",
+                                                      "frame=pts_time", "-of", "csv=p=0", movie).split()]
+    grey = tool("ffmpeg", "-v", "error", "-nostdin", "-i", movie, "-map", "0:v:0", "-fps_mode", "passthrough", "-vf",
+                "scale=8:8:flags=area,format=gray", "-f", "rawvideo", "-", binary=True)
+    return [(time, sum(grey[64 * i:64 * i + 64]) / 64) for i, time in enumerate(times)]
+
+
+def flash_times(movie):
+    """When white flashes begin."""
+    found, was_bright = [], False
+    for time, mean in luma_means(movie):
+        is_bright = mean > 190
+        if is_bright and not was_bright:
+            found.append(time)
+        was_bright = is_bright
+    return found
+
+
+def beep_times(movie):
+    """When beeps begin, on the movie's time line."""
+    stream = probe(movie)["audio"]
+    rate, channels = int(stream["sample_rate"]), stream["channels"]
+    data = sound_bytes(movie)
+    samples = struct.unpack(f"<{len(data) // 2}h", data)[::channels]
+    start = float(stream["start_time"])
+    found, quiet = [], rate
+    for index, sample in enumerate(samples):
+        if abs(sample) > 2000:
+            if quiet > rate // 10:
+                found.append(start + index / rate)
+            quiet = 0
+        else:
+            quiet += 1
+    return found
+
+
+class MovieTest(unittest.TestCase):
+    """A test with a folder of its own."""
+
+    def setUp(self):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="vesk-test-"))
+        self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+
+    def assert_plays_everywhere(self, movie):
+        """Every reader takes the movie without a word of warning, edit lists heeded or not."""
+        self.assertEqual(warnings_of_ffmpeg(movie), "")
+        self.assertEqual(warnings_of_ffmpeg(movie, "-ignore_editlist", "1"), "")
+        self.assertNotIn("Truncated", tool("mediainfo", movie))
+        played = subprocess.run(["gst-launch-1.0", "-q", "filesrc", f"location={movie}", "!", "qtdemux", "name=d",
+                                 "d.", "!", "queue", "!", "fakesink"],
+                                capture_output=True, text=True, timeout=TIMEOUT)
+        self.assertEqual((played.returncode, played.stderr), (0, ""))
+
+    def nothing_left(self, but=()):
+        """Nothing lies in the test's folder but the files named, hidden folders included."""
+        self.assertEqual(sorted(p.name for p in self.folder.iterdir()), sorted(but))
+
+
+def digest(path):
+    return hashlib.sha256(pathlib.Path(path).read_bytes()).hexdigest()
