@@ -47,9 +47,19 @@ class VESK_EXPORT Transport {
 
   // For sources.
   bool isHeld() const;
+  /// Monotonic microseconds of the last release; 0 when nothing was ever held.
+  int64_t releasedAt() const;
   std::optional<double> limit() const;
   bool isBusy() const;
+  /// A source's first device has started; sourceEnded or sourceStopped follows. The end handler
+  /// runs when no source that has started is left.
+  void sourceStarted();
+  /// All started devices of a source have come to their end.
   void sourceEnded();
+  /// The last device of a source was stopped before its end.
+  void sourceStopped();
+  /// Calls `changed` after each hold, release and change of the limit for as long as `owner` lives.
+  void addObserver(std::weak_ptr<void> owner, std::function<void()> changed);
 
   Transport();
   ~Transport();

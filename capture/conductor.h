@@ -1,14 +1,11 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <thread>
-#include <vector>
 
 #include "capture/capture_host.h"
-#include "platform/foundation/mutex.h"
+#include "platform/foundation/export.h"
 
 namespace vesk::capture {
 
@@ -28,13 +25,19 @@ class PacedStream {
 /// Plays the streams of one source on one thread, in the order of their times: by the clock or as
 /// fast as the receivers take it, as the Transport says. A stream that joins late joins at the time
 /// the others have reached. Time stamps are the source's time on top of the monotonic clock's value
-/// at the first start, so they are never 0 and never go back.
+/// at the first start (or at the release, when the transport was held), so they are never 0 and
+/// never go back. When the last stream has left, time begins anew: the next start plays from 0, its
+/// time stamps later than all before.
 ///
-/// Threads: add and remove from any thread. mMutex is not held while a stream delivers.
-class Conductor {
+/// Threads: every operation from any thread. No lock is held while a stream is called.
+class VESK_EXPORT Conductor {
  public:
-  explicit Conductor(Pace pace);
+  /// `transport` must outlive the conductor.
+  explicit Conductor(Pace pace, Transport& transport = Transport::shared());
+  /// Ends the thread; waits for it, unless the call comes from inside a delivery.
   ~Conductor();
+  Conductor(const Conductor&) = delete;
+  Conductor& operator=(const Conductor&) = delete;
 
   void add(std::shared_ptr<PacedStream> stream);
   /// Takes a stream out. Once it has returned the stream is not called any more, unless it was
@@ -42,11 +45,8 @@ class Conductor {
   void remove(const std::shared_ptr<PacedStream>& stream);
 
  private:
-  void run();
-
-  const Pace mPace;
-  Mutex mMutex;
-  // What else it needs is the implementation's.
+  class Player;
+  std::shared_ptr<Player> mPlayer;  // shared with its thread
 };
 
 }  // namespace vesk::capture

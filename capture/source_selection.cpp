@@ -1,0 +1,137 @@
+#include "capture/source_selection.h"
+
+#include <utility>
+
+#include "capture/combined_source.h"
+#include "capture/library.h"
+#if __has_include("capture/files/file_source.h")
+#include "capture/files/file_source.h"
+#define VESK_HAS_FILE_SOURCE 1
+#endif
+
+namespace vesk::capture {
+namespace {
+
+using SourcePtr = std::shared_ptr<CaptureSource>;
+using Factory = SourcePtr (*)(const std::string& argument, const SourceOptions& options, SourceError& error);
+
+SourcePtr makeSimulated(const std::string&, const SourceOptions&, SourceError& error) {
+  error = "the simulated source is not built in";
+  return nullptr;
+}
+
+SourcePtr makeFile(const std::string& path, const SourceOptions& options, SourceError& error) {
+#ifdef VESK_HAS_FILE_SOURCE
+  return makeFileSource(path, options, error);
+#else
+  (void)path, (void)options;
+  error = "footage is not built in";
+  return nullptr;
+#endif
+}
+
+struct SourceKind {
+  std::string_view name;
+  bool takesArgument;  ///< written after a colon
+  Factory make;        ///< null: not built in
+};
+
+constexpr SourceKind kSourceKinds[] = {
+    {"simulated", false, makeSimulated},
+    {"file", true, makeFile},
+    {"linux", false, nullptr},  // the machine's own devices: its factory goes here
+};
+
+bool begins(std::string_view text, const SourceKind& kind) {
+  if (!text.starts_with(kind.name)) return false;
+  text.remove_prefix(kind.name.size());
+  return kind.takesArgument ? text.starts_with(':') : text.empty() || text.front() == '+';
+}
+
+const SourceKind* kindOf(std::string_view text) {
+  for (const SourceKind& kind : kSourceKinds) {
+    if (begins(text, kind)) return &kind;
+  }
+  return nullptr;
+}
+
+SourcePtr makeOne(const std::string& text, const SourceOptions& options, SourceError& error) {
+  const SourceKind* kind = kindOf(text);
+  if (!kind) {
+    error = "there is no capture source \"" + text + "\": use simulated, file:PATH, linux, or several joined by +";
+    return nullptr;
+  }
+  if (!kind->make) {
+    error = "the capture source \"" + text + "\" is not built in";
+    return nullptr;
+  }
+  const std::string argument = kind->takesArgument ? text.substr(kind->name.size() + 1) : "";
+  if (kind->takesArgument && argument.empty()) {
+    error = "the capture source \"" + text + "\" lacks a path";
+    return nullptr;
+  }
+  SourcePtr source = kind->make(argument, options, error);
+  if (!source && error.empty()) error = "the capture source \"" + text + "\" could not be set up";
+  return source;
+}
+
+/// The machine's own devices when there is a camera among them, else simulated ones; says which in
+/// `note` when it is the latter.
+SourcePtr makeAuto(const SourceOptions& options, std::string& note, SourceError& error) {
+  if (kindOf("linux")->make) {
+    SourceError reason;
+    SourcePtr machine = makeOne("linux", options, reason);
+    if (machine && !machine->devices(DeviceKind::kVideo).empty()) return machine;
+  }
+  note = "no camera found: using simulated devices (choose others with VESK_CAPTURE)";
+  return makeOne("simulated", options, error);
+}
+
+}  // namespace
+
+std::vector<std::string> splitSourceText(const std::string& text) {
+  std::vector<std::string> names;
+  size_t start = 0;
+  for (size_t at = text.find('+'); at != std::string::npos; at = text.find('+', at + 1)) {
+    const bool isPath = text.compare(start, 5, "file:") == 0;
+    if (isPath && !kindOf(std::string_view(text).substr(at + 1))) continue;
+    names.push_back(text.substr(start, at - start));
+    start = at + 1;
+  }
+  names.push_back(text.substr(start));
+  return names;
+}
+
+SourcePtr makeSource(const std::string& text, const SourceOptions& options, std::string& note, SourceError& error) {
+  error.clear();
+  note.clear();
+  if (text == "auto") return makeAuto(options, note, error);
+  std::vector<SourcePtr> sources;
+  for (const std::string& name : splitSourceText(text)) {
+    SourcePtr source = makeOne(name, options, error);
+    if (!source) return nullptr;
+    sources.push_back(std::move(source));
+  }
+  return sources.size() == 1 ? sources.front() : std::make_shared<CombinedSource>(std::move(sources));
+}
+
+SourceError selectSource(const std::string& text, const SourceOptions& options) {
+  std::string note;
+  SourceError error;
+  try {
+    if (SourcePtr source = makeSource(text, options, note, error)) setSource(std::move(source));
+  } catch (const std::exception& exception) {
+    error = "the capture source \"" + text + "\" could not be set up: " + exception.what();
+  }
+  return error;
+}
+
+void setSource(std::shared_ptr<CaptureSource> source) {
+  Library::shared().setSource(std::move(source));
+}
+
+std::shared_ptr<CaptureSource> currentSource() {
+  return Library::shared().source();
+}
+
+}  // namespace vesk::capture
