@@ -17,6 +17,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "platform/foundation/glib_ptr.h"
 #include "platform/foundation/log.h"
 #include "platform/foundation/mutex.h"
 
@@ -185,20 +186,10 @@ class MainQueue final : public DispatchQueue {
   }
 
  private:
-  struct UnrefSource {
-    void operator()(GSource* source) const noexcept { g_source_unref(source); }
-  };
-  using SourcePtr = std::unique_ptr<GSource, UnrefSource>;
-
   /// A source of its own for each piece of work: a loop run inside one piece serves the others.
   void attach(int64_t readyTime, Work work) {
     static GSourceFuncs functions = {nullptr, nullptr, dispatch, nullptr, nullptr, nullptr};
-    const SourcePtr source(g_source_new(&functions, sizeof(GSource)));
-    g_source_set_priority(source.get(), G_PRIORITY_DEFAULT);
-    g_source_set_ready_time(source.get(), readyTime);
-    g_source_set_callback(
-        source.get(), [](void*) -> gboolean { return G_SOURCE_REMOVE; },
-        reinterpret_cast<void*>(mWork.add(std::move(work))), nullptr);
+    const SourcePtr source = makeTimeSource(&functions, readyTime, reinterpret_cast<void*>(mWork.add(std::move(work))));
     g_source_attach(source.get(), g_main_context_default());
   }
 
