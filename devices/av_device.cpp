@@ -1,0 +1,63 @@
+#include "devices/av_device.h"
+
+#include <string>
+#include <utility>
+
+#include "Source/Utilities/unistr.h"
+#include "capture/vci.h"
+#include "devices/audio_device.h"
+#include "devices/delegate_list.h"
+#include "devices/video_device.h"
+#include "platform/foundation/log.h"
+
+namespace vesk {
+
+std::shared_ptr<VeskAVDevice> VeskAVDevice::newDevice(std::shared_ptr<VeskDeviceInfo> info) {
+  if (!info) return nullptr;
+  if (info->deviceType() == kVeskDeviceTypeVideo) return VeskVideoDevice::initWithDeviceInfo(std::move(info));
+  return VeskAudioDevice::initWithDeviceInfo(std::move(info));
+}
+
+VeskAVDevice::VeskAVDevice(std::shared_ptr<VeskDeviceInfo> info)
+    : mDeviceInfo(std::move(info)),
+      mDelegates(std::make_shared<DelegateList>(mDeviceInfo)),
+      mContext(DelegateList::ticketFor(mDelegates)) {}
+
+VeskAVDevice::~VeskAVDevice() {
+  DelegateList::withdrawTicket(mContext);
+  const auto holders = mDeviceInfo.use_count() - 1;  // the list's reference is this device's too
+  NSLog("Dealloc AVDevice " + mDeviceInfo->name().value_or("(null)") + " Count:" + std::to_string(holders));
+  mDelegates->close();
+}
+
+void VeskAVDevice::addDelegate(std::shared_ptr<VeskAVDeviceDelegate> delegate) {
+  mDelegates->add(std::move(delegate));
+}
+
+void VeskAVDevice::removeDelegate(const std::shared_ptr<VeskAVDeviceDelegate>& delegate) {
+  if (delegate) mDelegates->remove(delegate.get());
+}
+
+std::vector<std::shared_ptr<VeskAVDeviceDelegate>> VeskAVDevice::delegates() const {
+  return mDelegates->delegates();
+}
+
+int32_t VeskAVDevice::openHandle(void* (*open)(const char16_t* path)) {
+  if (mIsOpen) return kVeskStatusSuccess;
+  char16_t path[sizeof(CaptureDeviceRecord::path) / sizeof(char16_t)];
+  const auto text = mDeviceInfo->path();
+  if (!text || !unistr_copyFromUTF8(path, *text)) return kVeskStatusFailed;
+  mHandle = open(path);
+  mIsOpen = mHandle != nullptr;
+  return mIsOpen ? kVeskStatusSuccess : kVeskStatusFailed;
+}
+
+void VeskAVDevice::closeHandle() {
+  if (!mIsOpen) return;
+  VCI_Close_Device(mHandle);
+  mHandle = nullptr;
+  mIsOpen = false;
+  mIsCapturing = false;  // closing ends capture even where stopping failed
+}
+
+}  // namespace vesk

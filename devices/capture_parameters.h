@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+
+#include "capture/records.h"
+#include "platform/foundation/export.h"
+#include "platform/media/format_description.h"
+
+/// Format descriptions as the capture library's records, and back.
+
+namespace vesk {
+
+/// Four characters of a code as the library spells them.
+VESK_LOCAL VCIPixelFormat pixelFormatRecord(uint32_t codec);
+VESK_LOCAL VCIFrameSize frameSizeRecord(const CMVideoFormatDescription& format);
+
+/// What a camera is asked for: always 30 pictures a second; for H.264 also a bit rate that suits
+/// the picture's size.
+VESK_LOCAL VCICaptureParameters videoCaptureParameters(const CMVideoFormatDescription& format);
+
+/// A microphone's wave format as a description, whose format identifier is the wave format's code.
+VESK_LOCAL CMAudioFormatDescriptionRef audioFormatDescription(const ACIWaveFormat& format);
+
+/// Sound as a microphone is asked for it and a movie is told of it: the low 16 bits of format
+/// identifier, channels and bits, the sample rate without its fraction (0 when it is no 32-bit number).
+VESK_LOCAL ACICaptureParameters audioCaptureParameters(const CMAudioFormatDescription& format);
+
+}  // namespace vesk

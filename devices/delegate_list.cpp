@@ -1,0 +1,114 @@
+#include "devices/delegate_list.h"
+
+#include <algorithm>
+#include <exception>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+#include "platform/foundation/log.h"
+
+namespace vesk {
+namespace {
+
+struct Tickets {
+  Mutex mutex;
+  uintptr_t last VESK_GUARDED_BY(mutex) = 0;
+  std::unordered_map<uintptr_t, std::weak_ptr<DelegateList>> lists VESK_GUARDED_BY(mutex);
+};
+
+// Never destroyed: the library may call back until the process has ended.
+Tickets& tickets() {
+  static auto& shared = *new Tickets;
+  return shared;
+}
+
+/// Nothing that a host's delegate throws may unwind through the capture library.
+template <class Call>
+void callDelegate(const Call& call) {
+  try {
+    call();
+  } catch (const std::exception& error) {
+    NSLog(std::string("[WARNING]: a device's delegate threw: ") + error.what());
+  } catch (...) {
+    NSLog("[WARNING]: a device's delegate threw");
+  }
+}
+
+}  // namespace
+
+void DelegateList::add(std::shared_ptr<VeskAVDeviceDelegate> delegate) {
+  if (!delegate) return;
+  auto* const micLevelDelegate = dynamic_cast<VeskMicLevelDelegate*>(delegate.get());
+  const RecursiveMutexLock lock(mLock);
+  if (!mIsClosed) mEntries.push_back({std::move(delegate), micLevelDelegate});
+}
+
+void DelegateList::remove(const VeskAVDeviceDelegate* delegate) {
+  // The last reference may go with these: let that happen outside the lock.
+  std::vector<Entry> removed;
+  const RecursiveMutexLock lock(mLock);
+  const auto isAnother = [delegate](const Entry& entry) { return entry.delegate.get() != delegate; };
+  const auto first = std::stable_partition(mEntries.begin(), mEntries.end(), isAnother);
+  removed.assign(std::make_move_iterator(first), std::make_move_iterator(mEntries.end()));
+  mEntries.erase(first, mEntries.end());
+}
+
+void DelegateList::close() {
+  std::vector<Entry> removed;
+  const RecursiveMutexLock lock(mLock);
+  mIsClosed = true;
+  removed.swap(mEntries);
+}
+
+std::vector<std::shared_ptr<VeskAVDeviceDelegate>> DelegateList::delegates() const {
+  std::vector<std::shared_ptr<VeskAVDeviceDelegate>> delegates;
+  const RecursiveMutexLock lock(mLock);
+  delegates.reserve(mEntries.size());
+  for (const Entry& entry : mEntries) delegates.push_back(entry.delegate);
+  return delegates;
+}
+
+void DelegateList::deliver(void* frame, uint32_t length, int64_t timestamp) {
+  const RecursiveMutexLock lock(mLock);
+  // By index and with a reference of its own: a delegate may change the list after all.
+  for (size_t i = 0; i < mEntries.size(); ++i) {
+    const auto delegate = mEntries[i].delegate;
+    callDelegate([&] { delegate->didCaptureFrame(frame, length, timestamp, mInfo); });
+  }
+}
+
+void DelegateList::deliverMicLevel(float level) {
+  const RecursiveMutexLock lock(mLock);
+  for (size_t i = 0; i < mEntries.size(); ++i) {
+    const Entry entry = mEntries[i];
+    if (entry.micLevelDelegate) callDelegate([&] { entry.micLevelDelegate->didMicLevelEventOccured(level); });
+  }
+}
+
+void* DelegateList::ticketFor(const std::shared_ptr<DelegateList>& list) {
+  Tickets& all = tickets();
+  const MutexLock lock(all.mutex);
+  const uintptr_t ticket = ++all.last;
+  all.lists.emplace(ticket, list);
+  return reinterpret_cast<void*>(ticket);
+}
+
+std::shared_ptr<DelegateList> DelegateList::forTicket(const void* ticket) {
+  Tickets& all = tickets();
+  const MutexLock lock(all.mutex);
+  const auto found = all.lists.find(reinterpret_cast<uintptr_t>(ticket));
+  return found == all.lists.end() ? nullptr : found->second.lock();
+}
+
+void DelegateList::withdrawTicket(const void* ticket) {
+  Tickets& all = tickets();
+  const MutexLock lock(all.mutex);
+  all.lists.erase(reinterpret_cast<uintptr_t>(ticket));
+}
+
+void DelegateList::deliver(const void* ticket, void* frame, uint32_t length, int64_t timestamp) {
+  if (const auto list = forTicket(ticket)) list->deliver(frame, length, timestamp);
+}
+
+}  // namespace vesk

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "devices/device_delegate.h"
+#include "platform/foundation/mutex.h"
+
+namespace vesk {
+
+/// The delegates of one device, and the lock under which they are called.
+///
+/// The capture library is given not the device but a ticket for its list (see ticketFor). A frame
+/// that comes late, while the device goes or after it, finds an empty list or none at all, and
+/// never a device that is no more.
+///
+/// Threads: every operation from any thread. The lock is recursive and held for a whole delivery,
+/// so add and remove wait for a delivery in progress on another thread. It is the outermost of the
+/// recording's locks: a delegate may take its own inside.
+class VESK_LOCAL DelegateList {
+ public:
+  explicit DelegateList(std::shared_ptr<VeskDeviceInfo> info) : mInfo(std::move(info)) {}
+
+  /// Appends a delegate, which is held until it is removed; nothing for null. One that is added
+  /// twice receives everything twice.
+  void add(std::shared_ptr<VeskAVDeviceDelegate> delegate) VESK_EXCLUDES(mLock);
+  /// Removes every entry of the delegate. Once it has returned the delegate receives nothing more.
+  void remove(const VeskAVDeviceDelegate* delegate) VESK_EXCLUDES(mLock);
+  /// Removes all delegates; those added later are dropped.
+  void close() VESK_EXCLUDES(mLock);
+  std::vector<std::shared_ptr<VeskAVDeviceDelegate>> delegates() const VESK_EXCLUDES(mLock);
+
+  /// Hands one frame to every delegate in order. What a delegate throws is logged.
+  void deliver(void* frame, uint32_t length, int64_t timestamp) VESK_EXCLUDES(mLock);
+  /// Hands a microphone's level to every delegate that takes levels.
+  void deliverMicLevel(float level) VESK_EXCLUDES(mLock);
+
+  /// A context pointer for the capture library that stands for `list`. Tickets are never used twice.
+  static void* ticketFor(const std::shared_ptr<DelegateList>& list);
+  /// The list that a ticket stands for; null once it has been withdrawn.
+  static std::shared_ptr<DelegateList> forTicket(const void* ticket);
+  static void withdrawTicket(const void* ticket);
+  /// Hands a frame to the delegates of the list that `ticket` stands for, if it is still there.
+  static void deliver(const void* ticket, void* frame, uint32_t length, int64_t timestamp);
+
+ private:
+  struct Entry {
+    std::shared_ptr<VeskAVDeviceDelegate> delegate;
+    /// The same object when it takes levels, else null.
+    VeskMicLevelDelegate* micLevelDelegate;
+  };
+
+  const std::shared_ptr<VeskDeviceInfo> mInfo;
+  mutable RecursiveMutex mLock;
+  std::vector<Entry> mEntries VESK_GUARDED_BY(mLock);
+  bool mIsClosed VESK_GUARDED_BY(mLock) = false;
+};
+
+}  // namespace vesk

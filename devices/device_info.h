@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "platform/foundation/export.h"
+#include "platform/foundation/mutex.h"
+
+namespace vesk {
+
+/// Device types; every other value counts as a microphone too.
+constexpr int32_t kVeskDeviceTypeVideo = 0;
+constexpr int32_t kVeskDeviceTypeAudio = 1;
+
+/// The record of one attached camera or microphone. Its path is its identity.
+///
+/// Threads: name and path from any thread; the numbers are set before the record is shared.
+class VESK_EXPORT VeskDeviceInfo {
+ public:
+  /// What the user is shown, UTF-8.
+  std::optional<std::string> name() const VESK_EXCLUDES(mMutex);
+  void setName(std::optional<std::string> name) VESK_EXCLUDES(mMutex);
+  /// The capture interface's path of the device, UTF-8.
+  std::optional<std::string> path() const VESK_EXCLUDES(mMutex);
+  void setPath(std::optional<std::string> path) VESK_EXCLUDES(mMutex);
+
+  uint16_t productID() const { return mProductID; }
+  void setProductID(uint16_t productID) { mProductID = productID; }
+  uint16_t vendorID() const { return mVendorID; }
+  void setVendorID(uint16_t vendorID) { mVendorID = vendorID; }
+  int32_t deviceType() const { return mDeviceType; }
+  void setDeviceType(int32_t deviceType) { mDeviceType = deviceType; }
+  /// 0 for microphones.
+  uint16_t revisionID() const { return mRevisionID; }
+  void setRevisionID(uint16_t revisionID) { mRevisionID = revisionID; }
+
+  /// Whether both records are of the same device: their paths are equal. A record without a path
+  /// equals none, not even itself.
+  bool isEqualToDevice(const VeskDeviceInfo& other) const;
+
+ private:
+  mutable Mutex mMutex;
+  std::optional<std::string> mName VESK_GUARDED_BY(mMutex);
+  std::optional<std::string> mPath VESK_GUARDED_BY(mMutex);
+  uint16_t mProductID = 0;
+  uint16_t mVendorID = 0;
+  int32_t mDeviceType = kVeskDeviceTypeVideo;
+  uint16_t mRevisionID = 0;
+};
+
+/// Records in the order in which the capture interface lists the devices.
+using VeskDeviceList = std::vector<std::shared_ptr<VeskDeviceInfo>>;
+
+}  // namespace vesk

@@ -1,0 +1,156 @@
+#include "devices/video_device.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "Source/Utilities/unistr.h"
+#include "capture/vci.h"
+#include "devices/capture_parameters.h"
+#include "devices/delegate_list.h"
+#include "devices/device_manager.h"
+#include "devices/enumeration.h"
+#include "platform/foundation/byte_reader.h"
+#include "platform/media/four_char_code.h"
+
+namespace vesk {
+namespace {
+
+constexpr uint16_t kBuiltInVendorID = 0x05AC;
+
+void VideoFrameCompletionCallback(void*, VCI_EVENT_INFO* info) {
+  DelegateList::deliver(info->context, info->frame, info->length, info->timestamp);
+}
+
+/// The code that the first four bytes of a text spell; none for a shorter text.
+std::optional<uint32_t> codeOf(const std::string& text) {
+  if (text.size() < 4) return std::nullopt;
+  return readBigEndian32(reinterpret_cast<const uint8_t*>(text.data()));
+}
+
+}  // namespace
+
+std::shared_ptr<const VeskDeviceList> VeskVideoDevice::getVideoDeviceList() {
+  return VeskDeviceManager::getSharedInstance()->getVideoDeviceList();
+}
+
+bool VeskVideoDevice::hasBuiltInCamera() {
+  const auto cameras = getVideoDeviceList();
+  return std::any_of(cameras->begin(), cameras->end(),
+                     [](const auto& camera) { return camera->vendorID() == kBuiltInVendorID; });
+}
+
+std::shared_ptr<VeskVideoDevice> VeskVideoDevice::initWithDeviceInfo(std::shared_ptr<VeskDeviceInfo> info) {
+  if (!info) return nullptr;
+  return std::shared_ptr<VeskVideoDevice>(new VeskVideoDevice(std::move(info)));
+}
+
+VeskVideoDevice::~VeskVideoDevice() {
+  closeDevice();
+}
+
+int32_t VeskVideoDevice::openDevice() {
+  return openHandle(VCI_Open_Device);
+}
+
+void VeskVideoDevice::closeDevice() {
+  if (mIsCapturing) stopCapture();
+  closeHandle();
+}
+
+std::optional<std::vector<std::string>> VeskVideoDevice::getMediaFormats() const {
+  if (!mIsOpen) return std::nullopt;
+  const auto records =
+      enumerateRecords<VCIPixelFormat>([this](VCIPixelFormat* formats, uint32_t* size, uint32_t* count) {
+        return VCI_Enum_Pixel_Formats(mHandle, formats, size, count);
+      });
+  std::vector<std::string> formats;
+  for (const VCIPixelFormat& record : records) {
+    char16_t code[4];
+    std::copy_n(record.code, 4, code);
+    formats.push_back(unistr_createUTF8({code, 4}));
+  }
+  return formats;
+}
+
+CMVideoFormatList VeskVideoDevice::getResolutionsForCodec(uint32_t codec) const {
+  const VCIPixelFormat pixelFormat = pixelFormatRecord(codec);
+  const auto records = enumerateRecords<VCIFrameSize>([&](VCIFrameSize* sizes, uint32_t* size, uint32_t* count) {
+    return VCI_Enum_Frame_Sizes(mHandle, &pixelFormat, sizes, size, count);
+  });
+  CMVideoFormatList formats;
+  for (const VCIFrameSize& record : records)
+    if (auto format = CMVideoFormatDescription::create(codec, record.width, record.height))
+      formats.push_back(std::move(format));
+  return formats;
+}
+
+std::shared_ptr<const CMVideoFormatList> VeskVideoDevice::getSupportedFormats() {
+  if (mSupportedFormats) return mSupportedFormats;
+  CMVideoFormatList all;
+  for (const std::string& text : getMediaFormats().value_or(std::vector<std::string>())) {
+    const auto codec = codeOf(text);
+    if (!codec) continue;
+    auto formats = getResolutionsForCodec(*codec);
+    std::move(formats.begin(), formats.end(), std::back_inserter(all));
+  }
+  mSupportedFormats = std::make_shared<const CMVideoFormatList>(std::move(all));
+  return mSupportedFormats;
+}
+
+std::optional<CMVideoFormatList> VeskVideoDevice::copyFormatsForCodec(uint32_t codec,
+                                                                      const CMVideoFormatList& formats) {
+  if (formats.empty()) return std::nullopt;
+  CMVideoFormatList found;
+  std::copy_if(formats.begin(), formats.end(), std::back_inserter(found),
+               [codec](const auto& format) { return format && format->mediaSubType() == codec; });
+  return found;
+}
+
+std::vector<uint32_t> VeskVideoDevice::getSupportedFrameIntervals(const CMVideoFormatDescriptionRef& format) const {
+  if (!format) return {};
+  const VCIPixelFormat pixelFormat = pixelFormatRecord(format->mediaSubType());
+  const VCIFrameSize frameSize = frameSizeRecord(*format);
+  const auto records =
+      enumerateRecords<VCIFrameInterval>([&](VCIFrameInterval* intervals, uint32_t* size, uint32_t* count) {
+        return VCI_Enum_Frame_Intervals(mHandle, &pixelFormat, &frameSize, intervals, size, count);
+      });
+  std::vector<uint32_t> intervals;
+  for (const VCIFrameInterval& record : records) intervals.push_back(record.interval);
+  return intervals;
+}
+
+int32_t VeskVideoDevice::setCaptureFormat(const CMVideoFormatDescriptionRef& format) {
+  if (!mIsOpen) return kVeskStatusNotOpen;
+  if (!format) return kVeskStatusNoFormat;
+  const VCICaptureParameters parameters = videoCaptureParameters(*format);
+  return VCI_Set_Capture_Parameters(mHandle, &parameters) == kVCISuccess ? kVeskStatusSuccess : kVeskStatusNoFormat;
+}
+
+int32_t VeskVideoDevice::startCapture() {
+  if (mIsCapturing) return kVeskStatusSuccess;
+  if (!mIsOpen) return kVeskStatusNotOpen;
+  if (!mFormat) return kVeskStatusNoFormat;
+
+  setCaptureFormat(mFormat);
+  if (VCI_Subscribe_Event(mHandle, kVCIEventFrame, VideoFrameCompletionCallback, captureContext()) != kVCISuccess)
+    return kVeskStatusFailed;
+  mSubstream = mFormat->mediaSubType() == kCMVideoCodecType_H264 ? 1 : 0;
+  const int32_t status = VCI_Start_Capture(mHandle, mSubstream);
+  if (status == kVCIBusy) {
+    VCI_UnSubscribe_Event(mHandle, kVCIEventFrame);
+    return kVeskStatusCameraInUse;
+  }
+  mIsCapturing = status == kVCISuccess;
+  return mIsCapturing ? kVeskStatusSuccess : kVeskStatusFailed;
+}
+
+int32_t VeskVideoDevice::stopCapture() {
+  if (!mIsCapturing) return kVeskStatusSuccess;
+  if (!mIsOpen) return kVeskStatusNotOpen;
+  if (VCI_Stop_Capture(mHandle, mSubstream) != kVCISuccess) return kVeskStatusFailed;
+  if (VCI_UnSubscribe_Event(mHandle, kVCIEventFrame) != kVCISuccess) return kVeskStatusFailed;
+  mIsCapturing = false;
+  return kVeskStatusSuccess;
+}
+
+}  // namespace vesk
