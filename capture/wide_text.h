@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace vesk::capture {
+
+/// UTF-8 as UTF-16; each byte that belongs to no character becomes U+FFFD.
+std::u16string toUtf16(std::string_view text);
+
+/// Copies text into a record's field and terminates it. Text that is too long is cut before the
+/// character that does not fit whole; what is left of the field becomes zero.
+void copyText(std::u16string_view text, std::span<char16_t> field);
+
+/// The text at `text`, at most `limit` units with its terminator; none when it is not terminated
+/// within them, or null.
+std::optional<std::u16string_view> readText(const char16_t* text, size_t limit);
+
+}  // namespace vesk::capture
