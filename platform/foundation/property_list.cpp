@@ -94,21 +94,37 @@ class BinaryOutline {
     return value;
   }
 
-  /// How many references follow an object's first byte, which was `marker`; 0 for what is no container.
-  std::optional<uint64_t> references(ByteReader& reader, uint8_t marker) {
-    const unsigned kind = marker >> 4;
-    constexpr unsigned kArray = 0xA, kSet = 0xC, kDictionary = 0xD;
-    if (kind != kArray && kind != kSet && kind != kDictionary) return 0;
-    uint64_t count = marker & 0xF;
-    if (count == 0xF) {  // an integer object with the count follows
-      const auto width = reader.u8();
-      if (!width || *width >> 4 != 1 || (*width & 0xF) > 3) return std::nullopt;
-      const auto longCount = number(reader, size_t{1} << (*width & 0xF));
-      if (!longCount) return std::nullopt;
-      count = *longCount;
-    }
-    if (count > kMostValues) return std::nullopt;
-    return kind == kDictionary ? count * 2 : count;
+  static constexpr unsigned kAsciiString = 0x5, kUtf16String = 0x6, kArray = 0xA, kSet = 0xC, kDictionary = 0xD;
+
+  /// The length that an object's first byte gives, or the integer object that follows it.
+  static std::optional<uint64_t> lengthOf(uint8_t marker, ByteReader& reader) {
+    if ((marker & 0xF) != 0xF) return marker & 0xF;
+    const auto width = reader.u8();
+    if (!width || *width >> 4 != 1 || (*width & 0xF) > 3) return std::nullopt;
+    return number(reader, size_t{1} << (*width & 0xF));
+  }
+
+  /// The bytes of object `index` from its first one on; empty when there is no such object.
+  Bytes objectAt(uint64_t index) const {
+    if (index >= mSizes.size()) return {};
+    ByteReader offsets(mOffsets.subspan(index * mOffsetWidth));
+    const auto offset = number(offsets, mOffsetWidth);
+    return offset && *offset < mBytes.size() ? mBytes.subspan(*offset) : Bytes();
+  }
+
+  /// Whether an object is a text without a zero character: the library ends the program over one in a key.
+  bool isKey(uint64_t index) const {
+    ByteReader object(objectAt(index));
+    const auto marker = object.u8();
+    if (!marker) return false;
+    const unsigned kind = *marker >> 4;
+    if (kind != kAsciiString && kind != kUtf16String) return false;
+    const size_t width = kind == kAsciiString ? 1 : 2;
+    const auto length = lengthOf(*marker, object);
+    if (!length || *length > object.remaining() / width) return false;
+    for (uint64_t each = 0; each < *length; ++each)
+      if (number(object, width) == 0U) return false;
+    return true;
   }
 
   std::optional<Size> measure(uint64_t index, unsigned level) {
@@ -126,17 +142,18 @@ class BinaryOutline {
   }
 
   std::optional<Size> measureObject(uint64_t index, unsigned level) {
-    ByteReader offsets(mOffsets.subspan(index * mOffsetWidth));
-    const auto offset = number(offsets, mOffsetWidth);
-    if (!offset || *offset >= mBytes.size()) return std::nullopt;
-    ByteReader object(mBytes.subspan(*offset));
-    const uint8_t marker = *object.u8();
-    const auto count = references(object, marker);
-    if (!count) return std::nullopt;
+    ByteReader object(objectAt(index));
+    const auto marker = object.u8();
+    if (!marker) return std::nullopt;
     Size size{1, 1};
-    for (uint64_t each = 0; each < *count; ++each) {
+    const unsigned kind = *marker >> 4;
+    if (kind != kArray && kind != kSet && kind != kDictionary) return size;
+    const auto length = lengthOf(*marker, object);
+    if (!length || *length > kMostValues) return std::nullopt;
+    const uint64_t keys = kind == kDictionary ? *length : 0;
+    for (uint64_t each = 0; each < *length + keys; ++each) {
       const auto reference = number(object, mReferenceWidth);
-      if (!reference) return std::nullopt;
+      if (!reference || (each < keys && !isKey(*reference))) return std::nullopt;
       const auto part = measure(*reference, level + 1);
       if (!part) return std::nullopt;
       size.values += part->values;

@@ -111,7 +111,9 @@ void NSRunLoop::runUntilDate(TimePoint deadline) {
   }
   const ThreadDefault asDefault(context == mState->ownContext.get() ? context : nullptr);
   const Alarm alarm(context, deadline);
-  while (TimePoint::clock::now() < deadline) g_main_context_iteration(context, TRUE);
+  do {
+    g_main_context_iteration(context, TRUE);
+  } while (TimePoint::clock::now() < deadline);
 }
 
 void NSRunLoop::run() {

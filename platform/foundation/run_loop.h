@@ -20,8 +20,8 @@ class VESK_EXPORT NSRunLoop {
   /// The calling thread's loop.
   static std::shared_ptr<NSRunLoop> currentRunLoop();
 
-  /// Serves the thread until `deadline`; does nothing when that is past. When another thread is
-  /// serving the context, it is left to that thread and this one only waits.
+  /// Serves the thread until `deadline`; when that is past, serves once what is ready. When another
+  /// thread is serving the context, it is left to that thread and this one only waits.
   void runUntilDate(TimePoint deadline);
 
   /// Serves the thread until stop is called. A stop that came before is heeded: it ends the next run.
