@@ -38,34 +38,32 @@ std::vector<std::string> split(const std::string& text, char separator) {
   return parts;
 }
 
-using Records = std::vector<std::shared_ptr<VeskDeviceInfo>>;
-
 /// The record that `text` names among `records`; `kind` and `option` are for the messages.
-std::shared_ptr<VeskDeviceInfo> chooseRecord(const Records& records, const std::string& text, const char* kind,
+std::shared_ptr<VeskDeviceInfo> chooseRecord(const VeskDeviceList& records, const std::string& text, const char* kind,
                                              const char* option) {
   if (records.empty())
     throw Failure(kNoSuchDevice, fmt::format("no {} was found.", kind),
                   "Plug one in, or use --capture simulated or --capture file:PATH.");
   if (text.empty()) return records.front();
   if (const auto index = readNumber<size_t>(text); index && *index < records.size()) return records[*index];
-  Records fitting;
+  VeskDeviceList fitting;
   for (const auto& record : records) {
     if (record->path() == text) return record;
-    if (lowerCase(record->name()).find(lowerCase(text)) != std::string::npos) fitting.push_back(record);
+    if (lowerCase(nameOf(*record)).find(lowerCase(text)) != std::string::npos) fitting.push_back(record);
   }
   if (fitting.size() == 1) return fitting.front();
   if (fitting.empty())
     throw Failure(kNoSuchDevice, fmt::format("no {} is called \"{}\".", kind, text),
                   "\"vesk devices\" lists what there is.");
   std::vector<std::string> names;
-  for (const auto& record : fitting) names.push_back(record->name());
+  for (const auto& record : fitting) names.push_back(nameOf(*record));
   throw Failure(kNoSuchDevice, fmt::format("\"{}\" fits more than one {}: {}.", text, kind, fmt::join(names, ", ")),
                 fmt::format("Name it by index or path with {}.", option));
 }
 
 void checkOpened(int32_t status, const VeskDeviceInfo& info) {
   if (status != 0)
-    throw Failure(kBusy, fmt::format("\"{}\" could not be opened.", info.name()),
+    throw Failure(kBusy, fmt::format("\"{}\" could not be opened.", nameOf(info)),
                   "Close other programs that use it, or plug it in again.");
 }
 
@@ -141,7 +139,7 @@ CMVideoFormatDescriptionRef chooseVideoFormat(VeskVideoDevice& camera, const std
     throw Failure(kWrongUse, fmt::format("a movie cannot hold {} pictures here.", fourCharString(*wanted.codec)),
                   "Choose avc1 or 2vuy.");
   CMVideoFormatDescriptionRef best;
-  for (const auto& format : camera.getSupportedFormats()) {
+  for (const auto& format : *camera.getSupportedFormats()) {
     if (!isRecordable(format->mediaSubType())) continue;
     if (wanted.codec && *wanted.codec != format->mediaSubType()) continue;
     if (wanted.size && *wanted.size != format->dimensions()) continue;
@@ -150,8 +148,8 @@ CMVideoFormatDescriptionRef chooseVideoFormat(VeskVideoDevice& camera, const std
   if (!best)
     throw Failure(kFailed,
                   text.empty()
-                      ? fmt::format("\"{}\" offers no format that can be recorded.", camera.deviceInfo()->name())
-                      : fmt::format("\"{}\" does not offer {}.", camera.deviceInfo()->name(), text),
+                      ? fmt::format("\"{}\" offers no format that can be recorded.", nameOf(*camera.deviceInfo()))
+                      : fmt::format("\"{}\" does not offer {}.", nameOf(*camera.deviceInfo()), text),
                   "\"vesk formats\" lists what it offers; avc1 and 2vuy can be recorded.");
   return best;
 }
@@ -181,9 +179,14 @@ CMAudioFormatDescriptionRef chooseSoundFormat(VeskAudioDevice& microphone, const
   }
   throw Failure(kFailed,
                 text.empty()
-                    ? fmt::format("\"{}\" offers no sound that can be recorded.", microphone.deviceInfo()->name())
-                    : fmt::format("\"{}\" does not offer {}.", microphone.deviceInfo()->name(), text),
+                    ? fmt::format("\"{}\" offers no sound that can be recorded.", nameOf(*microphone.deviceInfo()))
+                    : fmt::format("\"{}\" does not offer {}.", nameOf(*microphone.deviceInfo()), text),
                 "\"vesk formats\" lists what it offers; --no-audio records the picture alone.");
+}
+
+std::string nameOf(const VeskDeviceInfo& info) {
+  if (const auto name = info.name(); name && !name->empty()) return *name;
+  return info.path().value_or("unnamed device");
 }
 
 std::string soundCodecName(uint32_t formatID) {

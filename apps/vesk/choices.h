@@ -33,6 +33,9 @@ CMVideoFormatDescriptionRef chooseVideoFormat(VeskVideoDevice& camera, const std
 /// for the first that a movie can hold.
 CMAudioFormatDescriptionRef chooseSoundFormat(VeskAudioDevice& microphone, const std::string& text);
 
+/// The name to show for a device, its path when it has none.
+std::string nameOf(const VeskDeviceInfo& info);
+
 /// "pcm", "aac", or the code as a hexadecimal number.
 std::string soundCodecName(uint32_t formatID);
 

@@ -2,12 +2,12 @@
 
 #include <cstdio>
 
+#include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
 #include "devices/audio_device.h"
 #include "devices/device_manager.h"
 #include "devices/video_device.h"
-#include "platform/foundation/notification_center.h"
 
 namespace vesk::program {
 namespace {
@@ -16,13 +16,13 @@ const char* kindOf(const VeskDeviceInfo& info) {
   return info.deviceType() == 0 ? "camera" : "microphone";
 }
 
-nlohmann::ordered_json describe(const std::vector<std::shared_ptr<VeskDeviceInfo>>& records) {
+nlohmann::ordered_json describe(const VeskDeviceList& records) {
   auto list = nlohmann::ordered_json::array();
   for (size_t index = 0; index < records.size(); ++index) {
     const auto& record = *records[index];
     list.push_back({{"index", index},
-                    {"name", record.name()},
-                    {"path", record.path()},
+                    {"name", nameOf(record)},
+                    {"path", record.path().value_or("")},
                     {"vendorID", record.vendorID()},
                     {"productID", record.productID()},
                     {"revisionID", record.revisionID()}});
@@ -30,13 +30,13 @@ nlohmann::ordered_json describe(const std::vector<std::shared_ptr<VeskDeviceInfo
   return list;
 }
 
-void printTable(const char* title, const std::vector<std::shared_ptr<VeskDeviceInfo>>& records) {
+void printTable(const char* title, const VeskDeviceList& records) {
   fmt::print("{}\n", title);
   if (records.empty()) fmt::print("  none\n");
   for (size_t index = 0; index < records.size(); ++index) {
     const auto& record = *records[index];
-    fmt::print("  {}  {:<32} {:04x}:{:04x}  {}\n", index, record.name(), record.vendorID(), record.productID(),
-               record.path());
+    fmt::print("  {}  {:<32} {:04x}:{:04x}  {}\n", index, nameOf(record), record.vendorID(), record.productID(),
+               record.path().value_or(""));
   }
 }
 
@@ -47,10 +47,11 @@ void watch(bool json) {
   const auto tell = [&loop, json](const char* event, std::shared_ptr<VeskDeviceInfo> info) {
     loop.post([event, json, info = std::move(info)] {
       if (json) {
-        printJson({{"event", event}, {"kind", kindOf(*info)}, {"name", info->name()}, {"path", info->path()}});
+        printJson(
+            {{"event", event}, {"kind", kindOf(*info)}, {"name", nameOf(*info)}, {"path", info->path().value_or("")}});
         return;
       }
-      fmt::print("{} {}  {}  {}\n", event, kindOf(*info), info->name(), info->path());
+      fmt::print("{} {}  {}  {}\n", event, kindOf(*info), nameOf(*info), info->path().value_or(""));
       std::fflush(stdout);
     });
   };

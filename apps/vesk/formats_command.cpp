@@ -12,7 +12,7 @@ namespace {
 
 nlohmann::ordered_json videoFormats(VeskVideoDevice& camera) {
   auto list = nlohmann::ordered_json::array();
-  for (const auto& format : camera.getSupportedFormats()) {
+  for (const auto& format : *camera.getSupportedFormats()) {
     const auto size = format->dimensions();
     list.push_back({{"codec", fourCharString(format->mediaSubType())},
                     {"width", size.width},
@@ -80,9 +80,9 @@ int runFormats(const GlobalOptions& global, const FormatsOptions& options) {
     printJson({{"video", video}, {"sound", sound}});
     return kDone;
   }
-  fmt::print("{}\n", camera ? camera->deviceInfo()->name() : "No camera");
+  fmt::print("{}\n", camera ? nameOf(*camera->deviceInfo()) : "No camera");
   printVideo(video);
-  fmt::print("{}\n", microphone ? microphone->deviceInfo()->name() : "No microphone");
+  fmt::print("{}\n", microphone ? nameOf(*microphone->deviceInfo()) : "No microphone");
   printSound(sound);
   return kDone;
 }

@@ -91,6 +91,12 @@ Host::~Host() {
   VeskDeviceManager::destroy();
 }
 
+DeviceWatch::DeviceWatch(const char* notification, std::function<void(std::shared_ptr<VeskDeviceInfo>)> handler)
+    : mObserver(NSNotificationCenter::defaultCenter().addObserver(
+          notification, [key = std::string(notification), handler = std::move(handler)](const NSNotification& posted) {
+            if (const auto* info = posted.value<std::shared_ptr<VeskDeviceInfo>>(key)) handler(*info);
+          })) {}
+
 MainLoop::MainLoop() : mLoop(g_main_loop_new(nullptr, FALSE)) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) mSources.push_back(g_unix_signal_add(number, &interrupted, this));
 }

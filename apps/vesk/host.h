@@ -6,8 +6,11 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "apps/vesk/program.h"
+#include "devices/device_info.h"
+#include "platform/foundation/notification_center.h"
 
 namespace vesk::program {
 
@@ -47,6 +50,16 @@ class MainLoop {
   GMainLoop* mLoop;
   std::vector<guint> mSources;
   bool mInterrupted = false;
+};
+
+/// Calls a handler with the record of each device that a notification of the manager tells of, for as
+/// long as it lives. The handler runs on the capture source's thread.
+class DeviceWatch {
+ public:
+  DeviceWatch(const char* notification, std::function<void(std::shared_ptr<VeskDeviceInfo>)> handler);
+
+ private:
+  NSNotificationObserver mObserver;
 };
 
 /// Sends the routine lines of the library nowhere unless --verbose was given; warnings and failures

@@ -18,8 +18,8 @@ enum ExitStatus : int {
 /// Why a command could not do what it was asked: what failed, and what to do about it.
 class Failure : public std::runtime_error {
  public:
-  Failure(ExitStatus status, const std::string& what, std::string hint)
-      : std::runtime_error(what), status(status), hint(std::move(hint)) {}
+  Failure(ExitStatus exitStatus, const std::string& what, std::string remedy)
+      : std::runtime_error(what), status(exitStatus), hint(std::move(remedy)) {}
 
   ExitStatus status;
   std::string hint;

@@ -72,6 +72,7 @@ class Recording {
     mIsStopping = true;
     mProgress.clear();
     mSession->stopSession();
+    mCamera->closeDevice();  // no source thread calls back from here on
     return finish();
   }
 
@@ -131,7 +132,7 @@ class Recording {
   void checkStarted(int32_t status) {
     const bool isSoundRefused = status != 0 && mCamera->isCapturing() && mMicrophone;
     if (status == 0 && mCamera->isCapturing()) return;
-    const std::string name = isSoundRefused ? mMicrophone->deviceInfo()->name() : mCamera->deviceInfo()->name();
+    const std::string name = isSoundRefused ? nameOf(*mMicrophone->deviceInfo()) : nameOf(*mCamera->deviceInfo());
     mSession->stopSession();
     if (status == 1 || status == 8)
       throw Failure(kFailed, fmt::format("a movie could not be begun in \"{}\".", folderOf(mOptions.file)),
@@ -146,7 +147,7 @@ class Recording {
                         (mMicrophone && mMicrophone->deviceInfo()->isEqualToDevice(*info));
     if (!isOurs) return;
     mLoop.post([this, info] {
-      mFailure.emplace(kFailed, fmt::format("\"{}\" was unplugged; the movie ends there.", info->name()),
+      mFailure.emplace(kFailed, fmt::format("\"{}\" was unplugged; the movie ends there.", nameOf(*info)),
                        "What was recorded is whole.");
     });
     mLoop.stop();
