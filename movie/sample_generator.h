@@ -19,8 +19,9 @@ class VESK_EXPORT ISampleGenerator {
   virtual CMSampleBufferRef CreateSample(const unsigned char* buffer, unsigned int length,
                                          unsigned long long timestamp) = 0;
 
-  /// Half of what a signed 64-bit time holds: no sum of a stamp and a sample's length overflows.
-  static constexpr unsigned long long kLatestTimestamp = 1ULL << 62;
+  /// 71 years: in any scale of up to 2^31 units a second the time still fits into 62 bits, so no sum
+  /// of a stamp and a sample's length overflows.
+  static constexpr unsigned long long kLatestTimestamp = 1ULL << 51;
 };
 
 }  // namespace vesk

@@ -13,8 +13,7 @@ class VESK_EXPORT VideoSampleGenerator : public ISampleGenerator {
  public:
   /// @param width,height pixels
   /// @param frameRate pictures a second; kept, not used for timing
-  VideoSampleGenerator(int width, int height, int frameRate)
-      : mWidth(width), mHeight(height), mFrameRate(frameRate) {}
+  VideoSampleGenerator(int width, int height, int frameRate) : mWidth(width), mHeight(height), mFrameRate(frameRate) {}
 
   /// Null for a picture stamped before the last one, and where CreateVideoSampleBuffer makes none.
   CMSampleBufferRef CreateSample(const unsigned char* buffer, unsigned int length,

@@ -1,0 +1,275 @@
+#include "movie/asset_writer_adapter.h"
+
+#include <sys/statvfs.h>
+
+#include <chrono>
+#include <utility>
+
+#include "platform/foundation/log.h"
+#include "platform/media/four_char_code.h"
+#include "platform/writing/file_system.h"
+
+namespace vesk {
+namespace {
+
+/// Samples that are gathered before the writer is woken, and how long the first may wait for others.
+constexpr size_t kGatheredSamples = 32;
+constexpr std::chrono::milliseconds kLongestWait{100};
+
+/// With less free space than this a failure counts as a full disk, whatever the writer says.
+constexpr uint64_t kLeastFreeSpace = 4'000'000;
+
+std::optional<uint64_t> freeSpaceAt(const std::string& path) {
+  struct statvfs facts {};
+  if (statvfs(path.c_str(), &facts) != 0) return std::nullopt;
+  return uint64_t{facts.f_bavail} * facts.f_frsize;
+}
+
+/// Where a sample ends, in microseconds of the movie; 0 when its times do not say.
+uint64_t endOf(const CMSampleBuffer& sample) {
+  CMTime duration = sample.duration();
+  if (const auto* sound = dynamic_cast<const CMAudioFormatDescription*>(sample.formatDescription().get())) {
+    const AudioStreamBasicDescription& description = sound->streamBasicDescription();
+    const int64_t frames = int64_t{sample.numSamples()} * description.mFramesPerPacket;
+    duration = CMTimeMake(frames, static_cast<int32_t>(description.mSampleRate));
+  }
+  const CMTime start = CMTimeConvertScale(sample.presentationTimeStamp(), 1'000'000);
+  const CMTime length = CMTimeConvertScale(duration, 1'000'000);
+  return start.valid && length.valid ? static_cast<uint64_t>(start.value + length.value) : 0;
+}
+
+}  // namespace
+
+AVAssetWriterAdapter::AVAssetWriterAdapter(const std::string& path, bool hasVideo, bool hasAudio,
+                                           std::shared_ptr<RecordingCounters> counters, FileSystem* fileSystem)
+    : mFilePath(path),
+      mHasAudio(hasAudio),
+      mHasVideo(hasVideo),
+      mFileSystem(fileSystem ? *fileSystem : FileSystem::posix()),
+      mCounters(counters ? std::move(counters) : std::make_shared<RecordingCounters>()),
+      mWriting(std::make_shared<Writing>()) {
+  setup();
+}
+
+AVAssetWriterAdapter::~AVAssetWriterAdapter() {
+  finish();
+}
+
+void AVAssetWriterAdapter::setup() {
+  MutexLock lock(mMutex);
+  mFileSystem.remove(mFilePath);
+  NSError error;
+  mWriter = AVAssetWriter::initWithURL(mFilePath, AVFileType::AVFileTypeQuickTimeMovie, &error, mFileSystem);
+  if (mWriter && !error) {
+    if (mHasVideo) mVideoInput = makeInput(AVMediaType::AVMediaTypeVideo);
+    if (mHasAudio) mAudioInput = makeInput(AVMediaType::AVMediaTypeAudio);
+  }
+  mCounters->writerMissing = !mWriter;
+  *mWriting = {mWriter.get(), mAudioInput.get(), mVideoInput.get()};
+  mWriterQueue = DispatchQueue::createSerial("Media Writer Queue");
+  printToOutput("Starting writing [%s] with audio = %p, video = %p\n", mFilePath.c_str(),
+                static_cast<void*>(mAudioInput.get()), static_cast<void*>(mVideoInput.get()));
+}
+
+std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::makeInput(AVMediaType mediaType) {
+  auto input = AVAssetWriterInput::initWithMediaType(mediaType);
+  if (mWriter->canAddInput(*input)) {
+    mWriter->addInput(input);
+    input->setExpectsMediaDataInRealTime(true);
+  }
+  return input;
+}
+
+std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::audioInput() const {
+  MutexLock lock(mMutex);
+  return mAudioInput;
+}
+
+std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::videoInput() const {
+  MutexLock lock(mMutex);
+  return mVideoInput;
+}
+
+// Adding samples, on the callers' threads.
+
+int32_t AVAssetWriterAdapter::addVideoSample(const CMSampleBufferRef& sample) {
+  if (!sample) return 0;
+  MutexLock lock(mMutex);
+  if (mDiscardSamples && mustBeDiscarded(*sample)) {
+    RecordingCounters::add(mCounters->video.heldBack);
+    printToOutput("Samples are being discarded!!!\n");
+    return 0;
+  }
+  const int32_t result = addSampleLocked(sample, mVideoInput);
+  mDiscardSamples = result != 0;
+  return result;
+}
+
+bool AVAssetWriterAdapter::mustBeDiscarded(const CMSampleBuffer& sample) {
+  if (sample.formatDescription()->mediaSubType() != kCMVideoCodecType_H264) return false;
+  return sample.sampleAttachments().valueOr(kCMSampleAttachmentKey_DependsOnOthers, true);
+}
+
+int32_t AVAssetWriterAdapter::addAudioSample(const CMSampleBufferRef& sample) {
+  MutexLock lock(mMutex);
+  return addSampleLocked(sample, mAudioInput);
+}
+
+int32_t AVAssetWriterAdapter::addSample(const CMSampleBufferRef& sample,
+                                        const std::shared_ptr<AVAssetWriterInput>& input) {
+  MutexLock lock(mMutex);
+  return addSampleLocked(sample, input);
+}
+
+int32_t AVAssetWriterAdapter::addSampleLocked(const CMSampleBufferRef& sample,
+                                              const std::shared_ptr<AVAssetWriterInput>& input) {
+  if (!sample || !input || mFinished) return 0;
+  const bool isVideo = input == mVideoInput;
+  SampleQueue& queue = isVideo ? mVideoQueue : mAudioQueue;
+  RecordingCounters::Track& counters = isVideo ? mCounters->video : mCounters->audio;
+
+  RecordingCounters::add(counters.queued);  // before the writer queue can take it
+  if (queue.enqueue(CMSampleBufferRef(sample))) {
+    mCounters->noteEnd(endOf(*sample));
+  } else {
+    counters.queued.fetch_sub(1, std::memory_order_relaxed);
+    RecordingCounters::add(counters.dropped);
+    printToError("[FATAL] dropping packet!\n");
+  }
+  const int32_t result = addSamplePriv(sample, input);
+  wakeWriter(queue.count(), *input);
+  return result;
+}
+
+int32_t AVAssetWriterAdapter::addSamplePriv(const CMSampleBufferRef& sample,
+                                            const std::shared_ptr<AVAssetWriterInput>& input) {
+  if (!sample || !input) return 0;
+  switch (mWriter->status()) {
+    case AVAssetWriterStatus::Unknown:
+      startWriting();
+      return 0;
+    case AVAssetWriterStatus::Failed:
+      return reportFailure(*mWriter);
+    case AVAssetWriterStatus::Writing:
+    case AVAssetWriterStatus::Completed:
+    case AVAssetWriterStatus::Cancelled:
+      return 0;
+  }
+  return 0;
+}
+
+void AVAssetWriterAdapter::startWriting() {
+  if (mWriter->startWriting()) mWriter->startSessionAtSourceTime(kCMTimeZero);
+  // The blocks belong to the inputs, so they hold neither; `writing` says whether those are still there.
+  const auto request = [this, writerQueue = mWriterQueue](AVAssetWriterInput* input, SampleQueue& queue,
+                                                          RecordingCounters::Track& counters) {
+    if (!input) return;
+    input->requestMediaDataWhenReadyOnQueue(writerQueue, [this, writing = mWriting, input, &queue, &counters] {
+      if (writing->alive) AddSampleFromQueue(queue, input, counters);
+    });
+  };
+  request(mAudioInput.get(), mAudioQueue, mCounters->audio);
+  request(mVideoInput.get(), mVideoQueue, mCounters->video);
+}
+
+void AVAssetWriterAdapter::wakeWriter(size_t waiting, AVAssetWriterInput& input) {
+  if (waiting >= kGatheredSamples) return input.mediaDataAvailable();
+  // An exchange here and there: a sample queued while a wake is pending is seen by its pull.
+  if (mWakePending.exchange(true)) return;
+  mWriterQueue->asyncAfter(kLongestWait, [this, writing = mWriting] {
+    if (!writing->alive) return;
+    mWakePending.exchange(false);
+    pullWaiting();
+  });
+}
+
+int32_t AVAssetWriterAdapter::reportFailure(const AVAssetWriter& writer) const {
+  const NSError error = writer.error();
+  NSLog("Asset writer failed [" + error.description + "]");
+  const int32_t status = AVErrorToMovieCreatorError(error.code);
+  mCounters->noteStatus(status);
+  return status;
+}
+
+int32_t AVAssetWriterAdapter::AVErrorToMovieCreatorError(int64_t code) const {
+  return movieCreatorError(code, freeSpaceAt(mFilePath));
+}
+
+int32_t AVAssetWriterAdapter::movieCreatorError(int64_t code, std::optional<uint64_t> freeSpace) {
+  if (code == AVErrorDiskFull) return kMovieDiskFull;
+  if (code == AVErrorFileFailedToWrite) return kMovieFileFailedToWrite;
+  return freeSpace && *freeSpace < kLeastFreeSpace ? kMovieDiskFull : kMovieWriterFailed;
+}
+
+// Writing, on the writer queue.
+
+void AVAssetWriterAdapter::pullWaiting() {
+  AddSampleFromQueue(mAudioQueue, mWriting->audioInput, mCounters->audio);
+  AddSampleFromQueue(mVideoQueue, mWriting->videoInput, mCounters->video);
+}
+
+int32_t AVAssetWriterAdapter::AddSampleFromQueue(SampleQueue& queue, AVAssetWriterInput* input,
+                                                 RecordingCounters::Track& counters) {
+  if (!input) return 0;
+  while (input->isReadyForMoreMediaData()) {
+    const CMSampleBufferRef sample = queue.dequeue();
+    if (!sample) break;
+    if (!input->appendSampleBuffer(sample)) {
+      NSLog("[FATAL]: Failed to insert sample!!!");
+      RecordingCounters::add(counters.refused);
+    }
+    counters.taken.fetch_add(1, std::memory_order_release);
+  }
+  mCounters->bytes.store(mWriting->writer->bytesWritten(), std::memory_order_relaxed);
+  return 0;
+}
+
+// Finishing.
+
+void AVAssetWriterAdapter::finish() {
+  std::shared_ptr<AVAssetWriterInput> audioInput;
+  std::shared_ptr<AVAssetWriterInput> videoInput;
+  std::shared_ptr<AVAssetWriter> writer;
+  std::shared_ptr<DispatchQueue> queue;
+  {
+    MutexLock lock(mMutex);
+    if (std::exchange(mFinished, true)) return;
+    audioInput = std::move(mAudioInput);
+    videoInput = std::move(mVideoInput);
+    writer = std::move(mWriter);
+    queue = std::move(mWriterQueue);
+  }
+  queue->sync([&] {
+    if (writer) finishWriting(*writer);
+    mWriting->alive = false;
+    videoInput.reset();
+    audioInput.reset();
+    writer.reset();
+  });
+  // Letting go of a queue waits for its work. A wake that is still to come may take its time
+  // elsewhere: finishing does not wait for it.
+  if (mWakePending) DispatchQueue::globalQueue()->async([held = std::move(queue)] {});
+
+  drain(mAudioQueue, mCounters->audio);
+  drain(mVideoQueue, mCounters->video);
+  printToOutput("Finished writing [%s]\n", mFilePath.c_str());
+}
+
+void AVAssetWriterAdapter::finishWriting(AVAssetWriter& writer) {
+  const AVAssetWriterStatus status = writer.status();
+  if (status != AVAssetWriterStatus::Writing && status != AVAssetWriterStatus::Failed) return;
+  pullWaiting();
+  if (mWriting->videoInput) mWriting->videoInput->markAsFinished();
+  if (mWriting->audioInput) mWriting->audioInput->markAsFinished();
+  if (!writer.finishWriting() && writer.status() == AVAssetWriterStatus::Failed) reportFailure(writer);
+  mCounters->bytes.store(writer.bytesWritten(), std::memory_order_relaxed);
+}
+
+void AVAssetWriterAdapter::drain(SampleQueue& queue, RecordingCounters::Track& counters) {
+  while (queue.dequeue()) {
+    RecordingCounters::add(counters.refused);
+    RecordingCounters::add(counters.taken);
+  }
+}
+
+}  // namespace vesk

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "movie/asset_writer_adapter.h"
+#include "movie/movie_creator.h"
+#include "movie/recording_counters.h"
+#include "movie/sample_generator.h"
+#include "platform/foundation/export.h"
+#include "platform/foundation/mutex.h"
+
+namespace vesk {
+
+/// The movie creator over an asset writer: a sample generator for each stream, and the adapter that
+/// queues their samples.
+///
+/// Locks: mMutex is held for the whole of Open, AddSampleToMovie and Close, and comes before the
+/// adapter's. Close waits for the writer queue while it holds it; nothing there takes it.
+class VESK_EXPORT VeskMovieAssetCreator final : public VeskMovieCreator {
+ public:
+  /// @param fileSystem where the movie lives, which must outlive the creator; the machine's own without
+  explicit VeskMovieAssetCreator(std::string path, FileSystem* fileSystem = nullptr);
+  /// Finishes the movie if nobody has closed it.
+  ~VeskMovieAssetCreator() override = default;
+
+  int32_t Open(const _VeskVideoDescription* video, const _VeskAudioDescription* audio) override VESK_EXCLUDES(mMutex);
+  int32_t AddSampleToMovie(void* buffer, unsigned long length, unsigned long long timestamp,
+                           VeskMediaType type) override VESK_EXCLUDES(mMutex);
+  int32_t Close() override VESK_EXCLUDES(mMutex);
+  RecordingStatistics statistics() const override;
+  QueueLevels waiting() const override;
+
+ private:
+  void openStreams(const _VeskVideoDescription* video, const _VeskAudioDescription* audio) VESK_REQUIRES(mMutex);
+  int32_t addSample(uint8_t* buffer, unsigned long length, uint64_t timestamp, VeskMediaType type)
+      VESK_REQUIRES(mMutex);
+  int32_t addVideo(uint8_t* buffer, uint32_t length, uint64_t time) VESK_REQUIRES(mMutex);
+  int32_t addAudio(const uint8_t* buffer, uint32_t length, uint64_t time) VESK_REQUIRES(mMutex);
+  /// A buffer came that makes no sample.
+  void countAsUnused(VeskMediaType type);
+
+  FileSystem* const mFileSystem;
+  const std::shared_ptr<RecordingCounters> mCounters;
+  Mutex mMutex;
+  _VeskVideoDescription mVideoDescription VESK_GUARDED_BY(mMutex);
+  _VeskAudioDescription mAudioDescription VESK_GUARDED_BY(mMutex);
+  std::unique_ptr<ISampleGenerator> mVideoGenerator VESK_GUARDED_BY(mMutex);
+  std::unique_ptr<ISampleGenerator> mAudioGenerator VESK_GUARDED_BY(mMutex);
+  std::unique_ptr<AVAssetWriterAdapter> mAdapter VESK_GUARDED_BY(mMutex);  ///< null before Open and after Close
+  uint64_t mFirstTimestamp VESK_GUARDED_BY(mMutex) = 0;  ///< the movie's zero; 0 before the first sample
+  bool mWasOpened VESK_GUARDED_BY(mMutex) = false;
+};
+
+}  // namespace vesk

@@ -1,0 +1,57 @@
+#include "movie/recording_counters.h"
+
+namespace vesk {
+namespace {
+
+/// `more` less `less`. The two are counted on different threads, so `less` may be ahead for a moment.
+uint64_t difference(const RecordingCounters::Count& more, const RecordingCounters::Count& less) {
+  const uint64_t taken = less.load(std::memory_order_acquire);
+  const uint64_t all = more.load(std::memory_order_relaxed);
+  return all > taken ? all - taken : 0;
+}
+
+uint64_t value(const RecordingCounters::Count& count) {
+  return count.load(std::memory_order_relaxed);
+}
+
+}  // namespace
+
+void RecordingCounters::noteEnd(uint64_t end) {
+  uint64_t furthest = value(mDuration);
+  while (end > furthest && !mDuration.compare_exchange_weak(furthest, end, std::memory_order_relaxed)) {
+  }
+}
+
+void RecordingCounters::noteStatus(int32_t status) {
+  int32_t none = 0;
+  if (status != 0) mStatus.compare_exchange_strong(none, status, std::memory_order_relaxed);
+}
+
+RecordingStatistics RecordingCounters::statistics() const {
+  const QueueLevels queues = levels();
+  RecordingStatistics result;
+  result.videoFrames = difference(video.queued, video.refused);
+  result.videoDropped = value(video.dropped) + value(video.refused);
+  result.videoHeldBack = value(video.heldBack);
+  result.audioPackets = difference(audio.queued, audio.refused);
+  result.audioDropped = value(audio.dropped) + value(audio.refused);
+  result.audioSilence = value(silence);
+  result.duration = value(mDuration);
+  result.bytes = value(bytes);
+  result.videoWaiting = queues.videoWaiting;
+  result.audioWaiting = queues.audioWaiting;
+  result.videoCapacity = queues.videoCapacity;
+  result.audioCapacity = queues.audioCapacity;
+  result.status = mStatus.load(std::memory_order_relaxed);
+  result.writerMissing = writerMissing.load(std::memory_order_relaxed);
+  return result;
+}
+
+QueueLevels RecordingCounters::levels() const {
+  QueueLevels result;
+  result.videoWaiting = static_cast<uint32_t>(difference(video.queued, video.taken));
+  result.audioWaiting = static_cast<uint32_t>(difference(audio.queued, audio.taken));
+  return result;
+}
+
+}  // namespace vesk

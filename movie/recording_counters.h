@@ -1,0 +1,50 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "movie/queue_levels.h"
+#include "movie/recording_statistics.h"
+#include "platform/foundation/export.h"
+
+namespace vesk {
+
+/// Counts what a recording does, where it is done, for anyone to read at any time.
+///
+/// Threads: everything from any thread, without a lock. The numbers of one snapshot may lie a few
+/// samples apart.
+class VESK_EXPORT RecordingCounters {
+ public:
+  using Count = std::atomic<uint64_t>;
+
+  /// One track. Samples go queued → taken from the queue → in the file, or refused there.
+  struct Track {
+    Count queued{0};
+    Count taken{0};
+    Count refused{0};   ///< taken, but the writer did not want them
+    Count dropped{0};   ///< never queued: the queue was full, or they came out of order
+    Count heldBack{0};  ///< nothing to record in them, or not yet
+  };
+
+  static void add(Count& count, uint64_t more = 1) { count.fetch_add(more, std::memory_order_relaxed); }
+
+  /// A sample that ends at `end` microseconds was queued.
+  void noteEnd(uint64_t end);
+  /// A status other than 0 came up; the first one stays.
+  void noteStatus(int32_t status);
+
+  RecordingStatistics statistics() const;
+  QueueLevels levels() const;
+
+  Track video;
+  Track audio;
+  Count silence{0};  ///< packets put in to fill gaps
+  Count bytes{0};
+  std::atomic<bool> writerMissing{false};
+
+ private:
+  Count mDuration{0};
+  std::atomic<int32_t> mStatus{0};
+};
+
+}  // namespace vesk

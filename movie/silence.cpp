@@ -1,0 +1,12 @@
+#include "movie/silence.h"
+
+#include "platform/foundation/log.h"
+
+namespace vesk {
+
+void reportOpenGap(uint64_t gap) {
+  printToError("[WARNING]: Gap of %llu seconds in the sound is too long for silence, leaving it open\n",
+               static_cast<unsigned long long>(gap / 1'000'000));
+}
+
+}  // namespace vesk
