@@ -1,0 +1,73 @@
+#pragma once
+
+#include <sys/uio.h>
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "platform/foundation/export.h"
+
+namespace vesk {
+
+/// An open file of the file layer. Failures are errno values; 0 is success.
+///
+/// The virtual operations are one system call each and may fall short or be interrupted; writeAll
+/// and readAll are the one place that copes with that. Threads: reading, writing and syncing may
+/// happen at the same time on different threads.
+class VESK_EXPORT File {
+ public:
+  virtual ~File() = default;
+
+  /// Writes all of `vectors`, which are used up, from `offset` on. After a failure any leading part
+  /// may have been written.
+  int writeAll(std::span<iovec> vectors, uint64_t offset);
+  int writeAll(std::span<const uint8_t> bytes, uint64_t offset);
+  /// Fills `into` from `offset` on; `got` is less than its size only at the end of the file.
+  int readAll(std::span<uint8_t> into, uint64_t offset, size_t& got);
+
+  /// One write at `offset`. @return bytes written, or -errno.
+  virtual int64_t writeVectors(const iovec* vectors, int count, uint64_t offset) = 0;
+  /// One read at `offset`. @return bytes read, 0 at the end, or -errno.
+  virtual int64_t readBytes(uint8_t* into, size_t count, uint64_t offset) = 0;
+  /// Bytes in the file, or -errno.
+  virtual int64_t size() = 0;
+  /// Waits until everything written is on the disk.
+  virtual int syncData() = 0;
+  /// Sets space aside without changing the size. EOPNOTSUPP where the file system cannot.
+  virtual int preallocate(uint64_t offset, uint64_t length) = 0;
+  /// Cuts the file, and with it any space set aside behind `size`.
+  virtual int truncate(uint64_t size) = 0;
+  /// Claims the file for this handle until it is closed. EWOULDBLOCK when another has it.
+  virtual int lock() = 0;
+  /// Whether the file still has a name in some folder.
+  virtual bool isLinked() = 0;
+  virtual int close() = 0;
+};
+
+enum class FileMode {
+  kCreate,     ///< for reading and writing, made when it is not there; what it holds stays
+  kReadWrite,  ///< must be there
+};
+
+/// Where files live. The tests have one in memory that fails on command.
+class VESK_EXPORT FileSystem {
+ public:
+  virtual ~FileSystem() = default;
+
+  /// The machine's own. A file size limit (RLIMIT_FSIZE) shows as EFBIG from a write: the SIGXFSZ
+  /// that comes with it is held back and taken by the writing thread, so it neither ends the
+  /// program nor reaches a handler of the host.
+  static FileSystem& posix();
+
+  /// The file at `path`, or null with the reason in `error`.
+  virtual std::unique_ptr<File> open(const std::string& path, FileMode mode, int& error) = 0;
+  virtual int remove(const std::string& path) = 0;
+  /// Whether a file could be made at `path`, as far as its folder goes.
+  virtual int checkFolderOf(const std::string& path) = 0;
+  /// Makes the name of the file at `path` durable.
+  virtual int syncFolderOf(const std::string& path) = 0;
+};
+
+}  // namespace vesk

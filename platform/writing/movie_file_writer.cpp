@@ -1,0 +1,318 @@
+#include "platform/writing/movie_file_writer.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <utility>
+
+#include "platform/foundation/log.h"
+#include "platform/writing/movie_layout.h"
+
+namespace vesk {
+namespace {
+
+// With a quarter of a second in the queues before the writer, these keep the file within two
+// seconds of the camera.
+constexpr uint64_t kFragmentAtKeyPicture = 500'000;  // microseconds
+constexpr uint64_t kLongestFragment = 1'000'000;
+constexpr uint64_t kLargestFragment = uint64_t{16} << 20;
+constexpr uint64_t kLongestWaitForHeader = 500'000;
+
+// Room kept for a track whose first sample has not come: its part of a `moov`, generously.
+constexpr uint64_t kRoomForVideo = 2048 + 4096;
+constexpr uint64_t kRoomForSound = 2048;
+
+int64_t errorCodeOf(int error) {
+  switch (error) {
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      return AVErrorDiskFull;
+    case ENOENT:
+    case ENOTDIR:
+    case ENODEV:
+    case ENXIO:
+    case ESTALE:
+    case EIO:
+      return AVErrorFileFailedToWrite;
+    default:
+      return AVErrorUnknown;
+  }
+}
+
+std::string describe(int error) {
+  switch (error) {
+    case ENOENT:
+      return "the file or its folder is gone";
+    case EDQUOT:
+      return "your disk quota is used up";
+    case EFBIG:
+      return "the file is as large as the system allows";
+    case EWOULDBLOCK:
+      return "another recording is writing to it";
+    default:
+      char text[128];
+      return strerror_r(error, text, sizeof text);
+  }
+}
+
+iovec asVector(std::span<const uint8_t> bytes) {
+  return {const_cast<uint8_t*>(bytes.data()), bytes.size()};
+}
+
+}  // namespace
+
+MovieFileWriter::MovieFileWriter(std::string path, FileSystem& fileSystem)
+    : mPath(std::move(path)), mFileSystem(fileSystem) {}
+
+MovieFileWriter::~MovieFileWriter() {
+  close();
+}
+
+size_t MovieFileWriter::addTrack(TrackKind kind) {
+  mTracks.emplace_back(kind, static_cast<uint32_t>(mTracks.size() + 1));
+  return mTracks.size() - 1;
+}
+
+bool MovieFileWriter::start() {
+  if (status() != AVAssetWriterStatus::Unknown) return false;
+  int error = 0;
+  mFile = mFileSystem.open(mPath, FileMode::kCreate, error);
+  if (mFile) error = mFile->lock();
+  if (mFile && error == 0) error = mFile->truncate(0);
+  if (!mFile || error != 0) {
+    mFile.reset();
+    return fail(error);
+  }
+  mDurability = std::make_unique<DurabilityThread>(*mFile, mFileSystem, mPath);
+  mDurability->start();
+  mMovie = describeMovie(std::time(nullptr));
+  mStatus.store(AVAssetWriterStatus::Writing, std::memory_order_release);
+  return true;
+}
+
+void MovieFileWriter::setSessionStart(const CMTime& time) {
+  const CMTime inMicroseconds = CMTimeConvertScale(time, 1'000'000);
+  constexpr int64_t kFarthest = int64_t{1} << 61;
+  if (!inMicroseconds.valid || inMicroseconds.value > kFarthest || inMicroseconds.value < -kFarthest) return;
+  mSessionStart = inMicroseconds.value;
+}
+
+bool MovieFileWriter::append(size_t number, const CMSampleBufferRef& sample) {
+  if (!isWriting() || !sample || number >= mTracks.size()) return false;
+  MediaTrack& track = mTracks[number];
+  if (track.endsFragment(*sample, mSessionStart, kFragmentAtKeyPicture) && !flush()) return false;
+  const bool wasKnown = track.description().has_value();
+  if (!track.accept(sample, mSessionStart)) return false;
+  if (!mHasHeader) {
+    if (shouldWriteHeader() && !writeHeader()) return false;
+  } else if (!wasKnown && !writeSecondHeader()) {
+    return false;
+  }
+  if (track.waitingDuration() < kLongestFragment && track.waitingBytes() < kLargestFragment) return true;
+  return flush();
+}
+
+void MovieFileWriter::finishTrack(size_t number) {
+  if (number < mTracks.size()) mTracks[number].finish();
+}
+
+bool MovieFileWriter::finish() {
+  if (status() != AVAssetWriterStatus::Writing && status() != AVAssetWriterStatus::Failed) return false;
+  if (!mFile) return false;
+  if (isWriting() && hasWaiting()) flush();
+  mDurability->stop();
+  if (isWriting() && mDurability->error() != 0) fail(mDurability->error());
+  if (mEnd == 0) {
+    close();
+    mFileSystem.remove(mPath);
+  } else {
+    makePlain();
+    close();
+  }
+  if (isWriting()) mStatus.store(AVAssetWriterStatus::Completed, std::memory_order_release);
+  return status() == AVAssetWriterStatus::Completed;
+}
+
+NSError MovieFileWriter::error() const {
+  MutexLock lock(mErrorMutex);
+  return mError;
+}
+
+size_t MovieFileWriter::indexMemory() const {
+  size_t bytes = 0;
+  for (const MediaTrack& track : mTracks) bytes += track.index().memory();
+  return bytes;
+}
+
+std::vector<TrackContents> MovieFileWriter::knownTracks() const {
+  std::vector<TrackContents> known;
+  for (const MediaTrack& track : mTracks) {
+    if (track.description()) known.push_back({&*track.description(), &track.index()});
+  }
+  return known;
+}
+
+bool MovieFileWriter::hasWaiting() const {
+  return std::any_of(mTracks.begin(), mTracks.end(), [](const MediaTrack& track) { return !track.waiting().empty(); });
+}
+
+bool MovieFileWriter::shouldWriteHeader() const {
+  bool complete = true;
+  for (const MediaTrack& track : mTracks) {
+    if (track.waitingDuration() >= kLongestWaitForHeader) return true;
+    if (!track.description() && !track.isFinished()) complete = false;
+  }
+  return complete;
+}
+
+/// Writes everything before the first fragment.
+bool MovieFileWriter::writeHeader() {
+  const auto known = knownTracks();
+  std::vector<uint8_t> bytes = makeMovieBeginning();
+  const auto header = makeFragmentedMovieHeader(mMovie, known);
+  mSlots[0] = {bytes.size(), header.size()};
+  bytes.insert(bytes.end(), header.begin(), header.end());
+
+  AtomWriter writer(bytes);
+  {
+    const auto padding = writer.atom(fourCharCode("free"));
+    writer.zeros((8 - bytes.size() % 8) % 8);
+  }
+  uint64_t room = 0;
+  for (const MediaTrack& track : mTracks) {
+    if (track.description() || track.isFinished()) continue;
+    room += track.kind() == TrackKind::kVideo ? kRoomForVideo : kRoomForSound;
+  }
+  if (room > 0) {
+    mSlots[1].offset = bytes.size();
+    {
+      const auto spare = writer.atom(fourCharCode("free"));
+      writer.zeros((header.size() + room + 7) / 8 * 8);
+    }
+    mSlots[1].size = bytes.size() - mSlots[1].offset;
+  }
+  iovec vector = asVector(bytes);
+  if (!writeOrCutBack(std::span(&vector, 1), bytes.size())) return false;
+  mHasHeader = true;
+  mDurability->wrote(mEnd);
+  return true;
+}
+
+/// Puts a `moov` that has all tracks into the spare room and switches to it. The first lies in front
+/// and stays in force until the second is complete; then the two change their types.
+bool MovieFileWriter::writeSecondHeader() {
+  const auto header = makeFragmentedMovieHeader(mMovie, knownTracks());
+  const Slot spare = mSlots[1];
+  constexpr uint64_t kAtomHeader = 8;
+  if (spare.size < header.size() + kAtomHeader) {
+    for (MediaTrack& track : mTracks) {
+      if (track.description() && track.index().count() == 0 && !track.waiting().empty()) track.refuse();
+    }
+    NSLog("A track came too late for its movie and is left out: " + mPath);
+    return false;
+  }
+  std::vector<uint8_t> bytes = header;
+  AtomWriter writer(bytes);
+  {
+    const auto rest = writer.atom(fourCharCode("free"));
+    writer.zeros(spare.size - header.size() - kAtomHeader);
+  }
+  // First everything behind the room's own header, which makes readers skip it; then that header,
+  // which lies in one page; then the old one goes.
+  const std::span<const uint8_t> all = bytes;
+  if (!writeInPlace(all.subspan(kAtomHeader), spare.offset + kAtomHeader) ||
+      !writeInPlace(all.first(kAtomHeader), spare.offset) ||
+      !writeInPlace(typeBytes(fourCharCode("free")), mSlots[0].offset + kTypeOffset)) {
+    return false;
+  }
+  std::swap(mSlots[0], mSlots[1]);
+  mSlots[0].size = header.size();
+  return true;
+}
+
+/// Writes all that waits as one fragment.
+bool MovieFileWriter::flush() {
+  if (!mHasHeader && !writeHeader()) return false;
+  if (const int error = mDurability->error()) return fail(error);
+  mFragment.build(mSequence + 1, mTracks);
+  const uint64_t offset = mEnd;
+  if (!writeOrCutBack(mFragment.vectors(), mFragment.size())) return false;
+  if (!writeInPlace(typeBytes(fourCharCode("moof")), offset + kTypeOffset)) {
+    mFile->truncate(offset);
+    setEnd(offset);
+    return false;
+  }
+  ++mSequence;
+  mFragment.enterIndexes(offset, mTracks);
+  for (MediaTrack& track : mTracks) track.clearWaiting();
+  mDurability->wrote(mEnd);
+  return true;
+}
+
+/// Appends the plain `moov` and makes it the only one. Every step is on the disk before the next.
+bool MovieFileWriter::makePlain() {
+  const auto known = knownTracks();
+  const bool hasSamples =
+      std::any_of(known.begin(), known.end(), [](const TrackContents& track) { return track.index->count() > 0; });
+  const bool fits =
+      std::all_of(known.begin(), known.end(), [](const TrackContents& track) { return track.index->fitsTables(); });
+  if (!fits) NSLog("The movie is too long for plain tables and stays in fragments: " + mPath);
+  if (!hasSamples || !fits) return sync() && mFile->truncate(mEnd) == 0;
+
+  const auto header = makePlainMovieHeader(mMovie, known, fourCharCode("free"));
+  const uint64_t offset = mEnd;
+  iovec vector = asVector(header);
+  if (!writeOrCutBack(std::span(&vector, 1), header.size()) || !sync()) return false;
+  if (!writeInPlace(typeBytes(fourCharCode("moov")), offset + kTypeOffset) || !sync()) return false;
+  if (!writeInPlace(makeMediaDataHeader(offset), kReservedOffset) || !sync()) return false;
+  mFile->truncate(mEnd);  // gives back what was set aside
+  return true;
+}
+
+/// Writes at the end. After a failure the file is cut back to where it was, so that no torn atom
+/// lies behind the movie.
+bool MovieFileWriter::writeOrCutBack(std::span<iovec> vectors, uint64_t size) {
+  if (const int error = mFile->writeAll(vectors, mEnd)) {
+    mFile->truncate(mEnd);
+    return fail(error);
+  }
+  setEnd(mEnd + size);
+  return true;
+}
+
+bool MovieFileWriter::writeInPlace(std::span<const uint8_t> bytes, uint64_t offset) {
+  const int error = mFile->writeAll(bytes, offset);
+  return error == 0 || fail(error);
+}
+
+bool MovieFileWriter::sync() {
+  const int error = mFile->syncData();
+  return error == 0 || fail(error);
+}
+
+/// The first failure is the one that is told. Always false.
+bool MovieFileWriter::fail(int error) {
+  MutexLock lock(mErrorMutex);
+  if (!mError) mError = {errorCodeOf(error), "The movie " + mPath + " could not be written: " + describe(error)};
+  mStatus.store(AVAssetWriterStatus::Failed, std::memory_order_release);
+  return false;
+}
+
+void MovieFileWriter::setEnd(uint64_t end) {
+  mEnd = end;
+  mBytesWritten.store(end, std::memory_order_relaxed);
+}
+
+void MovieFileWriter::close() {
+  if (mDurability) mDurability->stop();
+  mDurability.reset();
+  if (!mFile) return;
+  const int error = mFile->close();
+  mFile.reset();
+  if (error != 0 && isWriting()) fail(error);
+  for (MediaTrack& track : mTracks) track.clearWaiting();
+}
+
+}  // namespace vesk

@@ -1,0 +1,108 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/foundation/error.h"
+#include "platform/foundation/mutex.h"
+#include "platform/media/sample_buffer.h"
+#include "platform/writing/asset_writer.h"
+#include "platform/writing/durability_thread.h"
+#include "platform/writing/file_system.h"
+#include "platform/writing/media_track.h"
+#include "platform/writing/movie_fragment.h"
+#include "platform/writing/movie_header.h"
+
+namespace vesk {
+
+/// Writes the file of a movie. While it grows it is
+///
+///   ftyp | free (16 bytes) | moov (no samples) | [free: room for a second moov] | fragments
+///
+/// and the end makes it
+///
+///   ftyp | mdat (64-bit size, over everything up to here) | moov (all samples)
+///
+/// in steps each of which leaves a movie that can be read: what is new is written as `free`, which
+/// readers skip, and then its type is changed, four bytes that do not cross a page of memory. So it
+/// is for a fragment, for a second moov when a track's first sample comes late, and for the plain
+/// moov at the end.
+///
+/// Invariants: everything before mEnd is whole atoms; nothing behind mEnd counts; an index holds the
+/// samples of visible fragments only.
+///
+/// Threads: status, error and bytesWritten from any thread; everything else from one at a time.
+class MovieFileWriter {
+ public:
+  MovieFileWriter(std::string path, FileSystem& fileSystem);
+  /// Leaves an unfinished movie as it is: readable up to its last fragment.
+  ~MovieFileWriter();
+  MovieFileWriter(const MovieFileWriter&) = delete;
+  MovieFileWriter& operator=(const MovieFileWriter&) = delete;
+
+  /// Adds a track before the start. @return its place, for append and finishTrack.
+  size_t addTrack(TrackKind kind);
+  /// Makes the file and claims it. False, and Failed, when it cannot be made.
+  bool start();
+  void setSessionStart(const CMTime& time);
+  /// Takes a sample in; a fragment is written when enough waits. False when the sample does not fit
+  /// its track or the writer has failed.
+  bool append(size_t track, const CMSampleBufferRef& sample);
+  /// No more samples come for this track; the others no longer wait for its first.
+  void finishTrack(size_t track);
+  /// Makes the movie plain and closes the file. A movie without any sample is removed: there is
+  /// nothing to play. After a failure what can be saved is. @return whether the status is Completed.
+  bool finish();
+
+  AVAssetWriterStatus status() const { return mStatus.load(std::memory_order_acquire); }
+  NSError error() const VESK_EXCLUDES(mErrorMutex);
+  uint64_t bytesWritten() const { return mBytesWritten.load(std::memory_order_relaxed); }
+  /// Bytes that the index of all samples takes in memory.
+  size_t indexMemory() const;
+
+ private:
+  /// Room for a `moov` near the file's beginning.
+  struct Slot {
+    uint64_t offset = 0;
+    uint64_t size = 0;
+  };
+
+  bool isWriting() const { return status() == AVAssetWriterStatus::Writing; }
+  std::vector<TrackContents> knownTracks() const;
+  bool hasWaiting() const;
+  bool shouldWriteHeader() const;
+  bool writeHeader();
+  bool writeSecondHeader();
+  bool flush();
+  bool makePlain();
+  bool writeOrCutBack(std::span<iovec> vectors, uint64_t size);
+  bool writeInPlace(std::span<const uint8_t> bytes, uint64_t offset);
+  bool sync();
+  bool fail(int error);
+  void setEnd(uint64_t end);
+  void close();
+
+  const std::string mPath;
+  FileSystem& mFileSystem;
+  std::unique_ptr<File> mFile;
+  std::unique_ptr<DurabilityThread> mDurability;
+  MovieDescription mMovie;
+  std::vector<MediaTrack> mTracks;
+  int64_t mSessionStart = 0;
+
+  bool mHasHeader = false;
+  Slot mSlots[2];  ///< the `moov` in force, and the spare one
+  MovieFragment mFragment;
+  uint32_t mSequence = 0;
+  uint64_t mEnd = 0;
+
+  std::atomic<AVAssetWriterStatus> mStatus{AVAssetWriterStatus::Unknown};
+  std::atomic<uint64_t> mBytesWritten{0};
+  mutable Mutex mErrorMutex;
+  NSError mError VESK_GUARDED_BY(mErrorMutex);
+};
+
+}  // namespace vesk

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "platform/writing/sample_index.h"
+#include "platform/writing/track_description.h"
+
+namespace vesk {
+
+/// Units a second of edits and of the movie: 11 µs fine, and 13 hours fit into 32 bits.
+constexpr uint32_t kMovieTimescale = 90'000;
+
+/// What a movie says of itself besides its tracks.
+struct MovieDescription {
+  uint64_t creationTime = 0;      ///< seconds since 1904-01-01 UTC
+  std::vector<uint8_t> userData;  ///< the body of `udta`
+  uint32_t timescale = kMovieTimescale;
+};
+
+/// The description of a movie made at `unixTime`: the date with its distance from UTC and the name
+/// of this program. Nothing that tells a person.
+MovieDescription describeMovie(int64_t unixTime);
+
+/// A track and its samples so far.
+struct TrackContents {
+  const TrackDescription* description = nullptr;
+  const SampleIndex* index = nullptr;
+};
+
+/// A `moov` whose samples are all in fragments that follow.
+std::vector<uint8_t> makeFragmentedMovieHeader(const MovieDescription& movie, std::span<const TrackContents> tracks);
+
+/// A plain `moov` with the tables of all samples. Tracks without samples are left out.
+/// @param type what stands in the type field: `moov`, or `free` for an atom to be switched later.
+std::vector<uint8_t> makePlainMovieHeader(const MovieDescription& movie, std::span<const TrackContents> tracks,
+                                          uint32_t type);
+
+/// Of the track that ends last, movie's scale.
+uint64_t movieDuration(const MovieDescription& movie, std::span<const TrackContents> tracks);
+
+/// What a `moov` body says. Any bytes may be given.
+struct ParsedMovieHeader {
+  MovieDescription movie;
+  std::vector<TrackDescription> tracks;
+  bool isFragmented = false;  ///< samples are in fragments (there is an `mvex`)
+};
+std::optional<ParsedMovieHeader> readMovieHeader(std::span<const uint8_t> body);
+
+}  // namespace vesk

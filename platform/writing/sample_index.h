@@ -1,0 +1,107 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "platform/writing/track_description.h"
+
+namespace vesk {
+
+class AtomWriter;
+
+/// A growing run of small numbers, each in as few bytes as it needs. It grows by blocks, so growing
+/// never copies and never holds twice the memory.
+class NumberChain {
+ public:
+  void push(uint64_t value);
+  void pushSigned(int64_t value) { push(static_cast<uint64_t>(value) << 1 ^ static_cast<uint64_t>(value >> 63)); }
+  /// Bytes held.
+  size_t memory() const { return mBlocks.size() * kBlock; }
+
+  class Reader {
+   public:
+    explicit Reader(const NumberChain& chain) : mChain(chain) {}
+    uint64_t next();
+    int64_t nextSigned() {
+      const uint64_t value = next();
+      return static_cast<int64_t>(value >> 1) ^ -static_cast<int64_t>(value & 1);
+    }
+
+   private:
+    const NumberChain& mChain;
+    size_t mAt = 0;
+  };
+
+ private:
+  static constexpr size_t kBlock = 8192;
+
+  std::vector<std::unique_ptr<uint8_t[]>> mBlocks;
+  size_t mSize = 0;
+};
+
+/// Where the samples of one track lie and how long they last, in a few bytes a sample: sizes and
+/// offsets as differences, durations as runs. Becomes the tables of a plain movie.
+class SampleIndex {
+ public:
+  /// @param frameSize bytes of a frame of PCM, whose samples are counted and not listed; else 0.
+  explicit SampleIndex(uint32_t frameSize) : mFrameSize(frameSize) {}
+
+  /// Samples added from here on lie one after the other from `offset` in the file. Offsets grow.
+  void beginChunk(uint64_t offset);
+  /// @param duration at least 1, track's scale.
+  void addSample(uint32_t size, uint32_t duration, bool isKey);
+  /// Adds `bytes` of PCM, a whole number of frames.
+  void addFrames(uint64_t bytes);
+  /// Makes the last sample end where the next one begins, at `time`; at least 1 unit long.
+  void moveEnd(uint64_t time);
+
+  uint64_t count() const { return mCount; }
+  /// Of all samples, track's scale: where the next one would begin.
+  uint64_t duration() const { return mDuration; }
+  /// Where the last chunk ends in the file.
+  uint64_t end() const { return mEnd; }
+  /// Bytes held.
+  size_t memory() const;
+
+  /// Whether the tables can hold it all: they count samples in 32 bits.
+  bool fitsTables() const { return mCount <= 0xFFFFFFFF; }
+  /// Writes `stbl` whole.
+  void writeTables(AtomWriter& writer, const TrackDescription& track) const;
+
+ private:
+  void endDurationRun();
+  void endChunk();
+  void writeDurations(AtomWriter& writer) const;
+  void writeKeys(AtomWriter& writer) const;
+  void writeChunkCounts(AtomWriter& writer) const;
+  void writeSizes(AtomWriter& writer) const;
+  void writeOffsets(AtomWriter& writer) const;
+
+  uint32_t mFrameSize;
+  uint64_t mCount = 0;
+  uint64_t mDuration = 0;
+
+  NumberChain mSizes;  ///< differences to the size before
+  uint32_t mLastSize = 0;
+  bool mOneSize = true;  ///< all sizes are the same so far
+
+  NumberChain mDurations;  ///< pairs: samples, duration
+  uint64_t mDurationRuns = 0;
+  uint64_t mRunSamples = 0;
+  uint32_t mRunDuration = 0;
+  uint32_t mLastDuration = 0;  ///< of the last sample, which is not in a run yet; 0: none
+
+  NumberChain mKeys;  ///< differences of sample numbers
+  uint64_t mKeyCount = 0;
+  uint64_t mLastKey = 0;
+
+  NumberChain mChunks;  ///< pairs: bytes between the chunk before and this one, samples
+  uint64_t mChunkCount = 0;
+  uint64_t mChunkSamples = 0;
+  uint64_t mChunkOffset = 0;  ///< of the open chunk
+  uint64_t mEnd = 0;          ///< where the open chunk ends so far
+  uint64_t mLastEnd = 0;      ///< where the chunk before it ended
+};
+
+}  // namespace vesk
