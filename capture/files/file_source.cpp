@@ -1,0 +1,246 @@
+#include "capture/files/file_source.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+#include <utility>
+
+#include "capture/conductor.h"
+#include "capture/files/footage.h"
+#include "capture/files/track_stream.h"
+#include "capture/vci.h"
+#include "platform/foundation/log.h"
+#include "platform/foundation/mutex.h"
+#include "platform/media/four_char_code.h"
+
+namespace vesk::capture {
+
+namespace {
+
+/// What the devices of one file share.
+class SharedFootage {
+ public:
+  SharedFootage(std::unique_ptr<Footage> footage, std::string name, const SourceOptions& options)
+      : mFootage(std::move(footage)), mName(std::move(name)), mConductor(options.pace) {
+    if (!options.loop) return;
+    mLoopLength = std::max(pictures() ? pictures()->end : 0, sound() ? sound()->end : 0);
+  }
+
+  const std::optional<PictureTrack>& pictures() const { return mFootage->pictures; }
+  const std::optional<SoundTrack>& sound() const { return mFootage->sound; }
+  std::optional<int64_t> loopLength() const { return mLoopLength; }
+  const std::string& name() const { return mName; }
+  Conductor& conductor() { return mConductor; }
+
+  /// Takes hold of a track. @return false when another device has it.
+  bool acquire(DeviceKind kind) VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    return !std::exchange(inUse(kind), true);
+  }
+  void release(DeviceKind kind) VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    inUse(kind) = false;
+  }
+
+  /// A reader at the track's beginning: the one left from looking into the file, or a new one.
+  std::unique_ptr<TrackReader> reader(DeviceKind kind, std::string& error) VESK_EXCLUDES(mMutex) {
+    {
+      MutexLock lock(mMutex);
+      auto& kept = kind == DeviceKind::kVideo ? mFootage->pictureReader : mFootage->soundReader;
+      if (kept) return std::move(kept);
+    }
+    return TrackReader::open(kind == DeviceKind::kVideo ? pictures()->choice : sound()->choice, error);
+  }
+
+ private:
+  bool& inUse(DeviceKind kind) VESK_REQUIRES(mMutex) {
+    return kind == DeviceKind::kVideo ? mPicturesInUse : mSoundInUse;
+  }
+
+  const std::unique_ptr<Footage> mFootage;
+  const std::string mName;
+  std::optional<int64_t> mLoopLength;
+  Mutex mMutex;
+  bool mPicturesInUse VESK_GUARDED_BY(mMutex) = false;
+  bool mSoundInUse VESK_GUARDED_BY(mMutex) = false;
+  Conductor mConductor;
+};
+
+/// What camera and microphone have in common.
+class FileDevice : public CaptureDevice {
+ public:
+  FileDevice(std::shared_ptr<SharedFootage> footage, DeviceKind kind) : mFootage(std::move(footage)), mKind(kind) {}
+  ~FileDevice() override { end(); }
+
+  int32_t start(uint32_t, FrameCallback callback) override {
+    MutexLock lock(mMutex);
+    if (mStream) return kVCISuccess;
+    if (!callback) return kVCIInvalidArgument;
+    if (!mFootage->acquire(mKind)) return kVCIBusy;
+    std::string error;
+    auto reader = mFootage->reader(mKind, error);
+    auto units = reader ? makeUnits(std::move(reader), error) : nullptr;
+    if (!units) {
+      NSLog(error);
+      mFootage->release(mKind);
+      return kVCIFailed;
+    }
+    mStream =
+        std::make_shared<TrackStream>(std::move(units), std::move(callback), mFootage->loopLength(), mFootage->name());
+    mFootage->conductor().add(mStream);
+    return kVCISuccess;
+  }
+
+  int32_t stop(uint32_t) override {
+    end();
+    return kVCISuccess;
+  }
+
+ protected:
+  virtual std::unique_ptr<UnitReader> makeUnits(std::unique_ptr<TrackReader> reader, std::string& error) = 0;
+  const SharedFootage& footage() const { return *mFootage; }
+
+ private:
+  // The stream is removed without the lock, which a callback may want that calls back into us.
+  void end() VESK_EXCLUDES(mMutex) {
+    std::shared_ptr<TrackStream> stream;
+    {
+      MutexLock lock(mMutex);
+      stream = std::move(mStream);
+    }
+    if (!stream) return;
+    mFootage->conductor().remove(stream);
+    mFootage->release(mKind);
+  }
+
+  const std::shared_ptr<SharedFootage> mFootage;
+  const DeviceKind mKind;
+  Mutex mMutex;
+  std::shared_ptr<TrackStream> mStream VESK_GUARDED_BY(mMutex);
+};
+
+class FileCamera : public FileDevice {
+ public:
+  explicit FileCamera(std::shared_ptr<SharedFootage> footage)
+      : FileDevice(std::move(footage), DeviceKind::kVideo), mCodec(track().codecs().front()) {}
+
+  std::vector<VideoFormat> videoFormats() override {
+    std::vector<VideoFormat> formats;
+    for (const uint32_t codec : track().codecs()) {
+      formats.push_back({codec, {{width(codec), track().height, {track().interval}}}});
+    }
+    return formats;
+  }
+
+  int32_t setVideoParameters(const VideoParameters& parameters) override {
+    const auto codecs = track().codecs();
+    const bool isOffered = std::find(codecs.begin(), codecs.end(), parameters.codec) != codecs.end();
+    if (!isOffered || parameters.width != width(parameters.codec) || parameters.height != track().height) {
+      return kVCIInvalidArgument;
+    }
+    mCodec = parameters.codec;
+    return kVCISuccess;
+  }
+
+ protected:
+  std::unique_ptr<UnitReader> makeUnits(std::unique_ptr<TrackReader> reader, std::string& error) override {
+    return pictureUnits(track(), mCodec, std::move(reader), error);
+  }
+
+ private:
+  const PictureTrack& track() const { return *footage().pictures(); }
+  int width(uint32_t codec) const {
+    return codec == kCMPixelFormat_422YpCbCr8 ? track().decodedWidth() : track().width;
+  }
+
+  uint32_t mCodec;
+};
+
+class FileMicrophone : public FileDevice {
+ public:
+  explicit FileMicrophone(std::shared_ptr<SharedFootage> footage)
+      : FileDevice(std::move(footage), DeviceKind::kAudio), mFormat(waveFormats().front()) {}
+
+  std::vector<WaveFormat> waveFormats() override {
+    const SoundTrack& track = *footage().sound();
+    const WaveFormat pcm{kWaveFormatLinearPCM, track.channels, track.samplesPerSecond, 16};
+    const WaveFormat aac{kWaveFormatAAC, track.channels, track.samplesPerSecond, 16};
+    if (track.form == SoundForm::kAAC) return {aac, pcm};
+    return {pcm};
+  }
+
+  int32_t setWaveFormat(const WaveFormat& format) override {
+    for (const WaveFormat& offered : waveFormats()) {
+      const bool isSame = format.formatCode == offered.formatCode && format.channels == offered.channels &&
+                          format.samplesPerSecond == offered.samplesPerSecond &&
+                          (format.bitsPerSample == 16 || format.formatCode == kWaveFormatAAC);
+      if (!isSame) continue;
+      mFormat = offered;
+      return kVCISuccess;
+    }
+    return kVCIInvalidArgument;
+  }
+
+ protected:
+  std::unique_ptr<UnitReader> makeUnits(std::unique_ptr<TrackReader> reader, std::string& error) override {
+    return soundUnits(*footage().sound(), mFormat.formatCode, std::move(reader), error);
+  }
+
+ private:
+  WaveFormat mFormat;
+};
+
+/// The devices' paths are the file's, cut at the front where records would cut the end that tells
+/// the two apart.
+std::string devicePath(const std::string& path, DeviceKind kind) {
+  constexpr size_t kMaxBytes = 900;
+  size_t begin = path.size() > kMaxBytes ? path.size() - kMaxBytes : 0;
+  while (begin < path.size() && (static_cast<unsigned char>(path[begin]) & 0xC0) == 0x80) ++begin;
+  return path.substr(begin) + (kind == DeviceKind::kVideo ? "#pictures" : "#sound");
+}
+
+class FileSource : public CaptureSource {
+ public:
+  FileSource(std::unique_ptr<Footage> footage, const SourceOptions& options) {
+    std::error_code ignored;
+    const auto path = std::filesystem::absolute(footage->path, ignored).lexically_normal();
+    const std::string name = path.filename().string();
+    if (footage->pictures) mCameras.push_back(describe(DeviceKind::kVideo, path, name));
+    if (footage->sound) mMicrophones.push_back(describe(DeviceKind::kAudio, path, name));
+    mFootage = std::make_shared<SharedFootage>(std::move(footage), name, options);
+  }
+
+  void setHotplugHandler(HotplugHandler) override {}  // footage neither comes nor goes
+
+  std::vector<DeviceDescription> devices(DeviceKind kind) override {
+    return kind == DeviceKind::kVideo ? mCameras : mMicrophones;
+  }
+
+  std::unique_ptr<CaptureDevice> open(DeviceKind kind, const std::string& path) override {
+    const auto known = devices(kind);
+    if (known.empty() || known.front().path != path) return nullptr;
+    if (kind == DeviceKind::kVideo) return std::make_unique<FileCamera>(mFootage);
+    return std::make_unique<FileMicrophone>(mFootage);
+  }
+
+ private:
+  static DeviceDescription describe(DeviceKind kind, const std::string& path, const std::string& name) {
+    return {kind, devicePath(path, kind), name};
+  }
+
+  std::shared_ptr<SharedFootage> mFootage;
+  std::vector<DeviceDescription> mCameras;
+  std::vector<DeviceDescription> mMicrophones;
+};
+
+}  // namespace
+
+std::shared_ptr<CaptureSource> makeFileSource(const std::string& path, const SourceOptions& options,
+                                              SourceError& error) {
+  error.clear();
+  auto footage = Footage::open(path, options.loop, error);
+  if (!footage) return nullptr;
+  return std::make_shared<FileSource>(std::move(footage), options);
+}
+
+}  // namespace vesk::capture

@@ -1,0 +1,297 @@
+#include "capture/files/footage.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+#include "capture/files/decoded_pictures.h"
+#include "capture/files/picture_converter.h"
+#include "capture/files/picture_units.h"
+#include "capture/files/sound_units.h"
+#include "capture/files/track_decoder.h"
+#include "platform/foundation/log.h"
+#include "platform/media/four_char_code.h"
+
+namespace vesk::capture {
+
+namespace {
+
+constexpr double kUsualRate = 25;
+/// Constrained Baseline has no pictures that could be reordered; the file's times tell at once.
+constexpr int kPicturesToCheckBaseline = 32;
+constexpr int kPicturesToCheck = 300;
+constexpr int kPacketsToTry = 50;
+constexpr int kAacFrames = 1024;
+constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
+
+std::string cannotRead(const TrackReader& reader, const std::string& what) {
+  const std::string& why = reader.damage();
+  return fmt::format("{}: {}{}{}", reader.choice().path, what, why.empty() ? "" : ": ", why);
+}
+
+bool isRate(AVRational rate) {
+  return rate.num > 0 && rate.den > 0 && av_q2d(rate) < 1000 && av_q2d(rate) > 0.01;
+}
+
+/// The average rate of a picture track, from the container, else from the stream itself.
+double averageRate(const TrackReader& reader, AVRational streamRate) {
+  const AVStream& stream = reader.stream();
+  if (!reader.isUntimed()) {
+    if (isRate(stream.avg_frame_rate)) return av_q2d(stream.avg_frame_rate);
+    if (isRate(stream.r_frame_rate)) return av_q2d(stream.r_frame_rate);
+  }
+  return isRate(streamRate) ? av_q2d(streamRate) : kUsualRate;
+}
+
+void setRate(PictureTrack& track, double rate) {
+  track.interval = static_cast<uint32_t>(std::lround(1e7 / rate));
+  track.choice.interval = std::llround(1e6 / rate);
+}
+
+struct Probe {
+  std::unique_ptr<TrackReader> reader;
+  int64_t start = kNever;  ///< microseconds of the file's clock at which the track is first seen or heard
+};
+
+// --- Pictures ---
+
+/// Looks at an H.264 track's first pictures: their size, and whether they are shown in the order in
+/// which they stand. @return false when there is no picture.
+bool lookAtH264(TrackReader& reader, PictureTrack& track, int64_t& start, AVRational& rate) {
+  CodecHandle context(avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_H264)));
+  ParserHandle parser(av_parser_init(AV_CODEC_ID_H264));
+  if (!context || !parser) return false;
+  if (avcodec_parameters_to_context(context.get(), reader.stream().codecpar) < 0) return false;
+  parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
+
+  bool isInOrder = true;
+  int lastNumber = std::numeric_limits<int>::min();
+  int64_t lastTime = std::numeric_limits<int64_t>::min();
+  int limit = kPicturesToCheck;
+  for (int count = 0; count < limit && isInOrder && reader.read(); ++count) {
+    const AVPacket& packet = *reader.packet();
+    uint8_t* out = nullptr;
+    int outSize = 0;
+    av_parser_parse2(parser.get(), context.get(), &out, &outSize, packet.data, packet.size, packet.pts, packet.dts, -1);
+    if (!reader.isHidden()) start = std::min(start, reader.time());
+    if (parser->key_frame == 1) lastNumber = std::numeric_limits<int>::min();
+    const bool isField = parser->picture_structure == AV_PICTURE_STRUCTURE_TOP_FIELD ||
+                         parser->picture_structure == AV_PICTURE_STRUCTURE_BOTTOM_FIELD;
+    isInOrder = parser->output_picture_number >= lastNumber && reader.time() >= lastTime && !isField &&
+                parser->pict_type != AV_PICTURE_TYPE_B;
+    lastNumber = parser->output_picture_number;
+    lastTime = reader.time();
+    if (context->profile == FF_PROFILE_H264_CONSTRAINED_BASELINE) limit = kPicturesToCheckBaseline;
+  }
+  if (parser->width <= 0 || parser->height <= 0 || start == kNever) return false;
+  track.width = parser->width;
+  track.height = parser->height;
+  track.canBeDecoded = PictureConverter::canConvert(static_cast<AVPixelFormat>(parser->format));
+  track.form = isInOrder ? PictureForm::kH264 : PictureForm::kOther;
+  rate = context->framerate;
+  return true;
+}
+
+/// Decodes the first picture of a track. @return false when none can be decoded.
+bool lookAtDecoded(std::unique_ptr<TrackReader>& reader, PictureTrack& track, int64_t& start, AVRational& rate,
+                   std::string& error) {
+  auto decoder = TrackDecoder::open(std::move(reader), error);
+  if (!decoder) return false;
+  const AVCodecID codec = decoder->reader().stream().codecpar->codec_id;
+  const AVFrame* frame = decoder->next();
+  if (frame == nullptr) {
+    error = cannotRead(decoder->reader(), "no picture in it can be decoded");
+    return false;
+  }
+  const auto format = static_cast<AVPixelFormat>(frame->format);
+  track.width = frame->width;
+  track.height = frame->height;
+  track.canBeDecoded = PictureConverter::canConvert(format);
+  rate = decoder->codec().framerate;
+  start = std::min(start, decoder->time().value_or(0));
+  const bool isPacked = codec == AV_CODEC_ID_RAWVIDEO && format == AV_PIX_FMT_UYVY422 && frame->width % 2 == 0;
+  if (codec == AV_CODEC_ID_MJPEG) track.form = PictureForm::kMotionJPEG;
+  if (isPacked) track.form = PictureForm::kPacked422;
+  if (track.form == PictureForm::kOther && !track.canBeDecoded) {
+    error = cannotRead(decoder->reader(), "its pictures are of a form that cannot be converted");
+    return false;
+  }
+  reader = decoder->release();
+  return true;
+}
+
+std::optional<PictureTrack> lookAtPictures(Probe& probe, std::string& error) {
+  PictureTrack track;
+  AVRational rate = {0, 1};
+  if (probe.reader->stream().codecpar->codec_id == AV_CODEC_ID_H264) {
+    if (!lookAtH264(*probe.reader, track, probe.start, rate)) {
+      error = cannotRead(*probe.reader, "no picture in it can be read");
+      return std::nullopt;
+    }
+    if (track.form == PictureForm::kOther && !track.canBeDecoded) {
+      error = cannotRead(*probe.reader, "its pictures are of a form that cannot be converted");
+      return std::nullopt;
+    }
+    probe.reader->rewind();
+  } else if (!lookAtDecoded(probe.reader, track, probe.start, rate, error)) {
+    return std::nullopt;
+  }
+  if (int64_t{track.width} * track.height > kMaxFrameBytes / 2) {
+    error = cannotRead(*probe.reader, fmt::format("pictures of {}x{} are too large", track.width, track.height));
+    return std::nullopt;
+  }
+  track.choice = probe.reader->choice();
+  setRate(track, averageRate(*probe.reader, rate));
+  return track;
+}
+
+// --- Sound ---
+
+/// Whether the AudioSpecificConfig (ISO/IEC 14496-3, 1.6.2.1) or ADTS header names its channels by
+/// number: packets with a channel list of their own cannot be described by the count alone.
+bool namesChannels(const AVCodecParameters& parameters) {
+  if (parameters.extradata_size < 2) return true;  // ADTS, whose packets say so themselves
+  const unsigned bits = unsigned{parameters.extradata[0]} << 8 | parameters.extradata[1];
+  const unsigned rateIndex = bits >> 7 & 0xF;
+  return rateIndex != 15 && (bits >> 3 & 0xF) != 0;
+}
+
+std::optional<SoundTrack> lookAtSound(Probe& probe, std::string& error) {
+  const std::string path = probe.reader->choice().path;
+  auto decoder = TrackDecoder::open(std::move(probe.reader), error);
+  if (!decoder) return std::nullopt;
+  const AVFrame* frame = decoder->next();
+  if (frame == nullptr) {
+    error = cannotRead(decoder->reader(), "no sound in it can be decoded");
+    return std::nullopt;
+  }
+  SoundTrack track;
+  track.choice = decoder->reader().choice();
+  track.samplesPerSecond = static_cast<uint32_t>(std::max(frame->sample_rate, 0));
+  track.channels = static_cast<uint16_t>(std::clamp(frame->ch_layout.nb_channels, 0, 64));
+  if (track.samplesPerSecond < 1000 || track.samplesPerSecond > 768000 || track.channels == 0) {
+    error = fmt::format("{}: sound of {} channels at {} samples a second is not supported", path, track.channels,
+                        track.samplesPerSecond);
+    return std::nullopt;
+  }
+  const AVCodecContext& codec = decoder->codec();
+  const AVCodecParameters& parameters = *decoder->reader().stream().codecpar;
+  probe.start = std::min(probe.start, decoder->time().value_or(0));
+  track.isBareStream = std::string_view(decoder->reader().container().context()->iformat->name) == "aac";
+  if (codec.codec_id == AV_CODEC_ID_PCM_S16LE) track.form = SoundForm::kPCM;
+  const bool isPlain = codec.codec_id == AV_CODEC_ID_AAC && codec.profile == FF_PROFILE_AAC_LOW &&
+                       codec.frame_size == kAacFrames && track.channels <= 6 && namesChannels(parameters);
+  if (isPlain) track.form = SoundForm::kAAC;
+  probe.reader = decoder->release();
+  track.choice.interval = kAacFrames * int64_t{1000000} / track.samplesPerSecond;
+  return track;
+}
+
+// --- Both ---
+
+/// Where a track ends, by the movie's index or by reading it once.
+int64_t findEnd(TrackReader& reader, int64_t lastDuration) {
+  AVStream* stream = reader.container().context()->streams[reader.choice().index];
+  const int entries = avformat_index_get_entries_count(stream);
+  if (reader.container().isMovie() && stream->nb_frames > 0 && entries > 0) {
+    const AVIndexEntry* last = avformat_index_get_entry(stream, entries - 1);
+    const AVCodecParameters& parameters = *stream->codecpar;
+    const int frameBytes = parameters.ch_layout.nb_channels * 2;
+    if (parameters.codec_id == AV_CODEC_ID_PCM_S16LE && frameBytes > 0 && parameters.sample_rate > 0) {
+      lastDuration = int64_t{last->size} / frameBytes * 1000000 / parameters.sample_rate;
+    }
+    return reader.timeOf(last->timestamp) + lastDuration;
+  }
+  int64_t end = 0;
+  while (reader.read()) {
+    const int64_t duration = reader.isUntimed() ? 0 : reader.timeOf(reader.packet()->duration) - reader.timeOf(0);
+    end = std::max(end, reader.time() + (duration > 0 ? duration : lastDuration));
+  }
+  reader.rewind();
+  return end;
+}
+
+}  // namespace
+
+std::vector<uint32_t> PictureTrack::codecs() const {
+  std::vector<uint32_t> codecs;
+  if (form == PictureForm::kH264) codecs.push_back(kCMVideoCodecType_H264);
+  if (form == PictureForm::kMotionJPEG) codecs.push_back(kCMVideoCodecType_MotionJPEG);
+  if (form == PictureForm::kPacked422 || (canBeDecoded && decodedWidth() > 0)) {
+    codecs.push_back(kCMPixelFormat_422YpCbCr8);
+  }
+  return codecs;
+}
+
+std::unique_ptr<Footage> Footage::open(const std::string& path, bool wantsLength, std::string& error) {
+  auto container = MediaContainer::open(path, error);
+  if (!container) return nullptr;
+  auto footage = std::make_unique<Footage>();
+  footage->path = path;
+  const int pictureIndex = container->bestTrack(AVMEDIA_TYPE_VIDEO);
+  const int soundIndex = container->bestTrack(AVMEDIA_TYPE_AUDIO);
+  if (pictureIndex < 0 && soundIndex < 0) {
+    error = fmt::format("{}: has neither a picture nor a sound track", path);
+    return nullptr;
+  }
+
+  Probe pictures;
+  Probe sound;
+  std::string pictureError;
+  std::string soundError;
+  const auto reader = [&](int index, std::string& why) {
+    const TrackChoice choice{path, index};
+    return container ? TrackReader::take(choice, std::move(container)) : TrackReader::open(choice, why);
+  };
+  if (pictureIndex >= 0) pictures.reader = reader(pictureIndex, pictureError);
+  if (soundIndex >= 0) sound.reader = reader(soundIndex, soundError);
+  if (pictures.reader) footage->pictures = lookAtPictures(pictures, pictureError);
+  if (sound.reader) footage->sound = lookAtSound(sound, soundError);
+  if (!footage->pictures && !footage->sound) {
+    error = pictureError.empty() ? soundError : pictureError;
+    return nullptr;
+  }
+  if (!pictureError.empty()) NSLog(pictureError + "; only its sound is offered");
+  if (!soundError.empty()) NSLog(soundError + "; only its pictures are offered");
+
+  const int64_t origin = std::min(pictures.start, sound.start);
+  const auto settle = [&](auto& track, Probe& probe, std::unique_ptr<TrackReader>& kept) {
+    if (!track) return;
+    track->choice.origin = origin;
+    probe.reader->setTiming(origin, track->choice.interval);
+    if (wantsLength) track->end = findEnd(*probe.reader, track->choice.interval);
+    kept = std::move(probe.reader);
+  };
+  settle(footage->pictures, pictures, footage->pictureReader);
+  settle(footage->sound, sound, footage->soundReader);
+  return footage;
+}
+
+std::unique_ptr<UnitReader> pictureUnits(const PictureTrack& track, uint32_t codec, std::unique_ptr<TrackReader> reader,
+                                         std::string& error) {
+  if (codec == kCMVideoCodecType_H264) return std::make_unique<H264Units>(std::move(reader));
+  if (codec == kCMVideoCodecType_MotionJPEG) return std::make_unique<MotionJPEGUnits>(std::move(reader));
+  if (track.form == PictureForm::kPacked422) {
+    return std::make_unique<Packed422Units>(std::move(reader), size_t{2} * track.width * track.height);
+  }
+  auto decoder = TrackDecoder::open(std::move(reader), error);
+  if (!decoder) return nullptr;
+  return std::make_unique<DecodedPictures>(std::move(decoder), track.decodedWidth(), track.height);
+}
+
+std::unique_ptr<UnitReader> soundUnits(const SoundTrack& track, uint16_t formatCode,
+                                       std::unique_ptr<TrackReader> reader, std::string& error) {
+  if (formatCode == kWaveFormatAAC) {
+    return std::make_unique<AacUnits>(std::move(reader), track.samplesPerSecond, track.isBareStream);
+  }
+  if (track.form == SoundForm::kPCM) {
+    return std::make_unique<PcmUnits>(std::move(reader), track.samplesPerSecond, track.channels);
+  }
+  auto decoder = TrackDecoder::open(std::move(reader), error);
+  if (!decoder) return nullptr;
+  return std::make_unique<DecodedSound>(std::move(decoder), track.samplesPerSecond, track.channels);
+}
+
+}  // namespace vesk::capture

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "capture/files/track_reader.h"
+#include "capture/files/unit_reader.h"
+
+namespace vesk::capture {
+
+/// How a picture track stands in its file.
+enum class PictureForm {
+  kH264,        ///< without reordering: delivered as it stands
+  kMotionJPEG,  ///< delivered as it stands
+  kPacked422,   ///< delivered as it stands
+  kOther,       ///< can only be delivered decoded
+};
+
+enum class SoundForm {
+  kPCM,    ///< 16 bits, little-endian: delivered as it stands
+  kAAC,    ///< AAC-LC, 1024 frames a packet: delivered as it stands
+  kOther,  ///< can only be delivered decoded
+};
+
+struct PictureTrack {
+  TrackChoice choice;
+  PictureForm form = PictureForm::kOther;
+  int width = 0;  ///< cropped
+  int height = 0;
+  bool canBeDecoded = false;
+  uint32_t interval = 0;  ///< average, ten-millionths of a second
+  int64_t end = 0;        ///< microseconds of the footage; 0 unless asked for
+  /// The codecs that the track is offered in, the native one first.
+  std::vector<uint32_t> codecs() const;
+  int decodedWidth() const { return width & ~1; }  ///< packed pixels come in pairs
+};
+
+struct SoundTrack {
+  TrackChoice choice;
+  SoundForm form = SoundForm::kOther;
+  uint32_t samplesPerSecond = 0;
+  uint16_t channels = 0;
+  bool isBareStream = false;  ///< ADTS without a container
+  int64_t end = 0;
+};
+
+/// What a file holds, found out once.
+struct Footage {
+  std::string path;
+  std::optional<PictureTrack> pictures;
+  std::optional<SoundTrack> sound;
+  /// Readers left over from the looking, at the beginning of their tracks: the first to play takes them.
+  std::unique_ptr<TrackReader> pictureReader;
+  std::unique_ptr<TrackReader> soundReader;
+
+  /// Looks into the file at `path`. `wantsLength` has the ends of the tracks found out, for which
+  /// files without an index are read once. @return none with one line for a person in `error`.
+  static std::unique_ptr<Footage> open(const std::string& path, bool wantsLength, std::string& error);
+};
+
+/// Readers of units for the tracks; `reader` stands at the track's beginning. Null with one line in
+/// `error` when the footage cannot be decoded as asked.
+std::unique_ptr<UnitReader> pictureUnits(const PictureTrack& track, uint32_t codec, std::unique_ptr<TrackReader> reader,
+                                         std::string& error);
+std::unique_ptr<UnitReader> soundUnits(const SoundTrack& track, uint16_t formatCode,
+                                       std::unique_ptr<TrackReader> reader, std::string& error);
+
+}  // namespace vesk::capture

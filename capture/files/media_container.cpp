@@ -1,0 +1,262 @@
+#include "capture/files/media_container.h"
+
+extern "C" {
+#include <libavutil/avutil.h>
+#include <libavutil/dict.h>
+#include <libavutil/opt.h>
+}
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <string_view>
+
+namespace vesk::capture {
+
+namespace {
+
+constexpr int kBufferBytes = 64 << 10;
+/// Below this score a container was only guessed at.
+constexpr int kLeastProbeScore = AVPROBE_SCORE_RETRY + 1;
+constexpr const char* kRawPictureRate = "30";
+
+struct RawForm {
+  std::string_view suffix;
+  const char* demuxer;
+};
+/// Files without a container, known by their names.
+constexpr RawForm kRawForms[] = {
+    {".264", "h264"},   {".h264", "h264"}, {".mjpeg", "mjpeg"},
+    {".mjpg", "mjpeg"}, {".aac", "aac"},   {".uyvy", "rawvideo"},
+};
+
+/// Containers that hold no footage of their own: text, or lists that lead to other files.
+constexpr std::string_view kRefusedForms[] = {"tty", "hls", "concat", "dash", "sdp", "rtsp", "imf", "bin", "xbin"};
+
+std::string lowerSuffix(const std::string& path) {
+  std::string suffix = std::filesystem::path(path).extension().string();
+  std::transform(suffix.begin(), suffix.end(), suffix.begin(), [](unsigned char c) { return std::tolower(c); });
+  return suffix;
+}
+
+const RawForm* rawForm(const std::string& path) {
+  const std::string suffix = lowerSuffix(path);
+  for (const RawForm& form : kRawForms) {
+    if (suffix == form.suffix) return &form;
+  }
+  return nullptr;
+}
+
+/// The first WxH in a file name: "street-320x240.uyvy" answers "320x240".
+std::optional<std::string> sizeInName(const std::string& path) {
+  const std::string name = std::filesystem::path(path).filename().string();
+  const auto isDigit = [&](size_t at) {
+    return at < name.size() && std::isdigit(static_cast<unsigned char>(name[at]));
+  };
+  for (size_t cross = 1; cross < name.size(); ++cross) {
+    if (name[cross] != 'x' || !isDigit(cross - 1) || !isDigit(cross + 1)) continue;
+    size_t begin = cross;
+    while (begin > 0 && isDigit(begin - 1)) --begin;
+    size_t end = cross + 1;
+    while (isDigit(end)) ++end;
+    if (cross - begin <= 5 && end - cross - 1 <= 5) return name.substr(begin, end - begin);
+  }
+  return std::nullopt;
+}
+
+/// The lines that libav prints about odd footage would stand beside ours; a host that has chosen a
+/// level of its own keeps it.
+void quietLibav() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    if (av_log_get_level() == AV_LOG_INFO) av_log_set_level(AV_LOG_FATAL);
+  });
+}
+
+/// Opens footage for reading. @return the descriptor, or -1 with the reason in `error`.
+int openFile(const std::string& path, std::string& error) {
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor < 0) {
+    error = errno == ENOENT ? fmt::format("{}: no such file; check the path after \"file:\"", path)
+                            : fmt::format("{}: cannot be opened: {}", path, std::strerror(errno));
+    return -1;
+  }
+  struct stat status {};
+  const bool known = fstat(descriptor, &status) == 0;
+  if (known && S_ISREG(status.st_mode) && status.st_size > 0) return descriptor;
+  if (known && S_ISREG(status.st_mode)) {
+    error = fmt::format("{}: the file is empty", path);
+  } else if (known && S_ISDIR(status.st_mode)) {
+    error = fmt::format("{}: is a folder; name a movie or sound file in it", path);
+  } else {
+    error = fmt::format("{}: is not a regular file", path);
+  }
+  ::close(descriptor);
+  return -1;
+}
+
+int refuseOtherFiles(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) {
+  return AVERROR(EPERM);
+}
+
+}  // namespace
+
+struct MediaContainer::File {
+  int descriptor = -1;
+  int64_t position = 0;
+
+  ~File() { ::close(descriptor); }
+
+  static int read(void* opaque, uint8_t* bytes, int count) {
+    File& file = *static_cast<File*>(opaque);
+    ssize_t got = 0;
+    do {
+      got = pread(file.descriptor, bytes, static_cast<size_t>(count), file.position);
+    } while (got < 0 && errno == EINTR);
+    if (got < 0) return AVERROR(errno);
+    if (got == 0) return AVERROR_EOF;
+    file.position += got;
+    return static_cast<int>(got);
+  }
+
+  static int64_t seek(void* opaque, int64_t offset, int whence) {
+    File& file = *static_cast<File*>(opaque);
+    struct stat status {};
+    const bool needsSize = (whence & AVSEEK_SIZE) != 0 || (whence & ~AVSEEK_FORCE) == SEEK_END;
+    if (needsSize && fstat(file.descriptor, &status) != 0) return AVERROR(errno);
+    if (whence & AVSEEK_SIZE) return status.st_size;
+    switch (whence & ~AVSEEK_FORCE) {
+      case SEEK_CUR:
+        offset += file.position;
+        break;
+      case SEEK_END:
+        offset += status.st_size;
+        break;
+      default:
+        break;
+    }
+    if (offset < 0) return AVERROR(EINVAL);
+    file.position = offset;
+    return offset;
+  }
+};
+
+MediaContainer::MediaContainer() = default;
+
+MediaContainer::~MediaContainer() {
+  avformat_close_input(&mContext);
+  if (mInput != nullptr) av_freep(&mInput->buffer);
+  avio_context_free(&mInput);
+}
+
+std::unique_ptr<MediaContainer> MediaContainer::open(const std::string& path, std::string& error) {
+  quietLibav();
+  const int descriptor = openFile(path, error);
+  if (descriptor < 0) return nullptr;
+  std::unique_ptr<MediaContainer> container(new MediaContainer);
+  container->mFile = std::make_unique<File>();
+  container->mFile->descriptor = descriptor;
+
+  auto* buffer = static_cast<unsigned char*>(av_malloc(kBufferBytes));
+  container->mInput = buffer == nullptr ? nullptr
+                                        : avio_alloc_context(buffer, kBufferBytes, 0, container->mFile.get(),
+                                                             &File::read, nullptr, &File::seek);
+  container->mContext = container->mInput == nullptr ? nullptr : avformat_alloc_context();
+  if (container->mContext == nullptr) {
+    if (container->mInput == nullptr) av_free(buffer);
+    error = fmt::format("{}: out of memory", path);
+    return nullptr;
+  }
+  AVFormatContext*& context = container->mContext;
+  context->pb = container->mInput;
+  context->io_open = refuseOtherFiles;
+
+  AVDictionary* options = nullptr;
+  const AVInputFormat* format = nullptr;
+  if (const RawForm* raw = rawForm(path)) {
+    format = av_find_input_format(raw->demuxer);
+    if (std::string_view(raw->demuxer) == "rawvideo") {
+      const auto size = sizeInName(path);
+      if (!size) {
+        error = fmt::format("{}: the name of raw pictures must say their size, for example street-320x240.uyvy", path);
+        return nullptr;
+      }
+      av_dict_set(&options, "video_size", size->c_str(), 0);
+      av_dict_set(&options, "pixel_format", "uyvy422", 0);
+      av_dict_set(&options, "framerate", kRawPictureRate, 0);
+    }
+  }
+  const int status = avformat_open_input(&context, path.c_str(), format, &options);
+  av_dict_free(&options);
+  if (status < 0 && status != AVERROR_INVALIDDATA) {
+    error = fmt::format("{}: cannot be read: {}", path, avErrorText(status));
+    return nullptr;
+  }
+  const bool guessed = status >= 0 && format == nullptr && context->probe_score < kLeastProbeScore;
+  const bool refused = status >= 0 && std::find(std::begin(kRefusedForms), std::end(kRefusedForms),
+                                                std::string_view(context->iformat->name)) != std::end(kRefusedForms);
+  if (status < 0 || guessed || refused) {
+    error = fmt::format("{}: is no movie or sound file, or is damaged", path);
+    return nullptr;
+  }
+  // Containers that announce their tracks only as they go have to be read into first.
+  if ((context->ctx_flags & AVFMTCTX_NOHEADER) != 0 || context->nb_streams == 0) {
+    if (avformat_find_stream_info(context, nullptr) < 0) {
+      error = fmt::format("{}: is no movie or sound file, or is damaged", path);
+      return nullptr;
+    }
+  }
+  return container;
+}
+
+int MediaContainer::bestTrack(AVMediaType kind) const {
+  int best = -1;
+  int64_t bestScore = -1;
+  for (unsigned index = 0; index < mContext->nb_streams; ++index) {
+    const AVStream* stream = mContext->streams[index];
+    const AVCodecParameters* parameters = stream->codecpar;
+    if (parameters->codec_type != kind || parameters->codec_id == AV_CODEC_ID_NONE) continue;
+    if (stream->disposition & (AV_DISPOSITION_ATTACHED_PIC | AV_DISPOSITION_TIMED_THUMBNAILS)) continue;
+    const int64_t extent = kind == AVMEDIA_TYPE_VIDEO ? int64_t{parameters->width} * parameters->height
+                                                      : int64_t{parameters->ch_layout.nb_channels};
+    const int64_t score = (stream->disposition & AV_DISPOSITION_DEFAULT ? int64_t{1} << 62 : 0) +
+                          std::clamp<int64_t>(extent, 0, int64_t{1} << 61);
+    if (score <= bestScore) continue;
+    best = static_cast<int>(index);
+    bestScore = score;
+  }
+  return best;
+}
+
+bool MediaContainer::isUntimed() const {
+  return (mContext->iformat->flags & AVFMT_NOTIMESTAMPS) != 0 && mContext->iformat != av_find_input_format("rawvideo");
+}
+
+bool MediaContainer::isMovie() const {
+  return std::string_view(mContext->iformat->name).find("mov") != std::string_view::npos;
+}
+
+void MediaContainer::readOnly(int index) {
+  for (unsigned other = 0; other < mContext->nb_streams; ++other) {
+    mContext->streams[other]->discard = static_cast<int>(other) == index ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+  }
+  if (!isMovie()) return;
+  // A movie's packets are whole frames with their times: nothing needs parsing or guessing.
+  const AVCodecID codec = mContext->streams[index]->codecpar->codec_id;
+  if (codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_AAC || codec == AV_CODEC_ID_PCM_S16LE) {
+    mContext->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
+  }
+  if (mContext->streams[index]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) mInput->direct = 1;
+}
+
+}  // namespace vesk::capture

@@ -1,0 +1,167 @@
+#include "capture/files/sound_units.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+namespace vesk::capture {
+
+namespace {
+
+constexpr int64_t kAacFrames = 1024;
+constexpr uint8_t kSilentPacket[4] = {0x00, 0xD0, 0x00, 0x07};
+
+int16_t clip(long value) {
+  return static_cast<int16_t>(std::clamp(value, -32768L, 32767L));
+}
+
+int16_t toSample(uint8_t value) {
+  return static_cast<int16_t>((value - 128) << 8);
+}
+int16_t toSample(int16_t value) {
+  return value;
+}
+int16_t toSample(int32_t value) {
+  return static_cast<int16_t>(value >> 16);
+}
+int16_t toSample(double value) {
+  return std::isfinite(value) ? clip(std::lrint(std::clamp(value, -2.0, 2.0) * 32768)) : int16_t{0};
+}
+int16_t toSample(float value) {
+  return toSample(static_cast<double>(value));
+}
+
+template <class T>
+void convertSamples(const AVFrame& frame, bool isPlanar, size_t channels, int16_t* out) {
+  const auto frames = static_cast<size_t>(frame.nb_samples);
+  for (size_t channel = 0; channel < channels; ++channel) {
+    const auto* in = reinterpret_cast<const T*>(frame.extended_data[isPlanar ? channel : 0]) + (isPlanar ? 0 : channel);
+    const size_t step = isPlanar ? 1 : channels;
+    for (size_t at = 0; at < frames; ++at) out[at * channels + channel] = toSample(in[at * step]);
+  }
+}
+
+bool convertFrame(const AVFrame& frame, size_t channels, int16_t* out) {
+  const auto format = static_cast<AVSampleFormat>(frame.format);
+  const bool isPlanar = av_sample_fmt_is_planar(format) != 0;
+  switch (av_get_packed_sample_fmt(format)) {
+    case AV_SAMPLE_FMT_U8:
+      convertSamples<uint8_t>(frame, isPlanar, channels, out);
+      return true;
+    case AV_SAMPLE_FMT_S16:
+      convertSamples<int16_t>(frame, isPlanar, channels, out);
+      return true;
+    case AV_SAMPLE_FMT_S32:
+      convertSamples<int32_t>(frame, isPlanar, channels, out);
+      return true;
+    case AV_SAMPLE_FMT_FLT:
+      convertSamples<float>(frame, isPlanar, channels, out);
+      return true;
+    case AV_SAMPLE_FMT_DBL:
+      convertSamples<double>(frame, isPlanar, channels, out);
+      return true;
+    default:
+      return false;
+  }
+}
+
+/// The packet without its ADTS header (ISO/IEC 13818-7, 6.2); empty when the header is broken.
+std::span<uint8_t> withoutADTS(std::span<uint8_t> packet) {
+  const bool isADTS = packet.size() >= 7 && packet[0] == 0xFF && (packet[1] & 0xF6) == 0xF0;
+  if (!isADTS) return packet;
+  const size_t header = packet[1] & 1 ? 7 : 9;
+  const bool isOneBlock = (packet[6] & 3) == 0;
+  return isOneBlock && packet.size() > header ? packet.subspan(header) : std::span<uint8_t>{};
+}
+
+}  // namespace
+
+bool PcmUnits::start(int64_t time, bool) {
+  mChunker.restart(time);
+  return time > 0 ? mReader->seek(time) : mReader->rewind();
+}
+
+std::optional<MediaUnit> PcmUnits::next() {
+  for (;;) {
+    if (const auto unit = mChunker.take(false)) return unit;
+    if (!mReader->read()) return mChunker.take(true);
+    mChunker.give(mReader->bytes(), mReader->time());
+  }
+}
+
+bool DecodedSound::start(int64_t time, bool) {
+  mChunker.restart(time);
+  return mDecoder->start(time);
+}
+
+std::optional<MediaUnit> DecodedSound::next() {
+  for (;;) {
+    if (const auto unit = mChunker.take(false)) return unit;
+    const AVFrame* frame = mDecoder->next();
+    if (frame == nullptr) return mChunker.take(true);
+    const size_t samples = static_cast<size_t>(frame->nb_samples) * mChannels;
+    if (mSamples.size() < samples) mSamples.resize(samples);
+    const bool fits = frame->ch_layout.nb_channels == mChannels && frame->sample_rate == static_cast<int>(mRate);
+    if (!fits || !convertFrame(*frame, mChannels, mSamples.data())) {
+      mDecoder->reader().noteDamage("the sound changes its form on the way");
+      continue;
+    }
+    mChunker.give({reinterpret_cast<uint8_t*>(mSamples.data()), samples * 2}, mDecoder->time());
+  }
+}
+
+AacUnits::AacUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, bool isBareStream)
+    : mReader(std::move(reader)),
+      mPacketTime((kAacFrames * 1000000 + samplesPerSecond / 2) / samplesPerSecond),
+      mShift(isBareStream ? 0 : mPacketTime) {}
+
+bool AacUnits::start(int64_t time, bool again) {
+  mPacket = {};
+  mFillers = 0;
+  mMayFill = time == 0 && !again;
+  mEarliest = time;
+  if (time == 0 && mShift > 0) mEarliest = again ? mPacketTime / 2 : -mPacketTime / 2;
+  return time > mShift ? mReader->seek(time - mShift) : mReader->rewind();
+}
+
+std::optional<MediaUnit> AacUnits::next() {
+  if (mPacket.empty() && !readPacket()) return std::nullopt;
+  if (const auto unit = filler()) return unit;
+  const MediaUnit unit{mPacket, std::max<int64_t>(mStamp, 0)};
+  mPacket = {};
+  return unit;
+}
+
+bool AacUnits::readPacket() {
+  while (mReader->read()) {
+    const auto packet = withoutADTS(mReader->bytes());
+    if (packet.empty()) {
+      mReader->noteDamage("a packet of sound is broken");
+      continue;
+    }
+    mStamp = mReader->time() + mShift;
+    if (mStamp < mEarliest) continue;
+    if (mMayFill && mStamp <= 2 * mPacketTime) {
+      mFillers = (mStamp + mPacketTime / 2) / mPacketTime;
+      mFillerTime = 0;
+    }
+    mMayFill = false;
+    mPacket = packet;
+    return true;
+  }
+  return false;
+}
+
+/// The next packet of silence that is to go before the first packet; none when there is none.
+std::optional<MediaUnit> AacUnits::filler() {
+  if (mFillers == 0) return std::nullopt;
+  --mFillers;
+  const MediaUnit unit{mSilence, mFillerTime};
+  std::memcpy(mSilence, kSilentPacket, sizeof mSilence);
+  mFillerTime += mPacketTime;
+  return unit;
+}
+
+}  // namespace vesk::capture

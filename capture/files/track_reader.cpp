@@ -1,0 +1,143 @@
+#include "capture/files/track_reader.h"
+
+extern "C" {
+#include <libavutil/intreadwrite.h>
+#include <libavutil/mathematics.h>
+}
+
+#include <fmt/format.h>
+
+namespace vesk::capture {
+
+namespace {
+
+constexpr AVRational kMicroseconds = {1, 1000000};
+/// So many broken reads in a row, and there is nothing left to come.
+constexpr int kMaxBrokenReads = 100;
+
+}  // namespace
+
+std::unique_ptr<TrackReader> TrackReader::open(const TrackChoice& choice, std::string& error) {
+  std::unique_ptr<TrackReader> reader(new TrackReader(choice));
+  return reader->mPacket && reader->openContainer(error) ? std::move(reader) : nullptr;
+}
+
+std::unique_ptr<TrackReader> TrackReader::take(const TrackChoice& choice, std::unique_ptr<MediaContainer> container) {
+  std::unique_ptr<TrackReader> reader(new TrackReader(choice));
+  if (!reader->mPacket) return nullptr;
+  reader->use(std::move(container));
+  return reader;
+}
+
+bool TrackReader::openContainer(std::string& error) {
+  mContainer.reset();
+  auto container = MediaContainer::open(mChoice.path, error);
+  if (!container) return false;
+  if (mChoice.index < 0 || mChoice.index >= static_cast<int>(container->context()->nb_streams)) {
+    error = fmt::format("{}: the file has changed since it was opened", mChoice.path);
+    return false;
+  }
+  use(std::move(container));
+  return true;
+}
+
+void TrackReader::use(std::unique_ptr<MediaContainer> container) {
+  mContainer = std::move(container);
+  mContainer->readOnly(mChoice.index);
+  mIsUntimed = mContainer->isUntimed();
+  mAtBeginning = true;
+  mCount = 0;
+  mTime = 0;
+}
+
+void TrackReader::setTiming(int64_t origin, int64_t interval) {
+  mChoice.origin = origin;
+  mChoice.interval = interval;
+}
+
+bool TrackReader::read() {
+  if (!mContainer) return false;
+  mAtBeginning = false;
+  for (int broken = 0; broken < kMaxBrokenReads;) {
+    av_packet_unref(mPacket.get());
+    const int status = av_read_frame(mContainer->context(), mPacket.get());
+    if (status == AVERROR_EOF) return false;
+    if (status == AVERROR(EAGAIN)) {
+      ++broken;
+      continue;
+    }
+    if (status < 0) {
+      noteDamage(avErrorText(status));
+      if (status != AVERROR_INVALIDDATA) return false;
+      ++broken;
+      continue;
+    }
+    if (mPacket->stream_index != mChoice.index) continue;
+    if (mPacket->size > kMaxFrameBytes) {
+      noteDamage(fmt::format("a frame of {} bytes is larger than any camera's", mPacket->size));
+      av_packet_unref(mPacket.get());
+      return false;
+    }
+    // A packet that the file does not hold to its end.
+    if (mPacket->flags & AV_PKT_FLAG_CORRUPT) {
+      noteDamage("a frame is cut off");
+      ++broken;
+      continue;
+    }
+    if (mPacket->size == 0) continue;
+    if (av_packet_make_writable(mPacket.get()) < 0) return false;
+    mTime = packetTime();
+    ++mCount;
+    return true;
+  }
+  return false;
+}
+
+int64_t TrackReader::packetTime() {
+  if (mIsUntimed) return mCount * mChoice.interval;
+  if (mPacket->pts != AV_NOPTS_VALUE) return timeOf(mPacket->pts);
+  if (mPacket->dts != AV_NOPTS_VALUE) return timeOf(mPacket->dts);
+  return mCount == 0 ? 0 : mTime + mChoice.interval;
+}
+
+int64_t TrackReader::timeOf(int64_t timestamp) const {
+  return av_rescale_q(timestamp, stream().time_base, kMicroseconds) - mChoice.origin;
+}
+
+uint32_t TrackReader::skippedFrames() const {
+  size_t size = 0;
+  const uint8_t* data = av_packet_get_side_data(mPacket.get(), AV_PKT_DATA_SKIP_SAMPLES, &size);
+  return data != nullptr && size >= 4 ? AV_RL32(data) : 0;
+}
+
+bool TrackReader::seek(int64_t time) {
+  if (time <= 0 || mIsUntimed || !mContainer) return rewind();
+  const int64_t target = av_rescale_q(time + mChoice.origin, kMicroseconds, stream().time_base);
+  mAtBeginning = false;
+  return av_seek_frame(mContainer->context(), mChoice.index, target, AVSEEK_FLAG_BACKWARD) >= 0 || rewind();
+}
+
+bool TrackReader::rewind() {
+  if (mAtBeginning && mContainer) return true;
+  mDamage.clear();
+  // A movie has an index to go back by; for others, opening again is the one way that always works.
+  if (mContainer && mContainer->isMovie()) {
+    const AVIndexEntry* first = avformat_index_get_entry(mContainer->context()->streams[mChoice.index], 0);
+    if (first != nullptr && av_seek_frame(mContainer->context(), mChoice.index, first->timestamp,
+                                          AVSEEK_FLAG_BACKWARD | AVSEEK_FLAG_ANY) >= 0) {
+      mAtBeginning = true;
+      mCount = 0;
+      return true;
+    }
+  }
+  std::string error;
+  if (openContainer(error)) return true;
+  noteDamage(error);
+  return false;
+}
+
+void TrackReader::noteDamage(const std::string& what) {
+  if (mDamage.empty()) mDamage = what;
+}
+
+}  // namespace vesk::capture

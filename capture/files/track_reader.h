@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "capture/files/av_handles.h"
+#include "capture/files/media_container.h"
+
+namespace vesk::capture {
+
+/// Which track of which file, and how its times are counted.
+struct TrackChoice {
+  std::string path;
+  int index = -1;
+  int64_t origin = 0;    ///< microseconds of the file's clock at the footage's time 0
+  int64_t interval = 0;  ///< microseconds from packet to packet where the file has no times
+};
+
+/// Reads one track of a file, packet by packet, in the order of decoding. Each track has a reader of
+/// its own, so that badly interleaved files need no memory: what one track needs is never read
+/// ahead of the other.
+class TrackReader {
+ public:
+  /// Opens the file for the track. @return null with one line for a person in `error`.
+  static std::unique_ptr<TrackReader> open(const TrackChoice& choice, std::string& error);
+  /// Reads the track from a file that is open already.
+  static std::unique_ptr<TrackReader> take(const TrackChoice& choice, std::unique_ptr<MediaContainer> container);
+
+  /// Reads the next packet. @return false at the end, or where reading cannot go on (see damage).
+  bool read();
+
+  // The packet last read.
+  AVPacket* packet() const { return mPacket.get(); }
+  /// Its bytes, the reader's own and writable until the next read.
+  std::span<uint8_t> bytes() const { return {mPacket->data, static_cast<size_t>(mPacket->size)}; }
+  /// Presentation time, microseconds of the footage; may be below 0 for what an edit list hides.
+  int64_t time() const { return mTime; }
+  bool isKey() const { return (mPacket->flags & AV_PKT_FLAG_KEY) != 0; }
+  /// The file's edit list hides it: it only helps to decode what follows.
+  bool isHidden() const { return (mPacket->flags & AV_PKT_FLAG_DISCARD) != 0; }
+  /// Frames of sound that an edit list cuts from the packet's beginning.
+  uint32_t skippedFrames() const;
+
+  /// Goes to the key packet at or before `time`, or to the beginning where the file cannot tell.
+  bool seek(int64_t time);
+  /// Goes to the beginning and forgets the damage noted on the way.
+  bool rewind();
+
+  /// Why reading ended early, one line; empty when it did not.
+  const std::string& damage() const { return mDamage; }
+  /// Notes that something in the footage is broken; the first note stays.
+  void noteDamage(const std::string& what);
+
+  const AVStream& stream() const { return *mContainer->context()->streams[mChoice.index]; }
+  const MediaContainer& container() const { return *mContainer; }
+  bool isUntimed() const { return mIsUntimed; }
+  const TrackChoice& choice() const { return mChoice; }
+  /// Sets what the choice lacked when the file was first looked at.
+  void setTiming(int64_t origin, int64_t interval);
+  /// Microseconds of the footage at `timestamp` of the track.
+  int64_t timeOf(int64_t timestamp) const;
+
+ private:
+  explicit TrackReader(const TrackChoice& choice) : mChoice(choice), mPacket(av_packet_alloc()) {}
+  void use(std::unique_ptr<MediaContainer> container);
+  bool openContainer(std::string& error);
+  int64_t packetTime();
+
+  TrackChoice mChoice;
+  std::unique_ptr<MediaContainer> mContainer;
+  PacketHandle mPacket;
+  bool mIsUntimed = false;
+  bool mAtBeginning = true;
+  int64_t mCount = 0;  ///< packets read since the beginning
+  int64_t mTime = 0;
+  std::string mDamage;
+};
+
+}  // namespace vesk::capture

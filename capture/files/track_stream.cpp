@@ -1,0 +1,60 @@
+#include "capture/files/track_stream.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "platform/foundation/log.h"
+
+namespace vesk::capture {
+
+TrackStream::TrackStream(std::unique_ptr<UnitReader> reader, FrameCallback callback, std::optional<int64_t> loopLength,
+                         std::string name)
+    : mReader(std::move(reader)),
+      mCallback(std::move(callback)),
+      mLoopLength(loopLength && *loopLength > 0 ? loopLength : std::nullopt),
+      mName(std::move(name)) {}
+
+void TrackStream::seek(int64_t time) {
+  mNext.reset();
+  mHasEnded = !begin(std::max<int64_t>(time, 0));
+}
+
+bool TrackStream::begin(int64_t time) {
+  mHasBegun = true;
+  mTurnStart = mLoopLength ? time / *mLoopLength * *mLoopLength : 0;
+  mTurnGaveSome = mTurnStart != time;  // a turn joined midway may have nothing more to give
+  return mReader->start(time - mTurnStart, mTurnStart > 0);
+}
+
+std::optional<int64_t> TrackStream::nextTime() {
+  if (!mHasBegun) seek(0);
+  while (!mNext && !mHasEnded) {
+    mNext = mReader->next();
+    if (mNext) {
+      mTurnGaveSome = true;
+      mNext->time = mLastTime = std::max(mLastTime, mNext->time + mTurnStart);
+      break;
+    }
+    logDamage();
+    // A turn without anything would be followed by another one like it, for ever.
+    mHasEnded = !mLoopLength || !mTurnGaveSome || !begin(mTurnStart + *mLoopLength);
+  }
+  return mNext ? std::optional(mNext->time) : std::nullopt;
+}
+
+void TrackStream::deliver(int64_t timestamp) {
+  if (!nextTime()) return;
+  const auto bytes = mNext->bytes;
+  mNext.reset();
+  mCallback(bytes.data(), static_cast<uint32_t>(bytes.size()), timestamp);
+}
+
+void TrackStream::logDamage() {
+  if (mHasLogged || mReader->damage().empty()) return;
+  mHasLogged = true;
+  NSLog(fmt::format("{}: footage is damaged and was not delivered whole: {}", mName, mReader->damage()));
+}
+
+}  // namespace vesk::capture

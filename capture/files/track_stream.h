@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "capture/capture_source.h"
+#include "capture/conductor.h"
+#include "capture/files/unit_reader.h"
+
+namespace vesk::capture {
+
+/// Plays a track to the conductor, once or in a loop.
+class TrackStream : public PacedStream {
+ public:
+  /// `loopLength`: microseconds from one beginning of the footage to the next; none plays it once.
+  /// `name` stands in the log.
+  TrackStream(std::unique_ptr<UnitReader> reader, FrameCallback callback, std::optional<int64_t> loopLength,
+              std::string name);
+
+  void seek(int64_t time) override;
+  std::optional<int64_t> nextTime() override;
+  void deliver(int64_t timestamp) override;
+
+ private:
+  bool begin(int64_t time);
+  void logDamage();
+
+  const std::unique_ptr<UnitReader> mReader;
+  const FrameCallback mCallback;
+  const std::optional<int64_t> mLoopLength;
+  const std::string mName;
+
+  bool mHasBegun = false;
+  bool mHasEnded = false;
+  bool mTurnGaveSome = false;
+  bool mHasLogged = false;
+  int64_t mTurnStart = 0;
+  int64_t mLastTime = 0;
+  std::optional<MediaUnit> mNext;  ///< its time already counted from the first beginning
+};
+
+}  // namespace vesk::capture
