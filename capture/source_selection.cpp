@@ -4,6 +4,7 @@
 
 #include "capture/combined_source.h"
 #include "capture/library.h"
+#include "capture/simulated/simulated_source.h"
 #if __has_include("capture/files/file_source.h")
 #include "capture/files/file_source.h"
 #define VESK_HAS_FILE_SOURCE 1
@@ -15,9 +16,8 @@ namespace {
 using SourcePtr = std::shared_ptr<CaptureSource>;
 using Factory = SourcePtr (*)(const std::string& argument, const SourceOptions& options, SourceError& error);
 
-SourcePtr makeSimulated(const std::string&, const SourceOptions&, SourceError& error) {
-  error = "the simulated source is not built in";
-  return nullptr;
+SourcePtr makeSimulated(const std::string&, const SourceOptions& options, SourceError&) {
+  return std::make_shared<SimulatedSource>(options);
 }
 
 SourcePtr makeFile(const std::string& path, const SourceOptions& options, SourceError& error) {

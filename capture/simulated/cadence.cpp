@@ -1,0 +1,22 @@
+#include "capture/simulated/cadence.h"
+
+#include <cmath>
+
+namespace vesk::capture {
+
+Cadence Cadence::ofPictures(uint32_t numerator, uint32_t denominator) {
+  constexpr double kTolerance = 1e-5;
+  const double halves = 2.0 * denominator / numerator;  // half pictures a second
+  const double nearest = std::round(halves);
+  if (nearest < 1 || std::abs(halves - nearest) > nearest * kTolerance) return {numerator, denominator};
+  return {2, static_cast<uint32_t>(nearest)};
+}
+
+int64_t Cadence::firstFrom(int64_t time) const {
+  if (time <= 0) return 0;
+  int64_t number = static_cast<int64_t>(static_cast<Wide>(time) * mDenominator / (kMicroseconds * mNumerator));
+  while (timeOf(number) < time) ++number;
+  return number;
+}
+
+}  // namespace vesk::capture

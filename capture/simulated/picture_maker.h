@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+
+#include "capture/capture_source.h"
+#include "capture/simulated/cadence.h"
+
+namespace vesk::capture {
+
+/// Makes the pictures of a simulated camera in the form that was asked for.
+class PictureMaker {
+ public:
+  virtual ~PictureMaker() = default;
+
+  /// A maker of "avc1", "dmb1" or "2vuy" pictures. The sides of H.264 pictures are even.
+  /// @return null with one line for a person in `error`.
+  static std::unique_ptr<PictureMaker> create(const VideoParameters& parameters, const Cadence& cadence,
+                                              std::string& error);
+
+  /// The picture that carries `counter`, valid and writable until the next call; empty when the
+  /// encoder fails.
+  virtual std::span<uint8_t> make(uint32_t counter, bool isFlash) = 0;
+};
+
+}  // namespace vesk::capture

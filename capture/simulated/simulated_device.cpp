@@ -1,0 +1,233 @@
+#include "capture/simulated/simulated_device.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <utility>
+
+#include "capture/simulated/picture_maker.h"
+#include "capture/simulated/simulated_pattern.h"
+#include "capture/vci.h"
+#include "platform/foundation/log.h"
+#include "platform/media/four_char_code.h"
+
+namespace vesk::capture {
+namespace {
+
+constexpr int64_t kMicroseconds = 1'000'000;
+constexpr uint32_t kTenMillionths = 10'000'000;
+
+struct Size {
+  int32_t width;
+  int32_t height;
+};
+constexpr Size kSizes[] = {{320, 240}, {640, 360}, {640, 480}, {864, 480}, {1280, 720}, {1920, 1080}};
+constexpr Size kPlainSizes[] = {{320, 240}, {640, 480}};
+const std::vector<uint32_t> kIntervals = {333333, 400000, 500000, 666666, 1000000, 1333333};
+const std::vector<uint32_t> kPlainIntervals = {333333, 666666};
+constexpr uint32_t kRates[] = {48000, 44100, 16000};
+
+class PictureStream : public PacedStream {
+ public:
+  PictureStream(std::shared_ptr<SimulatedUnit> unit, Cadence cadence, std::unique_ptr<PictureMaker> maker,
+                FrameCallback callback)
+      : mUnit(std::move(unit)), mCadence(cadence), mMaker(std::move(maker)), mCallback(std::move(callback)) {}
+
+  void seek(int64_t time) override { mNumber = mCadence.firstFrom(time); }
+  std::optional<int64_t> nextTime() override { return mCadence.timeOf(mNumber); }
+
+  void deliver(int64_t timestamp) override {
+    const int64_t number = mNumber++;
+    if (mUnit->isSilent()) return;
+    const auto picture = mMaker->make(static_cast<uint32_t>(number), isFlash(number));
+    if (!picture.empty()) mUnit->deliver(mCallback, picture, timestamp);
+  }
+
+ private:
+  /// The first picture of each second flashes, and those that follow it soon enough.
+  bool isFlash(int64_t number) const {
+    return mCadence.timeOf(number) % kMicroseconds < std::max(kFlashMicroseconds, mCadence.interval());
+  }
+
+  const std::shared_ptr<SimulatedUnit> mUnit;
+  const Cadence mCadence;
+  const std::unique_ptr<PictureMaker> mMaker;
+  const FrameCallback mCallback;
+  int64_t mNumber = 0;
+};
+
+class SoundStream : public PacedStream {
+ public:
+  SoundStream(std::shared_ptr<SimulatedUnit> unit, Cadence cadence, std::unique_ptr<PacketMaker> maker,
+              FrameCallback callback)
+      : mUnit(std::move(unit)), mCadence(cadence), mMaker(std::move(maker)), mCallback(std::move(callback)) {}
+
+  void seek(int64_t time) override { mNumber = mCadence.firstFrom(time); }
+  std::optional<int64_t> nextTime() override { return mCadence.timeOf(mNumber); }
+
+  // Packets are made during a stall as well: each builds on the one before.
+  void deliver(int64_t timestamp) override {
+    const auto packet = mMaker->make(mNumber++, mUnit->level());
+    if (!packet.empty() && !mUnit->isSilent()) mUnit->deliver(mCallback, packet, timestamp);
+  }
+
+ private:
+  const std::shared_ptr<SimulatedUnit> mUnit;
+  const Cadence mCadence;
+  const std::unique_ptr<PacketMaker> mMaker;
+  const FrameCallback mCallback;
+  int64_t mNumber = 0;
+};
+
+std::vector<FrameSize> frameSizes(bool isPlain) {
+  const std::span<const Size> sizes = isPlain ? std::span<const Size>(kPlainSizes) : std::span<const Size>(kSizes);
+  std::vector<FrameSize> answer;
+  for (const Size& size : sizes) {
+    answer.push_back({size.width, size.height, isPlain ? kPlainIntervals : kIntervals});
+  }
+  return answer;
+}
+
+bool offersInterval(const FrameSize& size, const VideoParameters& parameters) {
+  if (parameters.intervalNumerator == 0 || parameters.intervalDenominator == 0) return false;
+  const uint64_t asked = uint64_t{parameters.intervalNumerator} * kTenMillionths / parameters.intervalDenominator;
+  return std::any_of(size.intervals.begin(), size.intervals.end(), [&](uint64_t interval) {
+    return asked <= interval + 1 && interval <= asked + 1;  // fractions are cut off here and there
+  });
+}
+
+}  // namespace
+
+int32_t SimulatedDevice::start(uint32_t, FrameCallback callback) {
+  const SimulatedFaults faults = mUnit->faults();
+  if (faults.startStatus != 0) return faults.startStatus;
+  if (!mUnit->isAttached() || !callback) return kVCIFailed;
+  {
+    MutexLock lock(mMutex);
+    if (mStream) return kVCISuccess;
+  }
+  if (!mUnit->occupy()) return kVCIBusy;
+  auto stream = makeStream(std::move(callback));
+  if (!stream) {
+    mUnit->vacate();
+    return kVCIFailed;
+  }
+  {
+    MutexLock lock(mMutex);
+    mStream = stream;
+  }
+  mConductor->add(std::move(stream));
+  return kVCISuccess;
+}
+
+int32_t SimulatedDevice::stop(uint32_t) {
+  if (const int32_t status = mUnit->faults().stopStatus) return status;
+  end();
+  return kVCISuccess;
+}
+
+void SimulatedDevice::end() {
+  std::shared_ptr<PacedStream> stream;
+  {
+    MutexLock lock(mMutex);
+    stream.swap(mStream);
+  }
+  if (!stream) return;
+  mConductor->remove(stream);
+  mUnit->vacate();
+}
+
+SimulatedCamera::SimulatedCamera(std::shared_ptr<SimulatedUnit> camera, std::shared_ptr<Conductor> conductor)
+    : SimulatedDevice(std::move(camera), std::move(conductor)) {
+  const VideoFormat first = videoFormats().front();
+  const FrameSize& size = first.sizes.front();
+  mParameters = {first.codec, size.width, size.height, size.intervals.front(), kTenMillionths, 0};
+}
+
+std::vector<VideoFormat> SimulatedCamera::videoFormats() {
+  const bool isPlain = unit().isPlain();
+  std::vector<VideoFormat> formats;
+  if (!isPlain) formats.push_back({kCMVideoCodecType_H264, frameSizes(isPlain)});
+  formats.push_back({kCMVideoCodecType_MotionJPEG, frameSizes(isPlain)});
+  formats.push_back({kCMPixelFormat_422YpCbCr8, frameSizes(isPlain)});
+  return formats;
+}
+
+int32_t SimulatedCamera::setVideoParameters(const VideoParameters& parameters) {
+  for (const VideoFormat& format : videoFormats()) {
+    if (format.codec != parameters.codec) continue;
+    for (const FrameSize& size : format.sizes) {
+      if (size.width != parameters.width || size.height != parameters.height) continue;
+      if (!offersInterval(size, parameters)) continue;
+      mParameters = parameters;
+      return kVCISuccess;
+    }
+  }
+  return kVCIInvalidArgument;
+}
+
+std::shared_ptr<PacedStream> SimulatedCamera::makeStream(FrameCallback callback) {
+  const auto cadence = Cadence::ofPictures(mParameters.intervalNumerator, mParameters.intervalDenominator);
+  std::string error;
+  auto maker = PictureMaker::create(mParameters, cadence, error);
+  if (!maker) {
+    NSLog(unit().description().name + ": " + error);
+    return nullptr;
+  }
+  return std::make_shared<PictureStream>(sharedUnit(), cadence, std::move(maker), std::move(callback));
+}
+
+SimulatedMicrophone::SimulatedMicrophone(std::shared_ptr<SimulatedUnit> microphone,
+                                         std::shared_ptr<Conductor> conductor)
+    : SimulatedDevice(std::move(microphone), std::move(conductor)) {
+  mFormat = waveFormats().front();
+}
+
+std::vector<WaveFormat> SimulatedMicrophone::waveFormats() {
+  std::vector<WaveFormat> formats;
+  for (const uint16_t code : {kWaveFormatLinearPCM, kWaveFormatAAC}) {
+    for (const uint32_t rate : kRates) {
+      if (!unit().isPlain()) formats.push_back({code, 2, rate, 16});
+      formats.push_back({code, 1, rate, 16});
+    }
+  }
+  return formats;
+}
+
+int32_t SimulatedMicrophone::setWaveFormat(const WaveFormat& format) {
+  const auto formats = waveFormats();
+  if (std::find(formats.begin(), formats.end(), format) == formats.end()) return kVCIInvalidArgument;
+  mFormat = format;
+  return kVCISuccess;
+}
+
+std::shared_ptr<PacedStream> SimulatedMicrophone::makeStream(FrameCallback callback) {
+  auto maker = PacketMaker::create(mFormat);
+  if (!maker) {
+    NSLog(unit().description().name + ": the sound encoder could not be set up");
+    return nullptr;
+  }
+  const Cadence cadence(kFramesPerPacket, mFormat.samplesPerSecond);
+  return std::make_shared<SoundStream>(sharedUnit(), cadence, std::move(maker), std::move(callback));
+}
+
+int32_t SimulatedMicrophone::getMute(bool& mute) {
+  mute = unit().level().isMuted;
+  return kVCISuccess;
+}
+
+int32_t SimulatedMicrophone::setMute(bool mute) {
+  unit().level().isMuted = mute;
+  return kVCISuccess;
+}
+
+int32_t SimulatedMicrophone::getVolume(uint32_t& volume) {
+  volume = unit().level().volume;
+  return kVCISuccess;
+}
+
+int32_t SimulatedMicrophone::setVolume(uint8_t volume) {
+  unit().level().volume = volume;
+  return kVCISuccess;
+}
+
+}  // namespace vesk::capture

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "capture/capture_source.h"
+#include "capture/conductor.h"
+#include "capture/simulated/simulated_unit.h"
+
+namespace vesk::capture {
+
+/// What simulated cameras and microphones share: start and stop.
+///
+/// Threads: as CaptureDevice demands; stop also from inside a callback.
+class SimulatedDevice : public CaptureDevice {
+ public:
+  SimulatedDevice(std::shared_ptr<SimulatedUnit> unit, std::shared_ptr<Conductor> conductor)
+      : mUnit(std::move(unit)), mConductor(std::move(conductor)) {}
+  ~SimulatedDevice() override { end(); }
+
+  int32_t start(uint32_t substream, FrameCallback callback) override;
+  int32_t stop(uint32_t substream) override;
+
+ protected:
+  /// The flow in the form that has been set; null when it cannot be made.
+  virtual std::shared_ptr<PacedStream> makeStream(FrameCallback callback) = 0;
+  SimulatedUnit& unit() { return *mUnit; }
+  std::shared_ptr<SimulatedUnit> sharedUnit() { return mUnit; }
+
+ private:
+  void end() VESK_EXCLUDES(mMutex);
+
+  const std::shared_ptr<SimulatedUnit> mUnit;
+  const std::shared_ptr<Conductor> mConductor;
+  Mutex mMutex;
+  std::shared_ptr<PacedStream> mStream VESK_GUARDED_BY(mMutex);
+};
+
+class SimulatedCamera : public SimulatedDevice {
+ public:
+  SimulatedCamera(std::shared_ptr<SimulatedUnit> unit, std::shared_ptr<Conductor> conductor);
+
+  std::vector<VideoFormat> videoFormats() override;
+  /// Refuses what is not among the formats; takes effect at the next start.
+  int32_t setVideoParameters(const VideoParameters& parameters) override;
+
+ protected:
+  std::shared_ptr<PacedStream> makeStream(FrameCallback callback) override;
+
+ private:
+  VideoParameters mParameters;
+};
+
+class SimulatedMicrophone : public SimulatedDevice {
+ public:
+  SimulatedMicrophone(std::shared_ptr<SimulatedUnit> unit, std::shared_ptr<Conductor> conductor);
+
+  std::vector<WaveFormat> waveFormats() override;
+  /// Refuses what is not among the formats; takes effect at the next start.
+  int32_t setWaveFormat(const WaveFormat& format) override;
+  int32_t getMute(bool& mute) override;
+  int32_t setMute(bool mute) override;
+  int32_t getVolume(uint32_t& volume) override;
+  int32_t setVolume(uint8_t volume) override;
+
+ protected:
+  std::shared_ptr<PacedStream> makeStream(FrameCallback callback) override;
+
+ private:
+  WaveFormat mFormat;
+};
+
+}  // namespace vesk::capture

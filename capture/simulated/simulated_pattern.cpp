@@ -1,0 +1,155 @@
+#include "capture/simulated/simulated_pattern.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace vesk::capture {
+namespace {
+
+// The number's squares: two rows of sixteen, the most significant bit first. Below the number's 24
+// bits stand 8 that check them, so that no other picture is taken for a number.
+constexpr int kSquaresAcross = 16;
+constexpr int kSquareRows = 2;
+constexpr uint32_t kCounterMask = 0xFFFFFF;
+constexpr uint8_t kBlack = 16, kWhite = 235, kNeutral = 128;
+constexpr int kMovingBarShare = 16;  // of the width
+constexpr int kMovePixels = 4;       // from picture to picture
+
+/// The side of a square: whole macroblocks, larger in larger pictures.
+int squareSide(int width) {
+  return 16 * std::max(1, width / 640);
+}
+
+uint32_t withCheck(uint32_t counter) {
+  const uint32_t check = (counter >> 16 ^ counter >> 8 ^ counter ^ 0xA5) & 0xFF;
+  return counter << 8 | check;
+}
+
+/// The mean of the samples in a rectangle, every second one in both directions.
+int meanLuma(const uint8_t* luma, size_t rowBytes, int step, int x, int y, int width, int height) {
+  int64_t sum = 0, count = 0;
+  for (int row = y; row < y + height; row += 2) {
+    for (int column = x; column < x + width; column += 2, ++count) {
+      sum += luma[static_cast<size_t>(row) * rowBytes + static_cast<size_t>(column) * static_cast<size_t>(step)];
+    }
+  }
+  return count ? static_cast<int>(sum / count) : 0;
+}
+
+}  // namespace
+
+SimulatedPattern::SimulatedPattern(PictureLayout layout, int width, int height)
+    : mLayout(layout), mWidth(width), mHeight(height) {
+  for (int plane = 0; plane < planeCount(); ++plane) {
+    mBackground[static_cast<size_t>(plane)].resize(bytesAcross(plane) * static_cast<size_t>(rowsOf(plane)));
+  }
+  paintBackground();
+}
+
+size_t SimulatedPattern::bytesAcross(int plane) const {
+  if (mLayout == PictureLayout::kPacked422) return static_cast<size_t>(mWidth) * 2;
+  return static_cast<size_t>(plane == 0 ? mWidth : mWidth / 2);
+}
+
+PicturePlanes SimulatedPattern::backgroundPlanes() const {
+  PicturePlanes planes;
+  for (size_t plane = 0; plane < 3; ++plane) {
+    planes.bytes[plane] = const_cast<uint8_t*>(mBackground[plane].data());
+    planes.rowBytes[plane] = bytesAcross(static_cast<int>(plane));
+  }
+  return planes;
+}
+
+void SimulatedPattern::paintBackground() {
+  constexpr Colour kBars[] = {{180, 128, 128}, {162, 44, 142}, {131, 156, 44}, {112, 72, 58},
+                              {84, 184, 198},  {65, 100, 212}, {35, 212, 114}, {16, 128, 128}};
+  const int count = static_cast<int>(std::size(kBars));
+  const int barWidth = mWidth / count & ~1;
+  for (int bar = 0; bar < count; ++bar) {
+    const int x = bar * barWidth;
+    fill({x, 0, bar == count - 1 ? mWidth - x : barWidth, mHeight}, kBars[bar], backgroundPlanes());
+  }
+}
+
+void SimulatedPattern::paint(uint32_t counter, bool isFlash, const PicturePlanes& picture) const {
+  if (isFlash) {
+    fill({0, 0, mWidth, mHeight}, {kWhite, kNeutral, kNeutral}, picture);
+  } else {
+    copyBackground(picture);
+    const int barWidth = mWidth / kMovingBarShare & ~1;
+    const auto places = static_cast<uint32_t>((mWidth - barWidth) / kMovePixels);
+    const int x = static_cast<int>(counter % places) * kMovePixels;
+    fill({x, 0, barWidth, mHeight}, {200, kNeutral, kNeutral}, picture);
+  }
+  paintCounter(counter, picture);
+}
+
+void SimulatedPattern::copyBackground(const PicturePlanes& picture) const {
+  for (int number = 0; number < planeCount(); ++number) {
+    const auto plane = static_cast<size_t>(number);
+    const size_t bytes = bytesAcross(number);
+    for (size_t row = 0; row < static_cast<size_t>(rowsOf(number)); ++row) {
+      std::memcpy(picture.bytes[plane] + row * picture.rowBytes[plane], &mBackground[plane][row * bytes], bytes);
+    }
+  }
+}
+
+void SimulatedPattern::paintCounter(uint32_t counter, const PicturePlanes& picture) const {
+  const int side = squareSide(mWidth);
+  const uint32_t bits = withCheck(counter & kCounterMask);
+  for (int square = 0; square < kSquaresAcross * kSquareRows; ++square) {
+    const uint8_t luma = bits >> (31 - square) & 1 ? kWhite : kBlack;
+    fill({square % kSquaresAcross * side, square / kSquaresAcross * side, side, side}, {luma, kNeutral, kNeutral},
+         picture);
+  }
+}
+
+SimulatedPattern::Colour SimulatedPattern::adapted(Colour colour) const {
+  if (mLayout != PictureLayout::k422Full) return colour;
+  const auto widen = [](int value, int low, int range) {
+    return static_cast<uint8_t>(std::clamp((value - low) * 255 / range, 0, 255));
+  };
+  return {widen(colour.y, 16, 219), widen(colour.cb, 16, 224), widen(colour.cr, 16, 224)};
+}
+
+/// Fills a rectangle whose edges are even.
+void SimulatedPattern::fill(const Rectangle& where, Colour asked, const PicturePlanes& picture) const {
+  const Colour colour = adapted(asked);
+  const auto x = static_cast<size_t>(where.x), width = static_cast<size_t>(where.width);
+  for (int row = where.y; row < where.y + where.height; ++row) {
+    uint8_t* const first = picture.bytes[0] + static_cast<size_t>(row) * picture.rowBytes[0];
+    if (mLayout == PictureLayout::kPacked422) {
+      const uint8_t pair[] = {colour.cb, colour.y, colour.cr, colour.y};
+      for (size_t at = x * 2; at < (x + width) * 2; at += sizeof pair) std::memcpy(first + at, pair, sizeof pair);
+      continue;
+    }
+    std::memset(first + x, colour.y, width);
+    if (mLayout == PictureLayout::k420 && row % 2 != 0) continue;
+    const auto chromaRow = static_cast<size_t>(mLayout == PictureLayout::k420 ? row / 2 : row);
+    std::memset(picture.bytes[1] + chromaRow * picture.rowBytes[1] + x / 2, colour.cb, width / 2);
+    std::memset(picture.bytes[2] + chromaRow * picture.rowBytes[2] + x / 2, colour.cr, width / 2);
+  }
+}
+
+std::optional<uint32_t> readFrameCounter(const uint8_t* luma, size_t rowBytes, int width, int height, int step) {
+  constexpr int kMiddle = 126;
+  const int side = squareSide(width);
+  if (!luma || width < side * kSquaresAcross || height < side * kSquareRows) return std::nullopt;
+  uint32_t bits = 0;
+  for (int square = 0; square < kSquaresAcross * kSquareRows; ++square) {
+    const int x = square % kSquaresAcross * side, y = square / kSquaresAcross * side;
+    const int mean = meanLuma(luma, rowBytes, step, x + side / 4, y + side / 4, side / 2, side / 2);
+    bits = bits << 1 | (mean > kMiddle ? 1 : 0);
+  }
+  const uint32_t counter = bits >> 8;
+  if (withCheck(counter) != bits) return std::nullopt;
+  return counter;
+}
+
+bool readFlash(const uint8_t* luma, size_t rowBytes, int width, int height, int step) {
+  constexpr int kBright = 200;  // the bars' mean is near 100
+  const int top = squareSide(width) * kSquareRows;
+  return luma && height > top && meanLuma(luma, rowBytes, step, 0, top, width, height - top) > kBright;
+}
+
+}  // namespace vesk::capture

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+/// The pictures of simulated cameras: colour bars with a light bar that moves over them, and in the
+/// top left corner the picture's number as two rows of black and white squares, large enough to
+/// survive compression. On every whole second the picture flashes white, its number staying.
+
+namespace vesk::capture {
+
+/// How the pixels lie.
+enum class PictureLayout {
+  k420,        ///< three planes, colour halved in both directions; luma 16 to 235
+  k422Full,    ///< three planes, colour halved across; luma 0 to 255
+  kPacked422,  ///< one plane of Cb Y Cr Y ("2vuy"); luma 16 to 235
+};
+
+/// A picture's memory; not owned. Packed layouts use the first plane.
+struct PicturePlanes {
+  std::array<uint8_t*, 3> bytes = {};
+  std::array<size_t, 3> rowBytes = {};
+};
+
+/// How long a flash and its beep last; both begin on a whole second.
+constexpr int64_t kFlashMicroseconds = 66'000;
+constexpr int64_t kBeepMicroseconds = 100'000;
+
+/// Paints the pictures of one size and layout.
+class SimulatedPattern {
+ public:
+  /// `width` and `height` are even, 320 × 64 at least.
+  SimulatedPattern(PictureLayout layout, int width, int height);
+
+  void paint(uint32_t counter, bool isFlash, const PicturePlanes& picture) const;
+
+ private:
+  struct Colour {
+    uint8_t y, cb, cr;
+  };
+  struct Rectangle {
+    int x, y, width, height;
+  };
+
+  void fill(const Rectangle& where, Colour colour, const PicturePlanes& picture) const;
+  void paintBackground();
+  void paintCounter(uint32_t counter, const PicturePlanes& picture) const;
+  void copyBackground(const PicturePlanes& picture) const;
+  Colour adapted(Colour colour) const;
+  PicturePlanes backgroundPlanes() const;
+  int planeCount() const { return mLayout == PictureLayout::kPacked422 ? 1 : 3; }
+  int rowsOf(int plane) const { return plane > 0 && mLayout == PictureLayout::k420 ? mHeight / 2 : mHeight; }
+  size_t bytesAcross(int plane) const;
+
+  const PictureLayout mLayout;
+  const int mWidth;
+  const int mHeight;
+  std::array<std::vector<uint8_t>, 3> mBackground;
+};
+
+/// Reads the number back from a picture's luma: `luma` is its first luma byte, `step` the distance
+/// from one to the next (1 in a plane, 2 in "2vuy", whose first luma byte is the second).
+/// @return none when there is no number that can be read.
+std::optional<uint32_t> readFrameCounter(const uint8_t* luma, size_t rowBytes, int width, int height, int step = 1);
+
+/// Whether the picture is a flash.
+bool readFlash(const uint8_t* luma, size_t rowBytes, int width, int height, int step = 1);
+
+}  // namespace vesk::capture

@@ -1,0 +1,111 @@
+#include "capture/simulated/simulated_source.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "capture/conductor.h"
+#include "capture/simulated/simulated_device.h"
+#include "platform/foundation/dispatch_queue.h"
+
+namespace vesk::capture {
+namespace {
+
+constexpr uint16_t kVendor = 0xFFF0;  // no maker's
+
+const DeviceDescription kFirstDevices[] = {
+    {DeviceKind::kVideo, SimulatedSource::kCameraPath, "Simulated Camera", kVendor, 0x0001, 0x0100},
+    {DeviceKind::kVideo, SimulatedSource::kPlainCameraPath, "Simulated Plain Camera", kVendor, 0x0002, 0x0100},
+    {DeviceKind::kAudio, SimulatedSource::kMicrophonePath, "Simulated Microphone", kVendor, 0x0011, 0x0100},
+    {DeviceKind::kAudio, SimulatedSource::kMonoMicrophonePath, "Simulated Mono Microphone", kVendor, 0x0012, 0x0100},
+};
+
+std::shared_ptr<SimulatedUnit> makeUnit(const DeviceDescription& description) {
+  const bool isPlain =
+      description.path == SimulatedSource::kPlainCameraPath || description.path == SimulatedSource::kMonoMicrophonePath;
+  return std::make_shared<SimulatedUnit>(description, isPlain);
+}
+
+}  // namespace
+
+SimulatedSource::SimulatedSource(const SourceOptions& options, Transport& transport)
+    : mConductor(std::make_shared<Conductor>(options.pace, transport)),
+      mEvents(DispatchQueue::createSerial("vesk hot-plug")) {
+  for (const DeviceDescription& description : kFirstDevices) mUnits.push_back(makeUnit(description));
+}
+
+SimulatedSource::~SimulatedSource() = default;
+
+void SimulatedSource::setHotplugHandler(HotplugHandler handler) {
+  mHotplug->set(std::move(handler));
+}
+
+std::vector<DeviceDescription> SimulatedSource::devices(DeviceKind kind) {
+  std::vector<DeviceDescription> descriptions;
+  MutexLock lock(mMutex);
+  for (const auto& unit : mUnits) {
+    if (unit->description().kind == kind) descriptions.push_back(unit->description());
+  }
+  return descriptions;
+}
+
+std::unique_ptr<CaptureDevice> SimulatedSource::open(DeviceKind kind, const std::string& path) {
+  auto unit = find(path);
+  if (!unit || unit->description().kind != kind || unit->faults().openFails) return nullptr;
+  if (kind == DeviceKind::kVideo) return std::make_unique<SimulatedCamera>(std::move(unit), mConductor);
+  return std::make_unique<SimulatedMicrophone>(std::move(unit), mConductor);
+}
+
+bool SimulatedSource::plugIn(const DeviceDescription& description) {
+  {
+    MutexLock lock(mMutex);
+    if (description.path.empty() || findUnit(description.path)) return false;
+    mUnits.push_back(makeUnit(description));
+  }
+  tell(description.kind, true);
+  return true;
+}
+
+bool SimulatedSource::plugOut(const std::string& path) {
+  std::shared_ptr<SimulatedUnit> unit;
+  {
+    MutexLock lock(mMutex);
+    unit = findUnit(path);
+    if (!unit) return false;
+    std::erase(mUnits, unit);
+  }
+  unit->detach();
+  tell(unit->description().kind, false);
+  return true;
+}
+
+void SimulatedSource::tell(DeviceKind kind, bool arrived) {
+  mEvents->async([slot = mHotplug, kind, arrived] { slot->call(kind, arrived); });
+}
+
+void SimulatedSource::waitForHotplug() {
+  mEvents->sync([] {});
+}
+
+bool SimulatedSource::setFaults(const std::string& path, const SimulatedFaults& faults) {
+  const auto unit = find(path);
+  if (unit) unit->setFaults(faults);
+  return unit != nullptr;
+}
+
+SimulatedFaults SimulatedSource::faults(const std::string& path) {
+  const auto unit = find(path);
+  return unit ? unit->faults() : SimulatedFaults{};
+}
+
+std::shared_ptr<SimulatedUnit> SimulatedSource::find(const std::string& path) {
+  MutexLock lock(mMutex);
+  return findUnit(path);
+}
+
+std::shared_ptr<SimulatedUnit> SimulatedSource::findUnit(const std::string& path) const {
+  const auto found =
+      std::find_if(mUnits.begin(), mUnits.end(), [&](const auto& unit) { return unit->description().path == path; });
+  return found == mUnits.end() ? nullptr : *found;
+}
+
+}  // namespace vesk::capture

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "capture/callback_slot.h"
+#include "capture/capture_host.h"
+#include "capture/capture_source.h"
+#include "capture/simulated/simulated_faults.h"
+#include "platform/foundation/export.h"
+#include "platform/foundation/mutex.h"
+
+namespace vesk {
+class DispatchQueue;
+}
+
+namespace vesk::capture {
+
+class Conductor;
+class SimulatedUnit;
+
+/// Cameras and microphones that need no hardware and behave the same every time: numbered pictures
+/// with a flash on every whole second, and a beep at the same instant. Two cameras (one with all
+/// formats and sizes, one plain) and two microphones (stereo, mono) are plugged in at first. What
+/// can go wrong with devices goes wrong on command.
+///
+/// Threads: every operation from any thread.
+class VESK_EXPORT SimulatedSource : public CaptureSource {
+ public:
+  static constexpr const char* kCameraPath = "simulated:camera";
+  static constexpr const char* kPlainCameraPath = "simulated:camera:plain";
+  static constexpr const char* kMicrophonePath = "simulated:microphone";
+  static constexpr const char* kMonoMicrophonePath = "simulated:microphone:mono";
+
+  explicit SimulatedSource(const SourceOptions& options = {}, Transport& transport = Transport::shared());
+  ~SimulatedSource() override;
+
+  void setHotplugHandler(HotplugHandler handler) override;
+  std::vector<DeviceDescription> devices(DeviceKind kind) override;
+  std::unique_ptr<CaptureDevice> open(DeviceKind kind, const std::string& path) override;
+
+  /// Plugs a device in, after those that are there: one of the four that was plugged out, or one
+  /// more of the full model of its kind. False when its path is taken or empty.
+  bool plugIn(const DeviceDescription& description);
+  /// Pulls a device out: it leaves the list, what captures from it gets nothing more, and starts
+  /// fail. False when it is not there.
+  bool plugOut(const std::string& path);
+  /// Waits until the handler has been told of everything so far. Not from inside the handler.
+  void waitForHotplug();
+
+  /// What goes wrong with a device from now on, until it is plugged out. False when it is not there.
+  bool setFaults(const std::string& path, const SimulatedFaults& faults);
+  /// The faults that are left; the counts have counted down.
+  SimulatedFaults faults(const std::string& path);
+
+ private:
+  std::shared_ptr<SimulatedUnit> find(const std::string& path) VESK_EXCLUDES(mMutex);
+  std::shared_ptr<SimulatedUnit> findUnit(const std::string& path) const VESK_REQUIRES(mMutex);
+  void tell(DeviceKind kind, bool arrived);
+
+  using HotplugSlot = CallbackSlot<DeviceKind, bool>;
+
+  const std::shared_ptr<Conductor> mConductor;
+  const std::shared_ptr<HotplugSlot> mHotplug = std::make_shared<HotplugSlot>();
+  Mutex mMutex;
+  std::vector<std::shared_ptr<SimulatedUnit>> mUnits VESK_GUARDED_BY(mMutex);
+  std::shared_ptr<DispatchQueue> mEvents;  // tells of arrivals and departures
+};
+
+}  // namespace vesk::capture

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <utility>
+
+#include "capture/capture_source.h"
+#include "capture/simulated/simulated_faults.h"
+#include "capture/simulated/simulated_sound.h"
+#include "platform/foundation/mutex.h"
+
+namespace vesk::capture {
+
+/// A simulated camera or microphone as it stands on the desk: what its open handles share. Plugged
+/// out it is gone for good; plugged in again it is a new one.
+///
+/// Threads: every operation from any thread.
+class SimulatedUnit {
+ public:
+  SimulatedUnit(DeviceDescription description, bool isPlain)
+      : mDescription(std::move(description)), mIsPlain(isPlain) {}
+
+  const DeviceDescription& description() const { return mDescription; }
+  /// The simpler model of its kind.
+  bool isPlain() const { return mIsPlain; }
+  SoundLevel& level() { return mLevel; }
+
+  SimulatedFaults faults() VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    return mFaults;
+  }
+  void setFaults(const SimulatedFaults& faults) VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    mFaults = faults;
+  }
+
+  bool isAttached() VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    return mIsAttached;
+  }
+  void detach() VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    mIsAttached = false;
+  }
+
+  /// Takes the unit for one handle's capture; false when another has it. Microphones are shared.
+  bool occupy() VESK_EXCLUDES(mMutex);
+  void vacate() VESK_EXCLUDES(mMutex);
+
+  /// Whether nothing comes at present: stalled or gone.
+  bool isSilent() VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    return mFaults.isStalled || !mIsAttached;
+  }
+  /// Hands a frame or packet to `callback` with the faults that are set for it.
+  void deliver(const FrameCallback& callback, std::span<uint8_t> bytes, int64_t timestamp) VESK_EXCLUDES(mMutex);
+
+ private:
+  const DeviceDescription mDescription;
+  const bool mIsPlain;
+  SoundLevel mLevel;
+  Mutex mMutex;
+  SimulatedFaults mFaults VESK_GUARDED_BY(mMutex);
+  bool mIsAttached VESK_GUARDED_BY(mMutex) = true;
+  bool mIsOccupied VESK_GUARDED_BY(mMutex) = false;
+};
+
+}  // namespace vesk::capture
