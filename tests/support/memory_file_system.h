@@ -1,0 +1,172 @@
+#pragma once
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/writing/file_system.h"
+
+namespace vesk::test {
+
+/// A file system in memory that fails on command. Faults are asked for before every operation that
+/// changes a file, counted from the start, so a test can let each one fail in turn.
+class MemoryFileSystem final : public FileSystem {
+ public:
+  enum class Operation { kWrite, kSync, kTruncate, kPreallocate };
+  struct Fault {
+    int error = 0;                   ///< the operation fails with this
+    size_t mostBytes = SIZE_MAX;     ///< of a write that succeeds, and of one that fails before it does
+    bool killed = false;             ///< nothing happens from here on, as if the program had been killed
+  };
+  using FaultPlan = std::function<Fault(Operation operation, size_t number, uint64_t offset, size_t bytes)>;
+
+  void setFaults(FaultPlan plan) {
+    std::lock_guard lock(mMutex);
+    mPlan = std::move(plan);
+    mOperations = 0;
+  }
+  /// Called with a file's bytes after every operation that changed them.
+  void setObserver(std::function<void(const std::vector<uint8_t>& bytes)> observer) { mObserver = std::move(observer); }
+
+  size_t operations() const { return mOperations; }
+  bool exists(const std::string& path) const { return mFiles.count(path) != 0; }
+  std::vector<uint8_t> bytes(const std::string& path) const {
+    const auto file = mFiles.find(path);
+    return file == mFiles.end() ? std::vector<uint8_t>{} : file->second->bytes;
+  }
+  void put(const std::string& path, std::vector<uint8_t> bytes) {
+    mFiles[path] = std::make_shared<Node>();
+    mFiles[path]->bytes = std::move(bytes);
+  }
+  /// The folder is gone: open files have no name any more, and no new ones can be made.
+  void removeFolder() {
+    std::lock_guard lock(mMutex);
+    mFiles.clear();
+    mHasFolder = false;
+  }
+
+  std::unique_ptr<File> open(const std::string& path, FileMode mode, int& error) override {
+    std::lock_guard lock(mMutex);
+    auto file = mFiles.find(path);
+    error = mHasFolder && (file != mFiles.end() || mode == FileMode::kCreate) ? 0 : ENOENT;
+    if (error != 0) return nullptr;
+    if (file == mFiles.end()) file = mFiles.emplace(path, std::make_shared<Node>()).first;
+    return std::make_unique<MemoryFile>(*this, file->second);
+  }
+  int remove(const std::string& path) override {
+    std::lock_guard lock(mMutex);
+    return mFiles.erase(path) != 0 ? 0 : ENOENT;
+  }
+  int checkFolderOf(const std::string&) override { return mHasFolder ? 0 : ENOENT; }
+  int syncFolderOf(const std::string&) override { return 0; }
+
+ private:
+  struct Node {
+    std::vector<uint8_t> bytes;
+    bool isLocked = false;
+  };
+
+  class MemoryFile final : public File {
+   public:
+    MemoryFile(MemoryFileSystem& owner, std::shared_ptr<Node> node) : mOwner(owner), mNode(std::move(node)) {}
+    ~MemoryFile() override { close(); }
+
+    int64_t writeVectors(const iovec* vectors, int count, uint64_t offset) override {
+      std::lock_guard lock(mOwner.mMutex);
+      size_t total = 0;
+      for (int i = 0; i < count; ++i) total += vectors[i].iov_len;
+      const Fault fault = mOwner.nextFault(Operation::kWrite, offset, total);
+      const size_t size = std::min(total, fault.mostBytes);
+      if (!fault.killed && (fault.error == 0 || fault.mostBytes != SIZE_MAX)) {
+        put(vectors, count, offset, size);
+        mOwner.observe(*mNode);
+      }
+      if (fault.error != 0) return -fault.error;
+      return static_cast<int64_t>(size);
+    }
+    int64_t readBytes(uint8_t* into, size_t count, uint64_t offset) override {
+      std::lock_guard lock(mOwner.mMutex);
+      if (offset >= mNode->bytes.size()) return 0;
+      const size_t size = std::min<size_t>(count, mNode->bytes.size() - offset);
+      std::memcpy(into, mNode->bytes.data() + offset, size);
+      return static_cast<int64_t>(size);
+    }
+    int64_t size() override {
+      std::lock_guard lock(mOwner.mMutex);
+      return static_cast<int64_t>(mNode->bytes.size());
+    }
+    int syncData() override {
+      std::lock_guard lock(mOwner.mMutex);
+      return mOwner.nextFault(Operation::kSync, 0, 0).error;
+    }
+    int preallocate(uint64_t offset, uint64_t length) override {
+      std::lock_guard lock(mOwner.mMutex);
+      return mOwner.nextFault(Operation::kPreallocate, offset, length).error;
+    }
+    int truncate(uint64_t size) override {
+      std::lock_guard lock(mOwner.mMutex);
+      const Fault fault = mOwner.nextFault(Operation::kTruncate, size, 0);
+      if (fault.killed || fault.error != 0) return fault.error;
+      mNode->bytes.resize(size);
+      mOwner.observe(*mNode);
+      return 0;
+    }
+    int lock() override {
+      std::lock_guard lock(mOwner.mMutex);
+      if (mNode->isLocked) return EWOULDBLOCK;
+      mHasLock = mNode->isLocked = true;
+      return 0;
+    }
+    bool isLinked() override {
+      std::lock_guard lock(mOwner.mMutex);
+      for (const auto& [path, node] : mOwner.mFiles) {
+        if (node == mNode) return true;
+      }
+      return false;
+    }
+    int close() override {
+      std::lock_guard lock(mOwner.mMutex);
+      if (mHasLock) mHasLock = mNode->isLocked = false;
+      return 0;
+    }
+
+   private:
+    void put(const iovec* vectors, int count, uint64_t offset, size_t size) {
+      if (size == 0) return;
+      if (mNode->bytes.size() < offset + size) mNode->bytes.resize(offset + size);
+      for (int i = 0; i < count && size > 0; ++i) {
+        const size_t some = std::min(size, vectors[i].iov_len);
+        if (some > 0) std::memcpy(mNode->bytes.data() + offset, vectors[i].iov_base, some);
+        offset += some;
+        size -= some;
+      }
+    }
+
+    MemoryFileSystem& mOwner;
+    std::shared_ptr<Node> mNode;
+    bool mHasLock = false;
+  };
+
+  Fault nextFault(Operation operation, uint64_t offset, size_t bytes) {
+    const size_t number = mOperations++;
+    return mPlan ? mPlan(operation, number, offset, bytes) : Fault{};
+  }
+  void observe(const Node& node) {
+    if (mObserver) mObserver(node.bytes);
+  }
+
+  std::mutex mMutex;
+  std::map<std::string, std::shared_ptr<Node>> mFiles;
+  bool mHasFolder = true;
+  FaultPlan mPlan;
+  size_t mOperations = 0;
+  std::function<void(const std::vector<uint8_t>&)> mObserver;
+};
+
+}  // namespace vesk::test

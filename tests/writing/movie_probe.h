@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace vesk::test {
+
+/// What an independent reader (libavformat and libavcodec) finds in a movie.
+struct ProbedTrack {
+  std::string codec;
+  int width = 0;
+  int height = 0;
+  int sampleRate = 0;
+  int channels = 0;
+  int64_t firstTime = 0;  ///< microseconds, of the first packet
+  int64_t endTime = 0;    ///< of the last packet's end
+  int packets = 0;
+  int keyPackets = 0;
+  int64_t bytes = 0;             ///< of all packets
+  int decoded = 0;               ///< pictures, or frames of sound
+  std::vector<int64_t> times;    ///< microseconds, of each packet
+  std::vector<uint8_t> content;  ///< the packets' bytes one after the other
+};
+struct ProbedMovie {
+  bool opened = false;
+  bool hasFragments = false;
+  std::vector<ProbedTrack> tracks;
+  std::string date;
+  std::string software;
+  std::string complaints;  ///< the reader's warnings and errors
+
+  const ProbedTrack* find(const std::string& codec) const {
+    for (const auto& track : tracks) {
+      if (track.codec == codec) return &track;
+    }
+    return nullptr;
+  }
+};
+
+enum class Probe { kPackets, kDecode };
+ProbedMovie probeMovie(std::span<const uint8_t> bytes, Probe depth = Probe::kPackets);
+/// The same for a file, which may be larger than memory; contents are not kept.
+ProbedMovie probeMovieFile(const std::string& path);
+
+}  // namespace vesk::test
