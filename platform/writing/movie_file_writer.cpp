@@ -251,7 +251,6 @@ bool MovieFileWriter::flush() {
   return true;
 }
 
-/// Appends the plain `moov` and makes it the only one. Every step is on the disk before the next.
 bool MovieFileWriter::makePlain() {
   const auto known = knownTracks();
   const bool hasSamples =
@@ -262,12 +261,8 @@ bool MovieFileWriter::makePlain() {
   if (!hasSamples || !fits) return sync() && mFile->truncate(mEnd) == 0;
 
   const auto header = makePlainMovieHeader(mMovie, known, fourCharCode("free"));
-  const uint64_t offset = mEnd;
-  iovec vector = asVector(header);
-  if (!writeOrCutBack(std::span(&vector, 1), header.size()) || !sync()) return false;
-  if (!writeInPlace(typeBytes(fourCharCode("moov")), offset + kTypeOffset) || !sync()) return false;
-  if (!writeInPlace(makeMediaDataHeader(offset), kReservedOffset) || !sync()) return false;
-  mFile->truncate(mEnd);  // gives back what was set aside
+  if (const int error = makeMoviePlain(*mFile, header, mEnd)) return fail(error);
+  setEnd(mEnd + header.size());
   return true;
 }
 

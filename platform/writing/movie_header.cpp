@@ -161,6 +161,17 @@ std::optional<TrackDescription> readTrack(std::span<const uint8_t> body) {
   return track;
 }
 
+/// The samples in a track's tables; 0 when it has none.
+uint32_t countSamples(std::span<const uint8_t> track) {
+  std::optional<std::span<const uint8_t>> inside = track;
+  for (const uint32_t type : {fourCharCode("mdia"), fourCharCode("minf"), fourCharCode("stbl"), fourCharCode("stsz")}) {
+    inside = findAtom(*inside, type);
+    if (!inside) return 0;
+  }
+  ByteReader reader(*inside);
+  return reader.skip(8) ? reader.u32().value_or(0) : 0;
+}
+
 }  // namespace
 
 MovieDescription describeMovie(int64_t unixTime) {
@@ -247,12 +258,14 @@ std::optional<ParsedMovieHeader> readMovieHeader(std::span<const uint8_t> body) 
         if (!header || header->timescale == 0) return std::nullopt;
         parsed.movie.creationTime = header->creationTime;
         parsed.movie.timescale = header->timescale;
+        parsed.duration = header->duration;
         hasHeader = true;
         break;
       }
       case fourCharCode("trak"): {
         auto track = readTrack(atom->body);
         if (!track) return std::nullopt;
+        parsed.pictures += track->kind == TrackKind::kVideo ? countSamples(atom->body) : 0;
         parsed.tracks.push_back(std::move(*track));
         break;
       }

@@ -46,6 +46,8 @@ struct ParsedMovieHeader {
   MovieDescription movie;
   std::vector<TrackDescription> tracks;
   bool isFragmented = false;  ///< samples are in fragments (there is an `mvex`)
+  uint64_t duration = 0;      ///< movie's scale
+  uint64_t pictures = 0;      ///< in the tables of all tracks of pictures
 };
 std::optional<ParsedMovieHeader> readMovieHeader(std::span<const uint8_t> body);
 

@@ -10,6 +10,8 @@
 
 namespace vesk {
 
+class File;
+
 // The places and steps that writing and recovery share.
 
 /// Bytes of the file type atom, behind which lies the reserved header.
@@ -40,15 +42,13 @@ inline std::array<uint8_t, 4> typeBytes(uint32_t type) {
   return bytes;
 }
 
-/// What the reserved header becomes when the plain `moov` lies at `movieOffset`: one `mdat` over
-/// everything in between.
-inline std::vector<uint8_t> makeMediaDataHeader(uint64_t movieOffset) {
-  std::vector<uint8_t> bytes;
-  AtomWriter writer(bytes);
-  writer.u32(1);
-  writer.u32(fourCharCode("mdat"));
-  writer.u64(movieOffset - kReservedOffset);
-  return bytes;
-}
+/// Turns a fragmented movie of `end` bytes into a plain one. `header` is its `moov`, written as
+/// `free`: it is appended, becomes `moov`, and then the reserved header becomes one `mdat` over
+/// everything in between. Each step is on the disk before the next, so the movie can be read at any
+/// moment. Last, space set aside behind it is given back.
+/// @return 0 or an errno value; when the header could not be appended the file is cut back to `end`.
+int makeMoviePlain(File& file, std::span<const uint8_t> header, uint64_t end);
+/// The last of these steps, for a movie whose `moov` of `size` bytes at `offset` is in force already.
+int coverMediaData(File& file, uint64_t offset, uint64_t size);
 
 }  // namespace vesk

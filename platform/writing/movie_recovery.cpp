@@ -1,0 +1,372 @@
+#include "platform/writing/movie_recovery.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <deque>
+#include <optional>
+#include <vector>
+
+#include "platform/writing/atom_reader.h"
+#include "platform/writing/movie_fragment.h"
+#include "platform/writing/movie_header.h"
+#include "platform/writing/movie_layout.h"
+
+namespace vesk {
+namespace {
+
+// What is read into memory whole is bounded; real ones take a few kB, a plain `moov` 2 MB an hour.
+constexpr uint64_t kLargestFragmentHeader = uint64_t{16} << 20;
+constexpr uint64_t kLargestMovieHeader = uint64_t{128} << 20;
+constexpr size_t kMostTracks = 16;
+constexpr uint64_t kAlignment = 8;
+
+/// An atom at the top level of a file.
+struct FileAtom {
+  uint64_t offset = 0;
+  uint64_t size = 0;  ///< as it says, header included
+  uint64_t headerSize = 8;
+  uint32_t type = 0;
+  bool isWhole = false;  ///< its end lies in the file
+
+  uint64_t end() const { return offset + size; }
+  uint64_t body() const { return offset + headerSize; }
+};
+
+/// Walks an unfinished movie and finishes it. One use.
+class MovieRecovery {
+ public:
+  explicit MovieRecovery(File& file) : mFile(file) {}
+
+  RecoveryResult run() {
+    const int64_t size = mFile.size();
+    if (size < 0) return failure(static_cast<int>(-size));
+    mFileSize = static_cast<uint64_t>(size);
+    if (mFileSize == 0) return nothing("It is empty: the recording ended before its first picture.");
+    if (!beginsLikeOurs()) return judgeOtherFile();
+    if (const auto plain = findPlainMovie()) return alreadyPlain(*plain);
+    walk();
+    if (mError != 0) return failure(mError);
+    if (mFinished) return coverFinished();
+    if (mSamples == 0) return nothing("It holds no picture and no sound yet.");
+    return finish();
+  }
+
+ private:
+  struct Track {
+    TrackDescription description;
+    SampleIndex index;
+  };
+
+  std::vector<uint8_t> readBytes(uint64_t offset, uint64_t count) {
+    if (offset > mFileSize || count > mFileSize - offset) return {};
+    std::vector<uint8_t> bytes(count);
+    size_t got = 0;
+    const int error = mFile.readAll(bytes, offset, got);
+    if (error != 0 && mError == 0) mError = error;
+    if (error != 0 || got != count) return {};
+    return bytes;
+  }
+
+  std::optional<FileAtom> atomAt(uint64_t offset) {
+    if (offset > mFileSize || mFileSize - offset < 8) return std::nullopt;
+    const auto header = readBytes(offset, std::min<uint64_t>(16, mFileSize - offset));
+    ByteReader reader(header);
+    const auto size = reader.u32();
+    const auto type = reader.u32();
+    if (!size || !type) return std::nullopt;
+    FileAtom atom{.offset = offset, .size = *size, .type = *type};
+    if (*size == 0) atom.size = mFileSize - offset;
+    if (*size == 1) {
+      const auto wide = reader.u64();
+      if (!wide) return std::nullopt;
+      atom.size = *wide;
+      atom.headerSize = 16;
+    }
+    if (atom.size < atom.headerSize) return std::nullopt;
+    atom.isWhole = atom.size <= mFileSize - offset;
+    return atom;
+  }
+
+  std::optional<ParsedMovieHeader> movieHeaderIn(const FileAtom& atom) {
+    if (!atom.isWhole || atom.size > kLargestMovieHeader) return std::nullopt;
+    auto parsed = readMovieHeader(readBytes(atom.body(), atom.size - atom.headerSize));
+    if (parsed && parsed->tracks.size() > kMostTracks) return std::nullopt;
+    return parsed;
+  }
+
+  /// The file type is ours, as far as there is one.
+  bool beginsLikeOurs() {
+    const auto ours = makeMovieBeginning();
+    const auto bytes = readBytes(0, std::min<uint64_t>(kReservedOffset, mFileSize));
+    if (!std::equal(bytes.begin(), bytes.end(), ours.begin())) return false;
+    if (mFileSize < kReservedOffset + 8) return true;
+    const auto reserved = atomAt(kReservedOffset);
+    if (!reserved) return mFileSize < kReservedOffset + kReservedSize;
+    return (reserved->type == fourCharCode("free") && reserved->size == kReservedSize) ||
+           (reserved->type == fourCharCode("mdat") && reserved->headerSize == kReservedSize);
+  }
+
+  RecoveryResult judgeOtherFile() {
+    uint64_t offset = 0;
+    bool hasFileType = false;
+    for (int atoms = 0; atoms < 64; ++atoms) {
+      const auto atom = atomAt(offset);
+      if (!atom || !atom->isWhole) break;
+      if (offset == 0) hasFileType = atom->type == fourCharCode("ftyp");
+      if (atom->type == fourCharCode("moov")) {
+        const auto parsed = movieHeaderIn(*atom);
+        if (parsed && !parsed->isFragmented) return alreadyPlain(*parsed);
+        return nothing("It is a movie of another program and stays as it is.");
+      }
+      offset = atom->end();
+    }
+    if (mError != 0) return failure(mError);
+    if (hasFileType) return nothing("It is a movie of another program and stays as it is.");
+    return {RecoveryOutcome::kNotAMovie, 0, 0, 0, 0, "It is not a movie."};
+  }
+
+  /// The `moov` behind the media data of a finished movie.
+  std::optional<ParsedMovieHeader> findPlainMovie() {
+    const auto data = atomAt(kReservedOffset);
+    if (!data || data->type != fourCharCode("mdat") || !data->isWhole) return std::nullopt;
+    const auto movie = atomAt(data->end());
+    if (!movie || movie->type != fourCharCode("moov")) return std::nullopt;
+    auto parsed = movieHeaderIn(*movie);
+    if (!parsed || parsed->isFragmented) return std::nullopt;
+    return parsed;
+  }
+
+  /// Goes through everything behind the reserved header. Where it ends, mTail begins.
+  void walk() {
+    mTail = kReservedOffset + kReservedSize;
+    while (mTail < mFileSize && mError == 0) {
+      const auto atom = atomAt(mTail);
+      if (!atom || !atom->isWhole) return;
+      switch (atom->type) {
+        case fourCharCode("moov"):
+          if (!takeMovieHeader(*atom)) return;
+          break;
+        case fourCharCode("moof"):
+          if (!takeFragment(*atom)) return;
+          continue;
+        case fourCharCode("free"):
+          // A fragment that was not made visible yet, or nothing.
+          if (mHeader && isFragment(*atom)) {
+            if (!takeFragment(*atom)) return;
+            continue;
+          }
+          break;
+        default:
+          return;
+      }
+      mTail = atom->end();
+    }
+  }
+
+  bool takeMovieHeader(const FileAtom& atom) {
+    auto parsed = movieHeaderIn(atom);
+    if (!parsed) return false;
+    if (!parsed->isFragmented) {
+      // The recording was being finished: nothing but the last step is missing.
+      if (mSamples == 0 || atom.end() != mFileSize) return false;
+      mFinished = atom;
+      mFinishedMovie = std::move(*parsed);
+      return true;
+    }
+    if (mSequence != 0) return false;
+    // A second one has the tracks of the first and one that came late.
+    if (mHeader && parsed->tracks.size() < mTracks.size()) return true;
+    mTracks.clear();
+    for (TrackDescription& track : parsed->tracks) mTracks.push_back({track, SampleIndex(track.frameSize)});
+    mHeader = std::move(*parsed);
+    return true;
+  }
+
+  bool isFragment(const FileAtom& atom) {
+    const auto bytes = readBytes(atom.body(), std::min<uint64_t>(8, atom.size - atom.headerSize));
+    return bytes.size() == 8 && readBigEndian32(bytes.data() + 4) == FragmentHeaderAtom::kType;
+  }
+
+  /// Enters the samples of the fragment that begins with `atom`. False when it is the last that can
+  /// be used: torn, or not one of ours.
+  bool takeFragment(const FileAtom& atom) {
+    if (!mHeader || atom.size > kLargestFragmentHeader) return false;
+    const auto parsed = readFragment(readBytes(atom.body(), atom.size - atom.headerSize));
+    if (!parsed || parsed->sequence != mSequence + 1) return false;
+    const auto data = atomAt(atom.end());
+    if (!data || data->type != fourCharCode("mdat")) return false;
+    const uint64_t available = data->isWhole ? data->end() : mFileSize;
+    const uint64_t before = mSamples;
+    enterSamples(*parsed, atom.offset, data->body(), available);
+    if (mSamples != before) ++mFragments;
+    mSequence = parsed->sequence;
+    mTail = data->isWhole ? data->end() : data->offset;
+    mTornData = !data->isWhole;
+    return data->isWhole;
+  }
+
+  void enterSamples(const ParsedFragment& fragment, uint64_t offset, uint64_t begin, uint64_t end) {
+    for (const auto& part : fragment.tracks) {
+      const auto track = std::find_if(mTracks.begin(), mTracks.end(),
+                                      [&](const Track& one) { return one.description.track == part.track; });
+      if (track == mTracks.end()) return;
+      if (!part.runs.empty()) track->index.moveEnd(part.time);
+      for (const TrackRunAtom& run : part.runs) {
+        const uint64_t at = offset + static_cast<uint64_t>(std::max(run.dataOffset, 0));
+        if (at < begin || at > end || at < track->index.end()) break;
+        if (!enterRunUpTo(*track, run, at, end)) break;
+      }
+    }
+  }
+
+  /// Enters the samples that lie before `end`. False when some do not.
+  bool enterRunUpTo(Track& track, const TrackRunAtom& run, uint64_t at, uint64_t end) {
+    const TrackDescription& description = track.description;
+    std::vector<TrackRunAtom::Sample> samples;
+    samples.reserve(run.samples.size());
+    uint64_t left = end - at;
+    bool complete = true;
+    for (TrackRunAtom::Sample sample : run.samples) {
+      if (!run.has(TrackRunAtom::kDurations)) sample.duration = description.defaultDuration;
+      if (!run.has(TrackRunAtom::kSampleFlags)) sample.flags = TrackRunAtom::kIsSync;
+      if (sample.size > left) {
+        complete = false;
+        if (description.frameSize == 0) break;
+        sample.size = static_cast<uint32_t>(left);
+      }
+      left -= sample.size;
+      samples.push_back(sample);
+      if (!complete) break;
+    }
+    if (samples.empty()) return complete;
+    const uint64_t before = track.index.count();
+    enterRun(track.index, description, at, samples);
+    mSamples += track.index.count() - before;
+    mUsed = std::max(mUsed, track.index.end());
+    return complete;
+  }
+
+  RecoveryResult finish() {
+    std::vector<TrackContents> tracks;
+    uint64_t pictures = 0;
+    for (const Track& track : mTracks) {
+      tracks.push_back({&track.description, &track.index});
+      if (track.description.kind == TrackKind::kVideo) pictures += track.index.count();
+      if (!track.index.fitsTables()) return nothing("It is too long for a plain movie and stays as it is.");
+    }
+    const uint64_t dropped = mFileSize - std::min(mFileSize, mTornData ? mUsed : mTail);
+    uint64_t end = 0;
+    if (const int error = closeTail(end)) return failure(error);
+    const auto header = makePlainMovieHeader(mHeader->movie, tracks, fourCharCode("free"));
+    if (const int error = makeMoviePlain(mFile, header, end)) return failure(error);
+    const double duration =
+        static_cast<double>(movieDuration(mHeader->movie, tracks)) / static_cast<double>(mHeader->movie.timescale);
+    return recovered(duration, pictures, dropped);
+  }
+
+  /// Makes one whole atom of the torn bytes at the end, so that readers find what comes behind it.
+  int closeTail(uint64_t& end) {
+    end = mFileSize;
+    if (mTail == mFileSize) return 0;
+    constexpr uint64_t kSmallest = 16;
+    end = (std::max(mFileSize, mTail + kSmallest) + kAlignment - 1) / kAlignment * kAlignment;
+    const uint64_t size = end - mTail;
+    // What is left of a fragment's samples stays in force for readers.
+    const bool keepsData = mTornData && size <= 0xFFFFFFFF;
+    std::vector<uint8_t> bytes;
+    AtomWriter writer(bytes);
+    if (size <= 0xFFFFFFFF) {
+      writer.u32(static_cast<uint32_t>(size));
+      writer.u32(keepsData ? fourCharCode("mdat") : fourCharCode("free"));
+    } else {
+      writer.u32(1);
+      writer.u32(fourCharCode("free"));
+      writer.u64(size);
+    }
+    if (end > mFileSize) {
+      // First the end, so that the header never promises more than there is.
+      const std::vector<uint8_t> padding(end - mFileSize);
+      if (const int error = mFile.writeAll(padding, mFileSize)) return error;
+    }
+    return mFile.writeAll(bytes, mTail);
+  }
+
+  RecoveryResult coverFinished() {
+    if (const int error = coverMediaData(mFile, mFinished->offset, mFinished->size)) return failure(error);
+    return recovered(secondsOf(mFinishedMovie), mFinishedMovie.pictures, 0);
+  }
+
+  static double secondsOf(const ParsedMovieHeader& movie) {
+    return static_cast<double>(movie.duration) / static_cast<double>(movie.movie.timescale);
+  }
+
+  RecoveryResult recovered(double duration, uint64_t pictures, uint64_t dropped) const {
+    char text[160];
+    snprintf(text, sizeof text, "Recovered %.1f seconds, %llu pictures; %llu torn bytes at the end are left out.",
+             duration, static_cast<unsigned long long>(pictures), static_cast<unsigned long long>(dropped));
+    return {RecoveryOutcome::kRecovered, duration, pictures, mFragments, dropped, text};
+  }
+
+  static RecoveryResult alreadyPlain(const ParsedMovieHeader& movie) {
+    return {RecoveryOutcome::kAlreadyPlain,
+            secondsOf(movie),
+            movie.pictures,
+            0,
+            0,
+            "It is a finished movie and stays as it is."};
+  }
+
+  static RecoveryResult nothing(std::string text) {
+    return {RecoveryOutcome::kNothingToRecover, 0, 0, 0, 0, std::move(text)};
+  }
+
+  static RecoveryResult failure(int error) {
+    char text[128];
+    return {RecoveryOutcome::kFailed,
+            0,
+            0,
+            0,
+            0,
+            std::string("The movie could not be recovered: ") + strerror_r(error, text, sizeof text) + "."};
+  }
+
+  File& mFile;
+  uint64_t mFileSize = 0;
+  int mError = 0;
+
+  std::optional<ParsedMovieHeader> mHeader;
+  std::deque<Track> mTracks;
+  uint32_t mSequence = 0;  ///< of the last fragment
+  uint64_t mFragments = 0;
+  uint64_t mSamples = 0;
+  uint64_t mUsed = 0;      ///< where the last sample ends
+  uint64_t mTail = 0;      ///< from here on the file is not understood
+  bool mTornData = false;  ///< the tail is what there is of the last fragment's samples
+  std::optional<FileAtom> mFinished;
+  ParsedMovieHeader mFinishedMovie;
+};
+
+}  // namespace
+
+RecoveryResult recoverMovie(const std::string& path, FileSystem& fileSystem) {
+  int error = 0;
+  const auto file = fileSystem.open(path, FileMode::kReadWrite, error);
+  if (file) error = file->lock();
+  if (error == EWOULDBLOCK) {
+    return {RecoveryOutcome::kLocked, 0, 0, 0, 0, "It is being recorded at this moment and stays as it is."};
+  }
+  if (!file || error != 0) {
+    char text[128];
+    return {RecoveryOutcome::kFailed,
+            0,
+            0,
+            0,
+            0,
+            std::string("The file could not be opened: ") + strerror_r(error, text, sizeof text) + "."};
+  }
+  return MovieRecovery(*file).run();
+}
+
+}  // namespace vesk
