@@ -17,7 +17,7 @@ bool DecodedPictures::start(int64_t time, bool) {
 
 std::optional<MediaUnit> DecodedPictures::next() {
   while (const AVFrame* frame = mDecoder->next()) {
-    mTime = std::max<int64_t>(mDecoder->time().value_or(mTime + mDecoder->reader().choice().interval), 0);
+    mTime = std::max<int64_t>(mDecoder->time().value_or(mTime + mDecoder->reader().choice().timeOfPackets(1)), 0);
     if (mTime < mFrom) continue;
     const bool fits = frame->width / 2 == mWidth / 2 && frame->height == mHeight;
     if (fits && mConverter.convert(*frame, mWidth, mHeight, mPicture.data())) return MediaUnit{mPicture, mTime};

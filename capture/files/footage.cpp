@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
+#include <climits>
 #include <limits>
 
 #include "capture/files/decoded_pictures.h"
@@ -18,11 +18,10 @@ namespace vesk::capture {
 
 namespace {
 
-constexpr double kUsualRate = 25;
+constexpr AVRational kUsualRate = {25, 1};
 /// Constrained Baseline has no pictures that could be reordered; the file's times tell at once.
 constexpr int kPicturesToCheckBaseline = 32;
 constexpr int kPicturesToCheck = 300;
-constexpr int kPacketsToTry = 50;
 constexpr int kAacFrames = 1024;
 constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
@@ -35,19 +34,26 @@ bool isRate(AVRational rate) {
   return rate.num > 0 && rate.den > 0 && av_q2d(rate) < 1000 && av_q2d(rate) > 0.01;
 }
 
-/// The average rate of a picture track, from the container, else from the stream itself.
-double averageRate(const TrackReader& reader, AVRational streamRate) {
+/// The average rate of a picture track: the container's, the stream's own, or what its packet says.
+AVRational averageRate(const TrackReader& reader, AVRational streamRate) {
   const AVStream& stream = reader.stream();
   if (!reader.isUntimed()) {
-    if (isRate(stream.avg_frame_rate)) return av_q2d(stream.avg_frame_rate);
-    if (isRate(stream.r_frame_rate)) return av_q2d(stream.r_frame_rate);
+    if (isRate(stream.avg_frame_rate)) return stream.avg_frame_rate;
+    if (isRate(stream.r_frame_rate)) return stream.r_frame_rate;
   }
-  return isRate(streamRate) ? av_q2d(streamRate) : kUsualRate;
+  return isRate(streamRate) ? streamRate : kUsualRate;
 }
 
-void setRate(PictureTrack& track, double rate) {
-  track.interval = static_cast<uint32_t>(std::lround(1e7 / rate));
-  track.choice.interval = std::llround(1e6 / rate);
+void setRate(PictureTrack& track, AVRational rate) {
+  track.choice.packetTime = av_inv_q(rate);
+  track.interval = static_cast<uint32_t>(av_rescale(10000000, rate.den, rate.num));
+}
+
+/// The rate that the duration of a packet speaks of.
+AVRational rateOfPacket(const TrackReader& reader) {
+  const int64_t duration = std::clamp<int64_t>(reader.packet()->duration, 0, INT_MAX);
+  const AVRational seconds = av_mul_q({static_cast<int>(duration), 1}, reader.stream().time_base);
+  return seconds.num > 0 ? av_inv_q(seconds) : AVRational{0, 1};
 }
 
 struct Probe {
@@ -70,7 +76,7 @@ bool lookAtH264(TrackReader& reader, PictureTrack& track, int64_t& start, AVRati
   int lastNumber = std::numeric_limits<int>::min();
   int64_t lastTime = std::numeric_limits<int64_t>::min();
   int limit = kPicturesToCheck;
-  for (int count = 0; count < limit && isInOrder && reader.read(); ++count) {
+  for (int count = 0; (count < limit || start == kNever) && isInOrder && reader.read(); ++count) {
     const AVPacket& packet = *reader.packet();
     uint8_t* out = nullptr;
     int outSize = 0;
@@ -90,7 +96,7 @@ bool lookAtH264(TrackReader& reader, PictureTrack& track, int64_t& start, AVRati
   track.height = parser->height;
   track.canBeDecoded = PictureConverter::canConvert(static_cast<AVPixelFormat>(parser->format));
   track.form = isInOrder ? PictureForm::kH264 : PictureForm::kOther;
-  rate = context->framerate;
+  rate = av_mul_q(context->framerate, {1, 2});  // the parser counts fields
   return true;
 }
 
@@ -109,7 +115,7 @@ bool lookAtDecoded(std::unique_ptr<TrackReader>& reader, PictureTrack& track, in
   track.width = frame->width;
   track.height = frame->height;
   track.canBeDecoded = PictureConverter::canConvert(format);
-  rate = decoder->codec().framerate;
+  rate = isRate(decoder->codec().framerate) ? decoder->codec().framerate : rateOfPacket(decoder->reader());
   start = std::min(start, decoder->time().value_or(0));
   const bool isPacked = codec == AV_CODEC_ID_RAWVIDEO && format == AV_PIX_FMT_UYVY422 && frame->width % 2 == 0;
   if (codec == AV_CODEC_ID_MJPEG) track.form = PictureForm::kMotionJPEG;
@@ -184,8 +190,8 @@ std::optional<SoundTrack> lookAtSound(Probe& probe, std::string& error) {
   const bool isPlain = codec.codec_id == AV_CODEC_ID_AAC && codec.profile == FF_PROFILE_AAC_LOW &&
                        codec.frame_size == kAacFrames && track.channels <= 6 && namesChannels(parameters);
   if (isPlain) track.form = SoundForm::kAAC;
+  track.choice.packetTime = {std::max(frame->nb_samples, 1), frame->sample_rate};
   probe.reader = decoder->release();
-  track.choice.interval = kAacFrames * int64_t{1000000} / track.samplesPerSecond;
   return track;
 }
 
@@ -260,8 +266,8 @@ std::unique_ptr<Footage> Footage::open(const std::string& path, bool wantsLength
   const auto settle = [&](auto& track, Probe& probe, std::unique_ptr<TrackReader>& kept) {
     if (!track) return;
     track->choice.origin = origin;
-    probe.reader->setTiming(origin, track->choice.interval);
-    if (wantsLength) track->end = findEnd(*probe.reader, track->choice.interval);
+    probe.reader->setTiming(origin, track->choice.packetTime);
+    if (wantsLength) track->end = findEnd(*probe.reader, track->choice.timeOfPackets(1));
     kept = std::move(probe.reader);
   };
   settle(footage->pictures, pictures, footage->pictureReader);

@@ -43,6 +43,9 @@ constexpr RawForm kRawForms[] = {
 /// Containers that hold no footage of their own: text, or lists that lead to other files.
 constexpr std::string_view kRefusedForms[] = {"tty", "hls", "concat", "dash", "sdp", "rtsp", "imf", "bin", "xbin"};
 
+/// Streams without a container: libav would count their times from guesses.
+constexpr std::string_view kUntimedForms[] = {"h264", "hevc", "mjpeg", "m4v", "mpegvideo", "aac"};
+
 std::string lowerSuffix(const std::string& path) {
   std::string suffix = std::filesystem::path(path).extension().string();
   std::transform(suffix.begin(), suffix.end(), suffix.begin(), [](unsigned char c) { return std::tolower(c); });
@@ -179,6 +182,7 @@ std::unique_ptr<MediaContainer> MediaContainer::open(const std::string& path, st
   }
   AVFormatContext*& context = container->mContext;
   context->pb = container->mInput;
+  context->flags |= AVFMT_FLAG_CUSTOM_IO;
   context->io_open = refuseOtherFiles;
 
   AVDictionary* options = nullptr;
@@ -239,7 +243,8 @@ int MediaContainer::bestTrack(AVMediaType kind) const {
 }
 
 bool MediaContainer::isUntimed() const {
-  return (mContext->iformat->flags & AVFMT_NOTIMESTAMPS) != 0 && mContext->iformat != av_find_input_format("rawvideo");
+  return std::find(std::begin(kUntimedForms), std::end(kUntimedForms), std::string_view(mContext->iformat->name)) !=
+         std::end(kUntimedForms);
 }
 
 bool MediaContainer::isMovie() const {

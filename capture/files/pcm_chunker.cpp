@@ -39,10 +39,11 @@ void PcmChunker::give(std::span<uint8_t> bytes, std::optional<int64_t> time) {
   const int64_t expected = frameTime(mFramesOut + static_cast<int64_t>(mLeftOver.size() / mFrameBytes));
   int64_t begin = time.value_or(mAnchor ? expected : 0);
   if (begin < mFrom) {
-    const auto early = static_cast<size_t>(std::min<int64_t>(mFrom - begin, int64_t{1} << 40) * mRate / 1000000);
+    const int64_t missing = std::min<int64_t>(mFrom - begin, int64_t{1} << 40);
+    const auto early = static_cast<size_t>((missing * mRate + 999999) / 1000000);
     const size_t cut = std::min(bytes.size(), early * mFrameBytes);
     bytes = bytes.subspan(cut);
-    begin += static_cast<int64_t>(cut / mFrameBytes) * 1000000 / mRate;
+    begin = std::max(begin + static_cast<int64_t>(cut / mFrameBytes) * 1000000 / mRate, mFrom);
   }
   mPortion = bytes;
   if (bytes.empty()) return;

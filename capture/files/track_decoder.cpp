@@ -61,7 +61,7 @@ void TrackDecoder::feed() {
 }
 
 std::optional<int64_t> TrackDecoder::time() const {
-  if (mReader->isUntimed()) return (mCount - 1) * mReader->choice().interval;
+  if (mReader->isUntimed()) return mReader->choice().timeOfPackets(mCount - 1);
   if (mFrame->best_effort_timestamp == AV_NOPTS_VALUE) return std::nullopt;
   return mReader->timeOf(mFrame->best_effort_timestamp);
 }

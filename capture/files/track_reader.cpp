@@ -50,9 +50,9 @@ void TrackReader::use(std::unique_ptr<MediaContainer> container) {
   mTime = 0;
 }
 
-void TrackReader::setTiming(int64_t origin, int64_t interval) {
+void TrackReader::setTiming(int64_t origin, AVRational packetTime) {
   mChoice.origin = origin;
-  mChoice.interval = interval;
+  mChoice.packetTime = packetTime;
 }
 
 bool TrackReader::read() {
@@ -61,7 +61,10 @@ bool TrackReader::read() {
   for (int broken = 0; broken < kMaxBrokenReads;) {
     av_packet_unref(mPacket.get());
     const int status = av_read_frame(mContainer->context(), mPacket.get());
-    if (status == AVERROR_EOF) return false;
+    if (status == AVERROR_EOF) {
+      if (!isAtIndexEnd()) noteDamage("the file is cut off");
+      return false;
+    }
     if (status == AVERROR(EAGAIN)) {
       ++broken;
       continue;
@@ -87,17 +90,26 @@ bool TrackReader::read() {
     if (mPacket->size == 0) continue;
     if (av_packet_make_writable(mPacket.get()) < 0) return false;
     mTime = packetTime();
+    mDecodeTimestamp = mPacket->dts;
     ++mCount;
     return true;
   }
   return false;
 }
 
+/// Whether what a movie's index lists has been read to its end.
+bool TrackReader::isAtIndexEnd() const {
+  if (!mContainer->isMovie()) return true;
+  AVStream* track = mContainer->context()->streams[mChoice.index];
+  const AVIndexEntry* last = avformat_index_get_entry(track, avformat_index_get_entries_count(track) - 1);
+  return last == nullptr || mDecodeTimestamp >= last->timestamp;
+}
+
 int64_t TrackReader::packetTime() {
-  if (mIsUntimed) return mCount * mChoice.interval;
+  if (mIsUntimed) return mChoice.timeOfPackets(mCount);
   if (mPacket->pts != AV_NOPTS_VALUE) return timeOf(mPacket->pts);
   if (mPacket->dts != AV_NOPTS_VALUE) return timeOf(mPacket->dts);
-  return mCount == 0 ? 0 : mTime + mChoice.interval;
+  return mCount == 0 ? 0 : mTime + mChoice.timeOfPackets(1);
 }
 
 int64_t TrackReader::timeOf(int64_t timestamp) const {

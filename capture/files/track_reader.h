@@ -6,6 +6,10 @@
 #include <span>
 #include <string>
 
+extern "C" {
+#include <libavutil/mathematics.h>
+}
+
 #include "capture/files/av_handles.h"
 #include "capture/files/media_container.h"
 
@@ -15,8 +19,13 @@ namespace vesk::capture {
 struct TrackChoice {
   std::string path;
   int index = -1;
-  int64_t origin = 0;    ///< microseconds of the file's clock at the footage's time 0
-  int64_t interval = 0;  ///< microseconds from packet to packet where the file has no times
+  int64_t origin = 0;               ///< microseconds of the file's clock at the footage's time 0
+  AVRational packetTime = {1, 25};  ///< seconds from packet to packet where the file does not say
+
+  /// Microseconds that `count` packets take.
+  int64_t timeOfPackets(int64_t count) const {
+    return av_rescale(count, int64_t{1000000} * packetTime.num, packetTime.den);
+  }
 };
 
 /// Reads one track of a file, packet by packet, in the order of decoding. Each track has a reader of
@@ -59,7 +68,7 @@ class TrackReader {
   bool isUntimed() const { return mIsUntimed; }
   const TrackChoice& choice() const { return mChoice; }
   /// Sets what the choice lacked when the file was first looked at.
-  void setTiming(int64_t origin, int64_t interval);
+  void setTiming(int64_t origin, AVRational packetTime);
   /// Microseconds of the footage at `timestamp` of the track.
   int64_t timeOf(int64_t timestamp) const;
 
@@ -68,6 +77,7 @@ class TrackReader {
   void use(std::unique_ptr<MediaContainer> container);
   bool openContainer(std::string& error);
   int64_t packetTime();
+  bool isAtIndexEnd() const;
 
   TrackChoice mChoice;
   std::unique_ptr<MediaContainer> mContainer;
@@ -76,6 +86,7 @@ class TrackReader {
   bool mAtBeginning = true;
   int64_t mCount = 0;  ///< packets read since the beginning
   int64_t mTime = 0;
+  int64_t mDecodeTimestamp = AV_NOPTS_VALUE;  ///< of the packet last read
   std::string mDamage;
 };
 
