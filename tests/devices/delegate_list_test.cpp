@@ -1,0 +1,164 @@
+#include "devices/delegate_list.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <functional>
+#include <future>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/foundation/log.h"
+
+namespace vesk {
+namespace {
+
+struct Delegate : VeskAVDeviceDelegate {
+  explicit Delegate(std::function<void()> whenCalled = {}) : act(std::move(whenCalled)) {}
+  void didCaptureFrame(void*, uint32_t, int64_t, const std::shared_ptr<VeskDeviceInfo>&) override {
+    ++frames;
+    if (act) act();
+  }
+  std::function<void()> act;
+  std::atomic<int> frames{0};
+};
+
+struct LevelDelegate : Delegate, VeskMicLevelDelegate {
+  void didMicLevelEventOccured(float level) override { levels.push_back(level); }
+  std::vector<float> levels;
+};
+
+struct DelegateListTest : testing::Test {
+  void deliver() { list->deliver(nullptr, 0, 0); }
+  std::shared_ptr<DelegateList> list = std::make_shared<DelegateList>(std::make_shared<VeskDeviceInfo>());
+};
+
+TEST_F(DelegateListTest, DeliversInOrderAndToEachEntry) {
+  std::string calls;
+  const auto a = std::make_shared<Delegate>([&] { calls += 'a'; });
+  const auto b = std::make_shared<Delegate>([&] { calls += 'b'; });
+  list->add(a);
+  list->add(nullptr);
+  list->add(b);
+  list->add(a);
+  deliver();
+  EXPECT_EQ(calls, "aba");
+  list->remove(nullptr);
+  list->remove(a.get());
+  deliver();
+  EXPECT_EQ(calls, "abab") << "one removal takes out every entry";
+}
+
+TEST_F(DelegateListTest, SendsLevelsToThoseWhoTakeThem) {
+  const auto plain = std::make_shared<Delegate>();
+  const auto withLevels = std::make_shared<LevelDelegate>();
+  list->add(plain);
+  list->add(withLevels);
+  list->deliverMicLevel(-20.5F);
+  EXPECT_EQ(withLevels->levels, std::vector<float>{-20.5F});
+  EXPECT_EQ(withLevels->frames, 0);
+}
+
+TEST_F(DelegateListTest, RemovingWaitsForADeliveryOnAnotherThread) {
+  std::promise<void> entered;
+  std::promise<void> mayLeave;
+  std::atomic<bool> left = false;
+  const auto slow = std::make_shared<Delegate>([&] {
+    entered.set_value();
+    mayLeave.get_future().wait();
+    for (int i = 0; i < 100; ++i) std::this_thread::yield();
+    left = true;
+  });
+  list->add(slow);
+  std::thread frames([&] { deliver(); });
+  entered.get_future().wait();
+
+  std::promise<void> removing;
+  std::thread remover([&] {
+    removing.set_value();
+    list->remove(slow.get());
+    EXPECT_TRUE(left);
+  });
+  removing.get_future().wait();
+  mayLeave.set_value();
+  frames.join();
+  remover.join();
+  deliver();
+  EXPECT_EQ(slow->frames, 1);
+}
+
+TEST_F(DelegateListTest, SurvivesDelegatesThatChangeTheList) {
+  const auto last = std::make_shared<Delegate>();
+  const auto changing = std::make_shared<Delegate>();
+  changing->act = [&, self = changing.get()] {
+    list->remove(self);
+    for (int i = 0; i < 50; ++i) list->add(last);
+  };
+  list->add(changing);
+  deliver();
+  deliver();
+  EXPECT_EQ(changing->frames, 1);
+  EXPECT_GE(last->frames, 50);
+  changing->act = nullptr;
+}
+
+TEST_F(DelegateListTest, LogsWhatADelegateThrowsAndGoesOn) {
+  std::vector<std::string> lines;
+  setLogSink([&](std::string_view line) { lines.emplace_back(line); });
+  const auto after = std::make_shared<Delegate>();
+  list->add(std::make_shared<Delegate>([] { throw std::runtime_error("no room"); }));
+  list->add(after);
+  deliver();
+  setLogSink({});
+  EXPECT_EQ(after->frames, 1);
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_NE(lines[0].find("no room"), std::string::npos);
+}
+
+TEST_F(DelegateListTest, LateFramesFindNobody) {
+  const auto delegate = std::make_shared<Delegate>();
+  void* const ticket = DelegateList::ticketFor(list);
+  list->add(delegate);
+  DelegateList::deliver(ticket, nullptr, 0, 0);
+  EXPECT_EQ(delegate->frames, 1);
+
+  list->close();
+  list->add(delegate);
+  DelegateList::deliver(ticket, nullptr, 0, 0);
+  list.reset();
+  DelegateList::deliver(ticket, nullptr, 0, 0);
+  DelegateList::withdrawTicket(ticket);
+  DelegateList::deliver(ticket, nullptr, 0, 0);
+  EXPECT_EQ(delegate->frames, 1);
+
+  const auto next = std::make_shared<DelegateList>(nullptr);
+  EXPECT_NE(DelegateList::ticketFor(next), ticket);
+}
+
+TEST_F(DelegateListTest, TakesChangesWhileFramesArrive) {
+  std::atomic<bool> isOver = false;
+  std::atomic<int> frames = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 2; ++i)
+    threads.emplace_back([&] {
+      while (!isOver) deliver();
+    });
+  for (int i = 0; i < 200; ++i) {
+    bool isIn = true;
+    const auto delegate = std::make_shared<Delegate>([&] {
+      EXPECT_TRUE(isIn);
+      ++frames;
+    });
+    list->add(delegate);
+    EXPECT_EQ(list->delegates().size(), 1U);
+    list->remove(delegate.get());
+    isIn = false;
+  }
+  isOver = true;
+  for (auto& thread : threads) thread.join();
+}
+
+}  // namespace
+}  // namespace vesk

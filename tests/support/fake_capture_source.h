@@ -1,0 +1,233 @@
+#pragma once
+
+#include <algorithm>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "capture/capture_host.h"
+#include "capture/capture_source.h"
+
+namespace vesk::test {
+
+/// One attached device of a FakeCaptureSource: a test scripts its answers, delivers through it, and
+/// looks at what was asked of it. Scripts are set before the device is used; counters are read when
+/// nothing is under way.
+class FakeDevice {
+ public:
+  capture::DeviceDescription description;
+  std::vector<capture::VideoFormat> videoFormats;
+  std::vector<capture::WaveFormat> waveFormats;
+
+  bool refusesToOpen = false;
+  int32_t parametersStatus = 0;
+  int32_t startStatus = 0;
+  int32_t stopStatus = 0;
+  int32_t volumeStatus = 0;
+  uint32_t volume = 0;
+  bool mute = false;
+
+  std::vector<capture::VideoParameters> videoParameters;
+  std::vector<capture::WaveFormat> waveParameters;
+  std::vector<uint32_t> substreams;  ///< of every start, whatever it answered
+  int opened = 0;
+  int closed = 0;
+  int started = 0;
+  int stopped = 0;
+  int formatsAsked = 0;
+
+  /// Hands bytes to whoever captures; nothing while nobody does. From any thread.
+  void deliver(std::span<uint8_t> bytes, int64_t timestamp) {
+    capture::FrameCallback callback;
+    {
+      const std::lock_guard lock(mMutex);
+      if (!mCallback) return;
+      callback = mCallback;
+      mInside.push_back(std::this_thread::get_id());
+    }
+    callback(bytes.data(), static_cast<uint32_t>(bytes.size()), timestamp);
+    const std::lock_guard lock(mMutex);
+    mInside.erase(std::find(mInside.begin(), mInside.end(), std::this_thread::get_id()));
+    mLeft.notify_all();
+  }
+
+  bool isCapturing() const {
+    const std::lock_guard lock(mMutex);
+    return mCallback != nullptr;
+  }
+
+ private:
+  friend class FakeCaptureSource;
+
+  void begin(capture::FrameCallback callback) {
+    const std::lock_guard lock(mMutex);
+    mCallback = std::move(callback);
+  }
+
+  /// Waits for deliveries on other threads, as a source must.
+  void end() {
+    std::unique_lock lock(mMutex);
+    mCallback = nullptr;
+    mLeft.wait(lock, [this] {
+      return std::all_of(mInside.begin(), mInside.end(),
+                         [](std::thread::id thread) { return thread == std::this_thread::get_id(); });
+    });
+  }
+
+  mutable std::mutex mMutex;
+  std::condition_variable mLeft;
+  capture::FrameCallback mCallback;
+  std::vector<std::thread::id> mInside;
+};
+
+/// A capture source whose devices do what a test tells them.
+class FakeCaptureSource : public capture::CaptureSource {
+ public:
+  /// A new source, already below the capture interface.
+  static std::shared_ptr<FakeCaptureSource> install() {
+    auto source = std::make_shared<FakeCaptureSource>();
+    capture::setSource(source);
+    return source;
+  }
+
+  /// Attaches a device without telling anybody.
+  std::shared_ptr<FakeDevice> attach(capture::DeviceDescription description) {
+    auto device = std::make_shared<FakeDevice>();
+    device->description = std::move(description);
+    const std::lock_guard lock(mMutex);
+    mDevices.push_back(device);
+    return device;
+  }
+  std::shared_ptr<FakeDevice> attachCamera(std::string path, uint16_t productID = 0x1001) {
+    auto camera = attach({.kind = capture::DeviceKind::kVideo,
+                          .path = path,
+                          .name = "Camera " + path,
+                          .vendorID = 0x1234,
+                          .productID = productID,
+                          .revisionID = 0x0102});
+    constexpr uint32_t kAvc1 = 0x61766331;
+    constexpr uint32_t k2vuy = 0x32767579;
+    camera->videoFormats = {{kAvc1, {{640, 480, {333333, 666666}}, {1280, 720, {333333}}}},
+                            {k2vuy, {{320, 240, {333333}}}}};
+    return camera;
+  }
+  std::shared_ptr<FakeDevice> attachMicrophone(std::string path, uint16_t productID = 0x2001) {
+    auto microphone = attach({.kind = capture::DeviceKind::kAudio,
+                              .path = path,
+                              .name = "Microphone " + path,
+                              .vendorID = 0x1234,
+                              .productID = productID,
+                              .revisionID = 0x0102});
+    microphone->waveFormats = {{0x636D, 2, 48000, 16}, {0x6320, 1, 44100, 0}};
+    return microphone;
+  }
+
+  /// Detaches the devices at `path` without telling anybody.
+  void detach(const std::string& path) {
+    const std::lock_guard lock(mMutex);
+    std::erase_if(mDevices, [&](const auto& device) { return device->description.path == path; });
+  }
+  /// Tells that devices of the kind came or went.
+  void announce(capture::DeviceKind kind, bool arrived) {
+    const std::lock_guard lock(mHandlerMutex);
+    if (mHandler) mHandler(kind, arrived);
+  }
+  bool isWatched() {
+    const std::lock_guard lock(mHandlerMutex);
+    return mHandler != nullptr;
+  }
+  int enumerations() const {
+    const std::lock_guard lock(mMutex);
+    return mEnumerations;
+  }
+
+  void setHotplugHandler(HotplugHandler handler) override {
+    const std::lock_guard lock(mHandlerMutex);
+    mHandler = std::move(handler);
+  }
+  std::vector<capture::DeviceDescription> devices(capture::DeviceKind kind) override {
+    const std::lock_guard lock(mMutex);
+    ++mEnumerations;
+    std::vector<capture::DeviceDescription> found;
+    for (const auto& device : mDevices)
+      if (device->description.kind == kind) found.push_back(device->description);
+    return found;
+  }
+  std::unique_ptr<capture::CaptureDevice> open(capture::DeviceKind kind, const std::string& path) override {
+    const std::lock_guard lock(mMutex);
+    for (const auto& device : mDevices)
+      if (device->description.kind == kind && device->description.path == path && !device->refusesToOpen)
+        return std::make_unique<Opened>(device);
+    return nullptr;
+  }
+
+ private:
+  class Opened : public capture::CaptureDevice {
+   public:
+    explicit Opened(std::shared_ptr<FakeDevice> device) : mDevice(std::move(device)) { ++mDevice->opened; }
+    ~Opened() override {
+      mDevice->end();
+      ++mDevice->closed;
+    }
+
+    int32_t start(uint32_t substream, capture::FrameCallback callback) override {
+      ++mDevice->started;
+      mDevice->substreams.push_back(substream);
+      if (mDevice->startStatus == 0) mDevice->begin(std::move(callback));
+      return mDevice->startStatus;
+    }
+    int32_t stop(uint32_t) override {
+      ++mDevice->stopped;
+      if (mDevice->stopStatus == 0) mDevice->end();
+      return mDevice->stopStatus;
+    }
+    std::vector<capture::VideoFormat> videoFormats() override {
+      ++mDevice->formatsAsked;
+      return mDevice->videoFormats;
+    }
+    int32_t setVideoParameters(const capture::VideoParameters& parameters) override {
+      mDevice->videoParameters.push_back(parameters);
+      return mDevice->parametersStatus;
+    }
+    std::vector<capture::WaveFormat> waveFormats() override {
+      ++mDevice->formatsAsked;
+      return mDevice->waveFormats;
+    }
+    int32_t setWaveFormat(const capture::WaveFormat& format) override {
+      mDevice->waveParameters.push_back(format);
+      return mDevice->parametersStatus;
+    }
+    int32_t getMute(bool& mute) override {
+      mute = mDevice->mute;
+      return 0;
+    }
+    int32_t setMute(bool mute) override {
+      mDevice->mute = mute;
+      return 0;
+    }
+    int32_t getVolume(uint32_t& volume) override {
+      volume = mDevice->volume;
+      return mDevice->volumeStatus;
+    }
+    int32_t setVolume(uint8_t volume) override {
+      mDevice->volume = volume;
+      return 0;
+    }
+
+   private:
+    const std::shared_ptr<FakeDevice> mDevice;
+  };
+
+  mutable std::mutex mMutex;
+  std::vector<std::shared_ptr<FakeDevice>> mDevices;
+  int mEnumerations = 0;
+  std::recursive_mutex mHandlerMutex;  // a handler may end the watch from inside
+  HotplugHandler mHandler;
+};
+
+}  // namespace vesk::test
