@@ -49,6 +49,8 @@ class VESK_EXPORT Transport {
   bool isHeld() const;
   /// Monotonic microseconds of the last release; 0 when nothing was ever held.
   int64_t releasedAt() const;
+  /// Microseconds that all holds have lasted so far, the present one included.
+  int64_t heldTime() const;
   std::optional<double> limit() const;
   bool isBusy() const;
   /// A source's first device has started; sourceEnded or sourceStopped follows. The end handler

@@ -13,6 +13,11 @@
 #include "platform/foundation/mutex.h"
 
 namespace vesk::capture {
+namespace {
+
+constexpr std::chrono::milliseconds kBusyPoll(1);
+
+}  // namespace
 
 /// The conductor's state and the work of its thread.
 ///
@@ -55,8 +60,7 @@ class Conductor::Player : public std::enable_shared_from_this<Player> {
   int64_t position() const VESK_REQUIRES(mMutex);
   void beginTime() VESK_REQUIRES(mMutex);
   void endTime() VESK_REQUIRES(mMutex);
-  void pause() VESK_REQUIRES(mMutex);
-  void resume() VESK_REQUIRES(mMutex);
+  int64_t pauses() const VESK_REQUIRES(mMutex);
   void called(const std::shared_ptr<PacedStream>& stream, std::optional<int64_t> nextTime) VESK_REQUIRES(mMutex);
 
   const Pace mPace;
@@ -75,8 +79,9 @@ class Conductor::Player : public std::enable_shared_from_this<Player> {
   // Time. mBase is none until time runs; then it is the clock's value at the source's time 0.
   std::optional<int64_t> mBase VESK_GUARDED_BY(mMutex);
   bool mBeginsAtRelease VESK_GUARDED_BY(mMutex) = false;
-  int64_t mPauses VESK_GUARDED_BY(mMutex) = 0;  // total length of the pauses since then
-  std::optional<int64_t> mPausedSince VESK_GUARDED_BY(mMutex);
+  int64_t mHeldBefore VESK_GUARDED_BY(mMutex) = 0;  // the transport's held time at that moment
+  int64_t mBusyTime VESK_GUARDED_BY(mMutex) = 0;    // that the host has been busy since
+  std::optional<int64_t> mBusySince VESK_GUARDED_BY(mMutex);
   int64_t mReached VESK_GUARDED_BY(mMutex) = 0;  // time of the last delivery
   int64_t mLastTimestamp VESK_GUARDED_BY(mMutex) = 0;
 };
@@ -171,15 +176,13 @@ Conductor::Player::Step Conductor::Player::waitForStep() {
       continue;
     }
     if (mTransport.isHeld()) {
-      pause();
       mChanged.wait(mMutex);
       continue;
     }
     if (!mBase) beginTime();
-    resume();
     const int64_t time = *entry->nextTime;
     if (mPace == Pace::kRealTime) {
-      const int64_t due = *mBase + mPauses + time;
+      const int64_t due = *mBase + pauses() + time;
       if (monotonicMicroseconds() < due) {
         mChanged.wait_until(mMutex, monotonicMoment(due));
         continue;
@@ -214,11 +217,16 @@ void Conductor::Player::deliver(const Step& step) {
 
 /// Whether the host is busy; then a moment has been waited before the question is asked again.
 bool Conductor::Player::isBusy() {
-  if (!mTransport.isBusy()) return false;
+  const bool isBusyNow = mTransport.isBusy();
   MutexLock lock(mMutex);
-  pause();
-  if (!mQuits) mChanged.wait_for(mMutex, std::chrono::milliseconds(1));
-  return true;
+  if (isBusyNow) {
+    if (!mBusySince) mBusySince = monotonicMicroseconds();
+    if (!mQuits) mChanged.wait_for(mMutex, kBusyPoll);
+    return true;
+  }
+  if (mBusySince) mBusyTime += monotonicMicroseconds() - *mBusySince;
+  mBusySince.reset();
+  return false;
 }
 
 Conductor::Player::Entry* Conductor::Player::find(const std::shared_ptr<PacedStream>& stream) {
@@ -248,8 +256,8 @@ Conductor::Player::Entry* Conductor::Player::earliest() {
 int64_t Conductor::Player::position() const {
   if (!mBase) return 0;
   if (mPace == Pace::kFast) return mReached;
-  const int64_t now = mPausedSince ? *mPausedSince : monotonicMicroseconds();
-  return std::max(mReached, now - *mBase - mPauses);
+  const int64_t now = mBusySince ? *mBusySince : monotonicMicroseconds();
+  return std::max(mReached, now - *mBase - pauses());
 }
 
 // Sources released together begin at the same moment of the clock, whichever thread wakes first.
@@ -257,26 +265,23 @@ void Conductor::Player::beginTime() {
   const int64_t now = mBeginsAtRelease ? mTransport.releasedAt() : monotonicMicroseconds();
   mBeginsAtRelease = false;
   mBase = std::max(now, mLastTimestamp + 1);
-  mPauses = 0;
-  mPausedSince.reset();
+  mHeldBefore = mTransport.heldTime();
+  mBusyTime = 0;
+  mBusySince.reset();
 }
 
 void Conductor::Player::endTime() {
   mBase.reset();
   mBeginsAtRelease = false;
-  mPausedSince.reset();
+  mBusySince.reset();
   mReached = 0;
   if (mIsRunning) mTransport.sourceStopped();
   mIsRunning = false;
 }
 
-void Conductor::Player::pause() {
-  if (!mPausedSince) mPausedSince = monotonicMicroseconds();
-}
-
-void Conductor::Player::resume() {
-  if (mPausedSince) mPauses += monotonicMicroseconds() - *mPausedSince;
-  mPausedSince.reset();
+/// How long time has stood still since it began.
+int64_t Conductor::Player::pauses() const {
+  return mTransport.heldTime() - mHeldBefore + mBusyTime;
 }
 
 /// Ends a call of a stream, which may have left during it, and even have come back anew.

@@ -3,12 +3,9 @@
 #include <utility>
 
 #include "capture/combined_source.h"
+#include "capture/files/file_source.h"
 #include "capture/library.h"
 #include "capture/simulated/simulated_source.h"
-#if __has_include("capture/files/file_source.h")
-#include "capture/files/file_source.h"
-#define VESK_HAS_FILE_SOURCE 1
-#endif
 
 namespace vesk::capture {
 namespace {
@@ -20,16 +17,6 @@ SourcePtr makeSimulated(const std::string&, const SourceOptions& options, Source
   return std::make_shared<SimulatedSource>(options);
 }
 
-SourcePtr makeFile(const std::string& path, const SourceOptions& options, SourceError& error) {
-#ifdef VESK_HAS_FILE_SOURCE
-  return makeFileSource(path, options, error);
-#else
-  (void)path, (void)options;
-  error = "footage is not built in";
-  return nullptr;
-#endif
-}
-
 struct SourceKind {
   std::string_view name;
   bool takesArgument;  ///< written after a colon
@@ -38,7 +25,7 @@ struct SourceKind {
 
 constexpr SourceKind kSourceKinds[] = {
     {"simulated", false, makeSimulated},
-    {"file", true, makeFile},
+    {"file", true, makeFileSource},
     {"linux", false, nullptr},  // the machine's own devices: its factory goes here
 };
 

@@ -15,22 +15,14 @@ struct Transport::State {
   };
 
   Mutex mutex;
-  bool isHeld VESK_GUARDED_BY(mutex) = false;
+  std::optional<int64_t> heldSince VESK_GUARDED_BY(mutex);
   int64_t releasedAt VESK_GUARDED_BY(mutex) = 0;
+  int64_t heldTime VESK_GUARDED_BY(mutex) = 0;  // of the holds before
   std::optional<double> limit VESK_GUARDED_BY(mutex);
   std::shared_ptr<const std::function<bool()>> isBusy VESK_GUARDED_BY(mutex);
   std::function<void()> ended VESK_GUARDED_BY(mutex);
   std::vector<Observer> observers VESK_GUARDED_BY(mutex);
   int runningSources VESK_GUARDED_BY(mutex) = 0;
-
-  void setHeld(bool held) {
-    {
-      MutexLock lock(mutex);
-      if (isHeld && !held) releasedAt = monotonicMicroseconds();
-      isHeld = held;
-    }
-    tellObservers();
-  }
 
   // Observers take their own locks, under which they ask the transport: call them without ours.
   void tellObservers() {
@@ -55,10 +47,22 @@ Transport::Transport() : mState(std::make_unique<State>()) {}
 Transport::~Transport() = default;
 
 void Transport::hold() {
-  mState->setHeld(true);
+  {
+    MutexLock lock(mState->mutex);
+    if (!mState->heldSince) mState->heldSince = monotonicMicroseconds();
+  }
+  mState->tellObservers();
 }
+
 void Transport::release() {
-  mState->setHeld(false);
+  {
+    MutexLock lock(mState->mutex);
+    if (!mState->heldSince) return;
+    mState->releasedAt = monotonicMicroseconds();
+    mState->heldTime += mState->releasedAt - *mState->heldSince;
+    mState->heldSince.reset();
+  }
+  mState->tellObservers();
 }
 
 void Transport::setLimit(std::optional<double> seconds) {
@@ -82,12 +86,17 @@ void Transport::setEndHandler(std::function<void()> handler) {
 
 bool Transport::isHeld() const {
   MutexLock lock(mState->mutex);
-  return mState->isHeld;
+  return mState->heldSince.has_value();
 }
 
 int64_t Transport::releasedAt() const {
   MutexLock lock(mState->mutex);
   return mState->releasedAt;
+}
+
+int64_t Transport::heldTime() const {
+  MutexLock lock(mState->mutex);
+  return mState->heldTime + (mState->heldSince ? monotonicMicroseconds() - *mState->heldSince : 0);
 }
 
 std::optional<double> Transport::limit() const {
