@@ -25,31 +25,36 @@ void closeGap(uint8_t* data, size_t shift) {
   std::memset(unit + rest, 0, shift);
 }
 
-/// The conversion without its check.
-void rewriteStartCodes(uint8_t* data, uint32_t length) {
+/// Bytes before the first start code when it lies within the first length field; 0 otherwise.
+size_t leadingBytes(const uint8_t* data, uint32_t length) {
+  for (size_t offset = 0; offset < size_t{kLengthSize} && offset + kLengthSize <= length; ++offset)
+    if (start_codes::isStartCode(data + offset)) return offset;
+  return 0;
+}
+
+/// Rewrites a buffer of more than four bytes. True when the lengths add up: each leads to the next by
+/// construction and the last one to the end, unless the buffer ends in a start code. That one has no
+/// unit to tell the length of and stays as it is, which reads as a length of 1 past the end.
+bool rewriteStartCodes(uint8_t* data, uint32_t length) {
   const uint8_t* const end = data + length;
+  const size_t shift = leadingBytes(data, length);
   uint8_t* previous = data;  // where the next length goes
-  size_t shift = 0;
-  start_codes::forEachStartCode<start_codes::FastestBlock>(data, end, [&](const uint8_t* found) {
-    const ptrdiff_t offset = found - data;
-    if (offset == 0) return;
-    if (offset < kLengthSize) {
-      shift = static_cast<size_t>(offset);
-      return;
-    }
+  start_codes::forEachStartCode<start_codes::FastestBlock>(data + shift + kLengthSize, end, [&](const uint8_t* found) {
     writeLength(previous, found);
-    previous = data + offset;
+    previous = data + (found - data);
   });
-  if (end - previous > kLengthSize) writeLength(previous, end);
+  const bool isClosed = end - previous > kLengthSize;
+  if (isClosed) writeLength(previous, end);
   if (shift != 0) closeGap(data, shift);
+  return isClosed;
 }
 
 }  // namespace
 
 void ConvertStreamToBoxFormat(uint8_t* data, uint32_t length) {
   if (!data || length == 0) return;
-  rewriteStartCodes(data, length);
-  if (!IsH264BoxFormat(data, length)) printToOutput("*** [Error] in converting to box format!!!\n");
+  const bool addsUp = length > kLengthSize ? rewriteStartCodes(data, length) : IsH264BoxFormat(data, length);
+  if (!addsUp) printToOutput("*** [Error] in converting to box format!!!\n");
 }
 
 void H264ConvertStreamToBoxFormat(uint8_t* data, uint32_t length) {

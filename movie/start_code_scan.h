@@ -93,7 +93,7 @@ struct SSE2Block {
                       _mm_and_si128(_mm_cmpeq_epi8(second, zero), _mm_cmpeq_epi8(load(at + 1), zero)));
     const __m128i codes = _mm_and_si128(zeros, _mm_cmpeq_epi8(load(at + 2), _mm_set1_epi8(1)));
     for (auto mask = static_cast<uint32_t>(_mm_movemask_epi8(codes)); mask != 0; mask &= mask - 1)
-      found(at - 1 + std::countr_zero(mask));
+      found(at - 1 + static_cast<unsigned>(std::countr_zero(mask)));
   }
 
  private:

@@ -58,6 +58,18 @@ TEST(ConvertStream, RewritesEachStartCodeToTheLengthOfItsUnit) {
   }
 }
 
+TEST(ConvertStream, SaysSoExactlyWhenTheLengthsDoNotAddUp) {
+  std::mt19937 random(11);
+  for (int round = 0; round < 2000; ++round) {
+    Bytes data(1 + random() % 24);
+    for (uint8_t& byte : data) byte = bytes("0000000001FF")[random() % 6];
+    const Bytes before = data;
+    CapturedLines lines;
+    ConvertStreamToBoxFormat(data.data(), sizeOf(data));
+    ASSERT_EQ(lines.text().empty(), IsH264BoxFormat(data.data(), sizeOf(data))) << testing::PrintToString(before);
+  }
+}
+
 /// Where start codes are, one byte at a time.
 std::vector<ptrdiff_t> startCodesByteByByte(const Bytes& data, size_t from) {
   std::vector<ptrdiff_t> found;
