@@ -157,10 +157,10 @@ class VeskWriter : public Recorder {
   }
   bool isBusy() const override {
     const auto waiting = mCreator->waiting();
-    return waiting.video * 2 > waiting.videoCapacity || waiting.audio * 2 > waiting.audioCapacity;
+    return waiting.videoWaiting * 2 > waiting.videoCapacity || waiting.audioWaiting * 2 > waiting.audioCapacity;
   }
   void drain() override {
-    for (auto waiting = mCreator->waiting(); waiting.video + waiting.audio != 0; waiting = mCreator->waiting())
+    for (auto waiting = mCreator->waiting(); waiting.videoWaiting + waiting.audioWaiting != 0; waiting = mCreator->waiting())
       usleep(1000);
   }
   void finish() override { mCreator->Close(); }

@@ -23,15 +23,15 @@ RecoveryResult finish(const std::string& path) {
     case RecoveryOutcome::kRecovered:
       return result;
     case RecoveryOutcome::kLocked:
-      throw Failure(kBusy, result.message, "End that recording first (Ctrl-C).");
+      throw Failure(kBusy, result.text, "End that recording first (Ctrl-C).");
     case RecoveryOutcome::kNothingToRecover:
-      throw Failure(kFailed, result.message, "The recording ended before its first second was written.");
+      throw Failure(kFailed, result.text, "The recording ended before its first second was written.");
     case RecoveryOutcome::kNotAMovie:
-      throw Failure(kFailed, result.message, "Name a movie that vesk record has made.");
+      throw Failure(kFailed, result.text, "Name a movie that vesk record has made.");
     case RecoveryOutcome::kFailed:
       break;
   }
-  throw Failure(kFailed, result.message, "The file was left as it was; copy it to another disk and try there.");
+  throw Failure(kFailed, result.text, "The file was left as it was; copy it to another disk and try there.");
 }
 
 void tell(const GlobalOptions& global, const std::string& path, const RecoveryResult& result) {
