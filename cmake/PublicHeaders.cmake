@@ -1,0 +1,21 @@
+# What hosts may include, our own programs among them. The headers that these need are installed too.
+set(VESK_PUBLIC_HEADERS
+    capture/aci.h
+    capture/capture_host.h
+    capture/vci.h
+    devices/audio_device.h
+    devices/device_info.h
+    devices/device_manager.h
+    devices/video_device.h
+    platform/foundation/bundle.h
+    platform/foundation/dispatch_queue.h
+    platform/foundation/file_manager.h
+    platform/foundation/log.h
+    platform/foundation/notification_center.h
+    platform/foundation/property_list.h
+    platform/foundation/run_loop.h
+    platform/foundation/timer.h
+    platform/media/format_description.h
+    platform/media/four_char_code.h
+    platform/writing/movie_recovery.h
+    sessions/record_session.h)
