@@ -1,6 +1,6 @@
 #include "devices/audio_device.h"
 
-#include "tests/devices/device_test_support.h"
+#include "tests/support/device_test.h"
 
 namespace vesk {
 namespace {

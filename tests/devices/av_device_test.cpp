@@ -6,7 +6,7 @@
 #include "devices/audio_device.h"
 #include "devices/video_device.h"
 #include "platform/foundation/log.h"
-#include "tests/devices/device_test_support.h"
+#include "tests/support/device_test.h"
 
 namespace vesk {
 namespace {
@@ -96,6 +96,7 @@ TEST_F(AVDeviceRelease, WaitsForTheFrameInProgress) {
   std::promise<void> mayLeave;
   const auto receiver = std::make_shared<Receiver>();
   receiver->act = [&] {
+    if (receiver->frames.size() != 1) return;
     entered.set_value();
     mayLeave.get_future().wait();
   };

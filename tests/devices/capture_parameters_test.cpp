@@ -4,7 +4,7 @@
 
 #include "devices/enumeration.h"
 #include "platform/media/four_char_code.h"
-#include "tests/devices/device_test_support.h"
+#include "tests/support/device_test.h"
 
 namespace vesk {
 namespace {

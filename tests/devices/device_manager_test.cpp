@@ -8,7 +8,7 @@
 #include "devices/video_device.h"
 #include "platform/foundation/bundle.h"
 #include "platform/foundation/notification_center.h"
-#include "tests/devices/device_test_support.h"
+#include "tests/support/device_test.h"
 #include "tests/support/temporary_folder.h"
 
 namespace vesk {

@@ -1,7 +1,7 @@
 #include "devices/video_device.h"
 
 #include "platform/media/four_char_code.h"
-#include "tests/devices/device_test_support.h"
+#include "tests/support/device_test.h"
 
 namespace vesk {
 namespace {

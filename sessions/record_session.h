@@ -1,0 +1,110 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "devices/device_delegate.h"
+#include "devices/status.h"
+#include "movie/queue_levels.h"
+#include "movie/recording_statistics.h"
+#include "platform/foundation/export.h"
+#include "platform/foundation/mutex.h"
+
+namespace vesk {
+
+class VeskAudioDevice;
+class VeskVideoDevice;
+
+/// What became of a recording.
+struct RecordingOutcome {
+  std::string finalPath;           ///< where the movie was to go; empty before the first stop
+  std::string temporaryPath;       ///< where it was written and left; empty when it is at finalPath
+  std::string moveError;           ///< why it is not at finalPath, one line for a person; else empty
+  RecordingStatistics statistics;  ///< as the movie was closed
+};
+
+/// Records a camera and a microphone into a movie: written in the temporary folder, moved to its
+/// final path when the session stops.
+///
+/// A device that captures already, for a preview, is joined and not started; stopping stops the
+/// microphone and leaves the camera running. A microphone without a chosen format takes no part.
+///
+/// While a recording runs, its devices hold the session: letting it go does not end the recording,
+/// stopSession does. Do not stop a session from inside one of its devices' frames.
+///
+/// Threads: every operation from any thread. mMutex is held for moments only, and nothing is called
+/// under it.
+class VESK_EXPORT VeskRecordSession : public VeskAVDeviceDelegate,
+                                      public std::enable_shared_from_this<VeskRecordSession> {
+ public:
+  /// A session that is not running. Either device may be null; not both when it is started.
+  /// @param fileURL the final path, UTF-8, at which nothing may be when the session stops
+  static std::shared_ptr<VeskRecordSession> initWithVideoDevice(std::shared_ptr<VeskVideoDevice> videoDevice,
+                                                                std::shared_ptr<VeskAudioDevice> audioDevice,
+                                                                std::string fileURL);
+  /// Clears up after a refused start, as stopSession does.
+  ~VeskRecordSession() override;
+
+  /// Opens what is closed, opens the movie, and starts what is not capturing.
+  ///
+  /// After a refused start of a device the session stays among the devices' delegates with an open
+  /// movie, until it is stopped, started again or let go: each of these deletes that movie first.
+  /// @return 0 running; 1, 2 or 8 the movie could not be opened (VeskRecorder; 8 also for a final
+  ///         path that names no file); 9 it is running already, or being started or stopped; else
+  ///         the status of the capture start that was made last, the microphone's after the
+  ///         camera's: a camera's refusal alone does not stop a recording of sound.
+  int32_t startSession() VESK_EXCLUDES(mMutex);
+
+  /// Ends the recording and moves the movie to its final path; lastOutcome tells how that went.
+  /// Serves this thread's run loop for half a second meanwhile. @return 0
+  int32_t stopSession() VESK_EXCLUDES(mMutex);
+
+  /// Hands a buffer to the recording, if there is one: video for device type 0, else sound. The
+  /// devices' buffers come by a way of their own.
+  void didCaptureFrame(void* frame, uint32_t length, int64_t timestamp,
+                       const std::shared_ptr<VeskDeviceInfo>& device) override VESK_EXCLUDES(mMutex);
+
+  /// The devices of the next start.
+  std::shared_ptr<VeskVideoDevice> videoDevice() const VESK_EXCLUDES(mMutex);
+  void setVideoDevice(std::shared_ptr<VeskVideoDevice> device) VESK_EXCLUDES(mMutex);
+  std::shared_ptr<VeskAudioDevice> audioDevice() const VESK_EXCLUDES(mMutex);
+  void setAudioDevice(std::shared_ptr<VeskAudioDevice> device) VESK_EXCLUDES(mMutex);
+  const std::string& fileURL() const { return mFileURL; }
+  bool isRunning() const VESK_EXCLUDES(mMutex);
+
+  /// Of the recording under way, else of the last one that was stopped.
+  RecordingStatistics statistics() const VESK_EXCLUDES(mMutex);
+  /// What became of the last recording that was stopped.
+  RecordingOutcome lastOutcome() const VESK_EXCLUDES(mMutex);
+  /// How full the queues to the movie's writer are. Never waits: for asking on a capture thread.
+  QueueLevels waiting() const VESK_EXCLUDES(mMutex);
+  /// Whether more than half of a writer queue is waiting: time to hold back a source that can wait.
+  bool isWriterBusy() const;
+
+ private:
+  class FrameRelay;
+  struct Recording;
+  enum class State { kIdle, kStarting, kRefused, kRunning, kStopping, kClearing };
+
+  VeskRecordSession(std::shared_ptr<VeskVideoDevice> videoDevice, std::shared_ptr<VeskAudioDevice> audioDevice,
+                    std::string fileURL);
+
+  std::shared_ptr<Recording> recording() const VESK_EXCLUDES(mMutex);
+  void setState(State state, std::shared_ptr<Recording> recording) VESK_EXCLUDES(mMutex);
+  int32_t openRecording(std::shared_ptr<Recording>& opened) VESK_EXCLUDES(mMutex);
+  static int32_t startCaptures(const Recording& recording);
+  static void leaveDevices(const Recording& recording);
+  static void discard(Recording& recording);
+  RecordingOutcome finish(Recording& recording) const;
+
+  const std::string mFileURL;
+  mutable Mutex mMutex;
+  State mState VESK_GUARDED_BY(mMutex) = State::kIdle;
+  std::shared_ptr<VeskVideoDevice> mVideoDevice VESK_GUARDED_BY(mMutex);
+  std::shared_ptr<VeskAudioDevice> mAudioDevice VESK_GUARDED_BY(mMutex);
+  std::shared_ptr<Recording> mRecording VESK_GUARDED_BY(mMutex);
+  RecordingOutcome mLastOutcome VESK_GUARDED_BY(mMutex);
+};
+
+}  // namespace vesk

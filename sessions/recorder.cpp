@@ -1,0 +1,148 @@
+#include "sessions/recorder.h"
+
+#include <chrono>
+#include <utility>
+
+#include "devices/audio_device.h"
+#include "devices/capture_parameters.h"
+#include "devices/video_device.h"
+#include "platform/foundation/run_loop.h"
+
+namespace vesk {
+namespace {
+
+constexpr int32_t kFrameRate = 30;
+constexpr std::chrono::milliseconds kTimeBeforeClose{500};
+
+_VeskVideoDescription describe(const CMVideoFormatDescription& format) {
+  return {.width = format.dimensions().width,
+          .height = format.dimensions().height,
+          .codec = format.mediaSubType(),
+          .frameRate = kFrameRate,
+          .reserved = 0};
+}
+
+_VeskAudioDescription describe(const CMAudioFormatDescription& format) {
+  const ACICaptureParameters parameters = audioCaptureParameters(format);
+  return {.format = parameters.formatCode,
+          .channels = parameters.channels,
+          .sampleRate = parameters.samplesPerSecond,
+          .bitsPerChannel = parameters.bitsPerSample};
+}
+
+}  // namespace
+
+std::shared_ptr<VeskRecorder> VeskRecorder::init() {
+  return std::shared_ptr<VeskRecorder>(new VeskRecorder);
+}
+
+VeskRecorder::~VeskRecorder() {
+  closeRecorder();
+}
+
+int32_t VeskRecorder::openRecorderWithFilPath(const std::string& path,
+                                              const std::shared_ptr<VeskVideoDevice>& videoDevice,
+                                              const std::shared_ptr<VeskAudioDevice>& audioDevice) {
+  const RecursiveMutexLock lock(mOpenCloseLock);
+  if (isRecording()) return kVeskStatusAlreadyRecording;
+  const auto videoFormat = videoDevice ? videoDevice->getFormat() : nullptr;
+  const auto audioFormat = audioDevice ? audioDevice->getFormat() : nullptr;
+  // A movie without the picture that was asked for is not what anybody wants.
+  if (!videoFormat && (videoDevice || !audioFormat)) return kVeskStatusNoFormat;
+
+  std::shared_ptr<VeskMovieCreator> newCreator = CreateMovieCreator(path.c_str());
+  if (!newCreator) return kVeskStatusNoMovieCreator;
+  const auto video = videoFormat ? describe(*videoFormat) : _VeskVideoDescription();
+  const auto audio = audioFormat ? describe(*audioFormat) : _VeskAudioDescription();
+  if (newCreator->Open(videoFormat ? &video : nullptr, audioFormat ? &audio : nullptr) != 0)
+    return kVeskStatusMovieNotOpened;
+
+  const MutexLock fields(mMutex);
+  mMovieCreator = std::move(newCreator);
+  mFileURL = path;
+  return kVeskStatusSuccess;
+}
+
+int32_t VeskRecorder::addVideoSample(void* frame, uint32_t length, int64_t timestamp) {
+  return addSample(frame, length, timestamp, VeskMovieCreator::VeskMediaTypeVideo);
+}
+
+int32_t VeskRecorder::addAudioSample(void* packet, uint32_t length, int64_t timestamp) {
+  return addSample(packet, length, timestamp, VeskMovieCreator::VeskMediaTypeAudio);
+}
+
+int32_t VeskRecorder::addSample(void* bytes, uint32_t length, int64_t timestamp, VeskMovieCreator::VeskMediaType type) {
+  const auto held = creator();
+  return held ? held->AddSampleToMovie(bytes, length, static_cast<uint64_t>(timestamp), type) : 0;
+}
+
+int32_t VeskRecorder::closeRecorder() {
+  // What the run loop serves may let go of the host's last reference.
+  const auto self = weak_from_this().lock();
+  const RecursiveMutexLock lock(mOpenCloseLock);
+  const auto closing = creator();
+  if (!closing || mIsClosing) return 0;
+
+  mIsClosing = true;
+  NSRunLoop::currentRunLoop()->runUntilDate(std::chrono::steady_clock::now() + kTimeBeforeClose);
+  const int32_t status = closing->Close();
+  mIsClosing = false;
+
+  const MutexLock fields(mMutex);
+  mLastStatistics = closing->statistics();
+  mMovieCreator.reset();
+  mFileURL.reset();
+  return status;
+}
+
+std::shared_ptr<VeskMovieCreator> VeskRecorder::creator() const {
+  const MutexLock lock(mMutex);
+  return mMovieCreator;
+}
+
+std::optional<std::string> VeskRecorder::fileURL() const {
+  const MutexLock lock(mMutex);
+  return mFileURL;
+}
+
+void VeskRecorder::setFileURL(std::optional<std::string> path) {
+  const MutexLock lock(mMutex);
+  mFileURL = std::move(path);
+}
+
+bool VeskRecorder::isRecording() const {
+  const MutexLock lock(mMutex);
+  return mMovieCreator != nullptr;
+}
+
+std::shared_ptr<VeskVideoDevice> VeskRecorder::videoStream() const {
+  const MutexLock lock(mMutex);
+  return mVideoStream.lock();
+}
+
+void VeskRecorder::setVideoStream(const std::shared_ptr<VeskVideoDevice>& device) {
+  const MutexLock lock(mMutex);
+  mVideoStream = device;
+}
+
+std::shared_ptr<VeskAudioDevice> VeskRecorder::audioStream() const {
+  const MutexLock lock(mMutex);
+  return mAudioStream.lock();
+}
+
+void VeskRecorder::setAudioStream(const std::shared_ptr<VeskAudioDevice>& device) {
+  const MutexLock lock(mMutex);
+  mAudioStream = device;
+}
+
+RecordingStatistics VeskRecorder::statistics() const {
+  const MutexLock lock(mMutex);
+  return mMovieCreator ? mMovieCreator->statistics() : mLastStatistics;
+}
+
+QueueLevels VeskRecorder::waiting() const {
+  const auto held = creator();
+  return held ? held->waiting() : QueueLevels();
+}
+
+}  // namespace vesk

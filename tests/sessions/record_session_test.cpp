@@ -1,0 +1,275 @@
+#include "sessions/record_session.h"
+
+#include <atomic>
+#include <functional>
+#include <thread>
+
+#include "tests/sessions/recording_test.h"
+
+namespace vesk {
+namespace {
+
+struct RecordSessionTest : test::RecordingTest {
+  std::shared_ptr<VeskRecordSession> sessionFor(const std::string& finalPath) {
+    return VeskRecordSession::initWithVideoDevice(camera, microphone, finalPath);
+  }
+  bool isAmongDelegates() const { return !camera->delegates().empty() || !microphone->delegates().empty(); }
+  size_t temporaryFiles() const {
+    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(temporary.path()), {}));
+  }
+
+  std::string path = movies.file("clip.mov");
+  std::shared_ptr<VeskRecordSession> session = sessionFor(path);
+};
+
+TEST_F(RecordSessionTest, RecordsBothDevicesAndPlacesTheMovie) {
+  EXPECT_FALSE(session->isRunning());
+  EXPECT_EQ(session->stopSession(), 0) << "not running";
+  ASSERT_EQ(session->startSession(), 0);
+  EXPECT_TRUE(session->isRunning());
+  deliver(0, 30);
+  EXPECT_TRUE(isThere(temporary.file("clip.mov")));
+  EXPECT_FALSE(isThere(path));
+  EXPECT_EQ(session->statistics().videoFrames, 30U);
+
+  EXPECT_EQ(session->stopSession(), 0);
+  EXPECT_EQ(session->stopSession(), 0);
+  EXPECT_FALSE(session->isRunning());
+  EXPECT_FALSE(isAmongDelegates());
+  EXPECT_TRUE(camera->isCapturing()) << "a preview may go on";
+  EXPECT_FALSE(microphone->isCapturing());
+  EXPECT_FALSE(isThere(temporary.file("clip.mov")));
+  const auto movie = test::probeMovieFile(path);
+  ASSERT_NE(movie.find("2vuy"), nullptr);
+  ASSERT_NE(movie.find("pcm_s16le"), nullptr);
+  EXPECT_EQ(movie.find("2vuy")->packets, 30);
+  EXPECT_EQ(movie.find("pcm_s16le")->bytes, 30 * int64_t{1600} * 4);
+
+  const RecordingOutcome outcome = session->lastOutcome();
+  EXPECT_EQ(outcome.finalPath, path);
+  EXPECT_EQ(outcome.temporaryPath, "");
+  EXPECT_EQ(outcome.moveError, "");
+  EXPECT_EQ(outcome.statistics.videoFrames, 30U);
+  EXPECT_EQ(session->statistics().audioPackets, 30U);
+}
+
+TEST_F(RecordSessionTest, JoinsACameraThatIsCapturing) {
+  camera->openDevice();
+  camera->startCapture();
+  ASSERT_EQ(session->startSession(), 0);
+  EXPECT_EQ(fakeCamera->started, 1);
+  EXPECT_EQ(fakeMicrophone->started, 1);
+  session->stopSession();
+  EXPECT_TRUE(camera->isCapturing());
+}
+
+TEST_F(RecordSessionTest, AnswersTheLastStartsStatus) {
+  struct Row {
+    const char* label;
+    int camera, microphone;
+    bool isCameraRunning;
+    int32_t status;
+  };
+  for (const Row& row : {Row{"only the camera refused", 19, 0, false, 0}, Row{"both refused", 19, 19, false, 5},
+                         Row{"the microphone refused", 0, 19, false, 5},
+                         Row{"the microphone refused beside a preview", 0, 19, true, 5}}) {
+    fakeCamera->startStatus = row.camera;
+    fakeMicrophone->startStatus = row.microphone;
+    camera->closeDevice();
+    if (row.isCameraRunning) {
+      camera->openDevice();
+      camera->startCapture();
+    }
+    EXPECT_EQ(session->startSession(), row.status) << row.label;
+    EXPECT_EQ(session->isRunning(), row.status == 0) << row.label;
+    session->stopSession();
+    std::filesystem::remove(path);
+  }
+}
+
+TEST_F(RecordSessionTest, ADeviceThatDoesNotOpenFailsItsStart) {
+  fakeMicrophone->refusesToOpen = true;
+  EXPECT_EQ(session->startSession(), 3);
+}
+
+TEST_F(RecordSessionTest, ARefusedStartIsClearedUp) {
+  const std::pair<const char*, std::function<void()>> ways[] = {
+      {"by a stop", [&] { EXPECT_EQ(session->stopSession(), 0); }},
+      {"by another start",
+       [&] {
+         EXPECT_EQ(session->startSession(), 5);
+         EXPECT_EQ(camera->delegates().size(), 1U) << "of the new start only";
+         deliver(5, 1);
+         EXPECT_EQ(temporaryFiles(), 1U);
+         EXPECT_TRUE(isThere(temporary.file("clip.mov")));
+         session->stopSession();
+       }},
+      {"by letting go", [&] { session.reset(); }},
+  };
+  for (const auto& [label, clearUp] : ways) {
+    session = sessionFor(path);
+    fakeMicrophone->startStatus = 19;
+    EXPECT_EQ(session->startSession(), 5) << label;
+    EXPECT_FALSE(session->isRunning()) << label;
+    EXPECT_TRUE(isAmongDelegates()) << label;
+    deliver(0, 5);
+    const std::weak_ptr<VeskRecordSession> watched = session;
+    clearUp();
+    EXPECT_FALSE(isAmongDelegates()) << label;
+    EXPECT_EQ(temporaryFiles(), 0U) << label;
+    EXPECT_FALSE(isThere(path)) << label;
+    session.reset();
+    EXPECT_TRUE(watched.expired()) << label;
+    deliver(5, 5);
+  }
+}
+
+TEST_F(RecordSessionTest, StartsAfterARefusedStart) {
+  fakeMicrophone->startStatus = 19;
+  EXPECT_EQ(session->startSession(), 5);
+  deliver(0, 5);
+  fakeMicrophone->startStatus = 0;
+  EXPECT_EQ(session->startSession(), 0);
+  deliver(5, 10);
+  session->stopSession();
+  EXPECT_EQ(test::probeMovieFile(path).find("2vuy")->packets, 10);
+}
+
+TEST_F(RecordSessionTest, RefusesToStartTwiceAndWithoutAMovie) {
+  ASSERT_EQ(session->startSession(), 0);
+  EXPECT_EQ(session->startSession(), 9);
+  deliver(0, 5);
+  session->stopSession();
+  EXPECT_EQ(test::probeMovieFile(path).find("2vuy")->packets, 5);
+  EXPECT_EQ(VeskRecordSession::initWithVideoDevice(nullptr, nullptr, path)->startSession(), 2);
+  for (const char* noFile : {"", "/", "folder/", "..", "."}) {
+    const auto other = sessionFor(noFile);
+    EXPECT_EQ(other->startSession(), 8) << noFile;
+    EXPECT_EQ(other->stopSession(), 0);
+  }
+  EXPECT_FALSE(isAmongDelegates());
+}
+
+TEST_F(RecordSessionTest, LeavesOutAMicrophoneWithoutAFormat) {
+  microphone->setFormat(nullptr);
+  ASSERT_EQ(session->startSession(), 0);
+  deliver(0, 5);
+  session->stopSession();
+  EXPECT_EQ(fakeMicrophone->started, 0);
+  EXPECT_EQ(test::probeMovieFile(path).tracks.size(), 1U);
+}
+
+TEST_F(RecordSessionTest, KeepsAMovieThatCannotBePlaced) {
+  movies.write("clip.mov", "somebody else's");
+  session->startSession();
+  deliver(0, 7);
+  EXPECT_EQ(session->stopSession(), 0);
+  const RecordingOutcome outcome = session->lastOutcome();
+  EXPECT_EQ(test::contentOf(path), "somebody else's");
+  EXPECT_EQ(outcome.temporaryPath, temporary.file("clip.mov"));
+  EXPECT_NE(outcome.moveError, "");
+  EXPECT_EQ(test::probeMovieFile(outcome.temporaryPath).find("2vuy")->packets, 7);
+
+  session->startSession();
+  deliver(0, 3);
+  session->stopSession();
+  EXPECT_EQ(test::probeMovieFile(outcome.temporaryPath).find("2vuy")->packets, 7) << "the next one leaves it alone";
+  EXPECT_EQ(session->lastOutcome().temporaryPath, temporary.file("clip 2.mov"));
+
+  std::filesystem::remove(temporary.file("clip.mov"));
+  std::filesystem::remove(path);
+  session->startSession();
+  deliver(0, 1);
+  EXPECT_TRUE(isThere(temporary.file("clip.mov"))) << "free again";
+  session->stopSession();
+}
+
+TEST_F(RecordSessionTest, ReplacesALeftoverOfAnotherProcess) {
+  temporary.write("clip.mov", "old");
+  session->startSession();
+  deliver(0, 2);
+  session->stopSession();
+  EXPECT_EQ(test::probeMovieFile(path).find("2vuy")->packets, 2);
+}
+
+TEST_F(RecordSessionTest, TwoOfTheSameNameRecordOneCamera) {
+  const test::TemporaryFolder elsewhere;
+  const auto other = sessionFor(elsewhere.file("clip.mov"));
+  ASSERT_EQ(session->startSession(), 0);
+  deliver(0, 10);
+  ASSERT_EQ(other->startSession(), 0);
+  deliver(10, 10);
+  session->stopSession();  // stops the microphone for both
+  deliver(20, 10);
+  other->stopSession();
+  EXPECT_EQ(test::probeMovieFile(path).find("2vuy")->packets, 20);
+  EXPECT_EQ(test::probeMovieFile(elsewhere.file("clip.mov")).find("2vuy")->packets, 20);
+}
+
+TEST_F(RecordSessionTest, IsHeldByItsDevicesWhileItRuns) {
+  const std::weak_ptr<VeskRecordSession> watched = session;
+  session->startSession();
+  session.reset();
+  deliver(0, 5);
+  ASSERT_FALSE(watched.expired());
+  watched.lock()->stopSession();
+  EXPECT_TRUE(watched.expired());
+  EXPECT_EQ(test::probeMovieFile(path).find("2vuy")->packets, 5);
+}
+
+TEST_F(RecordSessionTest, RoutesBuffersByTheDevicesType) {
+  session->startSession();
+  const auto info = std::make_shared<VeskDeviceInfo>();
+  session->didCaptureFrame(picture.data(), picture.size(), 1'000'000, info);
+  for (const int32_t type : {1, 2, -1}) {
+    info->setDeviceType(type);
+    session->didCaptureFrame(packet.data(), packet.size(), 1'000'000 + (type + 1) * 33'333, info);
+  }
+  const RecordingStatistics statistics = session->statistics();
+  EXPECT_EQ(statistics.videoFrames, 1U);
+  EXPECT_GE(statistics.audioPackets, 1U);
+  EXPECT_EQ(statistics.audioPackets + statistics.audioDropped, 3U);
+  session->stopSession();
+  session->didCaptureFrame(picture.data(), picture.size(), 2'000'000, info);
+}
+
+TEST_F(RecordSessionTest, KeepsTheDevicesItWasStartedWith) {
+  session->startSession();
+  session->setVideoDevice(nullptr);
+  session->setAudioDevice(nullptr);
+  deliver(0, 5);
+  session->stopSession();
+  EXPECT_FALSE(isAmongDelegates());
+  EXPECT_FALSE(microphone->isCapturing());
+  EXPECT_EQ(session->startSession(), 2);
+}
+
+TEST_F(RecordSessionTest, StopsAndStartsWhileFramesArrive) {
+  std::atomic<bool> isOver = false;
+  std::vector<std::thread> threads;
+  for (int thread = 0; thread < 2; ++thread)
+    threads.emplace_back([&, thread] {
+      for (int64_t time = 1'000'000; !isOver; time += 20'000) {
+        if (thread == 0)
+          fakeCamera->deliver(picture, time);
+        else
+          fakeMicrophone->deliver({packet.data(), 960 * 4}, time);
+        session->isWriterBusy();
+        std::this_thread::sleep_for(std::chrono::microseconds(200));
+      }
+    });
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_EQ(session->startSession(), 0);
+    while (session->statistics().videoFrames < 10) std::this_thread::yield();
+    session->stopSession();
+    const auto movie = test::probeMovieFile(path);
+    ASSERT_NE(movie.find("2vuy"), nullptr);
+    EXPECT_EQ(movie.find("2vuy")->packets, static_cast<int>(session->lastOutcome().statistics.videoFrames));
+    std::filesystem::remove(path);
+  }
+  isOver = true;
+  for (auto& thread : threads) thread.join();
+}
+
+}  // namespace
+}  // namespace vesk
