@@ -32,7 +32,7 @@ endfunction()
 
 # libvesk: every room whole, hidden but for what is marked for export.
 function(vesk_library)
-  file(WRITE ${CMAKE_BINARY_DIR}/vesk_library.cpp "")
+  file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/vesk_library.cpp CONTENT "// A library needs a source of its own.\n")
   add_library(vesk SHARED ${CMAKE_BINARY_DIR}/vesk_library.cpp)
   foreach(room ${VESK_ROOMS})
     target_link_libraries(vesk PRIVATE -Wl,--whole-archive $<TARGET_FILE:${room}> -Wl,--no-whole-archive ${room})

@@ -13,6 +13,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/foundation/file_calls.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk {

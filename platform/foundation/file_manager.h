@@ -6,9 +6,10 @@
 
 #include "platform/foundation/error.h"
 #include "platform/foundation/export.h"
-#include "platform/foundation/file_calls.h"
 
 namespace vesk {
+
+struct FileCalls;
 
 /// Files as a whole. Threads: every operation from any thread.
 class VESK_EXPORT NSFileManager {

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "platform/foundation/bundle.h"
+#include "platform/foundation/file_calls.h"
 #include "tests/support/temporary_folder.h"
 
 namespace vesk {
