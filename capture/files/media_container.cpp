@@ -261,7 +261,7 @@ void MediaContainer::readOnly(int index) {
   if (codec == AV_CODEC_ID_H264 || codec == AV_CODEC_ID_AAC || codec == AV_CODEC_ID_PCM_S16LE) {
     mContext->flags |= AVFMT_FLAG_NOPARSE | AVFMT_FLAG_NOFILLIN;
   }
-  if (mContext->streams[index]->codecpar->codec_type == AVMEDIA_TYPE_VIDEO) mInput->direct = 1;
+  mInput->direct = 1;
 }
 
 }  // namespace vesk::capture
