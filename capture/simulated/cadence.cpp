@@ -9,7 +9,8 @@ Cadence Cadence::ofPictures(uint32_t numerator, uint32_t denominator) {
   const double halves = 2.0 * denominator / numerator;  // half pictures a second
   const double nearest = std::round(halves);
   if (nearest < 1 || std::abs(halves - nearest) > nearest * kTolerance) return {numerator, denominator};
-  return {2, static_cast<uint32_t>(nearest)};
+  const auto halfPictures = static_cast<uint32_t>(nearest);
+  return halfPictures % 2 == 0 ? Cadence(1, halfPictures / 2) : Cadence(2, halfPictures);
 }
 
 int64_t Cadence::firstFrom(int64_t time) const {

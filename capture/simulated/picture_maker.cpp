@@ -15,6 +15,7 @@ extern "C" {
 namespace vesk::capture {
 namespace {
 
+constexpr int kQuiet = AV_LOG_TRACE;           // keeps the encoder's lines off standard error
 constexpr int kKeyPictureSeconds = 2;          // at most, from key picture to key picture
 constexpr int kJpegQuality = 4;                // 2 best to 31
 constexpr int kFirstHighDefinitionLine = 720;  // colours by BT.709 from here on
@@ -103,6 +104,7 @@ CodecHandle allocate(const char* name, const VideoParameters& parameters, const 
   encoder->time_base = {static_cast<int>(cadence.numerator()), static_cast<int>(cadence.denominator())};
   encoder->framerate = {static_cast<int>(cadence.denominator()), static_cast<int>(cadence.numerator())};
   encoder->thread_count = 1;
+  encoder->log_level_offset = kQuiet;
   return encoder;
 }
 

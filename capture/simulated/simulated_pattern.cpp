@@ -12,6 +12,9 @@ constexpr int kSquaresAcross = 16;
 constexpr int kSquareRows = 2;
 constexpr uint32_t kCounterMask = 0xFFFFFF;
 constexpr uint8_t kBlack = 16, kWhite = 235, kNeutral = 128;
+constexpr int kNoiseShare = 8;           // of the height
+constexpr uint32_t kNoisePlaces = 4096;  // from which a row of it may begin
+constexpr uint8_t kNoiseLow = 96, kNoiseRange = 64;
 constexpr int kMovingBarShare = 16;  // of the width
 constexpr int kMovePixels = 4;       // from picture to picture
 
@@ -23,6 +26,12 @@ int squareSide(int width) {
 uint32_t withCheck(uint32_t counter) {
   const uint32_t check = (counter >> 16 ^ counter >> 8 ^ counter ^ 0xA5) & 0xFF;
   return counter << 8 | check;
+}
+
+/// The next of a row of numbers without order, always the same ones.
+uint32_t scramble(uint32_t number) {
+  number = number * 1664525 + 1013904223;
+  return number ^ number >> 16;
 }
 
 /// The mean of the samples in a rectangle, every second one in both directions.
@@ -44,6 +53,7 @@ SimulatedPattern::SimulatedPattern(PictureLayout layout, int width, int height)
     mBackground[static_cast<size_t>(plane)].resize(bytesAcross(plane) * static_cast<size_t>(rowsOf(plane)));
   }
   paintBackground();
+  makeNoise();
 }
 
 size_t SimulatedPattern::bytesAcross(int plane) const {
@@ -80,6 +90,7 @@ void SimulatedPattern::paint(uint32_t counter, bool isFlash, const PicturePlanes
     const auto places = static_cast<uint32_t>((mWidth - barWidth) / kMovePixels);
     const int x = static_cast<int>(counter % places) * kMovePixels;
     fill({x, 0, barWidth, mHeight}, {200, kNeutral, kNeutral}, picture);
+    paintNoise(counter, picture);
   }
   paintCounter(counter, picture);
 }
@@ -91,6 +102,26 @@ void SimulatedPattern::copyBackground(const PicturePlanes& picture) const {
     for (size_t row = 0; row < static_cast<size_t>(rowsOf(number)); ++row) {
       std::memcpy(picture.bytes[plane] + row * picture.rowBytes[plane], &mBackground[plane][row * bytes], bytes);
     }
+  }
+}
+
+void SimulatedPattern::makeNoise() {
+  mNoise.resize(bytesAcross(0) + kNoisePlaces);
+  uint32_t number = 0;
+  for (size_t i = 0; i < mNoise.size(); ++i) {
+    number = scramble(number);
+    const bool isColour = mLayout == PictureLayout::kPacked422 && i % 2 == 0;
+    mNoise[i] = isColour ? kNeutral : static_cast<uint8_t>(kNoiseLow + number % kNoiseRange);
+  }
+}
+
+/// Each row of each picture begins at another place of the noise, so that none predicts the next.
+void SimulatedPattern::paintNoise(uint32_t counter, const PicturePlanes& picture) const {
+  uint32_t number = scramble(counter);
+  for (int row = mHeight - mHeight / kNoiseShare; row < mHeight; ++row) {
+    number = scramble(number);
+    const size_t place = number % kNoisePlaces & ~size_t{1};
+    std::memcpy(picture.bytes[0] + static_cast<size_t>(row) * picture.rowBytes[0], &mNoise[place], bytesAcross(0));
   }
 }
 

@@ -8,7 +8,8 @@
 
 /// The pictures of simulated cameras: colour bars with a light bar that moves over them, and in the
 /// top left corner the picture's number as two rows of black and white squares, large enough to
-/// survive compression. On every whole second the picture flashes white, its number staying.
+/// survive compression. A band of noise at the bottom gives encoders as much to do as a real picture
+/// does. On every whole second the picture flashes white, its number staying.
 
 namespace vesk::capture {
 
@@ -47,6 +48,8 @@ class SimulatedPattern {
 
   void fill(const Rectangle& where, Colour colour, const PicturePlanes& picture) const;
   void paintBackground();
+  void makeNoise();
+  void paintNoise(uint32_t counter, const PicturePlanes& picture) const;
   void paintCounter(uint32_t counter, const PicturePlanes& picture) const;
   void copyBackground(const PicturePlanes& picture) const;
   Colour adapted(Colour colour) const;
@@ -59,6 +62,7 @@ class SimulatedPattern {
   const int mWidth;
   const int mHeight;
   std::array<std::vector<uint8_t>, 3> mBackground;
+  std::vector<uint8_t> mNoise;  // of the first plane; longer than a row
 };
 
 /// Reads the number back from a picture's luma: `luma` is its first luma byte, `step` the distance

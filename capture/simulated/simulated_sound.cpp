@@ -13,6 +13,7 @@ namespace {
 constexpr double kBeepFrequency = 1000;
 constexpr double kBeepPeak = 16384;  // half of full scale
 constexpr int64_t kAacBitsPerChannel = 64000;
+constexpr int kQuiet = AV_LOG_TRACE;  // keeps the encoder's lines off standard error
 
 /// Linear PCM: the samples as they are.
 class PcmMaker : public PacketMaker {
@@ -100,6 +101,7 @@ CodecHandle makeAacEncoder(const WaveFormat& format) {
   encoder->time_base = {1, encoder->sample_rate};
   encoder->bit_rate = kAacBitsPerChannel * format.channels;
   encoder->thread_count = 1;
+  encoder->log_level_offset = kQuiet;
   av_channel_layout_default(&encoder->ch_layout, format.channels);
   return avcodec_open2(encoder.get(), codec, nullptr) == 0 ? std::move(encoder) : nullptr;
 }

@@ -112,6 +112,7 @@ TEST(CombinedSource, ListsAndWatchesAllAndOpensTheFirstOfEqualPaths) {
   CombinedSource both({first, second});
   EXPECT_EQ(both.devices(DeviceKind::kVideo).size(), 4u);
   second->plugIn({DeviceKind::kVideo, "extra", "Extra", 1, 2, 3});
+  second->waitForHotplug();
   EXPECT_NE(both.open(DeviceKind::kVideo, "extra"), nullptr);
   EXPECT_EQ(both.open(DeviceKind::kAudio, "extra"), nullptr);
   first->setFaults(SimulatedSource::kCameraPath, {.openFails = true});
