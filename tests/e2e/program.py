@@ -47,7 +47,9 @@ def probe(movie):
 
 def warnings_of_ffmpeg(movie, *options):
     """What ffmpeg has to say while it decodes the whole movie."""
-    done = subprocess.run(["ffmpeg", "-v", "warning", "-nostdin", *options, "-i", str(movie), "-map", "0", "-f", "null", "-"],
+    # The track's own clock for the pictures that come out: a guessed frame rate is too coarse for uneven ones.
+    done = subprocess.run(["ffmpeg", "-v", "warning", "-nostdin", *options, "-i", str(movie), "-map", "0",
+                           "-fps_mode", "passthrough", "-enc_time_base", "-1", "-f", "null", "-"],
                           capture_output=True, text=True, timeout=TIMEOUT)
     return done.stderr + ("" if done.returncode == 0 else f"exit status {done.returncode}")
 

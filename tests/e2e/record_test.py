@@ -8,7 +8,7 @@ import subprocess
 import time
 import unittest
 
-from program import (DATA, MovieTest, beep_times, flash_times, picture_hashes, probe, sound_bytes, start_vesk, vesk)
+from program import (DATA, MovieTest, beep_times, flash_times, picture_hashes, probe, sound_bytes, start_vesk, vesk, warnings_of_ffmpeg)
 
 # Clips whose parameter sets change in the middle: only the first ones are kept, so damage is expected.
 CHANGING_PARAMETER_SETS = {"MPS_MW_A.264"}
@@ -35,9 +35,9 @@ def reading_options(clip):
 
 class RecordFootage(MovieTest):
     def test_pictures_and_sound_are_those_of_the_footage(self):
-        for clip in clips():
+        for number, clip in enumerate(clips()):
             with self.subTest(clip=clip.name):
-                movie = self.folder / (clip.stem + ".mov")
+                movie = self.folder / f"{number}.mov"
                 result = json.loads(vesk("--capture", f"file:{clip}", "--pace", "fast", "--json", "record", movie).stdout)
                 facts = probe(movie)
                 self.assertEqual(result["video"]["dropped"], 0)
@@ -48,9 +48,9 @@ class RecordFootage(MovieTest):
                     self.assertEqual(picture_hashes(movie), picture_hashes(clip, *reading_options(clip)))
                 if result["sound"] and result["sound"]["codec"] == "pcm":
                     self.assertEqual(sound_bytes(movie), sound_bytes(clip))
-                self.assert_plays_everywhere(movie)
-                movie.unlink()
-        self.nothing_left()
+                if not warnings_of_ffmpeg(clip, *reading_options(clip)):
+                    self.assert_plays_everywhere(movie)
+        self.nothing_left(but=[p.name for p in self.folder.glob("*.mov")])
 
 
 class RecordSimulated(MovieTest):
@@ -62,18 +62,18 @@ class RecordSimulated(MovieTest):
     def test_flash_and_beep_coincide(self):
         for options in (["--sound", "pcm:48000:2"], ["--sound", "pcm:44100"], ["--sound", "aac"]):
             with self.subTest(options=options):
-                movie = self.record(5, "--format", "avc1:320x240", *options)
+                movie = self.record(5.5, "--format", "avc1:320x240", *options)
                 flashes, beeps = flash_times(movie), beep_times(movie)
-                self.assertGreaterEqual(len(flashes), 4)
-                self.assertEqual(len(flashes), len(beeps))
+                self.assertEqual(len(flashes), 6)
+                self.assertEqual(len(beeps), 6)
                 for flash, beep in zip(flashes, beeps):
                     self.assertLess(abs(flash - beep), 0.060)
 
     def test_stays_in_step_for_ten_minutes(self):
-        movie = self.record(605, "--format", "avc1:320x240", "--sound", "pcm:44100:1")
+        movie = self.record(600.5, "--format", "avc1:320x240", "--sound", "pcm:44100:1")
         flashes, beeps = flash_times(movie), beep_times(movie)
-        self.assertGreaterEqual(len(flashes), 604)
-        self.assertEqual(len(flashes), len(beeps))
+        self.assertEqual(len(flashes), 601)
+        self.assertEqual(len(beeps), 601)
         for flash, beep in (*zip(flashes[:5], beeps[:5]), *zip(flashes[-5:], beeps[-5:])):
             self.assertLess(abs(flash - beep), 0.060)
 
