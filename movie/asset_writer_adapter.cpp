@@ -214,11 +214,11 @@ int32_t AVAssetWriterAdapter::AddSampleFromQueue(SampleQueue& queue, AVAssetWrit
   while (input->isReadyForMoreMediaData()) {
     const CMSampleBufferRef sample = queue.dequeue();
     if (!sample) break;
+    counters.taken.fetch_add(1, std::memory_order_release);
     if (!input->appendSampleBuffer(sample)) {
       NSLog("[FATAL]: Failed to insert sample!!!");
       RecordingCounters::add(counters.refused);
     }
-    counters.taken.fetch_add(1, std::memory_order_release);
   }
   mCounters->bytes.store(mWriting->writer->bytesWritten(), std::memory_order_relaxed);
   return 0;
