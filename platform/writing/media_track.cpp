@@ -102,7 +102,7 @@ bool MediaTrack::acceptPicture(const CMSampleBuffer& sample, int64_t at) {
 int64_t MediaTrack::soundTime(int64_t at) const {
   const int64_t distance = at - mBegin;
   const auto frames =
-      scaled(static_cast<uint64_t>(distance < 0 ? -distance : distance), mDescription->timescale, kSecond);
+      rounded(static_cast<uint64_t>(distance < 0 ? -distance : distance), mDescription->timescale, kSecond);
   const auto bounded = static_cast<int64_t>(std::min<uint64_t>(frames, INT64_MAX / 4));
   return distance < 0 ? -bounded : bounded;
 }

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <tuple>
 #include <utility>
 
 #include "platform/foundation/log.h"
@@ -205,7 +206,8 @@ bool MovieFileWriter::writeHeader() {
 bool MovieFileWriter::writeSecondHeader() {
   const auto header = makeFragmentedMovieHeader(mMovie, knownTracks());
   const Slot spare = mSlots[1];
-  constexpr uint64_t kAtomHeader = 8;
+  constexpr size_t kAtomHeader = 8;
+  constexpr size_t kAtomType = 4;
   if (spare.size < header.size() + kAtomHeader) {
     for (MediaTrack& track : mTracks) {
       if (track.description() && track.index().count() == 0 && !track.waiting().empty()) track.refuse();
@@ -220,12 +222,15 @@ bool MovieFileWriter::writeSecondHeader() {
     writer.zeros(spare.size - header.size() - kAtomHeader);
   }
   // First everything behind the room's own header, which makes readers skip it; then that header,
-  // which lies in one page; then the old one goes.
+  // which lies in one page; then its type; then the old one goes.
   const std::span<const uint8_t> all = bytes;
-  if (!writeInPlace(all.subspan(kAtomHeader), spare.offset + kAtomHeader) ||
-      !writeInPlace(all.first(kAtomHeader), spare.offset) ||
-      !writeInPlace(typeBytes(fourCharCode("free")), mSlots[0].offset + kTypeOffset)) {
-    return false;
+  if (const int error = mFile->writeAll(all.subspan(kAtomHeader), spare.offset + kAtomHeader)) return fail(error);
+  writer.patch32(kAtomType, fourCharCode("free"));
+  if (const int error = mFile->writeAll(all.first(kAtomHeader), spare.offset)) return fail(error);
+  for (const auto& [offset, before, type] :
+       {std::tuple(spare.offset, fourCharCode("free"), fourCharCode("moov")),
+        std::tuple(mSlots[0].offset, fourCharCode("moov"), fourCharCode("free"))}) {
+    if (const int error = changeType(*mFile, offset, before, type)) return fail(error);
   }
   std::swap(mSlots[0], mSlots[1]);
   mSlots[0].size = header.size();
@@ -239,10 +244,10 @@ bool MovieFileWriter::flush() {
   mFragment.build(mSequence + 1, mTracks);
   const uint64_t offset = mEnd;
   if (!writeOrCutBack(mFragment.vectors(), mFragment.size())) return false;
-  if (!writeInPlace(typeBytes(fourCharCode("moof")), offset + kTypeOffset)) {
+  if (const int error = changeType(*mFile, offset, fourCharCode("free"), fourCharCode("moof"))) {
     mFile->truncate(offset);
     setEnd(offset);
-    return false;
+    return fail(error);
   }
   ++mSequence;
   mFragment.enterIndexes(offset, mTracks);
@@ -275,11 +280,6 @@ bool MovieFileWriter::writeOrCutBack(std::span<iovec> vectors, uint64_t size) {
   }
   setEnd(mEnd + size);
   return true;
-}
-
-bool MovieFileWriter::writeInPlace(std::span<const uint8_t> bytes, uint64_t offset) {
-  const int error = mFile->writeAll(bytes, offset);
-  return error == 0 || fail(error);
 }
 
 bool MovieFileWriter::sync() {

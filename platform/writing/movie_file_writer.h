@@ -79,7 +79,6 @@ class MovieFileWriter {
   bool flush();
   bool makePlain();
   bool writeOrCutBack(std::span<iovec> vectors, uint64_t size);
-  bool writeInPlace(std::span<const uint8_t> bytes, uint64_t offset);
   bool sync();
   bool fail(int error);
   void setEnd(uint64_t end);

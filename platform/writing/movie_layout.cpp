@@ -1,8 +1,30 @@
 #include "platform/writing/movie_layout.h"
 
+#include <array>
+
 #include "platform/writing/file_system.h"
 
 namespace vesk {
+namespace {
+
+std::array<uint8_t, 4> typeBytes(uint32_t type) {
+  std::array<uint8_t, 4> bytes;
+  writeBigEndian32(bytes.data(), type);
+  return bytes;
+}
+
+/// Writes over bytes in the file. When that fails, what stood there is put back as far as possible.
+int replaceBytes(File& file, uint64_t offset, std::span<const uint8_t> bytes, std::span<const uint8_t> before) {
+  const int error = file.writeAll(bytes, offset);
+  if (error != 0) file.writeAll(before, offset);
+  return error;
+}
+
+}  // namespace
+
+int changeType(File& file, uint64_t offset, uint32_t before, uint32_t type) {
+  return replaceBytes(file, offset + 4, typeBytes(type), typeBytes(before));
+}
 
 int makeMoviePlain(File& file, std::span<const uint8_t> header, uint64_t end) {
   if (const int error = file.writeAll(header, end)) {
@@ -10,9 +32,11 @@ int makeMoviePlain(File& file, std::span<const uint8_t> header, uint64_t end) {
     return error;
   }
   if (const int error = file.syncData()) return error;
-  if (const int error = file.writeAll(typeBytes(fourCharCode("moov")), end + kTypeOffset)) return error;
+  if (const int error = changeType(file, end, fourCharCode("free"), fourCharCode("moov"))) return error;
   if (const int error = file.syncData()) return error;
-  return coverMediaData(file, end, header.size());
+  const int error = coverMediaData(file, end, header.size());
+  if (error != 0) changeType(file, end, fourCharCode("moov"), fourCharCode("free"));
+  return error;
 }
 
 int coverMediaData(File& file, uint64_t offset, uint64_t size) {
@@ -21,7 +45,10 @@ int coverMediaData(File& file, uint64_t offset, uint64_t size) {
   writer.u32(1);
   writer.u32(fourCharCode("mdat"));
   writer.u64(offset - kReservedOffset);
-  if (const int error = file.writeAll(bytes, kReservedOffset)) return error;
+  const auto beginning = makeMovieBeginning();
+  if (const int error = replaceBytes(file, kReservedOffset, bytes, std::span(beginning).subspan(kReservedOffset))) {
+    return error;
+  }
   if (const int error = file.syncData()) return error;
   file.truncate(offset + size);  // the movie is complete with or without that
   return 0;

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <span>
 #include <vector>
@@ -34,13 +33,9 @@ inline std::vector<uint8_t> makeMovieBeginning() {
   return bytes;
 }
 
-/// The four bytes that change an atom's type, to be written four bytes behind its start.
-constexpr uint64_t kTypeOffset = 4;
-inline std::array<uint8_t, 4> typeBytes(uint32_t type) {
-  std::array<uint8_t, 4> bytes;
-  writeBigEndian32(bytes.data(), type);
-  return bytes;
-}
+/// Changes the type of the atom at `offset`, four bytes that do not lie across two pages of memory
+/// when the offset is a multiple of four. When that fails, the type is still what it was.
+int changeType(File& file, uint64_t offset, uint32_t before, uint32_t type);
 
 /// Turns a fragmented movie of `end` bytes into a plain one. `header` is its `moov`, written as
 /// `free`: it is appended, becomes `moov`, and then the reserved header becomes one `mdat` over

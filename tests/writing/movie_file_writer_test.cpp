@@ -2,60 +2,515 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
+#include <cerrno>
+#include <cstring>
 
+#include "platform/foundation/byte_reader.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/writing/movie_probe.h"
-#include "tests/writing/movie_samples.h"
+#include "tests/writing/recording.h"
 
 namespace vesk::test {
 namespace {
 
 constexpr char kPath[] = "movie.mov";
 
+/// The types of the atoms at the top level, one after the other.
+std::string layoutOf(const std::vector<uint8_t>& file) {
+  std::string types;
+  for (size_t at = 0; at + 8 <= file.size();) {
+    uint64_t size = readBigEndian32(file.data() + at);
+    if (size == 1)
+      size = uint64_t{readBigEndian32(file.data() + at + 8)} << 32 | readBigEndian32(file.data() + at + 12);
+    types += std::string(reinterpret_cast<const char*>(file.data() + at + 4), 4) + " ";
+    if (size < 8 || size > file.size() - at) return types + "torn";
+    at += size;
+  }
+  return types;
+}
+
+/// Replaces runs of the same word.
+std::string withoutRepeats(std::string text, const std::string& word) {
+  const std::string twice = word + word;
+  for (size_t at; (at = text.find(twice)) != std::string::npos;) text.erase(at, word.size());
+  return text;
+}
+
 /// A writer on files in memory.
 class MovieFileWriterTest : public ::testing::Test {
  protected:
   size_t addVideo() { return mWriter.addTrack(TrackKind::kVideo); }
   size_t addSound() { return mWriter.addTrack(TrackKind::kSound); }
-  ProbedMovie probe(Probe depth = Probe::kDecode) { return probeMovie(mFiles.bytes(kPath), depth); }
+  ProbedMovie probe(Probe depth = Probe::kPackets) { return probeMovie(mFiles.bytes(kPath), depth); }
+  ProbedMovie finishAndProbe(Probe depth = Probe::kPackets) {
+    EXPECT_TRUE(mWriter.finish());
+    ProbedMovie movie = probe(depth);
+    EXPECT_EQ(movie.complaints, "");
+    return movie;
+  }
 
   MemoryFileSystem mFiles;
   MovieFileWriter mWriter{kPath, mFiles};
 };
 
-constexpr int64_t kFrames = 1024;
+class MovieContentTest : public MovieFileWriterTest, public ::testing::WithParamInterface<Content> {};
 
-TEST_F(MovieFileWriterTest, WritesH264AndPCM) {
+TEST_P(MovieContentTest, IsReadableWhileItGrowsAndPlainAtTheEnd) {
+  const bool isAAC = GetParam() == Content::kH264AndAAC;
+  const bool isPacked = GetParam() == Content::kPackedAndPCM;
+  Recording recording(mWriter, GetParam());
+  ASSERT_TRUE(mWriter.start());
+
+  // After every single write a reader finds all but the last two seconds and has nothing to say.
+  size_t writes = 0;
+  bool finishing = false;
+  mFiles.setObserver([&](const std::vector<uint8_t>& bytes) {
+    if (bytes.empty()) return;
+    ++writes;
+    ProbedMovie movie = probeMovie(bytes);
+    if (finishing) {  // two headers for a moment, of which readers take the first
+      const size_t at = movie.complaints.find("Found duplicated MOOV Atom. Skipped it\n");
+      if (at != std::string::npos) movie.complaints.erase(at, strlen("Found duplicated MOOV Atom. Skipped it\n"));
+    }
+    ASSERT_EQ(movie.tracks.size(), 2U);
+    if (movie.tracks[0].packets == 0) return;  // the reader misses a first picture
+    EXPECT_EQ(movie.complaints, "") << "after write " << writes;
+    constexpr int64_t kLag = 2'000'000 - 250'000;  // a quarter of a second waits in the queues
+    const int64_t wanted = static_cast<int64_t>(recording.pictures()) * Recording::kPictureDuration - kLag;
+    for (const ProbedTrack& track : movie.tracks) EXPECT_GE(track.endTime, wanted) << "after write " << writes;
+  });
+  ASSERT_TRUE(recording.recordUpTo(150));
+  EXPECT_EQ(withoutRepeats(layoutOf(mFiles.bytes(kPath)), "moof mdat "), "ftyp free moov free moof mdat ");
+  finishing = true;
+  const ProbedMovie movie = finishAndProbe(Probe::kDecode);
+  EXPECT_GT(writes, 10U);
+  EXPECT_EQ(layoutOf(mFiles.bytes(kPath)), "ftyp mdat moov ");
+  EXPECT_EQ(mWriter.bytesWritten(), mFiles.bytes(kPath).size());
+
+  ASSERT_EQ(movie.tracks.size(), 2U);
+  const ProbedTrack& video = movie.tracks[0];
+  EXPECT_EQ(video.codec, isPacked ? "2vuy" : "h264");
+  EXPECT_EQ(video.width, isPacked ? 64 : 176);
+  EXPECT_EQ(video.packets, 150);
+  EXPECT_EQ(video.keyPackets, isPacked ? 150 : 9);
+  EXPECT_EQ(video.endTime, 4'500'000);
+  if (!isPacked) {
+    EXPECT_EQ(video.decoded, 150);
+  }
+  const ProbedTrack& sound = movie.tracks[1];
+  EXPECT_EQ(sound.codec, isAAC ? "aac" : "pcm_s16le");
+  EXPECT_EQ(sound.sampleRate, 48000);
+  EXPECT_EQ(sound.channels, 2);
+  if (isAAC) {
+    EXPECT_EQ(sound.packets, recording.frames() / 1024);
+    EXPECT_EQ(sound.firstTime, -21'333) << "the first packet is trimmed";
+  } else {
+    EXPECT_EQ(sound.decoded, recording.frames());
+    for (size_t i = 0; i < sound.content.size() / 4; ++i) {
+      ASSERT_EQ(sound.content[i * 4] | sound.content[i * 4 + 1] << 8, static_cast<int>(i & 0xFFFF));
+    }
+  }
+  EXPECT_EQ(movie.software, "Vesk 0.1.0");
+  EXPECT_EQ(movie.date.size(), strlen("2026-01-01T00:00:00+0000"));
+}
+
+INSTANTIATE_TEST_SUITE_P(All, MovieContentTest,
+                         ::testing::Values(Content::kH264AndPCM, Content::kPackedAndPCM, Content::kH264AndAAC),
+                         [](const auto& row) { return std::to_string(static_cast<int>(row.param)); });
+
+TEST_F(MovieFileWriterTest, AlternatesPicturesAndSoundInHalfSeconds) {
+  Recording recording(mWriter, Content::kH264AndPCM);
+  ASSERT_TRUE(mWriter.start());
+  ASSERT_TRUE(recording.recordUpTo(300));
+  const ProbedMovie movie = finishAndProbe();
+  for (const ProbedTrack& track : movie.tracks) {
+    EXPECT_GE(track.chunks, 18) << track.codec;
+    EXPECT_LE(track.chunks, 36) << track.codec;
+  }
+}
+
+struct SoundFormat {
+  const char* label;
+  double rate;
+  uint32_t channels;
+  uint32_t bits;
+  const char* codec;
+};
+class SoundFormatTest : public MovieFileWriterTest, public ::testing::WithParamInterface<SoundFormat> {};
+
+TEST_P(SoundFormatTest, IsReadAsItWasWritten) {
+  const SoundFormat& format = GetParam();
+  const size_t sound = addSound();
+  const bool isAAC = format.bits == 0;
+  ASSERT_TRUE(mWriter.start());
+  for (uint32_t i = 0; i < 200; ++i) {
+    const auto time = static_cast<int64_t>(i * 1024 * 1e6 / format.rate);
+    const auto sample = isAAC ? aacSample(aacFormat(format.rate, format.channels), 1, i * 1024, i == 0)
+                              : pcmSample(pcmFormat(format.rate, format.channels, format.bits), 1024, time);
+    ASSERT_TRUE(mWriter.append(sound, sample));
+  }
+  for (const ProbedMovie& movie : {probe(), finishAndProbe()}) {
+    EXPECT_EQ(movie.complaints, "");
+    ASSERT_EQ(movie.tracks.size(), 1U);
+    EXPECT_EQ(movie.tracks[0].codec, format.codec);
+    EXPECT_EQ(movie.tracks[0].sampleRate, static_cast<int>(format.rate));
+    EXPECT_EQ(movie.tracks[0].channels, static_cast<int>(format.channels));
+  }
+  if (!isAAC) {
+    EXPECT_EQ(probe().tracks[0].bytes, int64_t{200} * 1024 * format.channels * format.bits / 8);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, SoundFormatTest,
+                         ::testing::Values(SoundFormat{"telephone", 8000, 1, 16, "pcm_s16le"},
+                                           SoundFormat{"disc", 44100, 2, 16, "pcm_s16le"},
+                                           SoundFormat{"above 16 bits of rate", 96000, 2, 16, "pcm_s16le"},
+                                           SoundFormat{"wide", 48000, 2, 24, "pcm_s24le"},
+                                           SoundFormat{"mono AAC", 16000, 1, 0, "aac"},
+                                           SoundFormat{"fast AAC", 96000, 2, 0, "aac"},
+                                           SoundFormat{"slow AAC", 22050, 6, 0, "aac"}),
+                         [](const auto& row) { return std::to_string(row.index); });
+
+TEST_F(MovieFileWriterTest, AddsATrackWhoseFirstSampleComesLate) {
   const size_t video = addVideo();
   const size_t sound = addSound();
-  const auto format = pcmFormat(48000, 2);
+  const auto format = pcmFormat(48000, 1);
   ASSERT_TRUE(mWriter.start());
-  int64_t written = 0;
-  for (size_t i = 0; i < 100; ++i) {
-    ASSERT_TRUE(mWriter.append(video, h264Sample(i, static_cast<int64_t>(i) * 30'000)));
-    for (; written * 1'000'000 / 48000 < static_cast<int64_t>(i) * 30'000; written += kFrames) {
-      ASSERT_TRUE(mWriter.append(
-          sound, pcmSample(format, kFrames, written * 1'000'000 / 48000, static_cast<uint32_t>(written))));
-    }
+  bool soundIsThere = false;
+  mFiles.setObserver([&](const std::vector<uint8_t>& bytes) {
+    if (bytes.empty()) return;
+    ProbedMovie movie = probeMovie(bytes);
+    const size_t at = movie.complaints.find("Found duplicated MOOV Atom. Skipped it\n");
+    if (at != std::string::npos) movie.complaints.clear();
+    EXPECT_EQ(movie.tracks.empty() || movie.tracks[0].packets == 0 ? "" : movie.complaints, "");
+    EXPECT_TRUE(movie.find(soundIsThere ? "pcm_s16le" : "h264"));
+  });
+  for (int i = 0; i < 100; ++i) ASSERT_TRUE(mWriter.append(video, h264Sample(static_cast<size_t>(i), i * 30'000)));
+  for (int i = 100; i < 200; ++i) {
+    ASSERT_TRUE(mWriter.append(video, h264Sample(static_cast<size_t>(i), i * 30'000)));
+    ASSERT_TRUE(mWriter.append(sound, pcmSample(format, 1440, i * 30'000)));
+    soundIsThere = true;
+  }
+  mFiles.setObserver({});
+  const ProbedMovie growing = probe();
+  ASSERT_TRUE(growing.find("pcm_s16le"));
+  EXPECT_EQ(growing.find("pcm_s16le")->firstTime, 3'000'000);
+  EXPECT_EQ(layoutOf(mFiles.bytes(kPath)).substr(0, 35), "ftyp free free free moov free moof ");
+
+  const ProbedMovie movie = finishAndProbe();
+  ASSERT_EQ(movie.tracks.size(), 2U);
+  EXPECT_EQ(movie.find("pcm_s16le")->firstTime, 3'000'000);
+  EXPECT_EQ(movie.find("pcm_s16le")->bytes, 100 * 1440 * 2);
+  EXPECT_EQ(movie.find("h264")->packets, 200);
+}
+
+TEST_F(MovieFileWriterTest, LeavesOutATrackWithoutSamples) {
+  const size_t video = addVideo();
+  const size_t sound = addSound();
+  ASSERT_TRUE(mWriter.start());
+  for (int i = 0; i < 70; ++i) ASSERT_TRUE(mWriter.append(video, h264Sample(static_cast<size_t>(i), i * 30'000)));
+  EXPECT_GE(probe().find("h264")->packets, 33) << "the silent track does not hold up the other's fragments";
+  mWriter.finishTrack(sound);
+  EXPECT_EQ(finishAndProbe().tracks.size(), 1U);
+}
+
+TEST_F(MovieFileWriterTest, RemovesAMovieWithoutSamples) {
+  addVideo();
+  ASSERT_TRUE(mWriter.start());
+  EXPECT_TRUE(mFiles.exists(kPath));
+  EXPECT_TRUE(mWriter.finish());
+  EXPECT_EQ(mWriter.status(), AVAssetWriterStatus::Completed);
+  EXPECT_FALSE(mFiles.exists(kPath));
+}
+
+TEST_F(MovieFileWriterTest, GivesPicturesTheTimeToTheNextOne) {
+  const size_t video = addVideo();
+  ASSERT_TRUE(mWriter.start());
+  const std::vector<int64_t> times{0, 30'000, 90'000, 3'000'000, 3'030'000, 4'100'000};
+  for (size_t i = 0; i < times.size(); ++i) ASSERT_TRUE(mWriter.append(video, h264Sample(i, times[i])));
+  const ProbedMovie movie = finishAndProbe();
+  ASSERT_EQ(movie.tracks.size(), 1U);
+  EXPECT_EQ(movie.tracks[0].times, times);
+  EXPECT_EQ(movie.tracks[0].endTime, 4'130'000) << "the last one lasts as long as it says";
+}
+
+TEST_F(MovieFileWriterTest, KeepsPicturesInOrderWhenStampsAreNot) {
+  const size_t video = addVideo();
+  ASSERT_TRUE(mWriter.start());
+  for (const int64_t time : {100'000, 130'000, 130'000, 50'000, 190'000}) {
+    ASSERT_TRUE(mWriter.append(video, packedSample(packedFormat(16, 16), 0, time)));
+  }
+  const ProbedMovie movie = finishAndProbe();
+  EXPECT_EQ(movie.tracks[0].times, (std::vector<int64_t>{100'000, 130'000, 130'001, 130'002, 190'000}));
+}
+
+TEST_F(MovieFileWriterTest, CountsTimesFromTheSessionsStart) {
+  const size_t video = addVideo();
+  ASSERT_TRUE(mWriter.start());
+  mWriter.setSessionStart(microseconds(5'000'000));
+  for (int i = 0; i < 10; ++i)
+    ASSERT_TRUE(mWriter.append(video, h264Sample(static_cast<size_t>(i), 5'500'000 + i * 30'000)));
+  EXPECT_EQ(finishAndProbe().tracks[0].firstTime, 500'000);
+}
+
+/// Sound alone: 48 kHz, one channel.
+class PCMTimingTest : public MovieFileWriterTest {
+ protected:
+  void SetUp() override {
+    mSound = addSound();
+    ASSERT_TRUE(mWriter.start());
+  }
+  void append(uint32_t frames, int64_t time, uint32_t first, uint32_t silence = 0) {
+    ASSERT_TRUE(mWriter.append(mSound, pcmSample(mFormat, frames, time, first, silence)));
+  }
+  /// The values of all frames.
+  std::vector<uint16_t> finishAndRead() {
+    const ProbedMovie movie = finishAndProbe();
+    std::vector<uint16_t> values(movie.tracks[0].content.size() / 2);
+    memcpy(values.data(), movie.tracks[0].content.data(), values.size() * 2);
+    return values;
+  }
+
+  size_t mSound = 0;
+  CMAudioFormatDescriptionRef mFormat = pcmFormat(48000, 1);
+};
+
+TEST_F(PCMTimingTest, FillsAGapWithSilence) {
+  append(480, 0, 1000);
+  append(480, 30'000, 2000);
+  const auto values = finishAndRead();
+  ASSERT_EQ(values.size(), 480U + 960 + 480);
+  EXPECT_EQ(values[479], 1479);
+  EXPECT_EQ(values[480], 0);
+  EXPECT_EQ(values[1439], 0);
+  EXPECT_EQ(values[1440], 2000);
+}
+
+TEST_F(PCMTimingTest, TakesSmallJitterAsContinuous) {
+  append(480, 0, 1000);
+  append(480, 11'900, 2000);
+  append(480, 18'000, 3000);
+  EXPECT_EQ(finishAndRead().size(), 1440U);
+}
+
+TEST_F(PCMTimingTest, LeavesOutInsertedSilenceThatLiesOverSound) {
+  append(480, 0, 1000);
+  append(480, 10'000, 2000);
+  // Silence of 480 frames at 12.5 ms: 360 frames of it lie over sound that ends at 20 ms.
+  append(480, 12'500, 3000, 480);
+  // All of it does.
+  append(480, 25'000, 4000, 240);
+  const auto values = finishAndRead();
+  ASSERT_EQ(values.size(), 4 * 480U + 120);
+  EXPECT_EQ(values[959], 2479);
+  EXPECT_EQ(values[960], 0);
+  EXPECT_EQ(values[1079], 0);
+  EXPECT_EQ(values[1080], 3000);
+  EXPECT_EQ(values[1560], 4000);
+}
+
+TEST_F(PCMTimingTest, KeepsLongSoundInStep) {
+  // What the source does: every packet is placed where the one before ended, in whole microseconds,
+  // and a packet of silence is put in when the stamps have fallen a packet behind the clock. Small
+  // packets make of five minutes what takes hours with large ones.
+  constexpr uint32_t kFrames = 64;
+  constexpr int64_t kDuration = int64_t{kFrames} * 1'000'000 / 48000;
+  constexpr int64_t kPackets = int64_t{300} * 48000 / kFrames;
+  int64_t next = 0;
+  int64_t inserted = 0;
+  for (int64_t packet = 0; packet < kPackets; ++packet) {
+    const int64_t clock = packet * kFrames * 1'000'000 / 48000;
+    const auto silence = static_cast<uint32_t>((clock - next) / kDuration * kFrames);
+    inserted += silence;
+    append(kFrames, next, static_cast<uint32_t>(packet), silence);
+    next += (kFrames + int64_t{silence}) * 1'000'000 / 48000;
+  }
+  EXPECT_GT(inserted, 3000) << "the source did insert silence";
+  ASSERT_TRUE(mWriter.finish());
+  const ProbedMovie movie = probe();
+  EXPECT_NEAR(static_cast<double>(movie.tracks[0].bytes / 2), static_cast<double>(kPackets * kFrames), 48.0)
+      << "a millisecond";
+}
+
+TEST_F(MovieFileWriterTest, StretchesThePacketBeforeAGapInAAC) {
+  const size_t sound = addSound();
+  const auto format = aacFormat(48000, 2);
+  ASSERT_TRUE(mWriter.start());
+  // One gap within a fragment and one behind it, each of 47 packets.
+  int64_t time = 0;
+  std::vector<int64_t> times;
+  for (int i = 0; i < 150; ++i) {
+    if (i == 20 || i == 47) time += int64_t{47} * 1024;
+    ASSERT_TRUE(mWriter.append(sound, aacSample(format, 1, time, false)));
+    times.push_back(time * 1'000'000 / 48000);
+    time += 1024;
   }
   const ProbedMovie growing = probe();
   EXPECT_EQ(growing.complaints, "");
-  ASSERT_EQ(growing.tracks.size(), 2U);
-  EXPECT_GE(growing.tracks[0].decoded, 66);
+  const ProbedMovie movie = finishAndProbe();
+  ASSERT_EQ(movie.tracks[0].times.size(), times.size());
+  for (size_t i = 0; i < times.size(); ++i) ASSERT_NEAR(movie.tracks[0].times[i], times[i], 1) << i;
+}
 
-  ASSERT_TRUE(mWriter.finish());
-  const ProbedMovie movie = probe();
-  EXPECT_EQ(movie.complaints, "");
-  ASSERT_EQ(movie.tracks.size(), 2U);
-  EXPECT_EQ(movie.tracks[0].codec, "h264");
-  EXPECT_EQ(movie.tracks[0].packets, 100);
+TEST_F(MovieFileWriterTest, TakesSeveralPacketsInOneSample) {
+  const size_t sound = addSound();
+  ASSERT_TRUE(mWriter.start());
+  ASSERT_TRUE(mWriter.append(sound, aacSample(aacFormat(44100, 1), 5, 0, true)));
+  ASSERT_TRUE(mWriter.append(sound, aacSample(aacFormat(44100, 1), 3, 5 * 1024, false)));
+  EXPECT_EQ(finishAndProbe().tracks[0].packets, 8);
+}
+
+TEST_F(MovieFileWriterTest, RefusesSamplesThatDoNotFit) {
+  const size_t video = addVideo();
+  const size_t sound = addSound();
+  EXPECT_FALSE(mWriter.append(video, h264Sample(0, 0))) << "not started";
+  ASSERT_TRUE(mWriter.start());
+  EXPECT_FALSE(mWriter.append(video, nullptr));
+  EXPECT_FALSE(mWriter.append(7, h264Sample(0, 0)));
+  EXPECT_FALSE(mWriter.append(sound, h264Sample(0, 0))) << "a picture for the sound";
+  EXPECT_FALSE(mWriter.append(video, h264Sample(0, INT64_MAX)));
+  ASSERT_TRUE(mWriter.append(video, h264Sample(0, 0)));
+  EXPECT_FALSE(mWriter.append(video, packedSample(packedFormat(64, 48), 0, 30'000))) << "another format";
+  mWriter.finishTrack(video);
+  EXPECT_FALSE(mWriter.append(video, h264Sample(1, 30'000))) << "finished";
+  EXPECT_EQ(finishAndProbe().tracks[0].packets, 1);
+}
+
+TEST_F(MovieFileWriterTest, UsesWideOffsetsAndTimesOnlyWhenTheyAreNeeded) {
+  const size_t video = addVideo();
+  ASSERT_TRUE(mWriter.start());
+  const auto has = [&](const char* type) {
+    const auto bytes = mFiles.bytes(kPath);
+    return std::search(bytes.begin(), bytes.end(), type, type + 4) != bytes.end();
+  };
+  // Two hours in microseconds do not fit 32 bits.
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(mWriter.append(video, h264Sample(0, i * int64_t{3'500'000'000})));
+  const ProbedMovie movie = finishAndProbe();
+  EXPECT_EQ(movie.tracks[0].times.back(), 7'000'000'000);
+  EXPECT_TRUE(has("stco"));
+  EXPECT_FALSE(has("co64"));
+}
+
+// Failures.
+
+struct FailureRow {
+  int error;
+  int64_t code;
+};
+class WriteFailureTest : public ::testing::TestWithParam<FailureRow> {};
+
+/// Lets one operation after the other fail, each with nothing and with part of its bytes written.
+TEST_P(WriteFailureTest, LeavesAPlayableMovieAndSaysWhy) {
+  const auto [error, code] = GetParam();
+  for (const size_t part : {size_t{0}, size_t{5}, size_t{700}}) {
+    bool failed = true;
+    for (size_t victim = 0; failed && victim < 200; ++victim) {
+      MemoryFileSystem files;
+      MovieFileWriter writer(kPath, files);
+      Recording recording(writer, Content::kH264AndPCM);
+      ASSERT_TRUE(writer.start());
+      size_t writes = 0;
+      failed = false;
+      const int reason = error;
+      files.setFaults([&](MemoryFileSystem::Operation operation, size_t, uint64_t, size_t bytes) {
+        MemoryFileSystem::Fault fault;
+        if (operation != MemoryFileSystem::Operation::kWrite || writes++ < victim) return fault;
+        // From here on every write of more than a few bytes fails: the disk stays full.
+        if (failed && bytes <= 16) return fault;
+        failed = true;
+        fault.error = reason;
+        fault.mostBytes = std::min(part, bytes);
+        return fault;
+      });
+      recording.recordUpTo(120);
+      const uint64_t good = writer.bytesWritten();
+      const bool finished = writer.finish();
+      EXPECT_EQ(finished, !failed);
+      if (!failed) break;
+      EXPECT_EQ(writer.status(), AVAssetWriterStatus::Failed);
+      EXPECT_EQ(writer.error().code, code);
+      EXPECT_NE(writer.error().description.find(kPath), std::string::npos);
+      if (!files.exists(kPath) || files.bytes(kPath).empty()) continue;  // nothing was written yet
+      const ProbedMovie movie = probeMovie(files.bytes(kPath));
+      ASSERT_TRUE(movie.opened) << "write " << victim << ", good up to " << good;
+      if (movie.tracks[0].packets > 0) {
+        EXPECT_EQ(movie.complaints, "") << "write " << victim;
+      }
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(All, WriteFailureTest,
+                         ::testing::Values(FailureRow{ENOSPC, AVErrorDiskFull}, FailureRow{EDQUOT, AVErrorDiskFull},
+                                           FailureRow{EFBIG, AVErrorDiskFull},
+                                           FailureRow{EIO, AVErrorFileFailedToWrite},
+                                           FailureRow{EBADF, AVErrorUnknown}),
+                         [](const auto& row) { return std::string(strerrorname_np(row.param.error)); });
+
+TEST_F(MovieFileWriterTest, FinishesAMovieWhenTheDiskHasRoomAgain) {
+  Recording recording(mWriter, Content::kH264AndPCM);
+  ASSERT_TRUE(mWriter.start());
+  ASSERT_TRUE(recording.recordUpTo(100));
+  mFiles.setFaults([](auto operation, size_t, uint64_t, size_t) {
+    return MemoryFileSystem::Fault{operation == MemoryFileSystem::Operation::kWrite ? ENOSPC : 0, 4096};
+  });
+  EXPECT_FALSE(recording.recordUpTo(200));
+  mFiles.setFaults({});
+  EXPECT_FALSE(mWriter.finish());
+  EXPECT_EQ(layoutOf(mFiles.bytes(kPath)), "ftyp mdat moov ");
+  EXPECT_GE(probe().find("h264")->packets, 67);
+}
+
+TEST_F(MovieFileWriterTest, GetsByOnShortAndInterruptedWrites) {
+  Recording recording(mWriter, Content::kH264AndAAC);
+  ASSERT_TRUE(mWriter.start());
+  size_t turn = 0;
+  mFiles.setFaults([&](auto operation, size_t, uint64_t, size_t) {
+    MemoryFileSystem::Fault fault;
+    if (operation != MemoryFileSystem::Operation::kWrite) return fault;
+    if (++turn % 3 == 0) return MemoryFileSystem::Fault{EINTR, SIZE_MAX};
+    fault.mostBytes = turn % 3 == 1 ? 1 : 777;
+    return fault;
+  });
+  ASSERT_TRUE(recording.recordUpTo(100));
+  const ProbedMovie movie = finishAndProbe(Probe::kDecode);
   EXPECT_EQ(movie.tracks[0].decoded, 100);
-  EXPECT_EQ(movie.tracks[0].keyPackets, 6);
-  EXPECT_EQ(movie.tracks[0].endTime, 3'000'000);
-  EXPECT_EQ(movie.tracks[1].codec, "pcm_s16le");
-  EXPECT_EQ(movie.tracks[1].decoded, written);
-  EXPECT_EQ(movie.software, "Vesk 0.1.0");
+}
+
+TEST_F(MovieFileWriterTest, FailsWhenTheFolderVanishes) {
+  Recording recording(mWriter, Content::kH264AndPCM);
+  ASSERT_TRUE(mWriter.start());
+  ASSERT_TRUE(recording.recordUpTo(50));
+  mFiles.removeFolder();
+  for (size_t pictures = 50; pictures < 20'000 && recording.recordUpTo(pictures); pictures += 10) {
+  }
+  EXPECT_EQ(mWriter.status(), AVAssetWriterStatus::Failed);
+  EXPECT_EQ(mWriter.error().code, AVErrorFileFailedToWrite);
+  EXPECT_FALSE(mWriter.finish());
+}
+
+TEST_F(MovieFileWriterTest, FailsWhenSyncingDoes) {
+  Recording recording(mWriter, Content::kH264AndPCM);
+  ASSERT_TRUE(mWriter.start());
+  mFiles.setFaults([](auto operation, size_t, uint64_t, size_t) {
+    return MemoryFileSystem::Fault{operation == MemoryFileSystem::Operation::kSync ? EIO : 0};
+  });
+  recording.recordUpTo(100);
+  EXPECT_FALSE(mWriter.finish());
+  EXPECT_EQ(mWriter.error().code, AVErrorFileFailedToWrite);
+  EXPECT_EQ(probe().complaints, "");
+}
+
+TEST_F(MovieFileWriterTest, LeavesAMovieAloneThatAnotherRecordingWrites) {
+  Recording recording(mWriter, Content::kH264AndPCM);
+  ASSERT_TRUE(mWriter.start());
+  ASSERT_TRUE(recording.recordUpTo(60));
+  const auto before = mFiles.bytes(kPath);
+  MovieFileWriter second(kPath, mFiles);
+  second.addTrack(TrackKind::kVideo);
+  EXPECT_FALSE(second.start());
+  EXPECT_EQ(second.status(), AVAssetWriterStatus::Failed);
+  EXPECT_EQ(mFiles.bytes(kPath), before);
 }
 
 }  // namespace

@@ -9,6 +9,7 @@ extern "C" {
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <utility>
 
 namespace vesk::test {
 namespace {
@@ -86,6 +87,7 @@ void readPackets(AVFormatContext* context, ProbedMovie& movie, Probe depth, bool
   for (unsigned i = 0; i < context->nb_streams; ++i) {
     decoders.push_back(depth == Probe::kDecode ? std::make_unique<Decoder>(*context->streams[i]->codecpar) : nullptr);
   }
+  std::vector<std::pair<int64_t, int>> places;
   AVPacket* packet = av_packet_alloc();
   while (av_read_frame(context, packet) >= 0) {
     ProbedTrack& track = movie.tracks[static_cast<size_t>(packet->stream_index)];
@@ -98,12 +100,18 @@ void readPackets(AVFormatContext* context, ProbedMovie& movie, Probe depth, bool
       track.times.push_back(time);
       track.content.insert(track.content.end(), packet->data, packet->data + packet->size);
     }
+    if (keepContent) places.emplace_back(packet->pos, packet->stream_index);
     ++track.packets;
     if (packet->flags & AV_PKT_FLAG_KEY) ++track.keyPackets;
     if (auto& decoder = decoders[static_cast<size_t>(packet->stream_index)]) track.decoded += decoder->decode(packet);
     av_packet_unref(packet);
   }
   av_packet_free(&packet);
+  std::sort(places.begin(), places.end());
+  for (size_t i = 0; i < places.size(); ++i) {
+    if (i == 0 || places[i].second != places[i - 1].second)
+      ++movie.tracks[static_cast<size_t>(places[i].second)].chunks;
+  }
   for (size_t i = 0; i < decoders.size(); ++i) {
     if (decoders[i]) movie.tracks[i].decoded += decoders[i]->decode(nullptr);
   }

@@ -19,13 +19,13 @@ struct ProbedTrack {
   int packets = 0;
   int keyPackets = 0;
   int64_t bytes = 0;             ///< of all packets
+  int chunks = 0;                ///< runs of packets of this track in the file
   int decoded = 0;               ///< pictures, or frames of sound
   std::vector<int64_t> times;    ///< microseconds, of each packet
   std::vector<uint8_t> content;  ///< the packets' bytes one after the other
 };
 struct ProbedMovie {
   bool opened = false;
-  bool hasFragments = false;
   std::vector<ProbedTrack> tracks;
   std::string date;
   std::string software;

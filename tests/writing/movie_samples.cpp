@@ -66,7 +66,9 @@ const H264Clip& H264Clip::shared() {
   return clip;
 }
 
-CMTime microseconds(int64_t value) { return CMTimeMake(value, 1'000'000); }
+CMTime microseconds(int64_t value) {
+  return CMTimeMake(value, 1'000'000);
+}
 
 CMSampleBufferRef h264Sample(size_t number, int64_t time, int64_t duration) {
   const H264Clip& clip = H264Clip::shared();
