@@ -20,8 +20,8 @@ namespace {
 /// What the devices of one file share.
 class SharedFootage {
  public:
-  SharedFootage(std::unique_ptr<Footage> footage, std::string name, const SourceOptions& options)
-      : mFootage(std::move(footage)), mName(std::move(name)), mConductor(options.pace) {
+  SharedFootage(std::unique_ptr<Footage> footage, std::string name, const SourceOptions& options, Transport& transport)
+      : mFootage(std::move(footage)), mName(std::move(name)), mConductor(options.pace, transport) {
     if (!options.loop) return;
     mLoopLength = std::max(pictures() ? pictures()->end : 0, sound() ? sound()->end : 0);
   }
@@ -201,13 +201,13 @@ std::string devicePath(const std::string& path, DeviceKind kind) {
 
 class FileSource : public CaptureSource {
  public:
-  FileSource(std::unique_ptr<Footage> footage, const SourceOptions& options) {
+  FileSource(std::unique_ptr<Footage> footage, const SourceOptions& options, Transport& transport) {
     std::error_code ignored;
     const auto path = std::filesystem::absolute(footage->path, ignored).lexically_normal();
     const std::string name = path.filename().string();
     if (footage->pictures) mCameras.push_back(describe(DeviceKind::kVideo, path, name));
     if (footage->sound) mMicrophones.push_back(describe(DeviceKind::kAudio, path, name));
-    mFootage = std::make_shared<SharedFootage>(std::move(footage), name, options);
+    mFootage = std::make_shared<SharedFootage>(std::move(footage), name, options, transport);
   }
 
   void setHotplugHandler(HotplugHandler) override {}  // footage neither comes nor goes
@@ -237,10 +237,15 @@ class FileSource : public CaptureSource {
 
 std::shared_ptr<CaptureSource> makeFileSource(const std::string& path, const SourceOptions& options,
                                               SourceError& error) {
+  return makeFileSource(path, options, error, Transport::shared());
+}
+
+std::shared_ptr<CaptureSource> makeFileSource(const std::string& path, const SourceOptions& options, SourceError& error,
+                                              Transport& transport) {
   error.clear();
   auto footage = Footage::open(path, options.loop, error);
   if (!footage) return nullptr;
-  return std::make_shared<FileSource>(std::move(footage), options);
+  return std::make_shared<FileSource>(std::move(footage), options, transport);
 }
 
 }  // namespace vesk::capture

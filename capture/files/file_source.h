@@ -15,5 +15,8 @@ namespace vesk::capture {
 /// file's synchrony. @return null with one line for a person in `error` when the file is no footage.
 std::shared_ptr<CaptureSource> makeFileSource(const std::string& path, const SourceOptions& options,
                                               SourceError& error);
+/// The same under a transport other than the process's, which must outlive the source and its devices.
+std::shared_ptr<CaptureSource> makeFileSource(const std::string& path, const SourceOptions& options, SourceError& error,
+                                              Transport& transport);
 
 }  // namespace vesk::capture

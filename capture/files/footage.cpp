@@ -197,11 +197,20 @@ std::optional<SoundTrack> lookAtSound(Probe& probe, std::string& error) {
 
 // --- Both ---
 
-/// Where a track ends, by the movie's index or by reading it once.
-int64_t findEnd(TrackReader& reader, int64_t lastDuration) {
+bool isAsItStands(const PictureTrack& track) {
+  return track.form != PictureForm::kOther;
+}
+bool isAsItStands(const SoundTrack& track) {
+  return track.form != SoundForm::kOther;
+}
+
+/// Where a track ends: by a movie's index when its packets are `inOrder` of presentation, else by
+/// reading it once.
+int64_t findEnd(TrackReader& reader, bool inOrder) {
   AVStream* stream = reader.container().context()->streams[reader.choice().index];
   const int entries = avformat_index_get_entries_count(stream);
-  if (reader.container().isMovie() && stream->nb_frames > 0 && entries > 0) {
+  int64_t lastDuration = reader.choice().timeOfPackets(1);
+  if (inOrder && reader.container().isMovie() && stream->nb_frames > 0 && entries > 0) {
     const AVIndexEntry* last = avformat_index_get_entry(stream, entries - 1);
     const AVCodecParameters& parameters = *stream->codecpar;
     const int frameBytes = parameters.ch_layout.nb_channels * 2;
@@ -267,7 +276,7 @@ std::unique_ptr<Footage> Footage::open(const std::string& path, bool wantsLength
     if (!track) return;
     track->choice.origin = origin;
     probe.reader->setTiming(origin, track->choice.packetTime);
-    if (wantsLength) track->end = findEnd(*probe.reader, track->choice.timeOfPackets(1));
+    if (wantsLength) track->end = findEnd(*probe.reader, isAsItStands(*track));
     kept = std::move(probe.reader);
   };
   settle(footage->pictures, pictures, footage->pictureReader);

@@ -82,7 +82,7 @@ std::optional<std::string> sizeInName(const std::string& path) {
 void quietLibav() {
   static std::once_flag once;
   std::call_once(once, [] {
-    if (av_log_get_level() == AV_LOG_INFO) av_log_set_level(AV_LOG_FATAL);
+    if (av_log_get_level() == AV_LOG_INFO) av_log_set_level(AV_LOG_QUIET);
   });
 }
 
@@ -202,7 +202,7 @@ std::unique_ptr<MediaContainer> MediaContainer::open(const std::string& path, st
   }
   const int status = avformat_open_input(&context, path.c_str(), format, &options);
   av_dict_free(&options);
-  if (status < 0 && status != AVERROR_INVALIDDATA) {
+  if (status < 0 && status != AVERROR_INVALIDDATA && status != AVERROR(EPERM)) {
     error = fmt::format("{}: cannot be read: {}", path, avErrorText(status));
     return nullptr;
   }

@@ -46,6 +46,8 @@ void TrackReader::use(std::unique_ptr<MediaContainer> container) {
   mContainer->readOnly(mChoice.index);
   mIsUntimed = mContainer->isUntimed();
   mAtBeginning = true;
+  mIsFromBeginning = true;
+  mSeen = 0;
   mCount = 0;
   mTime = 0;
 }
@@ -62,7 +64,7 @@ bool TrackReader::read() {
     av_packet_unref(mPacket.get());
     const int status = av_read_frame(mContainer->context(), mPacket.get());
     if (status == AVERROR_EOF) {
-      if (!isAtIndexEnd()) noteDamage("the file is cut off");
+      if (!isWhole()) noteDamage("the file is cut off");
       return false;
     }
     if (status == AVERROR(EAGAIN)) {
@@ -76,6 +78,7 @@ bool TrackReader::read() {
       continue;
     }
     if (mPacket->stream_index != mChoice.index) continue;
+    ++mSeen;
     if (mPacket->size > kMaxFrameBytes) {
       noteDamage(fmt::format("a frame of {} bytes is larger than any camera's", mPacket->size));
       av_packet_unref(mPacket.get());
@@ -97,10 +100,11 @@ bool TrackReader::read() {
   return false;
 }
 
-/// Whether what a movie's index lists has been read to its end.
-bool TrackReader::isAtIndexEnd() const {
-  if (!mContainer->isMovie()) return true;
+/// Whether all has been read that a movie's index lists, or another file's header counts.
+bool TrackReader::isWhole() const {
   AVStream* track = mContainer->context()->streams[mChoice.index];
+  const bool countsPictures = track->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && mIsFromBeginning;
+  if (!mContainer->isMovie()) return !countsPictures || mSeen >= track->nb_frames;
   const AVIndexEntry* last = avformat_index_get_entry(track, avformat_index_get_entries_count(track) - 1);
   return last == nullptr || mDecodeTimestamp >= last->timestamp;
 }
@@ -126,6 +130,7 @@ bool TrackReader::seek(int64_t time) {
   if (time <= 0 || mIsUntimed || !mContainer) return rewind();
   const int64_t target = av_rescale_q(time + mChoice.origin, kMicroseconds, stream().time_base);
   mAtBeginning = false;
+  mIsFromBeginning = false;
   return av_seek_frame(mContainer->context(), mChoice.index, target, AVSEEK_FLAG_BACKWARD) >= 0 || rewind();
 }
 
@@ -138,6 +143,8 @@ bool TrackReader::rewind() {
     if (first != nullptr && av_seek_frame(mContainer->context(), mChoice.index, first->timestamp,
                                           AVSEEK_FLAG_BACKWARD | AVSEEK_FLAG_ANY) >= 0) {
       mAtBeginning = true;
+      mIsFromBeginning = true;
+      mSeen = 0;
       mCount = 0;
       return true;
     }

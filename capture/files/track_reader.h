@@ -77,14 +77,16 @@ class TrackReader {
   void use(std::unique_ptr<MediaContainer> container);
   bool openContainer(std::string& error);
   int64_t packetTime();
-  bool isAtIndexEnd() const;
+  bool isWhole() const;
 
   TrackChoice mChoice;
   std::unique_ptr<MediaContainer> mContainer;
   PacketHandle mPacket;
   bool mIsUntimed = false;
   bool mAtBeginning = true;
-  int64_t mCount = 0;  ///< packets read since the beginning
+  bool mIsFromBeginning = true;  ///< not after a seek
+  int64_t mSeen = 0;             ///< packets since then, empty ones too
+  int64_t mCount = 0;            ///< packets read since then
   int64_t mTime = 0;
   int64_t mDecodeTimestamp = AV_NOPTS_VALUE;  ///< of the packet last read
   std::string mDamage;
