@@ -39,7 +39,7 @@ TEST_F(RecordSessionTest, RecordsBothDevicesAndPlacesTheMovie) {
   EXPECT_TRUE(camera->isCapturing()) << "a preview may go on";
   EXPECT_FALSE(microphone->isCapturing());
   EXPECT_FALSE(isThere(temporary.file("clip.mov")));
-  const auto movie = test::probeMovieFile(path);
+  const auto movie = test::probe(path);
   ASSERT_NE(movie.find("2vuy"), nullptr);
   ASSERT_NE(movie.find("pcm_s16le"), nullptr);
   EXPECT_EQ(movie.find("2vuy")->packets, 30);
@@ -132,7 +132,7 @@ TEST_F(RecordSessionTest, StartsAfterARefusedStart) {
   EXPECT_EQ(session->startSession(), 0);
   deliver(5, 10);
   session->stopSession();
-  EXPECT_EQ(test::probeMovieFile(path).find("2vuy")->packets, 10);
+  EXPECT_EQ(test::probe(path).find("2vuy")->packets, 10);
 }
 
 TEST_F(RecordSessionTest, RefusesToStartTwiceAndWithoutAMovie) {
@@ -140,7 +140,7 @@ TEST_F(RecordSessionTest, RefusesToStartTwiceAndWithoutAMovie) {
   EXPECT_EQ(session->startSession(), 9);
   deliver(0, 5);
   session->stopSession();
-  EXPECT_EQ(test::probeMovieFile(path).find("2vuy")->packets, 5);
+  EXPECT_EQ(test::probe(path).find("2vuy")->packets, 5);
   EXPECT_EQ(VeskRecordSession::initWithVideoDevice(nullptr, nullptr, path)->startSession(), 2);
   for (const char* noFile : {"", "/", "folder/", "..", "."}) {
     const auto other = sessionFor(noFile);
@@ -156,7 +156,7 @@ TEST_F(RecordSessionTest, LeavesOutAMicrophoneWithoutAFormat) {
   deliver(0, 5);
   session->stopSession();
   EXPECT_EQ(fakeMicrophone->started, 0);
-  EXPECT_EQ(test::probeMovieFile(path).tracks.size(), 1U);
+  EXPECT_EQ(test::probe(path).tracks.size(), 1U);
 }
 
 TEST_F(RecordSessionTest, KeepsAMovieThatCannotBePlaced) {
@@ -168,12 +168,12 @@ TEST_F(RecordSessionTest, KeepsAMovieThatCannotBePlaced) {
   EXPECT_EQ(test::contentOf(path), "somebody else's");
   EXPECT_EQ(outcome.temporaryPath, temporary.file("clip.mov"));
   EXPECT_NE(outcome.moveError, "");
-  EXPECT_EQ(test::probeMovieFile(outcome.temporaryPath).find("2vuy")->packets, 7);
+  EXPECT_EQ(test::probe(outcome.temporaryPath).find("2vuy")->packets, 7);
 
   session->startSession();
   deliver(0, 3);
   session->stopSession();
-  EXPECT_EQ(test::probeMovieFile(outcome.temporaryPath).find("2vuy")->packets, 7) << "the next one leaves it alone";
+  EXPECT_EQ(test::probe(outcome.temporaryPath).find("2vuy")->packets, 7) << "the next one leaves it alone";
   EXPECT_EQ(session->lastOutcome().temporaryPath, temporary.file("clip 2.mov"));
 
   std::filesystem::remove(temporary.file("clip.mov"));
@@ -189,7 +189,7 @@ TEST_F(RecordSessionTest, ReplacesALeftoverOfAnotherProcess) {
   session->startSession();
   deliver(0, 2);
   session->stopSession();
-  EXPECT_EQ(test::probeMovieFile(path).find("2vuy")->packets, 2);
+  EXPECT_EQ(test::probe(path).find("2vuy")->packets, 2);
 }
 
 TEST_F(RecordSessionTest, TwoOfTheSameNameRecordOneCamera) {
@@ -202,8 +202,8 @@ TEST_F(RecordSessionTest, TwoOfTheSameNameRecordOneCamera) {
   session->stopSession();  // stops the microphone for both
   deliver(20, 10);
   other->stopSession();
-  EXPECT_EQ(test::probeMovieFile(path).find("2vuy")->packets, 20);
-  EXPECT_EQ(test::probeMovieFile(elsewhere.file("clip.mov")).find("2vuy")->packets, 20);
+  EXPECT_EQ(test::probe(path).find("2vuy")->packets, 20);
+  EXPECT_EQ(test::probe(elsewhere.file("clip.mov")).find("2vuy")->packets, 20);
 }
 
 TEST_F(RecordSessionTest, IsHeldByItsDevicesWhileItRuns) {
@@ -214,7 +214,7 @@ TEST_F(RecordSessionTest, IsHeldByItsDevicesWhileItRuns) {
   ASSERT_FALSE(watched.expired());
   watched.lock()->stopSession();
   EXPECT_TRUE(watched.expired());
-  EXPECT_EQ(test::probeMovieFile(path).find("2vuy")->packets, 5);
+  EXPECT_EQ(test::probe(path).find("2vuy")->packets, 5);
 }
 
 TEST_F(RecordSessionTest, RoutesBuffersByTheDevicesType) {
@@ -262,7 +262,7 @@ TEST_F(RecordSessionTest, StopsAndStartsWhileFramesArrive) {
     ASSERT_EQ(session->startSession(), 0);
     while (session->statistics().videoFrames < 10) std::this_thread::yield();
     session->stopSession();
-    const auto movie = test::probeMovieFile(path);
+    const auto movie = test::probe(path);
     ASSERT_NE(movie.find("2vuy"), nullptr);
     EXPECT_EQ(movie.find("2vuy")->packets, static_cast<int>(session->lastOutcome().statistics.videoFrames));
     std::filesystem::remove(path);

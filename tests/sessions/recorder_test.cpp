@@ -35,7 +35,7 @@ TEST_F(RecorderTest, WritesTheDevicesFormats) {
   EXPECT_FALSE(recorder->isRecording());
   EXPECT_EQ(recorder->fileURL(), std::nullopt);
 
-  const auto movie = test::probeMovieFile(path);
+  const auto movie = test::probe(path);
   ASSERT_EQ(movie.tracks.size(), 2U);
   const auto* const video = movie.find("2vuy");
   ASSERT_NE(video, nullptr);
@@ -70,7 +70,7 @@ TEST_F(RecorderTest, TakesWhatThereIs) {
     addPictures(3);
     recorder->addAudioSample(packet.data(), packet.size(), 1'000'000);
     recorder->closeRecorder();
-    const auto movie = test::probeMovieFile(path);
+    const auto movie = test::probe(path);
     ASSERT_EQ(movie.tracks.size(), 1U) << row.label;
     EXPECT_EQ(movie.tracks[0].codec, row.codec) << row.label;
   }
@@ -102,7 +102,7 @@ TEST_F(RecorderTest, ASecondOpenIsRefusedAndTheFirstGoesOn) {
   EXPECT_EQ(recorder->fileURL(), path);
   addPictures(5);
   recorder->closeRecorder();
-  EXPECT_EQ(test::probeMovieFile(path).tracks.at(0).packets, 5);
+  EXPECT_EQ(test::probe(path).tracks.at(0).packets, 5);
   EXPECT_FALSE(isThere(movies.file("b.mov")));
 }
 
@@ -120,14 +120,14 @@ TEST_F(RecorderTest, ClosingServesTheRunLoopForHalfASecond) {
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
   EXPECT_EQ(closedInside, 0);
   EXPECT_EQ(openedInside, 9);
-  EXPECT_EQ(test::probeMovieFile(path).tracks.at(0).packets, 2) << "frames still on their way";
+  EXPECT_EQ(test::probe(path).tracks.at(0).packets, 2) << "frames still on their way";
 }
 
 TEST_F(RecorderTest, LettingGoFinishesTheMovie) {
   ASSERT_EQ(recorder->openRecorderWithFilPath(path, camera, nullptr), 0);
   addPictures(4);
   recorder.reset();
-  EXPECT_EQ(test::probeMovieFile(path).tracks.at(0).packets, 4);
+  EXPECT_EQ(test::probe(path).tracks.at(0).packets, 4);
 }
 
 TEST_F(RecorderTest, ClosesWhileFramesArriveOnTwoThreads) {
@@ -153,7 +153,7 @@ TEST_F(RecorderTest, ClosesWhileFramesArriveOnTwoThreads) {
     recorder->closeRecorder();
     closer.join();
     EXPECT_GT(added, before) << "frames do not wait for the close";
-    const auto movie = test::probeMovieFile(path);
+    const auto movie = test::probe(path);
     ASSERT_NE(movie.find("2vuy"), nullptr);
     EXPECT_EQ(movie.find("2vuy")->packets, static_cast<int>(recorder->statistics().videoFrames));
   }

@@ -16,6 +16,12 @@
 
 namespace vesk::test {
 
+/// What an independent reader finds in the movie at `path`.
+inline ProbedMovie probe(const std::string& path, Probe depth = Probe::kPackets) {
+  const std::string bytes = contentOf(path);
+  return probeMovie({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()}, depth);
+}
+
 /// A scripted camera with raw pictures of 16 x 16 and a scripted microphone with PCM, and a folder
 /// each for temporary and final movies.
 struct RecordingTest : DeviceTest {

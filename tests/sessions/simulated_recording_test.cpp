@@ -2,14 +2,8 @@
 #include <future>
 
 #include "capture/capture_host.h"
-#include "devices/audio_device.h"
-#include "devices/device_manager.h"
-#include "devices/video_device.h"
-#include "platform/foundation/file_manager.h"
-#include "platform/media/four_char_code.h"
 #include "sessions/record_session.h"
-#include "tests/support/temporary_folder.h"
-#include "tests/writing/movie_probe.h"
+#include "tests/sessions/recording_test.h"
 
 namespace vesk {
 namespace {
@@ -64,11 +58,6 @@ struct SimulatedRecording : testing::Test {
     for (const auto& session : sessions) session->stopSession();
   }
 
-  static test::ProbedMovie probe(const std::string& path) {
-    const std::string bytes = test::contentOf(path);
-    return test::probeMovie({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()}, test::Probe::kDecode);
-  }
-
   test::TemporaryFolder temporary;
   test::TemporaryFolder movies;
   std::shared_ptr<VeskVideoDevice> camera;
@@ -84,7 +73,7 @@ TEST_F(SimulatedRecording, OfH264AndPCMIsWhole) {
   EXPECT_EQ(statistics.videoFrames, 150U);
   EXPECT_EQ(statistics.videoDropped + statistics.videoHeldBack + statistics.audioDropped, 0U);
 
-  const auto movie = probe(movies.file("a.mov"));
+  const auto movie = test::probe(movies.file("a.mov"), test::Probe::kDecode);
   EXPECT_EQ(movie.complaints, "");
   ASSERT_NE(movie.find("h264"), nullptr);
   EXPECT_EQ(movie.find("h264")->decoded, 150);
@@ -99,7 +88,7 @@ TEST_F(SimulatedRecording, OfRawPicturesAndAACIsWhole) {
   choose(kCMPixelFormat_422YpCbCr8, kWaveFormatAAC);
   const auto session = VeskRecordSession::initWithVideoDevice(camera, microphone, movies.file("b.mov"));
   record({session}, 3);
-  const auto movie = probe(movies.file("b.mov"));
+  const auto movie = test::probe(movies.file("b.mov"), test::Probe::kDecode);
   EXPECT_EQ(movie.complaints, "");
   ASSERT_NE(movie.find("2vuy"), nullptr);
   EXPECT_EQ(movie.find("2vuy")->packets, 90);
@@ -113,8 +102,8 @@ TEST_F(SimulatedRecording, TwoSessionsOnOneH264CameraSeeTheSameFrames) {
   const auto first = VeskRecordSession::initWithVideoDevice(camera, microphone, movies.file("a.mov"));
   const auto second = VeskRecordSession::initWithVideoDevice(camera, nullptr, movies.file("b.mov"));
   record({first, second}, 2);
-  const auto a = probe(movies.file("a.mov"));
-  const auto b = probe(movies.file("b.mov"));
+  const auto a = test::probe(movies.file("a.mov"), test::Probe::kDecode);
+  const auto b = test::probe(movies.file("b.mov"), test::Probe::kDecode);
   ASSERT_NE(a.find("h264"), nullptr);
   ASSERT_NE(b.find("h264"), nullptr);
   EXPECT_EQ(a.find("h264")->decoded, 60);
