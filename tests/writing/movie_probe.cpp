@@ -82,7 +82,7 @@ class Decoder {
   AVCodecContext* mContext = nullptr;
 };
 
-void readPackets(AVFormatContext* context, ProbedMovie& movie, Probe depth, bool keepContent) {
+void readPackets(AVFormatContext* context, ProbedMovie& movie, Probe depth) {
   std::vector<std::unique_ptr<Decoder>> decoders;
   for (unsigned i = 0; i < context->nb_streams; ++i) {
     decoders.push_back(depth == Probe::kDecode ? std::make_unique<Decoder>(*context->streams[i]->codecpar) : nullptr);
@@ -93,14 +93,15 @@ void readPackets(AVFormatContext* context, ProbedMovie& movie, Probe depth, bool
     ProbedTrack& track = movie.tracks[static_cast<size_t>(packet->stream_index)];
     const AVRational base = context->streams[packet->stream_index]->time_base;
     const int64_t time = av_rescale_q(packet->pts, base, {1, 1'000'000});
-    if (track.packets == 0) track.firstTime = time;
+    if (track.packets == 0) {
+      track.firstTime = time;
+      track.firstPosition = packet->pos;
+    }
     track.endTime = av_rescale_q(packet->pts + packet->duration, base, {1, 1'000'000});
     track.bytes += packet->size;
-    if (keepContent) {
-      track.times.push_back(time);
-      track.content.insert(track.content.end(), packet->data, packet->data + packet->size);
-    }
-    if (keepContent) places.emplace_back(packet->pos, packet->stream_index);
+    track.times.push_back(time);
+    track.content.insert(track.content.end(), packet->data, packet->data + packet->size);
+    places.emplace_back(packet->pos, packet->stream_index);
     ++track.packets;
     if (packet->flags & AV_PKT_FLAG_KEY) ++track.keyPackets;
     if (auto& decoder = decoders[static_cast<size_t>(packet->stream_index)]) track.decoded += decoder->decode(packet);
@@ -153,7 +154,7 @@ ProbedMovie probeMovie(std::span<const uint8_t> bytes, Probe depth) {
   if (avformat_open_input(&context, "movie.mov", nullptr, nullptr) == 0) {
     if (avformat_find_stream_info(context, nullptr) >= 0) {
       describe(context, movie);
-      readPackets(context, movie, depth, true);
+      readPackets(context, movie, depth);
     }
     avformat_close_input(&context);
   }
@@ -163,7 +164,7 @@ ProbedMovie probeMovie(std::span<const uint8_t> bytes, Probe depth) {
   return movie;
 }
 
-ProbedMovie probeMovieFile(const std::string& path) {
+ProbedMovie probeMovieFile(const std::string& path, int64_t startTime) {
   ProbedMovie movie;
   gComplaints = &movie.complaints;
   av_log_set_callback(collectComplaint);
@@ -171,7 +172,8 @@ ProbedMovie probeMovieFile(const std::string& path) {
   if (avformat_open_input(&context, path.c_str(), nullptr, nullptr) == 0) {
     if (avformat_find_stream_info(context, nullptr) >= 0) {
       describe(context, movie);
-      readPackets(context, movie, Probe::kPackets, false);
+      av_seek_frame(context, -1, startTime, AVSEEK_FLAG_BACKWARD);
+      readPackets(context, movie, Probe::kPackets);
     }
     avformat_close_input(&context);
   }

@@ -14,8 +14,9 @@ struct ProbedTrack {
   int height = 0;
   int sampleRate = 0;
   int channels = 0;
-  int64_t firstTime = 0;  ///< microseconds, of the first packet
-  int64_t endTime = 0;    ///< of the last packet's end
+  int64_t firstTime = 0;      ///< microseconds, of the first packet
+  int64_t endTime = 0;        ///< of the last packet's end
+  int64_t firstPosition = 0;  ///< of the first packet in the file
   int packets = 0;
   int keyPackets = 0;
   int64_t bytes = 0;             ///< of all packets
@@ -41,7 +42,7 @@ struct ProbedMovie {
 
 enum class Probe { kPackets, kDecode };
 ProbedMovie probeMovie(std::span<const uint8_t> bytes, Probe depth = Probe::kPackets);
-/// The same for a file, which may be larger than memory; contents are not kept.
-ProbedMovie probeMovieFile(const std::string& path);
+/// The same for what of a file comes from `time` on, in microseconds.
+ProbedMovie probeMovieFile(const std::string& path, int64_t time);
 
 }  // namespace vesk::test

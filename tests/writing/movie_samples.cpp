@@ -1,5 +1,6 @@
 #include "tests/writing/movie_samples.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -151,6 +152,13 @@ CMSampleBufferRef aacSample(const CMAudioFormatDescriptionRef& format, uint32_t 
 
 std::vector<uint8_t> readFile(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+std::vector<uint8_t> readFileEnd(const std::string& path, size_t count) {
+  std::ifstream file(path, std::ios::binary | std::ios::ate);
+  const auto size = static_cast<size_t>(file.tellg());
+  file.seekg(static_cast<std::streamoff>(size - std::min(size, count)));
   return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 

@@ -41,5 +41,7 @@ CMSampleBufferRef aacSample(const CMAudioFormatDescriptionRef& format, uint32_t 
                             bool isFirst);
 
 std::vector<uint8_t> readFile(const std::string& path);
+/// At most the last `count` bytes.
+std::vector<uint8_t> readFileEnd(const std::string& path, size_t count);
 
 }  // namespace vesk::test
