@@ -188,6 +188,19 @@ void writeSoundFieldsOfVersion2(AtomWriter& writer, const AudioStreamBasicDescri
   writer.u32(1);
 }
 
+/// Says which loudspeaker each channel is for, so that readers need not guess. More than two channels
+/// are left open: a microphone does not tell their order.
+void writeChannelLayout(AtomWriter& writer, uint32_t channels) {
+  constexpr uint32_t kMono = 100U << 16 | 1;  // layout tags, the number of channels in the low half
+  constexpr uint32_t kStereo = 101U << 16 | 2;
+  if (channels != 1 && channels != 2) return;
+  const auto atom = writer.atom(fourCharCode("chan"));
+  writer.u32(0);
+  writer.u32(channels == 1 ? kMono : kStereo);
+  writer.u32(0);  // no bitmap
+  writer.u32(0);  // no descriptions
+}
+
 std::optional<TrackDescription> describePCM(const AudioStreamBasicDescription& sound, uint32_t rate) {
   constexpr uint32_t kWidestFrame = 4096;
   if (sound.mBytesPerFrame == 0 || sound.mBytesPerFrame > kWidestFrame) return std::nullopt;
@@ -202,9 +215,11 @@ std::optional<TrackDescription> describePCM(const AudioStreamBasicDescription& s
   if (widelyRead) {
     const auto entry = writer.atom(kSowt);
     writeSoundFields(writer, sound.mChannelsPerFrame, rate);
+    writeChannelLayout(writer, sound.mChannelsPerFrame);
   } else {
     const auto entry = writer.atom(kLpcm);
     writeSoundFieldsOfVersion2(writer, sound);
+    writeChannelLayout(writer, sound.mChannelsPerFrame);
   }
   return track;
 }
