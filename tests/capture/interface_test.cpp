@@ -316,7 +316,7 @@ TEST_F(InterfaceTest, PassesFramesToTheSubscriberWithItsContext) {
   const Seen frame = seen.items().front();
   EXPECT_EQ(frame.info.event, uint32_t{kVCIEventFrame});
   EXPECT_EQ(frame.info.length, 3u);
-  EXPECT_EQ(frame.info.timestamp, 12345);
+  EXPECT_EQ(int64_t{frame.info.timestamp}, 12345);  // a copy: the field is not aligned
   EXPECT_EQ(frame.first, 1);
   EXPECT_EQ(camera->started, 1);
   EXPECT_EQ(camera->substreams.front(), 1u);

@@ -92,8 +92,8 @@ TEST_F(SimulatedSourceTest, TakesOnlyWhatItOffers) {
 }
 
 TEST_F(SimulatedSourceTest, GivesACameraToOneHandleAtATime) {
-  const auto one = camera(), other = camera();
   Recorder<Packet> packets;
+  const auto one = camera(), other = camera();
   EXPECT_EQ(one->start(0, collect(packets)), 0);
   EXPECT_EQ(other->start(0, collect(packets)), kVCIBusy);
   EXPECT_EQ(other->stop(0), 0) << "leaves the first one's capture alone";
@@ -105,9 +105,9 @@ TEST_F(SimulatedSourceTest, GivesACameraToOneHandleAtATime) {
 }
 
 TEST_F(SimulatedSourceTest, StopsFromInsideTheCallbackAndFreesTheCamera) {
-  const auto one = camera();
   std::atomic<int> calls = 0;
   Gate stopped;
+  const auto one = camera();
   EXPECT_EQ(one->start(0,
                        [&](uint8_t*, uint32_t, int64_t) {
                          ++calls;
@@ -125,8 +125,8 @@ TEST_F(SimulatedSourceTest, FailsOnCommand) {
   source.setFaults(path, {.openFails = true});
   EXPECT_EQ(source.open(DeviceKind::kVideo, path), nullptr);
   source.setFaults(path, {.startStatus = kVCIBusy, .stopStatus = 5});
-  const auto device = camera();
   Recorder<Packet> packets;
+  const auto device = camera();
   EXPECT_EQ(device->start(0, collect(packets)), kVCIBusy);
   source.setFaults(path, {.stopStatus = 5});
   EXPECT_EQ(device->start(0, collect(packets)), 0);
@@ -158,10 +158,10 @@ TEST_F(SimulatedSourceTest, LosesShiftsAndDamagesPacketsOnCommand) {
 }
 
 TEST_F(SimulatedSourceTest, StallsWhileTimeGoesOn) {
+  Recorder<Packet> pictures, sounds;
   const auto stalled = camera();
   source.setFaults(SimulatedSource::kPlainCameraPath, {.isStalled = true});
   const auto witness = microphone();
-  Recorder<Packet> pictures, sounds;
   transport.hold();
   EXPECT_EQ(stalled->start(0, collect(pictures)), 0);
   EXPECT_EQ(witness->start(0, collect(sounds)), 0);
@@ -185,8 +185,8 @@ TEST_F(SimulatedSourceTest, ComesAndGoes) {
     events.add({kind, arrived, source.devices(DeviceKind::kVideo).size()});
   });
   const std::string path = SimulatedSource::kPlainCameraPath;
-  const auto running = camera();
   Recorder<Packet> packets;
+  const auto running = camera();
   running->start(0, collect(packets));
   packets.waitFor(1);
   const DeviceDescription description = source.devices(DeviceKind::kVideo)[1];
