@@ -88,8 +88,9 @@ int32_t VeskRecorder::closeRecorder() {
   const int32_t status = closing->Close();
   mIsClosing = false;
 
+  const RecordingStatistics last = closing->statistics();
   const MutexLock fields(mMutex);
-  mLastStatistics = closing->statistics();
+  mLastStatistics = last;
   mMovieCreator.reset();
   mFileURL.reset();
   return status;
@@ -136,8 +137,9 @@ void VeskRecorder::setAudioStream(const std::shared_ptr<VeskAudioDevice>& device
 }
 
 RecordingStatistics VeskRecorder::statistics() const {
+  if (const auto held = creator()) return held->statistics();
   const MutexLock lock(mMutex);
-  return mMovieCreator ? mMovieCreator->statistics() : mLastStatistics;
+  return mLastStatistics;
 }
 
 QueueLevels VeskRecorder::waiting() const {

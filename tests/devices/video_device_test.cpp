@@ -191,16 +191,6 @@ TEST_F(VideoDeviceTest, HandsFramesOnAsTheyAre) {
   EXPECT_EQ(receiver->frames.size(), 1U);
 }
 
-TEST_F(VideoDeviceTest, KeepsWhatTheHostStores) {
-  const auto chosen = format("avc1", 640, 480);
-  camera->setFormat(chosen);
-  camera->setFormat(camera->getFormat());
-  EXPECT_EQ(camera->getFormat(), chosen);
-  EXPECT_EQ(camera->frameInterval(), std::nullopt);
-  camera->setFrameInterval(400000);
-  EXPECT_EQ(camera->frameInterval(), 400000U);
-}
-
 TEST_F(VideoDeviceTest, KnowsABuiltInCameraByItsVendor) {
   EXPECT_FALSE(VeskVideoDevice::hasBuiltInCamera());
   VeskDeviceManager::destroy();

@@ -161,15 +161,5 @@ TEST_F(RecorderTest, ClosesWhileFramesArriveOnTwoThreads) {
   for (auto& thread : threads) thread.join();
 }
 
-TEST_F(RecorderTest, KeepsStreamsForTheHostWithoutHoldingThem) {
-  EXPECT_EQ(recorder->videoStream(), nullptr);
-  recorder->setVideoStream(camera);
-  recorder->setAudioStream(microphone);
-  EXPECT_EQ(recorder->videoStream(), camera);
-  EXPECT_EQ(recorder->audioStream(), microphone);
-  camera.reset();
-  EXPECT_EQ(recorder->videoStream(), nullptr);
-}
-
 }  // namespace
 }  // namespace vesk
