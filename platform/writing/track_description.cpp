@@ -157,10 +157,11 @@ std::optional<TrackDescription> describePacked422(const CMVideoFormatDescription
 }
 
 /// The fields that versions 0 and 1 of sound descriptions begin with.
-void writeSoundFields(AtomWriter& writer, uint32_t channels, uint32_t rate) {
+void writeSoundFields(AtomWriter& writer, uint16_t version, uint32_t channels, uint32_t rate) {
   writer.zeros(6);
   writer.u16(1);  // data reference
-  writer.zeros(8);
+  writer.u16(version);
+  writer.zeros(6);
   writer.u16(static_cast<uint16_t>(channels));
   writer.u16(16);
   writer.zeros(4);
@@ -209,17 +210,22 @@ std::optional<TrackDescription> describePCM(const AudioStreamBasicDescription& s
   track.frameSize = sound.mBytesPerFrame;
   AtomWriter writer(track.sampleDescription);
   constexpr uint32_t kSignedPacked = kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsPacked;
+  const uint32_t channels = sound.mChannelsPerFrame;
   const bool widelyRead = sound.mBitsPerChannel == 16 && sound.mFormatFlags == kSignedPacked &&
                           rate <= kHighestRateOf16Bits && sound.mSampleRate == rate &&
-                          sound.mBytesPerFrame == sound.mChannelsPerFrame * 2;
+                          sound.mBytesPerFrame == channels * 2;
   if (widelyRead) {
     const auto entry = writer.atom(kSowt);
-    writeSoundFields(writer, sound.mChannelsPerFrame, rate);
-    writeChannelLayout(writer, sound.mChannelsPerFrame);
+    writeSoundFields(writer, 1, channels, rate);
+    writer.u32(1);  // frames per packet
+    writer.u32(2);  // bytes per packet of one channel
+    writer.u32(sound.mBytesPerFrame);
+    writer.u32(2);  // bytes per sample
+    writeChannelLayout(writer, channels);
   } else {
     const auto entry = writer.atom(kLpcm);
     writeSoundFieldsOfVersion2(writer, sound);
-    writeChannelLayout(writer, sound.mChannelsPerFrame);
+    writeChannelLayout(writer, channels);
   }
   return track;
 }
@@ -278,7 +284,7 @@ void writeElementaryStreamDescriptor(AtomWriter& writer, std::span<const uint8_t
 void writeAACDescription(std::vector<uint8_t>& out, uint32_t rate, uint32_t channels) {
   AtomWriter writer(out);
   const auto entry = writer.atom(fourCharCode("mp4a"));
-  writeSoundFields(writer, channels, rate);
+  writeSoundFields(writer, 0, channels, rate);
   writeElementaryStreamDescriptor(writer, makeAudioSpecificConfig(rate, channels));
 }
 

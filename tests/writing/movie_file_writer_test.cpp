@@ -155,6 +155,7 @@ TEST_P(SoundFormatTest, IsReadAsItWasWritten) {
     EXPECT_EQ(movie.tracks[0].codec, format.codec);
     EXPECT_EQ(movie.tracks[0].sampleRate, static_cast<int>(format.rate));
     EXPECT_EQ(movie.tracks[0].channels, static_cast<int>(format.channels));
+    EXPECT_TRUE(movie.tracks[0].knowsLayout);
   }
   if (!isAAC) {
     EXPECT_EQ(probe().tracks[0].bytes, int64_t{200} * 1024 * format.channels * format.bits / 8);

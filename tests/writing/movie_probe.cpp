@@ -135,6 +135,7 @@ void describe(AVFormatContext* context, ProbedMovie& movie) {
     track.height = parameters.height;
     track.sampleRate = parameters.sample_rate;
     track.channels = parameters.ch_layout.nb_channels;
+    track.knowsLayout = parameters.ch_layout.order != AV_CHANNEL_ORDER_UNSPEC;
     movie.tracks.push_back(std::move(track));
   }
 }

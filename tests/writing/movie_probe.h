@@ -14,6 +14,7 @@ struct ProbedTrack {
   int height = 0;
   int sampleRate = 0;
   int channels = 0;
+  bool knowsLayout = false;   ///< which channel is where
   int64_t firstTime = 0;      ///< microseconds, of the first packet
   int64_t endTime = 0;        ///< of the last packet's end
   int64_t firstPosition = 0;  ///< of the first packet in the file
