@@ -1,6 +1,7 @@
 #include <fmt/core.h>
 
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"

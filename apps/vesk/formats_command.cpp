@@ -1,5 +1,6 @@
 #include <fmt/core.h>
 
+#include <nlohmann/json.hpp>
 #include <optional>
 
 #include "apps/vesk/choices.h"

@@ -3,6 +3,7 @@
 #include <fmt/core.h>
 
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 namespace vesk::program {
 

@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <nlohmann/json.hpp>
 #include <system_error>
 
 #include "apps/vesk/commands.h"
