@@ -6,6 +6,7 @@
 #include "capture/files/file_source.h"
 #include "capture/library.h"
 #include "capture/simulated/simulated_source.h"
+#include "platform/foundation/log.h"
 
 namespace vesk::capture {
 namespace {
@@ -106,7 +107,9 @@ SourceError selectSource(const std::string& text, const SourceOptions& options) 
   std::string note;
   SourceError error;
   try {
-    if (SourcePtr source = makeSource(text, options, note, error)) setSource(std::move(source));
+    SourcePtr source = makeSource(text, options, note, error);
+    if (!note.empty()) printToError("vesk: %s\n", note.c_str());
+    if (source) setSource(std::move(source));
   } catch (const std::exception& exception) {
     error = "the capture source \"" + text + "\" could not be set up: " + exception.what();
   }

@@ -83,7 +83,7 @@ Host::Host(const GlobalOptions& options) {
                                              options.loop};
   const capture::SourceError error = capture::selectSource(source, sourceOptions);
   if (!error.empty())
-    throw Failure(kNoSuchDevice, error, "Name a source with --capture: simulated, file:PATH or linux.");
+    throw Failure(kNoSuchDevice, error + ".", "Name a source with --capture: simulated, file:PATH or linux.");
   VeskDeviceManager::getSharedInstance();
 }
 
