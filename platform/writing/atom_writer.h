@@ -54,6 +54,13 @@ class AtomWriter {
   void constant32(uint32_t value) { u32(value); }
   void versionAndFlags(uint8_t version, uint32_t flags) { u32(uint32_t{version} << 24 | (flags & 0xFFFFFF)); }
   void bytes(std::span<const uint8_t> bytes) { mOut.insert(mOut.end(), bytes.begin(), bytes.end()); }
+  /// `count` numbers of 32 bits, each what `next` answers: tables of a million take their time.
+  template <class Next>
+  void table32(size_t count, Next next) {
+    const size_t at = mOut.size();
+    mOut.resize(at + count * sizeof(uint32_t));
+    for (uint8_t* to = mOut.data() + at; count > 0; --count, to += sizeof(uint32_t)) writeBigEndian32(to, next());
+  }
   void zeros(size_t count) { mOut.insert(mOut.end(), count, 0); }
   /// The number of `elements`, each of which takes `each` bytes.
   template <class T>

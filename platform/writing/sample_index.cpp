@@ -17,15 +17,13 @@ void NumberChain::push(uint64_t value) {
   } while (value != 0);
 }
 
-uint64_t NumberChain::Reader::next() {
-  uint64_t value = 0;
-  for (int shift = 0; mAt < mChain.mSize; shift += 7) {
-    const uint8_t byte = mChain.mBlocks[mAt / kBlock][mAt % kBlock];
-    ++mAt;
-    value |= uint64_t{byte & 0x7FU} << shift;
-    if (byte < 0x80) break;
-  }
-  return value;
+bool NumberChain::Reader::nextBlock() {
+  if (mLeft == 0) return false;
+  const size_t size = std::min(mLeft, kBlock);
+  mAt = mChain.mBlocks[mBlock++].get();
+  mEnd = mAt + size;
+  mLeft -= size;
+  return true;
 }
 
 void SampleIndex::beginChunk(uint64_t offset) {
@@ -83,11 +81,11 @@ void SampleIndex::endDurationRun() {
 
 void SampleIndex::endChunk() {
   if (mChunkSamples == 0) return;
-  mChunks.push(mChunkOffset - mLastEnd);
+  mChunks.push(mChunkOffset - mLastOffset);
   mChunks.push(mChunkSamples);
   ++mChunkCount;
   mChunkSamples = 0;
-  mLastEnd = mEnd;
+  mLastOffset = mChunkOffset;
 }
 
 size_t SampleIndex::memory() const {
@@ -182,37 +180,21 @@ void SampleIndex::writeSizes(AtomWriter& writer) const {
   if (!listed) return;
   NumberChain::Reader sizes(mSizes);
   int64_t size = 0;
-  for (uint64_t i = 0; i < mCount; ++i) {
-    size += sizes.nextSigned();
-    writer.u32(static_cast<uint32_t>(size));
-  }
+  writer.table32(mCount, [&] { return static_cast<uint32_t>(size += sizes.nextSigned()); });
 }
 
 void SampleIndex::writeOffsets(AtomWriter& writer) const {
-  const uint64_t lastOffset = mChunkSamples > 0 ? mChunkOffset : mLastEnd;
-  const bool wide = lastOffset > 0xFFFFFFFF;
+  const bool wide = std::max(mLastOffset, mChunkSamples > 0 ? mChunkOffset : 0) > 0xFFFFFFFF;
   const auto atom = writer.atom(wide ? fourCharCode("co64") : fourCharCode("stco"));
   writer.u32(0);
   writer.u32(static_cast<uint32_t>(mChunkCount + (mChunkSamples > 0 ? 1 : 0)));
   const auto entry = [&](uint64_t offset) { wide ? writer.u64(offset) : writer.u32(static_cast<uint32_t>(offset)); };
-  // A chunk's bytes follow from its samples; with listed sizes they are summed on the way.
   NumberChain::Reader chunks(mChunks);
-  NumberChain::Reader sizes(mSizes);
-  uint64_t end = 0;
-  int64_t size = 0;
+  uint64_t offset = 0;
   for (uint64_t i = 0; i < mChunkCount; ++i) {
-    const uint64_t offset = end + chunks.next();
-    const uint64_t samples = chunks.next();
+    offset += chunks.next();
+    chunks.next();
     entry(offset);
-    end = offset;
-    if (mFrameSize != 0) {
-      end += samples * mFrameSize;
-    } else {
-      for (uint64_t sample = 0; sample < samples; ++sample) {
-        size += sizes.nextSigned();
-        end += static_cast<uint64_t>(size);
-      }
-    }
   }
   if (mChunkSamples > 0) entry(mChunkOffset);
 }

@@ -19,18 +19,32 @@ class NumberChain {
   /// Bytes held.
   size_t memory() const { return mBlocks.size() * kBlock; }
 
+  /// Takes the numbers out in their order. Zeros follow the last.
   class Reader {
    public:
-    explicit Reader(const NumberChain& chain) : mChain(chain) {}
-    uint64_t next();
+    explicit Reader(const NumberChain& chain) : mChain(chain), mLeft(chain.mSize) {}
+    uint64_t next() {
+      uint64_t value = 0;
+      for (int shift = 0;; shift += 7) {
+        if (mAt == mEnd && !nextBlock()) return value;
+        const uint8_t byte = *mAt++;
+        value |= uint64_t{byte & 0x7FU} << shift;
+        if (byte < 0x80) return value;
+      }
+    }
     int64_t nextSigned() {
       const uint64_t value = next();
       return static_cast<int64_t>(value >> 1) ^ -static_cast<int64_t>(value & 1);
     }
 
    private:
+    bool nextBlock();
+
     const NumberChain& mChain;
-    size_t mAt = 0;
+    size_t mLeft;  ///< bytes behind the current block
+    size_t mBlock = 0;
+    const uint8_t* mAt = nullptr;
+    const uint8_t* mEnd = nullptr;
   };
 
  private:
@@ -96,12 +110,12 @@ class SampleIndex {
   uint64_t mKeyCount = 0;
   uint64_t mLastKey = 0;
 
-  NumberChain mChunks;  ///< pairs: bytes between the chunk before and this one, samples
+  NumberChain mChunks;  ///< pairs: bytes from the chunk before to this one, samples
   uint64_t mChunkCount = 0;
   uint64_t mChunkSamples = 0;
   uint64_t mChunkOffset = 0;  ///< of the open chunk
   uint64_t mEnd = 0;          ///< where the open chunk ends so far
-  uint64_t mLastEnd = 0;      ///< where the chunk before it ended
+  uint64_t mLastOffset = 0;   ///< of the chunk before it
 };
 
 }  // namespace vesk
