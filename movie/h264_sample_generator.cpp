@@ -1,8 +1,8 @@
 #include "movie/h264_sample_generator.h"
 
-#include <cstring>
 #include <utility>
 
+#include "movie/copy_bytes.h"
 #include "movie/h264_bitstream.h"
 #include "movie/nal_unit_walk.h"
 #include "platform/media/four_char_code.h"
@@ -25,7 +25,7 @@ Slices copySlices(std::span<const uint8_t> accessUnit, uint8_t* block) {
     const uint8_t type = nalUnitType(unit->front());
     if (type > kNALUnitTypeIDRSlice) continue;
     const size_t size = NALUnitWalk::kLengthSize + unit->size();
-    std::memcpy(block + slices.size, unit->data() - NALUnitWalk::kLengthSize, size);
+    copyBytes(block + slices.size, {unit->data() - NALUnitWalk::kLengthSize, size});
     slices.size += size;
     slices.hasIDR |= type == kNALUnitTypeIDRSlice;
   }

@@ -4,6 +4,7 @@
 #include <limits>
 #include <utility>
 
+#include "movie/copy_bytes.h"
 #include "movie/silence.h"
 #include "platform/foundation/log.h"
 #include "platform/media/four_char_code.h"
@@ -63,7 +64,7 @@ CMSampleBufferRef PCMAudioSampleGenerator::CreateSample(const unsigned char* pac
   auto block = CMBlockBuffer::create(frames * bytesPerFrame);
   if (!block) return nullptr;
   block->fillDataBytes(0, 0, silentFrames * bytesPerFrame);
-  block->replaceDataBytes({packet, packetFrames * bytesPerFrame}, silentFrames * bytesPerFrame);
+  copyBytes(block->data().data() + silentFrames * bytesPerFrame, {packet, packetFrames * bytesPerFrame});
 
   const CMTime start = CMTimeMake(static_cast<int64_t>(mNextTime), kTimeScale);
   auto sample = CMSampleBuffer::createAudioWithPacketDescriptions(std::move(block), mFormat,

@@ -30,21 +30,27 @@ inline bool isStartCode(const uint8_t* at) {
   return std::memcmp(at, kStartCode, 4) == 0;
 }
 
-/// Blocks for any machine, in 64-bit words.
-struct WordBlock {
+/// Blocks for any machine, in the compiler's own vectors: they become whatever the machine has.
+struct PortableBlock {
   static constexpr size_t kSize = 64;
   static constexpr size_t kStep = 8;
   static constexpr size_t kAlignment = 8;
 
   static bool mayHold(const uint8_t* block) {
-    uint64_t pairs = 0;
-    for (size_t offset = 0; offset < kSize; offset += kStep) pairs |= zeroPairs(block + offset);
-    return (pairs & kTopBits) != 0;
+    Flags zeros{};
+    for (size_t offset = 0; offset < kSize; offset += sizeof(Pairs)) {
+      Pairs pairs;
+      std::memcpy(&pairs, block + offset, sizeof pairs);
+      zeros |= pairs == Pairs{};
+    }
+    uint64_t halves[2];
+    std::memcpy(halves, &zeros, sizeof halves);
+    return (halves[0] | halves[1]) != 0;
   }
 
   template <class Found>
   static void look(const uint8_t* at, Found&& found) {
-    if ((zeroPairs(at) & kTopBits) == 0) return;
+    if (!hasZeroPair(at)) return;
     for (size_t offset = 0; offset < kStep; offset += 2) {
       if (at[offset] != 0 || at[offset + 1] != 0) continue;
       if (isStartCode(at + offset - 1)) found(at + offset - 1);
@@ -53,14 +59,14 @@ struct WordBlock {
   }
 
  private:
-  static constexpr uint64_t kOnes = 0x0001000100010001;
-  static constexpr uint64_t kTopBits = 0x8000800080008000;
+  using Pairs __attribute__((vector_size(16))) = uint16_t;
+  using Flags __attribute__((vector_size(16))) = int16_t;  // of a comparison of pairs
 
-  /// Among kTopBits, none is set exactly when no pair of the word is zero.
-  static uint64_t zeroPairs(const uint8_t* at) {
+  /// Whether one of the four pairs of a word is zero: only a zero pair borrows from its own top bit.
+  static bool hasZeroPair(const uint8_t* at) {
     uint64_t word;
     std::memcpy(&word, at, sizeof word);
-    return (word - kOnes) & ~word;
+    return ((word - 0x0001000100010001) & ~word & 0x8000800080008000) != 0;
   }
 };
 
@@ -104,7 +110,7 @@ struct SSE2Block {
 };
 using FastestBlock = SSE2Block;
 #else
-using FastestBlock = WordBlock;
+using FastestBlock = PortableBlock;
 #endif
 
 /// Calls found(p) for every start code in [begin, end), from first to last. `found` may write to the

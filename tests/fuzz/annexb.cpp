@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   const auto length = static_cast<uint32_t>(size);
   const auto expected = scanByteByByte(data);
   require(scan<start_codes::FastestBlock>(data) == expected);
-  require(scan<start_codes::WordBlock>(data) == expected);
+  require(scan<start_codes::PortableBlock>(data) == expected);
 
   uint32_t unitLength = 0;
   uint8_t* unit = nullptr;

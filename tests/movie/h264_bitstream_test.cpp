@@ -99,7 +99,7 @@ TEST(StartCodeScan, FindsWhatAByteByByteSearchFinds) {
       if (from > data.size()) continue;
       const auto expected = startCodesByteByByte(data, from);
       ASSERT_EQ(startCodes<start_codes::FastestBlock>(data, from), expected);
-      ASSERT_EQ(startCodes<start_codes::WordBlock>(data, from), expected);
+      ASSERT_EQ(startCodes<start_codes::PortableBlock>(data, from), expected);
     }
   }
 }
@@ -113,7 +113,7 @@ TEST(StartCodeScan, FindsASingleCodeAtEveryPlaceAndAlignment) {
         data[at + 3] = 1;
         const std::vector<ptrdiff_t> expected{static_cast<ptrdiff_t>(at)};
         ASSERT_EQ(startCodes<start_codes::FastestBlock>(data, from), expected) << size << " " << from;
-        ASSERT_EQ(startCodes<start_codes::WordBlock>(data, from), expected) << size << " " << from;
+        ASSERT_EQ(startCodes<start_codes::PortableBlock>(data, from), expected) << size << " " << from;
       }
     }
   }
