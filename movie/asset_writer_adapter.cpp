@@ -1,10 +1,11 @@
 #include "movie/asset_writer_adapter.h"
 
-#include <sys/statvfs.h>
-
+#include <algorithm>
 #include <chrono>
+#include <limits>
 #include <utility>
 
+#include "platform/foundation/file_manager.h"
 #include "platform/foundation/log.h"
 #include "platform/media/four_char_code.h"
 #include "platform/writing/file_system.h"
@@ -19,23 +20,16 @@ constexpr std::chrono::milliseconds kLongestWait{100};
 /// With less free space than this a failure counts as a full disk, whatever the writer says.
 constexpr uint64_t kLeastFreeSpace = 4'000'000;
 
-std::optional<uint64_t> freeSpaceAt(const std::string& path) {
-  struct statvfs facts {};
-  if (statvfs(path.c_str(), &facts) != 0) return std::nullopt;
-  return uint64_t{facts.f_bavail} * facts.f_frsize;
-}
-
 /// Where a sample ends, in microseconds of the movie; 0 when its times do not say.
 uint64_t endOf(const CMSampleBuffer& sample) {
   CMTime duration = sample.duration();
   if (const auto* sound = dynamic_cast<const CMAudioFormatDescription*>(sample.formatDescription().get())) {
     const AudioStreamBasicDescription& description = sound->streamBasicDescription();
-    const int64_t frames = int64_t{sample.numSamples()} * description.mFramesPerPacket;
-    duration = CMTimeMake(frames, static_cast<int32_t>(description.mSampleRate));
+    const double rate = std::min<double>(description.mSampleRate, std::numeric_limits<int32_t>::max());
+    duration = CMTimeMake(int64_t{sample.numSamples()} * description.mFramesPerPacket, static_cast<int32_t>(rate));
   }
-  const CMTime start = CMTimeConvertScale(sample.presentationTimeStamp(), 1'000'000);
-  const CMTime length = CMTimeConvertScale(duration, 1'000'000);
-  return start.valid && length.valid ? static_cast<uint64_t>(start.value + length.value) : 0;
+  const CMTime end = CMTimeConvertScale(CMTimeAdd(sample.presentationTimeStamp(), duration), 1'000'000);
+  return end.valid && end.value > 0 ? static_cast<uint64_t>(end.value) : 0;
 }
 
 }  // namespace
@@ -176,11 +170,16 @@ void AVAssetWriterAdapter::wakeWriter(size_t waiting, AVAssetWriterInput& input)
   if (waiting >= kGatheredSamples) return input.mediaDataAvailable();
   // An exchange here and there: a sample queued while a wake is pending is seen by its pull.
   if (mWakePending.exchange(true)) return;
-  mWriterQueue->asyncAfter(kLongestWait, [this, writing = mWriting] {
-    if (!writing->alive) return;
-    mWakePending.exchange(false);
-    pullWaiting();
-  });
+  try {
+    mWriterQueue->asyncAfter(kLongestWait, [this, writing = mWriting] {
+      if (!writing->alive) return;
+      mWakePending.exchange(false);
+      pullWaiting();
+    });
+  } catch (...) {
+    mWakePending = false;  // no memory for this wake; the next sample asks for another
+    throw;
+  }
 }
 
 int32_t AVAssetWriterAdapter::reportFailure(const AVAssetWriter& writer) const {
@@ -192,7 +191,7 @@ int32_t AVAssetWriterAdapter::reportFailure(const AVAssetWriter& writer) const {
 }
 
 int32_t AVAssetWriterAdapter::AVErrorToMovieCreatorError(int64_t code) const {
-  return movieCreatorError(code, freeSpaceAt(mFilePath));
+  return movieCreatorError(code, NSFileManager::defaultManager().freeSpaceAtPath(mFilePath));
 }
 
 int32_t AVAssetWriterAdapter::movieCreatorError(int64_t code, std::optional<uint64_t> freeSpace) {

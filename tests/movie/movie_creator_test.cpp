@@ -226,8 +226,10 @@ TEST_F(MovieCreator, TakesTwoCaptureThreadsAndACloser) {
     }
   });
   std::thread microphone([&] {
-    for (uint32_t number = 0; !closed; ++number)
+    for (uint32_t number = 0; !closed; ++number) {
+      while (mCreator->waiting().audioWaiting > kAudioQueueCapacity / 2) std::this_thread::yield();
       add(*mCreator, test::soundPacket(number), kStart + number * 21'334ULL, kAudio);
+    }
   });
   while (rounds < 50) {
     EXPECT_LE(mCreator->waiting().videoWaiting, mCreator->waiting().videoCapacity);

@@ -222,6 +222,7 @@ TEST(PCMSamples, FollowEachOtherAndFillGapsWithZeroFrames) {
 }
 
 TEST(PCMSamples, KeepWholeFramesOnly) {
+  CapturedLines lines;
   PCMAudioSampleGenerator generator(48'000, 2, 16);
   EXPECT_FALSE(make(generator, bytes("010203"), 0)) << "less than a frame";
   const auto first = make(generator, bytes("0102030405"), 0);
