@@ -241,7 +241,8 @@ std::vector<uint32_t> PictureTrack::codecs() const {
 }
 
 std::unique_ptr<Footage> Footage::open(const std::string& path, bool wantsLength, std::string& error) {
-  auto container = MediaContainer::open(path, error);
+  const auto file = FileBlocks::open(path, error);
+  auto container = file ? MediaContainer::open(path, file, error) : nullptr;
   if (!container) return nullptr;
   auto footage = std::make_unique<Footage>();
   footage->path = path;
@@ -257,7 +258,7 @@ std::unique_ptr<Footage> Footage::open(const std::string& path, bool wantsLength
   std::string pictureError;
   std::string soundError;
   const auto reader = [&](int index, std::string& why) {
-    const TrackChoice choice{path, index};
+    const TrackChoice choice{path, file, index};
     return container ? TrackReader::take(choice, std::move(container)) : TrackReader::open(choice, why);
   };
   if (pictureIndex >= 0) pictures.reader = reader(pictureIndex, pictureError);

@@ -6,16 +6,13 @@ extern "C" {
 #include <libavutil/opt.h>
 }
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
+#include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <mutex>
 #include <optional>
@@ -86,71 +83,42 @@ void quietLibav() {
   });
 }
 
-/// Opens footage for reading. @return the descriptor, or -1 with the reason in `error`.
-int openFile(const std::string& path, std::string& error) {
-  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (descriptor < 0) {
-    error = errno == ENOENT ? fmt::format("{}: no such file; check the path after \"file:\"", path)
-                            : fmt::format("{}: cannot be opened: {}", path, std::strerror(errno));
-    return -1;
-  }
-  struct stat status {};
-  const bool known = fstat(descriptor, &status) == 0;
-  if (known && S_ISREG(status.st_mode) && status.st_size > 0) return descriptor;
-  if (known && S_ISREG(status.st_mode)) {
-    error = fmt::format("{}: the file is empty", path);
-  } else if (known && S_ISDIR(status.st_mode)) {
-    error = fmt::format("{}: is a folder; name a movie or sound file in it", path);
-  } else {
-    error = fmt::format("{}: is not a regular file", path);
-  }
-  ::close(descriptor);
-  return -1;
-}
-
 int refuseOtherFiles(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) {
   return AVERROR(EPERM);
 }
 
 }  // namespace
 
-struct MediaContainer::File {
-  int descriptor = -1;
+/// A place in the file, as libav reads from it.
+struct MediaContainer::Cursor {
+  std::shared_ptr<FileBlocks> file;
   int64_t position = 0;
 
-  ~File() { ::close(descriptor); }
-
   static int read(void* opaque, uint8_t* bytes, int count) {
-    File& file = *static_cast<File*>(opaque);
-    ssize_t got = 0;
-    do {
-      got = pread(file.descriptor, bytes, static_cast<size_t>(count), file.position);
-    } while (got < 0 && errno == EINTR);
-    if (got < 0) return AVERROR(errno);
+    Cursor& cursor = *static_cast<Cursor*>(opaque);
+    const int got = cursor.file->read(cursor.position, bytes, count);
+    if (got < 0) return AVERROR(-got);
     if (got == 0) return AVERROR_EOF;
-    file.position += got;
-    return static_cast<int>(got);
+    cursor.position += got;
+    return got;
   }
 
   static int64_t seek(void* opaque, int64_t offset, int whence) {
-    File& file = *static_cast<File*>(opaque);
-    struct stat status {};
-    const bool needsSize = (whence & AVSEEK_SIZE) != 0 || (whence & ~AVSEEK_FORCE) == SEEK_END;
-    if (needsSize && fstat(file.descriptor, &status) != 0) return AVERROR(errno);
-    if (whence & AVSEEK_SIZE) return status.st_size;
+    Cursor& cursor = *static_cast<Cursor*>(opaque);
+    if (whence & AVSEEK_SIZE) return cursor.file->size();
+    int64_t base = 0;
     switch (whence & ~AVSEEK_FORCE) {
       case SEEK_CUR:
-        offset += file.position;
+        base = cursor.position;
         break;
       case SEEK_END:
-        offset += status.st_size;
+        base = cursor.file->size();
         break;
       default:
         break;
     }
-    if (offset < 0) return AVERROR(EINVAL);
-    file.position = offset;
-    return offset;
+    if (base < 0 || offset < -base || offset > INT64_MAX - base) return AVERROR(EINVAL);
+    return cursor.position = base + offset;
   }
 };
 
@@ -162,18 +130,17 @@ MediaContainer::~MediaContainer() {
   avio_context_free(&mInput);
 }
 
-std::unique_ptr<MediaContainer> MediaContainer::open(const std::string& path, std::string& error) {
+std::unique_ptr<MediaContainer> MediaContainer::open(const std::string& path, std::shared_ptr<FileBlocks> file,
+                                                     std::string& error) {
   quietLibav();
-  const int descriptor = openFile(path, error);
-  if (descriptor < 0) return nullptr;
   std::unique_ptr<MediaContainer> container(new MediaContainer);
-  container->mFile = std::make_unique<File>();
-  container->mFile->descriptor = descriptor;
+  container->mCursor = std::make_unique<Cursor>();
+  container->mCursor->file = std::move(file);
 
   auto* buffer = static_cast<unsigned char*>(av_malloc(kBufferBytes));
   container->mInput = buffer == nullptr ? nullptr
-                                        : avio_alloc_context(buffer, kBufferBytes, 0, container->mFile.get(),
-                                                             &File::read, nullptr, &File::seek);
+                                        : avio_alloc_context(buffer, kBufferBytes, 0, container->mCursor.get(),
+                                                             &Cursor::read, nullptr, &Cursor::seek);
   container->mContext = container->mInput == nullptr ? nullptr : avformat_alloc_context();
   if (container->mContext == nullptr) {
     if (container->mInput == nullptr) av_free(buffer);

@@ -4,15 +4,18 @@
 #include <string>
 
 #include "capture/files/av_handles.h"
+#include "capture/files/file_blocks.h"
 
 namespace vesk::capture {
 
-/// A local file opened as a container of tracks. Reads go straight to the file: no network, no
-/// other file that the footage may name.
+/// A file opened as a container of tracks: only this file, no network and no other file that the
+/// footage may name.
 class MediaContainer {
  public:
-  /// Opens the file at `path`. @return null with one line for a person in `error`.
-  static std::unique_ptr<MediaContainer> open(const std::string& path, std::string& error);
+  /// Looks for tracks in `file`, whose name stands in `path`. @return null with one line for a
+  /// person in `error`.
+  static std::unique_ptr<MediaContainer> open(const std::string& path, std::shared_ptr<FileBlocks> file,
+                                              std::string& error);
   ~MediaContainer();
   MediaContainer(const MediaContainer&) = delete;
   MediaContainer& operator=(const MediaContainer&) = delete;
@@ -29,10 +32,10 @@ class MediaContainer {
   void readOnly(int index);
 
  private:
-  struct File;
+  struct Cursor;
   MediaContainer();
 
-  std::unique_ptr<File> mFile;
+  std::unique_ptr<Cursor> mCursor;
   AVIOContext* mInput = nullptr;
   AVFormatContext* mContext = nullptr;
 };

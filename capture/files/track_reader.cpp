@@ -31,7 +31,7 @@ std::unique_ptr<TrackReader> TrackReader::take(const TrackChoice& choice, std::u
 
 bool TrackReader::openContainer(std::string& error) {
   mContainer.reset();
-  auto container = MediaContainer::open(mChoice.path, error);
+  auto container = MediaContainer::open(mChoice.path, mChoice.file, error);
   if (!container) return false;
   if (mChoice.index < 0 || mChoice.index >= static_cast<int>(container->context()->nb_streams)) {
     error = fmt::format("{}: the file has changed since it was opened", mChoice.path);

@@ -18,6 +18,7 @@ namespace vesk::capture {
 /// Which track of which file, and how its times are counted.
 struct TrackChoice {
   std::string path;
+  std::shared_ptr<FileBlocks> file;
   int index = -1;
   int64_t origin = 0;               ///< microseconds of the file's clock at the footage's time 0
   AVRational packetTime = {1, 25};  ///< seconds from packet to packet where the file does not say

@@ -1,0 +1,94 @@
+#include "capture/files/file_blocks.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+namespace vesk::capture {
+
+std::shared_ptr<FileBlocks> FileBlocks::open(const std::string& path, std::string& error) {
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor < 0) {
+    error = errno == ENOENT ? fmt::format("{}: no such file; check the path after \"file:\"", path)
+                            : fmt::format("{}: cannot be opened: {}", path, std::strerror(errno));
+    return nullptr;
+  }
+  std::shared_ptr<FileBlocks> file(new FileBlocks(descriptor));
+  struct stat status {};
+  const bool isKnown = fstat(descriptor, &status) == 0;
+  if (isKnown && S_ISREG(status.st_mode) && status.st_size > 0) return file;
+  if (isKnown && S_ISREG(status.st_mode)) {
+    error = fmt::format("{}: the file is empty", path);
+  } else if (isKnown && S_ISDIR(status.st_mode)) {
+    error = fmt::format("{}: is a folder; name a movie or sound file in it", path);
+  } else {
+    error = fmt::format("{}: is not a regular file", path);
+  }
+  return nullptr;
+}
+
+FileBlocks::~FileBlocks() {
+  ::close(mDescriptor);
+}
+
+int64_t FileBlocks::size() const {
+  struct stat status {};
+  return fstat(mDescriptor, &status) == 0 ? static_cast<int64_t>(status.st_size) : -int64_t{errno};
+}
+
+int FileBlocks::read(int64_t position, uint8_t* bytes, int count) {
+  if (position < 0 || count <= 0) return -EINVAL;
+  if (count >= kBlockBytes) return readThrough(position, bytes, count);
+  MutexLock lock(mMutex);
+  int error = 0;
+  int copied = 0;
+  while (copied < count) {
+    const Block* found = block((position + copied) / kBlockBytes, error);
+    if (found == nullptr) break;
+    const int64_t at = (position + copied) % kBlockBytes;
+    const int64_t part = std::min<int64_t>(count - copied, found->size - at);
+    if (part <= 0) break;
+    std::memcpy(bytes + copied, found->bytes.data() + at, static_cast<size_t>(part));
+    copied += static_cast<int>(part);
+  }
+  return copied > 0 ? copied : error;
+}
+
+int FileBlocks::readThrough(int64_t position, uint8_t* bytes, int64_t count) const {
+  int64_t total = 0;
+  while (total < count) {
+    const ssize_t got = pread(mDescriptor, bytes + total, static_cast<size_t>(count - total), position + total);
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0 && total == 0) return -errno;
+    if (got <= 0) break;
+    total += got;
+  }
+  return static_cast<int>(total);
+}
+
+/// The block of that number, read unless it is kept; null with a negative errno when it cannot be.
+const FileBlocks::Block* FileBlocks::block(int64_t number, int& error) {
+  ++mUses;
+  Block* oldest = &mBlocks[0];
+  for (Block& kept : mBlocks) {
+    if (kept.number == number && kept.size > 0) {
+      kept.lastUse = mUses;
+      return &kept;
+    }
+    if (kept.lastUse < oldest->lastUse) oldest = &kept;
+  }
+  oldest->bytes.resize(static_cast<size_t>(kBlockBytes));
+  oldest->number = number;
+  oldest->lastUse = mUses;
+  const int got = readThrough(number * kBlockBytes, oldest->bytes.data(), kBlockBytes);
+  oldest->size = std::max(got, 0);
+  if (got < 0) error = got;
+  return got < 0 ? nullptr : oldest;
+}
+
+}  // namespace vesk::capture
