@@ -433,15 +433,34 @@ std::string endingName(const testing::TestParamInfo<size_t>& ending) {
 }
 INSTANTIATE_TEST_SUITE_P(All, EndingTest, testing::Range(size_t{0}, std::size(kEndings)), endingName);
 
+TEST_F(InterfaceTest, KeepsADeviceThatItsOwnCallbackClosesUntilTheCallbackHasReturned) {
+  struct Host {
+    VCI_HANDLE handle;
+    FakeDevice& camera;
+  } host{video, *camera};
+  const auto callback = [](void*, VCI_EVENT_INFO* info) {
+    const auto& of = *static_cast<Host*>(info->context);
+    VCI_Close_Device(of.handle);
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // may show a fault, never makes one
+    EXPECT_EQ(of.camera.closed, 0);
+  };
+  VCI_Subscribe_Event(video, kVCIEventFrame, callback, &host);
+  VCI_Start_Capture(video, 0);
+  deliver(1).join();
+  VCI_Cleanup();
+  EXPECT_EQ(camera->closed, 1);
+}
+
 TEST_F(InterfaceTest, TellsLibraryWideSubscribersOfArrivalsAndDepartures) {
-  static Recorder<uint32_t> events;
-  const auto videoEvent = [](void*, VCI_EVENT_INFO* info) { events.add(info->event); };
-  const auto audioEvent = [](void*, ACI_EVENT_INFO* info) { events.add(info->event); };
+  using Events = Recorder<uint32_t>;
+  Events events;
+  const auto videoEvent = [](void*, VCI_EVENT_INFO* info) { static_cast<Events*>(info->context)->add(info->event); };
+  const auto audioEvent = [](void*, ACI_EVENT_INFO* info) { static_cast<Events*>(info->context)->add(info->event); };
   for (const uint32_t event : {kVCIEventDeviceLeft, kVCIEventDeviceArrived}) {
-    EXPECT_EQ(VCI_Subscribe_Event(nullptr, event, videoEvent, nullptr), 0);
+    EXPECT_EQ(VCI_Subscribe_Event(nullptr, event, videoEvent, &events), 0);
   }
   for (const uint32_t event : {kACIEventDeviceLeft, kACIEventDeviceArrived}) {
-    EXPECT_EQ(ACI_Subscribe_Event(nullptr, event, audioEvent, nullptr), 0);
+    EXPECT_EQ(ACI_Subscribe_Event(nullptr, event, audioEvent, &events), 0);
   }
   source->announce(DeviceKind::kVideo, true);
   source->announce(DeviceKind::kVideo, false);
