@@ -108,7 +108,7 @@ bool MovieFileWriter::append(size_t number, const CMSampleBufferRef& sample) {
   if (!track.accept(sample, mSessionStart)) return false;
   if (!mHasHeader) {
     if (shouldWriteHeader() && !writeHeader()) return false;
-  } else if (!wasKnown && !writeSecondHeader()) {
+  } else if (!wasKnown && !writeSecondHeader(track)) {
     return false;
   }
   if (track.waitingDuration() < kLongestFragment && track.waitingBytes() < kLargestFragment) return true;
@@ -201,17 +201,15 @@ bool MovieFileWriter::writeHeader() {
   return true;
 }
 
-/// Puts a `moov` that has all tracks into the spare room and switches to it. The first lies in front
+/// Puts a `moov` that has all tracks, `late` too, into the spare room and switches to it. The first lies in front
 /// and stays in force until the second is complete; then the two change their types.
-bool MovieFileWriter::writeSecondHeader() {
+bool MovieFileWriter::writeSecondHeader(MediaTrack& late) {
   const auto header = makeFragmentedMovieHeader(mMovie, knownTracks());
   const Slot spare = mSlots[1];
   constexpr size_t kAtomHeader = 8;
   constexpr size_t kAtomType = 4;
   if (spare.size < header.size() + kAtomHeader) {
-    for (MediaTrack& track : mTracks) {
-      if (track.description() && track.index().count() == 0 && !track.waiting().empty()) track.refuse();
-    }
+    late.refuse();
     NSLog("A track came too late for its movie and is left out: " + mPath);
     return false;
   }

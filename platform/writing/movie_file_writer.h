@@ -75,7 +75,7 @@ class MovieFileWriter {
   bool hasWaiting() const;
   bool shouldWriteHeader() const;
   bool writeHeader();
-  bool writeSecondHeader();
+  bool writeSecondHeader(MediaTrack& late);
   bool flush();
   bool makePlain();
   bool writeOrCutBack(std::span<iovec> vectors, uint64_t size);

@@ -205,6 +205,23 @@ TEST_F(MovieFileWriterTest, AddsATrackWhoseFirstSampleComesLate) {
   EXPECT_EQ(movie.find("h264")->packets, 200);
 }
 
+TEST_F(MovieFileWriterTest, GoesOnWithoutALateTrackThatHasNoRoom) {
+  const size_t sound = addSound();
+  const size_t video = addVideo();
+  const auto format = pcmFormat(48000, 1);
+  ASSERT_TRUE(mWriter.start());
+  for (int i = 0; i < 60; ++i) ASSERT_TRUE(mWriter.append(sound, pcmSample(format, 1440, i * 30'000)));
+  VideoFormatExtensions extensions;
+  for (const char* type : {"avcC", "aaaa", "bbbb"}) extensions.sampleDescriptionExtensionAtoms[type].resize(4000);
+  const auto large = CMVideoFormatDescription::create(kCMVideoCodecType_H264, 64, 48, extensions);
+  const auto block = CMBlockBuffer::create(100);
+  EXPECT_FALSE(mWriter.append(video, CMSampleBuffer::create(block, large, {{}, microseconds(1'800'000), {}}, 100)));
+  for (int i = 60; i < 120; ++i) ASSERT_TRUE(mWriter.append(sound, pcmSample(format, 1440, i * 30'000)));
+  const ProbedMovie movie = finishAndProbe();
+  ASSERT_EQ(movie.tracks.size(), 1U);
+  EXPECT_EQ(movie.tracks[0].bytes, 120 * 1440 * 2);
+}
+
 TEST_F(MovieFileWriterTest, LeavesOutATrackWithoutSamples) {
   const size_t video = addVideo();
   const size_t sound = addSound();
