@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "platform/foundation/dispatch_queue.h"
+#include "platform/foundation/run_loop.h"
 #include "tests/sessions/recording_test.h"
 
 namespace vesk {
@@ -93,7 +94,8 @@ TEST_F(RecorderTest, IdleOnesIgnoreSamplesAndClose) {
   EXPECT_FALSE(isServed) << "the run loop has nothing to do here";
   EXPECT_EQ(recorder->statistics().videoFrames, 0U);
   EXPECT_EQ(recorder->waiting().videoWaiting, 0U);
-  DispatchQueue::mainQueue()->sync([] {});
+  while (!isServed)
+    NSRunLoop::currentRunLoop()->runUntilDate(std::chrono::steady_clock::now() + std::chrono::milliseconds(1));
 }
 
 TEST_F(RecorderTest, ASecondOpenIsRefusedAndTheFirstGoesOn) {
