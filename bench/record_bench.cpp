@@ -2,6 +2,7 @@
 /// queue and a thread, and prints what it cost: one JSON object on standard output.
 ///
 ///   record_bench --writer vesk|avformat --clip CLIP --minutes M OUT
+///   record_bench --dump --clip CLIP OUT      writes the frames themselves, for count_bench
 ///
 /// The pictures of CLIP (H.264) are repeated as often as needed; --raw WxH records 2vuy pictures
 /// instead. 30 pictures a second and 48 kHz stereo PCM in packets of 1024 frames; time stamps as in
@@ -11,6 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -30,13 +32,14 @@ extern "C" {
 }
 
 #include "movie/movie_creator.h"
+#include "platform/foundation/log.h"
 #include "platform/media/four_char_code.h"
 
 namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-constexpr int64_t kFrameDistance = 33'333;   // microseconds
+constexpr int64_t kFrameDistance = 33'333;  // microseconds
 constexpr uint32_t kPacketFrames = 1024;
 constexpr uint32_t kRate = 48'000;
 
@@ -49,6 +52,7 @@ struct Settings {
   int height = 720;
   bool raw = false;
   bool realTime = false;
+  bool dump = false;
 };
 
 struct Footage {
@@ -108,6 +112,17 @@ Footage readClip(const std::string& path) {
   return footage;
 }
 
+void dump(const Footage& footage, const std::string& path) {
+  FILE* const file = std::fopen(path.c_str(), "wb");
+  if (!file) fail("cannot write " + path);
+  for (const Bytes& frame : footage.frames) {
+    const auto length = static_cast<uint32_t>(frame.size());
+    std::fwrite(&length, sizeof length, 1, file);
+    std::fwrite(frame.data(), 1, frame.size(), file);
+  }
+  std::fclose(file);
+}
+
 Footage makeRaw(int width, int height) {
   Footage footage;
   footage.width = width;
@@ -136,7 +151,8 @@ class Recorder {
 
 class VeskWriter : public Recorder {
  public:
-  VeskWriter(const Settings& settings, const Footage& footage) : mCreator(vesk::CreateMovieCreator(settings.out.c_str())) {
+  VeskWriter(const Settings& settings, const Footage& footage)
+      : mCreator(vesk::CreateMovieCreator(settings.out.c_str())) {
     vesk::_VeskVideoDescription video{};
     video.width = footage.width;
     video.height = footage.height;
@@ -160,7 +176,8 @@ class VeskWriter : public Recorder {
     return waiting.videoWaiting * 2 > waiting.videoCapacity || waiting.audioWaiting * 2 > waiting.audioCapacity;
   }
   void drain() override {
-    for (auto waiting = mCreator->waiting(); waiting.videoWaiting + waiting.audioWaiting != 0; waiting = mCreator->waiting())
+    for (auto waiting = mCreator->waiting(); waiting.videoWaiting + waiting.audioWaiting != 0;
+         waiting = mCreator->waiting())
       usleep(1000);
   }
   void finish() override { mCreator->Close(); }
@@ -289,14 +306,21 @@ Settings readSettings(int argc, char** argv) {
       if (++i >= argc) fail(word + " wants a value");
       return argv[i];
     };
-    if (word == "--writer") settings.writer = next();
-    else if (word == "--clip") settings.clip = next();
-    else if (word == "--minutes") settings.minutes = std::atof(next().c_str());
-    else if (word == "--real-time") settings.realTime = true;
+    if (word == "--writer")
+      settings.writer = next();
+    else if (word == "--clip")
+      settings.clip = next();
+    else if (word == "--minutes")
+      settings.minutes = std::atof(next().c_str());
+    else if (word == "--dump")
+      settings.dump = true;
+    else if (word == "--real-time")
+      settings.realTime = true;
     else if (word == "--raw") {
       settings.raw = true;
       if (std::sscanf(next().c_str(), "%dx%d", &settings.width, &settings.height) != 2) fail("--raw wants WxH");
-    } else settings.out = word;
+    } else
+      settings.out = word;
   }
   if (settings.out.empty() || (settings.clip.empty() && !settings.raw)) fail("see the head of record_bench.cpp");
   return settings;
@@ -306,15 +330,22 @@ Settings readSettings(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   const Settings settings = readSettings(argc, argv);
+  vesk::setStandardOutput(stderr);  // the result stands alone on standard output
   const Footage footage = settings.raw ? makeRaw(settings.width, settings.height) : readClip(settings.clip);
+  if (settings.dump) {
+    dump(footage, settings.out);
+    return 0;
+  }
   size_t largest = 0;
   for (const Bytes& frame : footage.frames) largest = std::max(largest, frame.size());
   Bytes buffer(largest);
   Bytes packet(kPacketFrames * 4, 1);
 
   std::unique_ptr<Recorder> recorder;
-  if (settings.writer == "vesk") recorder = std::make_unique<VeskWriter>(settings, footage);
-  else recorder = std::make_unique<AvformatWriter>(settings, footage);
+  if (settings.writer == "vesk")
+    recorder = std::make_unique<VeskWriter>(settings, footage);
+  else
+    recorder = std::make_unique<AvformatWriter>(settings, footage);
 
   const auto frames = static_cast<int64_t>(settings.minutes * 60 * 1e6 / kFrameDistance);
   const int64_t warm = frames / 10;
@@ -345,7 +376,8 @@ int main(int argc, char** argv) {
   stat(settings.out.c_str(), &file);
   const double hours = settings.minutes / 60;
   std::printf(
-      "{\"writer\":\"%s\",\"frames\":%lld,\"bytes\":%lld,\"cpu\":%.4f,\"cpu_per_hour\":%.3f,\"growth_mb_per_hour\":%.3f,"
+      "{\"writer\":\"%s\",\"frames\":%lld,\"bytes\":%lld,\"cpu\":%.4f,\"cpu_per_hour\":%.3f,\"growth_mb_per_hour\":%."
+      "3f,"
       "\"finish_ms\":%.2f}\n",
       settings.writer.c_str(), static_cast<long long>(frames), static_cast<long long>(file.st_size), cpu, cpu / hours,
       static_cast<double>(residentAtEnd - residentWhenWarm) / 1e6 / (hours * 0.9), finishMs);

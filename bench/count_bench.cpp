@@ -1,0 +1,62 @@
+/// Records frames from a file that `record_bench --dump` made, for counting instructions: this
+/// program links nothing that valgrind cannot run.
+///
+///   count_bench FRAMES PICTURES OUT
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+#include "movie/movie_creator.h"
+#include "platform/foundation/log.h"
+#include "platform/media/four_char_code.h"
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+/// Each frame is a 32-bit length in the machine's byte order, then its bytes.
+std::vector<Bytes> readFrames(const char* path) {
+  std::vector<Bytes> frames;
+  FILE* const file = std::fopen(path, "rb");
+  uint32_t length = 0;
+  while (file && std::fread(&length, sizeof length, 1, file) == 1) {
+    Bytes frame(length);
+    if (std::fread(frame.data(), 1, length, file) != length) break;
+    frames.push_back(std::move(frame));
+  }
+  if (file) std::fclose(file);
+  return frames;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 4) return 2;
+  const auto frames = readFrames(argv[1]);
+  const int pictures = std::atoi(argv[2]);
+  if (frames.empty() || pictures <= 0) return 2;
+  vesk::setStandardOutput(stderr);
+  vesk::_VeskVideoDescription video{1280, 720, vesk::kCMVideoCodecType_H264, 30, 0};
+  vesk::_VeskAudioDescription audio{vesk::kWaveFormatLinearPCM, 2, 48'000, 16};
+  const auto creator = vesk::CreateMovieCreator(argv[3]);
+  creator->Open(&video, &audio);
+  Bytes buffer;
+  Bytes packet(4096, 1);
+  uint64_t soundTime = 1'000'000;
+  for (int number = 0; number < pictures; ++number) {
+    const uint64_t time = 1'000'000 + static_cast<uint64_t>(number) * 33'333;
+    for (; soundTime <= time; soundTime += 21'333)
+      creator->AddSampleToMovie(packet.data(), packet.size(), soundTime, vesk::VeskMovieCreator::VeskMediaTypeAudio);
+    buffer = frames[static_cast<size_t>(number) % frames.size()];  // the camera's own copy
+    creator->AddSampleToMovie(buffer.data(), buffer.size(), time, vesk::VeskMovieCreator::VeskMediaTypeVideo);
+    while (creator->waiting().videoWaiting > 100) {
+      timespec moment{0, 1'000'000};
+      nanosleep(&moment, nullptr);
+    }
+  }
+  creator->Close();
+  return 0;
+}
