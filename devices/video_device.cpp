@@ -115,6 +115,7 @@ std::vector<uint32_t> VeskVideoDevice::getSupportedFrameIntervals(const CMVideoF
         return VCI_Enum_Frame_Intervals(mHandle, &pixelFormat, &frameSize, intervals, size, count);
       });
   std::vector<uint32_t> intervals;
+  intervals.reserve(records.size());
   for (const VCIFrameInterval& record : records) intervals.push_back(record.interval);
   return intervals;
 }

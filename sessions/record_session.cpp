@@ -219,8 +219,7 @@ QueueLevels VeskRecordSession::waiting() const {
 }
 
 bool VeskRecordSession::isWriterBusy() const {
-  const QueueLevels levels = waiting();
-  return levels.videoWaiting > levels.videoCapacity / 2 || levels.audioWaiting > levels.audioCapacity / 2;
+  return waiting().isBusy();
 }
 
 }  // namespace vesk

@@ -52,7 +52,7 @@ std::optional<TemporaryMovie> TemporaryMovie::reserve(const std::string& finalPa
 }
 
 TemporaryMovie::TemporaryMovie(TemporaryMovie&& other) noexcept
-    : mPath(other.mPath), mIsReserved(std::exchange(other.mIsReserved, false)) {}
+    : mPath(std::move(other.mPath)), mIsReserved(std::exchange(other.mIsReserved, false)) {}
 
 TemporaryMovie::~TemporaryMovie() {
   giveBack();

@@ -141,6 +141,7 @@ TEST_F(DelegateListTest, TakesChangesWhileFramesArrive) {
   std::atomic<bool> isOver = false;
   std::atomic<int> frames = 0;
   std::vector<std::thread> threads;
+  threads.reserve(2);
   for (int i = 0; i < 2; ++i)
     threads.emplace_back([&] {
       while (!isOver) deliver();

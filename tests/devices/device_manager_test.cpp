@@ -161,6 +161,7 @@ TEST_F(DeviceManagerTest, IsMadeOnceByManyThreads) {
   for (int round = 0; round < 20; ++round) {
     std::vector<std::shared_ptr<VeskDeviceManager>> made(4);
     std::vector<std::thread> threads;
+    threads.reserve(made.size());
     for (auto& each : made) threads.emplace_back([&each] { each = VeskDeviceManager::getSharedInstance(); });
     for (auto& thread : threads) thread.join();
     for (const auto& each : made) EXPECT_EQ(each, made[0]);
@@ -173,6 +174,7 @@ TEST_F(DeviceManagerTest, ListsMayBeReadWhileEventsReplaceThem) {
   manager();
   std::atomic<bool> isOver = false;
   std::vector<std::thread> readers;
+  readers.reserve(2);
   for (int i = 0; i < 2; ++i)
     readers.emplace_back([&] {
       while (!isOver) {

@@ -247,13 +247,14 @@ TEST_F(RecordSessionTest, KeepsTheDevicesItWasStartedWith) {
 TEST_F(RecordSessionTest, StopsAndStartsWhileFramesArrive) {
   std::atomic<bool> isOver = false;
   std::vector<std::thread> threads;
+  threads.reserve(2);
   for (int thread = 0; thread < 2; ++thread)
     threads.emplace_back([&, thread] {
       for (int64_t time = 1'000'000; !isOver; time += 20'000) {
         if (thread == 0)
           fakeCamera->deliver(picture, time);
         else
-          fakeMicrophone->deliver({packet.data(), 960 * 4}, time);
+          fakeMicrophone->deliver(std::span(packet).first(3840), time);
         session->isWriterBusy();
         std::this_thread::sleep_for(std::chrono::microseconds(200));
       }

@@ -136,6 +136,7 @@ TEST_F(RecorderTest, ClosesWhileFramesArriveOnTwoThreads) {
   std::atomic<bool> isOver = false;
   std::atomic<int> added = 0;
   std::vector<std::thread> threads;
+  threads.reserve(2);
   for (int thread = 0; thread < 2; ++thread)
     threads.emplace_back([&, thread] {
       auto bytes = picture;

@@ -51,8 +51,8 @@ struct RecordingTest : DeviceTest {
   std::shared_ptr<VeskAudioDevice> microphone = VeskAudioDevice::initWithDeviceInfo(infoOf("/mic"));
   TemporaryFolder temporary;
   TemporaryFolder movies;
-  std::array<uint8_t, 16 * 16 * 2> picture{};
-  std::array<uint8_t, 1600 * 4> packet{};  ///< a thirtieth of a second
+  std::array<uint8_t, 512> picture{};
+  std::array<uint8_t, 6400> packet{};  ///< a thirtieth of a second
 };
 
 }  // namespace vesk::test
