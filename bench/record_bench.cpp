@@ -171,10 +171,7 @@ class VeskWriter : public Recorder {
   void sound(uint8_t* bytes, size_t length, int64_t time) override {
     mCreator->AddSampleToMovie(bytes, length, static_cast<uint64_t>(time), vesk::VeskMovieCreator::VeskMediaTypeAudio);
   }
-  bool isBusy() const override {
-    const auto waiting = mCreator->waiting();
-    return waiting.videoWaiting * 2 > waiting.videoCapacity || waiting.audioWaiting * 2 > waiting.audioCapacity;
-  }
+  bool isBusy() const override { return mCreator->waiting().isBusy(); }
   void drain() override {
     for (auto waiting = mCreator->waiting(); waiting.videoWaiting + waiting.audioWaiting != 0;
          waiting = mCreator->waiting())

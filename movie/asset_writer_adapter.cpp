@@ -15,6 +15,7 @@ namespace {
 
 /// Samples that are gathered before the writer is woken, and how long the first may wait for others.
 constexpr size_t kGatheredSamples = 32;
+constexpr uint64_t kGatheredBytes = uint64_t{4} << 20;
 constexpr std::chrono::milliseconds kLongestWait{100};
 
 /// With less free space than this a failure counts as a full disk, whatever the writer says.
@@ -122,16 +123,19 @@ int32_t AVAssetWriterAdapter::addSampleLocked(const CMSampleBufferRef& sample,
   SampleQueue& queue = isVideo ? mVideoQueue : mAudioQueue;
   RecordingCounters::Track& counters = isVideo ? mCounters->video : mCounters->audio;
 
+  const size_t size = sample->data().size();
   RecordingCounters::add(counters.queued);  // before the writer queue can take it
+  RecordingCounters::add(mCounters->bytesQueued, size);
   if (queue.enqueue(CMSampleBufferRef(sample))) {
     mCounters->noteEnd(endOf(*sample));
   } else {
     counters.queued.fetch_sub(1, std::memory_order_relaxed);
+    mCounters->bytesQueued.fetch_sub(size, std::memory_order_relaxed);
     RecordingCounters::add(counters.dropped);
     printToError("[FATAL] dropping packet!\n");
   }
   const int32_t result = addSamplePriv(sample, input);
-  wakeWriter(queue.count(), *input);
+  wakeWriter(queue.count(), mCounters->levels().bytesWaiting, *input);
   return result;
 }
 
@@ -166,8 +170,8 @@ void AVAssetWriterAdapter::startWriting() {
   request(mVideoInput.get(), mVideoQueue, mCounters->video);
 }
 
-void AVAssetWriterAdapter::wakeWriter(size_t waiting, AVAssetWriterInput& input) {
-  if (waiting >= kGatheredSamples) return input.mediaDataAvailable();
+void AVAssetWriterAdapter::wakeWriter(size_t waiting, uint64_t bytes, AVAssetWriterInput& input) {
+  if (waiting >= kGatheredSamples || bytes >= kGatheredBytes) return input.mediaDataAvailable();
   // An exchange here and there: a sample queued while a wake is pending is seen by its pull.
   if (mWakePending.exchange(true)) return;
   try {
@@ -214,6 +218,7 @@ int32_t AVAssetWriterAdapter::AddSampleFromQueue(SampleQueue& queue, AVAssetWrit
     const CMSampleBufferRef sample = queue.dequeue();
     if (!sample) break;
     counters.taken.fetch_add(1, std::memory_order_release);
+    mCounters->bytesTaken.fetch_add(sample->data().size(), std::memory_order_release);
     if (!input->appendSampleBuffer(sample)) {
       NSLog("[FATAL]: Failed to insert sample!!!");
       RecordingCounters::add(counters.refused);
@@ -265,7 +270,8 @@ void AVAssetWriterAdapter::finishWriting(AVAssetWriter& writer) {
 }
 
 void AVAssetWriterAdapter::drain(SampleQueue& queue, RecordingCounters::Track& counters) {
-  while (queue.dequeue()) {
+  while (const CMSampleBufferRef sample = queue.dequeue()) {
+    RecordingCounters::add(mCounters->bytesTaken, sample->data().size());
     RecordingCounters::add(counters.refused);
     RecordingCounters::add(counters.taken);
   }

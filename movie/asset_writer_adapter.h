@@ -85,7 +85,7 @@ class VESK_EXPORT AVAssetWriterAdapter {
       VESK_REQUIRES(mMutex);
   void startWriting() VESK_REQUIRES(mMutex);
   bool mustBeDiscarded(const CMSampleBuffer& sample) VESK_REQUIRES(mMutex);
-  void wakeWriter(size_t waiting, AVAssetWriterInput& input) VESK_REQUIRES(mMutex);
+  void wakeWriter(size_t waiting, uint64_t bytes, AVAssetWriterInput& input) VESK_REQUIRES(mMutex);
   int32_t reportFailure(const AVAssetWriter& writer) const;
 
   // On the writer queue:
@@ -94,7 +94,7 @@ class VESK_EXPORT AVAssetWriterAdapter {
   void finishWriting(AVAssetWriter& writer);
 
   /// Empties a queue whose samples have nowhere to go.
-  static void drain(SampleQueue& queue, RecordingCounters::Track& counters);
+  void drain(SampleQueue& queue, RecordingCounters::Track& counters);
 
   SampleQueue mAudioQueue{kAudioQueueCapacity};
   SampleQueue mVideoQueue{kVideoQueueCapacity};

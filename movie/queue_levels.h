@@ -14,6 +14,16 @@ struct QueueLevels {
   uint32_t audioWaiting = 0;
   uint32_t videoCapacity = kVideoQueueCapacity;
   uint32_t audioCapacity = kAudioQueueCapacity;
+  uint64_t bytesWaiting = 0;  ///< in both queues together
+
+  /// Whether a source that can wait should: more than half of a queue is waiting, or so much that raw
+  /// pictures would pile up in memory.
+  bool isBusy() const {
+    return videoWaiting > videoCapacity / 2 || audioWaiting > audioCapacity / 2 || bytesWaiting > kManyBytes;
+  }
+
+ private:
+  static constexpr uint64_t kManyBytes = uint64_t{24} << 20;
 };
 
 }  // namespace vesk

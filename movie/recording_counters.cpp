@@ -51,6 +51,7 @@ QueueLevels RecordingCounters::levels() const {
   QueueLevels result;
   result.videoWaiting = static_cast<uint32_t>(difference(video.queued, video.taken));
   result.audioWaiting = static_cast<uint32_t>(difference(audio.queued, audio.taken));
+  result.bytesWaiting = difference(bytesQueued, bytesTaken);
   return result;
 }
 

@@ -40,6 +40,8 @@ class VESK_EXPORT RecordingCounters {
   Track audio;
   Count silence{0};  ///< packets put in to fill gaps
   Count bytes{0};
+  Count bytesQueued{0};  ///< by both tracks
+  Count bytesTaken{0};   ///< from both queues
   std::atomic<bool> writerMissing{false};
 
  private:

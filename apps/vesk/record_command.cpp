@@ -135,12 +135,21 @@ class Recording {
     if (status == 0 && mCamera->isCapturing()) return;
     const std::string name = isSoundRefused ? nameOf(*mMicrophone->deviceInfo()) : nameOf(*mCamera->deviceInfo());
     mSession->stopSession();
+    removeRefused();
     if (status == 1 || status == 8)
       throw Failure(kFailed, fmt::format("a movie could not be begun in \"{}\".", folderOf(mOptions.file)),
                     "Choose another place or another format.");
     throw Failure(kBusy, fmt::format("\"{}\" refused to start.", name),
                   isSoundRefused ? "Close other programs that use it, or record without sound with --no-audio."
                                  : "Close other programs that use it, or choose another format.");
+  }
+
+  /// A session whose microphone started has recorded a moment of sound alone: nobody asked for that.
+  void removeRefused() const {
+    const RecordingOutcome outcome = mSession->lastOutcome();
+    if (outcome.finalPath.empty()) return;
+    std::error_code ignored;
+    fs::remove(outcome.temporaryPath.empty() ? outcome.finalPath : outcome.temporaryPath, ignored);
   }
 
   void deviceRemoved(std::shared_ptr<VeskDeviceInfo> info) {

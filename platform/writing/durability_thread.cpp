@@ -3,6 +3,7 @@
 #include <pthread.h>
 
 #include <cerrno>
+#include <chrono>
 #include <system_error>
 #include <utility>
 
@@ -14,6 +15,9 @@ namespace {
 
 /// Long recordings stay in one piece on the disk, and little is lost when a program dies.
 constexpr uint64_t kAllocationStep = uint64_t{64} << 20;
+
+/// A recording faster than real time would else sync a thousand times a second of it.
+constexpr std::chrono::milliseconds kLeastBetweenSyncs{250};
 
 }  // namespace
 
@@ -48,14 +52,17 @@ void DurabilityThread::stop() {
 void DurabilityThread::run() {
   pthread_setname_np(pthread_self(), "Vesk Movie Sync");
   uint64_t synced = 0;
+  auto next = std::chrono::steady_clock::now();
   for (;;) {
     uint64_t written;
     {
       MutexLock lock(mMutex);
       while (mWritten == synced && !mStopping) mWake.wait(mMutex);
+      while (std::chrono::steady_clock::now() < next && !mStopping) mWake.wait_until(mMutex, next);
       if (mStopping) return;
       written = mWritten;
     }
+    next = std::chrono::steady_clock::now() + kLeastBetweenSyncs;
     setSpaceAside(written);
     int error = mFile.syncData();
     if (error == 0 && !mFile.isLinked()) error = ENOENT;

@@ -20,9 +20,9 @@ class MemoryFileSystem final : public FileSystem {
  public:
   enum class Operation { kWrite, kSync, kTruncate, kPreallocate };
   struct Fault {
-    int error = 0;                   ///< the operation fails with this
-    size_t mostBytes = SIZE_MAX;     ///< of a write that succeeds, and of one that fails before it does
-    bool killed = false;             ///< nothing happens from here on, as if the program had been killed
+    int error = 0;                ///< the operation fails with this
+    size_t mostBytes = SIZE_MAX;  ///< of a write that succeeds, and of one that fails before it does
+    bool killed = false;          ///< nothing happens from here on, as if the program had been killed
   };
   using FaultPlan = std::function<Fault(Operation operation, size_t number, uint64_t offset, size_t bytes)>;
 
