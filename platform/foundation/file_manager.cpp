@@ -237,7 +237,7 @@ std::string stringByDeletingLastPathComponent(const std::string& path) {
 std::string stringByAppendingPathComponent(const std::string& path, const std::string& component) {
   const size_t end = path.find_last_not_of('/');
   const size_t begin = component.find_first_not_of('/');
-  const std::string name = begin == std::string::npos ? "" : component.substr(begin);
+  std::string name = begin == std::string::npos ? "" : component.substr(begin);
   if (path.empty()) return name;
   return (end == std::string::npos ? "" : path.substr(0, end + 1)) + "/" + name;
 }
