@@ -44,8 +44,9 @@ class RecordFootage(MovieTest):
                 self.assertEqual(int(facts["video"]["nb_read_packets"]), result["video"]["frames"])
                 if result["video"]["codec"] == "2vuy" and clip.suffix not in (".uyvy",) and "uyvy" not in clip.name:
                     continue  # reordered pictures, offered decoded
-                if clip.name not in CHANGING_PARAMETER_SETS:
-                    self.assertEqual(picture_hashes(movie), picture_hashes(clip, *reading_options(clip)))
+                if clip.name in CHANGING_PARAMETER_SETS:
+                    continue
+                self.assertEqual(picture_hashes(movie), picture_hashes(clip, *reading_options(clip)))
                 if result["sound"] and result["sound"]["codec"] == "pcm":
                     self.assertEqual(sound_bytes(movie), sound_bytes(clip))
                 if not warnings_of_ffmpeg(clip, *reading_options(clip)):
