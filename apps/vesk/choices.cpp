@@ -99,7 +99,7 @@ WantedPicture readPictureChoice(const std::string& text) {
 std::pair<int, int64_t> preference(const CMVideoFormatDescription& format) {
   const auto size = format.dimensions();
   const int64_t area = int64_t{size.width} * size.height;
-  return {format.mediaSubType() == kCMVideoCodecType_H264 ? 0 : 1, area <= 1280 * 720 ? -area : area};
+  return {format.mediaSubType() == kCMVideoCodecType_H264 ? 0 : 1, area <= int64_t{1280} * 720 ? -area : area};
 }
 
 uint32_t readSoundCodec(const std::string& text, const std::string& whole) {

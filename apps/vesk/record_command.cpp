@@ -28,7 +28,7 @@ using capture::Transport;
 constexpr std::chrono::milliseconds kTick{200};
 
 std::string humanSize(uint64_t bytes) {
-  if (bytes < 1000 * 1000) return fmt::format("{:.0f} kB", static_cast<double>(bytes) / 1e3);
+  if (bytes < 1000ULL * 1000) return fmt::format("{:.0f} kB", static_cast<double>(bytes) / 1e3);
   if (bytes < 1000ULL * 1000 * 1000) return fmt::format("{:.1f} MB", static_cast<double>(bytes) / 1e6);
   return fmt::format("{:.2f} GB", static_cast<double>(bytes) / 1e9);
 }
@@ -166,11 +166,8 @@ class Recording {
   void tick() {
     if (mIsStopping) return;
     const RecordingStatistics statistics = mSession->statistics();
-    if (statistics.writerMissing || statistics.status != 0) {
-      mLoop.stop();
-      return;
-    }
-    if (mOptions.duration && static_cast<double>(statistics.duration) >= *mOptions.duration * 1e6) {
+    const bool isLongEnough = mOptions.duration && static_cast<double>(statistics.duration) >= *mOptions.duration * 1e6;
+    if (statistics.writerMissing || statistics.status != 0 || isLongEnough) {
       mLoop.stop();
       return;
     }

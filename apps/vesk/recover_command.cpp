@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 /// Finishes the movie at `path`. @throws Failure when there is nothing that can be read in it.
 RecoveryResult finish(const std::string& path) {
-  const RecoveryResult result = recoverMovie(path);
+  RecoveryResult result = recoverMovie(path);
   switch (result.outcome) {
     case RecoveryOutcome::kAlreadyPlain:
     case RecoveryOutcome::kRecovered:
