@@ -32,19 +32,24 @@ def cpu_of(command):
 
 
 def in_turn(runs, outputs, **commands):
-    """Median CPU seconds of each command, and the last output of each; runs are taken A B C, A B C, …
+    """Median CPU seconds of each command, and all outputs of each; runs are taken A B C, A B C, …
 
     The outputs of earlier runs are removed first: pages that a file gives back are cheaper to write
     than fresh ones.
     """
-    seconds, output = {name: [] for name in commands}, {}
+    seconds, output = {name: [] for name in commands}, {name: [] for name in commands}
     for _ in range(runs):
         for name, command in commands.items():
             for path in outputs:
                 path.unlink(missing_ok=True)
-            used, output[name] = cpu_of(command)
+            used, printed = cpu_of(command)
             seconds[name].append(used)
+            output[name].append(printed)
     return {name: statistics.median(values) for name, values in seconds.items()}, output
+
+
+def median_of(outputs, field):
+    return statistics.median(json.loads(text)[field] for text in outputs)
 
 
 class Table:
@@ -98,8 +103,7 @@ def main():
             used, printed = in_turn(runs, (out, peer_out), ours=record("vesk", out, *memory), bare=record("avformat", peer_out, *memory),
                                     copy=[*ffmpeg, peer_out], read=[*ffmpeg, "-f", "null", "-"])
             hour = 60 / minutes
-            ours = json.loads(printed["ours"])["cpu_per_hour"]
-            bare = json.loads(printed["bare"])["cpu_per_hour"]
+            ours, bare = (median_of(printed[who], "cpu_per_hour") for who in ("ours", "bare"))
             peer = (used["copy"] - used["read"]) * hour
             table.add(f"recording from memory, {megabits} Mbit/s, CPU s per hour", "≤ 0.40 of ffmpeg", f"{ours:.2f}",
                       f"{peer:.2f}", f"{ours / peer:.2f}")
@@ -119,7 +123,7 @@ def main():
         if not options.only or options.only in "raw":
             raw = ("--raw", "1280x720", "--minutes", 0.25)
             _, printed = in_turn(runs, (out, peer_out), ours=record("vesk", out, *raw), bare=record("avformat", peer_out, *raw))
-            ours, bare = (json.loads(printed[who])["cpu"] for who in ("ours", "bare"))
+            ours, bare = (median_of(printed[who], "cpu") for who in ("ours", "bare"))
             table.add("2vuy 720p recording, CPU s", "≤ 2.0 of libavformat", f"{ours:.2f}", f"{bare:.2f}", f"{ours / bare:.2f}")
 
 
