@@ -220,7 +220,7 @@ TEST_F(SimulatedSourceTest, AppliesVolumeAndMuteToTheSamples) {
   const int full = peak();
   EXPECT_NEAR(full, 16384, 100);
   EXPECT_EQ(device->setVolume(51), 0);
-  EXPECT_NEAR(peak(), full / 5, 2);
+  EXPECT_NEAR(peak(), full / 5.0, 2);
   EXPECT_EQ(device->setMute(true), 0);
   EXPECT_EQ(peak(), 0);
   bool mute = false;

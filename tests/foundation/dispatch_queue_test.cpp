@@ -26,6 +26,7 @@ TEST(SerialQueue, KeepsTheOrderOfEveryThreadThatAddsToIt) {
   const auto queue = DispatchQueue::createSerial("order");
   std::vector<std::pair<int, int>> ran;  // touched by the queue's work only
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int thread = 0; thread < kThreads; ++thread)
     threads.emplace_back([&, thread] {
       for (int number = 0; number < kEach; ++number)
@@ -43,6 +44,7 @@ TEST(SerialQueue, SyncFromManyThreadsWaitsForItsOwnWork) {
   const auto queue = DispatchQueue::createSerial("sync");
   int counter = 0;  // unguarded on purpose: the queue is the guard
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int thread = 0; thread < 4; ++thread)
     threads.emplace_back([&] {
       for (int number = 0; number < 200; ++number) {

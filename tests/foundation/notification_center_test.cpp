@@ -70,6 +70,7 @@ TEST(NotificationCenter, NoCallAfterRemovalWhileTwoThreadsPost) {
   NSNotificationCenter center;
   std::atomic<bool> stop{false};
   std::vector<std::thread> posters;
+  posters.reserve(2);
   for (int thread = 0; thread < 2; ++thread)
     posters.emplace_back([&] {
       while (!stop) center.postNotificationName("x");

@@ -99,13 +99,18 @@ TEST(MemoryPool, BlocksHoldWhatWasAskedForAndAreUsedAgain) {
       for (const size_t length : {base - 1, base, base + 1})
         std::memset(MemoryPool::shared().allocate(length).get(), 1, length);
 
-  const uint8_t* const first = MemoryPool::shared().allocate(700000).get();  // given back at once
+  const uint8_t* first = nullptr;
+  {
+    const auto block = MemoryPool::shared().allocate(700000);
+    first = block.get();
+  }  // given back at once
   EXPECT_EQ(MemoryPool::shared().allocate(700000).get(), first);
   EXPECT_FALSE(MemoryPool::shared().allocate(kTooMuch));
 }
 
 TEST(MemoryPool, GivesABlockToOneThreadAtATime) {
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int thread = 0; thread < 4; ++thread)
     threads.emplace_back([thread] {
       for (int round = 0; round < 500; ++round) {

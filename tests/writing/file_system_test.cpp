@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <string_view>
 
 #include "tests/support/temporary_folder.h"
 #include "tests/writing/movie_probe.h"
@@ -27,6 +28,7 @@ TEST(FileSystem, WritesMoreVectorsThanOneCallTakes) {
   const auto file = open(folder.file("a"));
   std::vector<uint8_t> expected;
   std::vector<std::vector<uint8_t>> pieces;
+  pieces.reserve(3000);
   for (int i = 0; i < 3000; ++i) pieces.emplace_back(static_cast<size_t>(i % 7), static_cast<uint8_t>(i));
   std::vector<iovec> vectors;
   for (auto& piece : pieces) {
@@ -208,7 +210,8 @@ TEST(FileSystem, HoldsAMovieBeyondFourGiB) {
       ASSERT_EQ(tail.content[i * 2] | tail.content[i * 2 + 1] << 8, (first + i) & 0xFFFF);
     }
     const auto end = readFileEnd(path, 20'000);
-    EXPECT_EQ(std::search(end.begin(), end.end(), "co64", "co64" + 4) != end.end(), finished);
+    constexpr std::string_view kWide = "co64";
+    EXPECT_EQ(std::search(end.begin(), end.end(), kWide.begin(), kWide.end()) != end.end(), finished);
   }
 }
 

@@ -346,7 +346,7 @@ TEST_F(PCMTimingTest, KeepsLongSoundInStep) {
   EXPECT_GT(inserted, 3000) << "the source did insert silence";
   ASSERT_TRUE(mWriter.finish());
   const ProbedMovie movie = probe();
-  EXPECT_NEAR(static_cast<double>(movie.tracks[0].bytes / 2), static_cast<double>(kPackets * kFrames), 48.0)
+  EXPECT_NEAR(static_cast<double>(movie.tracks[0].bytes) / 2, static_cast<double>(kPackets * kFrames), 48.0)
       << "a millisecond";
 }
 

@@ -168,6 +168,7 @@ TEST(MovieRecovery, KeepsTheGapsOfARecording) {
   const size_t video = writer.addTrack(TrackKind::kVideo);
   ASSERT_TRUE(writer.start());
   std::vector<int64_t> times;
+  times.reserve(200);
   for (int i = 0; i < 200; ++i) times.push_back(500'000 + i * 30'000 + (i > 60 ? 7'000'000 : 0));
   for (size_t i = 0; i < times.size(); ++i) ASSERT_TRUE(writer.append(video, h264Sample(i, times[i])));
   const ProbedMovie movie = probeMovie(recover(files.bytes(kPath)).bytes);

@@ -1,2 +1,0 @@
-// The reader of the writer's tests serves these tests too.
-#include "tests/writing/movie_probe.cpp"
