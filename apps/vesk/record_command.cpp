@@ -44,7 +44,9 @@ Failure writerFailure(const RecordingStatistics& statistics, const std::string& 
     case -199:
       return {kFailed, fmt::format("the disk of \"{}\" is full.", path), "Make room on it, or record to another disk."};
     case -198:
-      return {kFailed, fmt::format("the movie's file in \"{}\" cannot be written any more.", folderOf(path)),
+      return {kFailed,
+              fmt::format("the movie's file in \"{}\" cannot be written any more.",
+                          stringByDeletingLastPathComponent(path)),
               "See that the disk is attached and its folder still exists."};
     default:
       return {kFailed, fmt::format("writing \"{}\" failed.", path),
@@ -137,8 +139,10 @@ class Recording {
     mSession->stopSession();
     removeRefused();
     if (status == 1 || status == 8)
-      throw Failure(kFailed, fmt::format("a movie could not be begun in \"{}\".", folderOf(mOptions.file)),
-                    "Choose another place or another format.");
+      throw Failure(
+          kFailed,
+          fmt::format("a movie could not be begun in \"{}\".", stringByDeletingLastPathComponent(mOptions.file)),
+          "Choose another place or another format.");
     throw Failure(kBusy, fmt::format("\"{}\" refused to start.", name),
                   isSoundRefused ? "Close other programs that use it, or record without sound with --no-audio."
                                  : "Close other programs that use it, or choose another format.");

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "apps/vesk/program.h"
+#include "platform/foundation/file_manager.h"
 
 namespace vesk::program {
 namespace {
@@ -25,18 +26,16 @@ std::string folderPrefix(const std::string& finalPath) {
 
 }  // namespace
 
-std::string folderOf(const std::string& path) {
-  const std::string folder = fs::path(path).parent_path().string();
-  return folder.empty() ? "." : folder;
-}
-
 RecordingFolder::RecordingFolder(const std::string& finalPath) {
-  std::string made = (fs::path(folderOf(finalPath)) / (folderPrefix(finalPath) + "XXXXXX")).string();
-  if (!mkdtemp(made.data()))
-    throw Failure(kFailed, fmt::format("cannot write in \"{}\": {}.", folderOf(finalPath), std::strerror(errno)),
-                  errno == ENOENT   ? "Make the folder first, or choose another place."
-                  : errno == ENOSPC ? "Make room on that disk, or choose another place."
+  const std::string folder = stringByDeletingLastPathComponent(finalPath);
+  std::string made = (fs::path(folder) / (folderPrefix(finalPath) + "XXXXXX")).string();
+  if (!mkdtemp(made.data())) {
+    const int error = errno;  // what follows may change it
+    throw Failure(kFailed, fmt::format("cannot write in \"{}\": {}.", folder, std::strerror(error)),
+                  error == ENOENT   ? "Make the folder first, or choose another place."
+                  : error == ENOSPC ? "Make room on that disk, or choose another place."
                                     : "Choose a place that you may write to.");
+  }
   mPath = made;
 }
 
@@ -48,7 +47,8 @@ std::vector<std::string> findLeftovers(const std::string& finalPath) {
   std::vector<std::string> found;
   const std::string prefix = folderPrefix(finalPath);
   std::error_code error;
-  for (fs::directory_iterator entry(folderOf(finalPath), error), end; !error && entry != end; entry.increment(error)) {
+  for (fs::directory_iterator entry(stringByDeletingLastPathComponent(finalPath), error), end; !error && entry != end;
+       entry.increment(error)) {
     if (entry->path().filename().string().rfind(prefix, 0) != 0) continue;
     const fs::path movie = entry->path() / fs::path(finalPath).filename();
     std::error_code ignored;

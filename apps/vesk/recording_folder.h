@@ -25,7 +25,4 @@ class RecordingFolder {
 /// Movies that recordings of the same final path left in such folders.
 std::vector<std::string> findLeftovers(const std::string& finalPath);
 
-/// The folder of a path, "." when it names none.
-std::string folderOf(const std::string& path);
-
 }  // namespace vesk::program
