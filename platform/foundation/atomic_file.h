@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "platform/foundation/error.h"
+#include "platform/foundation/export.h"
+
+namespace vesk {
+
+/// Writes a whole file, or nothing: the bytes go to a hidden name beside `path`, are synced, and
+/// replace what is at `path` by a rename. After a failure `path` is as it was and nothing is left
+/// beside it; `error` (may be null) holds errno and one line for a person. From any thread.
+VESK_EXPORT bool writeToFileAtomically(const std::string& path, std::span<const uint8_t> bytes,
+                                       NSError* error = nullptr);
+
+}  // namespace vesk
