@@ -3,6 +3,8 @@ set(VESK_PUBLIC_HEADERS
     capture/aci.h
     capture/capture_host.h
     capture/vci.h
+    catalogue/resolution_info.h
+    catalogue/xml_reader.h
     devices/audio_device.h
     devices/device_info.h
     devices/device_manager.h

@@ -79,6 +79,14 @@ int parseAndRun(int argc, char** argv) {
       ->required();
   recoverCommand->footer("Nothing recorded is removed: a movie that is whole already is left as it is.");
 
+  ResolutionsOptions resolutions;
+  CLI::App* const resolutionsCommand = app.add_subcommand("resolutions", "Look a product up in a resolution catalogue");
+  resolutionsCommand->add_option("FILE", resolutions.file, "The catalogue, an XML file")->required();
+  resolutionsCommand->add_option("--product", resolutions.product, "Product number in hexadecimal digits")
+      ->type_name("HEX")
+      ->required();
+  resolutionsCommand->add_option("--codec", resolutions.codec, "Only what is for this codec")->type_name("NAME");
+
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
@@ -90,6 +98,7 @@ int parseAndRun(int argc, char** argv) {
     if (devicesCommand->parsed()) return runDevices(global, devices);
     if (formatsCommand->parsed()) return runFormats(global, formats);
     if (recordCommand->parsed()) return runRecord(global, record);
+    if (resolutionsCommand->parsed()) return runResolutions(global, resolutions);
     return runRecover(global, recover);
   } catch (const Failure& failure) {
     return report(failure, global);
