@@ -105,6 +105,11 @@ class CaptureSource {
   virtual std::vector<DeviceDescription> devices(DeviceKind kind) = 0;
   /// Opens the device at `path`; null when there is none or it cannot be opened.
   virtual std::unique_ptr<CaptureDevice> open(DeviceKind kind, const std::string& path) = 0;
+  /// Opens the microphone at `path` for its level only: it captures beside whoever else captures
+  /// from it, and does not count as a use of it.
+  virtual std::unique_ptr<CaptureDevice> openForMetering(const std::string& path) {
+    return open(DeviceKind::kAudio, path);
+  }
 };
 
 }  // namespace vesk::capture

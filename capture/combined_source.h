@@ -28,15 +28,25 @@ class CombinedSource : public CaptureSource {
   }
 
   std::unique_ptr<CaptureDevice> open(DeviceKind kind, const std::string& path) override {
+    CaptureSource* const owner = ownerOf(kind, path);
+    return owner ? owner->open(kind, path) : nullptr;
+  }
+
+  std::unique_ptr<CaptureDevice> openForMetering(const std::string& path) override {
+    CaptureSource* const owner = ownerOf(DeviceKind::kAudio, path);
+    return owner ? owner->openForMetering(path) : nullptr;
+  }
+
+ private:
+  CaptureSource* ownerOf(DeviceKind kind, const std::string& path) const {
     for (const auto& source : mSources) {
       for (const DeviceDescription& device : source->devices(kind)) {
-        if (device.path == path) return source->open(kind, path);
+        if (device.path == path) return source.get();
       }
     }
     return nullptr;
   }
 
- private:
   const std::vector<std::shared_ptr<CaptureSource>> mSources;
 };
 

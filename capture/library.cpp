@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "capture/aci.h"
+#include "capture/microphone_taps.h"
 #include "capture/source_selection.h"
 #include "capture/wide_text.h"
 #include "platform/foundation/log.h"
@@ -26,7 +27,11 @@ std::u16string shownPath(const std::string& path) {
 }  // namespace
 
 Library& Library::shared() {
-  static Library* const library = new Library;  // outlives every thread that may call in
+  // Outlives every thread that may call in. Meters find its microphones from the first call on.
+  static Library* const library = [] {
+    AudioTapProvider::setShared(std::make_shared<MicrophoneTaps>());
+    return new Library;
+  }();
   return *library;
 }
 

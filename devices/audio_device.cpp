@@ -27,6 +27,7 @@ std::shared_ptr<VeskAudioDevice> VeskAudioDevice::initWithDeviceInfo(std::shared
 }
 
 VeskAudioDevice::~VeskAudioDevice() {
+  endMeter();
   // Capture goes on, but its packets need not be sent to a device that is gone.
   if (mIsOpen) ACI_UnSubscribe_Event(mHandle, kACIEventPacket);
 }
@@ -38,6 +39,7 @@ int32_t VeskAudioDevice::openDevice() {
 void VeskAudioDevice::closeDevice() {
   if (mIsCapturing) stopCapture();
   closeHandle();
+  stopVUMeter();
 }
 
 std::shared_ptr<const CMAudioFormatList> VeskAudioDevice::getSupportedFormats() {

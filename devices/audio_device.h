@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -11,6 +12,12 @@
 
 namespace vesk {
 
+class AVCaptureAudioPreviewOutput;
+class AVCaptureDevice;
+class AVCaptureDeviceInput;
+class AVCaptureSession;
+class NSTimer;
+
 using CMAudioFormatList = std::vector<CMAudioFormatDescriptionRef>;
 
 /// A microphone: lists the sound it can deliver, captures, hands every packet to its delegates, and
@@ -21,7 +28,7 @@ using CMAudioFormatList = std::vector<CMAudioFormatDescriptionRef>;
 ///
 /// Threads: as VeskVideoDevice. Packets are delivered on the capture library's thread while the
 /// delegate list is locked.
-class VESK_EXPORT VeskAudioDevice : public VeskAVDevice {
+class VESK_EXPORT VeskAudioDevice : public VeskAVDevice, public std::enable_shared_from_this<VeskAudioDevice> {
  public:
   /// The microphones attached now, from the device manager.
   static std::shared_ptr<const VeskDeviceList> getAudioDeviceList();
@@ -67,11 +74,37 @@ class VESK_EXPORT VeskAudioDevice : public VeskAVDevice {
   bool isAutoVolumeSet() const { return false; }
   void setAutoVolume(bool) {}
 
+  // The level meter. It listens to the microphone a second time, beside a capture, and needs the
+  // device neither open nor capturing. It is started and stopped on the main thread.
+
+  /// Begins to tell the delegates that take levels how loud the microphone is, every 0.03 seconds on
+  /// the main queue. Nothing when it is running already. A microphone that cannot be listened to
+  /// leaves the meter running without reports.
+  /// @return 0
+  int32_t startVUMeter();
+  /// Ends it: every delegate that takes levels has had negative infinity, on the calling thread,
+  /// when this returns, and gets no level of this run after it. Nothing when it is not running.
+  /// @return 0
+  int32_t stopVUMeter();
+  /// Makes the running meter listen to `device`, or to none.
+  void setSelectedAudioDevice(const std::shared_ptr<const AVCaptureDevice>& device);
+  /// What the meter's timer does: hands the present level to the delegates.
+  void micLevelTimerFired();
+
  private:
   using VeskAVDevice::VeskAVDevice;
 
+  void endMeter();
+
   std::shared_ptr<const CMAudioFormatList> mSupportedFormats;
   CMAudioFormatDescriptionRef mFormat;
+
+  std::shared_ptr<NSTimer> mMicLevelTimer;
+  std::shared_ptr<AVCaptureSession> mSession;  ///< there while the meter runs
+  std::shared_ptr<AVCaptureAudioPreviewOutput> mAudioPreviewOutput;
+  std::shared_ptr<AVCaptureDeviceInput> mAudioDeviceInput;
+  /// False once the run that it was made for has ended: levels still on the main queue are left out.
+  std::shared_ptr<std::atomic<bool>> mIsMetering;
 };
 
 }  // namespace vesk

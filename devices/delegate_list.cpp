@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "platform/foundation/dispatch_queue.h"
 #include "platform/foundation/log.h"
 
 namespace vesk {
@@ -83,6 +84,17 @@ void DelegateList::deliverMicLevel(float level) {
   for (size_t i = 0; i < mEntries.size(); ++i) {
     const Entry entry = mEntries[i];
     if (entry.micLevelDelegate) callDelegate([&] { entry.micLevelDelegate->didMicLevelEventOccured(level); });
+  }
+}
+
+void DelegateList::queueMicLevel(float level, const std::shared_ptr<const std::atomic<bool>>& isCurrent) {
+  const auto mainQueue = DispatchQueue::mainQueue();
+  const RecursiveMutexLock lock(mLock);
+  for (const Entry& entry : mEntries) {
+    if (!entry.micLevelDelegate) continue;
+    mainQueue->async([entry, level, isCurrent] {
+      if (*isCurrent) callDelegate([&] { entry.micLevelDelegate->didMicLevelEventOccured(level); });
+    });
   }
 }
 

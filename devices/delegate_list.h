@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -35,6 +36,9 @@ class VESK_LOCAL DelegateList {
   void deliver(void* frame, uint32_t length, int64_t timestamp) VESK_EXCLUDES(mLock);
   /// Hands a microphone's level to every delegate that takes levels.
   void deliverMicLevel(float level) VESK_EXCLUDES(mLock);
+  /// The same on the main queue, without waiting: each delegate has work of its own there, which is
+  /// left out once `isCurrent` holds false.
+  void queueMicLevel(float level, const std::shared_ptr<const std::atomic<bool>>& isCurrent) VESK_EXCLUDES(mLock);
 
   /// A context pointer for the capture library that stands for `list`. Tickets are never used twice.
   static void* ticketFor(const std::shared_ptr<DelegateList>& list);

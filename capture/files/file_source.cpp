@@ -69,20 +69,22 @@ class SharedFootage {
 /// What camera and microphone have in common.
 class FileDevice : public CaptureDevice {
  public:
-  FileDevice(std::shared_ptr<SharedFootage> footage, DeviceKind kind) : mFootage(std::move(footage)), mKind(kind) {}
+  /// Exclusive devices hold their track; others play it beside its holder.
+  FileDevice(std::shared_ptr<SharedFootage> footage, DeviceKind kind, bool isExclusive)
+      : mFootage(std::move(footage)), mKind(kind), mIsExclusive(isExclusive) {}
   ~FileDevice() override { end(); }
 
   int32_t start(uint32_t, FrameCallback callback) override {
     MutexLock lock(mMutex);
     if (mStream) return kVCISuccess;
     if (!callback) return kVCIInvalidArgument;
-    if (!mFootage->acquire(mKind)) return kVCIBusy;
+    if (mIsExclusive && !mFootage->acquire(mKind)) return kVCIBusy;
     std::string error;
     auto reader = mFootage->reader(mKind, error);
     auto units = reader ? makeUnits(std::move(reader), error) : nullptr;
     if (!units) {
       NSLog(error);
-      mFootage->release(mKind);
+      if (mIsExclusive) mFootage->release(mKind);
       return kVCIFailed;
     }
     mStream =
@@ -110,11 +112,12 @@ class FileDevice : public CaptureDevice {
     }
     if (!stream) return;
     mFootage->conductor().remove(stream);
-    mFootage->release(mKind);
+    if (mIsExclusive) mFootage->release(mKind);
   }
 
   const std::shared_ptr<SharedFootage> mFootage;
   const DeviceKind mKind;
+  const bool mIsExclusive;
   Mutex mMutex;
   std::shared_ptr<TrackStream> mStream VESK_GUARDED_BY(mMutex);
 };
@@ -122,7 +125,7 @@ class FileDevice : public CaptureDevice {
 class FileCamera : public FileDevice {
  public:
   explicit FileCamera(std::shared_ptr<SharedFootage> footage)
-      : FileDevice(std::move(footage), DeviceKind::kVideo), mCodec(track().codecs().front()) {}
+      : FileDevice(std::move(footage), DeviceKind::kVideo, true), mCodec(track().codecs().front()) {}
 
   std::vector<VideoFormat> videoFormats() override {
     std::vector<VideoFormat> formats;
@@ -158,8 +161,8 @@ class FileCamera : public FileDevice {
 
 class FileMicrophone : public FileDevice {
  public:
-  explicit FileMicrophone(std::shared_ptr<SharedFootage> footage)
-      : FileDevice(std::move(footage), DeviceKind::kAudio), mFormat(waveFormats().front()) {}
+  FileMicrophone(std::shared_ptr<SharedFootage> footage, bool isExclusive)
+      : FileDevice(std::move(footage), DeviceKind::kAudio, isExclusive), mFormat(waveFormats().front()) {}
 
   std::vector<WaveFormat> waveFormats() override {
     const SoundTrack& track = *footage().sound();
@@ -220,7 +223,12 @@ class FileSource : public CaptureSource {
     const auto known = devices(kind);
     if (known.empty() || known.front().path != path) return nullptr;
     if (kind == DeviceKind::kVideo) return std::make_unique<FileCamera>(mFootage);
-    return std::make_unique<FileMicrophone>(mFootage);
+    return std::make_unique<FileMicrophone>(mFootage, true);
+  }
+
+  std::unique_ptr<CaptureDevice> openForMetering(const std::string& path) override {
+    if (mMicrophones.empty() || mMicrophones.front().path != path) return nullptr;
+    return std::make_unique<FileMicrophone>(mFootage, false);
   }
 
  private:
