@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "platform/foundation/export.h"
 #include "platform/graphics/ci_context.h"
@@ -112,6 +113,7 @@ class VESK_EXPORT VeskPreviewView : public NSOpenGLView {
   uint32_t mIsRecording = 0;
   VeskPreviewSessionDelegate* mDelegate = nullptr;
   VeskPreviewPointerDelegate* mPointerDelegate = nullptr;  ///< mDelegate, when it is one
+  std::optional<CIContextDrawing*> mOwnDrawing;            ///< this view, when it is one; nothing before it was asked
 };
 
 }  // namespace vesk

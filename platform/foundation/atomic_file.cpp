@@ -1,11 +1,10 @@
 #include "platform/foundation/atomic_file.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
+#include <random>
 #include <system_error>
 #include <utility>
 
@@ -14,68 +13,79 @@
 namespace vesk {
 namespace {
 
-/// The temporary file beside the final one; it is gone again unless it was put in its place.
+/// A new file at a hidden name beside `path`; it is gone again unless it was put in its place.
+/// The operations answer 0 or errno.
 class HiddenFile {
  public:
   explicit HiddenFile(const std::string& path)
-      : mName(stringByAppendingPathComponent(stringByDeletingLastPathComponent(path),
-                                             "." + lastPathComponent(path).substr(0, 200) + ".XXXXXX")),
-        mDescriptor(mkostemp(mName.data(), O_CLOEXEC)) {}
+      : mStem(stringByAppendingPathComponent(stringByDeletingLastPathComponent(path),
+                                             "." + lastPathComponent(path).substr(0, 200) + ".")) {}
   ~HiddenFile() {
     if (mDescriptor >= 0) close(mDescriptor);
-    if (mExists) unlink(mName.c_str());
+    if (!mName.empty()) unlink(mName.c_str());
   }
   HiddenFile(const HiddenFile&) = delete;
   HiddenFile& operator=(const HiddenFile&) = delete;
 
-  bool isOpen() const { return mDescriptor >= 0; }
+  /// Not mkstemp, whose file only its owner could read.
+  int make() {
+    std::random_device random;
+    for (int attempt = 0; attempt < 16; ++attempt) {
+      const std::string name = mStem + std::to_string(random());
+      mDescriptor = open(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
+      if (mDescriptor < 0 && errno == EEXIST) continue;
+      if (mDescriptor < 0) return errno;
+      mName = name;
+      return 0;
+    }
+    return EEXIST;
+  }
 
-  bool write(std::span<const uint8_t> bytes) {
+  int write(std::span<const uint8_t> bytes) const {
     while (!bytes.empty()) {
       const ssize_t written = ::write(mDescriptor, bytes.data(), bytes.size());
       if (written < 0 && errno == EINTR) continue;
-      if (written < 0) return false;
+      if (written < 0) return errno;
       bytes = bytes.subspan(static_cast<size_t>(written));
     }
-    return true;
+    return 0;
   }
 
-  /// Gives the file the rights of one that is made in the plain way, and puts it on disk.
-  bool settle() {
-    const mode_t mask = umask(0);
-    umask(mask);
-    fchmod(mDescriptor, 0666 & ~mask);  // a nicety: file systems without rights refuse it
-    const bool isSynced = fsync(mDescriptor) == 0 || errno == EINVAL || errno == ENOSYS;
-    return isSynced && close(std::exchange(mDescriptor, -1)) == 0;
+  /// Puts the bytes on disk. Some file systems cannot be asked to.
+  int settle() {
+    if (fsync(mDescriptor) != 0 && errno != EINVAL && errno != ENOSYS) return errno;
+    return close(std::exchange(mDescriptor, -1)) == 0 ? 0 : errno;
   }
 
-  bool moveTo(const std::string& path) {
-    if (rename(mName.c_str(), path.c_str()) != 0) return false;
-    mExists = false;
-    return true;
+  int moveTo(const std::string& path) {
+    if (rename(mName.c_str(), path.c_str()) != 0) return errno;
+    mName.clear();
+    return 0;
   }
 
  private:
-  std::string mName;
-  int mDescriptor;
-  bool mExists = mDescriptor >= 0;
+  std::string mStem;
+  std::string mName;  ///< empty while there is no file at it
+  int mDescriptor = -1;
 };
 
-bool writeBeside(const std::string& path, std::span<const uint8_t> bytes) {
+int writeBeside(const std::string& path, std::span<const uint8_t> bytes) {
   HiddenFile file(path);
-  return file.isOpen() && file.write(bytes) && file.settle() && file.moveTo(path);
+  if (const int failure = file.make()) return failure;
+  if (const int failure = file.write(bytes)) return failure;
+  if (const int failure = file.settle()) return failure;
+  return file.moveTo(path);
 }
 
 }  // namespace
 
 bool writeToFileAtomically(const std::string& path, std::span<const uint8_t> bytes, NSError* error) {
-  const bool isWritten = writeBeside(path, bytes);
-  const int failure = isWritten ? 0 : errno;
+  const int failure = writeBeside(path, bytes);
   if (error) {
     *error = {};
-    if (!isWritten) *error = {failure, "Cannot write " + path + ": " + std::generic_category().message(failure)};
+    if (failure) *error = {failure, "Cannot write " + path + ": " + std::generic_category().message(failure)};
   }
-  return isWritten;
+  return failure == 0;
 }
 
 }  // namespace vesk

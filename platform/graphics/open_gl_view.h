@@ -81,8 +81,8 @@ class VESK_EXPORT NSOpenGLView : public NSResponder {
  private:
   bool beginDrawing();
   void leaveWindow();
-  std::optional<NSPoint> pointerFor(const NSTrackingArea& area) const;
-  void followPointer(bool moved);
+  bool holdsPointer(const NSTrackingArea& area) const;
+  static void follow(NSTrackingArea& area, bool isInside, const NSEvent& event);
 
   NSRect mFrame;
   std::shared_ptr<const NSOpenGLPixelFormat> mPixelFormat;

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+
+#include "platform/foundation/export.h"
+#include "platform/graphics/cg_image.h"
+#include "platform/graphics/geometry.h"
+
+// NOLINTNEXTLINE(bugprone-reserved-identifier): the name that cairo.h gives it
+typedef struct _cairo cairo_t;
+
+namespace vesk {
+
+using CGContextRef = cairo_t*;
+
+/// Where paths, text and images are painted: a Cairo context whose y runs upwards.
+///
+/// Threads: the current context is the main thread's.
+class VESK_EXPORT NSGraphicsContext {
+ public:
+  /// Paints into `port`, which it keeps, with the origin at the lower left of a page `height` units
+  /// high. `isDrawingToScreen` is false for a printer's page or a picture.
+  static std::shared_ptr<NSGraphicsContext> graphicsContextWithGraphicsPort(CGContextRef port, float height,
+                                                                            bool isDrawingToScreen);
+
+  /// Null when there is none.
+  static std::shared_ptr<NSGraphicsContext> currentContext();
+  /// Null leaves none.
+  static void setCurrentContext(std::shared_ptr<NSGraphicsContext> context);
+  /// Whether what is drawn now goes to the screen; so it does when nothing else is current.
+  static bool currentContextDrawingToScreen();
+
+  void setShouldAntialias(bool antialias);
+  CGContextRef graphicsPort() const { return mPort; }
+  bool isDrawingToScreen() const { return mIsDrawingToScreen; }
+
+  NSGraphicsContext(CGContextRef port, bool isDrawingToScreen) : mPort(port), mIsDrawingToScreen(isDrawingToScreen) {}
+  ~NSGraphicsContext();
+  NSGraphicsContext(const NSGraphicsContext&) = delete;
+  NSGraphicsContext& operator=(const NSGraphicsContext&) = delete;
+
+ private:
+  CGContextRef mPort;
+  bool mIsDrawingToScreen;
+};
+
+VESK_EXPORT void CGContextSaveGState(CGContextRef port);
+VESK_EXPORT void CGContextRestoreGState(CGContextRef port);
+VESK_EXPORT void CGContextTranslateCTM(CGContextRef port, float x, float y);
+VESK_EXPORT void CGContextScaleCTM(CGContextRef port, float x, float y);
+/// Paints the image upright, scaled to fill `rect`.
+VESK_EXPORT void CGContextDrawImage(CGContextRef port, CGRect rect, const CGImageRef& image);
+
+}  // namespace vesk

@@ -1,0 +1,123 @@
+#include "render/camera_status_display.h"
+
+#include <epoxy/gl.h>
+
+#include <utility>
+
+#include "platform/foundation/log.h"
+#include "platform/graphics/cg_image.h"
+
+namespace vesk {
+namespace {
+
+constexpr uint8_t kHalf = 0x80;
+
+/// One pixel of the picture as the texture has it: alpha, blue, green and red lie in the bytes that
+/// the texture takes as blue, green, red and alpha. The first is made of the second, the last is full:
+/// nothing shines through, and what was transparent is black.
+void writePixel(const uint8_t* rgba, uint8_t* to) {
+  to[1] = rgba[2];
+  to[2] = rgba[1];
+  to[0] = to[1] > kHalf ? 0xFF : 0x00;
+  to[3] = 0xFF;
+}
+
+}  // namespace
+
+std::shared_ptr<CameraStatusDisplay> CameraStatusDisplay::initWithStatusImage(const std::string& path) {
+  auto display = std::make_shared<CameraStatusDisplay>();
+  uint8_t* bytes = nullptr;
+  display->mSize = getImage(path, &bytes);
+  display->mImage.reset(bytes);
+  if (bytes) display->createTexture(bytes, display->mSize);
+  return display;
+}
+
+CameraStatusDisplay::~CameraStatusDisplay() {
+  cleanup();
+}
+
+NSSize CameraStatusDisplay::getImage(const std::string& path, uint8_t** rawData) {
+  std::string why;
+  const CGImageRef picture = CGImageCreateWithFile(path, &why);
+  if (!picture) {
+    NSLog("Cannot show the status picture " + path + ": " + why);
+    return {};
+  }
+  const size_t rowBytes = picture->bytesPerRow();
+  const auto rows = static_cast<size_t>(picture->height());
+  if (!*rawData) *rawData = static_cast<uint8_t*>(std::malloc(rowBytes * rows));
+  if (!*rawData) {
+    NSLog("Cannot show the status picture " + path + ": memory is short");
+    return {};
+  }
+  for (size_t row = 0; row < rows; ++row) {
+    const uint8_t* const from = picture->pixels().data() + (rows - 1 - row) * rowBytes;
+    uint8_t* const to = *rawData + row * rowBytes;
+    for (size_t i = 0; i < rowBytes; i += 4) writePixel(from + i, to + i);
+  }
+  return {static_cast<float>(picture->width()), static_cast<float>(picture->height())};
+}
+
+void CameraStatusDisplay::createTexture(const uint8_t* buffer, NSSize size) {
+  const auto context = CGLGetCurrentContext();
+  if (!context) return;
+  mContext = context;
+  glGenTextures(1, &mTexture);
+  glEnableClientState(GL_VERTEX_ARRAY);
+  glEnableClientState(GL_TEXTURE_COORD_ARRAY);
+  glEnable(GL_TEXTURE_RECTANGLE);
+  glBindTexture(GL_TEXTURE_RECTANGLE, mTexture);
+  // Drivers here cannot keep reading a buffer of ours as a texture's storage: the pixels are copied
+  // once, so texture range and storage hints have nothing to say.
+  glTexParameteri(GL_TEXTURE_RECTANGLE, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+  glTexParameteri(GL_TEXTURE_RECTANGLE, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+  glTexParameteri(GL_TEXTURE_RECTANGLE, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
+  glTexParameteri(GL_TEXTURE_RECTANGLE, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
+  glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
+  glTexImage2D(GL_TEXTURE_RECTANGLE, 0, GL_RGBA8, static_cast<GLsizei>(size.width), static_cast<GLsizei>(size.height),
+               0, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV, buffer);
+  glBindTexture(GL_TEXTURE_RECTANGLE, 0);
+}
+
+void CameraStatusDisplay::renderStatus() {
+  if (!mImage || !CGLGetCurrentContext()) return;
+  const NSSize area = viewSize();
+  const float left = (area.width - mSize.width) * 0.5F;
+  const float right = (area.width + mSize.width) * 0.5F;
+  const float bottom = (area.height - mSize.height) * 0.5F;
+  const float top = (area.height + mSize.height) * 0.5F;
+  const GLfloat vertices[] = {left, bottom, 0, left, top, 0, right, top, 0, right, bottom, 0};
+  const GLfloat coordinates[] = {0, 0, 0, mSize.height, mSize.width, mSize.height, mSize.width, 0};
+  glColor4f(1, 1, 1, 1);
+  glClearColor(0, 0, 0, 1);
+  glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
+  glPushMatrix();
+  glTexCoordPointer(2, GL_FLOAT, 0, coordinates);
+  glBindTexture(GL_TEXTURE_RECTANGLE, mTexture);
+  glVertexPointer(3, GL_FLOAT, 0, vertices);
+  glDrawArrays(GL_QUADS, 0, 4);
+  glPopMatrix();
+  glBindTexture(GL_TEXTURE_RECTANGLE, 0);
+  glFlush();
+}
+
+void CameraStatusDisplay::cleanup() {
+  if (const auto context = std::exchange(mContext, {}).lock()) {
+    const CurrentContextScope scope(*context);
+    if (scope) glDeleteTextures(1, &mTexture);
+  }
+  mImage.reset();
+}
+
+NSSize CameraStatusDisplay::viewSize() const {
+  MutexLock lock(mMutex);
+  return mViewSize;
+}
+
+void CameraStatusDisplay::setViewSize(NSSize size) {
+  MutexLock lock(mMutex);
+  mViewSize = size;
+}
+
+}  // namespace vesk

@@ -1,0 +1,206 @@
+#include "render/gl_string.h"
+
+#include <epoxy/gl.h>
+
+#include <utility>
+
+#include "platform/foundation/log.h"
+#include "platform/graphics/bezier_path.h"
+#include "platform/graphics/bitmap_image_rep.h"
+#include "platform/graphics/graphics_context.h"
+#include "platform/graphics/image.h"
+
+namespace vesk {
+
+std::shared_ptr<GLString> GLString::initWithAttributedString(NSAttributedString string, NSColor textColor,
+                                                             NSColor boxColor, NSColor borderColor) {
+  return std::make_shared<GLString>(std::move(string), textColor, boxColor, borderColor);
+}
+
+std::shared_ptr<GLString> GLString::initWithString(std::string string, NSTextAttributes attributes, NSColor textColor,
+                                                   NSColor boxColor, NSColor borderColor) {
+  return initWithAttributedString(NSAttributedString::initWithString(std::move(string), std::move(attributes)),
+                                  textColor, boxColor, borderColor);
+}
+
+GLString::GLString(NSAttributedString string, NSColor textColor, NSColor boxColor, NSColor borderColor)
+    : mString(std::move(string)), mTextColor(textColor), mBoxColor(boxColor), mBorderColor(borderColor) {}
+
+GLString::~GLString() {
+  deleteTexture();
+}
+
+void GLString::changed() {
+  requiresUpdate = true;
+}
+
+/// The text or its margins are others: a frame that follows the text is computed anew.
+void GLString::textChanged() {
+  if (!mStaticFrame) mFrameSize = {};
+  changed();
+}
+
+void GLString::setString(NSAttributedString newString) {
+  mString = std::move(newString);
+  textChanged();
+}
+
+void GLString::setString(std::string newString, NSTextAttributes attributes) {
+  setString(NSAttributedString::initWithString(std::move(newString), std::move(attributes)));
+}
+
+void GLString::setTextColor(NSColor color) {
+  mTextColor = color;
+  changed();
+}
+
+void GLString::setBoxColor(NSColor color) {
+  mBoxColor = color;
+  changed();
+}
+
+void GLString::setBorderColor(NSColor color) {
+  mBorderColor = color;
+  changed();
+}
+
+void GLString::setMargins(NSSize size) {
+  mMarginSize = size;
+  textChanged();
+}
+
+void GLString::setAntialias(bool antialias) {
+  mAntialias = antialias;
+  changed();
+}
+
+void GLString::useStaticFrame(NSSize size) {
+  mFrameSize = size;
+  mStaticFrame = true;
+  changed();
+}
+
+void GLString::useDynamicFrame() {
+  if (!mStaticFrame) return;
+  mStaticFrame = false;
+  textChanged();
+}
+
+NSSize GLString::frameSize() {
+  if (!mStaticFrame && NSEqualSizes(mFrameSize, {})) {
+    const NSSize text = mString.size();
+    mFrameSize = {text.width + 2 * mMarginSize.width, text.height + 2 * mMarginSize.height};
+  }
+  return mFrameSize;
+}
+
+/// Paints box and text into the current graphics context. The text is painted upside down: the
+/// bitmap's first row, the upper one, becomes the texture's lowest.
+void GLString::paint(NSSize size) const {
+  const auto context = NSGraphicsContext::currentContext();
+  context->setShouldAntialias(mAntialias);
+  const NSRect box = NSInsetRect({0, 0, size.width, size.height}, 0.5F, 0.5F);
+  if (mBoxColor.alphaComponent() != 0) {
+    mBoxColor.set();
+    NSBezierPath::bezierPathWithRoundedRect(box, cRadius).fill();
+  }
+  if (mBorderColor.alphaComponent() != 0) {
+    mBorderColor.set();
+    NSBezierPath border = NSBezierPath::bezierPathWithRoundedRect(box, cRadius);
+    border.setLineWidth(1);
+    border.stroke();
+  }
+  CGContextRef const port = context->graphicsPort();
+  CGContextSaveGState(port);
+  CGContextTranslateCTM(port, 0, size.height);
+  CGContextScaleCTM(port, 1, -1);
+  mTextColor.set();
+  mString.drawAtPoint({mMarginSize.width, mMarginSize.height});
+  CGContextRestoreGState(port);
+}
+
+void GLString::genTexture() {
+  requiresUpdate = false;
+  const NSSize previousSize = mTexSize;
+  const NSSize size = frameSize();
+  const float scale = mParentView ? mParentView->convertRectToBacking({0, 0, 1, 1}).width : 1;
+  const auto image = NSImage::initWithSize(size, scale);
+  std::shared_ptr<NSBitmapImageRep> bitmap;
+  if (image->lockFocus()) {
+    paint(size);
+    bitmap = NSBitmapImageRep::initWithFocusedViewRect({0, 0, size.width, size.height});
+    image->unlockFocus();
+  }
+  if (!bitmap) {  // nothing to show, or more than can be painted
+    deleteTexture();
+    mTexSize = {};
+    return;
+  }
+  mTexSize = {static_cast<float>(bitmap->pixelsWide()), static_cast<float>(bitmap->pixelsHigh())};
+  const auto context = CGLGetCurrentContext();
+  if (context != cgl_ctx.lock()) deleteTexture();  // its name means nothing in another context
+  cgl_ctx = context;
+  if (!context) {
+    NSLog("StringTexture -genTexture: Failure to get current OpenGL context\n");
+    return;
+  }
+  upload(bitmap->pixelsWide(), bitmap->pixelsHigh(), bitmap->bitmapData(), NSEqualSizes(mTexSize, previousSize));
+}
+
+void GLString::upload(int32_t width, int32_t height, const uint8_t* pixels, bool isSameSize) {
+  glPushAttrib(GL_TEXTURE_BIT);
+  const bool isThere = mTexName != 0;
+  if (!isThere) glGenTextures(1, &mTexName);
+  glBindTexture(GL_TEXTURE_RECTANGLE, mTexName);
+  if (isThere && isSameSize) {
+    glTexSubImage2D(GL_TEXTURE_RECTANGLE, 0, 0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, pixels);
+  } else {
+    glTexParameteri(GL_TEXTURE_RECTANGLE, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
+    glTexParameteri(GL_TEXTURE_RECTANGLE, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
+    glTexImage2D(GL_TEXTURE_RECTANGLE, 0, GL_RGBA, width, height, 0, GL_RGBA, GL_UNSIGNED_BYTE, pixels);
+  }
+  glPopAttrib();
+}
+
+void GLString::drawWithBounds(NSRect bounds) {
+  if (requiresUpdate) genTexture();
+  if (mTexName == 0) return;
+  glPushAttrib(GL_ENABLE_BIT | GL_COLOR_BUFFER_BIT | GL_TEXTURE_BIT);
+  glDisable(GL_DEPTH_TEST);
+  glEnable(GL_BLEND);
+  glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);  // the texture's colours are premultiplied
+  glEnable(GL_TEXTURE_RECTANGLE);
+  glBindTexture(GL_TEXTURE_RECTANGLE, mTexName);
+  glBegin(GL_QUADS);
+  glTexCoord2f(0, 0);
+  glVertex2f(bounds.x, bounds.y);
+  glTexCoord2f(0, mTexSize.height);
+  glVertex2f(bounds.x, bounds.y + bounds.height);
+  glTexCoord2f(mTexSize.width, mTexSize.height);
+  glVertex2f(bounds.x + bounds.width, bounds.y + bounds.height);
+  glTexCoord2f(mTexSize.width, 0);
+  glVertex2f(bounds.x + bounds.width, bounds.y);
+  glEnd();
+  glPopAttrib();
+}
+
+void GLString::drawAtPoint(NSPoint point) {
+  if (requiresUpdate) genTexture();
+  if (mTexName == 0) return;
+  NSRect bounds;
+  if (mParentView) bounds = mParentView->convertRectFromBacking({point.x, point.y, mTexSize.width, mTexSize.height});
+  bounds.y = point.y;
+  drawWithBounds(bounds);
+}
+
+void GLString::deleteTexture() {
+  const auto context = cgl_ctx.lock();
+  if (mTexName != 0 && context) {
+    const CurrentContextScope scope(*context);
+    if (scope) glDeleteTextures(1, &mTexName);
+  }
+  mTexName = 0;  // also when the context took the texture with it
+  cgl_ctx.reset();
+}
+
+}  // namespace vesk

@@ -1,0 +1,243 @@
+#include "render/preview_view.h"
+
+#include <epoxy/gl.h>
+
+#include <utility>
+
+#include "platform/foundation/log.h"
+#include "platform/graphics/attributed_string.h"
+#include "platform/graphics/graphics_context.h"
+#include "render/gl_string.h"
+
+namespace vesk {
+namespace {
+
+// Pictures smaller than this both ways are shown at their own size.
+constexpr CGSize kScaledFrom{640, 360};
+
+constexpr uint32_t kTrackingOptions =
+    NSTrackingMouseEnteredAndExited | NSTrackingMouseMoved | NSTrackingActiveInKeyWindow | NSTrackingInVisibleRect;
+
+// Where the label's lower left corner is: from the left, and below the top.
+constexpr NSSize kLabelPlace{10, 30};
+
+constexpr GLenum kTransformHint = 0x85B1;  // of an extension that few drivers have
+
+}  // namespace
+
+std::shared_ptr<const NSOpenGLPixelFormat> VeskPreviewView::defaultPixelFormat() {
+  static const auto format = NSOpenGLPixelFormat::initWithAttributes(
+      {NSOpenGLPFAAccelerated, NSOpenGLPFANoRecovery, NSOpenGLPFAColorSize, 32, 0});
+  return format;
+}
+
+std::shared_ptr<VeskPreviewView> VeskPreviewView::initWithFrame(NSRect frame) {
+  auto view = std::make_shared<VeskPreviewView>(frame);
+  view->awakeFromNib();
+  return view;
+}
+
+VeskPreviewView::VeskPreviewView(NSRect frame) : NSOpenGLView(frame, defaultPixelFormat()) {}
+
+VeskPreviewView::~VeskPreviewView() = default;
+
+void VeskPreviewView::awakeFromNib() {
+  mPreviewState = 0;
+  replaceTrackingArea();
+  drawBlackView();
+}
+
+void VeskPreviewView::setDelegate(VeskPreviewSessionDelegate* delegate) {
+  mDelegate = delegate;
+  mPointerDelegate = dynamic_cast<VeskPreviewPointerDelegate*>(delegate);
+}
+
+void VeskPreviewView::setImage(CIImageRef image) {
+  setImage(std::move(image), CGRectInfinite);
+}
+
+void VeskPreviewView::setImage(CIImageRef image, CGRect dirtyRect) {
+  if (image == _image) return;
+  _image = std::move(image);
+  if (CGRectIsInfinite(dirtyRect))
+    setNeedsDisplay(true);
+  else
+    setNeedsDisplayInRect(dirtyRect);
+}
+
+void VeskPreviewView::refresh(const CIImageRef& image) {
+  setImage(image);
+  const CGRect extent = image ? image->extent() : CGRect{};
+  setCleanRect(extent);
+  setDisplaySize({extent.width, extent.height});
+}
+
+void VeskPreviewView::prepareOpenGL() {
+  window()->setAcceptsMouseMovedEvents(true);
+  openGLContext()->setValues(1, NSOpenGLCPSwapInterval);
+  for (const GLenum feature : {GL_ALPHA_TEST, GL_DEPTH_TEST, GL_SCISSOR_TEST, GL_BLEND, GL_DITHER, GL_CULL_FACE})
+    glDisable(feature);
+  glStencilMask(0);
+  // A driver without the hint would only note an error.
+  if (epoxy_has_gl_extension("GL_APPLE_transform_hint")) glHint(kTransformHint, GL_FASTEST);
+}
+
+/// What lives in the context goes with it; the next window's context gets its own.
+void VeskPreviewView::clearGLContext() {
+  _context.reset();
+  recString.reset();
+  _lastBounds = {};
+}
+
+void VeskPreviewView::updateMatrices() {
+  const NSRect bounds = this->bounds();
+  if (NSEqualRects(bounds, _lastBounds)) return;
+  openGLContext()->update();
+  glViewport(0, 0, static_cast<GLsizei>(bounds.width), static_cast<GLsizei>(bounds.height));
+  glMatrixMode(GL_PROJECTION);
+  glLoadIdentity();
+  glOrtho(0, static_cast<double>(bounds.width), 0, static_cast<double>(bounds.height), -1.0, 1.0);
+  glMatrixMode(GL_MODELVIEW);
+  glLoadIdentity();
+  _lastBounds = bounds;
+  viewBoundsDidChange(bounds);
+}
+
+void VeskPreviewView::drawBlackView() {
+  if (!CGLGetCurrentContext()) return;
+  const float width = bounds().width;
+  const float height = bounds().height;
+  glColor3f(0, 0, 0);
+  glBegin(GL_QUADS);
+  glVertex3f(-width, -height, 0);
+  glVertex3f(-width, height, 0);
+  glVertex3f(width, height, 0);
+  glVertex3f(width, -height, 0);
+  glEnd();
+}
+
+void VeskPreviewView::drawRect(NSRect rect) {
+  if (openGLContext()) openGLContext()->makeCurrentContext();
+  if (!_context) makeContext();
+  const CGRect region = CGRectIntegral(rect);
+  if (!NSGraphicsContext::currentContextDrawingToScreen()) {
+    drawElsewhere(region);
+    return;
+  }
+  if (!CGLGetCurrentContext()) return;
+  updateMatrices();
+  const NSRect backing = convertRectToBacking(region);
+  glScissor(static_cast<GLint>(backing.x), static_cast<GLint>(backing.y), static_cast<GLsizei>(backing.width),
+            static_cast<GLsizei>(backing.height));
+  glEnable(GL_SCISSOR_TEST);
+  glClear(GL_COLOR_BUFFER_BIT);
+  drawPicture(CGRectIntersection(CGRectInset(region, -1, -1), _lastBounds));
+  _context->clearCaches();
+  glDisable(GL_SCISSOR_TEST);
+  if (mIsRecording == 1) drawLabel();
+  glFlush();
+}
+
+void VeskPreviewView::makeContext() {
+  const auto format = pixelFormat() ? pixelFormat() : defaultPixelFormat();
+  _context = CIContext::contextWithCGLContext(CGLGetCurrentContext(), format);
+}
+
+/// To a page or a picture: the region of the image fills the region of the page.
+void VeskPreviewView::drawElsewhere(CGRect region) {
+  if (auto* const drawing = ownDrawing()) {
+    drawing->drawRectInCIContext(region, *_context);
+    return;
+  }
+  if (!_image) return;
+  const CGImageRef bitmap = _context->createCGImage(_image, region);
+  if (bitmap) CGContextDrawImage(NSGraphicsContext::currentContext()->graphicsPort(), region, bitmap);
+}
+
+void VeskPreviewView::drawPicture(CGRect region) {
+  if (auto* const drawing = ownDrawing()) {
+    drawing->drawRectInCIContext(region, *_context);
+    return;
+  }
+  if (!_image) {
+    drawBlackView();
+    return;
+  }
+  if (_cleanRect.width < kScaledFrom.width && _cleanRect.height < kScaledFrom.height) {
+    const CGPoint corner{(frame().width - _cleanRect.width) * 0.5F, (frame().height - _cleanRect.height) * 0.5F};
+    _context->drawImage(_image, corner, region);
+    return;
+  }
+  // As high as the view; what is left across is shared by both sides, and negative when it overhangs.
+  const float width = _displaySize.width * _lastBounds.height / _displaySize.height;
+  const float left = _lastBounds.width - width;
+  const CGRect place{_lastBounds.x + left * 0.5F, _lastBounds.y, _lastBounds.width - left, _lastBounds.height};
+  _context->drawImage(_image, place, _cleanRect);
+}
+
+/// Asked of the object itself: in a constructor it would not be the subclass yet.
+CIContextDrawing* VeskPreviewView::ownDrawing() {
+  if (!mOwnDrawing) mOwnDrawing = dynamic_cast<CIContextDrawing*>(this);
+  return *mOwnDrawing;
+}
+
+void VeskPreviewView::drawLabel() {
+  if (!recString) makeLabel();
+  recString->drawAtPoint({kLabelPlace.width, frame().height - kLabelPlace.height});
+}
+
+void VeskPreviewView::makeLabel() {
+  NSShadow shadow;
+  shadow.shadowOffset = {2, 2};
+  shadow.shadowBlurRadius = 2;
+  shadow.shadowColor = NSColor::colorWithDeviceRed(0, 0, 0, 100);
+  NSTextAttributes attributes;
+  attributes.font = NSFont::fontWithName("Lucida Grande", 14);
+  attributes.foregroundColor = NSColor::redColor();
+  attributes.strokeWidth = -10;
+  attributes.shadow = shadow;
+  recString = GLString::initWithString("\u2022Recording", attributes, NSColor::whiteColor(), NSColor::clearColor(),
+                                       NSColor::clearColor());
+  recString->setParentView(this);
+  recString->genTexture();
+}
+
+void VeskPreviewView::viewDidMoveToWindow() {
+  updateTrackingAreas();
+}
+
+void VeskPreviewView::updateTrackingAreas() {
+  replaceTrackingArea();
+  NSOpenGLView::updateTrackingAreas();
+}
+
+void VeskPreviewView::replaceTrackingArea() {
+  removeTrackingArea(mTrackingArea);
+  mTrackingArea = NSTrackingArea::initWithRect(bounds(), kTrackingOptions, this);
+  addTrackingArea(mTrackingArea);
+}
+
+void VeskPreviewView::mouseEntered(const NSEvent& /*event*/) {
+  if (mPreviewState != 0) setNeedsDisplay(true);
+  if (mPointerDelegate) mPointerDelegate->mouseDidEnterView();
+}
+
+void VeskPreviewView::mouseExited(const NSEvent& /*event*/) {
+  if (window()) window()->setCursor(NSCursor::kArrow);
+  if (mPreviewState != 0) setNeedsDisplay(true);
+  if (mPointerDelegate) mPointerDelegate->mouseDidLeaveView();
+}
+
+void VeskPreviewView::mouseMoved(const NSEvent& /*event*/) {}
+
+bool VeskPreviewView::acceptsFirstMouse(const NSEvent& /*event*/) {
+  NSLog("Accepts First Mouse");
+  return true;
+}
+
+bool VeskPreviewView::acceptsFirstResponder() {
+  NSLog("Accepts First Responder");
+  return true;
+}
+
+}  // namespace vesk
