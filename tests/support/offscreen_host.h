@@ -1,0 +1,90 @@
+#pragma once
+
+#include <epoxy/egl.h>
+#include <epoxy/gl.h>
+
+#include <array>
+#include <string>
+
+#include "platform/graphics/host_window.h"
+
+namespace vesk::test {
+
+/// A window for views without a display: an EGL context of Mesa's software renderer with a surface in
+/// memory, laid out as a window's. Counts what the view asks of it.
+class OffscreenHost : public HostWindow {
+ public:
+  explicit OffscreenHost(NSSize size) {
+    mContext = eglCreateContext(display(), config(), EGL_NO_CONTEXT, nullptr);
+    resize(size);
+  }
+  ~OffscreenHost() override {
+    OffscreenHost::clearCurrentContext();
+    eglDestroySurface(display(), mSurface);
+    eglDestroyContext(display(), mContext);
+  }
+  OffscreenHost(const OffscreenHost&) = delete;
+  OffscreenHost& operator=(const OffscreenHost&) = delete;
+
+  /// A new surface; what was drawn is gone.
+  void resize(NSSize size) {
+    clearCurrentContext();
+    if (mSurface != EGL_NO_SURFACE) eglDestroySurface(display(), mSurface);
+    const std::array<EGLint, 5> attributes{EGL_WIDTH, static_cast<EGLint>(size.width), EGL_HEIGHT,
+                                           static_cast<EGLint>(size.height), EGL_NONE};
+    mSurface = eglCreatePbufferSurface(display(), config(), attributes.data());
+  }
+
+  bool makeContextCurrent() override { return eglMakeCurrent(display(), mSurface, mSurface, mContext) == EGL_TRUE; }
+  void clearCurrentContext() override { eglMakeCurrent(display(), EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT); }
+  void updateContext() override { ++updates; }
+  void present() override { ++presents; }
+  bool keepsContents() const override { return keeps; }
+  void setSwapInterval(int32_t interval) override { swapInterval = interval; }
+  float backingScale() const override { return scale; }
+  void requestRedraw() override { ++redrawRequests; }
+  void setAcceptsMouseMovedEvents(bool accepts) override { acceptsMoves = accepts; }
+  bool isKeyWindow() const override { return isKey; }
+  void setCursor(NSCursor /*cursor*/) override { ++cursorsSet; }
+
+  bool keeps = true;
+  float scale = 1;
+  bool isKey = true;
+  int updates = 0;
+  int presents = 0;
+  int redrawRequests = 0;
+  int cursorsSet = 0;
+  int32_t swapInterval = 0;
+  bool acceptsMoves = false;
+
+ private:
+  static EGLDisplay display() {
+    static EGLDisplay const display = [] {
+      EGLDisplay made = eglGetPlatformDisplayEXT(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
+      eglInitialize(made, nullptr, nullptr);
+      eglBindAPI(EGL_OPENGL_API);
+      return made;
+    }();
+    return display;
+  }
+
+  /// 8 bits a colour and no more: the deepest come first when they are asked for.
+  static EGLConfig config() {
+    constexpr std::array<EGLint, 7> kWanted{
+        EGL_SURFACE_TYPE, EGL_PBUFFER_BIT, EGL_RENDERABLE_TYPE, EGL_OPENGL_BIT, EGL_ALPHA_SIZE, 8, EGL_NONE};
+    std::array<EGLConfig, 128> configs{};
+    EGLint count = 0;
+    eglChooseConfig(display(), kWanted.data(), configs.data(), static_cast<EGLint>(configs.size()), &count);
+    for (EGLint i = 0; i < count; ++i) {
+      EGLint red = 0;
+      eglGetConfigAttrib(display(), configs.at(static_cast<size_t>(i)), EGL_RED_SIZE, &red);
+      if (red == 8) return configs.at(static_cast<size_t>(i));
+    }
+    return nullptr;
+  }
+
+  EGLContext mContext = EGL_NO_CONTEXT;
+  EGLSurface mSurface = EGL_NO_SURFACE;
+};
+
+}  // namespace vesk::test

@@ -1,0 +1,147 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/graphics/cg_image.h"
+#include "platform/media/pixel_buffer.h"
+
+namespace vesk::test {
+
+struct Colour {
+  int red = 0;
+  int green = 0;
+  int blue = 0;
+};
+
+inline std::string textOf(Colour colour) {
+  return std::to_string(colour.red) + "," + std::to_string(colour.green) + "," + std::to_string(colour.blue);
+}
+
+inline bool isNear(Colour a, Colour b, int tolerance) {
+  return std::abs(a.red - b.red) <= tolerance && std::abs(a.green - b.green) <= tolerance &&
+         std::abs(a.blue - b.blue) <= tolerance;
+}
+
+/// A pixel of a bitmap, y downwards from the top.
+inline Colour colourAt(const CGImage& image, int x, int y) {
+  const uint8_t* const pixel = image.pixels().data() + (static_cast<size_t>(y) * image.bytesPerRow()) + x * 4;
+  return {pixel[0], pixel[1], pixel[2]};
+}
+
+struct YCbCr {
+  uint8_t y = 0;
+  uint8_t cb = 128;
+  uint8_t cr = 128;
+};
+
+/// The colour by the formulas of the recommendations, in floating point.
+inline Colour rgbOf(YCbCr value, YCbCrColour colour) {
+  const bool is709 = colour.matrix == YCbCrColour::Matrix::kBT709;
+  const double kr = is709 ? 0.2126 : 0.299;
+  const double kb = is709 ? 0.0722 : 0.114;
+  const double y = colour.isFullRange ? value.y / 255.0 : (value.y - 16) / 219.0;
+  const double pb = (value.cb - 128) / (colour.isFullRange ? 255.0 : 224.0);
+  const double pr = (value.cr - 128) / (colour.isFullRange ? 255.0 : 224.0);
+  const double red = y + 2 * (1 - kr) * pr;
+  const double blue = y + 2 * (1 - kb) * pb;
+  const double green = (y - kr * red - kb * blue) / (1 - kr - kb);
+  const auto byte = [](double part) { return static_cast<int>(std::lround(std::clamp(part, 0.0, 1.0) * 255)); };
+  return {byte(red), byte(green), byte(blue)};
+}
+
+/// The value of a colour, by the same formulas.
+inline YCbCr ycbcrOf(Colour rgb, YCbCrColour colour) {
+  const bool is709 = colour.matrix == YCbCrColour::Matrix::kBT709;
+  const double kr = is709 ? 0.2126 : 0.299;
+  const double kb = is709 ? 0.0722 : 0.114;
+  const double red = rgb.red / 255.0;
+  const double blue = rgb.blue / 255.0;
+  const double y = kr * red + (1 - kr - kb) * rgb.green / 255.0 + kb * blue;
+  const double pb = (blue - y) / (2 * (1 - kb));
+  const double pr = (red - y) / (2 * (1 - kr));
+  const auto byte = [](double value) { return static_cast<uint8_t>(std::lround(value)); };
+  if (colour.isFullRange) return {byte(y * 255), byte(pb * 255 + 128), byte(pr * 255 + 128)};
+  return {byte(y * 219 + 16), byte(pb * 224 + 128), byte(pr * 224 + 128)};
+}
+
+/// A picture of 2 × 2 fields of one colour each, with padding after its rows: upper left, upper right,
+/// lower left, lower right. The fields begin at even pixels.
+inline CVPixelBufferRef fieldsPicture(int32_t width, int32_t height, uint32_t format,
+                                      const std::array<Colour, 4>& colours, YCbCrColour colour = {}) {
+  constexpr size_t kPadding = 6;
+  const int32_t middleX = width / 4 * 2;
+  const int32_t middleY = height / 4 * 2;
+  const auto at = [&](int32_t x, int32_t y) {
+    return colours.at(static_cast<size_t>((x >= middleX ? 1 : 0) + (y >= middleY ? 2 : 0)));
+  };
+  const auto memory = std::make_shared<std::array<std::vector<uint8_t>, 3>>();
+  CVPixelBuffer::Planes planes;
+  const auto plane = [&](size_t index, int32_t stepX, int32_t stepY, size_t bytes, auto write) {
+    const size_t rowBytes = static_cast<size_t>((width + stepX - 1) / stepX) * bytes + kPadding;
+    const int32_t rows = (height + stepY - 1) / stepY;
+    auto& data = (*memory)[index];
+    data.resize(rowBytes * static_cast<size_t>(rows), 0x5A);
+    for (int32_t row = 0; row < rows; ++row)
+      for (int32_t x = 0; x * stepX < width; ++x)
+        write(data.data() + static_cast<size_t>(row) * rowBytes + static_cast<size_t>(x) * bytes, x * stepX,
+              row * stepY);
+    planes.at(index) = {data.data(), rowBytes};
+  };
+  const auto value = [&](int32_t x, int32_t y) { return ycbcrOf(at(std::min(x, width - 1), y), colour); };
+  const auto luma = [&](uint8_t* to, int32_t x, int32_t y) { *to = value(x, y).y; };
+  const auto cb = [&](uint8_t* to, int32_t x, int32_t y) { *to = value(x, y).cb; };
+  const auto cr = [&](uint8_t* to, int32_t x, int32_t y) { *to = value(x, y).cr; };
+  switch (format) {
+    case kCMPixelFormat_422YpCbCr8:
+      plane(0, 2, 1, 4, [&](uint8_t* to, int32_t x, int32_t y) {
+        const YCbCr left = value(x, y);
+        const std::array<uint8_t, 4> group{left.cb, left.y, left.cr, value(x + 1, y).y};
+        std::copy(group.begin(), group.end(), to);
+      });
+      break;
+    case kCVPixelFormat_420Planar:
+    case kCVPixelFormat_422Planar:
+    case kCVPixelFormat_444Planar: {
+      const int32_t stepX = format == kCVPixelFormat_444Planar ? 1 : 2;
+      const int32_t stepY = format == kCVPixelFormat_420Planar ? 2 : 1;
+      plane(0, 1, 1, 1, luma);
+      plane(1, stepX, stepY, 1, cb);
+      plane(2, stepX, stepY, 1, cr);
+      break;
+    }
+    case kCVPixelFormat_420BiPlanar:
+      plane(0, 1, 1, 1, luma);
+      plane(1, 2, 2, 2, [&](uint8_t* to, int32_t x, int32_t y) {
+        cb(to, x, y);
+        cr(to + 1, x, y);
+      });
+      break;
+    case kCVPixelFormat_Gray:
+      plane(0, 1, 1, 1, luma);
+      break;
+    default: {
+      const bool isRGBA = format == kCVPixelFormat_32RGBA;
+      plane(0, 1, 1, 4, [&](uint8_t* to, int32_t x, int32_t y) {
+        const Colour c = at(x, y);
+        const std::array<int, 4> pixel{isRGBA ? c.red : c.blue, c.green, isRGBA ? c.blue : c.red, 255};
+        std::transform(pixel.begin(), pixel.end(), to, [](int part) { return static_cast<uint8_t>(part); });
+      });
+      break;
+    }
+  }
+  return CVPixelBuffer::wrap(width, height, format, planes, colour, memory);
+}
+
+/// A picture of one colour, as 4:2:0 planes.
+inline CVPixelBufferRef plainPicture(int32_t width, int32_t height, Colour colour) {
+  return fieldsPicture(width, height, kCVPixelFormat_420Planar, {colour, colour, colour, colour});
+}
+
+}  // namespace vesk::test
