@@ -4,6 +4,7 @@
 #include <bit>
 #include <cerrno>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <utility>
 
@@ -21,7 +22,6 @@ extern "C" {
 namespace vesk {
 namespace {
 
-constexpr int kQuiet = 64;              // added to the level of every line: none is printed
 constexpr size_t kLeastBuffer = 65536;  // bytes
 constexpr int kMostPicturesAtOnce = 32;
 
@@ -46,17 +46,33 @@ bool setExtradata(AVCodecContext& context, std::span<const uint8_t> record) {
   return true;
 }
 
-/// Whether a length-prefixed H.264 frame holds any part of a picture.
-bool hasSlice(std::span<const uint8_t> data) {
-  constexpr uint8_t kLastSliceType = 5;
+/// What a length-prefixed H.264 frame holds.
+struct Units {
+  std::span<const uint8_t> whole;  ///< without a unit that is cut off at the end
+  bool hasSlice = false;           ///< any part of a picture
+};
+
+Units unitsOf(std::span<const uint8_t> data) {
+  constexpr unsigned kLastSliceType = 5;
+  Units units;
   ByteReader reader(data);
   while (const auto length = reader.u32()) {
     const auto unit = reader.take(*length);
-    if (!unit) return true;  // damaged: for the decoder to judge
+    if (!unit) break;
+    units.whole = data.first(data.size() - reader.remaining());
     const unsigned type = unit->empty() ? 0 : unit->front() & 0x1FU;
-    if (type >= 1 && type <= kLastSliceType) return true;
+    units.hasSlice |= type >= 1 && type <= kLastSliceType;
   }
-  return false;
+  return units;
+}
+
+/// The lines that libav prints about odd frames would stand beside ours; a host that has chosen a
+/// level of its own keeps it.
+void quietLibav() {
+  static std::once_flag once;
+  std::call_once(once, [] {
+    if (av_log_get_level() == AV_LOG_INFO) av_log_set_level(AV_LOG_QUIET);
+  });
 }
 
 }  // namespace
@@ -77,6 +93,7 @@ std::unique_ptr<FrameDecoder> AVFrameDecoder::create(const ImageDescription& des
   const uint32_t code = description.get(ImageDescription::kCType);
   const AVCodec* const codec = findAVDecoder(code);
   if (!codec) return nullptr;
+  quietLibav();
   Context context(avcodec_alloc_context3(codec));
   if (!context) throw std::bad_alloc();
   context->codec_tag = avCodecTag(code);
@@ -86,7 +103,6 @@ std::unique_ptr<FrameDecoder> AVFrameDecoder::create(const ImageDescription& des
   context->max_pixels = static_cast<int64_t>(mostPixelsFor(description));
   context->flags |= AV_CODEC_FLAG_LOW_DELAY | AV_CODEC_FLAG_UNALIGNED;
   context->thread_count = 1;  // frame threads would hold pictures back
-  context->log_level_offset = kQuiet;
   const auto record = description.extension(fourCharCode("avcC"));
   if (record && !setExtradata(*context, *record)) throw std::bad_alloc();
   if (avcodec_open2(context.get(), codec, nullptr) != 0) return nullptr;
@@ -102,14 +118,27 @@ AVFrameDecoder::AVFrameDecoder(Context context, YCbCrColour colour, bool isH264)
 AVFrameDecoder::~AVFrameDecoder() = default;
 
 OSStatus AVFrameDecoder::decode(std::span<const uint8_t> data, int64_t frame, std::vector<DecodedPicture>& pictures) {
+  return mIsH264 ? decodeH264(data, frame, pictures) : decodePacket(data, frame, pictures);
+}
+
+/// libavcodec refuses a whole frame for one unit that is cut off, so that is left out; and it takes
+/// parameter sets that come by themselves, but calls them a failure.
+OSStatus AVFrameDecoder::decodeH264(std::span<const uint8_t> data, int64_t frame,
+                                    std::vector<DecodedPicture>& pictures) {
+  const Units units = unitsOf(data);
+  if (units.whole.empty()) return codecBadDataErr;
+  const OSStatus status = decodePacket(units.whole, frame, pictures);
+  return units.hasSlice || units.whole.size() != data.size() || status == memFullErr ? status : noErr;
+}
+
+OSStatus AVFrameDecoder::decodePacket(std::span<const uint8_t> data, int64_t frame,
+                                      std::vector<DecodedPicture>& pictures) {
   if (!fillPacket(data)) return memFullErr;
   mPacket->pts = frame;
   const int error = avcodec_send_packet(mContext.get(), mPacket.get());
   av_packet_unref(mPacket.get());
   const OSStatus status = receive(pictures);
-  if (error == 0) return status;
-  // libavcodec takes parameter sets that come by themselves, but calls them a failure.
-  return mIsH264 && !hasSlice(data) ? noErr : statusOf(error);
+  return error == 0 ? status : statusOf(error);
 }
 
 /// Puts a copy of the frame into the packet: libavcodec reads a little past the end, and decoders of

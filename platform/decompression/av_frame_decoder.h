@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
+#include <vector>
 
 #include "platform/decompression/av_picture.h"
 #include "platform/decompression/frame_decoder.h"
@@ -41,6 +43,8 @@ class AVFrameDecoder final : public FrameDecoder {
   using Context = std::unique_ptr<AVCodecContext, FreeContext>;
 
   AVFrameDecoder(Context context, YCbCrColour colour, bool isH264);
+  OSStatus decodeH264(std::span<const uint8_t> data, int64_t frame, std::vector<DecodedPicture>& pictures);
+  OSStatus decodePacket(std::span<const uint8_t> data, int64_t frame, std::vector<DecodedPicture>& pictures);
   bool fillPacket(std::span<const uint8_t> data);
   OSStatus receive(std::vector<DecodedPicture>& pictures);
 
