@@ -95,11 +95,18 @@ WantedPicture readPictureChoice(const std::string& text) {
   return wanted;
 }
 
-/// Lower is better: H.264 before raw pictures, then the largest up to 1280 × 720, then the smallest above.
-std::pair<int, int64_t> preference(const CMVideoFormatDescription& format) {
+/// Lower is better. For movies and previews: H.264, raw pictures, others; then the largest up to
+/// 1280 × 720, then the smallest above. For photos: the largest; then Motion JPEG, H.264, others.
+std::pair<int64_t, int64_t> preference(const CMVideoFormatDescription& format, Purpose purpose) {
   const auto size = format.dimensions();
   const int64_t area = int64_t{size.width} * size.height;
-  return {format.mediaSubType() == kCMVideoCodecType_H264 ? 0 : 1, area <= int64_t{1280} * 720 ? -area : area};
+  const uint32_t codec = format.mediaSubType();
+  if (purpose == Purpose::kPhoto)
+    return {-area, codec == kCMVideoCodecType_MotionJPEG ? 0 : codec == kCMVideoCodecType_H264 ? 1 : 2};
+  return {codec == kCMVideoCodecType_H264 ? 0
+          : isRecordable(codec)           ? 1
+                                          : 2,
+          area <= int64_t{1280} * 720 ? -area : area};
 }
 
 uint32_t readSoundCodec(const std::string& text, const std::string& whole) {
@@ -133,25 +140,34 @@ void openDevice(VeskAudioDevice& microphone) {
   checkOpened(microphone.openDevice(), *microphone.deviceInfo());
 }
 
-CMVideoFormatDescriptionRef chooseVideoFormat(VeskVideoDevice& camera, const std::string& text) {
+bool isRecordable(const CMVideoFormatDescription& format) {
+  return isRecordable(format.mediaSubType());
+}
+
+CMVideoFormatDescriptionRef chooseVideoFormat(VeskVideoDevice& camera, const std::string& text, Purpose purpose) {
   const WantedPicture wanted = readPictureChoice(text);
-  if (wanted.codec && !isRecordable(*wanted.codec))
+  const bool mustBeRecordable = purpose == Purpose::kRecord;
+  if (mustBeRecordable && wanted.codec && !isRecordable(*wanted.codec))
     throw Failure(kWrongUse, fmt::format("a movie cannot hold {} pictures here.", fourCharString(*wanted.codec)),
                   "Choose avc1 or 2vuy.");
   CMVideoFormatDescriptionRef best;
-  for (const auto& format : *camera.getSupportedFormats()) {
-    if (!isRecordable(format->mediaSubType())) continue;
-    if (wanted.codec && *wanted.codec != format->mediaSubType()) continue;
-    if (wanted.size && *wanted.size != format->dimensions()) continue;
-    if (!best || preference(*format) < preference(*best)) best = format;
+  if (const auto formats = camera.getSupportedFormats()) {
+    for (const auto& format : *formats) {
+      if (mustBeRecordable && !isRecordable(*format)) continue;
+      if (wanted.codec && *wanted.codec != format->mediaSubType()) continue;
+      if (wanted.size && *wanted.size != format->dimensions()) continue;
+      if (!best || preference(*format, purpose) < preference(*best, purpose)) best = format;
+    }
   }
-  if (!best)
-    throw Failure(kFailed,
-                  text.empty()
-                      ? fmt::format("\"{}\" offers no format that can be recorded.", nameOf(*camera.deviceInfo()))
-                      : fmt::format("\"{}\" does not offer {}.", nameOf(*camera.deviceInfo()), text),
-                  "\"vesk formats\" lists what it offers; avc1 and 2vuy can be recorded.");
-  return best;
+  if (best) return best;
+  const std::string name = nameOf(*camera.deviceInfo());
+  if (!text.empty())
+    throw Failure(kFailed, fmt::format("\"{}\" does not offer {}.", name, text),
+                  "\"vesk formats\" lists what it offers.");
+  throw Failure(kFailed,
+                fmt::format("\"{}\" offers no format that can be {}.", name, mustBeRecordable ? "recorded" : "shown"),
+                mustBeRecordable ? "\"vesk formats\" lists what it offers; avc1 and 2vuy can be recorded."
+                                 : "\"vesk formats\" lists what it offers.");
 }
 
 CMAudioFormatDescriptionRef chooseSoundFormat(VeskAudioDevice& microphone, const std::string& text) {

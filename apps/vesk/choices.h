@@ -25,10 +25,20 @@ std::shared_ptr<VeskAudioDevice> defaultMicrophone();
 void openDevice(VeskVideoDevice& camera);
 void openDevice(VeskAudioDevice& microphone);
 
-/// A recordable picture format of an open camera that fits `text`: "avc1:1280x720", "avc1",
-/// "1280x720", or empty for the camera's best (H.264 before raw pictures, up to 1280 × 720).
+/// What pictures are wanted for.
+enum class Purpose {
+  kRecord,   ///< formats that a movie can hold; the best is H.264 before raw pictures, up to 1280 × 720
+  kPreview,  ///< any that can be shown; the best is the same, other formats last
+  kPhoto,    ///< any that can be shown; the best is the largest, Motion JPEG before H.264 before raw
+};
+
+/// A picture format of an open camera that fits `text`: "avc1:1280x720", "avc1", "1280x720", or empty
+/// for the best for the purpose.
 /// @throws Failure when the text cannot be read or nothing fits.
-CMVideoFormatDescriptionRef chooseVideoFormat(VeskVideoDevice& camera, const std::string& text);
+CMVideoFormatDescriptionRef chooseVideoFormat(VeskVideoDevice& camera, const std::string& text,
+                                              Purpose purpose = Purpose::kRecord);
+/// Whether a movie can hold pictures of the format.
+bool isRecordable(const CMVideoFormatDescription& format);
 /// A sound format of an open microphone that fits `text`: "pcm:48000:2", "pcm:48000", "aac", or empty
 /// for the first that a movie can hold.
 CMAudioFormatDescriptionRef chooseSoundFormat(VeskAudioDevice& microphone, const std::string& text);
