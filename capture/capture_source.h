@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -8,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "capture/property_sets.h"
 #include "platform/foundation/export.h"
 
 namespace vesk::capture {
@@ -56,8 +56,6 @@ struct WaveFormat {
 /// Receives one frame or packet: its bytes (valid during the call, which may rewrite them), their
 /// count, and the time stamp in microseconds of the source's monotonic clock.
 using FrameCallback = std::function<void(uint8_t* bytes, uint32_t length, int64_t timestamp)>;
-
-using PropertySetIdentifier = std::array<uint8_t, 16>;
 
 /// An open device of a source. Calls come from any thread, at most one at a time for each device
 /// apart from stop, which may come while a callback runs. Answers are the status values of vci.h.

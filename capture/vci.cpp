@@ -169,11 +169,13 @@ int32_t VCI_Enum_Property_Sets(VCI_HANDLE handle, VCIPropertySet* sets, uint32_t
   });
 }
 
-int32_t VCI_Enum_Property_Items(VCI_HANDLE handle, const VCIPropertySet* set, uint32_t* items, uint32_t*,
+int32_t VCI_Enum_Property_Items(VCI_HANDLE handle, const VCIPropertySet* set, uint32_t* items, uint32_t* size,
                                 uint32_t* count) {
   if (!set) return kVCIInvalidArgument;
   return withDevice(kVideo, handle, [&](CaptureDevice& device) {
-    return enumerate(device.propertyItems(readIdentifier(*set)), items, count,
-                     [](uint32_t item, uint32_t& record) { record = item; });
+    const int32_t status = enumerate(device.propertyItems(readIdentifier(*set)), items, count,
+                                     [](uint32_t item, uint32_t& record) { record = item; });
+    if (size && status == kVCIMoreData) *size = *count * uint32_t{sizeof(uint32_t)};  // hosts allocate by it
+    return status;
   });
 }

@@ -61,7 +61,7 @@ class VESK_EXPORT VeskAVDevice {
   const std::shared_ptr<DelegateList> mDelegates;
   std::atomic<bool> mIsCapturing{false};
   std::atomic<bool> mIsOpen{false};
-  void* mHandle = nullptr;  ///< the capture library's, null while closed
+  std::atomic<void*> mHandle{nullptr};  ///< the capture library's, null while closed; nudges read it on their queue
 
  private:
   void* const mContext;

@@ -53,6 +53,7 @@ int32_t VeskVideoDevice::openDevice() {
 }
 
 void VeskVideoDevice::closeDevice() {
+  waitForNudges();  // a head whose stop never came would go on turning
   if (mIsCapturing) stopCapture();
   closeHandle();
 }

@@ -1,15 +1,20 @@
 #pragma once
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "devices/av_device.h"
+#include "devices/camera_controls.h"
 #include "platform/foundation/export.h"
+#include "platform/foundation/mutex.h"
 #include "platform/media/format_description.h"
 
 namespace vesk {
@@ -21,14 +26,19 @@ inline constexpr std::string_view KVXVideoCodec = "kKVXVideoCodec";
 
 using CMVideoFormatList = std::vector<CMVideoFormatDescriptionRef>;
 
+/// Numbers that a camera tells of itself, by name.
+using VeskInformation = std::map<std::string, int32_t>;
+
+class DispatchQueue;
+
 /// A camera: lists what it can deliver, captures, and hands every frame to its delegates. A format
 /// is chosen with setFormat before capture starts. Letting the camera go stops and closes it.
 ///
 /// Threads: open, close, format and start/stop calls come from the host's thread, one at a time.
 /// Frames are delivered on the capture library's thread while the delegate list is locked. Do not
 /// hold a lock that a delegate takes while stopping, closing or letting go: they wait for the frame
-/// in progress.
-class VESK_EXPORT VeskVideoDevice : public VeskAVDevice {
+/// in progress. Closing also waits for the nudges that have been asked for.
+class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shared_from_this<VeskVideoDevice> {
  public:
   /// The cameras attached now, from the device manager.
   static std::shared_ptr<const VeskDeviceList> getVideoDeviceList();
@@ -42,7 +52,7 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice {
   /// @return 0 open, also when it was open already; 7 the library could not open the camera, or the
   ///         record's path is missing or longer than 1023 UTF-16 units.
   int32_t openDevice();
-  /// Stops capture and closes the camera, also when the stop fails.
+  /// Lets nudges finish, stops capture and closes the camera, also when the stop fails.
   void closeDevice();
 
   /// The pixel formats as four-character texts in the library's order; none when the camera is not open.
@@ -80,14 +90,227 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice {
   std::optional<uint32_t> frameInterval() const { return mFrameinterval; }
   void setFrameInterval(std::optional<uint32_t> interval) { mFrameinterval = interval; }
 
+  // Camera controls. Numbers are in the units of camera_controls.h; none where the camera does not
+  // have the control or the device is not open. Setters send the low bytes of what they are given,
+  // and do not tell whether the camera took it: writeControl does. From any thread; pan and tilt are
+  // set from one thread, since setting one sends the other as it is.
+
+  std::optional<int32_t> getPanMin() const { return minimum<int32_t>(ControlID::kPan); }
+  std::optional<int32_t> getPanMax() const { return maximum<int32_t>(ControlID::kPan); }
+  std::optional<int32_t> getPanCur() const { return current<int32_t>(ControlID::kPan); }
+  std::optional<int32_t> getPanDef() const { return initial<int32_t>(ControlID::kPan); }
+  void setPanCur(int32_t value) { writeControl(cameraControl(ControlID::kPan), value); }
+  std::optional<int32_t> getTiltMin() const { return minimum<int32_t>(ControlID::kTilt); }
+  std::optional<int32_t> getTiltMax() const { return maximum<int32_t>(ControlID::kTilt); }
+  std::optional<int32_t> getTiltCur() const { return current<int32_t>(ControlID::kTilt); }
+  std::optional<int32_t> getTiltDef() const { return initial<int32_t>(ControlID::kTilt); }
+  void setTiltCur(int32_t value) { writeControl(cameraControl(ControlID::kTilt), value); }
+
+  std::optional<int16_t> getPanRelMin() const { return minimum<int16_t>(ControlID::kRelativePan); }
+  std::optional<int16_t> getPanRelMax() const { return maximum<int16_t>(ControlID::kRelativePan); }
+  std::optional<int16_t> getPanRelCur() const { return current<int16_t>(ControlID::kRelativePan); }
+  std::optional<int16_t> getPanRelDef() const { return initial<int16_t>(ControlID::kRelativePan); }
+  void setPanRelCur(int32_t value) { writeControl(cameraControl(ControlID::kRelativePan), value); }
+  std::optional<int16_t> getTiltRelMin() const { return minimum<int16_t>(ControlID::kRelativeTilt); }
+  std::optional<int16_t> getTiltRelMax() const { return maximum<int16_t>(ControlID::kRelativeTilt); }
+  std::optional<int16_t> getTiltRelCur() const { return current<int16_t>(ControlID::kRelativeTilt); }
+  std::optional<int16_t> getTiltRelDef() const { return initial<int16_t>(ControlID::kRelativeTilt); }
+  void setTiltRelCur(int32_t value) { writeControl(cameraControl(ControlID::kRelativeTilt), value); }
+
+  std::optional<int32_t> getZoomMin() const { return minimum<int32_t>(ControlID::kZoom); }
+  std::optional<int32_t> getZoomMax() const;  ///< of some products a number that holds whatever the camera says
+  std::optional<int32_t> getZoomCur() const { return current<int32_t>(ControlID::kZoom); }
+  std::optional<int32_t> getZoomDef() const { return initial<int32_t>(ControlID::kZoom); }
+  /// Sends the low 16 bits, their sign kept.
+  void setZoomCur(int32_t value) { writeControl(cameraControl(ControlID::kZoom), static_cast<int16_t>(value)); }
+  std::optional<int32_t> getZoomRelMin() const { return minimum<int32_t>(ControlID::kRelativeZoom); }
+  std::optional<int32_t> getZoomRelMax() const { return maximum<int32_t>(ControlID::kRelativeZoom); }
+  std::optional<int32_t> getZoomRelCur() const { return current<int32_t>(ControlID::kRelativeZoom); }
+  std::optional<int32_t> getZoomRelDef() const { return initial<int32_t>(ControlID::kRelativeZoom); }
+  void setZoomRelCur(int32_t value) {
+    writeControl(cameraControl(ControlID::kRelativeZoom), static_cast<int16_t>(value));
+  }
+
+  std::optional<int16_t> getBrightnessMin() const { return minimum<int16_t>(ControlID::kBrightness); }
+  std::optional<int16_t> getBrightnessMax() const { return maximum<int16_t>(ControlID::kBrightness); }
+  std::optional<int16_t> getBrightnessCur() const { return current<int16_t>(ControlID::kBrightness); }
+  std::optional<int16_t> getBrightnessDefault() const { return initial<int16_t>(ControlID::kBrightness); }
+  void setBrightnessCur(int32_t value) { writeControl(cameraControl(ControlID::kBrightness), value); }
+
+  std::optional<uint16_t> getContrastMin() const { return minimum<uint16_t>(ControlID::kContrast); }
+  std::optional<uint16_t> getContrastMax() const { return maximum<uint16_t>(ControlID::kContrast); }
+  std::optional<uint16_t> getContrastCur() const { return current<uint16_t>(ControlID::kContrast); }
+  std::optional<uint16_t> getContrastDefault() const { return initial<uint16_t>(ControlID::kContrast); }
+  void setContrastCur(int32_t value) { writeControl(cameraControl(ControlID::kContrast), value); }
+
+  std::optional<uint16_t> getSaturationMin() const { return minimum<uint16_t>(ControlID::kSaturation); }
+  std::optional<uint16_t> getSaturationMax() const { return maximum<uint16_t>(ControlID::kSaturation); }
+  std::optional<uint16_t> getSaturationCur() const { return current<uint16_t>(ControlID::kSaturation); }
+  std::optional<uint16_t> getSaturationDefault() const { return initial<uint16_t>(ControlID::kSaturation); }
+  void setSaturationCur(int32_t value) { writeControl(cameraControl(ControlID::kSaturation), value); }
+
+  std::optional<int16_t> getHueMin() const { return minimum<int16_t>(ControlID::kHue); }
+  std::optional<int16_t> getHueMax() const { return maximum<int16_t>(ControlID::kHue); }
+  std::optional<int16_t> getHueCur() const { return current<int16_t>(ControlID::kHue); }
+  std::optional<int16_t> getHueDefault() const { return initial<int16_t>(ControlID::kHue); }
+  void setHueCur(int32_t value) { writeControl(cameraControl(ControlID::kHue), value); }
+
+  std::optional<uint16_t> getSharpnessMin() const { return minimum<uint16_t>(ControlID::kSharpness); }
+  std::optional<uint16_t> getSharpnessMax() const { return maximum<uint16_t>(ControlID::kSharpness); }
+  std::optional<uint16_t> getSharpnessCur() const { return current<uint16_t>(ControlID::kSharpness); }
+  std::optional<uint16_t> getSharpnessDefault() const { return initial<uint16_t>(ControlID::kSharpness); }
+  void setSharpnessCur(int32_t value) { writeControl(cameraControl(ControlID::kSharpness), value); }
+
+  std::optional<uint16_t> getWhiteBalMin() const { return minimum<uint16_t>(ControlID::kWhiteBalance); }
+  std::optional<uint16_t> getWhiteBalMax() const { return maximum<uint16_t>(ControlID::kWhiteBalance); }
+  std::optional<uint16_t> getWhiteBalCur() const { return current<uint16_t>(ControlID::kWhiteBalance); }
+  std::optional<uint16_t> getWhiteBalDefault() const { return initial<uint16_t>(ControlID::kWhiteBalance); }
+  void setWhiteBalCur(int32_t value) { writeControl(cameraControl(ControlID::kWhiteBalance), value); }
+
+  std::optional<uint32_t> getExposureMin() const { return minimum<uint32_t>(ControlID::kExposure); }
+  std::optional<uint32_t> getExposureMax() const { return maximum<uint32_t>(ControlID::kExposure); }
+  std::optional<uint32_t> getExposureCur() const { return current<uint32_t>(ControlID::kExposure); }
+  std::optional<uint32_t> getExposureDefault() const { return initial<uint32_t>(ControlID::kExposure); }
+  void setExposureCur(uint32_t value) { writeControl(cameraControl(ControlID::kExposure), value); }
+
+  std::optional<uint16_t> getFocusMin() const { return minimum<uint16_t>(ControlID::kFocus); }
+  std::optional<uint16_t> getFocusMax() const { return maximum<uint16_t>(ControlID::kFocus); }
+  std::optional<uint16_t> getFocusCur() const { return current<uint16_t>(ControlID::kFocus); }
+  std::optional<uint16_t> getFocusDefault() const { return initial<uint16_t>(ControlID::kFocus); }
+  void setFocusCur(int32_t value) { writeControl(cameraControl(ControlID::kFocus), value); }
+
+  /// Whether the camera chooses the exposure time (aperture priority); false also when it cannot be asked.
+  bool isAutoExposureSet() const { return control(ControlID::kAutoExposure) == 1; }
+
+  /// 1 leaves the exposure to the camera, anything else takes it over; 0 also keeps the camera from
+  /// lowering its picture rate in the dark.
+  void setAutoExposure(uint8_t isAutomatic) { writeControl(cameraControl(ControlID::kAutoExposure), isAutomatic); }
+
+  /// False also when the camera does not have it.
+  bool isSunTrimSet() const { return control(ControlID::kSunTrim).value_or(0) != 0; }
+  void setSunTrim(bool isOn) { writeControl(cameraControl(ControlID::kSunTrim), isOn); }
+
+  /// Whether the camera says exactly 1.
+  bool isAutoHueSet() const { return control(ControlID::kAutoHue) == 1; }
+  bool getAutoHueDefault() const { return control(ControlID::kAutoHue, ControlRequest::kDefault) == 1; }
+  void setAutoHue(bool isOn) { writeControl(cameraControl(ControlID::kAutoHue), isOn); }
+
+  std::optional<bool> isAutoFocusSet() const { return current<bool>(ControlID::kAutoFocus); }
+  /// The byte as the camera gives it; 0 when it does not.
+  uint8_t getAutoFocusDefault() const { return byte(ControlID::kAutoFocus, ControlRequest::kDefault); }
+  void setAutoFocusCur(int32_t isOn) { writeControl(cameraControl(ControlID::kAutoFocus), isOn != 0); }
+
+  std::optional<uint8_t> isAutoWhiteBalanceSet() const { return current<uint8_t>(ControlID::kAutoWhiteBalance); }
+  /// The byte as the camera gives it; 0 when it does not.
+  uint8_t getAutoWhiteBalanceDefault() const { return byte(ControlID::kAutoWhiteBalance, ControlRequest::kDefault); }
+  /// Sends the byte as it is.
+  void setWhiteBalAuto(uint8_t isOn) { writeControl(cameraControl(ControlID::kAutoWhiteBalance), isOn); }
+
+  /// False only when the camera says that it does not have it.
+  bool isAntiFlickerSupported() const;
+  /// 0 when the camera does not tell.
+  uint8_t getAntiFlickerCur() const { return byte(ControlID::kAntiFlicker, ControlRequest::kCurrent); }
+  uint8_t getAntiFlickerDefault() const { return byte(ControlID::kAntiFlicker, ControlRequest::kDefault); }
+  void setAntiFlickerCur(int32_t value) { writeControl(cameraControl(ControlID::kAntiFlicker), value); }
+
+  bool isMirrorSupported() const;
+  /// None when mirroring is not supported; 0 when the camera does not tell.
+  std::optional<uint8_t> getMirrorDef() const { return mirror(ControlRequest::kDefault); }
+  std::optional<uint8_t> getMirrorCur() const { return mirror(ControlRequest::kCurrent); }
+  void setMirrorCur(int32_t value) { writeControl(cameraControl(ControlID::kMirror), value); }
+
+  /// Whether the camera has a property set, and a property of a set; false when it cannot be asked.
+  bool isPropertySupported(capture::PropertySetIdentifier set) const;
+  bool isPropertyItemSupported(capture::PropertySetIdentifier set, uint32_t item) const;
+
+  /// Any control by its row: its number, none when the camera does not give it. Switches are 1 or 0,
+  /// other bytes as they come.
+  std::optional<int64_t> readControl(const CameraControl& control, ControlRequest request) const;
+  /// Sends the low bytes of `value`. @return what the capture library answered: 0 taken, 14 the camera
+  /// does not have the control, else refused.
+  int32_t writeControl(const CameraControl& control, int64_t value);
+
+  // The motorised head. Nudges return at once and run one after the other on a queue of their own,
+  // 125 ms each; they hold the device until they have run. Called from one thread.
+
+  void panRelativeLeft();
+  void panRelativeRight();
+  void tiltRelativeUp();
+  void tiltRelativeDown();
+  /// Lets the queue go: nudges that wait on it still run, the next one makes a new queue. @return 0
+  int16_t relativePanTiltStop(int32_t unused);
+  /// Waits until no nudge is waiting or running. Not from a log sink: nudges log.
+  void waitForNudges() VESK_EXCLUDES(mNudgeMutex);
+  /// Sends the head back to its middle, in six attempts at most, 0.1 s each, during which the calling
+  /// thread's run loop is served.
+  void resetPanTiltRel();
+  /// Whether the head is to be moved by nudges: it takes relative moves, and no position.
+  bool isPTZRelativeSupported() const;
+
+  // What the camera says of itself; none when it does not.
+
+  /// "Major" and "Minor" of the EEPROM: always answered, with zeros when the camera does not tell.
+  VeskInformation getEEPROMInfo() const;
+  /// "SensorTech" and "SensorType".
+  std::optional<VeskInformation> getSensorInfo() const;
+  /// "Major", "Minor" and "BuildNo" of the firmware.
+  std::optional<VeskInformation> getFirmwareVersion() const;
+  std::optional<int32_t> getFirmwareCRCControl() const;
+
  private:
   using VeskAVDevice::VeskAVDevice;
+
+  template <class Number>
+  std::optional<Number> number(ControlID id, ControlRequest request) const {
+    const auto value = readControl(cameraControl(id), request);
+    return value ? std::optional(static_cast<Number>(*value)) : std::nullopt;
+  }
+  template <class Number>
+  std::optional<Number> minimum(ControlID id) const {
+    return number<Number>(id, ControlRequest::kMinimum);
+  }
+  template <class Number>
+  std::optional<Number> maximum(ControlID id) const {
+    return number<Number>(id, ControlRequest::kMaximum);
+  }
+  template <class Number>
+  std::optional<Number> current(ControlID id) const {
+    return number<Number>(id, ControlRequest::kCurrent);
+  }
+  template <class Number>
+  std::optional<Number> initial(ControlID id) const {
+    return number<Number>(id, ControlRequest::kDefault);
+  }
+  std::optional<int64_t> control(ControlID id, ControlRequest request = ControlRequest::kCurrent) const {
+    return readControl(cameraControl(id), request);
+  }
+  uint8_t byte(ControlID id, ControlRequest request) const {
+    return static_cast<uint8_t>(control(id, request).value_or(0));
+  }
+  std::optional<uint8_t> mirror(ControlRequest request) const;
+  int64_t otherNumber(const CameraControl& control) const;
+
+  /// Reads a property into `value`, which is cleared first. @return the library's answer.
+  int32_t getProperty(ControlRequest request, const capture::PropertySetIdentifier& set, uint32_t number,
+                      std::span<uint8_t> value) const;
+  int32_t setProperty(const capture::PropertySetIdentifier& set, uint32_t number, std::span<const uint8_t> value) const;
+  bool readInformation(uint32_t number, std::span<uint8_t> value) const;
+
+  void nudge(int8_t pan, int8_t tilt, const char* line) VESK_EXCLUDES(mNudgeMutex);
+  void endNudge() VESK_EXCLUDES(mNudgeMutex);
+  void performNudge(int8_t pan, int8_t tilt, const char* line) VESK_EXCLUDES(mNudgeMutex);
 
   std::atomic<std::optional<uint32_t>> mFrameinterval{std::nullopt};
   std::optional<std::vector<uint32_t>> mSupportedFrameIntervals;
   std::shared_ptr<const CMVideoFormatList> mSupportedFormats;
   uint32_t mSubstream = 0;  ///< of the capture under way: 1 for H.264
   CMVideoFormatDescriptionRef mFormat;
+  int32_t stop = 0;  ///< 1 once nudges were told to stop; nothing heeds it
+  std::shared_ptr<DispatchQueue> _localQueue;
+
+  Mutex mNudgeMutex;
+  std::condition_variable_any mNudgesDone;
+  int mNudges VESK_GUARDED_BY(mNudgeMutex) = 0;  ///< waiting or running, on every queue
 };
 
 }  // namespace vesk

@@ -1,7 +1,10 @@
 #pragma once
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
+#include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <span>
@@ -14,6 +17,16 @@
 #include "capture/capture_source.h"
 
 namespace vesk::test {
+
+/// A property call as it reached a device.
+struct PropertyCall {
+  bool isWrite = false;
+  uint32_t request = 0;  ///< of a reading call
+  capture::PropertySetIdentifier set{};
+  uint32_t number = 0;
+  std::vector<uint8_t> value;  ///< what was written; of a reading call, what the buffer held
+  std::chrono::steady_clock::time_point time;
+};
 
 /// One attached device of a FakeCaptureSource: a test scripts its answers, delivers through it, and
 /// looks at what was asked of it. Scripts are set before the device is used; counters are read when
@@ -41,6 +54,16 @@ class FakeDevice {
   int stopped = 0;
   int formatsAsked = 0;
 
+  /// Answers property calls, with the library's status; a reading call fills `value`. Without it the
+  /// device has no properties. Called on the thread that asks.
+  std::function<int32_t(const PropertyCall& call, std::span<uint8_t> value)> answerProperty;
+  std::map<capture::PropertySetIdentifier, std::vector<uint32_t>> propertyItems;  ///< by set
+  /// The property calls so far. From any thread.
+  std::vector<PropertyCall> propertyCalls() const {
+    const std::lock_guard lock(mMutex);
+    return mPropertyCalls;
+  }
+
   /// Hands bytes to whoever captures; nothing while nobody does. From any thread.
   void deliver(std::span<uint8_t> bytes, int64_t timestamp) {
     capture::FrameCallback callback;
@@ -64,6 +87,16 @@ class FakeDevice {
  private:
   friend class FakeCaptureSource;
 
+  int32_t answer(PropertyCall call, std::span<uint8_t> value) {
+    call.time = std::chrono::steady_clock::now();
+    {
+      const std::lock_guard lock(mMutex);
+      mPropertyCalls.push_back(call);
+    }
+    constexpr int32_t kNotSupported = 14;
+    return answerProperty ? answerProperty(call, value) : kNotSupported;
+  }
+
   void begin(capture::FrameCallback callback) {
     const std::lock_guard lock(mMutex);
     mCallback = std::move(callback);
@@ -83,6 +116,7 @@ class FakeDevice {
   std::condition_variable mLeft;
   capture::FrameCallback mCallback;
   std::vector<std::thread::id> mInside;
+  std::vector<PropertyCall> mPropertyCalls;
 };
 
 /// A capture source whose devices do what a test tells them.
@@ -193,6 +227,23 @@ class FakeCaptureSource : public capture::CaptureSource {
     int32_t setVideoParameters(const capture::VideoParameters& parameters) override {
       mDevice->videoParameters.push_back(parameters);
       return mDevice->parametersStatus;
+    }
+    int32_t getProperty(uint32_t request, const capture::PropertySetIdentifier& set, uint32_t number,
+                        std::span<uint8_t> value, uint32_t&) override {
+      return mDevice->answer({false, request, set, number, {value.begin(), value.end()}, {}}, value);
+    }
+    int32_t setProperty(const capture::PropertySetIdentifier& set, uint32_t number,
+                        std::span<const uint8_t> value) override {
+      return mDevice->answer({true, 0, set, number, {value.begin(), value.end()}, {}}, {});
+    }
+    std::vector<capture::PropertySetIdentifier> propertySets() override {
+      std::vector<capture::PropertySetIdentifier> sets;
+      for (const auto& [set, items] : mDevice->propertyItems) sets.push_back(set);
+      return sets;
+    }
+    std::vector<uint32_t> propertyItems(const capture::PropertySetIdentifier& set) override {
+      const auto found = mDevice->propertyItems.find(set);
+      return found == mDevice->propertyItems.end() ? std::vector<uint32_t>() : found->second;
     }
     std::vector<capture::WaveFormat> waveFormats() override {
       ++mDevice->formatsAsked;

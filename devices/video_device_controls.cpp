@@ -1,0 +1,167 @@
+#include <algorithm>
+#include <iterator>
+
+#include "capture/vci.h"
+#include "devices/enumeration.h"
+#include "devices/property_record.h"
+#include "devices/video_device.h"
+
+// Every control goes through readControl and writeControl, by its row of the table.
+
+namespace vesk {
+namespace {
+
+constexpr size_t kLargestValue = 8;
+
+struct ZoomRow {
+  uint16_t productID;
+  int32_t maximum;
+};
+constexpr ZoomRow kZoomMaxima[] = {{0x7A01, 300}, {0x7A02, 319}, {0x7A03, 3}, {0x7A04, 3}};
+
+size_t widthOf(ControlType type) {
+  switch (type) {
+    case ControlType::kSwitch:
+    case ControlType::kExposureMode:
+    case ControlType::kByte:
+      return 1;
+    case ControlType::kSigned16:
+    case ControlType::kUnsigned16:
+      return 2;
+    case ControlType::kSigned32:
+    case ControlType::kUnsigned32:
+      return 4;
+  }
+  return 0;
+}
+
+bool isSecond(const CameraControl& control) {
+  return control.place == ControlPlace::kSecondOfPosition || control.place == ControlPlace::kSecondOfMove;
+}
+
+int64_t numberOf(ControlType type, std::span<const uint8_t> bytes) {
+  uint32_t value = 0;
+  for (size_t i = widthOf(type); i-- > 0;) value = value << 8 | bytes[i];
+  switch (type) {
+    case ControlType::kExposureMode:
+      return (value & capture::kAperturePriority) != 0 ? 1 : 0;
+    case ControlType::kSigned16:
+      return static_cast<int16_t>(value);
+    case ControlType::kSigned32:
+      return static_cast<int32_t>(value);
+    case ControlType::kSwitch:
+    case ControlType::kByte:
+    case ControlType::kUnsigned16:
+    case ControlType::kUnsigned32:
+      break;
+  }
+  return value;
+}
+
+void putNumber(ControlType type, int64_t number, std::span<uint8_t> bytes) {
+  if (type == ControlType::kExposureMode) number = number == 1 ? capture::kAperturePriority : capture::kManualExposure;
+  for (size_t i = 0; i < widthOf(type); ++i) bytes[i] = static_cast<uint8_t>(number >> (8 * i));
+}
+
+}  // namespace
+
+VCIPropertySet propertySetRecord(const capture::PropertySetIdentifier& set) {
+  VCIPropertySet record{};
+  std::copy(set.begin(), set.end(), record.identifier);
+  record.value = 2;
+  return record;
+}
+
+int32_t VeskVideoDevice::getProperty(ControlRequest request, const capture::PropertySetIdentifier& set, uint32_t number,
+                                     std::span<uint8_t> value) const {
+  std::fill(value.begin(), value.end(), uint8_t{0});
+  const VCIPropertySet record = propertySetRecord(set);
+  auto size = static_cast<uint32_t>(value.size());
+  return VCI_Get_Property(mHandle, static_cast<uint32_t>(request), &record, &number, value.data(), &size, 0, 0);
+}
+
+int32_t VeskVideoDevice::setProperty(const capture::PropertySetIdentifier& set, uint32_t number,
+                                     std::span<const uint8_t> value) const {
+  const VCIPropertySet record = propertySetRecord(set);
+  const auto size = static_cast<uint32_t>(value.size());
+  return VCI_Set_Property(mHandle, &record, &number, value.data(), &size, 0, 0);
+}
+
+std::optional<int64_t> VeskVideoDevice::readControl(const CameraControl& control, ControlRequest request) const {
+  uint8_t bytes[kLargestValue];
+  const std::span value(bytes, control.size);
+  if (getProperty(request, control.set, control.number, value) != kVCISuccess) return std::nullopt;
+  return numberOf(control.type, value.subspan(isSecond(control) ? widthOf(control.type) : 0));
+}
+
+int32_t VeskVideoDevice::writeControl(const CameraControl& control, int64_t number) {
+  uint8_t bytes[kLargestValue] = {};
+  const std::span value(bytes, control.size);
+  const size_t place = isSecond(control) ? widthOf(control.type) : 0;
+  putNumber(control.type, number, value.subspan(place));
+  if (control.place != ControlPlace::kAlone)
+    putNumber(control.type, otherNumber(control), value.subspan(widthOf(control.type) - place));
+  const int32_t status = setProperty(control.set, control.number, value);
+  if (control.type == ControlType::kExposureMode && number == 0) {
+    const uint8_t keepsRate = 0;
+    setProperty(control.set, capture::kAutoExposurePriority, {&keepsRate, 1});
+  }
+  return status;
+}
+
+/// What is sent beside a number that shares its property's value: where the head points in the other
+/// direction, 0 when it does not tell; no move.
+int64_t VeskVideoDevice::otherNumber(const CameraControl& control) const {
+  switch (control.place) {
+    case ControlPlace::kFirstOfPosition:
+      return getTiltCur().value_or(0);
+    case ControlPlace::kSecondOfPosition:
+      return getPanCur().value_or(0);
+    case ControlPlace::kAlone:
+    case ControlPlace::kFirstOfMove:
+    case ControlPlace::kSecondOfMove:
+      break;
+  }
+  return 0;
+}
+
+std::optional<int32_t> VeskVideoDevice::getZoomMax() const {
+  const auto read = number<int32_t>(ControlID::kZoom, ControlRequest::kMaximum);
+  for (const ZoomRow& row : kZoomMaxima)
+    if (row.productID == mDeviceInfo->productID()) return row.maximum;
+  return read;
+}
+
+bool VeskVideoDevice::isAntiFlickerSupported() const {
+  const CameraControl& control = cameraControl(ControlID::kAntiFlicker);
+  uint8_t value = 0;
+  return getProperty(ControlRequest::kCurrent, control.set, control.number, {&value, 1}) != kVCIPropertyNotSupported;
+}
+
+bool VeskVideoDevice::isMirrorSupported() const {
+  return isPropertyItemSupported(capture::kMirrorSet, capture::kMirror);
+}
+
+std::optional<uint8_t> VeskVideoDevice::mirror(ControlRequest request) const {
+  return isMirrorSupported() ? std::optional(byte(ControlID::kMirror, request)) : std::nullopt;
+}
+
+bool VeskVideoDevice::isPropertySupported(capture::PropertySetIdentifier set) const {
+  const auto sets = enumerateRecords<VCIPropertySet>([this](VCIPropertySet* records, uint32_t* size, uint32_t* count) {
+    return VCI_Enum_Property_Sets(mHandle, records, size, count);
+  });
+  return std::any_of(sets.begin(), sets.end(), [&set](const VCIPropertySet& record) {
+    return std::equal(set.begin(), set.end(), std::begin(record.identifier));
+  });
+}
+
+bool VeskVideoDevice::isPropertyItemSupported(capture::PropertySetIdentifier set, uint32_t item) const {
+  if (!isPropertySupported(set)) return false;
+  const VCIPropertySet record = propertySetRecord(set);
+  const auto items = enumerateRecords<uint32_t>([&](uint32_t* numbers, uint32_t* size, uint32_t* count) {
+    return VCI_Enum_Property_Items(mHandle, &record, numbers, size, count);
+  });
+  return std::find(items.begin(), items.end(), item) != items.end();
+}
+
+}  // namespace vesk

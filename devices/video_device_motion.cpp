@@ -1,0 +1,157 @@
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <exception>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "capture/vci.h"
+#include "devices/enumeration.h"
+#include "devices/property_record.h"
+#include "devices/video_device.h"
+#include "platform/foundation/dispatch_queue.h"
+#include "platform/foundation/log.h"
+#include "platform/foundation/run_loop.h"
+
+// The motorised head, and what a camera says of itself.
+
+namespace vesk {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kNudgeTime = 125000us;
+constexpr int kResetAttempts = 6;
+constexpr auto kResetWait = 100ms;
+constexpr uint32_t kRelativeMotionItem = 1;
+
+/// The value of relative pan and tilt (UVC 1.1, 4.2.2.1.15): directions and speeds, in which 0 stops.
+std::array<uint8_t, 4> motionValue(int8_t pan, int8_t tilt) {
+  return {static_cast<uint8_t>(pan), 0, static_cast<uint8_t>(tilt), 0};
+}
+
+}  // namespace
+
+void VeskVideoDevice::panRelativeLeft() {
+  nudge(1, 0, "panRelativeLeft -1");
+}
+void VeskVideoDevice::panRelativeRight() {
+  nudge(-1, 0, "panRelativeRight 1");
+}
+void VeskVideoDevice::tiltRelativeUp() {
+  nudge(0, 1, "tiltRelativeUp -1");
+}
+void VeskVideoDevice::tiltRelativeDown() {
+  nudge(0, -1, "tiltRelativeDown 1");
+}
+
+void VeskVideoDevice::nudge(int8_t pan, int8_t tilt, const char* line) {
+  // Without a thread for the queue the head does not move.
+  try {
+    if (!_localQueue) _localQueue = DispatchQueue::createSerial("com.orv.pt");
+  } catch (const std::exception&) {
+    return;
+  }
+  {
+    MutexLock lock(mNudgeMutex);
+    ++mNudges;
+  }
+  try {
+    _localQueue->async([self = shared_from_this(), pan, tilt, line] { self->performNudge(pan, tilt, line); });
+  } catch (const std::exception&) {
+    endNudge();
+  }
+}
+
+void VeskVideoDevice::performNudge(int8_t pan, int8_t tilt, const char* line) {
+  struct Ending {
+    VeskVideoDevice& device;
+    ~Ending() { device.endNudge(); }
+  } const ending{*this};  // whatever the log's sink does
+  setProperty(capture::kCameraControlSet, capture::kRelativePanTilt, motionValue(pan, tilt));
+  std::this_thread::sleep_for(kNudgeTime);
+  setProperty(capture::kCameraControlSet, capture::kRelativePanTilt, motionValue(0, 0));
+  NSLog(line);
+}
+
+void VeskVideoDevice::endNudge() {
+  MutexLock lock(mNudgeMutex);
+  if (--mNudges == 0) mNudgesDone.notify_all();
+}
+
+int16_t VeskVideoDevice::relativePanTiltStop(int32_t) {
+  stop = 1;
+  // The queue goes with its last piece of work, on its own thread: nobody waits for the nudges.
+  if (const auto queue = std::exchange(_localQueue, nullptr)) queue->async([queue] {});
+  return 0;
+}
+
+void VeskVideoDevice::waitForNudges() {
+  MutexLock lock(mNudgeMutex);
+  while (mNudges > 0) mNudgesDone.wait(mNudgeMutex);
+}
+
+void VeskVideoDevice::resetPanTiltRel() {
+  const uint8_t value = capture::kResetPanAndTilt;
+  for (int attempt = 0; attempt < kResetAttempts; ++attempt) {
+    const int32_t status = setProperty(capture::kRelativeMotionSet, capture::kMotionReset, {&value, 1});
+    NSLog("resetPanTiltRel Result " + std::to_string(status));
+    NSRunLoop::currentRunLoop()->runUntilDate(std::chrono::steady_clock::now() + kResetWait);
+    if (status == kVCISuccess) return;
+  }
+}
+
+bool VeskVideoDevice::isPTZRelativeSupported() const {
+  if (getPanCur()) return false;  // driven by positions
+  const VCIPropertySet record = propertySetRecord(capture::kRelativeMotionSet);
+  uint32_t size = 0;
+  uint32_t count = 0;
+  if (VCI_Enum_Property_Items(mHandle, &record, nullptr, &size, &count) != kVCIMoreData) return false;
+
+  std::vector<uint32_t> items(std::min<size_t>(size / sizeof(uint32_t), kMostRecords));
+  count = std::min(count, static_cast<uint32_t>(items.size()));
+  const int32_t status = VCI_Enum_Property_Items(mHandle, &record, items.data(), &size, &count);
+  if (status != kVCISuccess) {
+    printToOutput("\n VCI_Enum_Property_Items is failed with error %ld", long{status});
+    return false;
+  }
+  for (uint32_t i = 0; i < count && i < items.size(); ++i) {
+    printToOutput("item %d = %ld \n", static_cast<int>(i), static_cast<long>(items[i]));
+    if (items[i] == kRelativeMotionItem) return true;
+  }
+  return false;
+}
+
+/// Reads information from the set that has it.
+bool VeskVideoDevice::readInformation(uint32_t number, std::span<uint8_t> value) const {
+  for (const auto& set : {capture::kDeviceInformationSet, capture::kAlternateInformationSet})
+    if (getProperty(ControlRequest::kCurrent, set, number, value) == kVCISuccess) return true;
+  return false;
+}
+
+VeskInformation VeskVideoDevice::getEEPROMInfo() const {
+  std::array<uint8_t, 4> value{};
+  readInformation(capture::kEEPROMInfo, value);
+  return {{"Major", value[0]}, {"Minor", value[1]}};
+}
+
+std::optional<VeskInformation> VeskVideoDevice::getSensorInfo() const {
+  std::array<uint8_t, 2> value{};
+  if (!readInformation(capture::kSensorInfo, value)) return std::nullopt;
+  return VeskInformation{{"SensorTech", value[0]}, {"SensorType", value[1]}};
+}
+
+std::optional<VeskInformation> VeskVideoDevice::getFirmwareVersion() const {
+  std::array<uint8_t, 4> value{};
+  if (!readInformation(capture::kFirmwareVersion, value)) return std::nullopt;
+  return VeskInformation{{"Major", value[1]}, {"Minor", value[0]}, {"BuildNo", value[2] | value[3] << 8}};
+}
+
+std::optional<int32_t> VeskVideoDevice::getFirmwareCRCControl() const {
+  std::array<uint8_t, 2> value{};
+  if (!readInformation(capture::kFirmwareCRCControl, value)) return std::nullopt;
+  return value[0] | value[1] << 8;
+}
+
+}  // namespace vesk
