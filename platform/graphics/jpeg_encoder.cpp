@@ -35,20 +35,15 @@ size_t roundedUp(size_t value, size_t step) {
 }
 
 /// Widens video range samples to the full range in place: by factor / 128, with `floor` / factor
-/// becoming 0. In blocks of a fixed size and 16 bits, so that the compiler uses vectors: a table look-up
-/// for each byte took a tenth of the encoding.
+/// becoming 0. In 16 bits, which the compiler turns into vectors of eight (-O3).
 template <uint16_t kFactor, uint16_t kFloor>
 void widen(uint8_t* samples, size_t count) {
-  constexpr size_t kBlock = 16;
-  const auto widened = [](uint8_t sample) {
-    const auto product = static_cast<uint16_t>(sample * kFactor);
-    const auto above = static_cast<uint16_t>(std::max(product, kFloor) - kFloor);
-    return static_cast<uint8_t>(std::min<uint16_t>(above >> 7, 255));
-  };
-  size_t i = 0;
-  for (; i + kBlock <= count; i += kBlock)
-    for (size_t j = 0; j < kBlock; ++j) samples[i + j] = widened(samples[i + j]);
-  for (; i < count; ++i) samples[i] = widened(samples[i]);
+  for (size_t i = 0; i < count; ++i) {
+    auto value = static_cast<uint16_t>(samples[i] * kFactor);
+    value = value > kFloor ? static_cast<uint16_t>(value - kFloor) : uint16_t{0};
+    value = static_cast<uint16_t>(value >> 7);
+    samples[i] = static_cast<uint8_t>(value < 255 ? value : uint16_t{255});
+  }
 }
 
 /// 16…235 to 0…255, and 16…240 around 128 to the same; 64 is the half for rounding.

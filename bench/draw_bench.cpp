@@ -1,0 +1,309 @@
+/// Drawing and encoding a picture, each beside the least that libraries take for it, in one run.
+///
+///   draw_bench [--runs N]                   a table on standard output; no display needed
+///   draw_bench --window I420-FILE FRAMES    plays 1080p planes in a 1280 × 720 window, 30 a second
+///                                           (compare_drawing.py runs it beside a player)
+///
+/// Figures are CPU time of the whole process, the renderer's threads included; the best of N runs
+/// taken in turn.
+
+#include <libyuv.h>
+#include <sys/resource.h>
+
+// GLFW must not bring GL headers of its own.
+#define GLFW_INCLUDE_NONE
+#include <GLFW/glfw3.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <jpeglib.h>  // after <cstdio>, whose types it takes
+
+#include "platform/graphics/bitmap_image_rep.h"
+#include "platform/graphics/picture_planes.h"
+#include "render/preview_view.h"
+#include "tests/support/offscreen_host.h"
+
+namespace {
+
+using namespace vesk;
+using Bytes = std::vector<uint8_t>;
+
+constexpr int kWidth = 1920;
+constexpr int kHeight = 1080;
+constexpr int kViewWidth = 1280;
+constexpr int kViewHeight = 720;
+
+double cpuMilliseconds() {
+  timespec time{};
+  clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) * 1e3 + static_cast<double>(time.tv_nsec) * 1e-6;
+}
+
+double costOf(const std::function<void()>& work, int times) {
+  const double before = cpuMilliseconds();
+  for (int i = 0; i < times; ++i) work();
+  return (cpuMilliseconds() - before) / times;
+}
+
+/// A row of the table: both run in turn, after one warm-up.
+void compare(const char* what, int runs, int times, const std::function<void()>& ours,
+             const std::function<void()>& peer) {
+  double best[2] = {std::numeric_limits<double>::max(), std::numeric_limits<double>::max()};
+  ours();
+  peer();
+  for (int run = 0; run < runs; ++run) {
+    best[0] = std::min(best[0], costOf(ours, times));
+    best[1] = std::min(best[1], costOf(peer, times));
+  }
+  std::printf("| %-58s | %7.3f | %7.3f | %5.2f |\n", what, best[0], best[1], best[0] / best[1]);
+  std::fflush(stdout);
+}
+
+/// Something like a camera's picture: smooth shades, edges and some noise.
+uint8_t sampleAt(int x, int y, uint32_t& random) {
+  random = random * 1664525U + 1013904223U;
+  const int shade = (x * 3 + y * 5) / 40 % 160 + ((x / 64 + y / 48) % 2 ? 40 : 0);
+  return static_cast<uint8_t>(30 + shade + static_cast<int>(random >> 29));
+}
+
+struct Planes {
+  std::shared_ptr<Bytes> bytes;
+  CVPixelBufferRef buffer;
+};
+
+Planes makePlanes(int width, int height, bool isFullRange) {
+  auto bytes = std::make_shared<Bytes>(static_cast<size_t>(width * height * 3 / 2));
+  uint32_t random = 1;
+  uint8_t* to = bytes->data();
+  for (int y = 0; y < height; ++y)
+    for (int x = 0; x < width; ++x) *to++ = sampleAt(x, y, random);
+  for (int i = 0; i < width * height / 2; ++i) *to++ = static_cast<uint8_t>(128 + i / 640 % 64 - 32);
+  const auto size = static_cast<size_t>(width * height);
+  const auto row = static_cast<size_t>(width);
+  const CVPixelBuffer::Planes planes{PixelPlane{bytes->data(), row}, PixelPlane{bytes->data() + size, row / 2},
+                                     PixelPlane{bytes->data() + size * 5 / 4, row / 2}};
+  return {bytes, CVPixelBuffer::wrap(width, height, kCVPixelFormat_420Planar, planes,
+                                     {YCbCrColour::Matrix::kBT601, isFullRange}, bytes)};
+}
+
+/// libyuv scales and converts, GL takes RGBA and draws a rectangle of it: what a careful program does.
+class Floor {
+ public:
+  Floor() : mScaled(kViewWidth * kViewHeight * 3 / 2), mPixels(kViewWidth * kViewHeight * 4) {
+    glGenTextures(1, &mTexture);
+    glBindTexture(GL_TEXTURE_2D, mTexture);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, kViewWidth, kViewHeight, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+    glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_REPLACE);
+  }
+
+  void draw(const CVPixelBuffer& buffer) {
+    uint8_t* const y = mScaled.data();
+    uint8_t* const u = y + kViewWidth * kViewHeight;
+    uint8_t* const v = u + kViewWidth * kViewHeight / 4;
+    libyuv::I420Scale(buffer.plane(0).data, kWidth, buffer.plane(1).data, kWidth / 2, buffer.plane(2).data, kWidth / 2,
+                      kWidth, kHeight, y, kViewWidth, u, kViewWidth / 2, v, kViewWidth / 2, kViewWidth, kViewHeight,
+                      libyuv::kFilterBilinear);
+    libyuv::I420ToABGR(y, kViewWidth, u, kViewWidth / 2, v, kViewWidth / 2, mPixels.data(), kViewWidth * 4, kViewWidth,
+                       kViewHeight);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glBindTexture(GL_TEXTURE_2D, mTexture);
+    glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, kViewWidth, kViewHeight, GL_RGBA, GL_UNSIGNED_BYTE, mPixels.data());
+    glEnable(GL_TEXTURE_2D);
+    glBegin(GL_QUADS);
+    glTexCoord2f(0, 1);
+    glVertex2f(0, 0);
+    glTexCoord2f(0, 0);
+    glVertex2f(0, kViewHeight);
+    glTexCoord2f(1, 0);
+    glVertex2f(kViewWidth, kViewHeight);
+    glTexCoord2f(1, 1);
+    glVertex2f(kViewWidth, 0);
+    glEnd();
+    glDisable(GL_TEXTURE_2D);
+    glFlush();
+  }
+
+ private:
+  Bytes mScaled;
+  Bytes mPixels;
+  GLuint mTexture = 0;
+};
+
+void compareDrawing(int runs) {
+  test::OffscreenHost host({kViewWidth, kViewHeight});
+  const auto view = VeskPreviewView::initWithFrame({0, 0, kViewWidth, kViewHeight});
+  view->setWindow(&host);
+  const Planes picture = makePlanes(kWidth, kHeight, false);
+  const auto draw = [&](const CVPixelBufferRef& buffer) {
+    view->refresh(CIImage::imageWithCVImageBuffer(buffer));
+    view->displayIfNeeded();
+    glFinish();
+  };
+  draw(picture.buffer);
+  Floor floor;
+  compare(
+      "1080p I420 into 1280 × 720 / libyuv, RGBA upload, quad", runs, 30, [&] { draw(picture.buffer); },
+      [&] {
+        floor.draw(*picture.buffer);
+        glFinish();
+      });
+  view->setWindow(nullptr);
+}
+
+void compareConversion(int runs) {
+  const Planes planar = makePlanes(kViewWidth, kViewHeight, false);
+  const auto& source = *planar.buffer;
+  const auto packed = CVPixelBuffer::create(kViewWidth, kViewHeight, kCMPixelFormat_422YpCbCr8);
+  libyuv::I420ToUYVY(source.plane(0).data, kViewWidth, source.plane(1).data, kViewWidth / 2, source.plane(2).data,
+                     kViewWidth / 2, packed->data().data(), kViewWidth * 2, kViewWidth, kViewHeight);
+  const size_t rowBytes = kViewWidth * 4;
+  Bytes ours(rowBytes * kViewHeight);
+  Bytes peer(ours.size());
+  const auto convert = [&](YCbCrColour colour) {
+    PicturePlanes picture = planesOf(*packed);
+    picture.colour = colour;
+    convertPicture(picture, PixelOrder::kBGRA, ours.data(), rowBytes);
+  };
+  const auto libyuvs = [&] {
+    libyuv::UYVYToARGB(packed->data().data(), kViewWidth * 2, peer.data(), kViewWidth * 4, kViewWidth, kViewHeight);
+  };
+  compare(
+      "720p UYVY to display pixels / libyuv's UYVYToARGB", runs, 200, [&] { convert({}); }, libyuvs);
+  compare(
+      "the same by BT.709 / libyuv's UYVYToARGB (BT.601)", runs, 200,
+      [&] {
+        convert({YCbCrColour::Matrix::kBT709, false});
+      },
+      libyuvs);
+}
+
+/// libjpeg-turbo alone, handed planes that have JPEG's range already.
+void encodeBare(const CVPixelBuffer& buffer) {
+  jpeg_compress_struct info{};
+  jpeg_error_mgr errors{};
+  info.err = jpeg_std_error(&errors);
+  jpeg_create_compress(&info);
+  unsigned char* bytes = nullptr;
+  unsigned long size = 0;
+  jpeg_mem_dest(&info, &bytes, &size);
+  info.image_width = static_cast<JDIMENSION>(buffer.width());
+  info.image_height = static_cast<JDIMENSION>(buffer.height());
+  info.in_color_space = JCS_YCbCr;
+  info.input_components = 3;
+  jpeg_set_defaults(&info);
+  jpeg_set_quality(&info, kJPEGQuality, TRUE);
+  info.raw_data_in = TRUE;
+  jpeg_start_compress(&info, TRUE);
+  JSAMPROW rows[3][16];
+  JSAMPARRAY planes[3] = {rows[0], rows[1], rows[2]};
+  while (info.next_scanline < info.image_height) {
+    for (size_t row = 0; row < 16; ++row) {
+      const size_t y = std::min<size_t>(info.next_scanline + row, info.image_height - 1);
+      rows[0][row] = const_cast<JSAMPROW>(buffer.plane(0).data + y * buffer.plane(0).bytesPerRow);
+      for (size_t plane = 1; plane < 3; ++plane)
+        rows[plane][row / 2] = const_cast<JSAMPROW>(buffer.plane(plane).data + y / 2 * buffer.plane(plane).bytesPerRow);
+    }
+    jpeg_write_raw_data(&info, planes, 16);
+  }
+  jpeg_finish_compress(&info);
+  jpeg_destroy_compress(&info);
+  std::free(bytes);
+}
+
+void compareEncoding(int runs) {
+  const Planes full = makePlanes(kWidth, kHeight, true);
+  const Planes video = makePlanes(kWidth, kHeight, false);
+  const auto encode = [](const CVPixelBufferRef& buffer) {
+    const auto bitmap = NSBitmapImageRep::initWithCIImage(CIImage::imageWithCVImageBuffer(buffer));
+    if (bitmap->representationUsingType(NSJPEGFileType).empty()) std::abort();
+  };
+  compare(
+      "1080p JPEG, full range planes / bare libjpeg-turbo", runs, 10, [&] { encode(full.buffer); },
+      [&] { encodeBare(*full.buffer); });
+  compare(
+      "the same, video range / bare libjpeg-turbo, unconverted", runs, 10, [&] { encode(video.buffer); },
+      [&] { encodeBare(*full.buffer); });
+}
+
+/// A window of GLFW that carries the view.
+class Window : public HostWindow {
+ public:
+  Window() {
+    if (!glfwInit()) return;
+    glfwWindowHint(GLFW_RESIZABLE, GLFW_FALSE);
+    mWindow = glfwCreateWindow(kViewWidth, kViewHeight, "draw_bench", nullptr, nullptr);
+  }
+  ~Window() override { glfwTerminate(); }
+
+  explicit operator bool() const { return mWindow != nullptr; }
+  bool makeContextCurrent() override {
+    glfwMakeContextCurrent(mWindow);
+    return true;
+  }
+  void clearCurrentContext() override { glfwMakeContextCurrent(nullptr); }
+  void present() override { glfwSwapBuffers(mWindow); }
+  void setSwapInterval(int32_t interval) override { glfwSwapInterval(interval); }
+  void requestRedraw() override {}
+
+ private:
+  GLFWwindow* mWindow = nullptr;
+};
+
+int play(const char* path, int frames) {
+  Window window;
+  FILE* const file = std::fopen(path, "rb");
+  if (!window || !file) {
+    std::fprintf(stderr, "draw_bench: no display, or no file\n");
+    return 1;
+  }
+  const auto view = VeskPreviewView::initWithFrame({0, 0, kViewWidth, kViewHeight});
+  view->setWindow(&window);
+  int shown = 0;
+  auto next = std::chrono::steady_clock::now();
+  for (; shown < frames; ++shown) {
+    auto bytes = std::make_shared<Bytes>(static_cast<size_t>(kWidth * kHeight * 3 / 2));
+    if (std::fread(bytes->data(), 1, bytes->size(), file) != bytes->size()) break;
+    const size_t size = static_cast<size_t>(kWidth) * kHeight;
+    const CVPixelBuffer::Planes planes{PixelPlane{bytes->data(), kWidth}, PixelPlane{bytes->data() + size, kWidth / 2},
+                                       PixelPlane{bytes->data() + size * 5 / 4, kWidth / 2}};
+    view->refresh(CIImage::imageWithCVImageBuffer(
+        CVPixelBuffer::wrap(kWidth, kHeight, kCVPixelFormat_420Planar, planes, {}, bytes)));
+    std::this_thread::sleep_until(next);
+    next += std::chrono::microseconds(33'333);
+    view->displayIfNeeded();
+    glfwPollEvents();
+  }
+  std::fclose(file);
+  view->setWindow(nullptr);
+  std::printf("%d\n", shown);
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc == 4 && std::strcmp(argv[1], "--window") == 0) return play(argv[2], std::atoi(argv[3]));
+  const int runs = argc == 3 && std::strcmp(argv[1], "--runs") == 0 ? std::max(std::atoi(argv[2]), 1) : 7;
+  if (argc != 1 && argc != 3) {
+    std::fprintf(stderr, "Usage: draw_bench [--runs N] | draw_bench --window I420-FILE FRAMES\n");
+    return 2;
+  }
+  std::printf("| CPU ms | ours | peer | ratio |\n|---|---|---|---|\n");
+  compareDrawing(runs);
+  compareConversion(runs);
+  compareEncoding(runs);
+  return 0;
+}
