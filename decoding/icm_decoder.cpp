@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <span>
@@ -49,6 +50,13 @@ void addColours(ImageDescription& description) {
                                    kICMImageDescriptionPropertyID_NCLCColorInfo, kVideoColours);
 }
 
+void reportTooLong(uint32_t length, uint32_t width, uint32_t height) {
+  std::array<char, 128> line{};
+  std::snprintf(line.data(), line.size(), "a frame of %u bytes is too long for %u x %u pixels and was dropped", length,
+                width, height);
+  NSLog(line.data());
+}
+
 }  // namespace
 
 std::shared_ptr<ICMDecoder> ICMDecoder::initWithWidth(uint32_t width, uint32_t inHeight, uint32_t inCodec) {
@@ -69,8 +77,7 @@ int16_t ICMDecoder::decompressData(const uint8_t* data, int32_t inSizeUsed, int3
   if (!data || inSizeUsed <= 0) return paramErr;
   const auto length = static_cast<uint32_t>(inSizeUsed);
   if (length > std::max(4 * rawSize(), kLeastFrameBound)) {
-    NSLog("a frame of " + std::to_string(length) + " bytes is too long for " + std::to_string(mWidth) + " x " +
-          std::to_string(mHeight) + " pixels and was dropped");
+    reportTooLong(length, mWidth, mHeight);
     return codecBadDataErr;
   }
   if (!makeRoom(length)) return memFullErr;
@@ -162,11 +169,10 @@ ICMDecompressionSessionRef ICMDecoder::createDecoderSession() {
   ICMDecompressionSessionRef session;
   try {
     const auto description = createImageDescription();
-    const PixelBufferAttributes attributes = {
-        {kCVPixelBufferWidthKey, PropertyList(int64_t{mWidth})},
-        {kCVPixelBufferHeightKey, PropertyList(int64_t{mHeight})},
-        {kCVPixelBufferOpenGLCompatibilityKey, PropertyList(true)},
-    };
+    PixelBufferAttributes attributes;
+    attributes.emplace(kCVPixelBufferWidthKey, PropertyList(int64_t{mWidth}));
+    attributes.emplace(kCVPixelBufferHeightKey, PropertyList(int64_t{mHeight}));
+    attributes.emplace(kCVPixelBufferOpenGLCompatibilityKey, PropertyList(true));
     const auto options = ICMDecompressionSessionOptions::create();
     if (options) {
       const uint32_t accuracy = codecNormalQuality;

@@ -41,12 +41,12 @@ std::optional<std::span<const uint8_t>> ImageDescription::extension(uint32_t typ
 }
 
 void ImageDescription::addExtension(uint32_t type, std::span<const uint8_t> body) {
-  std::array<uint8_t, kAtomHeaderSize> header{};
-  writeBigEndian32(header.data(), static_cast<uint32_t>(kAtomHeaderSize + body.size()));
-  writeBigEndian32(header.data() + 4, type);
-  mBytes.reserve(mBytes.size() + header.size() + body.size());
-  mBytes.insert(mBytes.end(), header.begin(), header.end());
-  mBytes.insert(mBytes.end(), body.begin(), body.end());
+  const size_t offset = mBytes.size();
+  const size_t size = kAtomHeaderSize + body.size();
+  mBytes.resize(offset + size);
+  writeBigEndian32(&mBytes[offset], static_cast<uint32_t>(size));
+  writeBigEndian32(&mBytes[offset + 4], type);
+  std::copy(body.begin(), body.end(), mBytes.begin() + static_cast<ptrdiff_t>(offset + kAtomHeaderSize));
   set(kIDSize, static_cast<uint32_t>(mBytes.size()));
 }
 
