@@ -5,19 +5,29 @@ set(VESK_PUBLIC_HEADERS
     capture/vci.h
     catalogue/resolution_info.h
     catalogue/xml_reader.h
+    decoding/icm_decoder.h
     devices/audio_device.h
     devices/device_info.h
     devices/device_manager.h
     devices/video_device.h
+    platform/foundation/atomic_file.h
     platform/foundation/bundle.h
     platform/foundation/dispatch_queue.h
+    platform/foundation/error.h
     platform/foundation/file_manager.h
     platform/foundation/log.h
     platform/foundation/notification_center.h
     platform/foundation/property_list.h
     platform/foundation/run_loop.h
     platform/foundation/timer.h
+    platform/graphics/bitmap_image_rep.h
+    platform/graphics/host_window.h
     platform/media/format_description.h
     platform/media/four_char_code.h
+    platform/metering/power_meter.h
     platform/writing/movie_recovery.h
+    render/camera_status_display.h
+    render/gl_string.h
+    render/preview_view.h
+    sessions/preview_session.h
     sessions/record_session.h)

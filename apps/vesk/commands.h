@@ -27,6 +27,31 @@ struct RecordOptions {
   bool force = false;
 };
 
+struct SnapshotOptions {
+  std::string file;
+  std::string camera;
+  std::string format;
+  double delay = 0.5;  ///< seconds from the start: cameras take a moment to find their exposure
+  bool force = false;
+};
+
+struct PreviewOptions {
+  std::string camera;
+  std::string microphone;
+  std::string format;
+  std::string sound;
+  std::string screenshot;  ///< empty: none
+  std::string record;      ///< empty: nothing is recorded at first
+  std::optional<double> duration;
+  bool noAudio = false;
+  bool force = false;
+};
+
+struct MeterOptions {
+  std::string microphone;
+  std::optional<double> duration;
+};
+
 struct RecoverOptions {
   std::string file;
 };
@@ -37,10 +62,17 @@ struct ResolutionsOptions {
   std::string codec;    ///< empty: all
 };
 
+/// Refuses what would fail once a picture is there: a folder, a file that is in the way, a folder
+/// that is missing. @throws Failure
+void checkPictureTarget(const std::string& file, bool force, const char* example);
+
 // Each command answers its exit status, or throws Failure.
 int runDevices(const GlobalOptions& global, const DevicesOptions& options);
 int runFormats(const GlobalOptions& global, const FormatsOptions& options);
 int runRecord(const GlobalOptions& global, const RecordOptions& options);
+int runSnapshot(const GlobalOptions& global, const SnapshotOptions& options);
+int runPreview(const GlobalOptions& global, const PreviewOptions& options);
+int runMeter(const GlobalOptions& global, const MeterOptions& options);
 int runRecover(const GlobalOptions& global, const RecoverOptions& options);
 int runResolutions(const GlobalOptions& global, const ResolutionsOptions& options);
 

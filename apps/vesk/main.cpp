@@ -19,6 +19,8 @@ constexpr const char* kExamples =
     "  vesk devices                          what is attached\n"
     "  vesk record lesson.mov                record until Ctrl-C\n"
     "  vesk record lesson.mov --duration 60  record a minute\n"
+    "  vesk preview                          a camera live in a window\n"
+    "  vesk snapshot photo.jpeg              take a photo\n"
     "  vesk --capture simulated record test.mov --duration 5\n"
     "  vesk recover lesson.mov               finish what a crash left\n"
     "\n"
@@ -71,6 +73,42 @@ int parseAndRun(int argc, char** argv) {
       "While recording, the movie grows in a hidden folder beside OUT and can be read at any moment; at\n"
       "the end it is moved to OUT. What a crash leaves there, \"vesk recover OUT\" finds and finishes.");
 
+  SnapshotOptions snapshot;
+  CLI::App* const snapshotCommand = app.add_subcommand("snapshot", "Take one photo");
+  snapshotCommand->add_option("OUT", snapshot.file, "The picture to make, usually NAME.jpeg")->required();
+  snapshotCommand->add_option("--camera", snapshot.camera,
+                              "Index, path or a unique part of the name (default: the first)");
+  snapshotCommand->add_option("--format", snapshot.format,
+                              "Picture format (default: the largest), for example dmb1:1280x720");
+  snapshotCommand->add_option("--delay", snapshot.delay, "Seconds to give the camera before the photo (default: 0.5)")
+      ->check(CLI::Range(0.0, 1e5));
+  snapshotCommand->add_flag("--force", snapshot.force, "Replace OUT if it exists");
+
+  PreviewOptions preview;
+  CLI::App* const previewCommand = app.add_subcommand("preview", "Show a camera live in a window");
+  previewCommand->add_option("--camera", preview.camera,
+                             "Index, path or a unique part of the name (default: the first)");
+  previewCommand->add_option("--mic", preview.microphone, "The same for the microphone that is metered and recorded");
+  previewCommand->add_flag("--no-audio", preview.noAudio, "Leave microphones alone");
+  previewCommand->add_option("--format", preview.format, "Picture format, for example avc1:1280x720, dmb1 or 640x480");
+  previewCommand->add_option("--sound", preview.sound, "Sound format of recordings, for example pcm:48000:2 or aac");
+  previewCommand->add_option("--duration", preview.duration, "Seconds to show (default: until q)")
+      ->check(CLI::Range(0.1, 1e7));
+  previewCommand->add_option("--screenshot", preview.screenshot, "At the end, the window's content as a PNG picture")
+      ->type_name("OUT.png");
+  previewCommand->add_option("--record", preview.record, "Record from the start")->type_name("OUT.mov");
+  previewCommand->add_flag("--force", preview.force, "Replace OUT files that exist");
+  previewCommand->footer(
+      "Keys in the window: space takes a photo, r starts and ends a recording, m mirrors the picture\n"
+      "(where the camera can), q or Esc quits. Photos and recordings go to the current folder, named by\n"
+      "the time.");
+
+  MeterOptions meter;
+  CLI::App* const meterCommand = app.add_subcommand("meter", "Show the level of a microphone");
+  meterCommand->add_option("--mic", meter.microphone, "Index, path or a unique part of the name (default: the first)");
+  meterCommand->add_option("--duration", meter.duration, "Seconds to show (default: until Ctrl-C)")
+      ->check(CLI::Range(0.1, 1e7));
+
   RecoverOptions recover;
   CLI::App* const recoverCommand = app.add_subcommand("recover", "Finish a movie that a crash left unfinished");
   recoverCommand
@@ -99,6 +137,9 @@ int parseAndRun(int argc, char** argv) {
     if (formatsCommand->parsed()) return runFormats(global, formats);
     if (recordCommand->parsed()) return runRecord(global, record);
     if (resolutionsCommand->parsed()) return runResolutions(global, resolutions);
+    if (snapshotCommand->parsed()) return runSnapshot(global, snapshot);
+    if (previewCommand->parsed()) return runPreview(global, preview);
+    if (meterCommand->parsed()) return runMeter(global, meter);
     return runRecover(global, recover);
   } catch (const Failure& failure) {
     return report(failure, global);

@@ -1,0 +1,336 @@
+#include <fmt/chrono.h>
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <ctime>
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "apps/vesk/choices.h"
+#include "apps/vesk/commands.h"
+#include "apps/vesk/host.h"
+#include "apps/vesk/movie_recording.h"
+#include "apps/vesk/preview_window.h"
+#include "capture/capture_host.h"
+#include "devices/device_manager.h"
+#include "platform/foundation/atomic_file.h"
+#include "platform/foundation/error.h"
+#include "platform/graphics/bitmap_image_rep.h"
+#include "platform/media/four_char_code.h"
+#include "sessions/preview_session.h"
+
+namespace vesk::program {
+namespace {
+
+namespace fs = std::filesystem;
+using capture::Transport;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kTick{100};
+constexpr std::chrono::milliseconds kTitleInterval{500};
+constexpr CMVideoDimensions kLargestWindow{1280, 720};
+constexpr CMVideoDimensions kSmallestWindow{320, 240};
+constexpr int kEscape = 27;
+
+/// "vesk-20261125-093000", by the clock on the wall.
+std::string nameByTime() {
+  return fmt::format("vesk-{:%Y%m%d-%H%M%S}", fmt::localtime(std::time(nullptr)));
+}
+
+/// The picture's size, scaled down to fit and never too small to take hold of.
+CMVideoDimensions windowSize(CMVideoDimensions picture) {
+  const double scale =
+      std::min({1.0, double{kLargestWindow.width} / picture.width, double{kLargestWindow.height} / picture.height});
+  return {std::max(kSmallestWindow.width, static_cast<int32_t>(std::lround(picture.width * scale))),
+          std::max(kSmallestWindow.height, static_cast<int32_t>(std::lround(picture.height * scale)))};
+}
+
+/// One preview: a window, what the keys do in it, and the recordings made from it.
+class PreviewCommand : public VeskPreviewSessionDelegate {
+ public:
+  PreviewCommand(const GlobalOptions& global, const PreviewOptions& options)
+      : mGlobal(global), mOptions(options), mHost(global) {}
+
+  ~PreviewCommand() override {
+    Transport::shared().setEndHandler({});
+    Transport::shared().setBackpressure({});
+  }
+
+  int run() {
+    checkTargets();
+    chooseDevices();
+    openWindow();
+    start();
+    mLoop.run();
+    mIsStopping = true;
+    if (!mOptions.screenshot.empty()) takeScreenshot();
+    if (mMovie) stopRecording();
+    mProgress.clear();
+    const PreviewStatistics statistics = mSession->statistics();
+    mSession->stopSession();
+    mSession->setAudioDevice(nullptr);
+    mSession->closeSession();
+    mWindow.reset();
+    tellResult(statistics);
+    if (mFailure) throw *mFailure;
+    return kDone;
+  }
+
+  void audioGainChanged(float level) override { mLevel = level; }
+
+ private:
+  void checkTargets() const {
+    if (!mOptions.record.empty()) MovieRecording::checkTarget(mOptions.record, mOptions.force);
+    if (!mOptions.screenshot.empty()) checkPictureTarget(mOptions.screenshot, mOptions.force, "window.png");
+  }
+
+  void chooseDevices() {
+    mPlan.camera = chooseCamera(mOptions.camera);
+    openDevice(*mPlan.camera);
+    const Purpose purpose = mOptions.record.empty() ? Purpose::kPreview : Purpose::kRecord;
+    mPlan.videoFormat = chooseVideoFormat(*mPlan.camera, mOptions.format, purpose);
+    mPlan.camera->setFormat(mPlan.videoFormat);
+    if (mOptions.noAudio) return;
+    mPlan.microphone = mOptions.microphone.empty() ? defaultMicrophone() : chooseMicrophone(mOptions.microphone);
+    if (!mPlan.microphone) return;
+    openDevice(*mPlan.microphone);
+    mPlan.soundFormat = chooseSoundFormat(*mPlan.microphone, mOptions.sound);
+    mPlan.microphone->setFormat(mPlan.soundFormat);
+  }
+
+  void openWindow() {
+    const CMVideoDimensions size = windowSize(mPlan.videoFormat->dimensions());
+    mView = VeskPreviewView::initWithFrame({0, 0, static_cast<float>(size.width), static_cast<float>(size.height)});
+    mWindow.emplace(mLoop, mView, size.width, size.height, nameOf(*mPlan.camera->deviceInfo()));
+    mWindow->setKeyHandler([this](int key) { keyPressed(key); });
+    mWindow->setCloseHandler([this] { mLoop.stop(); });
+  }
+
+  void start() {
+    Transport& transport = Transport::shared();
+    transport.hold();
+    if (mGlobal.pace == "fast") transport.setLimit(mOptions.duration);
+    transport.setEndHandler([this] { mLoop.stop(); });
+    mSession = VeskPreviewSession::initWithDevice(mPlan.camera, this);
+    mSession->setAudioDevice(mPlan.microphone);
+    if (mSession->startSessionWithPreview(mView) != 0)
+      throw Failure(kBusy, fmt::format("\"{}\" refused to start.", nameOf(*mPlan.camera->deviceInfo())),
+                    "Close other programs that use it, or choose another format with --format.");
+    if (!mOptions.record.empty()) startRecording(mOptions.record, mOptions.force);
+    mRemoved.emplace(KVXDeviceRemoved, [this](auto info) { deviceRemoved(std::move(info)); });
+    mStarted = Clock::now();
+    mLoop.every(kTick, [this] { tick(); });
+    mLoop.every(kTitleInterval, [this] { updateTitle(); });
+    if (!mGlobal.json && mProgress.isShown())
+      fmt::print(stderr, "Space takes a photo, r records, m mirrors, q quits.\n");
+    transport.release();
+  }
+
+  void keyPressed(int key) {
+    if (mIsStopping) return;
+    switch (key) {
+      case ' ':
+        return takePhoto();
+      case 'r':
+        return toggleRecording();
+      case 'm':
+        return toggleMirror();
+      case 'q':
+      case kEscape:
+        return mLoop.stop();
+      default:
+        return;
+    }
+  }
+
+  void takePhoto() {
+    const std::string base = freeName(nameByTime(), ".jpeg");
+    mSession->capturePhotoFrameToPath(base);
+    const PhotoOutcome& photo = mSession->lastPhoto();
+    if (!photo.error.empty()) return;  // the session has said why
+    mPhotos.push_back(photo.path);
+    say(fmt::format("{}: {}x{}", photo.path, photo.width, photo.height));
+  }
+
+  void toggleRecording() {
+    if (mIsChangingRecording) return;  // stopping serves the main loop meanwhile
+    try {
+      if (mMovie)
+        stopRecording();
+      else
+        startRecording(freeName(nameByTime(), ".mov") + ".mov", false);
+    } catch (const Failure& failure) {
+      say(fmt::format("vesk: {} {}", failure.what(), failure.hint));
+    }
+  }
+
+  void startRecording(const std::string& file, bool force) {
+    if (!isRecordable(*mPlan.videoFormat))
+      throw Failure(
+          kFailed,
+          fmt::format("a movie cannot hold {} pictures here.", fourCharString(mPlan.videoFormat->mediaSubType())),
+          "Start the preview with --format avc1 or --format 2vuy.");
+    RecordingPlan plan = mPlan;
+    plan.file = file;
+    plan.force = force;
+    auto movie = std::make_unique<MovieRecording>(std::move(plan));
+    movie->start();
+    mMovie = std::move(movie);
+    if (mGlobal.pace == "fast") {
+      Transport::shared().setBackpressure([session = std::weak_ptr(mMovie->session())] {
+        const auto held = session.lock();
+        return held && held->isWriterBusy();
+      });
+    }
+    showRecording(1);
+  }
+
+  void stopRecording() {
+    mIsChangingRecording = true;
+    mMovie->stop();
+    mIsChangingRecording = false;
+    Transport::shared().setBackpressure({});
+    showRecording(0);
+    const auto movie = std::move(mMovie);
+    try {
+      const RecordingStatistics statistics = movie->finish();
+      mRecordings.push_back(movie->document(statistics));
+      say(movie->summary(statistics));
+    } catch (const Failure& failure) {
+      say(fmt::format("vesk: {} {}", failure.what(), failure.hint));
+      if (!mFailure) mFailure = failure;
+    }
+  }
+
+  void showRecording(uint32_t isRecording) {
+    mView->setIsRecording(isRecording);
+    mView->setNeedsDisplay(true);
+  }
+
+  void toggleMirror() {
+    VeskVideoDevice& camera = *mPlan.camera;
+    if (!camera.isMirrorSupported()) return say(fmt::format("{} has no mirror.", nameOf(*camera.deviceInfo())));
+    camera.setMirrorCur(camera.getMirrorCur().value_or(0) == 0 ? 1 : 0);
+  }
+
+  void takeScreenshot() {
+    const auto bitmap = NSBitmapImageRep::initWithCGImage(mView->snapshot());
+    const auto bytes = bitmap ? bitmap->representationUsingType(NSPNGFileType) : std::vector<uint8_t>();
+    NSError error{0, "the window could not be read"};
+    if (!bytes.empty() && writeToFileAtomically(mOptions.screenshot, bytes, &error)) {
+      mScreenshot = mOptions.screenshot;
+      return;
+    }
+    if (!mFailure)
+      mFailure.emplace(kFailed, fmt::format("\"{}\" was not written: {}.", mOptions.screenshot, error.description),
+                       "See that its folder exists and can be written.");
+  }
+
+  void deviceRemoved(std::shared_ptr<VeskDeviceInfo> info) {
+    if (!mPlan.camera->deviceInfo()->isEqualToDevice(*info)) return;
+    mLoop.post([this, info] {
+      mFailure.emplace(kFailed, fmt::format("\"{}\" was unplugged.", nameOf(*info)),
+                       "Plug it in again and start anew; what was recorded is whole.");
+    });
+    mLoop.stop();
+  }
+
+  void tick() {
+    if (mIsStopping) return;
+    const std::chrono::duration<double> elapsed = Clock::now() - mStarted;
+    if (mOptions.duration && mGlobal.pace != "fast" && elapsed.count() >= *mOptions.duration) return mLoop.stop();
+    if (mMovie && !mIsChangingRecording) {
+      const RecordingStatistics statistics = mMovie->statistics();
+      if (statistics.writerMissing || statistics.status != 0) stopRecording();
+    }
+    mProgress.show(stateLine());
+  }
+
+  std::string stateLine() const {
+    std::string text = fmt::format("{:.1f} pictures/s", mRate);
+    if (mPlan.microphone && std::isfinite(mLevel)) text += fmt::format("  level {:5.1f} dB", mLevel);
+    if (mMovie) {
+      const RecordingStatistics statistics = mMovie->statistics();
+      text += fmt::format("  recording {}  {}", humanTime(statistics.duration), humanSize(statistics.bytes));
+      const uint64_t dropped = statistics.videoDropped + statistics.audioDropped;
+      if (dropped != 0) text += fmt::format("  {} DROPPED", dropped);
+    }
+    return text;
+  }
+
+  void updateTitle() {
+    if (mIsStopping) return;
+    const auto now = Clock::now();
+    const uint64_t shown = mSession->statistics().shown;
+    const std::chrono::duration<double> elapsed = now - mRateSince;
+    mRate = static_cast<double>(shown - mRateFrom) / elapsed.count();
+    mRateSince = now;
+    mRateFrom = shown;
+    const auto size = mPlan.videoFormat->dimensions();
+    mWindow->setTitle(fmt::format("{} – {}x{} – {:.1f} pictures/s{}", nameOf(*mPlan.camera->deviceInfo()), size.width,
+                                  size.height, mRate, mMovie ? " – recording" : ""));
+  }
+
+  /// A line for a person, above the line that is written over.
+  void say(const std::string& line) {
+    mProgress.clear();
+    if (!mGlobal.json) fmt::print(stderr, "{}\n", line);
+  }
+
+  void tellResult(const PreviewStatistics& statistics) const {
+    if (!mGlobal.json) {
+      fmt::print("{} pictures, {} shown{}\n", statistics.frames, statistics.shown,
+                 mScreenshot.empty() ? "" : fmt::format("; the window is at {}", mScreenshot));
+      return;
+    }
+    nlohmann::ordered_json document = {{"frames", statistics.frames},
+                                       {"shown", statistics.shown},
+                                       {"screenshot", nullptr},
+                                       {"photos", mPhotos},
+                                       {"recordings", mRecordings}};
+    if (!mScreenshot.empty()) document["screenshot"] = mScreenshot;
+    printJson(document);
+  }
+
+  /// `name`, or `name`-2, -3, … where a file of that name with `ending` is there already.
+  static std::string freeName(const std::string& name, const char* ending) {
+    std::error_code ignored;
+    std::string free = name;
+    for (int number = 2; fs::exists(free + ending, ignored); ++number) free = fmt::format("{}-{}", name, number);
+    return free;
+  }
+
+  const GlobalOptions& mGlobal;
+  const PreviewOptions& mOptions;
+  Host mHost;
+  MainLoop mLoop;
+  ProgressLine mProgress;
+  RecordingPlan mPlan;
+  std::shared_ptr<VeskPreviewView> mView;
+  std::optional<PreviewWindow> mWindow;
+  std::shared_ptr<VeskPreviewSession> mSession;
+  std::unique_ptr<MovieRecording> mMovie;
+  std::optional<DeviceWatch> mRemoved;
+  std::optional<Failure> mFailure;
+  std::string mScreenshot;
+  std::vector<std::string> mPhotos;
+  std::vector<nlohmann::ordered_json> mRecordings;
+  Clock::time_point mStarted;
+  Clock::time_point mRateSince = Clock::now();
+  uint64_t mRateFrom = 0;
+  double mRate = 0;
+  float mLevel = -INFINITY;
+  bool mIsChangingRecording = false;
+  bool mIsStopping = false;
+};
+
+}  // namespace
+
+int runPreview(const GlobalOptions& global, const PreviewOptions& options) {
+  return PreviewCommand(global, options).run();
+}
+
+}  // namespace vesk::program
