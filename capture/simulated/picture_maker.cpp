@@ -5,7 +5,6 @@
 
 #include "capture/files/access_unit_writer.h"
 #include "capture/files/av_handles.h"
-#include "capture/simulated/simulated_pattern.h"
 #include "platform/media/four_char_code.h"
 
 extern "C" {
@@ -28,13 +27,13 @@ class RawMaker : public PictureMaker {
         mRowBytes(static_cast<size_t>(width) * 2),
         mBytes(mRowBytes * static_cast<size_t>(height)) {}
 
-  std::span<uint8_t> make(uint32_t counter, bool isFlash) override {
-    mPattern.paint(counter, isFlash, {{mBytes.data()}, {mRowBytes}});
+  std::span<uint8_t> make(uint32_t counter, bool isFlash, const PictureLook& look) override {
+    mPattern.paint(counter, isFlash, look, {{mBytes.data()}, {mRowBytes}});
     return mBytes;
   }
 
  private:
-  const SimulatedPattern mPattern;
+  SimulatedPattern mPattern;
   const size_t mRowBytes;
   std::vector<uint8_t> mBytes;
 };
@@ -54,14 +53,14 @@ class EncodedMaker : public PictureMaker {
     return av_frame_get_buffer(mFrame.get(), 0) == 0;
   }
 
-  std::span<uint8_t> make(uint32_t counter, bool isFlash) override {
+  std::span<uint8_t> make(uint32_t counter, bool isFlash, const PictureLook& look) override {
     if (av_frame_make_writable(mFrame.get()) < 0) return {};
     PicturePlanes planes;
     for (size_t plane = 0; plane < 3; ++plane) {
       planes.bytes[plane] = mFrame->data[plane];
       planes.rowBytes[plane] = static_cast<size_t>(mFrame->linesize[plane]);
     }
-    mPattern.paint(counter, isFlash, planes);
+    mPattern.paint(counter, isFlash, look, planes);
     mFrame->pts = mCount++;
     av_packet_unref(mPacket.get());
     if (avcodec_send_frame(mEncoder.get(), mFrame.get()) < 0) return {};
@@ -74,7 +73,7 @@ class EncodedMaker : public PictureMaker {
 
  private:
   const CodecHandle mEncoder;
-  const SimulatedPattern mPattern;
+  SimulatedPattern mPattern;
   const FrameHandle mFrame{av_frame_alloc()};
   const PacketHandle mPacket{av_packet_alloc()};
   int64_t mCount = 0;

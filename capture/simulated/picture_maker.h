@@ -7,6 +7,7 @@
 
 #include "capture/capture_source.h"
 #include "capture/simulated/cadence.h"
+#include "capture/simulated/simulated_pattern.h"
 
 namespace vesk::capture {
 
@@ -20,9 +21,9 @@ class PictureMaker {
   static std::unique_ptr<PictureMaker> create(const VideoParameters& parameters, const Cadence& cadence,
                                               std::string& error);
 
-  /// The picture that carries `counter`, valid and writable until the next call; empty when the
-  /// encoder fails.
-  virtual std::span<uint8_t> make(uint32_t counter, bool isFlash) = 0;
+  /// The picture that carries `counter`, as the camera's controls make it, valid and writable until the next call;
+  /// empty when the encoder fails.
+  virtual std::span<uint8_t> make(uint32_t counter, bool isFlash, const PictureLook& look) = 0;
 };
 
 }  // namespace vesk::capture

@@ -38,7 +38,7 @@ class PictureStream : public PacedStream {
   void deliver(int64_t timestamp) override {
     const int64_t number = mNumber++;
     if (mUnit->isSilent()) return;
-    const auto picture = mMaker->make(static_cast<uint32_t>(number), isFlash(number));
+    const auto picture = mMaker->make(static_cast<uint32_t>(number), isFlash(number), mUnit->properties().look());
     if (!picture.empty()) mUnit->deliver(mCallback, picture, timestamp);
   }
 
@@ -163,6 +163,28 @@ int32_t SimulatedCamera::setVideoParameters(const VideoParameters& parameters) {
     }
   }
   return kVCIInvalidArgument;
+}
+
+int32_t SimulatedCamera::getProperty(uint32_t request, const PropertySetIdentifier& set, uint32_t number,
+                                     std::span<uint8_t> value, uint32_t& valueSize) {
+  if (const int32_t status = unit().faults().propertyStatus) return status;
+  if (!unit().isAttached()) return kVCIFailed;
+  return unit().properties().get(request, set, number, value, valueSize);
+}
+
+int32_t SimulatedCamera::setProperty(const PropertySetIdentifier& set, uint32_t number,
+                                     std::span<const uint8_t> value) {
+  if (const int32_t status = unit().faults().propertyStatus) return status;
+  if (!unit().isAttached()) return kVCIFailed;
+  return unit().properties().set(set, number, value);
+}
+
+std::vector<PropertySetIdentifier> SimulatedCamera::propertySets() {
+  return unit().properties().sets();
+}
+
+std::vector<uint32_t> SimulatedCamera::propertyItems(const PropertySetIdentifier& set) {
+  return unit().properties().items(set);
 }
 
 std::shared_ptr<PacedStream> SimulatedCamera::makeStream(FrameCallback callback) {

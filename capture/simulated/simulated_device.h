@@ -43,6 +43,11 @@ class SimulatedCamera : public SimulatedDevice {
   std::vector<VideoFormat> videoFormats() override;
   /// Refuses what is not among the formats; takes effect at the next start.
   int32_t setVideoParameters(const VideoParameters& parameters) override;
+  int32_t getProperty(uint32_t request, const PropertySetIdentifier& set, uint32_t number, std::span<uint8_t> value,
+                      uint32_t& valueSize) override;
+  int32_t setProperty(const PropertySetIdentifier& set, uint32_t number, std::span<const uint8_t> value) override;
+  std::vector<PropertySetIdentifier> propertySets() override;
+  std::vector<uint32_t> propertyItems(const PropertySetIdentifier& set) override;
 
  protected:
   std::shared_ptr<PacedStream> makeStream(FrameCallback callback) override;

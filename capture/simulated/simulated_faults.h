@@ -13,9 +13,10 @@ struct SimulatedFaults {
   };
 
   bool openFails = false;
-  int32_t startStatus = 0;  ///< what starts answer instead of starting; 19: in use elsewhere
-  int32_t stopStatus = 0;   ///< what stops answer instead of stopping
-  bool isStalled = false;   ///< nothing is delivered, while time goes on
+  int32_t startStatus = 0;     ///< what starts answer instead of starting; 19: in use elsewhere
+  int32_t stopStatus = 0;      ///< what stops answer instead of stopping
+  int32_t propertyStatus = 0;  ///< what reading and setting properties answers instead of working
+  bool isStalled = false;      ///< nothing is delivered, while time goes on
 
   uint32_t droppedPackets = 0;  ///< the next ones are lost: a gap
   uint32_t shiftedPackets = 0;  ///< the next ones after that have wrong time stamps

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "capture/simulated/picture_look.h"
+
 namespace vesk::capture {
 namespace {
 
@@ -48,12 +50,19 @@ int meanLuma(const uint8_t* luma, size_t rowBytes, int step, int x, int y, int w
 }  // namespace
 
 SimulatedPattern::SimulatedPattern(PictureLayout layout, int width, int height)
-    : mLayout(layout), mWidth(width), mHeight(height) {
-  for (int plane = 0; plane < planeCount(); ++plane) {
-    mBackground[static_cast<size_t>(plane)].resize(bytesAcross(plane) * static_cast<size_t>(rowsOf(plane)));
-  }
+    : mLayout(layout), mWidth(width), mHeight(height), mBackground(makePlanes()) {
   paintBackground();
   makeNoise();
+}
+
+SimulatedPattern::~SimulatedPattern() = default;
+
+std::array<std::vector<uint8_t>, 3> SimulatedPattern::makePlanes() const {
+  std::array<std::vector<uint8_t>, 3> planes;
+  for (int plane = 0; plane < planeCount(); ++plane) {
+    planes[static_cast<size_t>(plane)].resize(bytesAcross(plane) * static_cast<size_t>(rowsOf(plane)));
+  }
+  return planes;
 }
 
 size_t SimulatedPattern::bytesAcross(int plane) const {
@@ -61,10 +70,10 @@ size_t SimulatedPattern::bytesAcross(int plane) const {
   return static_cast<size_t>(plane == 0 ? mWidth : mWidth / 2);
 }
 
-PicturePlanes SimulatedPattern::backgroundPlanes() const {
+PicturePlanes SimulatedPattern::planesOf(std::array<std::vector<uint8_t>, 3>& bytes) const {
   PicturePlanes planes;
   for (size_t plane = 0; plane < 3; ++plane) {
-    planes.bytes[plane] = const_cast<uint8_t*>(mBackground[plane].data());
+    planes.bytes[plane] = bytes[plane].data();
     planes.rowBytes[plane] = bytesAcross(static_cast<int>(plane));
   }
   return planes;
@@ -77,11 +86,25 @@ void SimulatedPattern::paintBackground() {
   const int barWidth = mWidth / count & ~1;
   for (int bar = 0; bar < count; ++bar) {
     const int x = bar * barWidth;
-    fill({x, 0, bar == count - 1 ? mWidth - x : barWidth, mHeight}, kBars[bar], backgroundPlanes());
+    fill({x, 0, bar == count - 1 ? mWidth - x : barWidth, mHeight}, kBars[bar], planesOf(mBackground));
   }
 }
 
-void SimulatedPattern::paint(uint32_t counter, bool isFlash, const PicturePlanes& picture) const {
+void SimulatedPattern::paint(uint32_t counter, bool isFlash, const PictureLook& look, const PicturePlanes& picture) {
+  if (look == PictureLook{}) {
+    paintScene(counter, isFlash, picture);
+  } else {
+    if (!mFilter) {
+      mFilter = std::make_unique<LookFilter>(mLayout, mWidth, mHeight);
+      mScene = makePlanes();
+    }
+    paintScene(counter, isFlash, planesOf(mScene));
+    mFilter->apply(look, planesOf(mScene), picture);
+  }
+  paintCounter(counter, picture);
+}
+
+void SimulatedPattern::paintScene(uint32_t counter, bool isFlash, const PicturePlanes& picture) const {
   if (isFlash) {
     fill({0, 0, mWidth, mHeight}, {kWhite, kNeutral, kNeutral}, picture);
   } else {
@@ -92,7 +115,6 @@ void SimulatedPattern::paint(uint32_t counter, bool isFlash, const PicturePlanes
     fill({x, 0, barWidth, mHeight}, {200, kNeutral, kNeutral}, picture);
     paintNoise(counter, picture);
   }
-  paintCounter(counter, picture);
 }
 
 void SimulatedPattern::copyBackground(const PicturePlanes& picture) const {

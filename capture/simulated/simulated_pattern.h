@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -26,17 +27,36 @@ struct PicturePlanes {
   std::array<size_t, 3> rowBytes = {};
 };
 
+/// What a camera's controls do to its pictures. As it is made, nothing.
+struct PictureLook {
+  double brightness = 0;  ///< added, of the whole range from black to white
+  double contrast = 1;    ///< distance from middle grey
+  double gain = 1;        ///< of light: exposure
+  double saturation = 1;
+  double hueDegrees = 0;  ///< round the colour circle, from blue to red
+  double warmth = 0;      ///< from blue to red, of the whole range
+  double zoom = 1;        ///< about the middle, 1 at least
+  int32_t pan = 0;        ///< arc seconds to the right
+  int32_t tilt = 0;       ///< arc seconds up
+  bool isMirrored = false;
+  bool operator==(const PictureLook&) const = default;
+};
+
 /// How long a flash and its beep last; both begin on a whole second.
 constexpr int64_t kFlashMicroseconds = 66'000;
 constexpr int64_t kBeepMicroseconds = 100'000;
+
+class LookFilter;
 
 /// Paints the pictures of one size and layout.
 class SimulatedPattern {
  public:
   /// `width` and `height` are even, 320 × 64 at least.
   SimulatedPattern(PictureLayout layout, int width, int height);
+  ~SimulatedPattern();
 
-  void paint(uint32_t counter, bool isFlash, const PicturePlanes& picture) const;
+  /// The number is stamped on what the camera sees, as it is, whatever the look.
+  void paint(uint32_t counter, bool isFlash, const PictureLook& look, const PicturePlanes& picture);
 
  private:
   struct Colour {
@@ -46,6 +66,7 @@ class SimulatedPattern {
     int x, y, width, height;
   };
 
+  void paintScene(uint32_t counter, bool isFlash, const PicturePlanes& picture) const;
   void fill(const Rectangle& where, Colour colour, const PicturePlanes& picture) const;
   void paintBackground();
   void makeNoise();
@@ -53,7 +74,8 @@ class SimulatedPattern {
   void paintCounter(uint32_t counter, const PicturePlanes& picture) const;
   void copyBackground(const PicturePlanes& picture) const;
   Colour adapted(Colour colour) const;
-  PicturePlanes backgroundPlanes() const;
+  std::array<std::vector<uint8_t>, 3> makePlanes() const;
+  PicturePlanes planesOf(std::array<std::vector<uint8_t>, 3>& bytes) const;
   int planeCount() const { return mLayout == PictureLayout::kPacked422 ? 1 : 3; }
   int rowsOf(int plane) const { return plane > 0 && mLayout == PictureLayout::k420 ? mHeight / 2 : mHeight; }
   size_t bytesAcross(int plane) const;
@@ -63,6 +85,9 @@ class SimulatedPattern {
   const int mHeight;
   std::array<std::vector<uint8_t>, 3> mBackground;
   std::vector<uint8_t> mNoise;  // of the first plane; longer than a row
+  // Once a picture has needed them:
+  std::unique_ptr<LookFilter> mFilter;
+  std::array<std::vector<uint8_t>, 3> mScene;
 };
 
 /// Reads the number back from a picture's luma: `luma` is its first luma byte, `step` the distance

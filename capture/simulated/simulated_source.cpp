@@ -1,11 +1,16 @@
 #include "capture/simulated/simulated_source.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <utility>
 
 #include "capture/conductor.h"
 #include "capture/simulated/simulated_device.h"
+#include "platform/foundation/atomic_file.h"
 #include "platform/foundation/dispatch_queue.h"
+#include "platform/foundation/log.h"
 
 namespace vesk::capture {
 namespace {
@@ -31,6 +36,7 @@ SimulatedSource::SimulatedSource(const SourceOptions& options, Transport& transp
     : mConductor(std::make_shared<Conductor>(options.pace, transport)),
       mEvents(DispatchQueue::createSerial("vesk hot-plug")) {
   for (const DeviceDescription& description : kFirstDevices) mUnits.push_back(makeUnit(description));
+  recallSettings();
 }
 
 SimulatedSource::~SimulatedSource() = default;
@@ -95,6 +101,38 @@ bool SimulatedSource::setFaults(const std::string& path, const SimulatedFaults& 
 SimulatedFaults SimulatedSource::faults(const std::string& path) {
   const auto unit = find(path);
   return unit ? unit->faults() : SimulatedFaults{};
+}
+
+bool SimulatedSource::setModel(const std::string& path, const SimulatedModel& model) {
+  const auto unit = find(path);
+  if (unit) unit->properties().setModel(model);
+  return unit != nullptr;
+}
+
+std::vector<HeadMove> SimulatedSource::headMoves(const std::string& path) {
+  const auto unit = find(path);
+  return unit ? unit->properties().moves() : std::vector<HeadMove>();
+}
+
+/// Real cameras keep their settings from program to program: these do so in a file for each camera,
+/// where a user wants it.
+void SimulatedSource::recallSettings() {
+  const char* const place = std::getenv("VESK_SIMULATED_STATE");
+  if (!place || !*place) return;
+  MutexLock lock(mMutex);
+  for (const auto& unit : mUnits) {
+    if (unit->description().kind != DeviceKind::kVideo) continue;
+    const std::string file = std::string(place) + (unit->isPlain() ? ".plain" : "");
+    SimulatedProperties& properties = unit->properties();
+    std::ifstream stream(file);
+    properties.applySettings({std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()});
+    properties.setChangeHandler([&properties, file] {
+      const std::string text = properties.settings();
+      NSError error;
+      if (!writeToFileAtomically(file, {reinterpret_cast<const uint8_t*>(text.data()), text.size()}, &error))
+        NSLog("The simulated camera's settings were not kept: " + error.description);
+    });
+  }
 }
 
 std::shared_ptr<SimulatedUnit> SimulatedSource::find(const std::string& path) {

@@ -8,6 +8,7 @@
 #include "capture/capture_host.h"
 #include "capture/capture_source.h"
 #include "capture/simulated/simulated_faults.h"
+#include "capture/simulated/simulated_model.h"
 #include "platform/foundation/export.h"
 #include "platform/foundation/mutex.h"
 
@@ -23,7 +24,8 @@ class SimulatedUnit;
 /// Cameras and microphones that need no hardware and behave the same every time: numbered pictures
 /// with a flash on every whole second, and a beep at the same instant. Two cameras (one with all
 /// formats and sizes, one plain) and two microphones (stereo, mono) are plugged in at first. What
-/// can go wrong with devices goes wrong on command.
+/// can go wrong with devices goes wrong on command. Cameras forget what their controls were set to
+/// with the source, unless the environment variable VESK_SIMULATED_STATE names a file to keep it in.
 ///
 /// Threads: every operation from any thread.
 class VESK_EXPORT SimulatedSource : public CaptureSource {
@@ -54,10 +56,16 @@ class VESK_EXPORT SimulatedSource : public CaptureSource {
   /// The faults that are left; the counts have counted down.
   SimulatedFaults faults(const std::string& path);
 
+  /// Makes a camera another model, all its controls at their defaults. False when it is not there.
+  bool setModel(const std::string& path, const SimulatedModel& model);
+  /// The last moves of a camera's head.
+  std::vector<HeadMove> headMoves(const std::string& path);
+
  private:
   std::shared_ptr<SimulatedUnit> find(const std::string& path) VESK_EXCLUDES(mMutex);
   std::shared_ptr<SimulatedUnit> findUnit(const std::string& path) const VESK_REQUIRES(mMutex);
   void tell(DeviceKind kind, bool arrived);
+  void recallSettings();
 
   using HotplugSlot = CallbackSlot<DeviceKind, bool>;
 

@@ -8,6 +8,7 @@
 
 #include "capture/capture_source.h"
 #include "capture/simulated/simulated_faults.h"
+#include "capture/simulated/simulated_properties.h"
 #include "capture/simulated/simulated_sound.h"
 #include "platform/foundation/mutex.h"
 
@@ -20,12 +21,15 @@ namespace vesk::capture {
 class SimulatedUnit {
  public:
   SimulatedUnit(DeviceDescription description, bool isPlain)
-      : mDescription(std::move(description)), mIsPlain(isPlain) {}
+      : mDescription(std::move(description)),
+        mIsPlain(isPlain),
+        mProperties(isPlain ? SimulatedModel::plain() : SimulatedModel()) {}
 
   const DeviceDescription& description() const { return mDescription; }
   /// The simpler model of its kind.
   bool isPlain() const { return mIsPlain; }
   SoundLevel& level() { return mLevel; }
+  SimulatedProperties& properties() { return mProperties; }
 
   SimulatedFaults faults() VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
@@ -61,6 +65,7 @@ class SimulatedUnit {
   const DeviceDescription mDescription;
   const bool mIsPlain;
   SoundLevel mLevel;
+  SimulatedProperties mProperties;
   Mutex mMutex;
   SimulatedFaults mFaults VESK_GUARDED_BY(mMutex);
   bool mIsAttached VESK_GUARDED_BY(mMutex) = true;

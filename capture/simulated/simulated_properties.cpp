@@ -1,0 +1,378 @@
+#include "capture/simulated/simulated_properties.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <iterator>
+#include <optional>
+#include <sstream>
+#include <utility>
+
+#include "capture/vci.h"
+
+namespace vesk::capture {
+
+/// Which models have a property.
+enum class Feature {
+  kAll,
+  kMirroring,
+  kSunTrimming,
+  kHueMode,
+  kPosition,
+  kRelativeMotion,
+  kFirstInformation,
+  kAlternateInformation
+};
+
+/// What setting a property does besides keeping the value.
+enum class Effect {
+  kNone,
+  kReadOnly,
+  kMode,      ///< only the values of exposure modes
+  kPosition,  ///< the head goes there
+  kZoomBy,
+  kTurn,
+  kMoveBy,
+  kReset,
+};
+
+/// A property as all models that have it have it. Its value is `count` numbers of `width` bytes.
+struct PropertyRow {
+  const PropertySetIdentifier& set;
+  uint32_t number;
+  uint32_t width;
+  uint32_t count;
+  int32_t minimum;
+  int32_t maximum;
+  int32_t initial;
+  bool tellsRange;
+  Feature feature = Feature::kAll;
+  Effect effect = Effect::kNone;
+  std::optional<std::pair<const PropertySetIdentifier*, uint32_t>> automatic = std::nullopt;  ///< its mode
+  std::array<uint8_t, 4> bytes = {};                                                          ///< of a read-only one
+};
+
+namespace {
+
+constexpr int32_t kDegree = 3600;  // arc seconds
+constexpr int32_t kHeadLimit = 35 * kDegree;
+constexpr int32_t kTurnStep = 4 * kDegree;
+constexpr int32_t kMoveUnits = 64;  // of a relative move, in a degree
+constexpr int32_t kWidestZoom = 100, kClosestZoom = 500;
+constexpr size_t kMostMoves = 256;
+
+constexpr int32_t kNeutralContrast = 32, kNeutralSaturation = 64, kNeutralExposure = 312, kNeutralWhite = 4600;
+
+using Mode = std::pair<const PropertySetIdentifier*, uint32_t>;
+constexpr Mode kExposureMode{&kCameraControlSet, kAutoExposureMode};
+constexpr Mode kFocusMode{&kCameraControlSet, kAutoFocus};
+constexpr Mode kWhiteMode{&kImageControlSet, kAutoWhiteBalance};
+constexpr Mode kHueMode{&kImageControlSet, kAutoHue};
+
+// clang-format off
+const PropertyRow kRows[] = {
+    {kCameraControlSet, kAutoExposureMode, 1, 1, kManualExposure, kAperturePriority, kAperturePriority, false, Feature::kAll, Effect::kMode},
+    {kCameraControlSet, kAutoExposurePriority, 1, 1, 0, 1, 0, false},
+    {kCameraControlSet, kExposure, 4, 1, 3, 2500, kNeutralExposure, true, Feature::kAll, Effect::kNone, kExposureMode},
+    {kCameraControlSet, kFocus, 2, 1, 50, 5000, 600, true, Feature::kAll, Effect::kNone, kFocusMode},
+    {kCameraControlSet, kAutoFocus, 1, 1, 0, 1, 1, false},
+    {kCameraControlSet, kZoom, 4, 1, kWidestZoom, kClosestZoom, kWidestZoom, true, Feature::kPosition},
+    {kCameraControlSet, kRelativeZoom, 4, 1, -100, 100, 0, true, Feature::kPosition, Effect::kZoomBy},
+    {kCameraControlSet, kPanTilt, 4, 2, -kHeadLimit, kHeadLimit, 0, true, Feature::kPosition, Effect::kPosition},
+    {kCameraControlSet, kRelativePanTilt, 1, 4, -1, 1, 0, false, Feature::kRelativeMotion, Effect::kTurn},
+    {kImageControlSet, kBrightness, 2, 1, -64, 64, 0, true},
+    {kImageControlSet, kContrast, 2, 1, 0, 64, kNeutralContrast, true},
+    {kImageControlSet, kAntiFlicker, 1, 1, 0, 2, 1, false},
+    {kImageControlSet, kHue, 2, 1, -18000, 18000, 0, true, Feature::kAll, Effect::kNone, kHueMode},
+    {kImageControlSet, kSaturation, 2, 1, 0, 128, kNeutralSaturation, true},
+    {kImageControlSet, kSharpness, 2, 1, 0, 7, 3, true},
+    {kImageControlSet, kWhiteBalance, 2, 1, 2800, 6500, kNeutralWhite, true, Feature::kAll, Effect::kNone, kWhiteMode},
+    {kImageControlSet, kAutoWhiteBalance, 1, 1, 0, 1, 1, false},
+    {kImageControlSet, kAutoHue, 1, 1, 0, 1, 0, false, Feature::kHueMode},
+    {kMirrorSet, kMirror, 1, 1, 0, 1, 0, false, Feature::kMirroring},
+    {kSunTrimSet, kSunTrim, 1, 1, 0, 1, 0, false, Feature::kSunTrimming},
+    {kRelativeMotionSet, kMotionPanTilt, 2, 2, -35 * kMoveUnits, 35 * kMoveUnits, 0, true, Feature::kRelativeMotion, Effect::kMoveBy},
+    {kRelativeMotionSet, kMotionReset, 1, 1, 1, kResetPanAndTilt, 0, false, Feature::kRelativeMotion, Effect::kReset},
+    {kDeviceInformationSet, kFirmwareVersion, 1, 4, 0, 0, 0, false, Feature::kFirstInformation, Effect::kReadOnly, {}, {5, 2, 0x34, 0x12}},
+    {kDeviceInformationSet, kFirmwareCRCControl, 1, 2, 0, 0, 0, false, Feature::kFirstInformation, Effect::kReadOnly, {}, {0x2A, 0x1C}},
+    {kDeviceInformationSet, kEEPROMInfo, 1, 4, 0, 0, 0, false, Feature::kFirstInformation, Effect::kReadOnly, {}, {1, 7, 0, 0}},
+    {kDeviceInformationSet, kSensorInfo, 1, 2, 0, 0, 0, false, Feature::kFirstInformation, Effect::kReadOnly, {}, {2, 9}},
+    {kAlternateInformationSet, kFirmwareVersion, 1, 4, 0, 0, 0, false, Feature::kAlternateInformation, Effect::kReadOnly, {}, {1, 3, 0x10, 0}},
+    {kAlternateInformationSet, kFirmwareCRCControl, 1, 2, 0, 0, 0, false, Feature::kAlternateInformation, Effect::kReadOnly, {}, {0x77, 0x05}},
+    {kAlternateInformationSet, kEEPROMInfo, 1, 4, 0, 0, 0, false, Feature::kAlternateInformation, Effect::kReadOnly, {}, {2, 1, 0, 0}},
+    {kAlternateInformationSet, kSensorInfo, 1, 2, 0, 0, 0, false, Feature::kAlternateInformation, Effect::kReadOnly, {}, {1, 4}},
+};
+// clang-format on
+
+size_t indexOf(const PropertyRow& row) {
+  return static_cast<size_t>(&row - kRows);
+}
+
+uint32_t sizeOf(const PropertyRow& row) {
+  return row.width * row.count;
+}
+
+/// A little-endian number with its sign. Numbers that have none are too small to be taken for
+/// negative ones.
+int32_t readNumber(std::span<const uint8_t> bytes) {
+  uint32_t value = 0;
+  for (size_t i = bytes.size(); i-- > 0;) value = value << 8 | bytes[i];
+  switch (bytes.size()) {
+    case 1:
+      return static_cast<int8_t>(value);
+    case 2:
+      return static_cast<int16_t>(value);
+    default:
+      return static_cast<int32_t>(value);
+  }
+}
+
+void writeNumber(int32_t number, std::span<uint8_t> bytes) {
+  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(static_cast<uint32_t>(number) >> (8 * i));
+}
+
+int sign(int32_t number) {
+  return (number > 0) - (number < 0);
+}
+
+std::string hex(std::span<const uint8_t> bytes) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const uint8_t byte : bytes) text += {kDigits[byte >> 4], kDigits[byte & 15]};
+  return text;
+}
+
+std::vector<uint8_t> unhex(const std::string& text) {
+  std::vector<uint8_t> bytes;
+  for (size_t i = 0; i + 1 < text.size(); i += 2)
+    bytes.push_back(static_cast<uint8_t>(std::strtoul(text.substr(i, 2).c_str(), nullptr, 16)));
+  return bytes;
+}
+
+}  // namespace
+
+SimulatedProperties::SimulatedProperties(const SimulatedModel& model) : mModel(model) {
+  MutexLock lock(mMutex);
+  reset();
+}
+
+void SimulatedProperties::setModel(const SimulatedModel& model) {
+  MutexLock lock(mMutex);
+  mModel = model;
+  reset();
+}
+
+void SimulatedProperties::reset() {
+  mValues.clear();
+  for (const PropertyRow& row : kRows) {
+    Numbers numbers{};
+    std::fill_n(numbers.begin(), row.count, row.initial);
+    mValues.push_back(numbers);
+  }
+  mPan = mTilt = 0;
+  mMoves.clear();
+}
+
+bool SimulatedProperties::has(const PropertyRow& row) const {
+  switch (row.feature) {
+    case Feature::kAll:
+      return true;
+    case Feature::kMirroring:
+      return mModel.hasMirror;
+    case Feature::kSunTrimming:
+      return mModel.hasSunTrim;
+    case Feature::kHueMode:
+      return mModel.hasAutoHue;
+    case Feature::kPosition:
+      return mModel.hasPosition;
+    case Feature::kRelativeMotion:
+      return mModel.hasRelativeMotion;
+    case Feature::kFirstInformation:
+      return mModel.information == SimulatedModel::Information::kFirstSet;
+    case Feature::kAlternateInformation:
+      return mModel.information == SimulatedModel::Information::kAlternateSet;
+  }
+  return false;
+}
+
+const PropertyRow* SimulatedProperties::find(const PropertySetIdentifier& set, uint32_t number) const {
+  for (const PropertyRow& row : kRows)
+    if (row.number == number && row.set == set && has(row)) return &row;
+  return nullptr;
+}
+
+SimulatedProperties::Numbers& SimulatedProperties::valueOf(const PropertyRow& row) {
+  return mValues[indexOf(row)];
+}
+
+int32_t SimulatedProperties::numberIn(const PropertySetIdentifier& set, uint32_t number) {
+  const PropertyRow* const row = find(set, number);
+  return row ? valueOf(*row)[0] : 0;
+}
+
+bool SimulatedProperties::isOn(const PropertySetIdentifier& set, uint32_t number) {
+  const int32_t value = numberIn(set, number);
+  return Mode(&set, number) == kExposureMode ? value == kAperturePriority : value != 0;
+}
+
+int32_t SimulatedProperties::get(uint32_t request, const PropertySetIdentifier& set, uint32_t number,
+                                 std::span<uint8_t> value, uint32_t& valueSize) {
+  MutexLock lock(mMutex);
+  const PropertyRow* const row = find(set, number);
+  if (!row) return kVCIPropertyNotSupported;
+  if (request > kRequestMaximum || value.size() < sizeOf(*row)) return kVCIInvalidArgument;
+  valueSize = sizeOf(*row);
+  const bool isRange = request == kRequestMinimum || request == kRequestMaximum;
+  if (row->effect == Effect::kReadOnly) {
+    if (request != kRequestCurrent) return kVCIFailed;
+    std::copy_n(row->bytes.begin(), valueSize, value.begin());
+    return kVCISuccess;
+  }
+  if (isRange && !row->tellsRange) return kVCIFailed;
+  for (uint32_t i = 0; i < row->count; ++i) {
+    const int32_t numbers[] = {valueOf(*row)[i], row->initial, row->minimum, row->maximum};
+    writeNumber(numbers[request], value.subspan(i * row->width, row->width));
+  }
+  return kVCISuccess;
+}
+
+int32_t SimulatedProperties::set(const PropertySetIdentifier& set, uint32_t number, std::span<const uint8_t> value) {
+  int32_t status = kVCIPropertyNotSupported;
+  {
+    MutexLock lock(mMutex);
+    const PropertyRow* const row = find(set, number);
+    if (!row) return kVCIPropertyNotSupported;
+    if (row->automatic && isOn(*row->automatic->first, row->automatic->second)) return kVCIFailed;
+    status = store(*row, value);
+  }
+  if (status == kVCISuccess && mChanged) mChanged();
+  return status;
+}
+
+int32_t SimulatedProperties::store(const PropertyRow& row, std::span<const uint8_t> value) {
+  if (row.effect == Effect::kReadOnly) return kVCIFailed;
+  if (value.size() != sizeOf(row)) return kVCIInvalidArgument;
+  Numbers numbers{};
+  for (uint32_t i = 0; i < row.count; ++i) {
+    numbers[i] = readNumber(value.subspan(i * row.width, row.width));
+    if (numbers[i] < row.minimum || numbers[i] > row.maximum) return kVCIInvalidArgument;
+  }
+  if (row.effect == Effect::kMode && numbers[0] != kManualExposure && numbers[0] != kAperturePriority)
+    return kVCIInvalidArgument;
+  act(row, numbers);
+  return kVCISuccess;
+}
+
+void SimulatedProperties::act(const PropertyRow& row, const Numbers& numbers) {
+  switch (row.effect) {
+    case Effect::kNone:
+    case Effect::kReadOnly:
+    case Effect::kMode:
+      valueOf(row) = numbers;
+      return;
+    case Effect::kPosition:
+      return moveHead(HeadMove::Kind::kPosition, numbers[0], numbers[1]);
+    case Effect::kZoomBy:
+      if (const PropertyRow* const zoom = find(kCameraControlSet, kZoom))
+        valueOf(*zoom)[0] = std::clamp(valueOf(*zoom)[0] + numbers[0], kWidestZoom, kClosestZoom);
+      return;
+    case Effect::kTurn: {
+      valueOf(row) = numbers;
+      const bool isStop = numbers[0] == 0 && numbers[2] == 0;
+      // Pan 1 turns to the left, tilt 1 up.
+      return moveHead(isStop ? HeadMove::Kind::kStop : HeadMove::Kind::kTurn, mPan - sign(numbers[0]) * kTurnStep,
+                      mTilt + sign(numbers[2]) * kTurnStep);
+    }
+    case Effect::kMoveBy:
+      return moveHead(HeadMove::Kind::kStep, mPan + numbers[0] * kDegree / kMoveUnits,
+                      mTilt + numbers[1] * kDegree / kMoveUnits);
+    case Effect::kReset:
+      return moveHead(HeadMove::Kind::kReset, (numbers[0] & 1) != 0 ? 0 : mPan, (numbers[0] & 2) != 0 ? 0 : mTilt);
+  }
+}
+
+void SimulatedProperties::moveHead(HeadMove::Kind kind, int32_t pan, int32_t tilt) {
+  mPan = std::clamp(pan, -kHeadLimit, kHeadLimit);
+  mTilt = std::clamp(tilt, -kHeadLimit, kHeadLimit);
+  if (const PropertyRow* const position = find(kCameraControlSet, kPanTilt)) valueOf(*position) = {mPan, mTilt};
+  if (mMoves.size() == kMostMoves) mMoves.erase(mMoves.begin());
+  mMoves.push_back({kind, mPan, mTilt});
+}
+
+std::vector<PropertySetIdentifier> SimulatedProperties::sets() {
+  MutexLock lock(mMutex);
+  std::vector<PropertySetIdentifier> found;
+  for (const PropertyRow& row : kRows)
+    if (has(row) && std::find(found.begin(), found.end(), row.set) == found.end()) found.push_back(row.set);
+  return found;
+}
+
+std::vector<uint32_t> SimulatedProperties::items(const PropertySetIdentifier& set) {
+  MutexLock lock(mMutex);
+  std::vector<uint32_t> numbers;
+  for (const PropertyRow& row : kRows)
+    if (has(row) && row.set == set) numbers.push_back(row.number);
+  return numbers;
+}
+
+PictureLook SimulatedProperties::look() {
+  constexpr double kBrightestShare = 0.5;  // of the range, at the end of the scale
+  constexpr double kWarmthOfKelvin = 0.00005;
+  MutexLock lock(mMutex);
+  PictureLook look;
+  look.brightness = kBrightestShare * numberIn(kImageControlSet, kBrightness) / 64;
+  look.contrast = double{1} * numberIn(kImageControlSet, kContrast) / kNeutralContrast;
+  look.saturation = double{1} * numberIn(kImageControlSet, kSaturation) / kNeutralSaturation;
+  if (!isOn(kImageControlSet, kAutoHue)) look.hueDegrees = numberIn(kImageControlSet, kHue) / 100.0;
+  if (!isOn(kCameraControlSet, kAutoExposureMode))
+    look.gain = double{1} * numberIn(kCameraControlSet, kExposure) / kNeutralExposure;
+  // White is what a light of that temperature shows as white: the same scene looks warmer for a bluer one.
+  if (!isOn(kImageControlSet, kAutoWhiteBalance))
+    look.warmth = kWarmthOfKelvin * (numberIn(kImageControlSet, kWhiteBalance) - kNeutralWhite);
+  if (mModel.hasPosition) look.zoom = double{1} * numberIn(kCameraControlSet, kZoom) / kWidestZoom;
+  look.pan = mPan;
+  look.tilt = mTilt;
+  look.isMirrored = numberIn(kMirrorSet, kMirror) != 0;
+  return look;
+}
+
+std::vector<HeadMove> SimulatedProperties::moves() {
+  MutexLock lock(mMutex);
+  return mMoves;
+}
+
+std::string SimulatedProperties::settings() {
+  MutexLock lock(mMutex);
+  std::string text = "head " + std::to_string(mPan) + " " + std::to_string(mTilt) + "\n";
+  for (const PropertyRow& row : kRows) {
+    const bool isSetting = row.effect == Effect::kNone || row.effect == Effect::kMode;
+    if (!isSetting || !has(row)) continue;
+    std::vector<uint8_t> bytes(sizeOf(row));
+    for (uint32_t i = 0; i < row.count; ++i)
+      writeNumber(valueOf(row)[i], std::span(bytes).subspan(i * row.width, row.width));
+    text += hex(row.set) + " " + std::to_string(row.number) + " " + hex(bytes) + "\n";
+  }
+  return text;
+}
+
+void SimulatedProperties::applySettings(const std::string& text) {
+  MutexLock lock(mMutex);
+  std::istringstream words(text);
+  std::string set;
+  while (words >> set) {
+    std::string first;
+    std::string second;
+    if (!(words >> first >> second)) return;
+    if (set == "head") {
+      moveHead(HeadMove::Kind::kPosition, std::atoi(first.c_str()), std::atoi(second.c_str()));
+      continue;
+    }
+    PropertySetIdentifier identifier{};
+    const auto bytes = unhex(set);
+    if (bytes.size() != identifier.size()) continue;
+    std::copy(bytes.begin(), bytes.end(), identifier.begin());
+    const auto number = static_cast<uint32_t>(std::strtoul(first.c_str(), nullptr, 10));
+    if (const PropertyRow* const row = find(identifier, number)) store(*row, unhex(second));
+  }
+}
+
+}  // namespace vesk::capture
