@@ -1,0 +1,217 @@
+"""Previews, photos and levels, seen from outside: windows on a display of their own."""
+import json
+import math
+import os
+import struct
+import subprocess
+import threading
+import unittest
+import wave
+
+from program import DATA, MovieTest, picture_hashes, probe, start_vesk, tool, vesk, warnings_of_ffmpeg
+
+
+class Display:
+    """An X server without a screen, for as long as the test class runs."""
+
+    def __init__(self):
+        reading, writing = os.pipe()
+        self.server = subprocess.Popen(["Xvfb", "-displayfd", str(writing), "-screen", "0", "1600x1000x24", "-nolisten", "tcp"],
+                                       pass_fds=[writing], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                       stderr=subprocess.DEVNULL)
+        os.close(writing)
+        with os.fdopen(reading) as numbers:
+            self.name = ":" + numbers.readline().strip()
+        self.environment = {"DISPLAY": self.name, "LIBGL_ALWAYS_SOFTWARE": "1"}
+
+    def close(self):
+        self.server.terminate()
+        self.server.wait()
+
+
+def pixels(picture, width, height):
+    """The picture's pixels at width x height as a function of (x, y), each (red, green, blue)."""
+    data = tool("ffmpeg", "-v", "error", "-nostdin", "-i", picture, "-vf", f"scale={width}:{height}:flags=area",
+                "-pix_fmt", "rgb24", "-f", "rawvideo", "-", binary=True)
+    return lambda x, y: tuple(data[3 * (y * width + x):3 * (y * width + x) + 3])
+
+
+def size_of(picture):
+    facts = probe(picture)["video"]
+    return facts["width"], facts["height"]
+
+
+class Photos(MovieTest):
+    def test_photo_is_upright_full_size_and_of_the_camera(self):
+        for size in ("1920x1080", "640x360", "320x240"):
+            for codec in ("avc1", "dmb1", "2vuy"):
+                with self.subTest(size=size, codec=codec):
+                    photo = self.folder / f"{codec}-{size}.jpeg"
+                    result = json.loads(vesk("--capture", "simulated", "--json", "snapshot", photo, "--format", f"{codec}:{size}",
+                                             "--delay", "0.25").stdout)
+                    self.assertEqual(result["file"], str(photo))
+                    self.assertEqual(result["bytes"], photo.stat().st_size)
+                    self.assertEqual(f"{result['width']}x{result['height']}", size)
+                    self.assertEqual(size_of(photo), (result["width"], result["height"]))
+                    self.assert_bars(pixels(photo, 64, 36))
+        self.nothing_left(but=[p.name for p in self.folder.glob("*.jpeg")])
+
+    def assert_bars(self, pixel):
+        """Colour bars from left to right, at three quarters of full strength, the moving bar apart."""
+        bars = [(191, 191, 191), (191, 191, 0), (0, 191, 191), (0, 191, 0), (191, 0, 191), (191, 0, 0), (0, 0, 191), (0, 0, 0)]
+        fitting = sum(all(abs(a - b) < 24 for a, b in zip(pixel(8 * i + at, 20), bar))
+                      for i, bar in enumerate(bars) for at in (2, 4, 6))
+        self.assertGreaterEqual(fitting, 19, "of 24 places at most five lie under the moving bar")
+
+    def test_other_endings_and_files_in_the_way(self):
+        photo = self.folder / "photo.jpg"
+        vesk("--capture", "simulated", "--pace", "fast", "snapshot", photo, "--delay", 0)
+        before = photo.read_bytes()
+        refused = vesk("--capture", "simulated", "snapshot", photo, check=False)
+        self.assertEqual(refused.returncode, 1)
+        self.assertIn("exists already", refused.stderr)
+        self.assertEqual(photo.read_bytes(), before)
+        vesk("--capture", "simulated", "snapshot", photo, "--force", "--delay", 0.1)
+        missing = vesk("--capture", "simulated", "snapshot", self.folder / "none/photo.jpeg", check=False)
+        self.assertEqual((missing.returncode, len(missing.stderr.strip().splitlines())), (1, 1))
+        self.nothing_left(but=["photo.jpg"])
+
+    def test_footage_that_ends_before_the_delay_shows_its_last_picture(self):
+        clip = next(p for p in sorted(DATA.iterdir()) if p.suffix in (".mov", ".mp4"))
+        photo = self.folder / "photo.jpeg"
+        vesk("--capture", f"file:{clip}", "--pace", "fast", "snapshot", photo, "--delay", 60)
+        self.assertEqual(size_of(photo), size_of(clip))
+
+
+class Levels(MovieTest):
+    def sine(self, peak_db, seconds=3, channels=1, right_db=None):
+        path = self.folder / f"sound{peak_db}-{channels}-{right_db}.wav"
+        peaks = [peak_db] + [right_db if right_db is not None else peak_db] * (channels - 1)
+        with wave.open(str(path), "wb") as out:
+            out.setnchannels(channels)
+            out.setsampwidth(2)
+            out.setframerate(48000)
+            out.writeframes(b"".join(
+                struct.pack(f"<{channels}h", *(0 if peak is None else round(32767 * 10 ** (peak / 20) * math.sin(2 * math.pi * 1000 * i / 48000))
+                                               for peak in peaks))
+                for i in range(48000 * seconds)))
+        return path
+
+    def levels(self, path):
+        lines = vesk("--capture", f"file:{path}", "--loop", "--json", "meter", "--duration", 1).stdout.splitlines()
+        documents = [json.loads(line) for line in lines]
+        self.assertEqual([d["time"] for d in documents], sorted(d["time"] for d in documents))
+        self.assertIsNone(documents[-1]["level"], "the meter's end")
+        # The first packets may not have come yet; the last line is the end.
+        return [d["level"] for d in documents[len(documents) // 2:-1]]
+
+    def test_level_is_the_mean_power_averaged_over_the_channels(self):
+        for path, expected in ((self.sine(-20), -23.01), (self.sine(-20, channels=2), -23.01),
+                               (self.sine(-20, channels=2, right_db=-40), -33.01)):
+            levels = self.levels(path)
+            self.assertTrue(levels)
+            for level in levels:
+                self.assertAlmostEqual(level, expected, delta=0.2)
+
+    def test_silence_reads_as_silence(self):
+        self.assertEqual(set(self.levels(self.sine(None))), {None})
+
+
+class Previews(MovieTest):
+    @classmethod
+    def setUpClass(cls):
+        cls.display = Display()
+        cls.addClassCleanup(cls.display.close)
+
+    def preview(self, *arguments, source="simulated", pace="realtime"):
+        done = vesk("--capture", source, "--pace", pace, "--json", "preview", *arguments, environment=self.display.environment)
+        return json.loads(done.stdout)
+
+    def test_window_shows_the_picture_and_its_screenshot(self):
+        shot = self.folder / "window.png"
+        result = self.preview("--duration", 1.5, "--screenshot", shot, "--format", "640x360", "--no-audio")
+        self.assertEqual(result["screenshot"], str(shot))
+        self.assertGreater(result["shown"], 5)
+        self.assertLessEqual(result["shown"], result["frames"])
+        self.assertEqual(size_of(shot), (640, 360))
+        Photos.assert_bars(self, pixels(shot, 64, 36))
+
+    def test_small_pictures_stand_in_the_middle_on_black(self):
+        shot = self.folder / "window.png"
+        clip = self.folder / "small-160x120.uyvy"
+        clip.write_bytes(bytes((128, 200)) * (160 * 120) * 30)
+        self.preview("--duration", 1, "--screenshot", shot, source=f"file:{clip}")
+        self.assertEqual(size_of(shot), (320, 240))
+        pixel = pixels(shot, 320, 240)
+        for x, y in ((82, 62), (160, 120), (237, 177)):
+            self.assertGreater(min(pixel(x, y)), 200)
+        for x, y in ((77, 120), (160, 57), (243, 120), (160, 183)):
+            self.assertEqual(pixel(x, y), (0, 0, 0))
+
+    def test_footage_is_recorded_while_it_is_shown(self):
+        clip = next(p for p in sorted(DATA.iterdir()) if p.suffix in (".mov", ".mp4") and "h264" in probe(p)["video"]["codec_name"])
+        movie, shot = self.folder / "movie.mov", self.folder / "window.png"
+        result = self.preview("--record", movie, "--screenshot", shot, source=f"file:{clip}", pace="fast")
+        self.assertEqual(len(result["recordings"]), 1)
+        self.assertEqual(result["recordings"][0]["video"]["dropped"], 0)
+        if result["recordings"][0]["video"]["codec"] == "avc1":
+            self.assertEqual(picture_hashes(movie), picture_hashes(clip))
+        self.assertEqual(warnings_of_ffmpeg(movie), "")
+        pixel = pixels(shot, *size_of(shot))
+        reds = sum(red > 150 and green < 90 and blue < 90 for red, green, blue in (pixel(x, y) for x in range(10, 100) for y in range(5, 35)))
+        self.assertGreater(reds, 60, "the label is on while it records")
+
+    def test_keys_take_photos_record_and_quit(self):
+        environment = {**os.environ, **self.display.environment}
+        running = start_vesk("--capture", "simulated", "--json", "--verbose", "preview", "--format", "640x360", cwd=self.folder, env=environment)
+        lines = []
+        started, finished = threading.Event(), threading.Event()
+
+        def read():
+            for line in running.stderr:
+                lines.append(line)
+                if "Starting writing" in line:
+                    started.set()
+                if "Finished writing" in line:
+                    finished.set()
+
+        reader = threading.Thread(target=read)
+        reader.start()
+        try:
+            window = tool_on(environment, "xdotool", "search", "--sync", "--onlyvisible", "--name", "Simulated Camera").split()[0]
+            tool_on(environment, "xdotool", "windowfocus", "--sync", window)
+            tool_on(environment, "xdotool", "key", "--window", window, "r")
+            self.assertTrue(started.wait(60), lines)
+            tool_on(environment, "xdotool", "key", "--window", window, "m")
+            tool_on(environment, "xdotool", "key", "--window", window, "space")
+            tool_on(environment, "xdotool", "key", "--window", window, "r")
+            self.assertTrue(finished.wait(60), lines)
+            tool_on(environment, "xdotool", "key", "--window", window, "q")
+            output = running.stdout.read()
+            self.assertEqual(running.wait(60), 0, lines)
+        finally:
+            running.kill()
+            running.wait()
+            reader.join()
+            running.stdout.close()
+            running.stderr.close()
+        result = json.loads(output)
+        self.assertEqual([len(result["photos"]), len(result["recordings"])], [1, 1])
+        photo, movie = self.folder / result["photos"][0], self.folder / result["recordings"][0]["file"]
+        self.assertEqual(size_of(photo), (640, 360))
+        self.assertEqual(warnings_of_ffmpeg(movie), "")
+        self.nothing_left(but=[photo.name, movie.name])
+
+    def test_no_display_is_said_with_what_to_do(self):
+        done = vesk("--capture", "simulated", "preview", check=False, environment={"DISPLAY": "", "WAYLAND_DISPLAY": ""})
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("no display", done.stderr)
+        self.assertEqual(len(done.stderr.strip().splitlines()), 1)
+
+
+def tool_on(environment, *arguments):
+    return subprocess.run(arguments, capture_output=True, text=True, timeout=60, env=environment, check=True).stdout
+
+
+if __name__ == "__main__":
+    unittest.main()
