@@ -32,7 +32,7 @@ class BareJPEG {
       for (size_t i = 0; i < 3; ++i) {
         const jpeg_component_info& part = mJPEG.comp_info[i];
         const size_t width = size_t{part.width_in_blocks} * DCTSIZE;
-        const auto count = static_cast<size_t>(part.v_samp_factor * DCTSIZE);
+        const auto count = static_cast<size_t>(part.v_samp_factor) * DCTSIZE;
         const size_t first = mJPEG.output_scanline / rowsAtOnce * count;
         mPlanes[i].resize((size_t{part.height_in_blocks} + 2) * DCTSIZE * width);
         for (size_t row = 0; row < count; ++row) rows[i][row] = mPlanes[i].data() + (first + row) * width;

@@ -130,23 +130,31 @@ bool ICMDecoder::configH264DecoderWithData(const uint8_t* data, uint32_t size) {
 }
 
 ImageDescriptionHandle ICMDecoder::createImageDescription() const {
-  auto description = std::make_unique<ImageDescription>();
+  try {
+    auto description = std::make_unique<ImageDescription>();
+    fillIn(*description);
+    return description;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+void ICMDecoder::fillIn(ImageDescription& description) const {
   CodecInfo info;
   GetCodecInfo(&info, mCodec);
-  description->set(ImageDescription::kIDSize, static_cast<uint32_t>(ImageDescription::kSize));
-  description->set(ImageDescription::kCType, mCodec);
-  description->set(ImageDescription::kVersion, info.version);
-  description->set(ImageDescription::kRevisionLevel, info.revisionLevel);
-  description->set(ImageDescription::kVendor, info.vendor);
-  description->set(ImageDescription::kWidth, static_cast<uint16_t>(mWidth));
-  description->set(ImageDescription::kHeight, static_cast<uint16_t>(mHeight));
-  description->set(ImageDescription::kHRes, k72DotsPerInch);
-  description->set(ImageDescription::kVRes, k72DotsPerInch);
-  description->setName(info.typeName);
-  description->set(ImageDescription::kDepth, static_cast<uint16_t>(mCodec == kCMPixelFormat_422YpCbCr8 ? 16 : 24));
-  description->set(ImageDescription::kClutID, kNoColourTable);
-  addCodecExtension(*description);
-  return description;
+  description.set(ImageDescription::kIDSize, static_cast<uint32_t>(ImageDescription::kSize));
+  description.set(ImageDescription::kCType, mCodec);
+  description.set(ImageDescription::kVersion, info.version);
+  description.set(ImageDescription::kRevisionLevel, info.revisionLevel);
+  description.set(ImageDescription::kVendor, info.vendor);
+  description.set(ImageDescription::kWidth, static_cast<uint16_t>(mWidth));
+  description.set(ImageDescription::kHeight, static_cast<uint16_t>(mHeight));
+  description.set(ImageDescription::kHRes, k72DotsPerInch);
+  description.set(ImageDescription::kVRes, k72DotsPerInch);
+  description.setName(info.typeName);
+  description.set(ImageDescription::kDepth, static_cast<uint16_t>(mCodec == kCMPixelFormat_422YpCbCr8 ? 16 : 24));
+  description.set(ImageDescription::kClutID, kNoColourTable);
+  addCodecExtension(description);
 }
 
 void ICMDecoder::addCodecExtension(ImageDescription& description) const {
@@ -169,6 +177,7 @@ ICMDecompressionSessionRef ICMDecoder::createDecoderSession() {
   ICMDecompressionSessionRef session;
   try {
     const auto description = createImageDescription();
+    if (!description) return nullptr;
     PixelBufferAttributes attributes;
     attributes.emplace(kCVPixelBufferWidthKey, PropertyList(int64_t{mWidth}));
     attributes.emplace(kCVPixelBufferHeightKey, PropertyList(int64_t{mHeight}));

@@ -51,7 +51,8 @@ class VESK_EXPORT ICMDecoder {
   /// @return whether both are held.
   bool configH264DecoderWithData(const uint8_t* data, uint32_t size);
 
-  /// A new description of the frames, with the extensions that their codec calls for.
+  /// A new description of the frames, with the extensions that their codec calls for; null when there
+  /// is no memory.
   ImageDescriptionHandle createImageDescription() const;
 
   /// A new session for this decoder's frames and receiver; null on failure.
@@ -67,6 +68,7 @@ class VESK_EXPORT ICMDecoder {
   size_t rawSize() const;
   bool makeRoom(size_t length);
   bool makeSession(uint32_t length);
+  void fillIn(ImageDescription& description) const;
   void addCodecExtension(ImageDescription& description) const;
 
   DecoderProtocol* mDelegate = nullptr;

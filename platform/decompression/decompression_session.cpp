@@ -54,7 +54,7 @@ OSStatus ICMDecompressionSession::decodeFrame(std::span<const uint8_t> data, con
                                               void* sourceFrameRefCon) {
   if (data.empty() || frameTime.recordSize != static_cast<int32_t>(sizeof frameTime)) return paramErr;
   const bool isScheduled = (frameTime.flags & icmFrameTimeIsNonScheduledDisplayTime) == 0;
-  const Frame frame{++mLastNumber, frameTime.value, frameTime.duration, isScheduled, sourceFrameRefCon};
+  const Frame frame{++mLastNumber, frameTime.value, frameTime.duration, sourceFrameRefCon};
   OSStatus status = noErr;
   try {
     mPictures.clear();

@@ -58,7 +58,6 @@ class VESK_EXPORT ICMDecompressionSession {
     int64_t number = 0;  ///< counts the frames of this session
     int64_t displayTime = 0;
     int32_t duration = 0;
-    bool isScheduled = false;
     void* refCon = nullptr;
   };
   struct Waiting {

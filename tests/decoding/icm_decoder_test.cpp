@@ -241,6 +241,22 @@ TEST(ICMDecoderH264, RecoversFromDamageAtTheNextKeyPicture) {
   }
 }
 
+TEST(ICMDecoderH264, RecoversFromDamageInTheFirstParameterSet) {
+  const Footage footage = footageOf(kData + "MIDR_MW_D.264");
+  const auto expected = decodeConventionally(kData + "MIDR_MW_D.264");
+  Bytes damaged = footage.frames[0];
+  ASSERT_EQ(damaged[4] & 0x1F, 7);
+  std::fill(damaged.begin() + 5, damaged.begin() + 12, 0xFF);
+  Preview preview(footage);
+  CapturedLines lines;
+  preview.decode(damaged);
+  for (size_t i = 1; i < 4; ++i) preview.decode(footage.frames[i]);
+  preview.pictures.all.clear();
+  for (size_t i = 0; i < 4; ++i) EXPECT_EQ(preview.decode(footage.frames[i]), 0);
+  ASSERT_EQ(preview.count(), 4U);
+  for (size_t i = 0; i < 4; ++i) EXPECT_EQ(samplesOf(*preview.pictures.all[i]), expected[i]);
+}
+
 // Motion JPEG and packed pictures.
 
 TEST(ICMDecoderMotionJPEG, DecodesFramesWithAndWithoutTables) {

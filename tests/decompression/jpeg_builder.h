@@ -14,7 +14,7 @@ using Bytes = std::vector<uint8_t>;
 struct JPEGOptions {
   int width = 64;
   int height = 48;
-  int across = 2;  ///< luma samples for each chroma sample; 0 for a grey picture
+  int across = 2;  ///< luma samples for each chroma sample; 0 for a grey picture, whose only factor is `down`
   int down = 1;
   bool hasOwnTables = false;  ///< Huffman tables made for this very picture
   bool isProgressive = false;
@@ -40,10 +40,8 @@ inline Bytes makeJPEG(const JPEGOptions& options) {
   jpeg_set_defaults(&jpeg);
   if (options.isRGB) jpeg_set_colorspace(&jpeg, JCS_RGB);
   jpeg_set_quality(&jpeg, 90, TRUE);
-  if (!isGrey) {
-    jpeg.comp_info[0].h_samp_factor = options.across;
-    jpeg.comp_info[0].v_samp_factor = options.down;
-  }
+  jpeg.comp_info[0].h_samp_factor = isGrey ? options.down : options.across;
+  jpeg.comp_info[0].v_samp_factor = options.down;
   jpeg.optimize_coding = options.hasOwnTables ? TRUE : FALSE;
   jpeg.restart_interval = static_cast<unsigned>(options.restartInterval);
   if (options.isProgressive) jpeg_simple_progression(&jpeg);
