@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <array>
 
+#include "platform/graphics/ycbcr_conversion.h"
+
 namespace vesk {
 namespace {
 
@@ -18,12 +20,6 @@ int32_t halved(int32_t size) {
 
 int stride(const PixelPlane& plane) {
   return static_cast<int>(plane.bytesPerRow);
-}
-
-const libyuv::YuvConstants& constantsFor(YCbCrColour colour) {
-  if (colour.matrix == YCbCrColour::Matrix::kBT709)
-    return colour.isFullRange ? libyuv::kYuvF709Constants : libyuv::kYuvH709Constants;
-  return colour.isFullRange ? libyuv::kYuvJPEGConstants : libyuv::kYuvI601Constants;
 }
 
 /// A layout's planes: bytes for each step of pixels across, and rows for each step down.
@@ -99,19 +95,30 @@ void completeLastColumn(const PicturePlanes& packed, const PicturePlanes& planar
 }
 
 bool convert2vuy(const PicturePlanes& picture, uint8_t* to, int rowBytes) {
-  const PixelPlane& plane = picture.planes[0];
-  if (picture.colour == YCbCrColour{} && !lacksLastSample(picture)) {
-    libyuv::UYVYToARGB(plane.data, stride(plane), to, rowBytes, picture.width, picture.height);
+  const auto toRow = static_cast<size_t>(rowBytes);
+  if (!lacksLastSample(picture) &&
+      convert2vuyDirectly(picture.planes[0], to, toRow, constantsFor(picture.colour), picture.width, picture.height))
     return true;
-  }
   ScratchMemory scratch;
   for (int32_t y = 0; y < picture.height; y += kStripRows) {
     const PicturePlanes strip = partOf(picture, {0, y, picture.width, std::min(kStripRows, picture.height - y)});
     const PicturePlanes planar = planarFrom2vuy(strip, scratch);
     if (planar.width == 0) return false;
-    convertPicture(planar, PixelOrder::kBGRA, to + static_cast<ptrdiff_t>(y) * rowBytes, static_cast<size_t>(rowBytes));
+    convertPicture(planar, PixelOrder::kBGRA, to + static_cast<size_t>(y) * toRow, toRow);
   }
   return true;
+}
+
+/// Cb and Cr as planes of their own; Y stays where it is. libyuv can scale them in turn as well, but
+/// rounds each sample down by up to two levels then.
+PicturePlanes planarFromBiPlanar(const PicturePlanes& picture, ScratchMemory& scratch) {
+  PicturePlanes planar = planesIn(scratch, picture.width, picture.height, kCVPixelFormat_420Planar, picture.colour);
+  if (planar.width == 0) return {};
+  planar.planes[0] = picture.planes[0];
+  const auto& [y, u, v] = planar.planes;
+  libyuv::SplitUVPlane(picture.planes[1].data, stride(picture.planes[1]), writable(u), stride(u), writable(v),
+                       stride(v), halved(picture.width), halved(picture.height));
+  return planar;
 }
 
 PixelOrder orderOf(uint32_t pixelFormat) {
@@ -201,8 +208,10 @@ PicturePlanes planarFrom2vuy(const PicturePlanes& picture, ScratchMemory& scratc
 }
 
 PicturePlanes scaledPicture(const PicturePlanes& picture, int32_t width, int32_t height, ScalingScratch& scratch) {
-  if (picture.pixelFormat == kCMPixelFormat_422YpCbCr8) {
-    const PicturePlanes planar = planarFrom2vuy(picture, scratch.unpacked);
+  if (picture.pixelFormat == kCMPixelFormat_422YpCbCr8 || picture.pixelFormat == kCVPixelFormat_420BiPlanar) {
+    const PicturePlanes planar = picture.pixelFormat == kCMPixelFormat_422YpCbCr8
+                                     ? planarFrom2vuy(picture, scratch.unpacked)
+                                     : planarFromBiPlanar(picture, scratch.unpacked);
     return planar.width == 0 ? planar : scaledPicture(planar, width, height, scratch);
   }
   const PicturePlanes scaled = planesIn(scratch.scaled, width, height, picture.pixelFormat, picture.colour);
@@ -225,10 +234,6 @@ PicturePlanes scaledPicture(const PicturePlanes& picture, int32_t width, int32_t
       break;
     case kCVPixelFormat_444Planar:
       scalePlanar(libyuv::I444Scale);
-      break;
-    case kCVPixelFormat_420BiPlanar:
-      libyuv::NV12Scale(from[0].data, stride(from[0]), from[1].data, stride(from[1]), picture.width, picture.height,
-                        writable(to[0]), stride(to[0]), writable(to[1]), stride(to[1]), width, height, filter);
       break;
     case kCVPixelFormat_Gray:
       libyuv::ScalePlane(from[0].data, stride(from[0]), picture.width, picture.height, writable(to[0]), stride(to[0]),
