@@ -7,6 +7,7 @@ set(VESK_PUBLIC_HEADERS
     catalogue/xml_reader.h
     decoding/icm_decoder.h
     devices/audio_device.h
+    devices/camera_controls.h
     devices/device_info.h
     devices/device_manager.h
     devices/video_device.h

@@ -242,8 +242,8 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   /// Waits until no nudge is waiting or running. Not from a log sink: nudges log.
   void waitForNudges() VESK_EXCLUDES(mNudgeMutex);
   /// Sends the head back to its middle, in six attempts at most, 0.1 s each, during which the calling
-  /// thread's run loop is served.
-  void resetPanTiltRel();
+  /// thread's run loop is served. @return the capture library's last answer, 0 when the head went.
+  int32_t resetPanTiltRel();
   /// Whether the head is to be moved by nudges: it takes relative moves, and no position.
   bool isPTZRelativeSupported() const;
 

@@ -92,14 +92,15 @@ void VeskVideoDevice::waitForNudges() {
   while (mNudges > 0) mNudgesDone.wait(mNudgeMutex);
 }
 
-void VeskVideoDevice::resetPanTiltRel() {
+int32_t VeskVideoDevice::resetPanTiltRel() {
   const uint8_t value = capture::kResetPanAndTilt;
-  for (int attempt = 0; attempt < kResetAttempts; ++attempt) {
-    const int32_t status = setProperty(capture::kRelativeMotionSet, capture::kMotionReset, {&value, 1});
+  int32_t status = kVCIFailed;
+  for (int attempt = 0; attempt < kResetAttempts && status != kVCISuccess; ++attempt) {
+    status = setProperty(capture::kRelativeMotionSet, capture::kMotionReset, {&value, 1});
     NSLog("resetPanTiltRel Result " + std::to_string(status));
     NSRunLoop::currentRunLoop()->runUntilDate(std::chrono::steady_clock::now() + kResetWait);
-    if (status == kVCISuccess) return;
   }
+  return status;
 }
 
 bool VeskVideoDevice::isPTZRelativeSupported() const {

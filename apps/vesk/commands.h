@@ -56,6 +56,26 @@ struct RecoverOptions {
   std::string file;
 };
 
+struct ControlsOptions {
+  enum class Action { kList, kGet, kSet, kReset, kSave, kLoad };
+
+  Action action = Action::kList;
+  std::string camera;
+  std::string name;   ///< of the control; of a reset empty for all
+  std::string value;  ///< a number, "on", "off", "default" or "auto"
+  std::string file;
+};
+
+struct NudgeOptions {
+  std::string direction;  ///< "left", "right", "up", "down" or "reset"
+  std::string camera;
+  int times = 1;
+};
+
+struct InfoOptions {
+  std::string camera;
+};
+
 struct ResolutionsOptions {
   std::string file;
   std::string product;  ///< in hexadecimal digits
@@ -74,6 +94,9 @@ int runSnapshot(const GlobalOptions& global, const SnapshotOptions& options);
 int runPreview(const GlobalOptions& global, const PreviewOptions& options);
 int runMeter(const GlobalOptions& global, const MeterOptions& options);
 int runRecover(const GlobalOptions& global, const RecoverOptions& options);
+int runControls(const GlobalOptions& global, const ControlsOptions& options);
+int runNudge(const GlobalOptions& global, const NudgeOptions& options);
+int runInfo(const GlobalOptions& global, const InfoOptions& options);
 int runResolutions(const GlobalOptions& global, const ResolutionsOptions& options);
 
 }  // namespace vesk::program

@@ -22,13 +22,17 @@ std::atomic<bool> gProgressOnScreen{false};
 bool gVerbose = false;
 
 /// Lines that tell of an ordinary course of things.
-constexpr std::array<std::string_view, 7> kRoutine = {"Starting writing [",
-                                                      "Finished writing [",
-                                                      "Dealloc AVDevice ",
-                                                      "Samples are being discarded!!!",
-                                                      "IsRunning ",
-                                                      "Accepts First ",
-                                                      "("};  // the last: a meter's inputs
+constexpr std::array<std::string_view, 11> kRoutine = {"Starting writing [",
+                                                       "Finished writing [",
+                                                       "Dealloc AVDevice ",
+                                                       "Samples are being discarded!!!",
+                                                       "IsRunning ",
+                                                       "Accepts First ",
+                                                       "(",
+                                                       "item ",
+                                                       "panRelative",
+                                                       "tiltRelative",
+                                                       "resetPanTiltRel Result 0"};  // the last: a meter's inputs
 
 bool isRoutine(std::string_view line) {
   for (const std::string_view start : kRoutine)

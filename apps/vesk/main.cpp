@@ -27,6 +27,31 @@ constexpr const char* kExamples =
     "Exit status: 0 done, 1 failed, 2 wrong use, 3 no such device, 4 device busy or refused.\n"
     "\"vesk COMMAND --help\" tells more about a command.";
 
+CLI::App* addControls(CLI::App& app, ControlsOptions& options) {
+  using Action = ControlsOptions::Action;
+  CLI::App* const command = app.add_subcommand("controls", "Read and set a camera's image, lens and motion controls");
+  command->add_option("--camera", options.camera, "Index, path or a unique part of the name (default: the first)");
+  command->require_subcommand(0, 1);
+  const auto add = [&](const char* name, const char* about, Action action) {
+    CLI::App* const added = command->add_subcommand(name, about);
+    added->callback([&options, action] { options.action = action; });
+    return added;
+  };
+  add("list", "Show all controls with their ranges (what \"controls\" alone does)", Action::kList);
+  add("get", "Show one control", Action::kGet)->add_option("NAME", options.name)->required();
+  CLI::App* const set = add("set", "Set a control", Action::kSet);
+  set->add_option("NAME", options.name)->required();
+  set->add_option("VALUE", options.value, "A number, on, off, default, or auto to leave it to the camera")->required();
+  add("reset", "Set one control, or all, to the defaults", Action::kReset)->add_option("NAME", options.name);
+  add("save", "Keep all settings in a file", Action::kSave)
+      ->add_option("FILE", options.file, "A property list when the name ends in .plist, else JSON")
+      ->required();
+  add("load", "Apply kept settings to the camera they are of", Action::kLoad)
+      ->add_option("FILE", options.file)
+      ->required();
+  return command;
+}
+
 int parseAndRun(int argc, char** argv) {
   CLI::App app{kAbout, "vesk"};
   app.footer(kExamples);
@@ -117,6 +142,22 @@ int parseAndRun(int argc, char** argv) {
       ->required();
   recoverCommand->footer("Nothing recorded is removed: a movie that is whole already is left as it is.");
 
+  ControlsOptions controls;
+  CLI::App* const controlsCommand = addControls(app, controls);
+
+  NudgeOptions nudge;
+  CLI::App* const nudgeCommand = app.add_subcommand("nudge", "Move a motorised camera head a little");
+  nudgeCommand->add_option("DIRECTION", nudge.direction, "left, right, up, down, or reset: back to the middle")
+      ->required()
+      ->check(CLI::IsMember({"left", "right", "up", "down", "reset"}));
+  nudgeCommand->add_option("--times", nudge.times, "How often (default: once)")->check(CLI::Range(1, 1000));
+  nudgeCommand->add_option("--camera", nudge.camera,
+                           "Index, path or a unique part of the name (default: the first that can be nudged)");
+
+  InfoOptions info;
+  CLI::App* const infoCommand = app.add_subcommand("info", "Tell what a camera says of itself");
+  infoCommand->add_option("--camera", info.camera, "Index, path or a unique part of the name (default: the first)");
+
   ResolutionsOptions resolutions;
   CLI::App* const resolutionsCommand = app.add_subcommand("resolutions", "Look a product up in a resolution catalogue");
   resolutionsCommand->add_option("FILE", resolutions.file, "The catalogue, an XML file")->required();
@@ -136,6 +177,9 @@ int parseAndRun(int argc, char** argv) {
     if (devicesCommand->parsed()) return runDevices(global, devices);
     if (formatsCommand->parsed()) return runFormats(global, formats);
     if (recordCommand->parsed()) return runRecord(global, record);
+    if (controlsCommand->parsed()) return runControls(global, controls);
+    if (nudgeCommand->parsed()) return runNudge(global, nudge);
+    if (infoCommand->parsed()) return runInfo(global, info);
     if (resolutionsCommand->parsed()) return runResolutions(global, resolutions);
     if (snapshotCommand->parsed()) return runSnapshot(global, snapshot);
     if (previewCommand->parsed()) return runPreview(global, preview);

@@ -159,7 +159,7 @@ TEST_F(Motion, ResettingTheHeadTriesSixTimesAndServesTheRunLoop) {
   bool wasServed = false;
   DispatchQueue::mainQueue()->async([&] { wasServed = true; });
   const auto before = std::chrono::steady_clock::now();
-  device->resetPanTiltRel();
+  EXPECT_EQ(device->resetPanTiltRel(), 1);
   EXPECT_GE(std::chrono::steady_clock::now() - before, 600ms);
   EXPECT_TRUE(wasServed);
   EXPECT_EQ(logged(), std::vector<std::string>(6, "resetPanTiltRel Result 1"));
@@ -170,7 +170,7 @@ TEST_F(Motion, ResettingTheHeadTriesSixTimesAndServesTheRunLoop) {
   }
 
   writeStatus = 0;
-  device->resetPanTiltRel();
+  EXPECT_EQ(device->resetPanTiltRel(), 0);
   EXPECT_EQ(camera->propertyCalls().size(), 7U);
   EXPECT_EQ(logged().back(), "resetPanTiltRel Result 0");
 }

@@ -1,0 +1,348 @@
+#include <fmt/core.h>
+#include <fmt/ranges.h>
+
+#include <algorithm>
+#include <charconv>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <vector>
+
+#include "apps/vesk/choices.h"
+#include "apps/vesk/commands.h"
+#include "apps/vesk/control_settings.h"
+#include "apps/vesk/host.h"
+#include "capture/vci.h"
+#include "devices/video_device.h"
+
+namespace vesk::program {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+/// A control as a camera has it.
+struct ControlState {
+  const CameraControl& control;
+  std::optional<int64_t> minimum;  ///< with the maximum; none when nobody tells the range
+  std::optional<int64_t> maximum;
+  int64_t current = 0;
+  std::optional<int64_t> initial;
+  std::optional<bool> isAutomatic;  ///< whether the camera sets it itself; none when it has no such mode
+
+  bool takes(int64_t value) const { return !minimum || (value >= *minimum && value <= *maximum); }
+};
+
+/// What becomes of settings that are applied together.
+struct Outcome {
+  std::vector<std::string> applied;
+  std::vector<std::pair<std::string, std::string>> refused;  ///< name and reason
+};
+
+/// A control of a camera; none when the camera does not have it.
+std::optional<ControlState> stateOf(const VeskVideoDevice& camera, const CameraControl& control) {
+  const auto current = camera.readControl(control, ControlRequest::kCurrent);
+  if (!current) return std::nullopt;
+  ControlState state{control, {}, {}, *current, camera.readControl(control, ControlRequest::kDefault), {}};
+  if (!control.isSwitch()) {
+    state.minimum = camera.readControl(control, ControlRequest::kMinimum);
+    state.maximum = camera.readControl(control, ControlRequest::kMaximum);
+    if (control.id == ControlID::kZoom) state.maximum = camera.getZoomMax();  // which knows some products better
+  }
+  if (!state.minimum || !state.maximum) {
+    const bool isKnown = control.least < control.most;
+    state.minimum = isKnown ? std::optional<int64_t>(control.least) : std::nullopt;
+    state.maximum = isKnown ? std::optional<int64_t>(control.most) : std::nullopt;
+  }
+  if (control.automatic) {
+    const auto mode = camera.readControl(cameraControl(*control.automatic), ControlRequest::kCurrent);
+    if (mode) state.isAutomatic = *mode == 1;
+  }
+  return state;
+}
+
+std::vector<ControlState> statesOf(const VeskVideoDevice& camera) {
+  std::vector<ControlState> states;
+  for (const CameraControl& control : cameraControls())
+    if (auto state = stateOf(camera, control)) states.push_back(*state);
+  return states;
+}
+
+bool isAutomaticMode(const CameraControl& control) {
+  const auto all = cameraControls();
+  return std::any_of(all.begin(), all.end(), [&](const CameraControl& each) { return each.automatic == control.id; });
+}
+
+const CameraControl& controlNamed(const std::string& name) {
+  if (const CameraControl* const control = cameraControlNamed(name)) return *control;
+  std::vector<std::string_view> names;
+  for (const CameraControl& each : cameraControls()) names.push_back(each.name);
+  throw Failure(kWrongUse, fmt::format("there is no control \"{}\".", name),
+                fmt::format("Controls are: {}.", fmt::join(names, ", ")));
+}
+
+ControlState requiredState(const VeskVideoDevice& camera, const CameraControl& control) {
+  if (auto state = stateOf(camera, control)) return *state;
+  throw Failure(kFailed, fmt::format("\"{}\" has no {}.", nameOf(*camera.deviceInfo()), control.name),
+                "\"vesk controls list\" shows what it has.");
+}
+
+std::string rangeText(const ControlState& state) {
+  return state.minimum ? fmt::format("{} to {}", *state.minimum, *state.maximum) : "?";
+}
+
+Json describe(const ControlState& state) {
+  const auto orNull = [](const auto& value) { return value ? Json(*value) : Json(nullptr); };
+  return {{"name", state.control.name}, {"min", orNull(state.minimum)},     {"max", orNull(state.maximum)},
+          {"current", state.current},   {"default", orNull(state.initial)}, {"auto", orNull(state.isAutomatic)},
+          {"unit", state.control.unit}};
+}
+
+std::string currentText(const ControlState& state) {
+  if (state.control.isSwitch()) return state.current != 0 ? "on" : "off";
+  return fmt::format("{}{}", state.current, state.isAutomatic.value_or(false) ? " (auto)" : "");
+}
+
+void printTable(const std::vector<ControlState>& states) {
+  if (states.empty()) {
+    fmt::print("This camera has no controls.\n");
+    return;
+  }
+  std::vector<std::vector<std::string>> rows = {{"control", "current", "range", "default", "unit"}};
+  for (const ControlState& state : states)
+    rows.push_back({std::string(state.control.name), currentText(state),
+                    state.control.isSwitch() ? "off, on" : rangeText(state),
+                    !state.initial             ? "?"
+                    : state.control.isSwitch() ? (*state.initial != 0 ? "on" : "off")
+                                               : std::to_string(*state.initial),
+                    std::string(state.control.unit)});
+  std::vector<size_t> widths(rows.front().size());
+  for (const auto& row : rows)
+    for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
+  for (const auto& row : rows) {
+    std::string line;
+    for (size_t i = 0; i + 1 < row.size(); ++i) line += fmt::format("{:<{}}  ", row[i], widths[i]);
+    line += row.back();
+    fmt::print("{}\n", line.substr(0, line.find_last_not_of(' ') + 1));
+  }
+}
+
+void tell(const GlobalOptions& global, const std::vector<ControlState>& states) {
+  if (!global.json) {
+    printTable(states);
+    return;
+  }
+  Json list = Json::array();
+  for (const ControlState& state : states) list.push_back(describe(state));
+  printJson({{"controls", list}});
+}
+
+/// The number that `text` asks a control for.
+int64_t readValue(const ControlState& state, const std::string& text) {
+  if (text == "default") {
+    if (state.initial) return *state.initial;
+    throw Failure(kFailed, fmt::format("the camera does not tell the default of {}.", state.control.name),
+                  "Give a number.");
+  }
+  if (state.control.isSwitch()) {
+    if (text == "on" || text == "1" || text == "yes" || text == "true") return 1;
+    if (text == "off" || text == "0" || text == "no" || text == "false") return 0;
+    throw Failure(kWrongUse, fmt::format("\"{}\" is no value of {}.", text, state.control.name), "Write on or off.");
+  }
+  int64_t value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  if (error != std::errc() || end != text.data() + text.size())
+    throw Failure(kWrongUse, fmt::format("\"{}\" is no value of {}.", text, state.control.name),
+                  fmt::format("Write a whole number, {}{}.", rangeText(state),
+                              state.control.automatic ? ", \"default\" or \"auto\"" : " or \"default\""));
+  if (!state.takes(value))
+    throw Failure(kWrongUse, fmt::format("{} is out of the range of {}.", value, state.control.name),
+                  fmt::format("Write a number from {}.", rangeText(state)));
+  return value;
+}
+
+/// Why a camera did not take a value.
+std::string reasonOf(int32_t status, const ControlState& state) {
+  if (status == kVCIPropertyNotSupported) return "the camera does not have it";
+  if (state.isAutomatic.value_or(false)) return fmt::format("{} is on", cameraControl(*state.control.automatic).name);
+  return fmt::format("the camera refused {}", status == kVCIInvalidArgument ? "the value" : "it");
+}
+
+class Controls {
+ public:
+  Controls(const GlobalOptions& global, const ControlsOptions& options)
+      : mGlobal(global), mOptions(options), mHost(global) {}
+
+  int run() {
+    switch (mOptions.action) {
+      case ControlsOptions::Action::kList:
+        open(chooseCamera(mOptions.camera));
+        tell(mGlobal, statesOf(*mCamera));
+        break;
+      case ControlsOptions::Action::kGet:
+        open(chooseCamera(mOptions.camera));
+        get();
+        break;
+      case ControlsOptions::Action::kSet:
+        set();
+        break;
+      case ControlsOptions::Action::kReset:
+        return reset();
+      case ControlsOptions::Action::kSave:
+        save();
+        break;
+      case ControlsOptions::Action::kLoad:
+        return load();
+    }
+    return kDone;
+  }
+
+ private:
+  void open(std::shared_ptr<VeskVideoDevice> camera) {
+    mCamera = std::move(camera);
+    openDevice(*mCamera);
+  }
+
+  void get() {
+    const ControlState state = requiredState(*mCamera, controlNamed(mOptions.name));
+    if (mGlobal.json)
+      tell(mGlobal, {state});
+    else
+      fmt::print("{}\n", state.control.isSwitch() ? currentText(state) : std::to_string(state.current));
+  }
+
+  void set() {
+    const CameraControl& named = controlNamed(mOptions.name);
+    open(chooseCamera(mOptions.camera));
+    const bool isAuto = mOptions.value == "auto" && named.automatic;
+    const CameraControl& control = isAuto ? cameraControl(*named.automatic) : named;
+    const ControlState before = requiredState(*mCamera, control);
+    write(before, isAuto ? 1 : readValue(before, mOptions.value));
+  }
+
+  void write(const ControlState& before, int64_t value) {
+    const std::string name(before.control.name);
+    if (const int32_t status = mCamera->writeControl(before.control, value)) {
+      const bool isRuled = before.isAutomatic.value_or(false);
+      throw Failure(kBusy, fmt::format("{} was not set: {}.", name, reasonOf(status, before)),
+                    isRuled ? fmt::format("Turn it off first: vesk controls set {} off.",
+                                          cameraControl(*before.control.automatic).name)
+                            : "\"vesk controls list\" shows what it takes.");
+    }
+    const ControlState after = stateOf(*mCamera, before.control).value_or(before);
+    if (after.current != value && !after.control.isMomentary())
+      fmt::print(stderr, "vesk: the camera made {} of it.\n", after.current);
+    tell(mGlobal, {after});
+  }
+
+  int reset() {
+    if (!mOptions.name.empty()) {
+      const CameraControl& control = controlNamed(mOptions.name);
+      open(chooseCamera(mOptions.camera));
+      const ControlState state = requiredState(*mCamera, control);
+      write(state, readValue(state, "default"));
+      return kDone;
+    }
+    open(chooseCamera(mOptions.camera));
+    std::map<std::string, int64_t> values;
+    for (const ControlState& state : statesOf(*mCamera))
+      if (state.initial && !state.control.isMomentary()) values[std::string(state.control.name)] = *state.initial;
+    return finish(apply(values));
+  }
+
+  void save() {
+    open(chooseCamera(mOptions.camera));
+    const VeskDeviceInfo& info = *mCamera->deviceInfo();
+    ControlSettings settings{nameOf(info), info.path().value_or(""), info.vendorID(), info.productID(), {}};
+    for (const ControlState& state : statesOf(*mCamera))
+      if (!state.control.isMomentary()) settings.values[std::string(state.control.name)] = state.current;
+    saveSettings(mOptions.file, settings);
+    if (mGlobal.json)
+      printJson({{"file", mOptions.file}, {"settings", settings.values.size()}});
+    else
+      fmt::print("{}: {} settings of {}\n", mOptions.file, settings.values.size(), settings.cameraName);
+  }
+
+  int load() {
+    const ControlSettings settings = loadSettings(mOptions.file);
+    open(mOptions.camera.empty() ? cameraOf(settings) : chooseCamera(mOptions.camera));
+    return finish(apply(settings.values));
+  }
+
+  /// The camera that settings were saved from; plugged in elsewhere it has another path.
+  std::shared_ptr<VeskVideoDevice> cameraOf(const ControlSettings& settings) {
+    VeskDeviceList same;
+    for (const auto& record : *VeskVideoDevice::getVideoDeviceList()) {
+      if (record->vendorID() != settings.vendorID || record->productID() != settings.productID) continue;
+      if (record->path() == settings.cameraPath) return VeskVideoDevice::initWithDeviceInfo(record);
+      same.push_back(record);
+    }
+    if (same.size() == 1) return VeskVideoDevice::initWithDeviceInfo(same.front());
+    const std::string camera =
+        fmt::format("\"{}\" ({:04x}:{:04x})", settings.cameraName, settings.vendorID, settings.productID);
+    if (same.empty())
+      throw Failure(kNoSuchDevice, fmt::format("the settings are of {}, which is not attached.", camera),
+                    "Plug it in, or name another camera with --camera.");
+    throw Failure(
+        kNoSuchDevice,
+        fmt::format("the settings are of {}, and {} such cameras are attached, all elsewhere.", camera, same.size()),
+        "Name one with --camera.");
+  }
+
+  /// Sets many controls. Automatic modes go off before the controls that they rule are set, and on after
+  /// that; what a mode rules that is to be on is left to it.
+  Outcome apply(const std::map<std::string, int64_t>& values) {
+    Outcome outcome;
+    const auto applyAll = [&](auto isTurn) {
+      for (const auto& [name, value] : values) {
+        const CameraControl* const control = cameraControlNamed(name);
+        const bool isMode = control && isAutomaticMode(*control);
+        if (isTurn(isMode, value)) applyOne(values, name, control, value, outcome);
+      }
+    };
+    applyAll([](bool isMode, int64_t value) { return isMode && value == 0; });
+    applyAll([](bool isMode, int64_t) { return !isMode; });
+    applyAll([](bool isMode, int64_t value) { return isMode && value != 0; });
+    return outcome;
+  }
+
+  void applyOne(const std::map<std::string, int64_t>& values, const std::string& name, const CameraControl* control,
+                int64_t value, Outcome& outcome) {
+    const auto refuse = [&](const std::string& reason) { outcome.refused.emplace_back(name, reason); };
+    if (!control || control->isMomentary()) return refuse("there is no such setting");
+    const auto state = stateOf(*mCamera, *control);
+    if (!state) return refuse("the camera does not have it");
+    if (!state->takes(value)) return refuse(fmt::format("{} is out of its range, {}", value, rangeText(*state)));
+    if (state->isAutomatic.value_or(false)) {
+      const auto mode = values.find(std::string(cameraControl(*control->automatic).name));
+      if (mode != values.end() && mode->second != 0) return;
+    }
+    if (const int32_t status = mCamera->writeControl(*control, value)) return refuse(reasonOf(status, *state));
+    outcome.applied.push_back(name);
+  }
+
+  int finish(const Outcome& outcome) const {
+    if (mGlobal.json) {
+      Json refused = Json::array();
+      for (const auto& [name, reason] : outcome.refused) refused.push_back({{"name", name}, {"reason", reason}});
+      printJson({{"camera", nameOf(*mCamera->deviceInfo())}, {"applied", outcome.applied}, {"notApplied", refused}});
+    } else {
+      fmt::print("{}: {} settings applied\n", nameOf(*mCamera->deviceInfo()), outcome.applied.size());
+    }
+    for (const auto& [name, reason] : outcome.refused)
+      fmt::print(stderr, "vesk: {} was not applied: {}.\n", name, reason);
+    return outcome.refused.empty() ? kDone : kFailed;
+  }
+
+  const GlobalOptions& mGlobal;
+  const ControlsOptions& mOptions;
+  const Host mHost;
+  std::shared_ptr<VeskVideoDevice> mCamera;
+};
+
+}  // namespace
+
+int runControls(const GlobalOptions& global, const ControlsOptions& options) {
+  return Controls(global, options).run();
+}
+
+}  // namespace vesk::program

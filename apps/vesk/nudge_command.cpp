@@ -1,0 +1,61 @@
+#include <fmt/core.h>
+
+#include <nlohmann/json.hpp>
+
+#include "apps/vesk/choices.h"
+#include "apps/vesk/commands.h"
+#include "apps/vesk/host.h"
+#include "devices/video_device.h"
+
+namespace vesk::program {
+namespace {
+
+struct Direction {
+  const char* name;
+  void (VeskVideoDevice::*move)();
+};
+constexpr Direction kDirections[] = {{"left", &VeskVideoDevice::panRelativeLeft},
+                                     {"right", &VeskVideoDevice::panRelativeRight},
+                                     {"up", &VeskVideoDevice::tiltRelativeUp},
+                                     {"down", &VeskVideoDevice::tiltRelativeDown}};
+
+/// An open camera whose head is nudged: the one asked for, or the first that has one.
+std::shared_ptr<VeskVideoDevice> chooseHead(const std::string& text) {
+  std::shared_ptr<VeskVideoDevice> camera = chooseCamera(text);
+  openDevice(*camera);
+  if (camera->isPTZRelativeSupported()) return camera;
+  const Failure failure(kFailed, fmt::format("\"{}\" has no head that can be nudged.", nameOf(*camera->deviceInfo())),
+                        camera->getPanCur() ? "Its head is sent to positions: vesk controls set pan 36000."
+                                            : "Name a camera that has one with --camera.");
+  if (!text.empty()) throw failure;
+  for (const auto& record : *VeskVideoDevice::getVideoDeviceList()) {
+    const auto other = VeskVideoDevice::initWithDeviceInfo(record);
+    if (other->openDevice() == 0 && other->isPTZRelativeSupported()) return other;
+  }
+  throw failure;
+}
+
+}  // namespace
+
+int runNudge(const GlobalOptions& global, const NudgeOptions& options) {
+  const Host host(global);
+  const auto camera = chooseHead(options.camera);
+  const std::string name = nameOf(*camera->deviceInfo());
+  if (options.direction == "reset") {
+    if (camera->resetPanTiltRel() != 0)
+      throw Failure(kBusy, fmt::format("the head of \"{}\" did not go back to its middle.", name),
+                    "Wait until it stands still and try again.");
+  } else {
+    for (const Direction& direction : kDirections)
+      for (int i = 0; options.direction == direction.name && i < options.times; ++i) (*camera.*direction.move)();
+    camera->waitForNudges();
+  }
+  const int times = options.direction == "reset" ? 1 : options.times;
+  if (global.json)
+    printJson({{"camera", name}, {"direction", options.direction}, {"times", times}});
+  else
+    fmt::print("{}: {}{}\n", name, options.direction, times > 1 ? fmt::format(", {} times", times) : "");
+  return kDone;
+}
+
+}  // namespace vesk::program
