@@ -26,13 +26,13 @@ constexpr std::array<std::string_view, 11> kRoutine = {"Starting writing [",
                                                        "Finished writing [",
                                                        "Dealloc AVDevice ",
                                                        "Samples are being discarded!!!",
-                                                       "IsRunning ",
-                                                       "Accepts First ",
-                                                       "(",
                                                        "item ",
                                                        "panRelative",
                                                        "tiltRelative",
-                                                       "resetPanTiltRel Result 0"};  // the last: a meter's inputs
+                                                       "resetPanTiltRel Result 0",
+                                                       "IsRunning ",
+                                                       "Accepts First ",
+                                                       "("};  // the last: a meter's inputs
 
 bool isRoutine(std::string_view line) {
   for (const std::string_view start : kRoutine)
