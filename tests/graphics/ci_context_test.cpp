@@ -182,6 +182,7 @@ TEST_F(CIContextTest, DrawsNothingElsewhere) {
   test::OffscreenHost other({96, 64});
   const auto otherContext = NSOpenGLContext::initWithWindow(other);
   otherContext->makeCurrentContext();
+  glClear(GL_COLOR_BUFFER_BIT);
   ci->drawImage(image, CGPoint{0, 0}, image->extent());
   EXPECT_TRUE(isNear(colourAt(*shown(), 5, 5), {}, 0)) << "drawn into a context that is not its own";
   ci.reset();

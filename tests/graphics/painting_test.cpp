@@ -10,6 +10,7 @@
 #include "platform/graphics/bitmap_image_rep.h"
 #include "platform/graphics/graphics_context.h"
 #include "platform/graphics/image.h"
+#include "tests/support/font_caches.h"
 
 namespace vesk {
 namespace {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "platform/foundation/log.h"
+#include "tests/support/font_caches.h"
 #include "tests/support/offscreen_host.h"
 #include "tests/support/pictures.h"
 
