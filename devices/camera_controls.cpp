@@ -52,10 +52,10 @@ constexpr CameraControl kControls[] = {
      "1 shows the picture as a mirror would", 0, 1},
     {ID::kRelativeZoom, "relativeZoom", kCameraControlSet, kRelativeZoom, 4, kSigned32, kAlone, "", kNone,
      "zooms in above 0 and out below", 0, 0},
-    {ID::kRelativePan, "relativePan", kRelativeMotionSet, kMotionPanTilt, 4, kSigned16, kFirstOfMove, "1/64 degree", kNone,
-     "turns the head from where it is, to the right above 0", 0, 0},
-    {ID::kRelativeTilt, "relativeTilt", kRelativeMotionSet, kMotionPanTilt, 4, kSigned16, kSecondOfMove, "1/64 degree", kNone,
-     "turns the head from where it is, up above 0", 0, 0},
+    {ID::kRelativePan, "relativePan", kRelativeMotionSet, kMotionPanTilt, 4, kSigned16, kFirstOfMove, "", kNone,
+     "turns the head sideways from where it is; the steps are the camera's own", 0, 0},
+    {ID::kRelativeTilt, "relativeTilt", kRelativeMotionSet, kMotionPanTilt, 4, kSigned16, kSecondOfMove, "", kNone,
+     "turns the head up or down from where it is; the steps are the camera's own", 0, 0},
 };
 // clang-format on
 

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -43,7 +44,7 @@ struct Motion : DeviceTest {
     setStandardOutput(stream);
     camera = source->attachCamera("/dev/head");
     camera->answerProperty = [this](const PropertyCall& call, std::span<uint8_t> value) {
-      if (call.isWrite) return writeStatus;
+      if (call.isWrite) return writeStatus.load();
       const auto found = answers.find({call.set, call.number});
       if (found == answers.end()) return 14;
       std::copy_n(found->second.begin(), std::min(found->second.size(), value.size()), value.begin());
@@ -93,7 +94,7 @@ struct Motion : DeviceTest {
   char* text = nullptr;
   size_t length = 0;
   std::FILE* stream = open_memstream(&text, &length);
-  int32_t writeStatus = 0;
+  std::atomic<int32_t> writeStatus = 0;  // read on the queue's thread too
   std::map<std::pair<capture::PropertySetIdentifier, uint32_t>, Bytes> answers;
   std::shared_ptr<FakeDevice> camera;
   std::shared_ptr<VeskVideoDevice> device;
