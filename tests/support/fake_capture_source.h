@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -48,11 +49,11 @@ class FakeDevice {
   std::vector<capture::VideoParameters> videoParameters;
   std::vector<capture::WaveFormat> waveParameters;
   std::vector<uint32_t> substreams;  ///< of every start, whatever it answered
-  int opened = 0;
-  int closed = 0;
-  int started = 0;
-  int stopped = 0;
-  int formatsAsked = 0;
+  std::atomic<int> opened = 0;
+  std::atomic<int> closed = 0;
+  std::atomic<int> started = 0;
+  std::atomic<int> stopped = 0;
+  std::atomic<int> formatsAsked = 0;
 
   /// Answers property calls, with the library's status; a reading call fills `value`. Without it the
   /// device has no properties. Called on the thread that asks.
