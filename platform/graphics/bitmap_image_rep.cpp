@@ -3,7 +3,7 @@
 #include <cairo.h>
 #include <gdk-pixbuf/gdk-pixbuf.h>
 
-#include <cmath>
+#include <algorithm>
 #include <new>
 
 #include "platform/graphics/cairo_handles.h"
@@ -42,8 +42,9 @@ std::vector<uint8_t> encodePNG(const CGImage& image) {
   return {bytes, bytes + size};
 }
 
-/// RGBA from a part of a Cairo image, whose pixels are 32-bit words with alpha highest.
-CGImageRef copyOf(cairo_surface_t* surface, PixelBox box) {
+/// RGBA from a part of a Cairo image, whose pixels are 32-bit words with alpha highest. Null when
+/// memory is short.
+CGImageRef copyOf(cairo_surface_t* surface, PixelBox box) try {
   cairo_surface_flush(surface);
   const uint8_t* const data = cairo_image_surface_get_data(surface);
   const auto stride = static_cast<size_t>(cairo_image_surface_get_stride(surface));
@@ -59,6 +60,8 @@ CGImageRef copyOf(cairo_surface_t* surface, PixelBox box) {
     }
   }
   return CGImage::create(box.width, box.height, std::move(pixels));
+} catch (const std::bad_alloc&) {
+  return nullptr;
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <epoxy/gl.h>
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace vesk {
@@ -12,8 +13,14 @@ NSRect scaled(NSRect rect, float scale) {
   return {rect.x * scale, rect.y * scale, rect.width * scale, rect.height * scale};
 }
 
-/// The picture in the surface that is drawn to; GL's first row is the lowest one.
-CGImageRef readSurface(int32_t width, int32_t height) {
+void turnOver(std::vector<uint8_t>& pixels, size_t rowBytes) {
+  const auto row = [&](size_t y) { return pixels.begin() + static_cast<ptrdiff_t>(y * rowBytes); };
+  for (size_t low = 0, high = pixels.size() / rowBytes - 1; low < high; ++low, --high)
+    std::swap_ranges(row(low), row(low + 1), row(high));
+}
+
+/// The picture in the surface that is drawn to; null when memory is short.
+CGImageRef readSurface(int32_t width, int32_t height) try {
   const size_t rowBytes = static_cast<size_t>(width) * 4;
   std::vector<uint8_t> pixels(rowBytes * static_cast<size_t>(height));
   glPushClientAttrib(GL_CLIENT_PIXEL_STORE_BIT);
@@ -21,13 +28,12 @@ CGImageRef readSurface(int32_t width, int32_t height) {
   glPixelStorei(GL_PACK_ROW_LENGTH, 0);
   glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
   glPopClientAttrib();
-  for (size_t low = 0, high = static_cast<size_t>(height) - 1; low < high; ++low, --high)
-    std::swap_ranges(pixels.begin() + static_cast<ptrdiff_t>(low * rowBytes),
-                     pixels.begin() + static_cast<ptrdiff_t>((low + 1) * rowBytes),
-                     pixels.begin() + static_cast<ptrdiff_t>(high * rowBytes));
+  turnOver(pixels, rowBytes);  // GL's first row is the lowest one
   // A window shows its colours whatever the alpha beside them says.
   for (size_t i = 3; i < pixels.size(); i += 4) pixels[i] = 0xFF;
   return CGImage::create(width, height, std::move(pixels));
+} catch (const std::bad_alloc&) {
+  return nullptr;
 }
 
 }  // namespace

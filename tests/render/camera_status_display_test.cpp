@@ -35,7 +35,7 @@ struct CameraStatusDisplayTest : testing::Test {
     std::vector<uint8_t> bytes;
     for (const Pixel& pixel : pixels) bytes.insert(bytes.end(), pixel.begin(), pixel.end());
     const auto bitmap = NSBitmapImageRep::initWithCGImage(CGImage::create(width, height, bytes));
-    const std::string path = folder.file("status.png");
+    std::string path = folder.file("status.png");
     writeToFileAtomically(path, bitmap->representationUsingType(NSPNGFileType));
     return path;
   }

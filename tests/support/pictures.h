@@ -79,7 +79,9 @@ inline CVPixelBufferRef fieldsPicture(int32_t width, int32_t height, uint32_t fo
   const int32_t middleX = width / 4 * 2;
   const int32_t middleY = height / 4 * 2;
   const auto at = [&](int32_t x, int32_t y) {
-    return colours.at(static_cast<size_t>((x >= middleX ? 1 : 0) + (y >= middleY ? 2 : 0)));
+    const size_t across = x >= middleX ? 1 : 0;
+    const size_t down = y >= middleY ? 2 : 0;
+    return colours.at(across + down);
   };
   const auto memory = std::make_shared<std::array<std::vector<uint8_t>, 3>>();
   CVPixelBuffer::Planes planes;
