@@ -94,6 +94,19 @@ void completeLastColumn(const PicturePlanes& packed, const PicturePlanes& planar
   }
 }
 
+PicturePlanes planarFrom2vuy(const PicturePlanes& picture, ScratchMemory& scratch) {
+  const PicturePlanes planar =
+      planesIn(scratch, picture.width, picture.height, kCVPixelFormat_422Planar, picture.colour);
+  if (planar.width == 0) return {};
+  const auto& [y, u, v] = planar.planes;
+  const int32_t width = lacksLastSample(picture) ? picture.width - 1 : picture.width;
+  if (width > 0)
+    libyuv::UYVYToI422(picture.planes[0].data, stride(picture.planes[0]), writable(y), stride(y), writable(u),
+                       stride(u), writable(v), stride(v), width, picture.height);
+  if (width != picture.width) completeLastColumn(picture, planar);
+  return planar;
+}
+
 bool convert2vuy(const PicturePlanes& picture, uint8_t* to, int rowBytes) {
   const auto toRow = static_cast<size_t>(rowBytes);
   if (!lacksLastSample(picture) &&
@@ -194,38 +207,31 @@ PicturePlanes partOf(const PicturePlanes& picture, PixelBox box) {
   return part;
 }
 
-PicturePlanes planarFrom2vuy(const PicturePlanes& picture, ScratchMemory& scratch) {
-  const PicturePlanes planar =
-      planesIn(scratch, picture.width, picture.height, kCVPixelFormat_422Planar, picture.colour);
-  if (planar.width == 0) return {};
-  const auto& [y, u, v] = planar.planes;
-  const int32_t width = lacksLastSample(picture) ? picture.width - 1 : picture.width;
-  if (width > 0)
-    libyuv::UYVYToI422(picture.planes[0].data, stride(picture.planes[0]), writable(y), stride(y), writable(u),
-                       stride(u), writable(v), stride(v), width, picture.height);
-  if (width != picture.width) completeLastColumn(picture, planar);
-  return planar;
+PicturePlanes planarPicture(const PicturePlanes& picture, ScratchMemory& scratch) {
+  switch (picture.pixelFormat) {
+    case kCMPixelFormat_422YpCbCr8:
+      return planarFrom2vuy(picture, scratch);
+    case kCVPixelFormat_420BiPlanar:
+      return planarFromBiPlanar(picture, scratch);
+    default:
+      return picture;
+  }
 }
 
 PicturePlanes scaledPicture(const PicturePlanes& picture, int32_t width, int32_t height, ScalingScratch& scratch) {
-  if (picture.pixelFormat == kCMPixelFormat_422YpCbCr8 || picture.pixelFormat == kCVPixelFormat_420BiPlanar) {
-    const PicturePlanes planar = picture.pixelFormat == kCMPixelFormat_422YpCbCr8
-                                     ? planarFrom2vuy(picture, scratch.unpacked)
-                                     : planarFromBiPlanar(picture, scratch.unpacked);
-    return planar.width == 0 ? planar : scaledPicture(planar, width, height, scratch);
-  }
-  const PicturePlanes scaled = planesIn(scratch.scaled, width, height, picture.pixelFormat, picture.colour);
-  if (scaled.width == 0) return {};
+  const PicturePlanes planar = planarPicture(picture, scratch.unpacked);
+  const PicturePlanes scaled = planesIn(scratch.scaled, width, height, planar.pixelFormat, picture.colour);
+  if (planar.width == 0 || scaled.width == 0) return {};
   const bool isMuchSmaller = width < picture.width / 2 || height < picture.height / 2;
   const auto filter = isMuchSmaller ? libyuv::kFilterBox : libyuv::kFilterBilinear;
-  const auto& from = picture.planes;
+  const auto& from = planar.planes;
   const auto& to = scaled.planes;
   const auto scalePlanar = [&](auto scale) {
     scale(from[0].data, stride(from[0]), from[1].data, stride(from[1]), from[2].data, stride(from[2]), picture.width,
           picture.height, writable(to[0]), stride(to[0]), writable(to[1]), stride(to[1]), writable(to[2]),
           stride(to[2]), width, height, filter);
   };
-  switch (picture.pixelFormat) {
+  switch (planar.pixelFormat) {
     case kCVPixelFormat_420Planar:
       scalePlanar(libyuv::I420Scale);
       break;

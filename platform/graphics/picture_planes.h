@@ -59,9 +59,11 @@ struct PixelBox {
 };
 PicturePlanes partOf(const PicturePlanes& picture, PixelBox box);
 
-/// 2vuy as three planes in `scratch`. An odd width whose last pixel lacks its second chroma sample
-/// takes that of the pixel before it. No width when memory is short.
-PicturePlanes planarFrom2vuy(const PicturePlanes& picture, ScratchMemory& scratch);
+/// The picture with each of Y, Cb and Cr in a plane of its own, as scaling and JPEG take it: itself, or
+/// 2vuy and two-plane pictures taken apart into `scratch`. Where the last pixel of a 2vuy row of odd
+/// width lacks its second chroma sample, it takes that of the pixel before. No width when memory is
+/// short.
+PicturePlanes planarPicture(const PicturePlanes& picture, ScratchMemory& scratch);
 
 struct ScalingScratch {
   ScratchMemory unpacked;
