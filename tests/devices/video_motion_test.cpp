@@ -55,12 +55,18 @@ struct Motion : DeviceTest {
   }
   ~Motion() override {
     device = nullptr;
+    waitForRelease();
     setLogSink({});
     setStandardOutput(nullptr);
     std::fclose(stream);
     std::free(text);
   }
 
+  /// Waits until the device has gone, which may happen on its queue's thread.
+  void waitForRelease() {
+    std::unique_lock lock(mutex);
+    changed.wait(lock, [this] { return released == 1; });
+  }
   std::vector<std::string> logged() {
     const std::lock_guard lock(mutex);
     return lines;
@@ -139,10 +145,7 @@ TEST_F(Motion, AReleasedDeviceFinishesItsNudgesAndGoes) {
   device->panRelativeRight();
   device = nullptr;
   EXPECT_FALSE(watched.expired());
-  {
-    std::unique_lock lock(mutex);
-    changed.wait(lock, [this] { return released == 1; });  // on the queue's own thread
-  }
+  waitForRelease();
   EXPECT_EQ(camera->closed, 1);
   expectMoves({"1 0 0 0 ", "255 0 0 0 "});
   EXPECT_TRUE(watched.expired());
