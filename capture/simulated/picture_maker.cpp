@@ -14,10 +14,9 @@ extern "C" {
 namespace vesk::capture {
 namespace {
 
-constexpr int kQuiet = AV_LOG_TRACE;           // keeps the encoder's lines off standard error
-constexpr int kKeyPictureSeconds = 2;          // at most, from key picture to key picture
-constexpr int kJpegQuality = 4;                // 2 best to 31
-constexpr int kFirstHighDefinitionLine = 720;  // colours by BT.709 from here on
+constexpr int kQuiet = AV_LOG_TRACE;   // keeps the encoder's lines off standard error
+constexpr int kKeyPictureSeconds = 2;  // at most, from key picture to key picture
+constexpr int kJpegQuality = 4;        // 2 best to 31
 
 /// "2vuy": the pattern as it is painted.
 class RawMaker : public PictureMaker {

@@ -80,13 +80,29 @@ PicturePlanes SimulatedPattern::planesOf(std::array<std::vector<uint8_t>, 3>& by
 }
 
 void SimulatedPattern::paintBackground() {
-  constexpr Colour kBars[] = {{180, 128, 128}, {162, 44, 142}, {131, 156, 44}, {112, 72, 58},
-                              {84, 184, 198},  {65, 100, 212}, {35, 212, 114}, {16, 128, 128}};
-  const int count = static_cast<int>(std::size(kBars));
+  // Bars of three quarters of full strength, by BT.601 and BT.709.
+  constexpr Colour kBars[2][8] = {{{180, 128, 128},
+                                   {162, 44, 142},
+                                   {131, 156, 44},
+                                   {112, 72, 58},
+                                   {84, 184, 198},
+                                   {65, 100, 212},
+                                   {35, 212, 114},
+                                   {16, 128, 128}},
+                                  {{180, 128, 128},
+                                   {168, 44, 136},
+                                   {145, 147, 44},
+                                   {133, 63, 52},
+                                   {63, 193, 204},
+                                   {51, 109, 212},
+                                   {28, 212, 120},
+                                   {16, 128, 128}}};
+  const auto& bars = kBars[mLayout == PictureLayout::k420 && mHeight >= kFirstHighDefinitionLine];
+  const int count = static_cast<int>(std::size(bars));
   const int barWidth = mWidth / count & ~1;
   for (int bar = 0; bar < count; ++bar) {
     const int x = bar * barWidth;
-    fill({x, 0, bar == count - 1 ? mWidth - x : barWidth, mHeight}, kBars[bar], planesOf(mBackground));
+    fill({x, 0, bar == count - 1 ? mWidth - x : barWidth, mHeight}, bars[bar], planesOf(mBackground));
   }
 }
 

@@ -16,10 +16,13 @@ namespace vesk::capture {
 
 /// How the pixels lie.
 enum class PictureLayout {
-  k420,        ///< three planes, colour halved in both directions; luma 16 to 235
+  k420,        ///< three planes, colour halved in both directions; luma 16 to 235, see kFirstHighDefinitionLine
   k422Full,    ///< three planes, colour halved across; luma 0 to 255
   kPacked422,  ///< one plane of Cb Y Cr Y ("2vuy"); luma 16 to 235
 };
+
+/// Colours are by BT.601, but by BT.709 in pictures for H.264 (k420) of at least this many rows.
+constexpr int kFirstHighDefinitionLine = 720;
 
 /// A picture's memory; not owned. Packed layouts use the first plane.
 struct PicturePlanes {

@@ -126,7 +126,9 @@ void SimulatedSource::recallSettings() {
     SimulatedProperties& properties = unit->properties();
     std::ifstream stream(file);
     properties.applySettings({std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()});
-    properties.setChangeHandler([&properties, file] {
+    // Nudges and settings may come from different threads: the file written last is the newest.
+    properties.setChangeHandler([&properties, file, mutex = std::make_shared<Mutex>()] {
+      MutexLock writing(*mutex);
       const std::string text = properties.settings();
       NSError error;
       if (!writeToFileAtomically(file, {reinterpret_cast<const uint8_t*>(text.data()), text.size()}, &error))
