@@ -65,7 +65,7 @@ PreviewWindow::~PreviewWindow() {
 
 void PreviewWindow::installCallbacks() {
   glfwSetWindowUserPointer(mWindow, this);
-  glfwSetWindowSizeCallback(mWindow, [](GLFWwindow* window, int, int) { of(window).resized(); });
+  glfwSetFramebufferSizeCallback(mWindow, [](GLFWwindow* window, int, int) { of(window).resized(); });
   glfwSetWindowRefreshCallback(mWindow, [](GLFWwindow* window) { of(window).mView->setNeedsDisplay(true); });
   glfwSetWindowCloseCallback(mWindow, [](GLFWwindow* window) {
     if (of(window).mCloseHandler) of(window).mCloseHandler();
@@ -91,17 +91,22 @@ void PreviewWindow::setTitle(const std::string& title) {
   glfwSetWindowTitle(mWindow, title.c_str());
 }
 
+/// The view counts in pixels of the surface, which a scaled screen has more of than of points: so a
+/// picture is shown as sharp as it is.
 void PreviewWindow::resized() {
   int width = 0;
   int height = 0;
-  glfwGetWindowSize(mWindow, &width, &height);
+  glfwGetFramebufferSize(mWindow, &width, &height);
   mView->setFrame({0, 0, static_cast<float>(width), static_cast<float>(height)});
   mView->setNeedsDisplay(true);
 }
 
-/// The desktop counts from the top, the view from the bottom.
+/// The desktop counts points from the top, the view pixels from the bottom.
 void PreviewWindow::pointerMoved(double x, double y) {
-  mView->pointerMovedTo({static_cast<float>(x), mView->bounds().height - static_cast<float>(y)});
+  int points = 0;
+  glfwGetWindowSize(mWindow, &points, nullptr);
+  const float scale = points > 0 ? mView->bounds().width / static_cast<float>(points) : 1.0F;
+  mView->pointerMovedTo({static_cast<float>(x) * scale, mView->bounds().height - static_cast<float>(y) * scale});
 }
 
 bool PreviewWindow::makeContextCurrent() {
@@ -119,14 +124,6 @@ void PreviewWindow::present() {
 
 void PreviewWindow::setSwapInterval(int32_t interval) {
   glfwSwapInterval(interval);
-}
-
-float PreviewWindow::backingScale() const {
-  int pixels = 0;
-  int points = 0;
-  glfwGetFramebufferSize(mWindow, &pixels, nullptr);
-  glfwGetWindowSize(mWindow, &points, nullptr);
-  return points > 0 && pixels > 0 ? static_cast<float>(pixels) / static_cast<float>(points) : 1.0F;
 }
 
 void PreviewWindow::requestRedraw() {

@@ -37,7 +37,6 @@ class PreviewWindow : public HostWindow {
   void clearCurrentContext() override;
   void present() override;
   void setSwapInterval(int32_t interval) override;
-  float backingScale() const override;
   void requestRedraw() override;
   bool isKeyWindow() const override;
   void setCursor(NSCursor cursor) override;
