@@ -120,11 +120,29 @@ def main():
                 four_at_once(table, folder, bench, program, clip, long)
             long.unlink()
 
+        if not options.only or options.only in "preview latency meter":
+            preview(table, folder, bench, runs)
         if not options.only or options.only in "raw":
             raw = ("--raw", "1280x720", "--minutes", 0.25)
             _, printed = in_turn(runs, (out, peer_out), ours=record("vesk", out, *raw), bare=record("avformat", peer_out, *raw))
             ours, bare = (median_of(printed[who], "cpu") for who in ("ours", "bare"))
             table.add("2vuy 720p recording, CPU s", "≤ 2.0 of libavformat", f"{ours:.2f}", f"{bare:.2f}", f"{ours / bare:.2f}")
+
+
+def preview(table, folder, bench, runs):
+    """What a preview adds to the decoding, and the level meter."""
+    figures = json.loads(cpu_of([bench.with_name("latency_bench"), "20"])[1])
+    table.add("frame in to image on the main thread beyond the decoding, ms, 99th percentile (median)", "≤ 1",
+              f"{figures['added_p99_ms']:.2f} ({figures['added_ms']:.2f})", f"decoding {figures['decode_ms']:.2f}", "")
+    sound = folder / "sound.s16"
+    subprocess.run(["ffmpeg", "-v", "error", "-nostdin", "-y", "-f", "lavfi", "-i", "anoisesrc=r=48000:a=0.1:d=3600,aformat=s16:48000:stereo",
+                    "-f", "s16le", sound], check=True)
+    peer = ["ffmpeg", "-v", "error", "-nostdin", "-f", "s16le", "-ar", "48000", "-ac", "2", "-i", sound, "-af", "volumedetect",
+            "-f", "null", "-"]
+    used, _ = in_turn(runs, (), ours=[bench.with_name("meter_bench"), sound], peer=peer)
+    table.add("level meter, an hour of stereo sound, CPU s", "≤ 0.5 of ffmpeg's volumedetect", f"{used['ours']:.3f}",
+              f"{used['peer']:.3f}", f"{used['ours'] / used['peer']:.2f}")
+    sound.unlink()
 
 
 def instructions(table, folder, bench, clip):
