@@ -83,7 +83,7 @@ std::string contentOf(const std::string& path) {
 
 Json parse(const std::string& content) {
   if (content.size() > kMostBytes) return nullptr;
-  const Json document = Json::parse(content, nullptr, false);
+  Json document = Json::parse(content, nullptr, false);
   if (!document.is_discarded()) return document;
   const auto list =
       PropertyList::dictionaryWithData({reinterpret_cast<const uint8_t*>(content.data()), content.size()});

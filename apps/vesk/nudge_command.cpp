@@ -29,7 +29,7 @@ std::shared_ptr<VeskVideoDevice> chooseHead(const std::string& text) {
                                             : "Name a camera that has one with --camera.");
   if (!text.empty()) throw failure;
   for (const auto& record : *VeskVideoDevice::getVideoDeviceList()) {
-    const auto other = VeskVideoDevice::initWithDeviceInfo(record);
+    auto other = VeskVideoDevice::initWithDeviceInfo(record);
     if (other->openDevice() == 0 && other->isPTZRelativeSupported()) return other;
   }
   throw failure;

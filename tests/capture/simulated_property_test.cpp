@@ -34,7 +34,7 @@ Bytes little(int64_t value, size_t size) {
 
 /// A decoded picture: luma of every pixel, and colour of every second one of every second row.
 struct Picture {
-  uint8_t luma(int x, int y) const { return y_[static_cast<size_t>(y * kWidth + x)]; }
+  uint8_t luma(int x, int y) const { return y_[static_cast<size_t>(y) * kWidth + static_cast<size_t>(x)]; }
   double mean(const Bytes& plane) const {
     double sum = 0;
     for (const uint8_t each : plane) sum += each;
@@ -133,7 +133,7 @@ class SimulatedProperty : public testing::Test {
     EXPECT_EQ(camera->stop(0), 0);
     Decoder decoder(codec == kCMVideoCodecType_H264 ? AV_CODEC_ID_H264 : AV_CODEC_ID_MJPEG);
     for (const Bytes& frame : taken) {
-      const Picture picture = codec == kCMPixelFormat_422YpCbCr8 ? fromPacked(frame) : decoder.decode(frame);
+      Picture picture = codec == kCMPixelFormat_422YpCbCr8 ? fromPacked(frame) : decoder.decode(frame);
       const auto number = readFrameCounter(picture.y_.data(), kWidth, kWidth, kHeight);
       EXPECT_TRUE(number.has_value());
       if (number && *number % 30 == 12) return picture;
@@ -261,7 +261,7 @@ TEST_F(SimulatedProperty, ControlsChangeThePicturesOfEveryCodec) {
     const auto with = [&](const PropertySetIdentifier& identifier, uint32_t number, const Bytes& value,
                           const Bytes& back) {
       EXPECT_EQ(set(identifier, number, value), 0);
-      const Picture picture = take(codec);
+      Picture picture = take(codec);
       EXPECT_EQ(set(identifier, number, back), 0);
       return picture;
     };

@@ -137,8 +137,10 @@ TEST_P(NumericControl, GoesOverTheWireAsItsRowSays) {
       {row.minimum, "2"}, {row.maximum, "3"}, {row.current, "0"}, {row.initial, "1"}};
   for (const auto& [get, request] : getters) {
     EXPECT_EQ(get(*device), row.number);
-    expected += (expected.empty() ? "get " : "; get ") + std::string(request) + " " + set + " " + number + " " +
-                std::string(size * 2, '0');
+    std::ostringstream call;
+    call << (expected.empty() ? "get " : "; get ") << request << ' ' << set << ' ' << number << ' '
+         << std::string(size * 2, '0');
+    expected += call.str();
   }
   row.set(*device);
   EXPECT_EQ(wire(*camera), expected + "; " + row.sent);
