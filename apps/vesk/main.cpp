@@ -56,7 +56,7 @@ int parseAndRun(int argc, char** argv) {
   CLI::App app{kAbout, "vesk"};
   app.footer(kExamples);
   app.require_subcommand(1);
-  app.set_version_flag("--version", "vesk 0.1.0");
+  app.set_version_flag("--version", "vesk " VESK_VERSION);
 
   GlobalOptions global;
   app.add_option("--capture", global.capture,

@@ -13,7 +13,7 @@ namespace vesk {
 namespace {
 
 constexpr uint64_t kSecondsFrom1904To1970 = 2'082'844'800;
-constexpr std::string_view kSoftware = "Vesk 0.1.0";
+constexpr std::string_view kSoftware = "Vesk " VESK_VERSION;
 
 /// The ends of a track's edits, movie's scale.
 struct TrackTimes {

@@ -110,7 +110,7 @@ TEST_P(MovieContentTest, IsReadableWhileItGrowsAndPlainAtTheEnd) {
       ASSERT_EQ(sound.content[i * 4] | sound.content[i * 4 + 1] << 8, static_cast<int>(i & 0xFFFF));
     }
   }
-  EXPECT_EQ(movie.software, "Vesk 0.1.0");
+  EXPECT_EQ(movie.software, "Vesk " VESK_VERSION);
   EXPECT_EQ(movie.date.size(), strlen("2026-01-01T00:00:00+0000"));
 }
 
