@@ -89,7 +89,7 @@ Planes makePlanes(int width, int height, bool isFullRange) {
   for (int y = 0; y < height; ++y)
     for (int x = 0; x < width; ++x) *to++ = sampleAt(x, y, random);
   for (int i = 0; i < width * height / 2; ++i) *to++ = static_cast<uint8_t>(128 + i / 640 % 64 - 32);
-  const auto size = static_cast<size_t>(width * height);
+  const auto size = static_cast<size_t>(width) * static_cast<size_t>(height);
   const auto row = static_cast<size_t>(width);
   const CVPixelBuffer::Planes planes{PixelPlane{bytes->data(), row}, PixelPlane{bytes->data() + size, row / 2},
                                      PixelPlane{bytes->data() + size * 5 / 4, row / 2}};
