@@ -67,14 +67,14 @@ class FakeDevice {
 
   /// Hands bytes to whoever captures; nothing while nobody does. From any thread.
   void deliver(std::span<uint8_t> bytes, int64_t timestamp) {
-    capture::FrameCallback callback;
+    std::map<const void*, capture::FrameCallback> callbacks;
     {
       const std::lock_guard lock(mMutex);
-      if (!mCallback) return;
-      callback = mCallback;
+      callbacks = mCallbacks;
       mInside.push_back(std::this_thread::get_id());
     }
-    callback(bytes.data(), static_cast<uint32_t>(bytes.size()), timestamp);
+    for (const auto& [handle, callback] : callbacks)
+      callback(bytes.data(), static_cast<uint32_t>(bytes.size()), timestamp);
     const std::lock_guard lock(mMutex);
     mInside.erase(std::find(mInside.begin(), mInside.end(), std::this_thread::get_id()));
     mLeft.notify_all();
@@ -82,7 +82,7 @@ class FakeDevice {
 
   bool isCapturing() const {
     const std::lock_guard lock(mMutex);
-    return mCallback != nullptr;
+    return !mCallbacks.empty();
   }
 
  private:
@@ -98,15 +98,16 @@ class FakeDevice {
     return answerProperty ? answerProperty(call, value) : kNotSupported;
   }
 
-  void begin(capture::FrameCallback callback) {
+  // A handle's capture is its own: a meter's may end while another goes on.
+  void begin(const void* handle, capture::FrameCallback callback) {
     const std::lock_guard lock(mMutex);
-    mCallback = std::move(callback);
+    mCallbacks[handle] = std::move(callback);
   }
 
   /// Waits for deliveries on other threads, as a source must.
-  void end() {
+  void end(const void* handle) {
     std::unique_lock lock(mMutex);
-    mCallback = nullptr;
+    mCallbacks.erase(handle);
     mLeft.wait(lock, [this] {
       return std::all_of(mInside.begin(), mInside.end(),
                          [](std::thread::id thread) { return thread == std::this_thread::get_id(); });
@@ -115,7 +116,7 @@ class FakeDevice {
 
   mutable std::mutex mMutex;
   std::condition_variable mLeft;
-  capture::FrameCallback mCallback;
+  std::map<const void*, capture::FrameCallback> mCallbacks;  // by handle
   std::vector<std::thread::id> mInside;
   std::vector<PropertyCall> mPropertyCalls;
 };
@@ -206,19 +207,19 @@ class FakeCaptureSource : public capture::CaptureSource {
    public:
     explicit Opened(std::shared_ptr<FakeDevice> device) : mDevice(std::move(device)) { ++mDevice->opened; }
     ~Opened() override {
-      mDevice->end();
+      mDevice->end(this);
       ++mDevice->closed;
     }
 
     int32_t start(uint32_t substream, capture::FrameCallback callback) override {
       ++mDevice->started;
       mDevice->substreams.push_back(substream);
-      if (mDevice->startStatus == 0) mDevice->begin(std::move(callback));
+      if (mDevice->startStatus == 0) mDevice->begin(this, std::move(callback));
       return mDevice->startStatus;
     }
     int32_t stop(uint32_t) override {
       ++mDevice->stopped;
-      if (mDevice->stopStatus == 0) mDevice->end();
+      if (mDevice->stopStatus == 0) mDevice->end(this);
       return mDevice->stopStatus;
     }
     std::vector<capture::VideoFormat> videoFormats() override {
