@@ -163,7 +163,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
       else
         startRecording(freeName(nameByTime(), ".mov") + ".mov", false);
     } catch (const Failure& failure) {
-      say(fmt::format("vesk: {} {}", failure.what(), failure.hint));
+      warn(failure);
     }
   }
 
@@ -200,7 +200,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
       mRecordings.push_back(movie->document(statistics));
       say(movie->summary(statistics));
     } catch (const Failure& failure) {
-      say(fmt::format("vesk: {} {}", failure.what(), failure.hint));
+      warn(failure);
       if (!mFailure) mFailure = failure;
     }
   }
@@ -278,6 +278,12 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   void say(const std::string& line) {
     mProgress.clear();
     if (!mGlobal.json) fmt::print(stderr, "{}\n", line);
+  }
+
+  /// A failure that the preview outlives; scripts see it on standard error too.
+  void warn(const Failure& failure) {
+    mProgress.clear();
+    fmt::print(stderr, "vesk: {} {}\n", failure.what(), failure.hint);
   }
 
   void tellResult(const PreviewStatistics& statistics) const {
