@@ -11,6 +11,7 @@
 #include <ctime>
 #include <vector>
 
+#include "bench/frame_file.h"
 #include "movie/movie_creator.h"
 #include "platform/foundation/log.h"
 #include "platform/media/four_char_code.h"
@@ -18,20 +19,6 @@
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-/// Each frame is a 32-bit length in the machine's byte order, then its bytes.
-std::vector<Bytes> readFrames(const char* path) {
-  std::vector<Bytes> frames;
-  FILE* const file = std::fopen(path, "rb");
-  uint32_t length = 0;
-  while (file && std::fread(&length, sizeof length, 1, file) == 1) {
-    Bytes frame(length);
-    if (std::fread(frame.data(), 1, length, file) != length) break;
-    frames.push_back(std::move(frame));
-  }
-  if (file) std::fclose(file);
-  return frames;
-}
 
 /// The camera's own copy, in pieces: of one large copy valgrind counts every byte as an instruction.
 void fill(Bytes& buffer, const Bytes& frame) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "bench/bare_jpeg.h"
+#include "bench/frame_file.h"
 #include "decoding/icm_decoder.h"
 #include "platform/decompression/codec_info.h"
 #include "platform/decompression/frame_decoder.h"
@@ -34,19 +35,6 @@ OSStatus GetCodecInfo(CodecInfo* info, uint32_t /*codec*/) {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
-
-std::vector<Bytes> readFrames(const char* path) {
-  std::vector<Bytes> frames;
-  FILE* const file = std::fopen(path, "rb");
-  uint32_t length = 0;
-  while (file && std::fread(&length, sizeof length, 1, file) == 1) {
-    Bytes frame(length);
-    if (std::fread(frame.data(), 1, length, file) != length) break;
-    frames.push_back(std::move(frame));
-  }
-  if (file) std::fclose(file);
-  return frames;
-}
 
 struct Counter : vesk::DecoderProtocol {
   void displayData(vesk::CVImageBufferRef /*image*/) override { ++count; }
