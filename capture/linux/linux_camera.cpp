@@ -38,15 +38,12 @@ int32_t LinuxCamera::setVideoParameters(const VideoParameters& parameters) {
 int32_t LinuxCamera::start(uint32_t, FrameCallback callback) {
   const CameraMode* const mode = findMode(mModes, mParameters);
   if (!mode || !callback) return kVCIFailed;
-  {
-    MutexLock lock(mMutex);
-    if (mIsRunning && !mStreams.back()->isFinished()) return kVCISuccess;
-  }
   int32_t status = kVCIFailed;
+  MutexLock lock(mMutex);  // the first callback may stop what it does not yet see here: it waits
+  if (mIsRunning && !mStreams.back()->isFinished()) return kVCISuccess;
   try {
     auto stream = PictureStream::start(mNodes[mode->node], *mode, mParameters, mName, std::move(callback), status);
     if (!stream) return status;
-    MutexLock lock(mMutex);
     mStreams.push_back(std::move(stream));
     mIsRunning = true;
   } catch (const std::exception&) {

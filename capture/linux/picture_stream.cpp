@@ -98,8 +98,8 @@ PictureStream::PictureStream(std::shared_ptr<OpenNode> node, const PixelFormat& 
       mWake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 PictureStream::~PictureStream() {
-  // The thread holds a reference: it has come to its end, or this is its end.
-  if (mThread.joinable()) mThread.get_id() == std::this_thread::get_id() ? mThread.detach() : mThread.join();
+  // The thread holds a reference: when nobody has waited for it, this is its end.
+  if (mThread.joinable()) mThread.detach();
   for (const Buffer& buffer : mBuffers) mNode->calls().unmap(buffer.memory, buffer.length);
   if (mWake >= 0) ::close(mWake);
 }
@@ -201,8 +201,12 @@ void PictureStream::stop() {
 }
 
 void PictureStream::wait() {
-  MutexLock lock(mMutex);
-  while (!mIsFinished) mChanged.wait(mMutex);
+  {
+    MutexLock lock(mMutex);
+    while (!mIsFinished) mChanged.wait(mMutex);
+  }
+  MutexLock lock(mJoinMutex);
+  if (mThread.joinable()) mThread.join();
 }
 
 bool PictureStream::isFinished() const {

@@ -52,9 +52,9 @@ class PictureStream {
 
   /// Once it has returned the receiver is not called any more, and the node may be started anew;
   /// called from inside the receiver's call, that call is the last.
-  void stop() VESK_EXCLUDES(mMutex);
+  void stop() VESK_EXCLUDES(mMutex, mJoinMutex);
   /// Waits until the call in progress, if any, has returned. Not from inside one.
-  void wait() VESK_EXCLUDES(mMutex);
+  void wait() VESK_EXCLUDES(mMutex, mJoinMutex);
   bool isFinished() const VESK_EXCLUDES(mMutex);
   /// Whether the calling thread is inside a call of this stream's receiver.
   bool isInside() const { return tCurrent == this; }
@@ -104,6 +104,7 @@ class PictureStream {
   std::optional<PixelConverter> mConverter;
   std::optional<AccessUnitWriter> mUnits;
   std::thread mThread;
+  Mutex mJoinMutex;  // two may wait at once
   std::atomic<bool> mIsStopping = false;
 
   // The thread's own.

@@ -104,6 +104,11 @@ class FakeV4L2 : public capture::V4L2Calls {
     MutexLock lock(mMutex);
     return mNodes[name].isStreaming;
   }
+  /// Whether all failures that were set have happened.
+  bool isCalm(const std::string& name) VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    return mNodes[name].failures.empty();
+  }
   size_t buffersOf(const std::string& name) VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
     return mNodes[name].buffers.size();
