@@ -67,12 +67,13 @@ class SoundSystem {
   virtual void setChangeHandler(std::function<void()> handler) = 0;
 };
 
-/// The sound server's microphones when one runs, else the drivers' own. @return null with one line
-/// for a person in `error`, which names why neither can be used.
+/// The sound server's microphones when one runs, else the drivers' own: one of the two always, since
+/// microphones may come later. `error` has one line for a person when there is neither now.
 std::shared_ptr<SoundSystem> makeSoundSystem(std::string& error);
 /// The sound server's; null with the reason when none runs. No server is started.
 std::shared_ptr<SoundSystem> makePulseSoundSystem(std::string& error);
-/// The drivers' own; `extra` names microphones that only the configuration of ALSA knows.
+/// The drivers' own; `extra` names microphones that only the configuration of ALSA knows. `error`
+/// is set when there is no sound card now.
 std::shared_ptr<SoundSystem> makeAlsaSoundSystem(const std::vector<std::string>& extra, std::string& error);
 
 }  // namespace vesk::capture
