@@ -89,12 +89,15 @@ class SoundSharing::Shared {
   void leave(const Listener* who) VESK_EXCLUDES(mMutex);
 
  private:
+  bool open(const WaveFormat& format, int32_t& status, std::string& error) VESK_REQUIRES(mMutex);
+
   const std::shared_ptr<SoundSystem> mSystem;
   const std::string mPath;
   const std::shared_ptr<Fan> mFan = std::make_shared<Fan>();
   Mutex mMutex;  // before the fan's; never taken by a sink
   std::unique_ptr<SoundStream> mStream VESK_GUARDED_BY(mMutex);
   const Listener* mCapture VESK_GUARDED_BY(mMutex) = nullptr;
+  WaveFormat mMeterFormat VESK_GUARDED_BY(mMutex);
 };
 
 class SoundSharing::Listener : public SoundStream {
@@ -118,18 +121,26 @@ bool SoundSharing::Shared::join(const Listener* who, const WaveFormat& format, s
     error = "the microphone is being recorded from already";
     return false;
   }
+  if (who->isMeter()) mMeterFormat = format;
   // A capture chooses the format; the meters that came before it go on in that.
   if (!who->isMeter()) mStream.reset();
   mFan->add(who, format, std::move(sink));
-  if (mStream) return true;
+  if (mStream || open(format, status, error)) {
+    if (!who->isMeter()) mCapture = who;
+    return true;
+  }
+  mFan->remove(who);
+  // The meters that were listening go on as before.
+  std::string ignored;
+  int32_t unused = kVCIFailed;
+  if (!mFan->isDeaf()) open(mMeterFormat, unused, ignored);
+  return false;
+}
+
+bool SoundSharing::Shared::open(const WaveFormat& format, int32_t& status, std::string& error) {
   mFan->setFormat(format);
   mStream = mSystem->record(mPath, format, mFan, status, error);
-  if (!mStream) {
-    mFan->remove(who);
-    return false;
-  }
-  if (!who->isMeter()) mCapture = who;
-  return true;
+  return mStream != nullptr;
 }
 
 void SoundSharing::Shared::leave(const Listener* who) {

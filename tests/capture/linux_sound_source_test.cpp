@@ -56,6 +56,7 @@ class FakeSoundSystem : public SoundSystem {
     MutexLock lock(mMutex);
     for (const auto& [stream, open] : mStreams) open.sink->lost(frames);
   }
+  void refuse(const WaveFormat& format) { mRefused = format; }
   std::vector<WaveFormat> openFormats() {
     MutexLock lock(mMutex);
     std::vector<WaveFormat> formats;
@@ -70,7 +71,8 @@ class FakeSoundSystem : public SoundSystem {
   std::vector<WaveFormat> formats(const std::string&) override { return {kStereo, kMono}; }
   std::unique_ptr<SoundStream> record(const std::string&, const WaveFormat& format, std::shared_ptr<SoundSink> sink,
                                       int32_t& status, std::string&) override {
-    status = kVCISuccess;
+    status = format == mRefused ? kVCIFailed : kVCISuccess;
+    if (status != kVCISuccess) return nullptr;
     auto stream = std::make_unique<Stream>(*this);
     MutexLock lock(mMutex);
     mStreams[stream.get()] = {format, std::move(sink)};
@@ -112,6 +114,7 @@ class FakeSoundSystem : public SoundSystem {
   };
 
   const bool mCanShare;
+  WaveFormat mRefused;
   std::atomic<uint8_t> mVolume{255};
   Mutex mMutex;
   std::vector<Microphone> mMicrophones VESK_GUARDED_BY(mMutex);
@@ -257,6 +260,10 @@ TEST_F(SoundSourceTest, MetersListenBesideACaptureWhereMicrophonesCannotBeShared
   const auto device = open();
   ASSERT_EQ(device->setWaveFormat(kMono), kVCISuccess);
   Recorder<int64_t> times;
+  mSystem->refuse(kMono);
+  ASSERT_EQ(device->start(0, into(times)), kVCIFailed);
+  EXPECT_EQ(mSystem->openFormats(), std::vector{kStereo});
+  mSystem->refuse({});
   ASSERT_EQ(device->start(0, into(times)), kVCISuccess);
   EXPECT_EQ(mSystem->openFormats(), std::vector{kMono});
   EXPECT_EQ(open()->start(0, into(times)), kVCIBusy);
