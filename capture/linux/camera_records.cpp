@@ -22,12 +22,15 @@ bool isCamera(const KnownNode& known) {
   return known.node.index == 0;
 }
 
-/// Drivers often write a name twice: "Desk Camera: Desk Camera".
+/// Drivers often write a name twice, as far as the kernel's field goes: "Desk Camera: Desk Camera".
 std::string withoutRepetition(const std::string& name) {
-  const size_t half = name.size() / 2;
-  const bool isTwice = name.size() % 2 == 0 && half > 1 && name.compare(half - 1, 2, ": ") == 0 &&
-                       name.compare(0, half - 1, name, half + 1) == 0;
-  return isTwice ? name.substr(0, half - 1) : name;
+  constexpr size_t kFullField = sizeof(v4l2_capability::card) - 1;
+  const size_t colon = name.find(": ");
+  if (colon == std::string::npos) return name;
+  const std::string head = name.substr(0, colon);
+  const std::string rest = name.substr(colon + 2);
+  const bool isTwice = rest == head || (name.size() == kFullField && head.starts_with(rest));
+  return isTwice ? head : name;
 }
 
 std::string nameOf(const KnownNode& known) {

@@ -162,6 +162,8 @@ TEST(LinuxCameraRecords, FallBackWhereThereIsNoPlace) {
   EXPECT_EQ(records[1].description.name, "Camera");
   EXPECT_EQ(records[2].description.path, "loop-platform:loop-000-video-index0");
   EXPECT_EQ(records[2].description.name, "Studio");
+  const KnownNode cut[] = {known("video0", "", "Emulated Camera: Emulated Camer")};
+  EXPECT_EQ(makeRecords(cut)[0].description.name, "Emulated Camera");
 }
 
 }  // namespace
