@@ -43,6 +43,7 @@ bool PulseConnection::connect() {
     while (true) {
       const pa_context_state_t state = pa_context_get_state(mContext);
       if (state == PA_CONTEXT_READY) {
+        mIsReady = true;
         subscribe();
         return true;
       }
@@ -62,6 +63,7 @@ void PulseConnection::disconnect() {
   pa_context_disconnect(mContext);
   pa_context_unref(mContext);
   mContext = nullptr;
+  mIsReady = false;
 }
 
 bool PulseConnection::finish(pa_operation* operation) {
@@ -96,6 +98,8 @@ void PulseConnection::stateChanged(pa_context* context, void* self) {
   connection->signal();
   if (PA_CONTEXT_IS_GOOD(pa_context_get_state(context))) return;
   connection->mError = pa_context_errno(context);
+  // A connection that never stood has changed nothing: asking again would go on for ever.
+  if (!std::exchange(connection->mIsReady, false)) return;
   if (connection->mHandler) connection->mHandler();  // with the server all its microphones have gone
 }
 

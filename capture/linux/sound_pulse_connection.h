@@ -55,6 +55,7 @@ class PulseConnection {
   pa_threaded_mainloop* mLoop = nullptr;
   pa_context* mContext = nullptr;
   bool mIsRunning = false;
+  bool mIsReady = false;  ///< the context has been connected and not failed since
   int mError = PA_OK;
   std::function<void()> mHandler;
 };
