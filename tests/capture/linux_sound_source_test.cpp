@@ -177,8 +177,8 @@ TEST_F(SoundSourceTest, StartsAndStopsWhileSoundComes) {
     }
   });
   for (int round = 0; round < 60; ++round) {
+    Recorder<int64_t> times;  // outlives the device, which half of the rounds end
     const auto device = open();
-    Recorder<int64_t> times;
     ASSERT_EQ(device->start(0, into(times)), kVCISuccess);
     times.waitFor(1);
     if (round % 2 == 0) device->stop(0);
