@@ -6,6 +6,7 @@
 #include <array>
 #include <map>
 #include <set>
+#include <tuple>
 #include <utility>
 
 #include "platform/media/four_char_code.h"
@@ -21,7 +22,7 @@ constexpr uint32_t kMostEntries = 256;  // a driver that never comes to an end i
 struct Size {
   uint32_t width;
   uint32_t height;
-  auto operator<=>(const Size&) const = default;
+  bool operator<(const Size& other) const { return std::tie(width, height) < std::tie(other.width, other.height); }
 };
 constexpr Size kUsualSizes[] = {{160, 120},   {176, 144},   {320, 180},   {320, 240},   {352, 288},
                                 {424, 240},   {640, 360},   {640, 480},   {800, 448},   {800, 600},

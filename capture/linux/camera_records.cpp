@@ -90,6 +90,7 @@ std::vector<CameraRecord> makeRecords(std::span<const KnownNode> nodes) {
     byPath[path].nodes.push_back(node.node);
   }
   std::vector<CameraRecord> records;
+  records.reserve(byPath.size());
   for (auto& [path, record] : byPath) records.push_back(std::move(record));
   return records;
 }

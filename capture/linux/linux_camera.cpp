@@ -77,9 +77,9 @@ void LinuxCamera::end() {
     if (!stream->isInside()) stream->wait();
   }
   MutexLock lock(mMutex);
-  std::erase_if(mStreams, [&](const auto& stream) {
-    return stream != mStreams.back() && !stream->isInside() && stream->isFinished();
-  });
+  const auto last = mStreams.empty() ? nullptr : mStreams.back();  // keeps the counts
+  std::erase_if(mStreams,
+                [&](const auto& stream) { return stream != last && !stream->isInside() && stream->isFinished(); });
 }
 
 }  // namespace vesk::capture

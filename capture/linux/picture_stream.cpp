@@ -65,8 +65,7 @@ thread_local const PictureStream* PictureStream::tCurrent = nullptr;
 std::shared_ptr<PictureStream> PictureStream::start(std::shared_ptr<OpenNode> node, const CameraMode& mode,
                                                     const VideoParameters& parameters, const std::string& name,
                                                     FrameCallback callback, int32_t& status) {
-  const std::shared_ptr<PictureStream> stream(
-      new PictureStream(std::move(node), *mode.format, name, std::move(callback)));
+  std::shared_ptr<PictureStream> stream(new PictureStream(std::move(node), *mode.format, name, std::move(callback)));
   int error = stream->mWake < 0 ? -errno : stream->setForm(mode);
   if (error == 0) error = stream->setInterval(parameters);
   if (error == 0) error = stream->makeBuffers();
