@@ -5,6 +5,7 @@
 #include "capture/combined_source.h"
 #include "capture/files/file_source.h"
 #include "capture/library.h"
+#include "capture/linux/linux_cameras.h"
 #include "capture/simulated/simulated_source.h"
 #include "platform/foundation/log.h"
 
@@ -18,6 +19,10 @@ SourcePtr makeSimulated(const std::string&, const SourceOptions& options, Source
   return std::make_shared<SimulatedSource>(options);
 }
 
+SourcePtr makeLinux(const std::string&, const SourceOptions&, SourceError&) {
+  return std::make_shared<LinuxCameras>();
+}
+
 struct SourceKind {
   std::string_view name;
   bool takesArgument;  ///< written after a colon
@@ -27,7 +32,7 @@ struct SourceKind {
 constexpr SourceKind kSourceKinds[] = {
     {"simulated", false, makeSimulated},
     {"file", true, makeFileSource},
-    {"linux", false, nullptr},  // the machine's own devices: its factory goes here
+    {"linux", false, makeLinux},  // the machine's own devices
 };
 
 bool begins(std::string_view text, const SourceKind& kind) {

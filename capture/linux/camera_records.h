@@ -1,0 +1,44 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "capture/capture_source.h"
+#include "capture/linux/camera_finder.h"
+#include "capture/linux/v4l2_calls.h"
+
+namespace vesk::capture {
+
+/// What a node says of itself when it is opened.
+struct NodeIdentity {
+  bool canCapture = false;  ///< pictures, by streaming; nodes for metadata and converters cannot
+  std::string card;
+  std::string driver;
+  std::string bus;
+};
+
+/// Asks the node; none when it cannot be opened, as for lack of rights.
+std::optional<NodeIdentity> identify(V4L2Calls& calls, const std::string& node);
+
+/// A node with what it said.
+struct KnownNode {
+  VideoNode node;
+  std::optional<NodeIdentity> identity;
+};
+
+/// A camera with all of its nodes that pictures come from.
+struct CameraRecord {
+  DeviceDescription description;
+  std::string attachment;          ///< another one each time that the camera is plugged in
+  std::vector<std::string> nodes;  ///< in the order of their indices
+};
+
+/// Makes one record for each camera out of the nodes of all: those of one USB device belong together,
+/// any other node is a camera by itself. In the order of their paths, which tell two cameras of the
+/// same make apart by where they are attached, and are the same after a restart.
+std::vector<CameraRecord> makeRecords(std::span<const KnownNode> nodes);
+
+}  // namespace vesk::capture

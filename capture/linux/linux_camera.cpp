@@ -1,0 +1,85 @@
+#include "capture/linux/linux_camera.h"
+
+#include <exception>
+#include <utility>
+
+#include "capture/vci.h"
+
+namespace vesk::capture {
+namespace {
+
+constexpr uint32_t kTenMillionths = 10'000'000;
+
+}  // namespace
+
+LinuxCamera::LinuxCamera(std::string name, std::vector<std::shared_ptr<OpenNode>> nodes)
+    : mName(std::move(name)), mNodes(std::move(nodes)) {
+  for (size_t node = 0; node < mNodes.size(); ++node)
+    addModes(mNodes[node]->calls(), mNodes[node]->descriptor(), node, mModes);
+  if (mModes.empty()) return;
+  const CameraMode& first = mModes.front();
+  mParameters = {first.format->codec, first.width, first.height, first.intervals.front(), kTenMillionths, 0};
+}
+
+LinuxCamera::~LinuxCamera() {
+  end();
+}
+
+std::vector<VideoFormat> LinuxCamera::videoFormats() {
+  return formatsOf(mModes);
+}
+
+int32_t LinuxCamera::setVideoParameters(const VideoParameters& parameters) {
+  if (!findMode(mModes, parameters)) return kVCIFailed;
+  mParameters = parameters;
+  return kVCISuccess;
+}
+
+int32_t LinuxCamera::start(uint32_t, FrameCallback callback) {
+  const CameraMode* const mode = findMode(mModes, mParameters);
+  if (!mode || !callback) return kVCIFailed;
+  int32_t status = kVCIFailed;
+  MutexLock lock(mMutex);  // the first callback may stop what it does not yet see here: it waits
+  if (mIsRunning && !mStreams.back()->isFinished()) return kVCISuccess;
+  try {
+    auto stream = PictureStream::start(mNodes[mode->node], *mode, mParameters, mName, std::move(callback), status);
+    if (!stream) return status;
+    mStreams.push_back(std::move(stream));
+    mIsRunning = true;
+  } catch (const std::exception&) {
+    return kVCIFailed;
+  }
+  return status;
+}
+
+int32_t LinuxCamera::stop(uint32_t) {
+  end();
+  return kVCISuccess;
+}
+
+StreamCounts LinuxCamera::counts() {
+  MutexLock lock(mMutex);
+  return mStreams.empty() ? StreamCounts{} : mStreams.back()->counts();
+}
+
+/// Stops what runs and waits for what was stopped before, but for the stream whose callback this is
+/// called from.
+void LinuxCamera::end() {
+  std::vector<std::shared_ptr<PictureStream>> streams;
+  bool wasRunning = false;
+  {
+    MutexLock lock(mMutex);
+    streams = mStreams;
+    wasRunning = std::exchange(mIsRunning, false);
+  }
+  if (wasRunning) streams.back()->stop();
+  for (const auto& stream : streams) {
+    if (!stream->isInside()) stream->wait();
+  }
+  MutexLock lock(mMutex);
+  const auto last = mStreams.empty() ? nullptr : mStreams.back();  // keeps the counts
+  std::erase_if(mStreams,
+                [&](const auto& stream) { return stream != last && !stream->isInside() && stream->isFinished(); });
+}
+
+}  // namespace vesk::capture

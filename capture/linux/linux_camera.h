@@ -1,0 +1,46 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "capture/capture_source.h"
+#include "capture/linux/camera_modes.h"
+#include "capture/linux/open_node.h"
+#include "capture/linux/picture_stream.h"
+#include "platform/foundation/mutex.h"
+
+namespace vesk::capture {
+
+/// A camera of the machine's.
+///
+/// Threads: as CaptureDevice demands; stop, start and the destructor also from inside a callback.
+class LinuxCamera : public CaptureDevice {
+ public:
+  /// `nodes` are all of the camera's, at least one.
+  LinuxCamera(std::string name, std::vector<std::shared_ptr<OpenNode>> nodes);
+  ~LinuxCamera() override;
+
+  int32_t start(uint32_t substream, FrameCallback callback) override;
+  int32_t stop(uint32_t substream) override;
+  std::vector<VideoFormat> videoFormats() override;
+  /// Refuses what is not among the formats; takes effect at the next start.
+  int32_t setVideoParameters(const VideoParameters& parameters) override;
+
+  /// Of the present or last stream.
+  StreamCounts counts() VESK_EXCLUDES(mMutex);
+
+ private:
+  void end() VESK_EXCLUDES(mMutex);
+
+  const std::string mName;
+  const std::vector<std::shared_ptr<OpenNode>> mNodes;
+  std::vector<CameraMode> mModes;
+  VideoParameters mParameters;
+  Mutex mMutex;
+  // The last may be running; those before it were stopped from inside their callbacks.
+  std::vector<std::shared_ptr<PictureStream>> mStreams VESK_GUARDED_BY(mMutex);
+  bool mIsRunning VESK_GUARDED_BY(mMutex) = false;
+};
+
+}  // namespace vesk::capture

@@ -1,0 +1,146 @@
+#include "capture/linux/linux_cameras.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include "capture/callback_slot.h"
+#include "capture/linux/camera_records.h"
+#include "capture/linux/linux_camera.h"
+#include "platform/foundation/log.h"
+#include "platform/foundation/mutex.h"
+
+namespace vesk::capture {
+namespace {
+
+std::string whyNot(const DeviceDescription& camera, const std::string& node, int error) {
+  std::string reason = std::strerror(error);
+  if (error == EACCES || error == EPERM) reason = "no permission. Add the user to the group \"video\" and log in again";
+  return "The camera \"" + camera.name + "\" (" + node + ") could not be opened: " + reason + ".";
+}
+
+}  // namespace
+
+/// Who is there, and who was when the handler was last told. The finder's thread holds on to it.
+class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
+ public:
+  Roll(std::shared_ptr<V4L2Calls> calls, std::unique_ptr<CameraFinder> finder)
+      : mCalls(std::move(calls)), mFinder(std::move(finder)) {}
+
+  /// Asks each node once as long as it is attached: asking wakes a sleeping camera.
+  std::vector<CameraRecord> records() VESK_EXCLUDES(mMutex) {
+    std::vector<KnownNode> known;
+    MutexLock lock(mMutex);
+    std::map<std::string, NodeIdentity> identities;
+    for (VideoNode& node : mFinder->nodes()) {
+      const std::string key = node.attachment + " " + node.systemPath;
+      const auto old = mIdentities.find(key);
+      auto identity = old != mIdentities.end() ? std::optional(old->second) : identify(*mCalls, node.node);
+      if (identity) identities[key] = *identity;
+      known.push_back({std::move(node), std::move(identity)});
+    }
+    mIdentities = std::move(identities);
+    return makeRecords(known);
+  }
+
+  void setHandler(HotplugHandler handler) VESK_EXCLUDES(mRollMutex) {
+    const bool isSet = handler != nullptr;
+    mHandler.set(std::move(handler));
+    if (!isSet) return;
+    MutexLock lock(mRollMutex);
+    if (!std::exchange(mIsWatching, true))
+      mFinder->watch([roll = weak_from_this()] {
+        if (const auto self = roll.lock()) self->look();
+      });
+    mPresent = attachments();
+  }
+
+  std::shared_ptr<V4L2Calls> sharedCalls() { return mCalls; }
+
+ private:
+  using Attachments = std::map<std::string, std::string>;  // by path
+
+  Attachments attachments() {
+    Attachments present;
+    for (const CameraRecord& record : records()) present[record.description.path] = record.attachment;
+    return present;
+  }
+
+  /// Tells what has changed: comparing what is there, not counting events, tells everything once. A
+  /// camera that was away so shortly that it is there again has another attachment.
+  void look() noexcept VESK_EXCLUDES(mRollMutex) try {
+    Attachments before;
+    Attachments now;
+    {
+      MutexLock lock(mRollMutex);
+      now = attachments();
+      before = std::exchange(mPresent, now);
+    }
+    tellMissing(before, now, false);
+    tellMissing(now, before, true);
+  } catch (const std::exception& exception) {
+    NSLog(std::string("The cameras could not be looked for: ") + exception.what());
+  }
+
+  /// Tells of each that is among `some` but not among `others`.
+  void tellMissing(const Attachments& some, const Attachments& others, bool arrived) {
+    for (const auto& [path, attachment] : some) {
+      const auto other = others.find(path);
+      if (other == others.end() || other->second != attachment) mHandler.call(DeviceKind::kVideo, arrived);
+    }
+  }
+
+  const std::shared_ptr<V4L2Calls> mCalls;
+  CallbackSlot<DeviceKind, bool> mHandler;
+  Mutex mRollMutex;  // taken before mMutex
+  Attachments mPresent VESK_GUARDED_BY(mRollMutex);
+  bool mIsWatching VESK_GUARDED_BY(mRollMutex) = false;
+  Mutex mMutex;
+  std::map<std::string, NodeIdentity> mIdentities VESK_GUARDED_BY(mMutex);
+  const std::unique_ptr<CameraFinder> mFinder;  // ends its thread before the rest goes
+};
+
+LinuxCameras::LinuxCameras() : LinuxCameras(V4L2Calls::system(), CameraFinder::system()) {}
+
+LinuxCameras::LinuxCameras(std::shared_ptr<V4L2Calls> calls, std::unique_ptr<CameraFinder> finder)
+    : mRoll(std::make_shared<Roll>(std::move(calls), std::move(finder))) {}
+
+LinuxCameras::~LinuxCameras() {
+  mRoll->setHandler({});
+}
+
+void LinuxCameras::setHotplugHandler(HotplugHandler handler) {
+  mRoll->setHandler(std::move(handler));
+}
+
+std::vector<DeviceDescription> LinuxCameras::devices(DeviceKind kind) {
+  std::vector<DeviceDescription> descriptions;
+  if (kind != DeviceKind::kVideo) return descriptions;
+  for (CameraRecord& record : mRoll->records()) descriptions.push_back(std::move(record.description));
+  return descriptions;
+}
+
+std::unique_ptr<CaptureDevice> LinuxCameras::open(DeviceKind kind, const std::string& path) {
+  if (kind != DeviceKind::kVideo) return nullptr;
+  const std::vector<CameraRecord> records = mRoll->records();
+  const auto record = std::find_if(records.begin(), records.end(),
+                                   [&](const CameraRecord& each) { return each.description.path == path; });
+  if (record == records.end()) return nullptr;
+  std::vector<std::shared_ptr<OpenNode>> nodes;
+  for (const std::string& name : record->nodes) {
+    int error = 0;
+    auto node = OpenNode::open(mRoll->sharedCalls(), name, error);
+    if (node) {
+      nodes.push_back(std::move(node));
+    } else {
+      NSLog(whyNot(record->description, name, error));
+    }
+  }
+  return nodes.empty() ? nullptr : std::make_unique<LinuxCamera>(record->description.name, std::move(nodes));
+}
+
+}  // namespace vesk::capture

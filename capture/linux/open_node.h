@@ -1,0 +1,35 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "capture/linux/v4l2_calls.h"
+
+namespace vesk::capture {
+
+/// An open video node, closed with its last user.
+class OpenNode {
+ public:
+  /// Null when it cannot be opened; `error` is then the errno value.
+  static std::shared_ptr<OpenNode> open(std::shared_ptr<V4L2Calls> calls, const std::string& node, int& error) {
+    const int descriptor = calls->open(node);
+    error = descriptor < 0 ? -descriptor : 0;
+    return descriptor < 0 ? nullptr : std::make_shared<OpenNode>(std::move(calls), descriptor);
+  }
+
+  OpenNode(std::shared_ptr<V4L2Calls> calls, int descriptor) : mCalls(std::move(calls)), mDescriptor(descriptor) {}
+  ~OpenNode() { mCalls->close(mDescriptor); }
+  OpenNode(const OpenNode&) = delete;
+  OpenNode& operator=(const OpenNode&) = delete;
+
+  V4L2Calls& calls() const { return *mCalls; }
+  int descriptor() const { return mDescriptor; }
+  int ioctl(unsigned long request, void* argument) const { return mCalls->ioctl(mDescriptor, request, argument); }
+
+ private:
+  const std::shared_ptr<V4L2Calls> mCalls;
+  const int mDescriptor;
+};
+
+}  // namespace vesk::capture

@@ -1,0 +1,140 @@
+#include "capture/linux/sound_delivery.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "capture/monotonic_clock.h"
+#include "platform/foundation/log.h"
+
+namespace vesk::capture {
+namespace {
+
+constexpr size_t kMostSeconds = 2;
+constexpr int64_t kBetweenReports = 5'000'000;  // microseconds
+
+}  // namespace
+
+SoundDelivery::SoundDelivery(std::string name, const WaveFormat& format, FrameCallback callback)
+    : mName(std::move(name)),
+      mFrameBytes(std::max<size_t>(size_t{format.channels} * 2, 1)),
+      mMostBytes(mFrameBytes * format.samplesPerSecond * kMostSeconds),
+      mPacketizer(format, [this](uint8_t* bytes, uint32_t length, int64_t timestamp) {
+        mCallback.call(bytes, length, timestamp);
+        return !isEnded();
+      }) {
+  mCallback.set(std::move(callback));
+}
+
+void SoundDelivery::begin() {
+  MutexLock lock(mMutex);
+  mThread = std::thread([self = shared_from_this()] {
+    pthread_setname_np(pthread_self(), "vesk-sound");
+    self->run();
+  });
+}
+
+void SoundDelivery::end() {
+  std::thread thread;
+  {
+    MutexLock lock(mMutex);
+    mIsEnded = true;
+    thread.swap(mThread);
+    mChanged.notify_all();
+  }
+  mCallback.set({});
+  if (!thread.joinable()) return;
+  // From inside a callback the thread ends by itself, once the callback has returned.
+  if (thread.get_id() == std::this_thread::get_id()) {
+    thread.detach();
+  } else {
+    thread.join();
+  }
+}
+
+uint64_t SoundDelivery::overruns() const {
+  MutexLock lock(mMutex);
+  return mOverruns;
+}
+
+bool SoundDelivery::isEnded() const {
+  MutexLock lock(mMutex);
+  return mIsEnded;
+}
+
+void SoundDelivery::sound(std::span<const uint8_t> bytes, int64_t time) {
+  if (bytes.empty()) return;
+  MutexLock lock(mMutex);
+  if (mIsEnded) return;
+  if (mWaitingBytes + bytes.size() > mMostBytes) {
+    // Whole portions are dropped: the next time stamp tells how much is missing.
+    if (!mIsDropping) loseLocked(0);
+    mIsDropping = true;
+    return;
+  }
+  mIsDropping = false;
+  mWaitingBytes += bytes.size();
+  mWaiting.push_back({{bytes.begin(), bytes.end()}, time, 0});
+  mChanged.notify_all();
+}
+
+void SoundDelivery::lost(uint64_t frames) {
+  MutexLock lock(mMutex);
+  if (!mIsEnded) loseLocked(frames);
+}
+
+void SoundDelivery::loseLocked(uint64_t frames) {
+  ++mOverruns;
+  mWaiting.push_back({{}, 0, frames});
+  mChanged.notify_all();
+}
+
+void SoundDelivery::ended() {
+  NSLog("[WARNING]: " + mName + ": the microphone has gone or its sound server ended; no more sound comes from it");
+}
+
+void SoundDelivery::run() {
+  while (true) {
+    const auto portions = take();
+    if (portions.empty()) break;
+    for (const Portion& portion : portions) process(portion);
+    tellOfOverruns(false);
+  }
+  tellOfOverruns(true);
+}
+
+/// Waits for what there is; none at the end.
+std::deque<SoundDelivery::Portion> SoundDelivery::take() {
+  MutexLock lock(mMutex);
+  while (mWaiting.empty() && !mIsEnded) mChanged.wait(mMutex);
+  std::deque<Portion> portions;
+  if (mIsEnded) return portions;
+  portions.swap(mWaiting);
+  mWaitingBytes = 0;
+  return portions;
+}
+
+void SoundDelivery::process(const Portion& portion) {
+  if (portion.bytes.empty()) {
+    mPacketizer.lose(portion.lostFrames);
+  } else {
+    mPacketizer.add(portion.bytes, portion.time);
+  }
+}
+
+void SoundDelivery::tellOfOverruns(bool isLast) {
+  const int64_t now = monotonicMicroseconds();
+  uint64_t fresh = 0;
+  {
+    MutexLock lock(mMutex);
+    fresh = mOverruns - mToldOverruns;
+    if (fresh == 0 || (!isLast && mToldAt != 0 && now - mToldAt < kBetweenReports)) return;
+    mToldOverruns = mOverruns;
+  }
+  mToldAt = now;
+  NSLog("[WARNING]: " + mName + ": sound was lost " + std::to_string(fresh) + (fresh == 1 ? " time" : " times") +
+        "; silence will stand in for it");
+}
+
+}  // namespace vesk::capture

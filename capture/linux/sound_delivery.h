@@ -1,0 +1,71 @@
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "capture/callback_slot.h"
+#include "capture/linux/sound_packetizer.h"
+#include "capture/linux/sound_system.h"
+#include "platform/foundation/mutex.h"
+
+namespace vesk::capture {
+
+/// Takes a stream's sound off its thread, which must not wait, and hands it on as packets on a
+/// thread of its own. Keeps up to two seconds; what the receiver is too slow for is counted as lost.
+/// What was lost is told in the system log, at most every five seconds.
+///
+/// Threads: every operation from any thread. Made by begin, and ended before it is let go.
+class SoundDelivery : public SoundSink, public std::enable_shared_from_this<SoundDelivery> {
+ public:
+  /// `name` is the microphone's, for the log.
+  SoundDelivery(std::string name, const WaveFormat& format, FrameCallback callback);
+
+  /// Starts the thread.
+  void begin();
+  /// No callback runs once it has returned, unless called from inside one. The stream must have
+  /// been destroyed before.
+  void end() VESK_EXCLUDES(mMutex);
+  /// How much was lost until now, how often.
+  uint64_t overruns() const VESK_EXCLUDES(mMutex);
+
+  void sound(std::span<const uint8_t> bytes, int64_t time) override VESK_EXCLUDES(mMutex);
+  void lost(uint64_t frames) override VESK_EXCLUDES(mMutex);
+  void ended() override;
+
+ private:
+  struct Portion {
+    std::vector<uint8_t> bytes;  ///< none: frames were lost
+    int64_t time = 0;
+    uint64_t lostFrames = 0;
+  };
+
+  void run() VESK_EXCLUDES(mMutex);
+  std::deque<Portion> take() VESK_EXCLUDES(mMutex);
+  void process(const Portion& portion);
+  void loseLocked(uint64_t frames) VESK_REQUIRES(mMutex);
+  void tellOfOverruns(bool isLast) VESK_EXCLUDES(mMutex);
+  bool isEnded() const VESK_EXCLUDES(mMutex);
+
+  const std::string mName;
+  const size_t mFrameBytes;
+  const size_t mMostBytes;
+  CallbackSlot<uint8_t*, uint32_t, int64_t> mCallback;
+  SoundPacketizer mPacketizer;  // of the thread
+  int64_t mToldAt = 0;          // of the thread
+
+  mutable Mutex mMutex;
+  std::condition_variable_any mChanged;
+  std::deque<Portion> mWaiting VESK_GUARDED_BY(mMutex);
+  size_t mWaitingBytes VESK_GUARDED_BY(mMutex) = 0;
+  uint64_t mOverruns VESK_GUARDED_BY(mMutex) = 0;
+  uint64_t mToldOverruns VESK_GUARDED_BY(mMutex) = 0;
+  bool mIsDropping VESK_GUARDED_BY(mMutex) = false;
+  bool mIsEnded VESK_GUARDED_BY(mMutex) = false;
+  std::thread mThread VESK_GUARDED_BY(mMutex);
+};
+
+}  // namespace vesk::capture

@@ -1,0 +1,76 @@
+#include "capture/linux/sound_node_watch.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstring>
+#include <utility>
+
+namespace vesk::capture {
+namespace {
+
+// Attributes change when the rules give a user the right to open a new device.
+constexpr uint32_t kChanges = IN_CREATE | IN_DELETE | IN_ATTRIB;
+
+}  // namespace
+
+SoundNodeWatch::SoundNodeWatch(std::string parent, std::string folder, std::function<void()> handler)
+    : mParent(std::move(parent)),
+      mFolder(std::move(folder)),
+      mHandler(std::move(handler)),
+      mWatch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
+      mStop(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (mWatch < 0 || mStop < 0) return;
+  inotify_add_watch(mWatch, mParent.c_str(), kChanges);
+  inotify_add_watch(mWatch, (mParent + "/" + mFolder).c_str(), kChanges);
+  mThread = std::thread([this] {
+    pthread_setname_np(pthread_self(), "vesk-sound-node");
+    run();
+  });
+}
+
+SoundNodeWatch::~SoundNodeWatch() {
+  if (mThread.joinable()) {
+    const uint64_t one = 1;
+    const auto written = write(mStop, &one, sizeof one);
+    static_cast<void>(written);  // an eventfd takes the first one always
+    mThread.join();
+  }
+  if (mWatch >= 0) close(mWatch);
+  if (mStop >= 0) close(mStop);
+}
+
+void SoundNodeWatch::run() {
+  while (true) {
+    std::array<pollfd, 2> descriptors{pollfd{mStop, POLLIN, 0}, pollfd{mWatch, POLLIN, 0}};
+    if (poll(descriptors.data(), descriptors.size(), -1) < 0) continue;
+    if (descriptors[0].revents != 0) return;
+    if (descriptors[1].revents != 0 && readEvents()) mHandler();
+  }
+}
+
+/// Whether any of what has happened is about sound: the parent folder has much else.
+bool SoundNodeWatch::readEvents() const {
+  alignas(inotify_event) std::array<char, 4096> bytes;
+  bool isSound = false;
+  for (ssize_t length = 0; (length = read(mWatch, bytes.data(), bytes.size())) > 0;) {
+    for (size_t at = 0; at + sizeof(inotify_event) <= static_cast<size_t>(length);) {
+      inotify_event event;
+      std::memcpy(&event, bytes.data() + at, sizeof event);
+      const char* name = event.len > 0 ? bytes.data() + at + sizeof event : "";
+      const bool isFolder = mFolder == name;
+      if (isFolder && (event.mask & IN_CREATE) != 0) {
+        inotify_add_watch(mWatch, (mParent + "/" + mFolder).c_str(), kChanges);
+      }
+      isSound = isSound || isFolder || std::strncmp(name, "pcm", 3) == 0;
+      at += sizeof event + event.len;
+    }
+  }
+  return isSound;
+}
+
+}  // namespace vesk::capture

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "capture/capture_source.h"
+#include "capture/linux/sound_clock.h"
+#include "capture/linux/sound_resampler.h"
+
+namespace vesk::capture {
+
+/// Makes stamped packets of 20 ms out of the portions of any size that a stream hands over: 16-bit
+/// PCM whose count of frames follows the monotonic clock, however fast the device runs.
+///
+/// What was lost appears as a jump of the stamps; the packet before it is filled up with silence.
+///
+/// Threads: one at a time; the callback runs inside the calls, and may end delivery.
+class SoundPacketizer {
+ public:
+  /// `callback` receives the packets; it answers whether it wants more.
+  using Callback = std::function<bool(uint8_t* bytes, uint32_t length, int64_t timestamp)>;
+
+  SoundPacketizer(const WaveFormat& format, Callback callback);
+
+  /// The next bytes; the first of them was recorded at about `time` microseconds.
+  void add(std::span<const uint8_t> bytes, int64_t time);
+  /// Frames are missing before the next bytes; 0 when it is not known how many.
+  void lose(uint64_t frames);
+  /// How fast the device runs against the monotonic clock.
+  double deviceSpeed() const { return mClock.speed(); }
+
+ private:
+  std::span<const uint8_t> joinSplitFrame(std::span<const uint8_t> bytes, int64_t time);
+  void addFrames(std::span<const int16_t> samples, int64_t time);
+  void leaveGap(int64_t missing);
+  double correctedSpeed(int64_t time) const;
+  void deliver();
+  double duration(double frames) const { return frames * 1e6 / mRate; }
+
+  const uint32_t mRate;
+  const uint32_t mChannels;
+  const size_t mPacketSamples;
+  const Callback mCallback;
+  SoundClock mClock;
+  SoundResampler mResampler;
+  std::vector<uint8_t> mSplitFrame;  ///< the beginning of a frame that a portion ended in
+  std::vector<int16_t> mSamples;     ///< made, not delivered yet
+  std::vector<int16_t> mWhole;       ///< the samples of a portion, aligned
+  double mOutTime = 0;               ///< microseconds after mOrigin, of the first of mSamples by count
+  int64_t mOrigin = 0;
+  bool mHasBegun = false;
+  uint64_t mLost = 0;
+  bool mHasLost = false;
+  bool mIsWanted = true;
+};
+
+}  // namespace vesk::capture

@@ -1,0 +1,112 @@
+#include "capture/linux/sound_pulse_connection.h"
+
+#include <utility>
+
+namespace vesk::capture {
+
+PulseConnection::~PulseConnection() {
+  if (!mLoop) return;
+  if (mIsRunning) {
+    const Lock lock(*this);
+    disconnect();
+  }
+  if (mIsRunning) pa_threaded_mainloop_stop(mLoop);
+  pa_threaded_mainloop_free(mLoop);
+}
+
+bool PulseConnection::begin(std::string& error) {
+  mLoop = pa_threaded_mainloop_new();
+  if (!mLoop || pa_threaded_mainloop_start(mLoop) < 0) {
+    error = "the sound server's client could not be started";
+    return false;
+  }
+  mIsRunning = true;
+  pa_threaded_mainloop_set_name(mLoop, "vesk-pulse");
+  const Lock lock(*this);
+  if (context()) return true;
+  error = "no sound server answers (" + reason() + ")";
+  return false;
+}
+
+pa_context* PulseConnection::context() {
+  if (mContext && PA_CONTEXT_IS_GOOD(pa_context_get_state(mContext))) return mContext;
+  disconnect();
+  return connect() ? mContext : nullptr;
+}
+
+bool PulseConnection::connect() {
+  mContext = pa_context_new(pa_threaded_mainloop_get_api(mLoop), "vesk");
+  if (!mContext) return false;
+  pa_context_set_state_callback(mContext, stateChanged, this);
+  pa_context_set_subscribe_callback(mContext, somethingChanged, this);
+  if (pa_context_connect(mContext, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) >= 0) {
+    while (true) {
+      const pa_context_state_t state = pa_context_get_state(mContext);
+      if (state == PA_CONTEXT_READY) {
+        mIsReady = true;
+        subscribe();
+        return true;
+      }
+      if (!PA_CONTEXT_IS_GOOD(state)) break;
+      wait();
+    }
+  }
+  mError = pa_context_errno(mContext);
+  disconnect();
+  return false;
+}
+
+void PulseConnection::disconnect() {
+  if (!mContext) return;
+  pa_context_set_state_callback(mContext, nullptr, nullptr);
+  pa_context_set_subscribe_callback(mContext, nullptr, nullptr);
+  pa_context_disconnect(mContext);
+  pa_context_unref(mContext);
+  mContext = nullptr;
+  mIsReady = false;
+}
+
+bool PulseConnection::finish(pa_operation* operation) {
+  if (!operation) {
+    if (mContext) mError = pa_context_errno(mContext);
+    return false;
+  }
+  while (pa_operation_get_state(operation) == PA_OPERATION_RUNNING) wait();
+  const bool isDone = pa_operation_get_state(operation) == PA_OPERATION_DONE;
+  pa_operation_unref(operation);
+  if (!isDone && mContext) mError = pa_context_errno(mContext);
+  return isDone;
+}
+
+std::string PulseConnection::reason() const {
+  return pa_strerror(mError);
+}
+
+void PulseConnection::setChangeHandler(std::function<void()> handler) {
+  mHandler = std::move(handler);
+  if (mContext && pa_context_get_state(mContext) == PA_CONTEXT_READY) subscribe();
+}
+
+void PulseConnection::subscribe() {
+  if (!mHandler) return;
+  pa_operation* operation = pa_context_subscribe(mContext, PA_SUBSCRIPTION_MASK_SOURCE, nullptr, nullptr);
+  if (operation) pa_operation_unref(operation);
+}
+
+void PulseConnection::stateChanged(pa_context* context, void* self) {
+  auto* connection = static_cast<PulseConnection*>(self);
+  connection->signal();
+  if (PA_CONTEXT_IS_GOOD(pa_context_get_state(context))) return;
+  connection->mError = pa_context_errno(context);
+  // A connection that never stood has changed nothing: asking again would go on for ever.
+  if (!std::exchange(connection->mIsReady, false)) return;
+  if (connection->mHandler) connection->mHandler();  // with the server all its microphones have gone
+}
+
+void PulseConnection::somethingChanged(pa_context*, pa_subscription_event_type_t type, uint32_t, void* self) {
+  auto* connection = static_cast<PulseConnection*>(self);
+  const auto what = static_cast<unsigned>(type) & PA_SUBSCRIPTION_EVENT_TYPE_MASK;
+  if (what != PA_SUBSCRIPTION_EVENT_CHANGE && connection->mHandler) connection->mHandler();
+}
+
+}  // namespace vesk::capture

@@ -1,0 +1,111 @@
+#include "capture/linux/sound_source.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include "capture/linux/sound_microphone.h"
+
+namespace vesk::capture {
+
+SoundSource::SoundSource(std::shared_ptr<SoundSystem> system, int quiet)
+    : mSystem(std::move(system)), mSharing(std::make_shared<SoundSharing>(mSystem)), mQuiet(quiet) {}
+
+SoundSource::~SoundSource() {
+  mHandler.set({});
+  stopWatching();
+}
+
+std::vector<Microphone> SoundSource::microphones() {
+  return mSystem->microphones();
+}
+
+std::vector<DeviceDescription> SoundSource::devices(DeviceKind kind) {
+  std::vector<DeviceDescription> answer;
+  if (kind != DeviceKind::kAudio) return answer;
+  for (Microphone& microphone : microphones()) answer.push_back(std::move(microphone.description));
+  return answer;
+}
+
+std::unique_ptr<CaptureDevice> SoundSource::open(DeviceKind kind, const std::string& path) {
+  return kind == DeviceKind::kAudio ? openMicrophone(path, false) : nullptr;
+}
+
+std::unique_ptr<CaptureDevice> SoundSource::openForMetering(const std::string& path) {
+  return openMicrophone(path, true);
+}
+
+std::unique_ptr<CaptureDevice> SoundSource::openMicrophone(const std::string& path, bool isMeter) {
+  for (const Microphone& microphone : mSystem->microphones()) {
+    if (microphone.description.path != path) continue;
+    return std::make_unique<SoundMicrophone>(mSystem, mSharing, microphone, isMeter);
+  }
+  return nullptr;
+}
+
+// The watcher, once begun, runs until the source goes: a handler may be replaced from inside itself.
+void SoundSource::setHotplugHandler(HotplugHandler handler) {
+  const bool isWanted = static_cast<bool>(handler);
+  mHandler.set(std::move(handler));
+  {
+    MutexLock lock(mMutex);
+    if (!isWanted || mIsWatching) return;
+    mIsWatching = true;
+  }
+  mSystem->setChangeHandler([this] {
+    MutexLock lock(mMutex);
+    ++mChanges;
+    mChanged.notify_all();
+  });
+  mKnown = paths();  // listed after changes are heard of, so that none falls in between
+  MutexLock lock(mMutex);
+  mWatcher = std::thread([this] {
+    pthread_setname_np(pthread_self(), "vesk-sound-plug");
+    while (waitForChange()) compare();
+  });
+}
+
+std::vector<std::string> SoundSource::paths() {
+  std::vector<std::string> paths;
+  for (Microphone& microphone : microphones()) paths.push_back(std::move(microphone.description.path));
+  std::sort(paths.begin(), paths.end());
+  return paths;
+}
+
+/// Waits until something has changed and nothing more for a while; false at the end.
+bool SoundSource::waitForChange() {
+  MutexLock lock(mMutex);
+  while (!mIsEnding && mSeenChanges == mChanges) mChanged.wait(mMutex);
+  while (!mIsEnding && mSeenChanges != mChanges) {
+    mSeenChanges = mChanges;
+    mChanged.wait_for(mMutex, mQuiet);
+  }
+  return !mIsEnding;
+}
+
+void SoundSource::compare() {
+  auto now = paths();
+  std::vector<std::string> gone;
+  std::vector<std::string> come;
+  std::set_difference(mKnown.begin(), mKnown.end(), now.begin(), now.end(), std::back_inserter(gone));
+  std::set_difference(now.begin(), now.end(), mKnown.begin(), mKnown.end(), std::back_inserter(come));
+  mKnown = std::move(now);
+  for (size_t i = 0; i < gone.size(); ++i) mHandler.call(DeviceKind::kAudio, false);
+  for (size_t i = 0; i < come.size(); ++i) mHandler.call(DeviceKind::kAudio, true);
+}
+
+void SoundSource::stopWatching() {
+  mSystem->setChangeHandler({});
+  std::thread watcher;
+  {
+    MutexLock lock(mMutex);
+    mIsEnding = true;
+    watcher.swap(mWatcher);
+    mChanged.notify_all();
+  }
+  if (watcher.joinable()) watcher.join();
+}
+
+}  // namespace vesk::capture

@@ -1,0 +1,379 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <thread>
+
+#include "capture/linux/sound_delivery.h"
+#include "capture/linux/sound_source.h"
+#include "capture/linux/sound_usb_parent.h"
+#include "capture/vci.h"
+#include "platform/foundation/log.h"
+#include "platform/media/four_char_code.h"
+#include "tests/capture/recorder.h"
+
+namespace vesk::capture {
+namespace {
+
+using test::Gate;
+using test::Recorder;
+
+constexpr WaveFormat kStereo{kWaveFormatLinearPCM, 2, 48000, 16};
+constexpr WaveFormat kMono{kWaveFormatLinearPCM, 1, 16000, 16};
+
+/// A sound system whose microphones say what the test says.
+class FakeSoundSystem : public SoundSystem {
+ public:
+  explicit FakeSoundSystem(bool canShareStreams = true) : mCanShare(canShareStreams) {}
+
+  void plug(const std::string& path) {
+    MutexLock lock(mMutex);
+    mMicrophones.push_back({{DeviceKind::kAudio, path, "Microphone " + path}, ""});
+    if (mHandler) mHandler();
+  }
+  void unplug(const std::string& path) {
+    MutexLock lock(mMutex);
+    std::erase_if(mMicrophones, [&](const Microphone& one) { return one.description.path == path; });
+    if (mHandler) mHandler();
+  }
+  void report() {
+    MutexLock lock(mMutex);
+    if (mHandler) mHandler();
+  }
+  /// `frames` frames of `value` on every stream, in its own format.
+  void say(int16_t value, size_t frames, int64_t time) {
+    MutexLock lock(mMutex);
+    for (const auto& [stream, open] : mStreams) {
+      const std::vector<int16_t> samples(frames * open.format.channels, value);
+      open.sink->sound({reinterpret_cast<const uint8_t*>(samples.data()), samples.size() * 2}, time);
+    }
+  }
+  void lose(uint64_t frames) {
+    MutexLock lock(mMutex);
+    for (const auto& [stream, open] : mStreams) open.sink->lost(frames);
+  }
+  void refuse(const WaveFormat& format) { mRefused = format; }
+  std::vector<WaveFormat> openFormats() {
+    MutexLock lock(mMutex);
+    std::vector<WaveFormat> formats;
+    for (const auto& [stream, open] : mStreams) formats.push_back(open.format);
+    return formats;
+  }
+
+  std::vector<Microphone> microphones() override {
+    MutexLock lock(mMutex);
+    return mMicrophones;
+  }
+  std::vector<WaveFormat> formats(const std::string&) override { return {kStereo, kMono}; }
+  std::unique_ptr<SoundStream> record(const std::string&, const WaveFormat& format, std::shared_ptr<SoundSink> sink,
+                                      int32_t& status, std::string&) override {
+    status = format == mRefused ? kVCIFailed : kVCISuccess;
+    if (status != kVCISuccess) return nullptr;
+    auto stream = std::make_unique<Stream>(*this);
+    MutexLock lock(mMutex);
+    mStreams[stream.get()] = {format, std::move(sink)};
+    return stream;
+  }
+  bool canShare() const override { return mCanShare; }
+  int32_t getVolume(const std::string&, uint32_t& volume) override {
+    volume = mVolume;
+    return kVCISuccess;
+  }
+  int32_t setVolume(const std::string&, uint8_t volume) override {
+    mVolume = volume;
+    return kVCISuccess;
+  }
+  int32_t getMute(const std::string&, bool&) override { return kVCIFailed; }
+  int32_t setMute(const std::string&, bool) override { return kVCIFailed; }
+  void setChangeHandler(std::function<void()> handler) override {
+    MutexLock lock(mMutex);
+    mHandler = std::move(handler);
+  }
+
+ private:
+  class Stream : public SoundStream {
+   public:
+    explicit Stream(FakeSoundSystem& system) : mSystem(system) {}
+    ~Stream() override {
+      MutexLock lock(mSystem.mMutex);
+      mSystem.mStreams.erase(this);
+    }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+   private:
+    FakeSoundSystem& mSystem;
+  };
+  struct Open {
+    WaveFormat format;
+    std::shared_ptr<SoundSink> sink;
+  };
+
+  const bool mCanShare;
+  WaveFormat mRefused;
+  std::atomic<uint8_t> mVolume{255};
+  Mutex mMutex;
+  std::vector<Microphone> mMicrophones VESK_GUARDED_BY(mMutex);
+  std::map<const Stream*, Open> mStreams VESK_GUARDED_BY(mMutex);
+  std::function<void()> mHandler VESK_GUARDED_BY(mMutex);
+};
+
+class SoundSourceTest : public testing::Test {
+ protected:
+  void use(bool canShare) {
+    mSystem = std::make_shared<FakeSoundSystem>(canShare);
+    mSystem->plug("a");
+    mSource = std::make_unique<SoundSource>(mSystem, 20);
+  }
+  void SetUp() override {
+    use(true);
+    setLogSink([this](std::string_view line) { mLines.add(std::string(line)); });
+  }
+  void TearDown() override {
+    mSource.reset();
+    setLogSink({});
+  }
+  std::unique_ptr<CaptureDevice> open() { return mSource->open(DeviceKind::kAudio, "a"); }
+  FrameCallback into(Recorder<int64_t>& times) {
+    return [&times](const uint8_t*, uint32_t, int64_t timestamp) { times.add(timestamp); };
+  }
+
+  std::shared_ptr<FakeSoundSystem> mSystem;
+  std::unique_ptr<SoundSource> mSource;
+  Recorder<std::string> mLines;
+};
+
+TEST_F(SoundSourceTest, DeliversUntilStoppedAlsoFromInsideTheCallback) {
+  const auto device = open();
+  ASSERT_TRUE(device);
+  Recorder<int64_t> times;
+  ASSERT_EQ(device->start(0,
+                          [&](const uint8_t*, uint32_t length, int64_t timestamp) {
+                            EXPECT_EQ(length, 960U * 4);
+                            EXPECT_EQ(device->setVolume(9), kVCISuccess);
+                            device->stop(0);
+                            times.add(timestamp);
+                          }),
+            kVCISuccess);
+  mSystem->say(1, 960 * 10, 5'000'000);
+  EXPECT_EQ(times.waitFor(1).front(), 5'000'000);
+  ASSERT_EQ(device->start(0, into(times)), kVCISuccess);
+  mSystem->say(1, 962, 9'000'000);
+  EXPECT_EQ(times.waitFor(2), (std::vector<int64_t>{5'000'000, 9'000'000}));
+  device->stop(0);
+  EXPECT_TRUE(mSystem->openFormats().empty());
+}
+
+TEST_F(SoundSourceTest, StartsAndStopsWhileSoundComes) {
+  std::atomic<bool> isDone{false};
+  std::thread speaker([&] {
+    for (int64_t time = 1; !isDone; time += 10'000) {
+      mSystem->say(1, 480, time);
+      if (time % 7 == 0) mSystem->lose(time % 2 == 0 ? 480 : 0);
+    }
+  });
+  for (int round = 0; round < 60; ++round) {
+    Recorder<int64_t> times;  // outlives the device, which half of the rounds end
+    const auto device = open();
+    ASSERT_EQ(device->start(0, into(times)), kVCISuccess);
+    times.waitFor(1);
+    if (round % 2 == 0) device->stop(0);
+  }
+  isDone = true;
+  speaker.join();
+  EXPECT_TRUE(mSystem->openFormats().empty());
+}
+
+TEST_F(SoundSourceTest, ASlowReceiverLosesSoundWhichTheStampsAndOneLineTell) {
+  const auto device = open();
+  Gate gate;
+  Recorder<int64_t> times;
+  device->start(0, [&](const uint8_t*, uint32_t, int64_t timestamp) {
+    times.add(timestamp);
+    gate.wait();
+  });
+  int64_t time = 1'000'000;
+  const auto say = [&](int seconds) {
+    for (int i = 0; i < seconds * 100; ++i, time += 10'000) mSystem->say(1, 480, time);
+  };
+  say(1);
+  times.waitFor(1);
+  say(6);  // two seconds of it fit
+  gate.open();
+  times.waitFor(2 * 50);
+  const int64_t resumed = time;
+  while (times.items().back() < resumed - 100'000) {
+    say(1);
+    std::this_thread::yield();
+  }
+  device->stop(0);
+  const auto stamps = times.items();
+  int jumps = 0;
+  for (size_t i = 1; i < stamps.size(); ++i) {
+    EXPECT_GT(stamps[i], stamps[i - 1]);
+    if (stamps[i] - stamps[i - 1] > 1'000'000) ++jumps;
+  }
+  EXPECT_GE(jumps, 1);
+  const auto lines = mLines.waitFor(1);
+  EXPECT_LT(lines.size(), 5U);
+  EXPECT_NE(lines.front().find("Microphone a: sound was lost"), std::string::npos);
+}
+
+TEST_F(SoundSourceTest, ManyLossesAreCountedInFewLines) {
+  const auto device = open();
+  Recorder<int64_t> times;
+  device->start(0, into(times));
+  int64_t time = 1'000'000;
+  for (int i = 0; i < 100; ++i, time += 20'000) {
+    mSystem->say(1, 480, time);
+    mSystem->lose(480);
+  }
+  mSystem->say(1, 4800, time);
+  times.waitFor(50);
+  device->stop(0);
+  const auto lines = mLines.items();
+  ASSERT_GE(lines.size(), 1U);
+  EXPECT_LT(lines.size(), 10U);  // one at once, one for the rest at the end, and if the machine stalls
+  int told = 0;
+  for (const auto& line : lines) told += std::stoi(line.substr(line.find("lost ") + 5));
+  EXPECT_EQ(told, 100);
+}
+
+TEST_F(SoundSourceTest, MetersListenBesideACaptureWhereMicrophonesCannotBeShared) {
+  use(false);
+  const auto meter = mSource->openForMetering("a");
+  Recorder<int64_t> heard;
+  std::atomic<uint32_t> packetBytes{0};
+  ASSERT_EQ(meter->start(0,
+                         [&](const uint8_t* bytes, uint32_t length, int64_t timestamp) {
+                           EXPECT_TRUE(std::all_of(bytes, bytes + length, [](uint8_t byte) { return byte == 0x11; }));
+                           packetBytes = length;
+                           heard.add(timestamp);
+                         }),
+            kVCISuccess);
+  EXPECT_EQ(mSystem->openFormats(), std::vector{kStereo});
+  // A capture takes the stream over in its own format; the meter goes on.
+  const auto device = open();
+  ASSERT_EQ(device->setWaveFormat(kMono), kVCISuccess);
+  Recorder<int64_t> times;
+  mSystem->refuse(kMono);
+  ASSERT_EQ(device->start(0, into(times)), kVCIFailed);
+  EXPECT_EQ(mSystem->openFormats(), std::vector{kStereo});
+  mSystem->refuse({});
+  ASSERT_EQ(device->start(0, into(times)), kVCISuccess);
+  EXPECT_EQ(mSystem->openFormats(), std::vector{kMono});
+  EXPECT_EQ(open()->start(0, into(times)), kVCIBusy);
+  mSystem->say(0x1111, 330, 1'000'000);
+  EXPECT_EQ(heard.waitFor(1).front(), 1'000'000);
+  EXPECT_EQ(packetBytes, 960U * 4);  // 48 kHz stereo made of 16 kHz mono
+  EXPECT_EQ(times.waitFor(1).front(), 1'000'000);
+  // Ending either leaves the other its sound.
+  meter->stop(0);
+  mSystem->say(0x1111, 330, 1'020'625);
+  times.waitFor(2);
+  ASSERT_EQ(meter->start(0, into(heard)), kVCISuccess);
+  device->stop(0);
+  mSystem->say(0x1111, 330, 3'000'000);
+  heard.waitFor(2);
+  meter->stop(0);
+  EXPECT_TRUE(mSystem->openFormats().empty());
+}
+
+TEST_F(SoundSourceTest, TellsOfEachMicrophoneThatComesOrGoesOnce) {
+  Recorder<bool> events;
+  mSource->setHotplugHandler([&](DeviceKind kind, bool arrived) {
+    EXPECT_EQ(kind, DeviceKind::kAudio);
+    events.add(arrived);
+  });
+  mSystem->plug("b");
+  for (int i = 0; i < 5; ++i) mSystem->report();
+  EXPECT_EQ(events.waitFor(1), std::vector{true});
+  mSystem->unplug("a");
+  mSystem->report();
+  EXPECT_EQ(events.waitFor(2), (std::vector{true, false}));
+  mSource->setHotplugHandler({});
+  mSystem->plug("c");
+  mSource.reset();
+  EXPECT_EQ(events.items().size(), 2U);
+}
+
+/// A folder of the test's own, gone at its end.
+class Folder {
+ public:
+  Folder() {
+    std::string name = (std::filesystem::temp_directory_path() / "vesk-sound-XXXXXX").string();
+    mPath = mkdtemp(name.data());
+  }
+  ~Folder() { std::filesystem::remove_all(mPath); }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  const std::filesystem::path& path() const { return mPath; }
+  void write(const std::string& name, const std::string& text) const { std::ofstream(mPath / name) << text; }
+
+ private:
+  std::filesystem::path mPath;
+};
+
+TEST(UsbParent, IsTheDeviceAboveTheCardsInterface) {
+  const Folder sysfs;
+  namespace fs = std::filesystem;
+  const fs::path hub = "devices/usb1/1-3";
+  fs::create_directories(sysfs.path() / hub / "1-3.2/1-3.2:1.2");
+  fs::create_directories(sysfs.path() / "devices/pci/sound");
+  for (const char* card : {"card0", "card1"}) fs::create_directories(sysfs.path() / "class/sound" / card);
+  fs::create_symlink(sysfs.path() / hub / "1-3.2/1-3.2:1.2", sysfs.path() / "class/sound/card1/device");
+  fs::create_symlink(sysfs.path() / "devices/pci", sysfs.path() / "class/sound/card0/device");
+  sysfs.write(hub / "idVendor", "1d6b\n");
+  sysfs.write(hub / "1-3.2/idVendor", "0a12\n");
+  sysfs.write(hub / "1-3.2/idProduct", "fffe\n");
+  sysfs.write(hub / "1-3.2/bcdDevice", "0103\n");
+  const UsbParent parent = usbParentOfCard(1, sysfs.path().string());
+  EXPECT_EQ(parent.folder, fs::canonical(sysfs.path() / hub / "1-3.2").string());
+  EXPECT_EQ(parent.vendorID, 0x0a12);
+  EXPECT_EQ(parent.productID, 0xfffe);
+  EXPECT_EQ(parent.revisionID, 0x0103);
+  EXPECT_TRUE(usbParentOfCard(0, sysfs.path().string()).folder.empty());
+  EXPECT_TRUE(usbParentOfCard(7, sysfs.path().string()).folder.empty());
+}
+
+TEST(SoundSystems, SayThatNoServerAnswersAndStartNone) {
+  const Folder folder;
+  setenv("PULSE_SERVER", ("unix:" + (folder.path() / "none").string()).c_str(), 1);
+  std::string error;
+  EXPECT_FALSE(makePulseSoundSystem(error));
+  EXPECT_NE(error.find("no sound server answers"), std::string::npos);
+  unsetenv("PULSE_SERVER");
+}
+
+/// The real code on a PCM of ALSA's that plays a file: it needs no sound card.
+TEST(SoundSystems, RecordFromTheDriversOwnInterface) {
+  const Folder folder;
+  folder.write("sound.raw", std::string(size_t{48000} * 4, '\x11'));
+  folder.write("asound.conf", "pcm.played { type file slave.pcm { type null } file \"/dev/null\" infile \"" +
+                                  (folder.path() / "sound.raw").string() + "\" format raw }\n");
+  setenv("ALSA_CONFIG_PATH", (folder.path() / "asound.conf").string().c_str(), 1);
+  std::string error;
+  SoundSource source(makeAlsaSoundSystem({"played"}, error));
+  ASSERT_EQ(error, "");
+  const auto known = source.devices(DeviceKind::kAudio);
+  const auto found =
+      std::find_if(known.begin(), known.end(), [](const auto& one) { return one.path == "alsa:played"; });
+  ASSERT_NE(found, known.end());
+  const auto device = source.open(DeviceKind::kAudio, "alsa:played");
+  ASSERT_TRUE(device);
+  const auto formats = device->waveFormats();
+  ASSERT_NE(std::find(formats.begin(), formats.end(), kStereo), formats.end());
+  ASSERT_EQ(device->setWaveFormat(kStereo), kVCISuccess);
+  Recorder<uint8_t> firsts;
+  ASSERT_EQ(device->start(0, [&](const uint8_t* bytes, uint32_t, int64_t) { firsts.add(*bytes); }), kVCISuccess);
+  EXPECT_EQ(firsts.waitFor(3).front(), 0x11);
+  device->stop(0);
+  unsetenv("ALSA_CONFIG_PATH");
+}
+
+}  // namespace
+}  // namespace vesk::capture
