@@ -23,6 +23,9 @@ namespace {
 constexpr uint32_t kBuffers = 6;
 constexpr uint32_t kFewestBuffers = 2;
 constexpr size_t kMostWaiting = 2;  // beyond these, a receiver is shown the newest
+constexpr int64_t kMicroseconds = 1'000'000;
+constexpr int64_t kPatience = 3 * kMicroseconds;
+constexpr int64_t kLongPatience = 30 * kMicroseconds;  // once it has been said
 
 int64_t realMicroseconds() {
   using std::chrono::microseconds;
@@ -136,8 +139,10 @@ int PictureStream::setInterval(const VideoParameters& parameters) {
   const v4l2_fract chosen = error == 0 && wish.parm.capture.timeperframe.denominator != 0
                                 ? wish.parm.capture.timeperframe
                                 : v4l2_fract{parameters.intervalNumerator, parameters.intervalDenominator};
-  constexpr int64_t kMicroseconds = 1'000'000;
-  mClock.emplace(std::clamp<int64_t>(chosen.numerator * kMicroseconds / chosen.denominator, 1, 10 * kMicroseconds));
+  const int64_t interval =
+      std::clamp<int64_t>(chosen.numerator * kMicroseconds / chosen.denominator, 1, 10 * kMicroseconds);
+  mClock.emplace(interval);
+  mPatience = std::max(kPatience, 4 * interval);
   if (mUnits && parameters.bitRate > 0)
     setIfThere(*mNode, V4L2_CID_MPEG_VIDEO_BITRATE,
                static_cast<int32_t>(std::min<uint32_t>(parameters.bitRate, INT32_MAX)));
@@ -226,10 +231,14 @@ void PictureStream::count(uint64_t StreamCounts::*counter, uint64_t by) {
 void PictureStream::run() {
   pthread_setname_np(pthread_self(), "vesk camera");
   tCurrent = this;
-  while (!mIsStopping && waitForPicture()) {
-    const bool isWell = takeWaiting();
-    deliverWaiting();
-    if (!isWell && !mIsStopping && !recover()) break;
+  mLastPictureAt = monotonicMicroseconds();
+  mDueAt = mLastPictureAt + mPatience;
+  while (true) {
+    waitForPicture();
+    const bool isWell = mIsStopping || takeWaiting();
+    if (!mIsStopping) deliverWaiting();
+    mIsOverdue = mIsOverdue || monotonicMicroseconds() >= mDueAt;  // as with nothing but damaged ones
+    if (mIsStopping || ((!isWell || mIsOverdue) && !recover())) break;
   }
   tCurrent = nullptr;
   release();
@@ -243,17 +252,20 @@ void PictureStream::setFinished(bool isFinished) {
   mChanged.notify_all();
 }
 
-/// @return false when the stream is to end
-bool PictureStream::waitForPicture() {
-  pollfd descriptors[] = {{mNode->descriptor(), POLLIN, 0}, {mWake, POLLIN, 0}};
-  if (mNode->calls().poll(descriptors) <= 0) return false;
-  mIsBroken = (descriptors[0].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0;
-  return descriptors[1].revents == 0;
+/// Waits for a picture, the end, or until it is time to do something about there being none.
+void PictureStream::waitForPicture() {
+  pollfd descriptors[] = {{mWake, POLLIN, 0}, {mNode->descriptor(), POLLIN, 0}};
+  const int64_t left = std::max<int64_t>(mDueAt - monotonicMicroseconds(), 0);
+  const auto milliseconds = static_cast<int>((left + 999) / 1000);
+  const int ready = mNode->calls().poll(std::span(descriptors).first(mIsDown ? 1 : 2), milliseconds);
+  mIsBroken = ready < 0 || (descriptors[1].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0;
+  mIsOverdue = ready == 0;
 }
 
 /// Takes from the driver what is ready. @return false when it cannot go on like this
 bool PictureStream::takeWaiting() {
   mWaiting.clear();
+  if (mIsDown) return true;
   while (mWaiting.size() < mBuffers.size()) {
     v4l2_buffer buffer = emptyBuffer();
     const int error = mNode->ioctl(VIDIOC_DQBUF, &buffer);
@@ -284,18 +296,19 @@ void PictureStream::deliverWaiting() {
 void PictureStream::deliver(const v4l2_buffer& buffer) {
   const Buffer& memory = mBuffers[buffer.index];
   if (buffer.bytesused == 0) return count(&StreamCounts::empty);
-  if ((buffer.flags & V4L2_BUF_FLAG_ERROR) != 0 || buffer.bytesused > memory.length)
+  const bool isWhole = (buffer.flags & V4L2_BUF_FLAG_ERROR) == 0 && buffer.bytesused <= memory.length;
+  const std::span<uint8_t> picture = isWhole ? prepare({memory.memory, buffer.bytesused}) : std::span<uint8_t>();
+  if (picture.empty()) {
+    if (mUnits) setIfThere(*mNode, V4L2_CID_MPEG_VIDEO_FORCE_KEY_FRAME, 1);  // the next ones need it
     return count(&StreamCounts::damaged);
-  const std::span<uint8_t> picture = prepare({memory.memory, buffer.bytesused});
-  if (picture.empty()) return count(&StreamCounts::damaged);
-  constexpr int64_t kMicroseconds = 1'000'000;
+  }
   const int64_t time =
       mClock->stamp({buffer.timestamp.tv_sec * kMicroseconds + buffer.timestamp.tv_usec,
                      (buffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC,
                      monotonicMicroseconds(), realMicroseconds(), mEmptyAt});
-  mHasRecovered = false;
   count(&StreamCounts::delivered);
   mCallback(picture.data(), static_cast<uint32_t>(picture.size()), time);
+  thrive();
 }
 
 /// The payload in the form that was asked for; empty when it is not whole.
@@ -320,14 +333,39 @@ bool PictureStream::isAttached() const {
   return mNode->ioctl(VIDIOC_QUERYCAP, &capability) != -ENODEV;
 }
 
-/// After an error: the streams of a machine that has slept go on when they are started anew. Tried
-/// once, until the next whole picture. @return false when the stream is to end
+/// A whole picture has come.
+void PictureStream::thrive() {
+  const int64_t now = monotonicMicroseconds();
+  if (mTroubles > 1)
+    NSLog("The camera \"" + mName + "\" sends pictures again, after " +
+          std::to_string((now - mLastPictureAt) / kMicroseconds) + " s.");
+  mTroubles = 0;
+  mNextReportAt = 0;
+  mLastPictureAt = now;
+  mDueAt = now + mPatience;
+}
+
+/// After an error or a time without pictures: streams of a machine that has slept, and of cameras that
+/// hang, go on when they are started anew. @return false when the camera has gone
 bool PictureStream::recover() {
   if (!isAttached()) return false;  // told by the hot-plug handler
-  if (std::exchange(mHasRecovered, true)) {
-    NSLog("The camera \"" + mName + "\" stopped sending pictures. Plug it in again.");
-    return false;
+  const int64_t now = monotonicMicroseconds();
+  const std::string waited = std::to_string((now - mLastPictureAt) / kMicroseconds) + " s";
+  const bool isHopeful = mTroubles++ == 0;
+  if (isHopeful && mIsOverdue)
+    NSLog("The camera \"" + mName + "\" has sent no picture for " + waited + ": it is being started again.");
+  if (!isHopeful && now >= mNextReportAt) {
+    mNextReportAt = now + kLongPatience;
+    NSLog("The camera \"" + mName + "\" has stopped sending pictures " + waited +
+          " ago, and starting it again did not help. Plug it in again.");
   }
+  // One that failed again at once is given time.
+  mIsDown = (!isHopeful && !mIsOverdue) || !restart();
+  mDueAt = now + (mTroubles > 2 ? kLongPatience : mPatience);
+  return true;
+}
+
+bool PictureStream::restart() {
   int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
   mNode->ioctl(VIDIOC_STREAMOFF, &type);
   return flow() == 0;

@@ -37,6 +37,10 @@ struct StreamCounts {
 /// A receiver that is slow does not hold up the driver for longer than its call: of the pictures that
 /// wait meanwhile, the oldest are let go, except for H.264, where each needs the one before it.
 ///
+/// A camera that sends nothing whole for three seconds, or fails, is started anew once at once. When that
+/// does not help, the log says so, and again every half minute with a further try, until pictures come
+/// again or the camera is taken away: whoever records goes on recording what there is.
+///
 /// Threads: stop from any thread, also from inside the receiver's call.
 class PictureStream {
  public:
@@ -78,7 +82,7 @@ class PictureStream {
 
   // On the thread.
   void run();
-  bool waitForPicture();
+  void waitForPicture();
   bool takeWaiting();
   void deliverWaiting();
   void deliver(const v4l2_buffer& buffer);
@@ -86,6 +90,8 @@ class PictureStream {
   bool giveBack(uint32_t index);
   bool isAttached() const;
   bool recover();
+  bool restart();
+  void thrive();
   void count(uint64_t StreamCounts::*counter, uint64_t by = 1) VESK_EXCLUDES(mMutex);
   void countGap(uint32_t sequence);
   void report();
@@ -111,8 +117,14 @@ class PictureStream {
   std::vector<v4l2_buffer> mWaiting;
   int64_t mEmptyAt = 0;
   std::optional<uint32_t> mSequence;
-  bool mIsBroken = false;  // the node said so when it was last waited for
-  bool mHasRecovered = false;
+  bool mIsBroken = false;      // the node said so when it was last waited for
+  bool mIsDown = false;        // cannot be waited for until it has been started anew
+  bool mIsOverdue = false;     // the time to wait for a picture is over
+  int64_t mPatience = 0;       // microseconds without a whole picture that are borne
+  int64_t mDueAt = 0;          // when something must be done if no whole picture has come
+  int64_t mLastPictureAt = 0;  // or the start
+  int64_t mNextReportAt = 0;
+  int mTroubles = 0;  // since the last whole picture
 
   mutable Mutex mMutex;
   std::condition_variable_any mChanged;

@@ -33,8 +33,8 @@ class SystemCalls : public V4L2Calls {
     return memory == MAP_FAILED ? nullptr : static_cast<uint8_t*>(memory);
   }
   void unmap(uint8_t* memory, size_t length) override { ::munmap(memory, length); }
-  int poll(std::span<pollfd> descriptors) override {
-    return untilNotInterrupted([&] { return ::poll(descriptors.data(), descriptors.size(), -1); });
+  int poll(std::span<pollfd> descriptors, int timeout) override {
+    return untilNotInterrupted([&] { return ::poll(descriptors.data(), descriptors.size(), timeout); });
   }
 };
 

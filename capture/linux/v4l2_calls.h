@@ -29,8 +29,9 @@ class V4L2Calls {
   /// Maps a buffer of the driver's for reading and writing; null when that fails.
   virtual uint8_t* map(int descriptor, size_t length, uint32_t offset) = 0;
   virtual void unmap(uint8_t* memory, size_t length) = 0;
-  /// Waits without end for one of `descriptors`. @return how many have something
-  virtual int poll(std::span<pollfd> descriptors) = 0;
+  /// Waits for one of `descriptors`, at most `timeout` milliseconds. @return how many have something;
+  /// 0 when the time is over
+  virtual int poll(std::span<pollfd> descriptors, int timeout) = 0;
 };
 
 }  // namespace vesk::capture

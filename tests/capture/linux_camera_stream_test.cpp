@@ -167,7 +167,7 @@ TEST_F(LinuxCameraStream, RewritesAccessUnitsAndRepeatsParameterSets) {
   EXPECT_EQ(mCamera->counts().damaged, 1u);
   const auto settings = mCalls->controlsSet(kNode);
   using Setting = std::pair<uint32_t, int32_t>;
-  ASSERT_EQ(settings.size(), 2u);
+  ASSERT_EQ(settings.size(), 3u) << "a key picture is asked for at the start and after a loss";
   EXPECT_EQ(settings[0], Setting(V4L2_CID_MPEG_VIDEO_BITRATE, 3'000'000));
   EXPECT_EQ(settings[1].first, uint32_t{V4L2_CID_MPEG_VIDEO_FORCE_KEY_FRAME});
 }
@@ -269,11 +269,34 @@ TEST_F(LinuxCameraStream, StartsAnewOnceAfterAnError) {
   mCalls->failNext(kNode, VIDIOC_DQBUF, EIO);
   mCalls->failNext(kNode, VIDIOC_DQBUF, EIO);
   mCalls->wake(kNode);
-  EXPECT_NE(mLog.waitFor(1)[0].find("stopped"), std::string::npos);
+  EXPECT_NE(mLog.waitFor(1)[0].find("stopped sending pictures"), std::string::npos);
+  // It is tried again later, and comes to life.
+  mCalls->expire();
+  waitForFreeBuffers(6);
+  deliver(jpeg(6));
+  mFrames.waitFor(4);
+  EXPECT_NE(mLog.waitFor(2)[1].find("again"), std::string::npos);
   mCamera->stop(0);
   EXPECT_EQ(start(kJPEG), kVCISuccess);
   deliver(jpeg(7));
-  EXPECT_EQ(mFrames.waitFor(4).back().bytes[2], 7);
+  EXPECT_EQ(mFrames.waitFor(5).back().bytes[2], 7);
+}
+
+TEST_F(LinuxCameraStream, StartsAStalledCameraAnewOnceAndThenSaysSo) {
+  ASSERT_EQ(start(kJPEG), kVCISuccess);
+  deliver(jpeg(1));
+  mFrames.waitFor(1);
+  mCalls->failNext(kNode, VIDIOC_STREAMOFF, EINVAL);  // shows that it was started anew
+  mCalls->expire();
+  EXPECT_NE(mLog.waitFor(1)[0].find("is being started again"), std::string::npos);
+  while (!mCalls->isCalm(kNode)) std::this_thread::yield();
+  mCalls->expire();
+  EXPECT_NE(mLog.waitFor(2)[1].find("Plug it in again"), std::string::npos);
+  waitForFreeBuffers(6);
+  deliver(jpeg(2));
+  mFrames.waitFor(2);
+  EXPECT_NE(mLog.waitFor(3)[2].find("sends pictures again"), std::string::npos);
+  EXPECT_EQ(numbers(), std::vector<int>({1, 2}));
 }
 
 TEST_F(LinuxCameraStream, IsStoppedFromInsideItsCallbackAndStartedThereAnew) {

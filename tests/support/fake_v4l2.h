@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -57,6 +58,8 @@ class FakeV4L2 : public capture::V4L2Calls {
 
   static constexpr uint32_t kBufferBytes = 64 << 10;
 
+  ~FakeV4L2() override { ::close(mExpiry); }
+
   void addNode(const std::string& name, Node node) VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
     mNodes[name] = State{std::move(node)};
@@ -73,6 +76,13 @@ class FakeV4L2 : public capture::V4L2Calls {
   void failNext(const std::string& name, unsigned long request, int error) VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
     mNodes[name].failures.emplace_back(request, error);
+  }
+  /// Whoever waits now has waited for as long as was asked; returns when that has been noticed.
+  void expire() {
+    eventfd_write(mExpiry, 1);
+    uint64_t left = 1;
+    for (pollfd waiting = {mExpiry, POLLIN, 0}; left != 0; std::this_thread::yield())
+      left = ::poll(&waiting, 1, 0) > 0 ? 1 : 0;
   }
   /// Wakes the receiver, so that it meets what has been set.
   void wake(const std::string& name) VESK_EXCLUDES(mMutex) {
@@ -172,7 +182,17 @@ class FakeV4L2 : public capture::V4L2Calls {
     MutexLock lock(mMutex);
     mMapped.erase(memory);
   }
-  int poll(std::span<pollfd> descriptors) override { return ::poll(descriptors.data(), descriptors.size(), -1); }
+  /// Without a clock: the time is over when a test says so.
+  int poll(std::span<pollfd> descriptors, int) override {
+    std::vector<pollfd> all(descriptors.begin(), descriptors.end());
+    all.push_back({mExpiry, POLLIN, 0});
+    const int ready = ::poll(all.data(), all.size(), -1);
+    std::copy_n(all.begin(), descriptors.size(), descriptors.begin());
+    if (all.back().revents == 0) return ready;
+    uint64_t ignored = 0;
+    if (ready == 1) eventfd_read(mExpiry, &ignored);
+    return ready - 1;
+  }
 
   int ioctl(int descriptor, unsigned long request, void* argument) override VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
@@ -354,6 +374,7 @@ class FakeV4L2 : public capture::V4L2Calls {
     return 0;
   }
 
+  const int mExpiry = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   Mutex mMutex;
   std::map<std::string, State> mNodes VESK_GUARDED_BY(mMutex);
   std::map<int, std::string> mOpen VESK_GUARDED_BY(mMutex);
