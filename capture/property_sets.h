@@ -58,7 +58,9 @@ enum CameraProperty : uint32_t {
 };
 enum ExposureMode : uint8_t {
   kManualExposure = 1,
-  kAperturePriority = 8,  ///< the camera chooses the time
+  kAutomaticExposure = 2,  ///< the camera chooses the time and the aperture
+  kShutterPriority = 4,    ///< the aperture
+  kAperturePriority = 8,   ///< the time
 };
 
 /// Properties of the image control set.

@@ -1,5 +1,6 @@
 #include "capture/linux/linux_camera.h"
 
+#include <algorithm>
 #include <exception>
 #include <utility>
 
@@ -10,10 +11,20 @@ namespace {
 
 constexpr uint32_t kTenMillionths = 10'000'000;
 
+/// Those of `some`, then what `others` has beyond them.
+template <class Element>
+std::vector<Element> joined(std::vector<Element> some, const std::vector<Element>& others) {
+  for (const Element& each : others) {
+    if (std::find(some.begin(), some.end(), each) == some.end()) some.push_back(each);
+  }
+  return some;
+}
+
 }  // namespace
 
-LinuxCamera::LinuxCamera(std::string name, std::vector<std::shared_ptr<OpenNode>> nodes)
-    : mName(std::move(name)), mNodes(std::move(nodes)) {
+LinuxCamera::LinuxCamera(std::string name, std::vector<std::shared_ptr<OpenNode>> nodes,
+                         std::vector<ExtensionUnit> units)
+    : mName(std::move(name)), mNodes(std::move(nodes)), mUnits(mNodes, std::move(units)), mControls(mNodes) {
   for (size_t node = 0; node < mNodes.size(); ++node)
     addModes(mNodes[node]->calls(), mNodes[node]->descriptor(), node, mModes);
   if (mModes.empty()) return;
@@ -33,6 +44,25 @@ int32_t LinuxCamera::setVideoParameters(const VideoParameters& parameters) {
   if (!findMode(mModes, parameters)) return kVCIFailed;
   mParameters = parameters;
   return kVCISuccess;
+}
+
+int32_t LinuxCamera::getProperty(uint32_t request, const PropertySetIdentifier& set, uint32_t property,
+                                 std::span<uint8_t> value, uint32_t& valueSize) {
+  const int32_t status = mUnits.get(request, set, property, value, valueSize);
+  return status == kVCIPropertyNotSupported ? mControls.get(request, set, property, value, valueSize) : status;
+}
+
+int32_t LinuxCamera::setProperty(const PropertySetIdentifier& set, uint32_t property, std::span<const uint8_t> value) {
+  const int32_t status = mUnits.set(set, property, value);
+  return status == kVCIPropertyNotSupported ? mControls.set(set, property, value) : status;
+}
+
+std::vector<PropertySetIdentifier> LinuxCamera::propertySets() {
+  return joined(mControls.sets(), mUnits.sets());
+}
+
+std::vector<uint32_t> LinuxCamera::propertyItems(const PropertySetIdentifier& set) {
+  return joined(mUnits.items(set), mControls.items(set));
 }
 
 int32_t LinuxCamera::start(uint32_t, FrameCallback callback) {

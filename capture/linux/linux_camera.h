@@ -6,6 +6,8 @@
 
 #include "capture/capture_source.h"
 #include "capture/linux/camera_modes.h"
+#include "capture/linux/control_properties.h"
+#include "capture/linux/extension_units.h"
 #include "capture/linux/open_node.h"
 #include "capture/linux/picture_stream.h"
 #include "platform/foundation/mutex.h"
@@ -17,8 +19,8 @@ namespace vesk::capture {
 /// Threads: as CaptureDevice demands; stop, start and the destructor also from inside a callback.
 class LinuxCamera : public CaptureDevice {
  public:
-  /// `nodes` are all of the camera's, at least one.
-  LinuxCamera(std::string name, std::vector<std::shared_ptr<OpenNode>> nodes);
+  /// `nodes` are all of the camera's, at least one; `units` those that its nodes belong to.
+  LinuxCamera(std::string name, std::vector<std::shared_ptr<OpenNode>> nodes, std::vector<ExtensionUnit> units = {});
   ~LinuxCamera() override;
 
   int32_t start(uint32_t substream, FrameCallback callback) override;
@@ -26,6 +28,12 @@ class LinuxCamera : public CaptureDevice {
   std::vector<VideoFormat> videoFormats() override;
   /// Refuses what is not among the formats; takes effect at the next start.
   int32_t setVideoParameters(const VideoParameters& parameters) override;
+  /// Properties are asked of the camera each time. What an extension unit has goes before a control.
+  int32_t getProperty(uint32_t request, const PropertySetIdentifier& set, uint32_t property, std::span<uint8_t> value,
+                      uint32_t& valueSize) override;
+  int32_t setProperty(const PropertySetIdentifier& set, uint32_t property, std::span<const uint8_t> value) override;
+  std::vector<PropertySetIdentifier> propertySets() override;
+  std::vector<uint32_t> propertyItems(const PropertySetIdentifier& set) override;
 
   /// Of the present or last stream.
   StreamCounts counts() VESK_EXCLUDES(mMutex);
@@ -35,6 +43,8 @@ class LinuxCamera : public CaptureDevice {
 
   const std::string mName;
   const std::vector<std::shared_ptr<OpenNode>> mNodes;
+  const UnitProperties mUnits;
+  const ControlProperties mControls;
   std::vector<CameraMode> mModes;
   VideoParameters mParameters;
   Mutex mMutex;
