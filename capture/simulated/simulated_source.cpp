@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "capture/conductor.h"
+#include "capture/simulated/simulated_commands.h"
 #include "capture/simulated/simulated_device.h"
 #include "platform/foundation/atomic_file.h"
 #include "platform/foundation/dispatch_queue.h"
@@ -24,6 +25,13 @@ const DeviceDescription kFirstDevices[] = {
     {DeviceKind::kAudio, SimulatedSource::kMonoMicrophonePath, "Simulated Mono Microphone", kVendor, 0x0012, 0x0100},
 };
 
+/// Where a camera's settings are kept; empty when they are not.
+std::string placeOfSettings(const SimulatedUnit& unit) {
+  const char* const place = std::getenv("VESK_SIMULATED_STATE");
+  const bool isKept = place && *place && unit.description().kind == DeviceKind::kVideo;
+  return isKept ? std::string(place) + (unit.isPlain() ? ".plain" : "") : "";
+}
+
 std::shared_ptr<SimulatedUnit> makeUnit(const DeviceDescription& description) {
   const bool isPlain =
       description.path == SimulatedSource::kPlainCameraPath || description.path == SimulatedSource::kMonoMicrophonePath;
@@ -37,6 +45,7 @@ SimulatedSource::SimulatedSource(const SourceOptions& options, Transport& transp
       mEvents(DispatchQueue::createSerial("vesk hot-plug")) {
   for (const DeviceDescription& description : kFirstDevices) mUnits.push_back(makeUnit(description));
   recallSettings();
+  mCommands = std::make_unique<SimulatedCommands>(*this);
 }
 
 SimulatedSource::~SimulatedSource() = default;
@@ -65,10 +74,18 @@ bool SimulatedSource::plugIn(const DeviceDescription& description) {
   {
     MutexLock lock(mMutex);
     if (description.path.empty() || findUnit(description.path)) return false;
-    mUnits.push_back(makeUnit(description));
+    const auto unit = makeUnit(description);
+    if (const std::string file = placeOfSettings(*unit); !file.empty()) keepSettings(*unit, file);
+    mUnits.push_back(unit);
   }
   tell(description.kind, true);
   return true;
+}
+
+bool SimulatedSource::plugIn(const std::string& path) {
+  for (const DeviceDescription& description : kFirstDevices)
+    if (description.path == path) return plugIn(description);
+  return false;
 }
 
 bool SimulatedSource::plugOut(const std::string& path) {
@@ -117,24 +134,26 @@ std::vector<HeadMove> SimulatedSource::headMoves(const std::string& path) {
 /// Real cameras keep their settings from program to program: these do so in a file for each camera,
 /// where a user wants it.
 void SimulatedSource::recallSettings() {
-  const char* const place = std::getenv("VESK_SIMULATED_STATE");
-  if (!place || !*place) return;
   MutexLock lock(mMutex);
   for (const auto& unit : mUnits) {
-    if (unit->description().kind != DeviceKind::kVideo) continue;
-    const std::string file = std::string(place) + (unit->isPlain() ? ".plain" : "");
-    SimulatedProperties& properties = unit->properties();
+    const std::string file = placeOfSettings(*unit);
+    if (file.empty()) continue;
     std::ifstream stream(file);
-    properties.applySettings({std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()});
-    // Nudges and settings may come from different threads: the file written last is the newest.
-    properties.setChangeHandler([&properties, file, mutex = std::make_shared<Mutex>()] {
-      MutexLock writing(*mutex);
-      const std::string text = properties.settings();
-      NSError error;
-      if (!writeToFileAtomically(file, {reinterpret_cast<const uint8_t*>(text.data()), text.size()}, &error))
-        NSLog("The simulated camera's settings were not kept: " + error.description);
-    });
+    unit->properties().applySettings({std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()});
+    keepSettings(*unit, file);
   }
+}
+
+void SimulatedSource::keepSettings(SimulatedUnit& unit, const std::string& file) {
+  SimulatedProperties& properties = unit.properties();
+  // Nudges and settings may come from different threads: the file written last is the newest.
+  properties.setChangeHandler([&properties, file, mutex = std::make_shared<Mutex>()] {
+    MutexLock writing(*mutex);
+    const std::string text = properties.settings();
+    NSError error;
+    if (!writeToFileAtomically(file, {reinterpret_cast<const uint8_t*>(text.data()), text.size()}, &error))
+      NSLog("The simulated camera's settings were not kept: " + error.description);
+  });
 }
 
 std::shared_ptr<SimulatedUnit> SimulatedSource::find(const std::string& path) {

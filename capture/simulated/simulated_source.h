@@ -19,6 +19,7 @@ class DispatchQueue;
 namespace vesk::capture {
 
 class Conductor;
+class SimulatedCommands;
 class SimulatedUnit;
 
 /// Cameras and microphones that need no hardware and behave the same every time: numbered pictures
@@ -26,6 +27,7 @@ class SimulatedUnit;
 /// formats and sizes, one plain) and two microphones (stereo, mono) are plugged in at first. What
 /// can go wrong with devices goes wrong on command. Cameras forget what their controls were set to
 /// with the source, unless the environment variable VESK_SIMULATED_STATE names a file to keep it in.
+/// Commands come from outside the process too: see SimulatedCommands.
 ///
 /// Threads: every operation from any thread.
 class VESK_EXPORT SimulatedSource : public CaptureSource {
@@ -45,6 +47,8 @@ class VESK_EXPORT SimulatedSource : public CaptureSource {
   /// Plugs a device in, after those that are there: one of the four that was plugged out, or one
   /// more of the full model of its kind. False when its path is taken or empty.
   bool plugIn(const DeviceDescription& description);
+  /// Plugs one of the four in again, with its controls at their defaults.
+  bool plugIn(const std::string& path);
   /// Pulls a device out: it leaves the list, what captures from it gets nothing more, and starts
   /// fail. False when it is not there.
   bool plugOut(const std::string& path);
@@ -66,6 +70,7 @@ class VESK_EXPORT SimulatedSource : public CaptureSource {
   std::shared_ptr<SimulatedUnit> findUnit(const std::string& path) const VESK_REQUIRES(mMutex);
   void tell(DeviceKind kind, bool arrived);
   void recallSettings();
+  static void keepSettings(SimulatedUnit& unit, const std::string& file);
 
   using HotplugSlot = CallbackSlot<DeviceKind, bool>;
 
@@ -73,7 +78,8 @@ class VESK_EXPORT SimulatedSource : public CaptureSource {
   const std::shared_ptr<HotplugSlot> mHotplug = std::make_shared<HotplugSlot>();
   Mutex mMutex;
   std::vector<std::shared_ptr<SimulatedUnit>> mUnits VESK_GUARDED_BY(mMutex);
-  std::shared_ptr<DispatchQueue> mEvents;  // tells of arrivals and departures
+  std::shared_ptr<DispatchQueue> mEvents;        // tells of arrivals and departures
+  std::unique_ptr<SimulatedCommands> mCommands;  // uses all of the above
 };
 
 }  // namespace vesk::capture

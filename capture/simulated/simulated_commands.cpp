@@ -1,0 +1,92 @@
+#include "capture/simulated/simulated_commands.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
+#include <sys/eventfd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "capture/simulated/simulated_source.h"
+#include "capture/vci.h"
+#include "platform/foundation/log.h"
+
+namespace vesk::capture {
+namespace {
+
+SimulatedFaults faultsOf(std::string_view word) {
+  SimulatedFaults faults;
+  if (word == "busy") faults.startStatus = kVCIBusy;
+  if (word == "silent") faults.isStalled = true;
+  return faults;
+}
+
+/// The pipe for reading; it is opened for writing too, so that it does not end with its first writer.
+int openPipe(const char* path) {
+  const int pipe = open(path, O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  struct stat state {};
+  if (pipe >= 0 && fstat(pipe, &state) == 0 && S_ISFIFO(state.st_mode)) return pipe;
+  if (pipe >= 0) close(pipe);
+  NSLog(std::string("VESK_SIMULATED_COMMANDS: \"") + path + "\" is no pipe.");
+  return -1;
+}
+
+}  // namespace
+
+SimulatedCommands::SimulatedCommands(SimulatedSource& source) : mSource(source) {
+  if (const char* const setup = std::getenv("VESK_SIMULATED_SETUP")) {
+    std::string_view rest = setup;
+    while (!rest.empty()) {
+      const size_t end = rest.find(';');
+      obey(rest.substr(0, end));
+      rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+    }
+  }
+  const char* const path = std::getenv("VESK_SIMULATED_COMMANDS");
+  if (!path || !*path) return;
+  mPipe = openPipe(path);
+  mWake = eventfd(0, EFD_CLOEXEC);
+  if (mPipe >= 0 && mWake >= 0) mReader = std::thread([this] { read(); });
+}
+
+SimulatedCommands::~SimulatedCommands() {
+  if (mWake >= 0) eventfd_write(mWake, 1);
+  if (mReader.joinable()) mReader.join();
+  if (mPipe >= 0) close(mPipe);
+  if (mWake >= 0) close(mWake);
+}
+
+void SimulatedCommands::obey(std::string_view command) {
+  const size_t space = command.find(' ');
+  const std::string_view word = command.substr(0, space);
+  const std::string path(space == std::string_view::npos ? "" : command.substr(space + 1));
+  bool isDone = false;
+  if (word == "out")
+    isDone = mSource.plugOut(path);
+  else if (word == "in")
+    isDone = mSource.plugIn(path);
+  else if (word == "busy" || word == "silent" || word == "well")
+    isDone = mSource.setFaults(path, faultsOf(word));
+  if (!isDone) NSLog("The simulated devices cannot obey \"" + std::string(command) + "\".");
+}
+
+void SimulatedCommands::read() {
+  pthread_setname_np(pthread_self(), "vesk commands");
+  std::string text;
+  for (;;) {
+    pollfd waiting[] = {{mPipe, POLLIN, 0}, {mWake, POLLIN, 0}};
+    if (poll(waiting, 2, -1) < 0 || waiting[1].revents != 0) return;
+    char bytes[512];
+    const ssize_t count = ::read(mPipe, bytes, sizeof bytes);
+    if (count > 0) text.append(bytes, static_cast<size_t>(count));
+    for (size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n')) {
+      obey(std::string_view(text).substr(0, end));
+      text.erase(0, end + 1);
+    }
+  }
+}
+
+}  // namespace vesk::capture
