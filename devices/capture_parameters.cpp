@@ -1,5 +1,6 @@
 #include "devices/capture_parameters.h"
 
+#include "capture/encoding/usual_bit_rate.h"
 #include "platform/media/four_char_code.h"
 
 namespace vesk {
@@ -9,24 +10,6 @@ namespace {
 constexpr uint32_t kIntervalNumerator = 333333;
 constexpr uint32_t kIntervalDenominator = 10000000;
 constexpr uint32_t kH264Value = 24;
-
-struct BitRateRow {
-  CMVideoDimensions dimensions;
-  uint32_t bitRate;
-};
-constexpr BitRateRow kBitRates[] = {
-    {{320, 240}, 512000},
-    {{640, 360}, 819200},
-    {{640, 480}, 921600},
-    {{1280, 720}, 2048000},
-};
-constexpr uint32_t kOtherBitRate = 1024000;
-
-uint32_t h264BitRate(CMVideoDimensions dimensions) {
-  for (const BitRateRow& row : kBitRates)
-    if (row.dimensions == dimensions) return row.bitRate;
-  return kOtherBitRate;
-}
 
 /// A number that does not fit would be undefined to convert.
 uint32_t wholeNumber(double value) {
@@ -54,7 +37,7 @@ VCICaptureParameters videoCaptureParameters(const CMVideoFormatDescription& form
   record.height = format.dimensions().height;
   record.intervalNumerator = kIntervalNumerator;
   record.intervalDenominator = kIntervalDenominator;
-  record.bitRate = isH264 ? h264BitRate(format.dimensions()) : 0;
+  record.bitRate = isH264 ? capture::usualH264BitRate(format.dimensions().width, format.dimensions().height) : 0;
   record.h264Value = isH264 ? kH264Value : 0;
   return record;
 }

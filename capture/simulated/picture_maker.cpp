@@ -1,22 +1,16 @@
 #include "capture/simulated/picture_maker.h"
 
-#include <algorithm>
+#include <utility>
 #include <vector>
 
-#include "capture/files/access_unit_writer.h"
-#include "capture/files/av_handles.h"
+#include "capture/encoding/h264_encoder.h"
 #include "platform/media/four_char_code.h"
-
-extern "C" {
-#include <libavutil/opt.h>
-}
 
 namespace vesk::capture {
 namespace {
 
-constexpr int kQuiet = AV_LOG_TRACE;   // keeps the encoder's lines off standard error
-constexpr int kKeyPictureSeconds = 2;  // at most, from key picture to key picture
-constexpr int kJpegQuality = 4;        // 2 best to 31
+constexpr int kQuiet = AV_LOG_TRACE;  // keeps the encoder's lines off standard error
+constexpr int kJpegQuality = 4;       // 2 best to 31
 
 /// "2vuy": the pattern as it is painted.
 class RawMaker : public PictureMaker {
@@ -37,20 +31,11 @@ class RawMaker : public PictureMaker {
   std::vector<uint8_t> mBytes;
 };
 
-/// A picture through an encoder that gives each one out as it goes in.
-class EncodedMaker : public PictureMaker {
+/// Paints the pattern into the planes that an encoder takes.
+class PlanesMaker : public PictureMaker {
  public:
-  EncodedMaker(CodecHandle encoder, PictureLayout layout)
-      : mEncoder(std::move(encoder)), mPattern(layout, mEncoder->width, mEncoder->height) {}
-
-  bool prepare() {
-    if (!mFrame || !mPacket) return false;
-    mFrame->format = mEncoder->pix_fmt;
-    mFrame->width = mEncoder->width;
-    mFrame->height = mEncoder->height;
-    mFrame->quality = mEncoder->global_quality;
-    return av_frame_get_buffer(mFrame.get(), 0) == 0;
-  }
+  PlanesMaker(FrameHandle frame, PictureLayout layout)
+      : mFrame(std::move(frame)), mPattern(layout, mFrame->width, mFrame->height) {}
 
   std::span<uint8_t> make(uint32_t counter, bool isFlash, const PictureLook& look) override {
     if (av_frame_make_writable(mFrame.get()) < 0) return {};
@@ -60,111 +45,114 @@ class EncodedMaker : public PictureMaker {
       planes.rowBytes[plane] = static_cast<size_t>(mFrame->linesize[plane]);
     }
     mPattern.paint(counter, isFlash, look, planes);
-    mFrame->pts = mCount++;
-    av_packet_unref(mPacket.get());
-    if (avcodec_send_frame(mEncoder.get(), mFrame.get()) < 0) return {};
-    if (avcodec_receive_packet(mEncoder.get(), mPacket.get()) < 0) return {};
-    return finish({mPacket->data, static_cast<size_t>(mPacket->size)});
+    return encode(*mFrame);
   }
 
- protected:
-  virtual std::span<uint8_t> finish(std::span<uint8_t> packet) { return packet; }
-
  private:
-  const CodecHandle mEncoder;
+  virtual std::span<uint8_t> encode(AVFrame& picture) = 0;
+
+  const FrameHandle mFrame;
   SimulatedPattern mPattern;
-  const FrameHandle mFrame{av_frame_alloc()};
-  const PacketHandle mPacket{av_packet_alloc()};
-  int64_t mCount = 0;
 };
 
-/// H.264 as cameras give it: the encoder's three-byte start codes become four-byte ones.
-class H264Maker : public EncodedMaker {
+class H264Maker : public PlanesMaker {
  public:
-  using EncodedMaker::EncodedMaker;
+  H264Maker(std::unique_ptr<H264Encoder> encoder, FrameHandle frame)
+      : PlanesMaker(std::move(frame), PictureLayout::k420), mEncoder(std::move(encoder)) {}
 
- protected:
-  std::span<uint8_t> finish(std::span<uint8_t> packet) override {
-    const auto unit = mWriter.write(packet);
+ private:
+  std::span<uint8_t> encode(AVFrame& picture) override {
+    const auto unit = mEncoder->encode(picture);
     return unit ? unit->bytes : std::span<uint8_t>();
   }
 
- private:
-  AccessUnitWriter mWriter{{}};
+  const std::unique_ptr<H264Encoder> mEncoder;
 };
 
-CodecHandle allocate(const char* name, const VideoParameters& parameters, const Cadence& cadence) {
-  const AVCodec* const codec = avcodec_find_encoder_by_name(name);
+class JPEGMaker : public PlanesMaker {
+ public:
+  JPEGMaker(CodecHandle encoder, PacketHandle packet, FrameHandle frame)
+      : PlanesMaker(std::move(frame), PictureLayout::k422Full),
+        mEncoder(std::move(encoder)),
+        mPacket(std::move(packet)) {}
+
+ private:
+  std::span<uint8_t> encode(AVFrame& picture) override {
+    picture.pts = mCount++;
+    av_packet_unref(mPacket.get());
+    if (avcodec_send_frame(mEncoder.get(), &picture) < 0) return {};
+    if (avcodec_receive_packet(mEncoder.get(), mPacket.get()) < 0) return {};
+    return {mPacket->data, static_cast<size_t>(mPacket->size)};
+  }
+
+  const CodecHandle mEncoder;
+  const PacketHandle mPacket;
+  int64_t mCount = 0;
+};
+
+std::unique_ptr<PictureMaker> makeH264Maker(const VideoParameters& parameters, const Cadence& cadence) {
+  const bool isHighDefinition = parameters.height >= kFirstHighDefinitionLine;
+  const int64_t bitPerPixel = int64_t{parameters.width} * parameters.height;  // and second
+  H264Encoder::Settings settings;
+  settings.width = parameters.width;
+  settings.height = parameters.height;
+  settings.intervalNumerator = cadence.numerator();
+  settings.intervalDenominator = cadence.denominator();
+  settings.bitRate = parameters.bitRate ? parameters.bitRate : static_cast<uint32_t>(bitPerPixel);
+  settings.preset = "ultrafast";
+  settings.profile = "baseline";
+  settings.matrix = isHighDefinition ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M;
+  settings.primaries = isHighDefinition ? AVCOL_PRI_BT709 : AVCOL_PRI_SMPTE170M;
+  auto encoder = H264Encoder::create(settings);
+  FrameHandle frame = encoder ? encoder->makePicture() : nullptr;
+  return frame ? std::make_unique<H264Maker>(std::move(encoder), std::move(frame)) : nullptr;
+}
+
+std::unique_ptr<PictureMaker> makeJPEGMaker(const VideoParameters& parameters, const Cadence& cadence) {
+  const AVCodec* const codec = avcodec_find_encoder_by_name("mjpeg");
   CodecHandle encoder(codec ? avcodec_alloc_context3(codec) : nullptr);
-  if (!encoder) return nullptr;
+  PacketHandle packet(av_packet_alloc());
+  FrameHandle frame(av_frame_alloc());
+  if (!encoder || !packet || !frame) return nullptr;
   encoder->width = parameters.width;
   encoder->height = parameters.height;
   encoder->time_base = {static_cast<int>(cadence.numerator()), static_cast<int>(cadence.denominator())};
   encoder->framerate = {static_cast<int>(cadence.denominator()), static_cast<int>(cadence.numerator())};
   encoder->thread_count = 1;
   encoder->log_level_offset = kQuiet;
-  return encoder;
-}
-
-/// No reordering and no waiting: a picture goes out as it goes in.
-CodecHandle makeH264Encoder(const VideoParameters& parameters, const Cadence& cadence) {
-  CodecHandle encoder = allocate("libx264", parameters, cadence);
-  if (!encoder) return nullptr;
-  const bool isHighDefinition = parameters.height >= kFirstHighDefinitionLine;
-  const int64_t bitPerPixel = int64_t{parameters.width} * parameters.height;  // and second
-  const int64_t bitRate = parameters.bitRate ? parameters.bitRate : bitPerPixel;
-  const auto secondsInPictures = kKeyPictureSeconds * int64_t{cadence.denominator()} / cadence.numerator();
-  encoder->pix_fmt = AV_PIX_FMT_YUV420P;
-  encoder->color_range = AVCOL_RANGE_MPEG;
-  encoder->colorspace = isHighDefinition ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M;
-  encoder->color_primaries = isHighDefinition ? AVCOL_PRI_BT709 : AVCOL_PRI_SMPTE170M;
-  encoder->color_trc = AVCOL_TRC_BT709;
-  encoder->bit_rate = bitRate;
-  encoder->rc_max_rate = bitRate;
-  encoder->rc_buffer_size = static_cast<int>(std::min<int64_t>(bitRate, INT32_MAX));
-  encoder->gop_size = static_cast<int>(std::max<int64_t>(1, secondsInPictures));
-  encoder->max_b_frames = 0;
-  av_opt_set(encoder->priv_data, "preset", "ultrafast", 0);
-  av_opt_set(encoder->priv_data, "tune", "zerolatency", 0);
-  av_opt_set(encoder->priv_data, "profile", "baseline", 0);
-  av_opt_set(encoder->priv_data, "x264-params", "annexb=1:repeat-headers=1:scenecut=0:sliced-threads=0:log=0", 0);
-  return avcodec_open2(encoder.get(), nullptr, nullptr) == 0 ? std::move(encoder) : nullptr;
-}
-
-CodecHandle makeJpegEncoder(const VideoParameters& parameters, const Cadence& cadence) {
-  CodecHandle encoder = allocate("mjpeg", parameters, cadence);
-  if (!encoder) return nullptr;
   encoder->pix_fmt = AV_PIX_FMT_YUVJ422P;
   encoder->color_range = AVCOL_RANGE_JPEG;
   encoder->flags |= AV_CODEC_FLAG_QSCALE;
   encoder->global_quality = kJpegQuality * FF_QP2LAMBDA;
-  return avcodec_open2(encoder.get(), nullptr, nullptr) == 0 ? std::move(encoder) : nullptr;
-}
-
-template <class Maker>
-std::unique_ptr<PictureMaker> makeEncoded(CodecHandle encoder, PictureLayout layout, std::string& error) {
-  if (encoder) {
-    auto maker = std::make_unique<Maker>(std::move(encoder), layout);
-    if (maker->prepare()) return maker;
-  }
-  error = "the encoder of the simulated camera could not be set up";
-  return nullptr;
+  if (avcodec_open2(encoder.get(), nullptr, nullptr) != 0) return nullptr;
+  frame->format = encoder->pix_fmt;
+  frame->width = encoder->width;
+  frame->height = encoder->height;
+  frame->quality = encoder->global_quality;
+  if (av_frame_get_buffer(frame.get(), 0) != 0) return nullptr;
+  return std::make_unique<JPEGMaker>(std::move(encoder), std::move(packet), std::move(frame));
 }
 
 }  // namespace
 
 std::unique_ptr<PictureMaker> PictureMaker::create(const VideoParameters& parameters, const Cadence& cadence,
                                                    std::string& error) {
+  std::unique_ptr<PictureMaker> maker;
   switch (parameters.codec) {
     case kCMVideoCodecType_H264:
-      return makeEncoded<H264Maker>(makeH264Encoder(parameters, cadence), PictureLayout::k420, error);
+      maker = makeH264Maker(parameters, cadence);
+      break;
     case kCMVideoCodecType_MotionJPEG:
-      return makeEncoded<EncodedMaker>(makeJpegEncoder(parameters, cadence), PictureLayout::k422Full, error);
+      maker = makeJPEGMaker(parameters, cadence);
+      break;
     case kCMPixelFormat_422YpCbCr8:
       return std::make_unique<RawMaker>(parameters.width, parameters.height);
+    default:
+      error = "the simulated camera has no pictures in " + fourCharString(parameters.codec);
+      return nullptr;
   }
-  error = "the simulated camera has no pictures in " + fourCharString(parameters.codec);
-  return nullptr;
+  if (!maker) error = "the encoder of the simulated camera could not be set up";
+  return maker;
 }
 
 }  // namespace vesk::capture

@@ -1,0 +1,131 @@
+#include "capture/encoding/encoded_camera.h"
+
+#include <algorithm>
+#include <exception>
+#include <utility>
+
+#include "capture/vci.h"
+#include "platform/media/four_char_code.h"
+
+namespace vesk::capture {
+
+std::unique_ptr<CaptureDevice> EncodedCamera::wrap(std::unique_ptr<CaptureDevice> camera, const std::string& name) {
+  const std::vector<VideoFormat> formats = camera->videoFormats();
+  const bool hasOwn = std::any_of(formats.begin(), formats.end(),
+                                  [](const VideoFormat& format) { return format.codec == kCMVideoCodecType_H264; });
+  std::vector<EncoderInput> inputs = encoderInputs(formats);
+  if (hasOwn || inputs.empty() || !H264Encoder::isPresent()) return camera;
+  return std::make_unique<EncodedCamera>(std::move(camera), name, std::move(inputs));
+}
+
+EncodedCamera::EncodedCamera(std::unique_ptr<CaptureDevice> camera, std::string name, std::vector<EncoderInput> inputs)
+    : mName(std::move(name)), mInputs(std::move(inputs)), mCamera(std::move(camera)) {}
+
+EncodedCamera::~EncodedCamera() {
+  end();
+}
+
+std::vector<VideoFormat> EncodedCamera::videoFormats() {
+  std::vector<VideoFormat> formats = mCamera->videoFormats();
+  VideoFormat& encoded = formats.emplace_back();
+  encoded.codec = kCMVideoCodecType_H264;
+  for (const EncoderInput& input : mInputs) encoded.sizes.push_back(input.size);
+  return formats;
+}
+
+int32_t EncodedCamera::setVideoParameters(const VideoParameters& parameters) {
+  std::optional<Plan> plan;
+  if (parameters.codec == kCMVideoCodecType_H264) {
+    const EncoderInput* const input = findInput(mInputs, parameters);
+    if (!input) return kVCIFailed;
+    plan = Plan{parametersOf(*input, parameters), parameters.bitRate};
+  }
+  const int32_t status = mCamera->setVideoParameters(plan ? plan->input : parameters);
+  if (status == kVCISuccess) mPlan = plan;
+  return status;
+}
+
+int32_t EncodedCamera::start(uint32_t substream, FrameCallback callback) {
+  if (!mPlan) return mCamera->start(substream, std::move(callback));
+  if (!callback) return kVCIFailed;
+  try {
+    return startEncoded(std::move(callback));
+  } catch (const std::exception&) {
+    return kVCIFailed;
+  }
+}
+
+int32_t EncodedCamera::startEncoded(FrameCallback callback) {
+  MutexLock lock(mMutex);  // the first callback may stop what it does not yet see here: it waits
+  if (mIsEncoding) return kVCISuccess;
+  auto stream = EncodedStream::start(mName, mPlan->input, mPlan->bitRate, std::move(callback));
+  if (!stream) return kVCIFailed;
+  // The camera may keep what it calls long after the stream.
+  const int32_t status =
+      mCamera->start(0, [held = std::weak_ptr(stream)](uint8_t* bytes, uint32_t length, int64_t timestamp) {
+        if (const auto target = held.lock()) target->take({bytes, length}, timestamp);
+      });
+  if (status != kVCISuccess) {
+    stream->stop();
+    return status;
+  }
+  mStreams.push_back(std::move(stream));
+  mIsEncoding = true;
+  return status;
+}
+
+int32_t EncodedCamera::stop(uint32_t /*substream*/) {
+  return end();
+}
+
+/// Stops what runs and waits for what was stopped before, but for the stream whose callback this is
+/// called from.
+int32_t EncodedCamera::end() {
+  std::vector<std::shared_ptr<EncodedStream>> streams;
+  bool wasEncoding = false;
+  {
+    MutexLock lock(mMutex);
+    streams = mStreams;
+    wasEncoding = std::exchange(mIsEncoding, false);
+  }
+  const int32_t status = mCamera->stop(0);
+  if (status != kVCISuccess) {
+    MutexLock lock(mMutex);
+    mIsEncoding = wasEncoding;
+    return status;
+  }
+  if (wasEncoding) streams.back()->stop();
+  for (const auto& stream : streams) {
+    if (!stream->isInside()) stream->wait();
+  }
+  MutexLock lock(mMutex);
+  const auto last = mStreams.empty() ? nullptr : mStreams.back();  // keeps the counts
+  std::erase_if(mStreams,
+                [&](const auto& stream) { return stream != last && !stream->isInside() && stream->isFinished(); });
+  return status;
+}
+
+int32_t EncodedCamera::getProperty(uint32_t request, const PropertySetIdentifier& set, uint32_t property,
+                                   std::span<uint8_t> value, uint32_t& valueSize) {
+  return mCamera->getProperty(request, set, property, value, valueSize);
+}
+
+int32_t EncodedCamera::setProperty(const PropertySetIdentifier& set, uint32_t property,
+                                   std::span<const uint8_t> value) {
+  return mCamera->setProperty(set, property, value);
+}
+
+std::vector<PropertySetIdentifier> EncodedCamera::propertySets() {
+  return mCamera->propertySets();
+}
+
+std::vector<uint32_t> EncodedCamera::propertyItems(const PropertySetIdentifier& set) {
+  return mCamera->propertyItems(set);
+}
+
+EncodingCounts EncodedCamera::counts() {
+  MutexLock lock(mMutex);
+  return mStreams.empty() ? EncodingCounts{} : mStreams.back()->counts();
+}
+
+}  // namespace vesk::capture

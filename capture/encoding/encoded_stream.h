@@ -1,0 +1,109 @@
+#pragma once
+
+#include <array>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "capture/capture_source.h"
+#include "capture/encoding/h264_encoder.h"
+#include "capture/encoding/picture_planes.h"
+#include "platform/foundation/mutex.h"
+
+namespace vesk::capture {
+
+/// What became of the pictures of a stream.
+struct EncodingCounts {
+  uint64_t delivered = 0;
+  uint64_t late = 0;     ///< left out for newer ones, the encoder or the receiver being slow
+  uint64_t damaged = 0;  ///< not whole, or not of the size that was asked for
+  uint64_t failed = 0;   ///< refused by the encoder
+};
+
+/// A camera's pictures on their way through the encoder to a receiver, on a thread of their own.
+///
+/// The camera's thread never waits: it leaves its picture in a slot, of which there are a few, and
+/// where all are taken the oldest picture that waits gives way.
+///
+/// Threads: take from one thread at a time, the rest from any, stop also from inside the receiver's call.
+class EncodedStream {
+ public:
+  /// @param camera its name, for the log
+  /// @param input  what the pictures come as: "2vuy" or "dmb1", and their size and interval
+  /// @return null when the encoder or the thread cannot be had; the log says so
+  static std::shared_ptr<EncodedStream> start(const std::string& camera, const VideoParameters& input, uint32_t bitRate,
+                                              FrameCallback callback);
+  ~EncodedStream();
+  EncodedStream(const EncodedStream&) = delete;
+  EncodedStream& operator=(const EncodedStream&) = delete;
+
+  /// Takes a picture of the camera's.
+  void take(std::span<const uint8_t> bytes, int64_t timestamp) VESK_EXCLUDES(mMutex);
+
+  /// Once it has returned the receiver is not called any more; called from inside the receiver's call,
+  /// that call is the last.
+  void stop() VESK_EXCLUDES(mMutex, mJoinMutex);
+  /// Waits until the call in progress, if any, has returned. Not from inside one.
+  void wait() VESK_EXCLUDES(mMutex, mJoinMutex);
+  bool isFinished() const VESK_EXCLUDES(mMutex);
+  /// Whether the calling thread is inside a call of this stream's receiver.
+  bool isInside() const { return tCurrent == this; }
+
+  EncodingCounts counts() const VESK_EXCLUDES(mMutex);
+
+ private:
+  /// A picture that waits: pixels for the encoder, or a JPEG picture.
+  struct Slot {
+    FrameHandle pixels;
+    std::vector<uint8_t> jpeg;
+    int64_t timestamp = 0;
+  };
+
+  EncodedStream(std::string camera, const VideoParameters& input, FrameCallback callback);
+
+  bool prepare(uint32_t bitRate);
+  Slot* emptySlot() VESK_EXCLUDES(mMutex);
+  bool fill(Slot& slot, std::span<const uint8_t> bytes) const;
+  void giveBack(Slot& slot, uint64_t EncodingCounts::*counter) VESK_EXCLUDES(mMutex);
+  void sayThatItIsSlow() const;
+
+  // On the thread.
+  void run();
+  Slot* nextSlot() VESK_EXCLUDES(mMutex);
+  uint64_t EncodingCounts::*encode(Slot& slot);
+  bool isKeyDue(int64_t timestamp) const;
+  void finish() VESK_EXCLUDES(mMutex);
+  void report() const;
+
+  static thread_local const EncodedStream* tCurrent;
+
+  const std::string mCamera;
+  const VideoParameters mInput;
+  const FrameCallback mCallback;
+  std::unique_ptr<H264Encoder> mEncoder;
+  std::thread mThread;
+  Mutex mJoinMutex;  // two may wait at once
+
+  // The thread's own.
+  std::optional<JPEGToPlanes> mJPEG;
+  FrameHandle mDecoded;
+  std::optional<int64_t> mKeyAt;
+
+  // One is being encoded, one filled; the rest wait.
+  std::array<Slot, 4> mSlots;
+
+  mutable Mutex mMutex;
+  std::condition_variable_any mChanged;
+  std::vector<Slot*> mEmpty VESK_GUARDED_BY(mMutex);
+  std::deque<Slot*> mWaiting VESK_GUARDED_BY(mMutex);
+  EncodingCounts mCounts VESK_GUARDED_BY(mMutex);
+  bool mIsStopping VESK_GUARDED_BY(mMutex) = false;
+  bool mIsFinished VESK_GUARDED_BY(mMutex) = false;
+};
+
+}  // namespace vesk::capture

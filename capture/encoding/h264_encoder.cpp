@@ -1,0 +1,80 @@
+#include "capture/encoding/h264_encoder.h"
+
+#include <algorithm>
+#include <string>
+
+extern "C" {
+#include <libavutil/opt.h>
+}
+
+namespace vesk::capture {
+namespace {
+
+constexpr const char* kEncoder = "libx264";
+constexpr int kQuiet = AV_LOG_TRACE;  // keeps the encoder's lines off standard error
+
+void setOption(const CodecHandle& encoder, const char* name, const char* value) {
+  av_opt_set(encoder->priv_data, name, value, 0);
+}
+
+}  // namespace
+
+bool H264Encoder::isPresent() {
+  return avcodec_find_encoder_by_name(kEncoder) != nullptr;
+}
+
+std::unique_ptr<H264Encoder> H264Encoder::create(const Settings& settings) {
+  const AVCodec* const codec = avcodec_find_encoder_by_name(kEncoder);
+  CodecHandle encoder(codec ? avcodec_alloc_context3(codec) : nullptr);
+  const bool isTimed = settings.intervalNumerator > 0 && settings.intervalNumerator <= INT32_MAX &&
+                       settings.intervalDenominator > 0 && settings.intervalDenominator <= INT32_MAX;
+  if (!encoder || !isTimed) return nullptr;
+  const auto numerator = static_cast<int>(settings.intervalNumerator);
+  const auto denominator = static_cast<int>(settings.intervalDenominator);
+  encoder->width = settings.width;
+  encoder->height = settings.height;
+  encoder->time_base = {numerator, denominator};
+  encoder->framerate = {denominator, numerator};
+  encoder->thread_count = settings.threads;
+  encoder->log_level_offset = kQuiet;
+  encoder->pix_fmt = AV_PIX_FMT_YUV420P;
+  encoder->color_range = AVCOL_RANGE_MPEG;
+  encoder->colorspace = settings.matrix;
+  encoder->color_primaries = settings.primaries;
+  encoder->color_trc = AVCOL_TRC_BT709;
+  encoder->bit_rate = settings.bitRate;
+  encoder->rc_max_rate = settings.bitRate;
+  encoder->rc_buffer_size = static_cast<int>(std::min<uint32_t>(settings.bitRate, INT32_MAX));
+  encoder->gop_size =
+      static_cast<int>(std::clamp<int64_t>(kKeyPictureSeconds * int64_t{denominator} / numerator, 1, INT32_MAX));
+  encoder->max_b_frames = 0;
+  setOption(encoder, "preset", settings.preset);
+  setOption(encoder, "tune", "zerolatency");
+  setOption(encoder, "profile", settings.profile);
+  setOption(encoder, "forced-idr", "1");
+  const std::string slices = settings.threads > 1 ? "1" : "0";
+  setOption(encoder, "x264-params", ("annexb=1:repeat-headers=1:scenecut=0:log=0:sliced-threads=" + slices).c_str());
+  if (avcodec_open2(encoder.get(), nullptr, nullptr) != 0) return nullptr;
+  std::unique_ptr<H264Encoder> made(new H264Encoder(std::move(encoder)));
+  return made->mPacket ? std::move(made) : nullptr;
+}
+
+FrameHandle H264Encoder::makePicture() const {
+  FrameHandle picture(av_frame_alloc());
+  if (!picture) return nullptr;
+  picture->format = mEncoder->pix_fmt;
+  picture->width = mEncoder->width;
+  picture->height = mEncoder->height;
+  return av_frame_get_buffer(picture.get(), 0) == 0 ? std::move(picture) : nullptr;
+}
+
+std::optional<AccessUnitWriter::AccessUnit> H264Encoder::encode(AVFrame& picture, bool mustBeKey) {
+  picture.pts = mCount++;
+  picture.pict_type = mustBeKey ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
+  av_packet_unref(mPacket.get());
+  if (avcodec_send_frame(mEncoder.get(), &picture) < 0) return std::nullopt;
+  if (avcodec_receive_packet(mEncoder.get(), mPacket.get()) < 0) return std::nullopt;
+  return mWriter.write({mPacket->data, static_cast<size_t>(mPacket->size)});
+}
+
+}  // namespace vesk::capture

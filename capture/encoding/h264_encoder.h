@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "capture/files/access_unit_writer.h"
+#include "capture/files/av_handles.h"
+
+namespace vesk::capture {
+
+/// Makes H.264 as cameras give it: each picture out as it goes in, none reordered, four-byte start
+/// codes, every key picture an IDR picture with its parameter sets before it.
+///
+/// Threads: one at a time.
+class H264Encoder {
+ public:
+  struct Settings {
+    int width = 0;  ///< both sides are even
+    int height = 0;
+    uint32_t intervalNumerator = 0;  ///< seconds from picture to picture: numerator / denominator
+    uint32_t intervalDenominator = 0;
+    uint32_t bitRate = 0;  ///< bits per second
+    const char* preset = nullptr;
+    const char* profile = nullptr;
+    int threads = 1;  ///< each makes slices of its own
+    // What the pixels are; luma is from 16 to 235, the transfer that of BT.709.
+    AVColorSpace matrix = AVCOL_SPC_SMPTE170M;
+    AVColorPrimaries primaries = AVCOL_PRI_SMPTE170M;
+  };
+
+  /// Whether this machine's libavcodec has the encoder.
+  static bool isPresent();
+  /// Null when there is no encoder, or it refuses the settings.
+  static std::unique_ptr<H264Encoder> create(const Settings& settings);
+
+  /// Memory for a picture of the encoder's size: planar 4:2:0. Null for want of memory.
+  FrameHandle makePicture() const;
+
+  /// Encodes a picture that makePicture made, as a key picture at least every two seconds of even
+  /// intervals, and where it must be one. @return none when the encoder fails
+  std::optional<AccessUnitWriter::AccessUnit> encode(AVFrame& picture, bool mustBeKey = false);
+
+ private:
+  explicit H264Encoder(CodecHandle encoder) : mEncoder(std::move(encoder)) {}
+
+  const CodecHandle mEncoder;
+  const PacketHandle mPacket{av_packet_alloc()};
+  AccessUnitWriter mWriter{{}};
+  int64_t mCount = 0;
+};
+
+/// At most, from key picture to key picture.
+constexpr int kKeyPictureSeconds = 2;
+
+}  // namespace vesk::capture
