@@ -21,10 +21,6 @@ constexpr const char* kPreset = "superfast";
 constexpr const char* kProfile = "main";
 constexpr int64_t kMostPixelsOfOneThread = 1280 * 720;
 
-int64_t intervalOf(const VideoParameters& input) {
-  return int64_t{input.intervalNumerator} * kMicroseconds / input.intervalDenominator;
-}
-
 }  // namespace
 
 thread_local const EncodedStream* EncodedStream::tCurrent = nullptr;
@@ -185,13 +181,15 @@ uint64_t EncodingCounts::*EncodedStream::encode(Slot& slot) {
   const auto unit = mEncoder->encode(mJPEG ? *mDecoded : *slot.pixels, isKeyDue(slot.timestamp));
   if (!unit) return &EncodingCounts::failed;
   if (unit->isIDR) mKeyAt = slot.timestamp;
+  mLastAt = slot.timestamp;
   mCallback(unit->bytes.data(), static_cast<uint32_t>(unit->bytes.size()), slot.timestamp);
   return &EncodingCounts::delivered;
 }
 
-/// Cameras slow down in the dark, and pictures are left out: the encoder counts, but the clock counts.
+/// Cameras slow down in the dark, and pictures are left out: the encoder counts pictures, this looks
+/// at the clock. Due when the next one, coming as this one did, would be too late.
 bool EncodedStream::isKeyDue(int64_t timestamp) const {
-  return mKeyAt && timestamp + intervalOf(mInput) - *mKeyAt > kKeyPictureSeconds * kMicroseconds;
+  return mKeyAt && timestamp + (timestamp - mLastAt) - *mKeyAt > kKeyPictureSeconds * kMicroseconds;
 }
 
 void EncodedStream::finish() {

@@ -93,6 +93,7 @@ class EncodedStream {
   std::optional<JPEGToPlanes> mJPEG;
   FrameHandle mDecoded;
   std::optional<int64_t> mKeyAt;
+  int64_t mLastAt = 0;
 
   // One is being encoded, one filled; the rest wait.
   std::array<Slot, 4> mSlots;
