@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "capture/callback_slot.h"
+#include "capture/encoding/encoded_camera.h"
 #include "capture/linux/camera_records.h"
 #include "capture/linux/linux_camera.h"
 #include "platform/foundation/log.h"
@@ -140,7 +141,9 @@ std::unique_ptr<CaptureDevice> LinuxCameras::open(DeviceKind kind, const std::st
       NSLog(whyNot(record->description, name, error));
     }
   }
-  return nodes.empty() ? nullptr : std::make_unique<LinuxCamera>(record->description.name, std::move(nodes));
+  if (nodes.empty()) return nullptr;
+  const std::string& name = record->description.name;
+  return EncodedCamera::wrap(std::make_unique<LinuxCamera>(name, std::move(nodes)), name);
 }
 
 }  // namespace vesk::capture
