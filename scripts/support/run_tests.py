@@ -2,7 +2,8 @@
 """Runs a build's tests and counts them.
 
 Runs ctest on the given build folder and, with --e2e, the files *_test.py of that folder (unittest
-style) against the build's vesk. Prints what failed and closes with "N passed, N failed".
+style) against the build's vesk; with --only of that alone, those whose names hold one of some words.
+Prints what failed and closes with "N passed, N failed".
 """
 import argparse
 import concurrent.futures
@@ -70,7 +71,7 @@ def run_one_e2e_file(path):
     print(json.dumps({"passed": passed, "skipped": skipped, "failed": sorted(failed)}))
 
 
-def run_e2e(folder, build):
+def run_e2e(folder, build, words, jobs):
     environment = {**os.environ, "VESK_PROGRAM": str(pathlib.Path(build).resolve() / "apps/vesk"),
                    "PYTHONDONTWRITEBYTECODE": "1"}
 
@@ -92,8 +93,10 @@ def run_e2e(folder, build):
         return tally, done.stderr if tally.failed else ""
 
     total = Tally()
-    with concurrent.futures.ThreadPoolExecutor(JOBS) as pool:
-        for tally, output in pool.map(run, sorted(pathlib.Path(folder).glob("*_test.py"))):
+    files = [path for path in sorted(pathlib.Path(folder).glob("*_test.py"))
+             if not words or any(word in path.name for word in words)]
+    with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+        for tally, output in pool.map(run, files):
             if output:
                 print(output)
             total.add(tally)
@@ -105,15 +108,17 @@ def main():
     parser.add_argument("build", nargs="?", help="the build folder")
     parser.add_argument("--rooms", default="", help="only the tests of these rooms")
     parser.add_argument("--e2e", metavar="FOLDER", help="also the Python tests in this folder")
+    parser.add_argument("--only", metavar="WORDS", help="only the files of that folder with such a word in their name")
+    parser.add_argument("--jobs", type=int, default=JOBS, help="how many of them run at once")
     parser.add_argument("--e2e-file", type=pathlib.Path, help=argparse.SUPPRESS)
     options = parser.parse_args()
     if options.e2e_file:
         run_one_e2e_file(options.e2e_file.resolve())
         return 0
 
-    tally = run_ctest(options.build, options.rooms.split())
+    tally = Tally() if options.only is not None else run_ctest(options.build, options.rooms.split())
     if options.e2e:
-        tally.add(run_e2e(options.e2e, options.build))
+        tally.add(run_e2e(options.e2e, options.build, (options.only or "").split(), options.jobs))
     for name in tally.skipped:
         print(f"skipped: {name}")
     for name in tally.failed:
