@@ -21,6 +21,7 @@
 #include "capture/linux/v4l2_calls.h"
 #include "capture/monotonic_clock.h"
 #include "platform/foundation/mutex.h"
+#include "tests/support/fake_controls.h"
 
 namespace vesk::test {
 
@@ -48,6 +49,7 @@ class FakeV4L2 : public capture::V4L2Calls {
     std::vector<Format> formats = {};
     uint32_t stampFlags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
     int openError = 0;
+    FakeControls controls = {};
   };
   struct Picture {
     std::vector<uint8_t> bytes;
@@ -139,6 +141,11 @@ class FakeV4L2 : public capture::V4L2Calls {
   std::vector<std::pair<uint32_t, int32_t>> controlsSet(const std::string& name) VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
     return mNodes[name].controls;
+  }
+  /// The controls of the node, to look at or to change while no call is under way.
+  FakeControls& controlsOf(const std::string& name) VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    return mNodes[name].node.controls;
   }
   size_t openCount() VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
@@ -232,6 +239,7 @@ class FakeV4L2 : public capture::V4L2Calls {
   }
 
   static int answer(State& node, int descriptor, unsigned long request, void* argument) {
+    if (const auto told = node.node.controls.answer(request, argument)) return *told;
     const bool isOthers = node.streamer >= 0 && node.streamer != descriptor;
     switch (request) {
       case VIDIOC_QUERYCAP:
