@@ -17,6 +17,7 @@ set(VESK_PUBLIC_HEADERS
     platform/foundation/error.h
     platform/foundation/file_manager.h
     platform/foundation/log.h
+    platform/foundation/mutex.h
     platform/foundation/notification_center.h
     platform/foundation/property_list.h
     platform/foundation/run_loop.h

@@ -8,7 +8,9 @@
 #include <charconv>
 #include <optional>
 
+#include "apps/vesk/host.h"
 #include "apps/vesk/program.h"
+#include "capture/capture_host.h"
 #include "platform/media/four_char_code.h"
 
 namespace vesk::program {
@@ -42,8 +44,8 @@ std::vector<std::string> split(const std::string& text, char separator) {
 std::shared_ptr<VeskDeviceInfo> chooseRecord(const VeskDeviceList& records, const std::string& text, const char* kind,
                                              const char* option) {
   if (records.empty())
-    throw Failure(kNoSuchDevice, fmt::format("no {} was found.", kind),
-                  "Plug one in, or use --capture simulated or --capture file:PATH.");
+    throw DeviceMissing(fmt::format("no {} was found.", kind),
+                        "Plug one in, or use --capture simulated or --capture file:PATH.");
   if (text.empty()) return records.front();
   if (const auto index = readNumber<size_t>(text); index && *index < records.size()) return records[*index];
   VeskDeviceList fitting;
@@ -53,18 +55,21 @@ std::shared_ptr<VeskDeviceInfo> chooseRecord(const VeskDeviceList& records, cons
   }
   if (fitting.size() == 1) return fitting.front();
   if (fitting.empty())
-    throw Failure(kNoSuchDevice, fmt::format("no {} is called \"{}\".", kind, text),
-                  "\"vesk devices\" lists what there is.");
+    throw DeviceMissing(fmt::format("no {} is called \"{}\".", kind, text), "\"vesk devices\" lists what there is.");
   std::vector<std::string> names;
   for (const auto& record : fitting) names.push_back(nameOf(*record));
   throw Failure(kNoSuchDevice, fmt::format("\"{}\" fits more than one {}: {}.", text, kind, fmt::join(names, ", ")),
                 fmt::format("Name it by index or path with {}.", option));
 }
 
-void checkOpened(int32_t status, const VeskDeviceInfo& info) {
-  if (status != 0)
-    throw Failure(kBusy, fmt::format("\"{}\" could not be opened.", nameOf(info)),
-                  "Close other programs that use it, or plug it in again.");
+template <class Device>
+void open(Device& device) {
+  const VeskDeviceInfo& info = *device.deviceInfo();
+  explained({nameOf(info)}, [&] {
+    if (device.openDevice() != 0)
+      throw Failure(kBusy, fmt::format("\"{}\" could not be opened.", nameOf(info)),
+                    "Close other programs that use it, or plug it in again.");
+  });
 }
 
 bool isRecordable(uint32_t codec) {
@@ -128,16 +133,20 @@ std::shared_ptr<VeskAudioDevice> chooseMicrophone(const std::string& text) {
   return VeskAudioDevice::initWithDeviceInfo(chooseRecord(*records, text, "microphone", "--mic"));
 }
 
-std::shared_ptr<VeskAudioDevice> defaultMicrophone() {
+std::shared_ptr<VeskAudioDevice> defaultMicrophone(const std::shared_ptr<VeskVideoDevice>& camera) {
   const auto records = VeskAudioDevice::getAudioDeviceList();
+  const std::string own = camera ? capture::microphoneOf(camera->deviceInfo()->path().value_or("")) : "";
+  for (const auto& record : *records) {
+    if (!own.empty() && record->path() == own) return VeskAudioDevice::initWithDeviceInfo(record);
+  }
   return records->empty() ? nullptr : VeskAudioDevice::initWithDeviceInfo(records->front());
 }
 
 void openDevice(VeskVideoDevice& camera) {
-  checkOpened(camera.openDevice(), *camera.deviceInfo());
+  open(camera);
 }
 void openDevice(VeskAudioDevice& microphone) {
-  checkOpened(microphone.openDevice(), *microphone.deviceInfo());
+  open(microphone);
 }
 
 bool isRecordable(const CMVideoFormatDescription& format) {

@@ -18,8 +18,9 @@ namespace vesk::program {
 std::shared_ptr<VeskVideoDevice> chooseCamera(const std::string& text);
 /// The microphone that `text` names, by the same rules.
 std::shared_ptr<VeskAudioDevice> chooseMicrophone(const std::string& text);
-/// The microphone that goes with no further word: the first one; null when there is none.
-std::shared_ptr<VeskAudioDevice> defaultMicrophone();
+/// The microphone that goes with no further word: the one that is built into `camera`, if any, else the
+/// first one; null when there is none.
+std::shared_ptr<VeskAudioDevice> defaultMicrophone(const std::shared_ptr<VeskVideoDevice>& camera = nullptr);
 
 /// Opens a device. @throws Failure when it cannot be opened.
 void openDevice(VeskVideoDevice& camera);

@@ -25,6 +25,7 @@ struct RecordOptions {
   std::optional<double> duration;  ///< seconds of movie
   bool noAudio = false;
   bool force = false;
+  bool wait = false;  ///< for a camera that is not there, and for one that goes
 };
 
 struct SnapshotOptions {
@@ -57,7 +58,7 @@ struct RecoverOptions {
 };
 
 struct ControlsOptions {
-  enum class Action { kList, kGet, kSet, kReset, kSave, kLoad };
+  enum class Action { kList, kGet, kSet, kReset, kSave, kLoad, kKeep };
 
   Action action = Action::kList;
   std::string camera;
@@ -95,6 +96,7 @@ int runPreview(const GlobalOptions& global, const PreviewOptions& options);
 int runMeter(const GlobalOptions& global, const MeterOptions& options);
 int runRecover(const GlobalOptions& global, const RecoverOptions& options);
 int runControls(const GlobalOptions& global, const ControlsOptions& options);
+int runKeep(const GlobalOptions& global, const ControlsOptions& options);  ///< "controls keep"
 int runNudge(const GlobalOptions& global, const NudgeOptions& options);
 int runInfo(const GlobalOptions& global, const InfoOptions& options);
 int runResolutions(const GlobalOptions& global, const ResolutionsOptions& options);

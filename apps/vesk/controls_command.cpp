@@ -8,9 +8,9 @@
 #include <optional>
 #include <vector>
 
+#include "apps/vesk/camera_settings.h"
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
-#include "apps/vesk/control_settings.h"
 #include "apps/vesk/host.h"
 #include "capture/vci.h"
 #include "devices/video_device.h"
@@ -19,58 +19,6 @@ namespace vesk::program {
 namespace {
 
 using Json = nlohmann::ordered_json;
-
-/// A control as a camera has it.
-struct ControlState {
-  const CameraControl& control;
-  std::optional<int64_t> minimum;  ///< with the maximum; none when nobody tells the range
-  std::optional<int64_t> maximum;
-  int64_t current = 0;
-  std::optional<int64_t> initial;
-  std::optional<bool> isAutomatic;  ///< whether the camera sets it itself; none when it has no such mode
-
-  bool takes(int64_t value) const { return !minimum || (value >= *minimum && value <= *maximum); }
-};
-
-/// What becomes of settings that are applied together.
-struct Outcome {
-  std::vector<std::string> applied;
-  std::vector<std::pair<std::string, std::string>> refused;  ///< name and reason
-};
-
-/// A control of a camera; none when the camera does not have it.
-std::optional<ControlState> stateOf(const VeskVideoDevice& camera, const CameraControl& control) {
-  const auto current = camera.readControl(control, ControlRequest::kCurrent);
-  if (!current) return std::nullopt;
-  ControlState state{control, {}, {}, *current, camera.readControl(control, ControlRequest::kDefault), {}};
-  if (!control.isSwitch()) {
-    state.minimum = camera.readControl(control, ControlRequest::kMinimum);
-    state.maximum = camera.readControl(control, ControlRequest::kMaximum);
-    if (control.id == ControlID::kZoom) state.maximum = camera.getZoomMax();  // which knows some products better
-  }
-  if (!state.minimum || !state.maximum) {
-    const bool isKnown = control.least < control.most;
-    state.minimum = isKnown ? std::optional<int64_t>(control.least) : std::nullopt;
-    state.maximum = isKnown ? std::optional<int64_t>(control.most) : std::nullopt;
-  }
-  if (control.automatic) {
-    const auto mode = camera.readControl(cameraControl(*control.automatic), ControlRequest::kCurrent);
-    if (mode) state.isAutomatic = *mode == 1;
-  }
-  return state;
-}
-
-std::vector<ControlState> statesOf(const VeskVideoDevice& camera) {
-  std::vector<ControlState> states;
-  for (const CameraControl& control : cameraControls())
-    if (auto state = stateOf(camera, control)) states.push_back(*state);
-  return states;
-}
-
-bool isAutomaticMode(const CameraControl& control) {
-  const auto all = cameraControls();
-  return std::any_of(all.begin(), all.end(), [&](const CameraControl& each) { return each.automatic == control.id; });
-}
 
 const CameraControl& controlNamed(const std::string& name) {
   if (const CameraControl* const control = cameraControlNamed(name)) return *control;
@@ -84,10 +32,6 @@ ControlState requiredState(const VeskVideoDevice& camera, const CameraControl& c
   if (auto state = stateOf(camera, control)) return *state;
   throw Failure(kFailed, fmt::format("\"{}\" has no {}.", nameOf(*camera.deviceInfo()), control.name),
                 "\"vesk controls list\" shows what it has.");
-}
-
-std::string rangeText(const ControlState& state) {
-  return state.minimum ? fmt::format("{} to {}", *state.minimum, *state.maximum) : "?";
 }
 
 Json describe(const ControlState& state) {
@@ -160,13 +104,6 @@ int64_t readValue(const ControlState& state, const std::string& text) {
   return value;
 }
 
-/// Why a camera did not take a value.
-std::string reasonOf(int32_t status, const ControlState& state) {
-  if (status == kVCIPropertyNotSupported) return "the camera does not have it";
-  if (state.isAutomatic.value_or(false)) return fmt::format("{} is on", cameraControl(*state.control.automatic).name);
-  return fmt::format("the camera refused {}", status == kVCIInvalidArgument ? "the value" : "it");
-}
-
 class Controls {
  public:
   Controls(const GlobalOptions& global, const ControlsOptions& options)
@@ -192,6 +129,8 @@ class Controls {
         break;
       case ControlsOptions::Action::kLoad:
         return load();
+      case ControlsOptions::Action::kKeep:
+        break;  // a command of its own
     }
     return kDone;
   }
@@ -246,7 +185,7 @@ class Controls {
     std::map<std::string, int64_t> values;
     for (const ControlState& state : statesOf(*mCamera))
       if (state.initial && !state.control.isMomentary()) values[std::string(state.control.name)] = *state.initial;
-    return finish(apply(values));
+    return finish(applySettings(*mCamera, values));
   }
 
   void save() {
@@ -264,72 +203,12 @@ class Controls {
 
   int load() {
     const ControlSettings settings = loadSettings(mOptions.file);
-    open(mOptions.camera.empty() ? cameraOf(settings) : chooseCamera(mOptions.camera));
-    return finish(apply(settings.values));
-  }
-
-  /// The camera that settings were saved from; plugged in elsewhere it has another path.
-  std::shared_ptr<VeskVideoDevice> cameraOf(const ControlSettings& settings) {
-    VeskDeviceList same;
-    for (const auto& record : *VeskVideoDevice::getVideoDeviceList()) {
-      if (record->vendorID() != settings.vendorID || record->productID() != settings.productID) continue;
-      if (record->path() == settings.cameraPath) return VeskVideoDevice::initWithDeviceInfo(record);
-      same.push_back(record);
-    }
-    if (same.size() == 1) return VeskVideoDevice::initWithDeviceInfo(same.front());
-    const std::string camera =
-        fmt::format("\"{}\" ({:04x}:{:04x})", settings.cameraName, settings.vendorID, settings.productID);
-    if (same.empty())
-      throw Failure(kNoSuchDevice, fmt::format("the settings are of {}, which is not attached.", camera),
-                    "Plug it in, or name another camera with --camera.");
-    throw Failure(
-        kNoSuchDevice,
-        fmt::format("the settings are of {}, and {} such cameras are attached, all elsewhere.", camera, same.size()),
-        "Name one with --camera.");
-  }
-
-  /// Sets many controls. Automatic modes go off before the controls that they rule are set, and on after
-  /// that; what a mode rules that is to be on is left to it.
-  Outcome apply(const std::map<std::string, int64_t>& values) {
-    Outcome outcome;
-    const auto applyAll = [&](auto isTurn) {
-      for (const auto& [name, value] : values) {
-        const CameraControl* const control = cameraControlNamed(name);
-        const bool isMode = control && isAutomaticMode(*control);
-        if (isTurn(isMode, value)) applyOne(values, name, control, value, outcome);
-      }
-    };
-    applyAll([](bool isMode, int64_t value) { return isMode && value == 0; });
-    applyAll([](bool isMode, int64_t) { return !isMode; });
-    applyAll([](bool isMode, int64_t value) { return isMode && value != 0; });
-    return outcome;
-  }
-
-  void applyOne(const std::map<std::string, int64_t>& values, const std::string& name, const CameraControl* control,
-                int64_t value, Outcome& outcome) {
-    const auto refuse = [&](const std::string& reason) { outcome.refused.emplace_back(name, reason); };
-    if (!control || control->isMomentary()) return refuse("there is no such setting");
-    const auto state = stateOf(*mCamera, *control);
-    if (!state) return refuse("the camera does not have it");
-    if (!state->takes(value)) return refuse(fmt::format("{} is out of its range, {}", value, rangeText(*state)));
-    if (state->isAutomatic.value_or(false)) {
-      const auto mode = values.find(std::string(cameraControl(*control->automatic).name));
-      if (mode != values.end() && mode->second != 0) return;
-    }
-    if (const int32_t status = mCamera->writeControl(*control, value)) return refuse(reasonOf(status, *state));
-    outcome.applied.push_back(name);
+    open(cameraFor(settings, mOptions.camera));
+    return finish(applySettings(*mCamera, settings.values));
   }
 
   int finish(const Outcome& outcome) const {
-    if (mGlobal.json) {
-      Json refused = Json::array();
-      for (const auto& [name, reason] : outcome.refused) refused.push_back({{"name", name}, {"reason", reason}});
-      printJson({{"camera", nameOf(*mCamera->deviceInfo())}, {"applied", outcome.applied}, {"notApplied", refused}});
-    } else {
-      fmt::print("{}: {} settings applied\n", nameOf(*mCamera->deviceInfo()), outcome.applied.size());
-    }
-    for (const auto& [name, reason] : outcome.refused)
-      fmt::print(stderr, "vesk: {} was not applied: {}.\n", name, reason);
+    tellOutcome(mGlobal, *mCamera->deviceInfo(), outcome, nullptr);
     return outcome.refused.empty() ? kDone : kFailed;
   }
 
@@ -342,6 +221,7 @@ class Controls {
 }  // namespace
 
 int runControls(const GlobalOptions& global, const ControlsOptions& options) {
+  if (options.action == ControlsOptions::Action::kKeep) return runKeep(global, options);
   return Controls(global, options).run();
 }
 

@@ -5,6 +5,7 @@
 
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
+#include "apps/vesk/device_events.h"
 #include "apps/vesk/host.h"
 #include "devices/audio_device.h"
 #include "devices/device_manager.h"
@@ -12,10 +13,6 @@
 
 namespace vesk::program {
 namespace {
-
-const char* kindOf(const VeskDeviceInfo& info) {
-  return info.deviceType() == 0 ? "camera" : "microphone";
-}
 
 nlohmann::ordered_json describe(const VeskDeviceList& records) {
   auto list = nlohmann::ordered_json::array();
@@ -48,8 +45,7 @@ void watch(bool json) {
   const auto tell = [&loop, json](const char* event, std::shared_ptr<VeskDeviceInfo> info) {
     loop.post([event, json, info = std::move(info)] {
       if (json) {
-        printJson(
-            {{"event", event}, {"kind", kindOf(*info)}, {"name", nameOf(*info)}, {"path", info->path().value_or("")}});
+        printJson(deviceEvent(event, *info));
         return;
       }
       fmt::print("{} {}  {}  {}\n", event, kindOf(*info), nameOf(*info), info->path().value_or(""));

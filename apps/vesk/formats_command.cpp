@@ -60,11 +60,11 @@ void printSound(const nlohmann::ordered_json& formats) {
 int runFormats(const GlobalOptions& global, const FormatsOptions& options) {
   const Host host(global);
   // Each of the two may be missing, unless it was asked for by name.
-  std::shared_ptr<VeskAudioDevice> microphone =
-      options.microphone.empty() ? defaultMicrophone() : chooseMicrophone(options.microphone);
   std::shared_ptr<VeskVideoDevice> camera;
-  if (!options.camera.empty() || !microphone || !VeskVideoDevice::getVideoDeviceList()->empty())
-    camera = chooseCamera(options.camera);
+  if (!options.camera.empty() || !VeskVideoDevice::getVideoDeviceList()->empty()) camera = chooseCamera(options.camera);
+  const std::shared_ptr<VeskAudioDevice> microphone =
+      options.microphone.empty() ? defaultMicrophone(camera) : chooseMicrophone(options.microphone);
+  if (!camera && !microphone) camera = chooseCamera("");
 
   nlohmann::ordered_json video = nlohmann::ordered_json::array();
   nlohmann::ordered_json sound = nlohmann::ordered_json::array();

@@ -6,14 +6,17 @@
 #include <stdio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdlib>
 #include <string_view>
+#include <utility>
 
 #include "capture/capture_host.h"
 #include "devices/device_manager.h"
 #include "platform/foundation/log.h"
+#include "platform/foundation/mutex.h"
 
 namespace vesk::program {
 namespace {
@@ -40,9 +43,47 @@ bool isRoutine(std::string_view line) {
   return false;
 }
 
+/// Lines that are kept back while a device is being opened or started.
+struct HeldLines {
+  Mutex mutex;
+  bool isHolding VESK_GUARDED_BY(mutex) = false;
+  std::vector<std::string> lines VESK_GUARDED_BY(mutex);
+};
+
+HeldLines gHeld;
+
+bool keepBack(std::string_view line) {
+  const MutexLock lock(gHeld.mutex);
+  if (gHeld.isHolding) gHeld.lines.emplace_back(line);
+  return gHeld.isHolding;
+}
+
+void hold() {
+  const MutexLock lock(gHeld.mutex);
+  gHeld.isHolding = true;
+}
+
+std::vector<std::string> letGo() {
+  const MutexLock lock(gHeld.mutex);
+  gHeld.isHolding = false;
+  return std::exchange(gHeld.lines, {});
+}
+
+/// The failure in the words of a line of the library's: the first sentence says what, the rest what to do.
+Failure reworded(const Failure& failure, std::string line) {
+  constexpr std::string_view kWarning = "[WARNING]: ";
+  if (line.starts_with(kWarning)) line.erase(0, kWarning.size());
+  if (line.starts_with("The ")) line[0] = 't';
+  if (line.back() != '.') line += '.';
+  const size_t end = line.find(". ");
+  if (end == std::string::npos) return {failure.status, line, failure.hint};
+  return {failure.status, line.substr(0, end + 1), line.substr(end + 2)};
+}
+
 void showLine(std::string_view line) {
   while (!line.empty() && line.back() == '\n') line.remove_suffix(1);
   if (line.empty() || (!gVerbose && isRoutine(line))) return;
+  if (keepBack(line)) return;
   const char* const clear = gProgressOnScreen.exchange(false) ? "\r\033[K" : "";
   fmt::print(stderr, "{}{}\n", clear, line);
 }
@@ -77,7 +118,27 @@ void setUpLogLines(bool verbose) {
   setLogSink(showLine);
 }
 
-Host::Host(const GlobalOptions& options) {
+void explained(const std::vector<std::string>& names, const std::function<void()>& work) {
+  hold();
+  try {
+    work();
+  } catch (const Failure& failure) {
+    const std::vector<std::string> lines = letGo();
+    const auto reason = std::find_if(lines.begin(), lines.end(), [&](const std::string& line) {
+      return std::any_of(names.begin(), names.end(),
+                         [&](const std::string& name) { return line.find(name) != std::string::npos; });
+    });
+    if (reason != lines.end()) throw reworded(failure, *reason);
+    for (const std::string& line : lines) showLine(line);
+    throw;
+  } catch (...) {
+    letGo();
+    throw;
+  }
+  for (const std::string& line : letGo()) showLine(line);
+}
+
+Host::Host(const GlobalOptions& options, Cameras cameras) {
   setUpLogLines(options.verbose);
   // Files that reach the size limit fail with an error that is reported, instead of ending the program.
   signal(SIGXFSZ, SIG_IGN);
@@ -88,6 +149,7 @@ Host::Host(const GlobalOptions& options) {
     const char* const environment = std::getenv("VESK_CAPTURE");
     source = environment && *environment ? environment : "auto";
   }
+  if (source == "auto" && cameras == Cameras::kAwaited) source = "linux";
   const capture::SourceOptions sourceOptions{options.pace == "fast" ? capture::Pace::kFast : capture::Pace::kRealTime,
                                              options.loop};
   const capture::SourceError error = capture::selectSource(source, sourceOptions);
@@ -125,6 +187,24 @@ int MainLoop::interrupted(void* self) {
 
 void MainLoop::run() {
   if (!mInterrupted) g_main_loop_run(mLoop);
+}
+
+bool MainLoop::runUntil(const std::function<bool()>& isDone, std::optional<std::chrono::milliseconds> longest) {
+  bool isLate = false;
+  std::pair<GMainLoop*, bool*> end{mLoop, &isLate};
+  const guint timer = longest ? g_timeout_add(
+                                    static_cast<guint>(longest->count()),
+                                    [](void* data) -> gboolean {
+                                      auto& [loop, late] = *static_cast<std::pair<GMainLoop*, bool*>*>(data);
+                                      *late = true;
+                                      g_main_loop_quit(loop);
+                                      return G_SOURCE_CONTINUE;
+                                    },
+                                    &end)
+                              : 0;
+  while (!mInterrupted && !isLate && !isDone()) g_main_loop_run(mLoop);
+  if (timer != 0) g_source_remove(timer);
+  return isDone();
 }
 
 void MainLoop::stop() {

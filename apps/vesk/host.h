@@ -5,6 +5,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,8 +19,14 @@ namespace vesk::program {
 /// library's lines off the results, and starts the device manager. Undone when it goes.
 class Host {
  public:
+  /// Whether there is a camera now.
+  enum class Cameras {
+    kNeeded,  ///< "auto" takes simulated ones where the machine has none
+    kAwaited  ///< "auto" takes the machine's, which may come
+  };
+
   /// @throws Failure when the capture source cannot be set up.
-  explicit Host(const GlobalOptions& options);
+  explicit Host(const GlobalOptions& options, Cameras cameras = Cameras::kNeeded);
   ~Host();
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
@@ -38,6 +45,9 @@ class MainLoop {
   /// Runs until stop is called or a signal asks for the end. A second signal ends the program at once.
   void run();
   void stop();
+  /// Runs until `isDone`, which is asked after each stop; a signal, or the end of the time where one is
+  /// given, ends it too. @return whether it was done
+  bool runUntil(const std::function<bool()>& isDone, std::optional<std::chrono::milliseconds> longest = {});
   /// Runs `work` on the main thread every `interval` for as long as the loop lives.
   void every(std::chrono::milliseconds interval, std::function<void()> work);
   /// Runs `work` once on the main thread.
@@ -65,6 +75,11 @@ class DeviceWatch {
 /// Sends the routine lines of the library nowhere unless --verbose was given; warnings and failures
 /// always reach standard error, below a progress line that is being shown.
 void setUpLogLines(bool verbose);
+
+/// Runs `work`, which opens or starts the devices of these names. Where it throws a Failure and the
+/// library has said on its lines why one of them failed, the reason takes the place of the failure's
+/// words, so that a person reads one line. Not inside itself.
+void explained(const std::vector<std::string>& names, const std::function<void()>& work);
 
 /// A line on standard error that is written over in place; only on a terminal.
 class ProgressLine {

@@ -49,6 +49,10 @@ CLI::App* addControls(CLI::App& app, ControlsOptions& options) {
   add("load", "Apply kept settings to the camera they are of", Action::kLoad)
       ->add_option("FILE", options.file)
       ->required();
+  CLI::App* const keep =
+      add("keep", "Apply kept settings now and whenever their camera comes, until Ctrl-C", Action::kKeep);
+  keep->add_option("FILE", options.file)->required();
+  keep->footer("Cameras forget their settings when they are plugged out: run this as a service.");
   return command;
 }
 
@@ -94,6 +98,9 @@ int parseAndRun(int argc, char** argv) {
       ->add_option("--duration", record.duration, "Seconds to record (default: until Ctrl-C or the footage ends)")
       ->check(CLI::Range(0.1, 1e7));
   recordCommand->add_flag("--force", record.force, "Replace OUT if it exists (only once the new movie is complete)");
+  recordCommand->add_flag("--wait", record.wait,
+                          "Wait for a camera that is not there, and for one that goes: it is recorded\n"
+                          "into OUT-2 and so on when it comes back");
   recordCommand->footer(
       "While recording, the movie grows in a hidden folder beside OUT and can be read at any moment; at\n"
       "the end it is moved to OUT. What a crash leaves there, \"vesk recover OUT\" finds and finishes.");

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "apps/vesk/choices.h"
+#include "apps/vesk/host.h"
 #include "platform/foundation/file_manager.h"
 #include "platform/media/four_char_code.h"
 
@@ -23,6 +24,14 @@ Failure nothingRecorded() {
 }
 
 }  // namespace
+
+std::string freeName(const std::string& name, const std::string& ending) {
+  std::error_code ignored;
+  std::string free = name;
+  for (int number = 2; fs::exists(fs::symlink_status(free + ending, ignored)); ++number)
+    free = fmt::format("{}-{}", name, number);
+  return free;
+}
 
 std::string humanSize(uint64_t bytes) {
   if (bytes < 1000ULL * 1000) return fmt::format("{:.0f} kB", static_cast<double>(bytes) / 1e3);
@@ -54,7 +63,9 @@ MovieRecording::MovieRecording(RecordingPlan plan)
 
 void MovieRecording::start() {
   setTemporaryDirectory(mFolder.path());
-  checkStarted(mSession->startSession());
+  std::vector<std::string> names{nameOf(*mPlan.camera->deviceInfo())};
+  if (mPlan.microphone) names.push_back(nameOf(*mPlan.microphone->deviceInfo()));
+  explained(names, [this] { checkStarted(mSession->startSession()); });
 }
 
 /// The session's status is that of the start made last; a camera that did not start shows only in
@@ -85,6 +96,11 @@ void MovieRecording::removeRefused() const {
 
 void MovieRecording::stop() {
   mSession->stopSession();
+}
+
+bool MovieRecording::isEmpty() const {
+  const RecordingStatistics statistics = mSession->lastOutcome().statistics;
+  return statistics.videoFrames + statistics.audioPackets == 0;
 }
 
 RecordingStatistics MovieRecording::finish() {

@@ -42,6 +42,9 @@ class MovieRecording {
   /// placed, or nothing came.
   RecordingStatistics finish();
 
+  /// Whether nothing had come when it was stopped.
+  bool isEmpty() const;
+
   RecordingStatistics statistics() const { return mSession->statistics(); }
   /// For asking on a capture thread.
   const std::shared_ptr<VeskRecordSession>& session() const { return mSession; }
@@ -62,6 +65,9 @@ class MovieRecording {
   const RecordingFolder mFolder;
   const std::shared_ptr<VeskRecordSession> mSession;
 };
+
+/// `name`, or `name`-2, -3, … where a file of that name with `ending` is there already.
+std::string freeName(const std::string& name, const std::string& ending);
 
 /// "0:01:05" and "12.3 MB".
 std::string humanTime(uint64_t microseconds);

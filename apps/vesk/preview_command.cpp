@@ -94,7 +94,8 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     mPlan.videoFormat = chooseVideoFormat(*mPlan.camera, mOptions.format, purpose);
     mPlan.camera->setFormat(mPlan.videoFormat);
     if (mOptions.noAudio) return;
-    mPlan.microphone = mOptions.microphone.empty() ? defaultMicrophone() : chooseMicrophone(mOptions.microphone);
+    mPlan.microphone =
+        mOptions.microphone.empty() ? defaultMicrophone(mPlan.camera) : chooseMicrophone(mOptions.microphone);
     if (!mPlan.microphone) return;
     openDevice(*mPlan.microphone);
     mPlan.soundFormat = chooseSoundFormat(*mPlan.microphone, mOptions.sound);
@@ -299,14 +300,6 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
                                        {"recordings", mRecordings}};
     if (!mScreenshot.empty()) document["screenshot"] = mScreenshot;
     printJson(document);
-  }
-
-  /// `name`, or `name`-2, -3, … where a file of that name with `ending` is there already.
-  static std::string freeName(const std::string& name, const char* ending) {
-    std::error_code ignored;
-    std::string free = name;
-    for (int number = 2; fs::exists(free + ending, ignored); ++number) free = fmt::format("{}-{}", name, number);
-    return free;
   }
 
   const GlobalOptions& mGlobal;

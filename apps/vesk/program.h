@@ -25,6 +25,12 @@ class Failure : public std::runtime_error {
   std::string hint;
 };
 
+/// A device that is not there: it may come.
+class DeviceMissing : public Failure {
+ public:
+  DeviceMissing(const std::string& what, std::string remedy) : Failure(kNoSuchDevice, what, std::move(remedy)) {}
+};
+
 /// Options that stand before the command and hold for all of them.
 struct GlobalOptions {
   std::string capture;  ///< empty: VESK_CAPTURE, else "auto"

@@ -1,12 +1,16 @@
 #include <fmt/core.h>
 
+#include <chrono>
+#include <filesystem>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 
-#include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
+#include "apps/vesk/device_events.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/movie_recording.h"
+#include "apps/vesk/recording_devices.h"
 #include "capture/capture_host.h"
 #include "devices/device_manager.h"
 #include "platform/media/four_char_code.h"
@@ -14,15 +18,29 @@
 namespace vesk::program {
 namespace {
 
+namespace fs = std::filesystem;
 using capture::Transport;
+using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kTick{200};
+/// A camera's own microphone arrives and goes within this time of the camera.
+constexpr std::chrono::milliseconds kArrival{2000};
+constexpr std::chrono::milliseconds kDeparture{600};
+/// A camera that is back may refuse for a moment, as long as the system prepares it.
+constexpr std::chrono::milliseconds kRetry{1000};
+constexpr int kMostRetries = 5;
+/// Not worth a movie, in seconds.
+constexpr double kShortest = 0.1;
 
-/// One recording: sets it up, runs it to its end, and says what became of it.
+/// One recording: sets it up, runs it to its end, and says what became of it. With --wait it is one
+/// movie for each time that the camera is there.
 class RecordCommand {
  public:
   RecordCommand(const GlobalOptions& global, const RecordOptions& options)
-      : mGlobal(global), mOptions(options), mHost(global) {}
+      : mGlobal(global),
+        mOptions(options),
+        mHost(global, options.wait ? Host::Cameras::kAwaited : Host::Cameras::kNeeded),
+        mWish{options.camera, options.microphone, options.format, options.sound, options.noAudio, Purpose::kRecord} {}
 
   ~RecordCommand() {
     Transport::shared().setEndHandler({});
@@ -31,78 +49,178 @@ class RecordCommand {
 
   int run() {
     MovieRecording::checkTarget(mOptions.file, mOptions.force);
-    RecordingPlan plan = chooseDevices();
-    mCamera = plan.camera;
-    mMovie.emplace(std::move(plan));
-    start();
-    mLoop.run();
-    mIsStopping = true;
-    mProgress.clear();
-    mMovie->stop();
-    mCamera->closeDevice();  // no source thread calls back from here on
+    watchDevices();
+    Transport::shared().setEndHandler([this] { mLoop.post([this] { end(); }); });
+    mLoop.every(kTick, [this] { tick(); });
+    while (!isOver() && awaitCamera()) tryToRecord();
     return finish();
   }
 
  private:
-  RecordingPlan chooseDevices() const {
-    RecordingPlan plan;
-    plan.file = mOptions.file;
-    plan.force = mOptions.force;
-    plan.camera = chooseCamera(mOptions.camera);
-    openDevice(*plan.camera);
-    plan.videoFormat = chooseVideoFormat(*plan.camera, mOptions.format);
-    plan.camera->setFormat(plan.videoFormat);
-    if (mOptions.noAudio) return plan;
-    plan.microphone = mOptions.microphone.empty() ? defaultMicrophone() : chooseMicrophone(mOptions.microphone);
-    if (!plan.microphone) return plan;
-    openDevice(*plan.microphone);
-    plan.soundFormat = chooseSoundFormat(*plan.microphone, mOptions.sound);
-    plan.microphone->setFormat(plan.soundFormat);
-    return plan;
+  // Devices that come and go are told on the source's thread, and heeded on the main thread.
+  void watchDevices() {
+    mAdded.emplace(KVXDeviceAdded, [this](auto info) { mLoop.post([this, info] { deviceAdded(*info); }); });
+    mRemoved.emplace(KVXDeviceRemoved, [this](auto info) { mLoop.post([this, info] { deviceRemoved(*info); }); });
+  }
+
+  void deviceAdded(const VeskDeviceInfo& info) {
+    mLoop.stop();  // whoever waits looks for itself
+    if (mIsRecording && mMicrophoneLost && mPlan.microphone->deviceInfo()->isEqualToDevice(info)) resumeSound(info);
+  }
+
+  void deviceRemoved(const VeskDeviceInfo& info) {
+    if (!mIsRecording) return;
+    if (mPlan.camera->deviceInfo()->isEqualToDevice(info)) {
+      tellEvent("removed", info);
+      mIsCameraGone = true;
+      mLoop.stop();
+    } else if (mPlan.microphone && mPlan.microphone->deviceInfo()->isEqualToDevice(info)) {
+      tellEvent("removed", info);
+      mReturned.reset();
+      mMicrophoneLost = Clock::now();
+    }
+  }
+
+  void resumeSound(const VeskDeviceInfo& info) {
+    mMicrophoneLost.reset();
+    mIsLossTold = false;
+    tellEvent("added", info);
+    try {
+      mReturned = std::make_unique<ReturnedMicrophone>(mPlan, mMovie->session());
+      say(fmt::format("\"{}\" is back; the movie goes on with its sound.", nameOf(info)));
+    } catch (const Failure& failure) {
+      say(fmt::format("{} {} The movie goes on without sound.", failure.what(), failure.hint));
+    }
+  }
+
+  bool isOver() const { return mIsOver || mLoop.wasInterrupted(); }
+
+  void end() {
+    mIsOver = true;
+    mLoop.stop();
+  }
+
+  /// With --wait until the camera is there. @return false when a person ended the waiting
+  bool awaitCamera() {
+    if (!mOptions.wait || isWishThere()) return true;
+    mHasWaited = true;
+    tellWaiting();
+    return mLoop.runUntil([this] { return isOver() || isWishThere(); }) && !isOver();
+  }
+
+  bool isWishThere() const {
+    try {
+      return chooseCamera(mWish.camera) != nullptr;
+    } catch (const DeviceMissing&) {
+      return false;
+    }
+  }
+
+  void tellWaiting() {
+    if (mGlobal.json) printJson({{"event", "waiting"}, {"kind", "camera"}, {"path", mWish.camera}});
+    say(mMovies == 0 ? "Waiting for the camera; Ctrl-C ends it."
+                     : "Waiting for the camera to come back; Ctrl-C ends it.");
+  }
+
+  /// One movie. A camera that has just come may refuse a few times.
+  void tryToRecord() {
+    try {
+      openCamera(mPlan, mWish);
+      awaitMicrophone();
+      record();
+      mRetries = 0;
+    } catch (const DeviceMissing&) {
+      if (!mHasWaited) throw;  // else it has gone again
+    } catch (const Failure& failure) {
+      if (!mHasWaited || failure.status != kBusy || ++mRetries > kMostRetries) throw;
+      mLoop.runUntil([this] { return isOver(); }, kRetry);
+    }
+  }
+
+  /// The microphone of the earlier movie, or the camera's own, may come a little after the camera.
+  void awaitMicrophone() {
+    const auto isThere = [this] {
+      if (isOver()) return true;
+      if (!mWish.microphone.empty()) return isMicrophoneThere(mWish.microphone);
+      return !capture::microphoneOf(mPlan.camera->deviceInfo()->path().value_or("")).empty();
+    };
+    if (mHasWaited && !mWish.noAudio) mLoop.runUntil(isThere, kArrival);
+    try {
+      openMicrophone(mPlan, mWish);
+    } catch (const DeviceMissing&) {
+      if (!mHasWaited) throw;
+      say("The microphone is not there; the movie has no sound.");
+    }
+  }
+
+  void record() {
+    mPlan.file = mMovies == 0 ? mOptions.file : nextFile();
+    mPlan.force = mMovies == 0 && mOptions.force;
+    mMovie.emplace(mPlan);
+    start();
+    mLoop.runUntil([this] { return isOver() || mIsCameraGone; });
+    mIsRecording = false;
+    mProgress.clear();
+    mReturned.reset();
+    mMovie->stop();
+    closeDevices(mPlan);
+    finishMovie();
+    mWish.camera = mPlan.camera->deviceInfo()->path().value_or("");
+    if (mPlan.microphone) mWish.microphone = mPlan.microphone->deviceInfo()->path().value_or("");
+    if (!mOptions.wait || remaining().value_or(kShortest) < kShortest) mIsOver = true;
+  }
+
+  /// The name of the movie after the first: NAME-2, or the next number that is free.
+  std::string nextFile() const {
+    const fs::path first(mOptions.file);
+    const std::string ending = first.extension().string();
+    return freeName((first.parent_path() / first.stem()).string(), ending) + ending;
   }
 
   void start() {
     Transport& transport = Transport::shared();
     transport.hold();  // camera and microphone begin at the same moment of their own time
-    transport.setLimit(mOptions.duration);
-    transport.setEndHandler([this] { mLoop.stop(); });
+    transport.setLimit(remaining());
     if (mGlobal.pace == "fast") {
       transport.setBackpressure([session = std::weak_ptr(mMovie->session())] {
         const auto held = session.lock();
         return held && held->isWriterBusy();
       });
     }
-    mMovie->start();
-    mRemoved.emplace(KVXDeviceRemoved, [this](auto info) { deviceRemoved(std::move(info)); });
-    mLoop.every(kTick, [this] { tick(); });
-    const auto& format = *mMovie->plan().videoFormat;
-    if (!mGlobal.json && mProgress.isShown())
-      fmt::print(stderr, "Recording {} {}x{}{}; Ctrl-C ends it.\n", fourCharString(format.mediaSubType()),
-                 format.dimensions().width, format.dimensions().height,
-                 mMovie->plan().soundFormat ? " with sound" : "");
+    try {
+      mMovie->start();
+    } catch (const Failure&) {
+      transport.release();
+      throw;
+    }
+    mIsRecording = true;
+    mIsCameraGone = false;
+    mMicrophoneLost.reset();
+    mIsLossTold = false;
+    tellStart();
     transport.release();
   }
 
-  void deviceRemoved(std::shared_ptr<VeskDeviceInfo> info) {
-    const auto& microphone = mMovie->plan().microphone;
-    const bool isOurs = mCamera->deviceInfo()->isEqualToDevice(*info) ||
-                        (microphone && microphone->deviceInfo()->isEqualToDevice(*info));
-    if (!isOurs) return;
-    mLoop.post([this, info] {
-      mFailure.emplace(kFailed, fmt::format("\"{}\" was unplugged; the movie ends there.", nameOf(*info)),
-                       "What was recorded is whole.");
-    });
-    mLoop.stop();
+  void tellStart() {
+    if (mGlobal.json && mOptions.wait) printJson({{"event", "recording"}, {"file", mPlan.file}});
+    const auto& format = *mPlan.videoFormat;
+    if (!mGlobal.json && (mProgress.isShown() || mHasWaited))
+      fmt::print(stderr, "Recording {} {}x{}{}; Ctrl-C ends it.\n", fourCharString(format.mediaSubType()),
+                 format.dimensions().width, format.dimensions().height, mPlan.soundFormat ? " with sound" : "");
+  }
+
+  /// Seconds that are still to be recorded; none without --duration.
+  std::optional<double> remaining() const {
+    return mOptions.duration ? std::optional(*mOptions.duration - mRecorded) : std::nullopt;
   }
 
   void tick() {
-    if (mIsStopping) return;
+    if (!mIsRecording) return;
     const RecordingStatistics statistics = mMovie->statistics();
-    const bool isLongEnough = mOptions.duration && static_cast<double>(statistics.duration) >= *mOptions.duration * 1e6;
-    if (statistics.writerMissing || statistics.status != 0 || isLongEnough) {
-      mLoop.stop();
-      return;
-    }
+    const auto left = remaining();
+    const bool isLongEnough = left && static_cast<double>(statistics.duration) >= *left * 1e6;
+    if (statistics.writerMissing || statistics.status != 0 || isLongEnough) return end();
+    tellLoss();
     std::string text = fmt::format("{}  {} pictures  {}", humanTime(statistics.duration), statistics.videoFrames,
                                    humanSize(statistics.bytes));
     const uint64_t dropped = statistics.videoDropped + statistics.audioDropped;
@@ -110,14 +228,49 @@ class RecordCommand {
     mProgress.show(text);
   }
 
-  int finish() {
+  /// Not at once: where the camera is going too, that is what is to be said.
+  void tellLoss() {
+    if (!mMicrophoneLost || mIsLossTold || Clock::now() - *mMicrophoneLost < kDeparture) return;
+    mIsLossTold = true;
+    say(fmt::format("\"{}\" was unplugged; the movie goes on without sound until it is back.",
+                    nameOf(*mPlan.microphone->deviceInfo())));
+  }
+
+  void finishMovie() {
+    // A camera that came for less than a picture leaves no movie behind, which is no failure here.
+    if (mOptions.wait && mIsCameraGone && mMovie->isEmpty()) return;
     const RecordingStatistics statistics = mMovie->finish();
-    if (mGlobal.json)
+    ++mMovies;
+    mRecorded += static_cast<double>(statistics.duration) / 1e6;
+    if (mGlobal.json) {
       printJson(mMovie->document(statistics));
-    else
+    } else {
       fmt::print("{}\n", mMovie->summary(statistics));
-    if (mFailure) throw *mFailure;
-    return kDone;
+      std::fflush(stdout);
+    }
+    if (!mIsCameraGone) return;
+    const std::string name = nameOf(*mPlan.camera->deviceInfo());
+    if (!mOptions.wait)
+      throw Failure(kFailed, fmt::format("\"{}\" was unplugged; the movie ends there.", name),
+                    fmt::format("What was recorded is whole, at \"{}\".", mPlan.file));
+    say(fmt::format("\"{}\" was unplugged; what was recorded is whole, at \"{}\".", name, mPlan.file));
+  }
+
+  int finish() const {
+    if (mMovies > 0) return kDone;
+    if (mHasWaited)
+      throw Failure(kNoSuchDevice, "nothing was recorded: the camera did not come.", "Plug it in, and start anew.");
+    throw Failure(kFailed, "nothing was recorded: it was ended before it began.", "Start anew.");
+  }
+
+  void tellEvent(const char* event, const VeskDeviceInfo& info) const {
+    if (mGlobal.json) printJson(deviceEvent(event, info));
+  }
+
+  /// A line for a person that is no failure.
+  void say(const std::string& line) {
+    mProgress.clear();
+    fmt::print(stderr, "vesk: {}\n", line);
   }
 
   const GlobalOptions& mGlobal;
@@ -125,11 +278,21 @@ class RecordCommand {
   Host mHost;
   MainLoop mLoop;
   ProgressLine mProgress;
-  std::shared_ptr<VeskVideoDevice> mCamera;
+  CaptureWish mWish;  ///< after the first movie, its devices by their paths
+  RecordingPlan mPlan;
   std::optional<MovieRecording> mMovie;
+  std::unique_ptr<ReturnedMicrophone> mReturned;
+  std::optional<DeviceWatch> mAdded;
   std::optional<DeviceWatch> mRemoved;
-  std::optional<Failure> mFailure;
-  bool mIsStopping = false;
+  std::optional<Clock::time_point> mMicrophoneLost;
+  double mRecorded = 0;  ///< seconds, in all movies
+  int mMovies = 0;
+  int mRetries = 0;
+  bool mHasWaited = false;
+  bool mIsRecording = false;
+  bool mIsCameraGone = false;
+  bool mIsLossTold = false;
+  bool mIsOver = false;
 };
 
 }  // namespace

@@ -1,0 +1,132 @@
+#include "apps/vesk/camera_settings.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "apps/vesk/choices.h"
+#include "apps/vesk/device_events.h"
+#include "capture/vci.h"
+
+namespace vesk::program {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+bool isAutomaticMode(const CameraControl& control) {
+  const auto all = cameraControls();
+  return std::any_of(all.begin(), all.end(), [&](const CameraControl& each) { return each.automatic == control.id; });
+}
+
+void applyOne(VeskVideoDevice& camera, const std::map<std::string, int64_t>& values, const std::string& name,
+              const CameraControl* control, int64_t value, Outcome& outcome) {
+  const auto refuse = [&](const std::string& reason) { outcome.refused.emplace_back(name, reason); };
+  if (!control || control->isMomentary()) return refuse("there is no such setting");
+  const auto state = stateOf(camera, *control);
+  if (!state) return refuse("the camera does not have it");
+  if (!state->takes(value)) return refuse(fmt::format("{} is out of its range, {}", value, rangeText(*state)));
+  if (state->isAutomatic.value_or(false)) {
+    const auto mode = values.find(std::string(cameraControl(*control->automatic).name));
+    if (mode != values.end() && mode->second != 0) return;
+  }
+  if (const int32_t status = camera.writeControl(*control, value)) return refuse(reasonOf(status, *state));
+  outcome.applied.push_back(name);
+}
+
+std::shared_ptr<VeskVideoDevice> cameraOf(const ControlSettings& settings) {
+  VeskDeviceList same;
+  for (const auto& record : *VeskVideoDevice::getVideoDeviceList()) {
+    if (record->vendorID() != settings.vendorID || record->productID() != settings.productID) continue;
+    if (record->path() == settings.cameraPath) return VeskVideoDevice::initWithDeviceInfo(record);
+    same.push_back(record);
+  }
+  if (same.size() == 1) return VeskVideoDevice::initWithDeviceInfo(same.front());
+  const std::string camera =
+      fmt::format("\"{}\" ({:04x}:{:04x})", settings.cameraName, settings.vendorID, settings.productID);
+  if (same.empty())
+    throw DeviceMissing(fmt::format("the settings are of {}, which is not attached.", camera),
+                        "Plug it in, or name another camera with --camera.");
+  throw Failure(
+      kNoSuchDevice,
+      fmt::format("the settings are of {}, and {} such cameras are attached, all elsewhere.", camera, same.size()),
+      "Name one with --camera.");
+}
+
+}  // namespace
+
+std::optional<ControlState> stateOf(const VeskVideoDevice& camera, const CameraControl& control) {
+  const auto current = camera.readControl(control, ControlRequest::kCurrent);
+  if (!current) return std::nullopt;
+  ControlState state{control, {}, {}, *current, camera.readControl(control, ControlRequest::kDefault), {}};
+  if (!control.isSwitch()) {
+    state.minimum = camera.readControl(control, ControlRequest::kMinimum);
+    state.maximum = camera.readControl(control, ControlRequest::kMaximum);
+    if (control.id == ControlID::kZoom) state.maximum = camera.getZoomMax();  // which knows some products better
+  }
+  if (!state.minimum || !state.maximum) {
+    const bool isKnown = control.least < control.most;
+    state.minimum = isKnown ? std::optional<int64_t>(control.least) : std::nullopt;
+    state.maximum = isKnown ? std::optional<int64_t>(control.most) : std::nullopt;
+  }
+  if (control.automatic) {
+    const auto mode = camera.readControl(cameraControl(*control.automatic), ControlRequest::kCurrent);
+    if (mode) state.isAutomatic = *mode == 1;
+  }
+  return state;
+}
+
+std::vector<ControlState> statesOf(const VeskVideoDevice& camera) {
+  std::vector<ControlState> states;
+  for (const CameraControl& control : cameraControls())
+    if (auto state = stateOf(camera, control)) states.push_back(*state);
+  return states;
+}
+
+std::string rangeText(const ControlState& state) {
+  return state.minimum ? fmt::format("{} to {}", *state.minimum, *state.maximum) : "?";
+}
+
+std::string reasonOf(int32_t status, const ControlState& state) {
+  if (status == kVCIPropertyNotSupported) return "the camera does not have it";
+  if (state.isAutomatic.value_or(false)) return fmt::format("{} is on", cameraControl(*state.control.automatic).name);
+  return fmt::format("the camera refused {}", status == kVCIInvalidArgument ? "the value" : "it");
+}
+
+Outcome applySettings(VeskVideoDevice& camera, const std::map<std::string, int64_t>& values) {
+  Outcome outcome;
+  const auto applyAll = [&](auto isTurn) {
+    for (const auto& [name, value] : values) {
+      const CameraControl* const control = cameraControlNamed(name);
+      const bool isMode = control && isAutomaticMode(*control);
+      if (isTurn(isMode, value)) applyOne(camera, values, name, control, value, outcome);
+    }
+  };
+  applyAll([](bool isMode, int64_t value) { return isMode && value == 0; });
+  applyAll([](bool isMode, int64_t) { return !isMode; });
+  applyAll([](bool isMode, int64_t value) { return isMode && value != 0; });
+  return outcome;
+}
+
+void tellOutcome(const GlobalOptions& global, const VeskDeviceInfo& camera, const Outcome& outcome, const char* event) {
+  if (global.json) {
+    Json refused = Json::array();
+    for (const auto& [name, reason] : outcome.refused) refused.push_back({{"name", name}, {"reason", reason}});
+    Json document = event ? deviceEvent(event, camera) : Json::object();
+    document["camera"] = nameOf(camera);
+    document["applied"] = outcome.applied;
+    document["notApplied"] = refused;
+    printJson(document);
+  } else {
+    fmt::print("{}: {} settings applied\n", nameOf(camera), outcome.applied.size());
+    std::fflush(stdout);
+  }
+  for (const auto& [name, reason] : outcome.refused)
+    fmt::print(stderr, "vesk: {} was not applied: {}.\n", name, reason);
+}
+
+std::shared_ptr<VeskVideoDevice> cameraFor(const ControlSettings& settings, const std::string& text) {
+  return text.empty() ? cameraOf(settings) : chooseCamera(text);
+}
+
+}  // namespace vesk::program

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "apps/vesk/control_settings.h"
+#include "apps/vesk/program.h"
+#include "devices/video_device.h"
+
+namespace vesk::program {
+
+/// A control as a camera has it.
+struct ControlState {
+  const CameraControl& control;
+  std::optional<int64_t> minimum;  ///< with the maximum; none when nobody tells the range
+  std::optional<int64_t> maximum;
+  int64_t current = 0;
+  std::optional<int64_t> initial;
+  std::optional<bool> isAutomatic;  ///< whether the camera sets it itself; none when it has no such mode
+
+  bool takes(int64_t value) const { return !minimum || (value >= *minimum && value <= *maximum); }
+};
+
+/// A control of an open camera; none when the camera does not have it.
+std::optional<ControlState> stateOf(const VeskVideoDevice& camera, const CameraControl& control);
+/// All that the camera has.
+std::vector<ControlState> statesOf(const VeskVideoDevice& camera);
+/// "-64 to 64", or "?" where nobody tells it.
+std::string rangeText(const ControlState& state);
+/// Why a camera did not take a value.
+std::string reasonOf(int32_t status, const ControlState& state);
+
+/// What becomes of settings that are applied together.
+struct Outcome {
+  std::vector<std::string> applied;
+  std::vector<std::pair<std::string, std::string>> refused;  ///< name and reason
+};
+
+/// Sets many controls of an open camera. Automatic modes go off before the controls that they rule are
+/// set, and on after that; what a mode rules that is to be on is left to it.
+Outcome applySettings(VeskVideoDevice& camera, const std::map<std::string, int64_t>& values);
+/// Says what was applied and, a line each, what was not and why. `event` is for scripts, null for none.
+void tellOutcome(const GlobalOptions& global, const VeskDeviceInfo& camera, const Outcome& outcome, const char* event);
+
+/// The camera that `text` names; where it names none, the one that the settings were saved from: plugged
+/// in elsewhere it has another path, and is the only one of its vendor and product.
+/// @throws Failure; DeviceMissing when it is not attached
+std::shared_ptr<VeskVideoDevice> cameraFor(const ControlSettings& settings, const std::string& text);
+
+}  // namespace vesk::program

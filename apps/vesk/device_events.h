@@ -1,0 +1,15 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+
+#include "devices/device_info.h"
+
+namespace vesk::program {
+
+/// "camera" or "microphone".
+const char* kindOf(const VeskDeviceInfo& info);
+
+/// {"event", "kind", "name", "path"}: what scripts are told of a device that came or went.
+nlohmann::ordered_json deviceEvent(const char* event, const VeskDeviceInfo& info);
+
+}  // namespace vesk::program

@@ -1,0 +1,92 @@
+#include <fmt/core.h>
+
+#include <chrono>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+#include "apps/vesk/camera_settings.h"
+#include "apps/vesk/choices.h"
+#include "apps/vesk/commands.h"
+#include "apps/vesk/host.h"
+#include "devices/device_manager.h"
+
+namespace vesk::program {
+namespace {
+
+/// A camera that has just come may refuse to be opened for a moment.
+constexpr std::chrono::milliseconds kRetry{500};
+constexpr int kMostTries = 5;
+
+/// Applies kept settings to a camera now and each time that it comes, until a signal ends the program.
+class KeepCommand {
+ public:
+  KeepCommand(const GlobalOptions& global, const ControlsOptions& options)
+      : mGlobal(global),
+        mOptions(options),
+        mHost(global, Host::Cameras::kAwaited),
+        mSettings(loadSettings(options.file)) {}
+
+  int run() {
+    const DeviceWatch added(KVXDeviceAdded, [this](auto info) {
+      if (info->deviceType() != 0) return;
+      mLoop.post([this, info] { mArrived = info; });
+      mLoop.stop();
+    });
+    apply(nullptr);
+    while (mLoop.runUntil([this] { return mArrived != nullptr; })) apply(std::exchange(mArrived, nullptr));
+    return kDone;
+  }
+
+ private:
+  /// Applies them if the camera is the one that has arrived; any for null.
+  void apply(const std::shared_ptr<VeskDeviceInfo>& arrived) {
+    for (int tries = 1;; ++tries) {
+      try {
+        const auto camera = cameraFor(mSettings, mOptions.camera);
+        if (arrived && !camera->deviceInfo()->isEqualToDevice(*arrived)) return;
+        openDevice(*camera);
+        readAnew();
+        tellOutcome(mGlobal, *camera->deviceInfo(), applySettings(*camera, mSettings.values), "applied");
+        return;  // letting the camera go closes it
+      } catch (const DeviceMissing&) {
+        return arrived ? void() : tellWaiting();
+      } catch (const Failure& failure) {
+        if (failure.status == kBusy && tries < kMostTries) {
+          mLoop.runUntil([] { return false; }, kRetry);
+          continue;
+        }
+        fmt::print(stderr, "vesk: {} {}\n", failure.what(), failure.hint);
+        return;
+      }
+    }
+  }
+
+  /// The file may have been saved anew since.
+  void readAnew() {
+    try {
+      mSettings = loadSettings(mOptions.file);
+    } catch (const Failure& failure) {
+      fmt::print(stderr, "vesk: {} The settings read before are applied.\n", failure.what());
+    }
+  }
+
+  void tellWaiting() const {
+    if (mGlobal.json) printJson({{"event", "waiting"}, {"kind", "camera"}, {"name", mSettings.cameraName}});
+    fmt::print(stderr, "vesk: the camera is not there; its settings are applied when it comes.\n");
+  }
+
+  const GlobalOptions& mGlobal;
+  const ControlsOptions& mOptions;
+  const Host mHost;
+  MainLoop mLoop;
+  ControlSettings mSettings;
+  std::shared_ptr<VeskDeviceInfo> mArrived;
+};
+
+}  // namespace
+
+int runKeep(const GlobalOptions& global, const ControlsOptions& options) {
+  return KeepCommand(global, options).run();
+}
+
+}  // namespace vesk::program

@@ -1,0 +1,227 @@
+"""Devices that come, go and refuse while programs use them: simulated ones, that heed the tests' commands."""
+import json
+import os
+import queue
+import signal
+import threading
+import time
+import unittest
+
+from program import MovieTest, probe, start_vesk, vesk
+
+CAMERA = "simulated:camera"
+PLAIN = "simulated:camera:plain"
+MICROPHONE = "simulated:microphone"
+
+
+class Running:
+    """A program at work: what it tells scripts is read here, and its devices are plugged in and out."""
+
+    def __init__(self, test, *arguments, setup="", environment=None):
+        self.pipe = test.folder / "commands"
+        if not self.pipe.exists():
+            os.mkfifo(self.pipe)
+        environment = {**os.environ, "VESK_SIMULATED_COMMANDS": str(self.pipe), "VESK_SIMULATED_SETUP": setup, **(environment or {})}
+        self.program = start_vesk("--capture", "simulated", "--json", *arguments, env=environment, cwd=test.folder)
+        self.documents = queue.Queue()
+        self.errors = []
+        self.readers = [threading.Thread(target=self.read_documents), threading.Thread(target=self.read_errors)]
+        for reader in self.readers:
+            reader.start()
+        test.addCleanup(self.close)
+
+    def read_documents(self):
+        for line in self.program.stdout:
+            self.documents.put(json.loads(line))
+
+    def read_errors(self):
+        for line in self.program.stderr:
+            self.errors.append(line.strip())
+
+    def close(self):
+        self.program.kill()
+        self.program.wait()
+        for reader in self.readers:
+            reader.join()
+        self.program.stdout.close()
+        self.program.stderr.close()
+
+    def command(self, *lines):
+        with open(self.pipe, "w") as pipe:
+            pipe.write("".join(line + "\n" for line in lines))
+
+    def next(self, **expected):
+        """The next thing that it tells, which must have these fields."""
+        try:
+            document = self.documents.get(timeout=60)
+        except queue.Empty:
+            raise AssertionError(f"nothing more came; {self.errors}") from None
+        got = {key: document.get(key) for key in expected}
+        if got != expected:
+            raise AssertionError(f"{document} came in place of {expected}; {self.errors}")
+        return document
+
+    def end(self, status, ask=True):
+        """Asks for the end and waits for it. Everything it told must have been read."""
+        if ask:
+            self.program.send_signal(signal.SIGINT)
+        if self.program.wait(60) != status:
+            raise AssertionError(f"ended with {self.program.returncode}; {self.errors}")
+        for reader in self.readers:
+            reader.join()
+        if not self.documents.empty():
+            raise AssertionError(f"{self.documents.get()} was not expected")
+
+
+class HotplugTest(MovieTest):
+    def grows(self, name, more=20_000):
+        """Waits until the movie that is being recorded has become larger by so much."""
+        def size():
+            sizes = []
+            for path in self.folder.rglob(name):
+                try:
+                    sizes.append(path.stat().st_size)
+                except FileNotFoundError:
+                    pass
+            return max(sizes, default=0)
+
+        until = size() + more
+        while size() < until:
+            time.sleep(0.02)
+
+    def commands_left(self, *files):
+        self.nothing_left(but=["commands", *files])
+
+
+class Recordings(HotplugTest):
+    def test_a_camera_that_goes_leaves_a_whole_movie(self):
+        running = Running(self, "record", "movie.mov", "--format", "avc1:320x240")
+        self.grows("movie.mov")
+        running.command(f"out {MICROPHONE}", f"out {CAMERA}")  # as the two of one USB device go
+        running.next(event="removed", kind="microphone")
+        running.next(event="removed", kind="camera", path=CAMERA)
+        movie = running.next(file="movie.mov")
+        self.assertGreater(movie["video"]["frames"], 0)
+        error = running.next()["error"]
+        running.end(1, ask=False)
+        self.assertIn("unplugged", error["what"])
+        self.assertIn("movie.mov", error["hint"])
+        self.assertEqual(len([line for line in running.errors if line.startswith("vesk: ")]), 1, running.errors)
+        self.assert_plays_everywhere(self.folder / "movie.mov")
+        self.commands_left("movie.mov")
+
+    def test_waiting_goes_on_in_a_new_movie_each_time(self):
+        (self.folder / "movie-2.mov").write_text("precious")
+        (self.folder / "movie.mov").write_text("old")
+        running = Running(self, "record", "movie.mov", "--force", "--wait", "--camera", "plain", "--format", "320x240",
+                          setup=f"out {PLAIN}")
+        running.next(event="waiting", kind="camera")
+        for name in ("movie.mov", "movie-3.mov"):
+            running.command(f"in {PLAIN}")
+            running.next(event="recording", file=name)
+            self.grows(name)
+            running.command(f"out {CAMERA}", f"in {CAMERA}")  # another camera is none of its business
+            running.command(f"out {PLAIN}")
+            running.next(event="removed", path=PLAIN)
+            self.assertIsNotNone(running.next(file=name)["sound"])
+            running.next(event="waiting", path=PLAIN)
+        running.end(0)
+        for name in ("movie.mov", "movie-3.mov"):
+            self.assert_plays_everywhere(self.folder / name)
+        self.assertEqual((self.folder / "movie-2.mov").read_text(), "precious")
+        self.commands_left("movie.mov", "movie-2.mov", "movie-3.mov")
+
+    def test_the_duration_is_that_of_all_movies(self):
+        running = Running(self, "record", "movie.mov", "--wait", "--duration", 3, "--format", "avc1:320x240")
+        running.next(event="recording", file="movie.mov")
+        self.grows("movie.mov")
+        running.command(f"out {CAMERA}")
+        running.next(event="removed")
+        first = running.next(file="movie.mov")["duration"]
+        running.next(event="waiting")
+        running.command(f"in {CAMERA}")
+        running.next(event="recording", file="movie-2.mov")
+        second = running.next(file="movie-2.mov")["duration"]
+        running.end(0, ask=False)
+        self.assertAlmostEqual(first + second, 3, delta=0.3)
+
+    def test_a_microphone_that_goes_and_comes_back_leaves_a_gap(self):
+        running = Running(self, "record", "movie.mov", "--format", "avc1:320x240")
+        self.grows("movie.mov")
+        running.command(f"out {MICROPHONE}")
+        running.next(event="removed", kind="microphone", path=MICROPHONE)
+        self.grows("movie.mov", more=200_000)  # of pictures alone
+        running.command(f"in {MICROPHONE}")
+        running.next(event="added", kind="microphone", path=MICROPHONE)
+        self.grows("movie.mov", more=200_000)
+        running.program.send_signal(signal.SIGINT)
+        movie = running.next(file="movie.mov")
+        running.end(0, ask=False)
+        self.assertGreater(movie["sound"]["silence"], 0)
+        self.assertTrue(any("without sound" in line for line in running.errors), running.errors)
+        facts = probe(self.folder / "movie.mov")
+        self.assertAlmostEqual(float(facts["audio"]["duration"]), float(facts["video"]["duration"]), delta=0.3)
+        self.assert_plays_everywhere(self.folder / "movie.mov")
+
+    def test_what_does_not_begin_says_why_and_leaves_nothing(self):
+        for setup, arguments, status, words in (
+                (f"busy {CAMERA}", (), 4, "Close other programs"),
+                (f"busy {MICROPHONE}", (), 4, "--no-audio"),
+                (f"out {CAMERA};out {PLAIN}", (), 3, "Plug one in"),
+                (f"busy {CAMERA}", ("--wait",), 4, "Close other programs")):
+            with self.subTest(setup=setup, arguments=arguments):
+                done = vesk("--capture", "simulated", "record", self.folder / "movie.mov", *arguments, check=False,
+                            environment={"VESK_SIMULATED_SETUP": setup})
+                self.assertEqual(done.returncode, status, done.stderr)
+                self.assertEqual(len(done.stderr.splitlines()), 1, done.stderr)
+                self.assertIn(words, done.stderr)
+                self.nothing_left()
+        running = Running(self, "record", "movie.mov", "--wait", setup=f"out {CAMERA};out {PLAIN}")
+        running.next(event="waiting")
+        running.program.send_signal(signal.SIGTERM)
+        self.assertIn("did not come", running.next()["error"]["what"])
+        running.end(3, ask=False)
+        self.commands_left()
+
+
+class KeptControls(HotplugTest):
+    def test_are_applied_each_time_the_camera_comes(self):
+        state = {"VESK_SIMULATED_STATE": str(self.folder / "state")}
+        for name, value in (("brightness", 21), ("autoExposure", "off"), ("exposure", 150)):
+            vesk("--capture", "simulated", "controls", "set", name, value, environment=state)
+        vesk("--capture", "simulated", "controls", "save", self.folder / "kept.json", environment=state)
+        (self.folder / "state").unlink()
+        running = Running(self, "controls", "keep", "kept.json", setup=f"out {CAMERA}", environment=state)
+        running.next(event="waiting", kind="camera")
+        settings = len(json.loads((self.folder / "kept.json").read_text())["controls"])
+        for _ in range(2):
+            running.command(f"out {PLAIN}", f"in {PLAIN}")  # whose settings they are not
+            running.command(f"in {CAMERA}")
+            applied = running.next(event="applied", path=CAMERA, notApplied=[])["applied"]
+            self.assertGreaterEqual(len(applied), settings - 2)  # what an automatic mode rules is left to it
+            self.assertLess(applied.index("autoExposure"), applied.index("exposure"))
+            found = json.loads(vesk("--capture", "simulated", "--json", "controls", environment=state).stdout)["controls"]
+            current = {control["name"]: control["current"] for control in found}
+            self.assertEqual((current["brightness"], current["autoExposure"], current["exposure"]), (21, 0, 150))
+            (self.folder / "state").unlink()
+            running.command(f"out {CAMERA}")
+        running.end(0)
+        self.assertFalse((self.folder / "state.plain").exists())
+
+    def test_that_do_not_fit_are_named(self):
+        file = self.folder / "kept.json"
+        file.write_text(json.dumps({"camera": {"name": "Other", "path": "else", "vendorID": 1, "productID": 2},
+                                    "controls": {"brightness": 5, "mirror": 1, "contrast": 9999}}))
+        running = Running(self, "controls", "keep", "kept.json", "--camera", "plain")
+        applied = running.next(event="applied", path=PLAIN)
+        self.assertEqual(applied["applied"], ["brightness"])
+        self.assertEqual({each["name"] for each in applied["notApplied"]}, {"mirror", "contrast"})
+        running.end(0)
+        self.assertEqual(len(running.errors), 2, running.errors)
+        file.write_text("{}")
+        refused = vesk("--capture", "simulated", "controls", "keep", file, check=False)
+        self.assertEqual((refused.returncode, len(refused.stderr.splitlines())), (1, 1))
+
+
+if __name__ == "__main__":
+    unittest.main()
