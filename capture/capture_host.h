@@ -85,5 +85,7 @@ VESK_EXPORT SourceError selectSource(const std::string& text, const SourceOption
 VESK_EXPORT void setSource(std::shared_ptr<CaptureSource> source);
 /// The source in use; null when none has been set.
 VESK_EXPORT std::shared_ptr<CaptureSource> currentSource();
+/// The path of the microphone that is built into the camera at `path`; empty when it has none.
+VESK_EXPORT std::string microphoneOf(const std::string& cameraPath);
 
 }  // namespace vesk::capture

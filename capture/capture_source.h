@@ -108,6 +108,8 @@ class CaptureSource {
   virtual std::unique_ptr<CaptureDevice> openForMetering(const std::string& path) {
     return open(DeviceKind::kAudio, path);
   }
+  /// The path of the microphone that is built into the camera at `path`; empty when there is none.
+  virtual std::string microphoneOf(const std::string&) { return {}; }
 };
 
 }  // namespace vesk::capture

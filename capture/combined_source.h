@@ -37,6 +37,11 @@ class CombinedSource : public CaptureSource {
     return owner ? owner->openForMetering(path) : nullptr;
   }
 
+  std::string microphoneOf(const std::string& path) override {
+    CaptureSource* const owner = ownerOf(DeviceKind::kVideo, path);
+    return owner ? owner->microphoneOf(path) : std::string();
+  }
+
  private:
   CaptureSource* ownerOf(DeviceKind kind, const std::string& path) const {
     for (const auto& source : mSources) {

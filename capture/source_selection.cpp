@@ -5,7 +5,7 @@
 #include "capture/combined_source.h"
 #include "capture/files/file_source.h"
 #include "capture/library.h"
-#include "capture/linux/linux_cameras.h"
+#include "capture/linux/linux_source.h"
 #include "capture/simulated/simulated_source.h"
 #include "platform/foundation/log.h"
 
@@ -20,7 +20,9 @@ SourcePtr makeSimulated(const std::string&, const SourceOptions& options, Source
 }
 
 SourcePtr makeLinux(const std::string&, const SourceOptions&, SourceError&) {
-  return std::make_shared<LinuxCameras>();
+  std::string why;  // there are no microphones: that is told when one is asked for
+  return std::make_shared<LinuxSource>(std::make_shared<LinuxCameras>(),
+                                       std::make_shared<SoundSource>(makeSoundSystem(why)));
 }
 
 struct SourceKind {
@@ -127,6 +129,13 @@ void setSource(std::shared_ptr<CaptureSource> source) {
 
 std::shared_ptr<CaptureSource> currentSource() {
   return Library::shared().source();
+}
+
+std::string microphoneOf(const std::string& cameraPath) try {
+  const auto source = currentSource();
+  return source ? source->microphoneOf(cameraPath) : std::string();
+} catch (const std::exception&) {
+  return {};  // it is a preference, no more
 }
 
 }  // namespace vesk::capture

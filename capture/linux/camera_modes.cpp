@@ -116,10 +116,12 @@ std::vector<uint32_t> intervalsOf(V4L2Calls& calls, int descriptor, uint32_t fou
   return {intervals.begin(), intervals.end()};
 }
 
-bool hasInterval(const CameraMode& mode, uint64_t asked) {
-  return std::any_of(mode.intervals.begin(), mode.intervals.end(), [&](uint64_t interval) {
-    return asked <= interval + 1 && interval <= asked + 1;  // fractions are cut off here and there
-  });
+/// How far the nearest interval of the mode is from the one that is asked for.
+uint64_t distanceOf(const CameraMode& mode, uint64_t asked) {
+  uint64_t least = UINT64_MAX;
+  for (const uint64_t interval : mode.intervals)
+    least = std::min(least, interval > asked ? interval - asked : asked - interval);
+  return least <= 1 ? 0 : least;  // fractions are cut off here and there
 }
 
 }  // namespace
@@ -162,10 +164,14 @@ const CameraMode* findMode(const std::vector<CameraMode>& modes, const VideoPara
   if (parameters.intervalNumerator == 0 || parameters.intervalDenominator == 0) return nullptr;
   const uint64_t asked = uint64_t{parameters.intervalNumerator} * kTenMillionths / parameters.intervalDenominator;
   const CameraMode* best = nullptr;
+  std::pair<uint64_t, size_t> bestRank;
   for (const CameraMode& mode : modes) {
     if (mode.format->codec != parameters.codec || mode.width != parameters.width || mode.height != parameters.height)
       continue;
-    if (hasInterval(mode, asked) && (!best || rankOf(*mode.format) < rankOf(*best->format))) best = &mode;
+    const std::pair rank(distanceOf(mode, asked), rankOf(*mode.format));
+    if (best && rank >= bestRank) continue;
+    best = &mode;
+    bestRank = rank;
   }
   return best;
 }

@@ -26,7 +26,8 @@ void addModes(V4L2Calls& calls, int descriptor, size_t node, std::vector<CameraM
 /// The modes as the layers above see them: by codec, compressed ones first, sizes from small to large.
 std::vector<VideoFormat> formatsOf(const std::vector<CameraMode>& modes);
 
-/// The best mode for `parameters`; null when none fits.
+/// The best mode for `parameters`: of the codec and size that with the nearest interval, since cameras
+/// rarely have every one; null when none fits.
 const CameraMode* findMode(const std::vector<CameraMode>& modes, const VideoParameters& parameters);
 
 }  // namespace vesk::capture

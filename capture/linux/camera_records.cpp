@@ -85,9 +85,12 @@ std::vector<CameraRecord> makeRecords(std::span<const KnownNode> nodes) {
       if (byPath.contains(path)) path = node.systemPath;  // a driver that does not tell its devices apart
       byPath[path] = {{DeviceKind::kVideo, path, nameOf(*known), node.vendorID, node.productID, node.revisionID},
                       node.attachment,
+                      node.usbPath,
+                      {},
                       {}};
     }
     byPath[path].nodes.push_back(node.node);
+    byPath[path].systemPaths.push_back(node.systemPath);
   }
   std::vector<CameraRecord> records;
   records.reserve(byPath.size());

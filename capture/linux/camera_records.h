@@ -33,7 +33,9 @@ struct KnownNode {
 struct CameraRecord {
   DeviceDescription description;
   std::string attachment;          ///< another one each time that the camera is plugged in
+  std::string usbPath;             ///< the folder in sysfs of its USB device; empty for others
   std::vector<std::string> nodes;  ///< in the order of their indices
+  std::vector<std::string> systemPaths;  ///< of the nodes, in sysfs
 };
 
 /// Makes one record for each camera out of the nodes of all: those of one USB device belong together,

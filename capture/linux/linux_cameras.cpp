@@ -6,12 +6,15 @@
 #include <exception>
 #include <map>
 #include <optional>
+#include <set>
 #include <utility>
 
 #include "capture/callback_slot.h"
 #include "capture/encoding/encoded_camera.h"
 #include "capture/linux/camera_records.h"
+#include "capture/linux/extension_units.h"
 #include "capture/linux/linux_camera.h"
+#include "capture/linux/node_holder.h"
 #include "platform/foundation/log.h"
 #include "platform/foundation/mutex.h"
 
@@ -21,6 +24,7 @@ namespace {
 std::string whyNot(const DeviceDescription& camera, const std::string& node, int error) {
   std::string reason = std::strerror(error);
   if (error == EACCES || error == EPERM) reason = "no permission. Add the user to the group \"video\" and log in again";
+  if (error == EBUSY) reason = holderOf(node) + " has it for itself. Close that program";
   return "The camera \"" + camera.name + "\" (" + node + ") could not be opened: " + reason + ".";
 }
 
@@ -32,8 +36,17 @@ class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
   Roll(std::shared_ptr<V4L2Calls> calls, std::unique_ptr<CameraFinder> finder)
       : mCalls(std::move(calls)), mFinder(std::move(finder)) {}
 
-  /// Asks each node once as long as it is attached: asking wakes a sleeping camera.
+  /// The cameras that may be told of now.
   std::vector<CameraRecord> records() VESK_EXCLUDES(mMutex) {
+    std::vector<CameraRecord> all = attached();
+    MutexLock lock(mMutex);
+    std::erase_if(all, [&](const CameraRecord& record)
+                           VESK_REQUIRES(mMutex) { return mReturning.contains(record.description.path); });
+    return all;
+  }
+
+  /// Asks each node once as long as it is attached: asking wakes a sleeping camera.
+  std::vector<CameraRecord> attached() VESK_EXCLUDES(mMutex) {
     std::vector<KnownNode> known;
     MutexLock lock(mMutex);
     std::map<std::string, NodeIdentity> identities;
@@ -46,6 +59,13 @@ class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
     }
     mIdentities = std::move(identities);
     return makeRecords(known);
+  }
+
+  std::optional<CameraRecord> record(const std::string& path) {
+    for (CameraRecord& record : records()) {
+      if (record.description.path == path) return std::move(record);
+    }
+    return std::nullopt;
   }
 
   void setHandler(HotplugHandler handler) VESK_EXCLUDES(mRollMutex) {
@@ -67,12 +87,13 @@ class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
 
   Attachments attachments() {
     Attachments present;
-    for (const CameraRecord& record : records()) present[record.description.path] = record.attachment;
+    for (const CameraRecord& record : attached()) present[record.description.path] = record.attachment;
     return present;
   }
 
   /// Tells what has changed: comparing what is there, not counting events, tells everything once. A
-  /// camera that was away so shortly that it is there again has another attachment.
+  /// camera that was away so shortly that it is there again has another attachment. It is not listed
+  /// while it is told to have gone, since whoever is told looks at the list.
   void look() noexcept VESK_EXCLUDES(mRollMutex) try {
     Attachments before;
     Attachments now;
@@ -81,7 +102,9 @@ class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
       now = attachments();
       before = std::exchange(mPresent, now);
     }
+    setReturning(before, now);
     tellMissing(before, now, false);
+    setReturning({}, {});
     tellMissing(now, before, true);
   } catch (const std::exception& exception) {
     NSLog(std::string("The cameras could not be looked for: ") + exception.what());
@@ -95,6 +118,15 @@ class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
     }
   }
 
+  void setReturning(const Attachments& before, const Attachments& now) VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    mReturning.clear();
+    for (const auto& [path, attachment] : before) {
+      const auto other = now.find(path);
+      if (other != now.end() && other->second != attachment) mReturning.insert(path);
+    }
+  }
+
   const std::shared_ptr<V4L2Calls> mCalls;
   CallbackSlot<DeviceKind, bool> mHandler;
   Mutex mRollMutex;  // taken before mMutex
@@ -102,7 +134,8 @@ class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
   bool mIsWatching VESK_GUARDED_BY(mRollMutex) = false;
   Mutex mMutex;
   std::map<std::string, NodeIdentity> mIdentities VESK_GUARDED_BY(mMutex);
-  const std::unique_ptr<CameraFinder> mFinder;  // ends its thread before the rest goes
+  std::set<std::string> mReturning VESK_GUARDED_BY(mMutex);  // paths
+  const std::unique_ptr<CameraFinder> mFinder;               // ends its thread before the rest goes
 };
 
 LinuxCameras::LinuxCameras() : LinuxCameras(V4L2Calls::system(), CameraFinder::system()) {}
@@ -125,17 +158,22 @@ std::vector<DeviceDescription> LinuxCameras::devices(DeviceKind kind) {
   return descriptions;
 }
 
+std::string LinuxCameras::usbPathOf(const std::string& path) {
+  const auto record = mRoll->record(path);
+  return record ? record->usbPath : std::string();
+}
+
 std::unique_ptr<CaptureDevice> LinuxCameras::open(DeviceKind kind, const std::string& path) {
-  if (kind != DeviceKind::kVideo) return nullptr;
-  const std::vector<CameraRecord> records = mRoll->records();
-  const auto record = std::find_if(records.begin(), records.end(),
-                                   [&](const CameraRecord& each) { return each.description.path == path; });
-  if (record == records.end()) return nullptr;
+  const auto record = kind == DeviceKind::kVideo ? mRoll->record(path) : std::nullopt;
+  if (!record) return nullptr;
   std::vector<std::shared_ptr<OpenNode>> nodes;
-  for (const std::string& name : record->nodes) {
+  std::vector<ExtensionUnit> units;
+  for (size_t at = 0; at < record->nodes.size(); ++at) {
+    const std::string& name = record->nodes[at];
     int error = 0;
     auto node = OpenNode::open(mRoll->sharedCalls(), name, error);
     if (node) {
+      addExtensionUnits(record->systemPaths[at], nodes.size(), units);
       nodes.push_back(std::move(node));
     } else {
       NSLog(whyNot(record->description, name, error));
@@ -143,7 +181,7 @@ std::unique_ptr<CaptureDevice> LinuxCameras::open(DeviceKind kind, const std::st
   }
   if (nodes.empty()) return nullptr;
   const std::string& name = record->description.name;
-  return EncodedCamera::wrap(std::make_unique<LinuxCamera>(name, std::move(nodes)), name);
+  return EncodedCamera::wrap(std::make_unique<LinuxCamera>(name, std::move(nodes), std::move(units)), name);
 }
 
 }  // namespace vesk::capture

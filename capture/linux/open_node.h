@@ -15,20 +15,23 @@ class OpenNode {
   static std::shared_ptr<OpenNode> open(std::shared_ptr<V4L2Calls> calls, const std::string& node, int& error) {
     const int descriptor = calls->open(node);
     error = descriptor < 0 ? -descriptor : 0;
-    return descriptor < 0 ? nullptr : std::make_shared<OpenNode>(std::move(calls), descriptor);
+    return descriptor < 0 ? nullptr : std::make_shared<OpenNode>(std::move(calls), node, descriptor);
   }
 
-  OpenNode(std::shared_ptr<V4L2Calls> calls, int descriptor) : mCalls(std::move(calls)), mDescriptor(descriptor) {}
+  OpenNode(std::shared_ptr<V4L2Calls> calls, std::string name, int descriptor)
+      : mCalls(std::move(calls)), mName(std::move(name)), mDescriptor(descriptor) {}
   ~OpenNode() { mCalls->close(mDescriptor); }
   OpenNode(const OpenNode&) = delete;
   OpenNode& operator=(const OpenNode&) = delete;
 
+  const std::string& name() const { return mName; }  ///< "/dev/video0"
   V4L2Calls& calls() const { return *mCalls; }
   int descriptor() const { return mDescriptor; }
   int ioctl(unsigned long request, void* argument) const { return mCalls->ioctl(mDescriptor, request, argument); }
 
  private:
   const std::shared_ptr<V4L2Calls> mCalls;
+  const std::string mName;
   const int mDescriptor;
 };
 

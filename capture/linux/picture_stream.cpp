@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "capture/linux/node_holder.h"
 #include "capture/monotonic_clock.h"
 #include "capture/vci.h"
 #include "platform/foundation/log.h"
@@ -46,11 +47,11 @@ void setIfThere(const OpenNode& node, uint32_t control, int32_t value) {
   node.ioctl(VIDIOC_S_CTRL, &setting);
 }
 
-std::string whyNot(const std::string& name, int error) {
+std::string whyNot(const std::string& name, const std::string& node, int error) {
   const std::string begin = "The camera \"" + name + "\" could not be started: ";
   switch (error) {
     case EBUSY:
-      return begin + "another program is using it.";
+      return begin + holderOf(node) + " is using it. Close that program.";
     case ENOSPC:
       return begin + "the USB bus has no room left. Choose a smaller size or MJPEG, or another port.";
     case EPROTO:
@@ -75,7 +76,7 @@ std::shared_ptr<PictureStream> PictureStream::start(std::shared_ptr<OpenNode> no
   if (error == 0) error = stream->flow();
   status = error == 0 ? kVCISuccess : error == -EBUSY ? kVCIBusy : kVCIFailed;
   if (error != 0) {
-    NSLog(whyNot(name, -error));
+    NSLog(whyNot(name, stream->mNode->name(), -error));
     stream->release();
     return nullptr;
   }

@@ -124,7 +124,11 @@ TEST_F(LinuxCameraList, TellsOfEachArrivalAndDepartureOnce) {
   constexpr Told kWent = {DeviceKind::kVideo, false};
   plugCamera(0, "3");
   test::Recorder<Told> told;
-  mSource.setHotplugHandler([&](DeviceKind kind, bool arrived) { told.add({kind, arrived}); });
+  mSource.setHotplugHandler([&](DeviceKind kind, bool arrived) {
+    told.add({kind, arrived});
+    const size_t expected = told.items().size() == 3 ? 0 : arrived && told.items().size() == 1 ? 2 : 1;
+    EXPECT_EQ(paths().size(), expected) << "one that is told to have gone is not there";
+  });
   mFinder.tell();
   EXPECT_TRUE(told.items().empty()) << "nothing has changed";
   plugCamera(2, "4");

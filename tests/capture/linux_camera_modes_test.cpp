@@ -47,7 +47,7 @@ TEST(LinuxCameraModes, JoinsTheFormatsThatAreDeliveredAlike) {
   EXPECT_EQ(formats[2].sizes[1].intervals, Intervals({333333, 666667}));
 }
 
-TEST(LinuxCameraModes, FindsTheFormatThatHasTheInterval) {
+TEST(LinuxCameraModes, FindsTheFormatWithTheNearestInterval) {
   const auto modes =
       modesOf({{V4L2_PIX_FMT_YUYV, {{640, 480, {{1, 30}, {1, 15}}}}}, {V4L2_PIX_FMT_UYVY, {{640, 480, {{1, 15}}}}}});
   const auto found = [&](VideoParameters parameters) {
@@ -56,7 +56,8 @@ TEST(LinuxCameraModes, FindsTheFormatThatHasTheInterval) {
   };
   EXPECT_EQ(found({kRaw, 640, 480, 666667, 10000000, 0}), V4L2_PIX_FMT_UYVY) << "needs no conversion";
   EXPECT_EQ(found({kRaw, 640, 480, 1, 30, 0}), V4L2_PIX_FMT_YUYV);
-  EXPECT_EQ(found({kRaw, 640, 480, 1, 25, 0}), 0u);
+  EXPECT_EQ(found({kRaw, 640, 480, 1, 25, 0}), V4L2_PIX_FMT_YUYV);
+  EXPECT_EQ(found({kRaw, 640, 480, 1, 10, 0}), V4L2_PIX_FMT_UYVY);
   EXPECT_EQ(found({kRaw, 640, 480, 0, 0, 0}), 0u);
   EXPECT_EQ(found({kRaw, 640, 360, 1, 30, 0}), 0u);
   EXPECT_EQ(found({kCMVideoCodecType_H264, 640, 480, 1, 30, 0}), 0u);
