@@ -385,7 +385,7 @@ TEST(ExtensionUnits, AreThoseOfTheNodesOwnFunction) {
   both.insert(both.end(), other.begin(), other.end());
   folder.write("descriptors", {both.begin(), both.end()});
   const auto addNode = [&](const std::string& interface, const std::string& number) {
-    const std::string node = folder.file(interface) + "/video4linux/video0";
+    std::string node = folder.file(interface) + "/video4linux/video0";
     std::filesystem::create_directories(node);
     std::filesystem::create_directory_symlink("../..", node + "/device");
     if (!number.empty()) folder.write(interface + "/bInterfaceNumber", number);
