@@ -11,7 +11,7 @@
 namespace vesk::capture {
 namespace {
 
-constexpr size_t kMostSeconds = 2;
+constexpr size_t kMostSeconds = 10;
 constexpr int64_t kBetweenReports = 5'000'000;  // microseconds
 
 }  // namespace

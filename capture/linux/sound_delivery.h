@@ -15,7 +15,7 @@
 namespace vesk::capture {
 
 /// Takes a stream's sound off its thread, which must not wait, and hands it on as packets on a
-/// thread of its own. Keeps up to two seconds; what the receiver is too slow for is counted as lost.
+/// thread of its own. Keeps up to ten seconds; what the receiver is too slow for is counted as lost.
 /// What was lost is told in the system log, at most every five seconds.
 ///
 /// Threads: every operation from any thread. Made by begin, and ended before it is let go.

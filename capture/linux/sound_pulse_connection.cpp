@@ -99,7 +99,7 @@ void PulseConnection::stateChanged(pa_context* context, void* self) {
   if (PA_CONTEXT_IS_GOOD(pa_context_get_state(context))) return;
   connection->mError = pa_context_errno(context);
   // A connection that never stood has changed nothing: asking again would go on for ever.
-  if (!std::exchange(connection->mIsReady, false)) return;
+  if (!connection->mIsReady.exchange(false)) return;
   if (connection->mHandler) connection->mHandler();  // with the server all its microphones have gone
 }
 

@@ -2,6 +2,7 @@
 
 #include <pulse/pulseaudio.h>
 
+#include <atomic>
 #include <functional>
 #include <string>
 
@@ -33,6 +34,9 @@ class PulseConnection {
   /// Starts the thread and connects; starts no server. False with the reason when none answers.
   bool begin(std::string& error);
 
+  /// Whether a server is connected. From any thread, without a Lock.
+  bool isReady() const { return mIsReady; }
+
   // All below with a Lock held.
   /// The context, connected; null when no server answers. Valid while the lock is held.
   pa_context* context();
@@ -55,7 +59,7 @@ class PulseConnection {
   pa_threaded_mainloop* mLoop = nullptr;
   pa_context* mContext = nullptr;
   bool mIsRunning = false;
-  bool mIsReady = false;  ///< the context has been connected and not failed since
+  std::atomic<bool> mIsReady = false;  ///< the context has been connected and not failed since
   int mError = PA_OK;
   std::function<void()> mHandler;
 };

@@ -32,7 +32,6 @@ int32_t PulseStream::begin(const std::string& source, std::string& error) {
   mStream = pa_stream_new(context, "vesk capture", &spec, nullptr);
   if (mStream) {
     pa_stream_set_state_callback(mStream, stateChanged, this);
-    pa_stream_set_read_callback(mStream, readable, this);
     pa_buffer_attr attributes;
     attributes.maxlength = static_cast<uint32_t>(-1);
     attributes.tlength = attributes.prebuf = attributes.minreq = static_cast<uint32_t>(-1);
@@ -43,7 +42,11 @@ int32_t PulseStream::begin(const std::string& source, std::string& error) {
     if (pa_stream_connect_record(mStream, source.c_str(), &attributes, flags) >= 0) {
       while (pa_stream_get_state(mStream) == PA_STREAM_CREATING) mConnection->wait();
       if (pa_stream_get_state(mStream) == PA_STREAM_READY) {
+        // Before the first timing there is no telling how old the sound is: what waits is read after it.
+        mConnection->finish(pa_stream_update_timing_info(mStream, timingKnown, this));
+        pa_stream_set_read_callback(mStream, readable, this);
         mHasBegun = true;
+        read();
         return kVCISuccess;
       }
     }
@@ -57,6 +60,10 @@ void PulseStream::stateChanged(pa_stream* stream, void* self) {
   auto* own = static_cast<PulseStream*>(self);
   own->mConnection->signal();
   if (own->mHasBegun && !PA_STREAM_IS_GOOD(pa_stream_get_state(stream))) own->mSink->ended();
+}
+
+void PulseStream::timingKnown(pa_stream*, int, void* self) {
+  static_cast<PulseStream*>(self)->mConnection->signal();
 }
 
 void PulseStream::readable(pa_stream*, size_t, void* self) {

@@ -22,6 +22,7 @@ class PulseStream : public SoundStream {
 
  private:
   static void stateChanged(pa_stream* stream, void* self);
+  static void timingKnown(pa_stream* stream, int isDone, void* self);
   static void readable(pa_stream* stream, size_t bytes, void* self);
   void read();
   int64_t firstSampleTime() const;

@@ -174,6 +174,8 @@ class PulseSoundSystem : public SoundSystem {
     });
   }
 
+  bool isAnswering() override { return mConnection->isReady(); }
+
   void setChangeHandler(std::function<void()> handler) override {
     if (!mHasBegunWatching && !handler) return;
     mHasBegunWatching = true;

@@ -9,6 +9,11 @@
 #include "capture/linux/sound_microphone.h"
 
 namespace vesk::capture {
+namespace {
+
+constexpr int kPatience = 8;  // times the quiet time: how often a server that has gone is looked for
+
+}  // namespace
 
 SoundSource::SoundSource(std::shared_ptr<SoundSystem> system, int quiet)
     : mSystem(std::move(system)), mSharing(std::make_shared<SoundSharing>(mSystem)), mQuiet(quiet) {}
@@ -74,10 +79,17 @@ std::vector<std::string> SoundSource::paths() {
   return paths;
 }
 
-/// Waits until something has changed and nothing more for a while; false at the end.
+/// Waits until something has changed and nothing more for a while, or a server that has gone is to be
+/// looked for; false at the end.
 bool SoundSource::waitForChange() {
   MutexLock lock(mMutex);
-  while (!mIsEnding && mSeenChanges == mChanges) mChanged.wait(mMutex);
+  while (!mIsEnding && mSeenChanges == mChanges) {
+    if (mSystem->isAnswering()) {
+      mChanged.wait(mMutex);
+    } else if (mChanged.wait_for(mMutex, kPatience * mQuiet) == std::cv_status::timeout) {
+      return !mIsEnding;
+    }
+  }
   while (!mIsEnding && mSeenChanges != mChanges) {
     mSeenChanges = mChanges;
     mChanged.wait_for(mMutex, mQuiet);

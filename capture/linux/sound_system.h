@@ -61,6 +61,10 @@ class SoundSystem {
   virtual int32_t getMute(const std::string& path, bool& mute) = 0;
   virtual int32_t setMute(const std::string& path, bool mute) = 0;
 
+  /// Whether there is a server to speak of. While there is none nothing tells when it comes back: asking
+  /// for the microphones tries it. Takes no lock.
+  virtual bool isAnswering() { return true; }
+
   /// Has `handler` called, on a thread of the system's, when the microphones may have changed; an
   /// empty one ends it. The handler must not call the system. After the call has returned the old
   /// handler is not called any more.

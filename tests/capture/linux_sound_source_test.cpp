@@ -56,6 +56,17 @@ class FakeSoundSystem : public SoundSystem {
     MutexLock lock(mMutex);
     for (const auto& [stream, open] : mStreams) open.sink->lost(frames);
   }
+  /// The server goes with its microphones; with another one it comes back, and tells nobody.
+  void crash() {
+    MutexLock lock(mMutex);
+    mIsAnswering = false;
+    mMicrophones.clear();
+    if (mHandler) mHandler();
+  }
+  void comeBack(const std::string& path) {
+    MutexLock lock(mMutex);
+    mReturning = {{{DeviceKind::kAudio, path, "Microphone " + path}, ""}};
+  }
   void refuse(const WaveFormat& format) { mRefused = format; }
   std::vector<WaveFormat> openFormats() {
     MutexLock lock(mMutex);
@@ -66,6 +77,10 @@ class FakeSoundSystem : public SoundSystem {
 
   std::vector<Microphone> microphones() override {
     MutexLock lock(mMutex);
+    if (!mReturning.empty()) {
+      mMicrophones = std::exchange(mReturning, {});
+      mIsAnswering = true;
+    }
     return mMicrophones;
   }
   std::vector<WaveFormat> formats(const std::string&) override { return {kStereo, kMono}; }
@@ -79,6 +94,7 @@ class FakeSoundSystem : public SoundSystem {
     return stream;
   }
   bool canShare() const override { return mCanShare; }
+  bool isAnswering() override { return mIsAnswering; }
   int32_t getVolume(const std::string&, uint32_t& volume) override {
     volume = mVolume;
     return kVCISuccess;
@@ -116,8 +132,10 @@ class FakeSoundSystem : public SoundSystem {
   const bool mCanShare;
   WaveFormat mRefused;
   std::atomic<uint8_t> mVolume{255};
+  std::atomic<bool> mIsAnswering{true};
   Mutex mMutex;
   std::vector<Microphone> mMicrophones VESK_GUARDED_BY(mMutex);
+  std::vector<Microphone> mReturning VESK_GUARDED_BY(mMutex);
   std::map<const Stream*, Open> mStreams VESK_GUARDED_BY(mMutex);
   std::function<void()> mHandler VESK_GUARDED_BY(mMutex);
 };
@@ -202,7 +220,7 @@ TEST_F(SoundSourceTest, ASlowReceiverLosesSoundWhichTheStampsAndOneLineTell) {
   };
   say(1);
   times.waitFor(1);
-  say(6);  // two seconds of it fit
+  say(14);  // ten seconds of it fit
   gate.open();
   times.waitFor(2 * 50);
   const int64_t resumed = time;
@@ -299,6 +317,16 @@ TEST_F(SoundSourceTest, TellsOfEachMicrophoneThatComesOrGoesOnce) {
   mSystem->plug("c");
   mSource.reset();
   EXPECT_EQ(events.items().size(), 2U);
+}
+
+TEST_F(SoundSourceTest, FindsTheMicrophonesOfAServerThatComesBack) {
+  mSource = std::make_unique<SoundSource>(mSystem, 1);
+  Recorder<bool> events;
+  mSource->setHotplugHandler([&](DeviceKind, bool arrived) { events.add(arrived); });
+  mSystem->crash();
+  EXPECT_EQ(events.waitFor(1), std::vector{false});
+  mSystem->comeBack("a");
+  EXPECT_EQ(events.waitFor(2), (std::vector{false, true}));
 }
 
 /// A folder of the test's own, gone at its end.
