@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <optional>
 
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
@@ -38,29 +39,38 @@ void printTable(const char* title, const VeskDeviceList& records) {
   }
 }
 
-/// Tells of devices that come and go, until a signal ends the program.
-void watch(bool json) {
-  MainLoop loop;
+/// Tells of devices that come and go once it runs, also of those that did so before.
+class Watch {
+ public:
+  explicit Watch(bool json) : mJson(json) {}
+
+  void run() { mLoop.run(); }  ///< until a signal ends the program
+
+ private:
   // Notifications come on the source's thread; results are written on the main thread only.
-  const auto tell = [&loop, json](const char* event, std::shared_ptr<VeskDeviceInfo> info) {
-    loop.post([event, json, info = std::move(info)] {
-      if (json) {
+  void tell(const char* event, std::shared_ptr<VeskDeviceInfo> info) {
+    mLoop.post([this, event, info = std::move(info)] {
+      if (mJson) {
         printJson(deviceEvent(event, *info));
         return;
       }
       fmt::print("{} {}  {}  {}\n", event, kindOf(*info), nameOf(*info), info->path().value_or(""));
       std::fflush(stdout);
     });
-  };
-  const DeviceWatch added(KVXDeviceAdded, [&tell](auto info) { tell("added", std::move(info)); });
-  const DeviceWatch removed(KVXDeviceRemoved, [&tell](auto info) { tell("removed", std::move(info)); });
-  loop.run();
-}
+  }
+
+  const bool mJson;
+  MainLoop mLoop;
+  const DeviceWatch mAdded{KVXDeviceAdded, [this](auto info) { tell("added", std::move(info)); }};
+  const DeviceWatch mRemoved{KVXDeviceRemoved, [this](auto info) { tell("removed", std::move(info)); }};
+};
 
 }  // namespace
 
 int runDevices(const GlobalOptions& global, const DevicesOptions& options) {
   const Host host(global);
+  std::optional<Watch> watch;
+  if (options.watch) watch.emplace(global.json);  // before the list, so that nothing falls in between
   const auto cameras = VeskVideoDevice::getVideoDeviceList();
   const auto microphones = VeskAudioDevice::getAudioDeviceList();
   if (global.json) {
@@ -70,7 +80,7 @@ int runDevices(const GlobalOptions& global, const DevicesOptions& options) {
     printTable("Microphones", *microphones);
     std::fflush(stdout);
   }
-  if (options.watch) watch(global.json);
+  if (watch) watch->run();
   return kDone;
 }
 

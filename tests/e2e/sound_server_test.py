@@ -1,0 +1,91 @@
+"""Microphones of a real sound server, which the test starts for itself: one that sounds a tone of 1 kHz."""
+import array
+import cmath
+import json
+import math
+import os
+import pathlib
+import signal
+import subprocess
+import tempfile
+import unittest
+
+from program import TIMEOUT, probe, sound_bytes, start_vesk, vesk, warnings_of_ffmpeg
+
+SOURCE = ("--capture", "simulated+linux")
+RATE = 48000
+
+
+def amplitude(samples, frequency):
+    """Of one frequency among the samples: 1 is full scale."""
+    total = sum(sample * cmath.exp(-2j * math.pi * frequency * at / RATE) for at, sample in enumerate(samples))
+    return 2 * abs(total) / len(samples) / 32768
+
+
+class SoundServerTest(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+        self.environment = {**os.environ, "HOME": folder.name, "XDG_RUNTIME_DIR": folder.name,
+                            "XDG_CONFIG_HOME": folder.name, "PULSE_SERVER": f"unix:{self.folder}/native"}
+        self.server = None
+        self.start_server()
+        self.addCleanup(self.stop_server)
+
+    def start_server(self):
+        """Returns once the server answers."""
+        self.server = subprocess.Popen(
+            ["pulseaudio", "-n", "--daemonize=no", "--use-pid-file=no", "--exit-idle-time=-1", "--log-target=stderr",
+             f"--load=module-native-protocol-unix socket={self.folder}/native auth-anonymous=1",
+             "--load=module-sine-source frequency=1000 rate=48000 source_name=tone"],
+            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, env=self.environment)
+        for _ in range(TIMEOUT * 10):
+            self.assertIsNone(self.server.poll(), "the sound server could not be started")
+            if "tone" in subprocess.run(["pactl", "list", "short", "sources"], capture_output=True, text=True,
+                                        env=self.environment, timeout=TIMEOUT).stdout:
+                return
+        self.fail("the sound server does not answer")
+
+    def stop_server(self):
+        if self.server:
+            self.server.send_signal(signal.SIGTERM)
+            self.server.wait(TIMEOUT)
+            self.server = None
+
+    def test_records_what_the_server_hears(self):
+        devices = json.loads(vesk(*SOURCE, "--json", "devices", environment=self.environment).stdout)
+        tone = [one for one in devices["microphones"] if one["path"] == "tone"]
+        self.assertEqual(len(tone), 1)
+        self.assertEqual(tone[0]["name"], "Sine source at 1000 Hz")
+        movie = self.folder / "tone.mov"
+        done = vesk(*SOURCE, "record", movie, "--mic", "tone", "--sound", "pcm:48000:1", "--format", "avc1:320x240",
+                    "--duration", "2", environment=self.environment)
+        self.assertEqual(done.stderr, "")
+        self.assertEqual(warnings_of_ffmpeg(movie), "")
+        found = probe(movie)
+        self.assertEqual((found["audio"]["sample_rate"], found["audio"]["channels"]), ("48000", 1))
+        samples = array.array("h", sound_bytes(movie))
+        self.assertGreater(len(samples), 1.5 * RATE)
+        for start in range(RATE // 4, len(samples) - RATE // 4, RATE // 4):  # the server needs a moment to begin
+            self.assertAlmostEqual(amplitude(samples[start:start + RATE // 4], 1000), 0.5, delta=0.05)
+
+    def test_tells_of_a_server_that_goes_and_comes_back(self):
+        program = start_vesk(*SOURCE, "--json", "devices", "--watch", env=self.environment)
+        self.addCleanup(program.wait, TIMEOUT)
+        self.addCleanup(program.kill)
+        self.addCleanup(program.stdout.close)
+        self.addCleanup(program.stderr.close)
+        events = (json.loads(line) for line in program.stdout)
+        next(events)  # what is there at first
+        self.stop_server()
+        went = next(events)
+        self.assertEqual((went["kind"], went["path"]), ("microphone", "tone"))
+        self.start_server()
+        came = next(events)
+        self.assertEqual((came["kind"], came["path"]), ("microphone", "tone"))
+        self.assertNotEqual(came["event"], went["event"])
+
+
+if __name__ == "__main__":
+    unittest.main()
