@@ -86,8 +86,8 @@ def flash_times(movie):
     return found
 
 
-def beep_times(movie):
-    """When beeps begin, on the movie's time line."""
+def beep_times(movie, loud=2000):
+    """When beeps begin, on the movie's time line: what is louder than `loud`."""
     stream = probe(movie)["audio"]
     rate, channels = int(stream["sample_rate"]), stream["channels"]
     data = sound_bytes(movie)
@@ -95,7 +95,7 @@ def beep_times(movie):
     start = float(stream["start_time"])
     found, quiet = [], rate
     for index, sample in enumerate(samples):
-        if abs(sample) > 2000:
+        if abs(sample) > loud:
             if quiet > rate // 10:
                 found.append(start + index / rate)
             quiet = 0

@@ -45,7 +45,8 @@ class Pictures(MachineTest):
             with self.subTest(name):
                 numbers = numbers_of(self.out / name, *size, options)
                 self.assertEqual(len(numbers), count)
-                self.assert_numbers(numbers)
+                self.assertEqual(numbers, sorted(set(numbers)))
+                self.assertLessEqual(numbers[-1] - numbers[0], count * 5 // 4)  # a busy host loses some
                 stamps = frames[name]["stamps"]
                 self.assertTrue(all(earlier < later for earlier, later in zip(stamps, stamps[1:])), stamps)
                 # On the monotonic clock: none from the future, none older than a loaded machine makes them.
@@ -59,17 +60,26 @@ class Pictures(MachineTest):
 
     def test_records_a_whole_movie(self):
         answer = self.result("recorded")
-        self.assertEqual((answer["status"], answer["err"]), (0, []))
-        video = answer["json"][0]["video"]
+        self.assertEqual(answer["status"], 0)
+        video = answer["movies"][0]["video"]
         self.assertGreaterEqual(video["frames"], 40)
         self.assertEqual(video["dropped"], 0)
-        self.assert_numbers(numbers_of(self.assert_movie("recorded", video["frames"])))
+        self.assert_numbers(numbers_of(self.assert_movie("recorded", video["frames"])), answer)
+
+    def test_encodes_what_the_camera_cannot(self):
+        answer = self.result("encoded")
+        self.assertEqual(answer["status"], 0)
+        movie = self.assert_movie("encoded", answer["movies"][0]["video"]["frames"], codec="h264")
+        self.assertGreaterEqual(answer["movies"][0]["video"]["frames"], 40)
+        numbers = numbers_of(movie)
+        # The encoder may be slower than the emulated camera, but makes no picture twice.
+        self.assertEqual(numbers, sorted(set(numbers)))
 
     def test_converts_to_the_right_colours(self):
         answer = self.result("without_uyvy")
         self.assertEqual(answer["status"], 0)
-        movie = self.assert_movie("converted", answer["json"][0]["video"]["frames"])
-        self.assert_numbers(numbers_of(movie))
+        movie = self.assert_movie("converted", answer["movies"][0]["video"]["frames"])
+        self.assert_numbers(numbers_of(movie), answer)
         grey = [(u, v) for y, u, v in mean_colours(movie) if y < 200]
         self.assertGreater(len(grey), 10)
         for u, v in grey:
@@ -79,10 +89,10 @@ class Pictures(MachineTest):
     def test_leaves_out_damaged_pictures_and_tells_how_many(self):
         answer = self.result("damaged")
         self.assertEqual(answer["status"], 0)
-        numbers = numbers_of(self.assert_movie("damaged", answer["json"][0]["video"]["frames"]))
-        self.assert_numbers(numbers, missing=(4,))  # the driver keeps them to itself
-        told = " ".join(answer["err"])
-        self.assertRegex(told, r"[1-9]\d* were lost on the way")
+        numbers = numbers_of(self.assert_movie("damaged", answer["movies"][0]["video"]["frames"]))
+        self.assert_numbers(numbers, answer)
+        self.assertFalse([number for number in numbers if number % 5 == 4])  # the driver keeps them to itself
+        self.assertRegex(" ".join(answer["err"]), r"[1-9]\d* were lost on the way")
 
     def test_passes_cut_pictures_on_for_the_decoder(self):
         self.assertEqual(len(self.result("frames")["cut"]["sizes"]), 12)
@@ -105,5 +115,6 @@ class Pictures(MachineTest):
         lines = answer["err"]
         self.assertEqual(len([line for line in lines if "being started again" in line]), 1, lines)
         self.assertEqual(len([line for line in lines if "Plug it in again" in line]), 1, lines)
-        frames = answer["json"][0]["video"]["frames"]
-        self.assert_numbers(numbers_of(self.assert_movie("stalled", frames)))
+        # Pictures that the camera had begun when it was started again may be gone.
+        numbers = numbers_of(self.assert_movie("stalled", answer["movies"][0]["video"]["frames"]))
+        self.assertEqual(numbers, sorted(set(numbers)))

@@ -72,7 +72,7 @@ class Running:
 
     def __init__(self, *arguments, prefix=()):
         mine, its = pty.openpty()
-        self.err, self.out = "", ""
+        self.err, self.out, self._counted_from = "", "", 0
         self.process = subprocess.Popen([*prefix, PROGRAM, *map(str, arguments)], stdin=subprocess.DEVNULL,
                                         stdout=subprocess.PIPE, stderr=its, text=True)
         os.close(its)
@@ -99,8 +99,12 @@ class Running:
         return [line for line in re.sub(r"\r|\x1b\[K", "", whole).split("\n") if line and "ends it" not in line]
 
     def pictures(self):
-        found = re.findall(r"(\d+) pictures", self.err)
+        found = re.findall(r"(\d+) pictures", self.err[self._counted_from:])
         return int(found[-1]) if found else 0
+
+    def count_anew(self):
+        """Another movie begins."""
+        self._counted_from = len(self.err)
 
     def wait_for(self, condition, what, patience=PATIENCE):
         def ready():
@@ -128,16 +132,17 @@ class Running:
             self.err += "\nKILLED: it did not end by itself"
         for reader in self._readers:
             reader.join(PATIENCE)
-        return {"status": self.process.returncode, "out": self.out, "err": self.lines()}
+        return {"pid": self.process.pid, "status": self.process.returncode, "out": self.out, "err": self.lines()}
 
 
-def record(name, *arguments, pictures=30, meanwhile=lambda running: None):
-    """Records at least so many pictures into $VM_OUT/NAME.mov, and after half of them does what else is to happen."""
+def record(name, *arguments, pictures=30, before=lambda running: None, meanwhile=lambda running: None):
+    """Records at least so many pictures into $VM_OUT/NAME.mov, and after half of them does what else is to happen.
+    That answers True when the recording then ends by itself."""
     folder = pathlib.Path(tempfile.mkdtemp())
     running = Running("--json", "record", folder / f"{name}.mov", *arguments)
+    before(running)
     running.wait_for_pictures(pictures // 2)
-    meanwhile(running)
-    if running.process.poll() is None:
+    if not meanwhile(running):
         running.wait_for_pictures(max(pictures, running.pictures() + pictures // 2))
         running.interrupt()
     answer = running.end()
@@ -145,6 +150,7 @@ def record(name, *arguments, pictures=30, meanwhile=lambda running: None):
         shutil.copy(movie, OUT / movie.name)
     shutil.rmtree(folder)
     answer["json"] = [json.loads(line) for line in answer["out"].splitlines()]
+    answer["movies"] = [{**one, "file": pathlib.Path(one["file"]).name} for one in answer["json"] if "video" in one]
     return answer
 
 
@@ -196,17 +202,37 @@ class _Parameters(ctypes.Structure):
 _EVENT_FRAME = 1
 
 
-class Camera:
-    """A camera through the library's capture interface."""
+class _PropertySet(ctypes.Structure):
+    _pack_ = 1
+    _fields_ = [("identifier", ctypes.c_uint8 * 16), ("value", ctypes.c_uint32)]
+
+
+class _Device:
+    """A device through the library's capture interface, whose calls for its kind begin with PREFIX."""
+
+    prefix = ""
 
     def __init__(self, path):
         self._library = ctypes.CDLL(LIBRARY)
-        self._library.VCI_Open_Device.restype = ctypes.c_void_p
-        self._library.VCI_Init()
-        wide = path.encode("utf-16-le") + b"\0\0"
-        self._handle = ctypes.c_void_p(self._library.VCI_Open_Device(wide))
+        open_device = getattr(self._library, f"{self.prefix}_Open_Device")
+        open_device.restype = ctypes.c_void_p
+        getattr(self._library, f"{self.prefix}_Init")()
+        self._handle = ctypes.c_void_p(open_device(path.encode("utf-16-le") + b"\0\0"))
         if not self._handle:
             raise RuntimeError(f"{path} cannot be opened")
+
+    def _call(self, name, *arguments):
+        status = getattr(self._library, name)(self._handle, *arguments)
+        if status != 0:
+            raise RuntimeError(f"{name} answered {status}")
+
+    def close(self):
+        self._library.VCI_Close_Device(self._handle)
+        getattr(self._library, f"{self.prefix}_Cleanup")()
+
+
+class Camera(_Device):
+    prefix = "VCI"
 
     def frames(self, codec, width, height, count, interval=333333):
         """So many frames with their time stamps, and how many milliseconds after its stamp each came."""
@@ -233,14 +259,39 @@ class Camera:
             raise TimeoutError(f"{len(frames)} of {count} frames of {codec} came")
         return frames
 
-    def _call(self, name, *arguments):
-        status = getattr(self._library, name)(self._handle, *arguments)
-        if status != 0:
-            raise RuntimeError(f"{name} answered {status}")
+    def property(self, identifier, number, request=0, size=64):
+        """Status and bytes of a property of the set with that identifier."""
+        wanted = _PropertySet(identifier=(ctypes.c_uint8 * 16)(*identifier))
+        value, length = (ctypes.c_uint8 * size)(), ctypes.c_uint32(size)
+        status = self._library.VCI_Get_Property(self._handle, request, ctypes.byref(wanted), ctypes.byref(ctypes.c_uint32(number)),
+                                                value, ctypes.byref(length), 0, 0)
+        return status, bytes(value[:length.value]).hex() if status == 0 else ""
 
-    def close(self):
-        self._library.VCI_Close_Device(self._handle)
-        self._library.VCI_Cleanup()
+    def set_property(self, identifier, number, value):
+        wanted = _PropertySet(identifier=(ctypes.c_uint8 * 16)(*identifier))
+        return self._library.VCI_Set_Property(self._handle, ctypes.byref(wanted), ctypes.byref(ctypes.c_uint32(number)),
+                                              (ctypes.c_uint8 * len(value))(*value),
+                                              ctypes.byref(ctypes.c_uint32(len(value))), 0, 0)
+
+
+class Microphone(_Device):
+    prefix = "ACI"
+
+    def volume(self):
+        found = ctypes.c_uint32()
+        self._call("ACI_Get_Mic_Volume", ctypes.byref(found))
+        return found.value
+
+    def set_volume(self, volume):
+        self._call("ACI_Set_Mic_Volume", ctypes.c_uint8(volume))
+
+    def mute(self):
+        found = ctypes.c_uint8()
+        self._call("ACI_Get_Mic_Mute", ctypes.byref(found))
+        return found.value
+
+    def set_mute(self, mute):
+        self._call("ACI_Set_Mic_Mute", mute)
 
 
 def keep_frames(name, frames):
