@@ -101,13 +101,12 @@ WantedPicture readPictureChoice(const std::string& text) {
 }
 
 /// Lower is better. For movies and previews: H.264, raw pictures, others; then the largest up to
-/// 1280 × 720, then the smallest above. For photos: the largest; then Motion JPEG, H.264, others.
+/// 1280 × 720, then the smallest above. For photos: the largest; Motion JPEG, then what the camera lists first.
 std::pair<int64_t, int64_t> preference(const CMVideoFormatDescription& format, Purpose purpose) {
   const auto size = format.dimensions();
   const int64_t area = int64_t{size.width} * size.height;
   const uint32_t codec = format.mediaSubType();
-  if (purpose == Purpose::kPhoto)
-    return {-area, codec == kCMVideoCodecType_MotionJPEG ? 0 : codec == kCMVideoCodecType_H264 ? 1 : 2};
+  if (purpose == Purpose::kPhoto) return {-area, codec == kCMVideoCodecType_MotionJPEG ? 0 : 1};
   return {codec == kCMVideoCodecType_H264 ? 0
           : isRecordable(codec)           ? 1
                                           : 2,

@@ -30,7 +30,7 @@ void openDevice(VeskAudioDevice& microphone);
 enum class Purpose {
   kRecord,   ///< formats that a movie can hold; the best is H.264 before raw pictures, up to 1280 × 720
   kPreview,  ///< any that can be shown; the best is the same, other formats last
-  kPhoto,    ///< any that can be shown; the best is the largest, Motion JPEG before H.264 before raw
+  kPhoto,    ///< any that can be shown; the best is the largest, Motion JPEG before what is listed first
 };
 
 /// A picture format of an open camera that fits `text`: "avc1:1280x720", "avc1", "1280x720", or empty
