@@ -2,6 +2,7 @@
 set(VESK_PUBLIC_HEADERS
     capture/aci.h
     capture/capture_host.h
+    capture/diagnosis.h
     capture/vci.h
     catalogue/resolution_info.h
     catalogue/xml_reader.h

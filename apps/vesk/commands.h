@@ -99,6 +99,7 @@ int runControls(const GlobalOptions& global, const ControlsOptions& options);
 int runKeep(const GlobalOptions& global, const ControlsOptions& options);  ///< "controls keep"
 int runNudge(const GlobalOptions& global, const NudgeOptions& options);
 int runInfo(const GlobalOptions& global, const InfoOptions& options);
+int runDoctor(const GlobalOptions& global);
 int runResolutions(const GlobalOptions& global, const ResolutionsOptions& options);
 
 }  // namespace vesk::program

@@ -23,6 +23,7 @@ constexpr const char* kExamples =
     "  vesk snapshot photo.jpeg              take a photo\n"
     "  vesk --capture simulated record test.mov --duration 5\n"
     "  vesk recover lesson.mov               finish what a crash left\n"
+    "  vesk doctor                           what keeps cameras from working\n"
     "\n"
     "Exit status: 0 done, 1 failed, 2 wrong use, 3 no such device, 4 device busy or refused.\n"
     "\"vesk COMMAND --help\" tells more about a command.";
@@ -165,6 +166,10 @@ int parseAndRun(int argc, char** argv) {
   CLI::App* const infoCommand = app.add_subcommand("info", "Tell what a camera says of itself");
   infoCommand->add_option("--camera", info.camera, "Index, path or a unique part of the name (default: the first)");
 
+  CLI::App* const doctorCommand =
+      app.add_subcommand("doctor", "Look for what keeps cameras and microphones from working");
+  doctorCommand->footer("Changes nothing. Exit status: 0 all is well, 1 there are problems.");
+
   ResolutionsOptions resolutions;
   CLI::App* const resolutionsCommand = app.add_subcommand("resolutions", "Look a product up in a resolution catalogue");
   resolutionsCommand->add_option("FILE", resolutions.file, "The catalogue, an XML file")->required();
@@ -185,6 +190,7 @@ int parseAndRun(int argc, char** argv) {
     if (formatsCommand->parsed()) return runFormats(global, formats);
     if (recordCommand->parsed()) return runRecord(global, record);
     if (controlsCommand->parsed()) return runControls(global, controls);
+    if (doctorCommand->parsed()) return runDoctor(global);
     if (nudgeCommand->parsed()) return runNudge(global, nudge);
     if (infoCommand->parsed()) return runInfo(global, info);
     if (resolutionsCommand->parsed()) return runResolutions(global, resolutions);

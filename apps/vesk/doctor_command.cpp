@@ -1,0 +1,55 @@
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "apps/vesk/commands.h"
+#include "apps/vesk/host.h"
+#include "capture/diagnosis.h"
+
+namespace vesk::program {
+namespace {
+
+using capture::Finding;
+
+const char* nameOf(Finding::Mark mark) {
+  switch (mark) {
+    case Finding::Mark::kOk:
+      return "ok";
+    case Finding::Mark::kNote:
+      return "note";
+    case Finding::Mark::kProblem:
+      return "problem";
+  }
+  return "";
+}
+
+void print(const Finding& finding) {
+  fmt::print("{:<8} {:<11} {}\n", nameOf(finding.mark), finding.subject, finding.text);
+  if (!finding.remedy.empty()) fmt::print("{:<8} {:<11} -> {}\n", "", "", finding.remedy);
+}
+
+}  // namespace
+
+int runDoctor(const GlobalOptions& global) {
+  setUpLogLines(global.verbose);
+  const auto findings = capture::diagnose();
+  const auto problems = std::count_if(findings.begin(), findings.end(),
+                                      [](const Finding& each) { return each.mark == Finding::Mark::kProblem; });
+  if (global.json) {
+    auto list = nlohmann::ordered_json::array();
+    for (const Finding& each : findings)
+      list.push_back(
+          {{"mark", nameOf(each.mark)}, {"subject", each.subject}, {"text", each.text}, {"remedy", each.remedy}});
+    printJson({{"findings", list}, {"problems", problems}});
+  } else {
+    for (const Finding& each : findings) print(each);
+    fmt::print("{}\n", problems == 0
+                           ? "All is well."
+                           : fmt::format("{} to be solved.",
+                                         problems == 1 ? "1 problem is" : fmt::format("{} problems are", problems)));
+  }
+  return problems == 0 ? kDone : kFailed;
+}
+
+}  // namespace vesk::program
