@@ -4,7 +4,9 @@
 #include <filesystem>
 
 #include "capture/linux/linux_camera.h"
+#include "capture/linux/linux_cameras.h"
 #include "capture/vci.h"
+#include "platform/foundation/log.h"
 #include "tests/support/fake_v4l2.h"
 #include "tests/support/temporary_folder.h"
 
@@ -376,31 +378,67 @@ TEST(ExtensionUnits, AreFoundInWholeDescriptorsOnly) {
   }
 }
 
-TEST(ExtensionUnits, AreThoseOfTheNodesOwnFunction) {
-  const TemporaryFolder folder;
-  Bytes both(std::begin(kDescriptors), std::end(kDescriptors));
-  Bytes other = both;
-  other[18 + 9 + 8 + 2] = 4;  // the number of the control interface
-  other[kUnitAt + 3] = 7;
-  both.insert(both.end(), other.begin(), other.end());
-  folder.write("descriptors", {both.begin(), both.end()});
-  const auto addNode = [&](const std::string& interface, const std::string& number) {
-    std::string node = folder.file(interface) + "/video4linux/video0";
+class ExtensionUnitFolders : public testing::Test {
+ protected:
+  /// A USB device with two video functions, and a node of each.
+  void SetUp() override {
+    Bytes both(std::begin(kDescriptors), std::end(kDescriptors));
+    Bytes other = both;
+    other[18 + 9 + 8 + 2] = 4;  // the number of the control interface
+    other[kUnitAt + 3] = 7;
+    both.insert(both.end(), other.begin(), other.end());
+    mFolder.write("descriptors", {both.begin(), both.end()});
+    mNodes = {addNode("1-1:1.0", "00\n"), addNode("1-1:1.4", "04\n")};
+  }
+  std::string addNode(const std::string& interface, const std::string& number) const {
+    std::string node = mFolder.file(interface) + "/video4linux/video0";
     std::filesystem::create_directories(node);
     std::filesystem::create_directory_symlink("../..", node + "/device");
-    if (!number.empty()) folder.write(interface + "/bInterfaceNumber", number);
+    if (!number.empty()) mFolder.write(interface + "/bInterfaceNumber", number);
     return node;
-  };
+  }
+
+  const TemporaryFolder mFolder;
+  std::vector<std::string> mNodes;
+};
+
+TEST_F(ExtensionUnitFolders, HaveTheUnitsOfTheNodesOwnFunction) {
   std::vector<ExtensionUnit> units;
-  addExtensionUnits(addNode("1-1:1.0", "00\n"), 0, units);
-  addExtensionUnits(addNode("1-1:1.4", "04\n"), 1, units);
+  addExtensionUnits(mNodes[0], 0, units);
+  addExtensionUnits(mNodes[1], 1, units);
   addExtensionUnits(addNode("serial", ""), 2, units);
-  addExtensionUnits(folder.file("gone"), 3, units);
+  addExtensionUnits(mFolder.file("gone"), 3, units);
   ASSERT_EQ(units.size(), 2u);
   EXPECT_EQ(units[0].id, 3);
   EXPECT_EQ(units[0].node, 0u);
   EXPECT_EQ(units[1].id, 7);
   EXPECT_EQ(units[1].node, 1u);
+}
+
+TEST_F(ExtensionUnitFolders, AreReadForEachNodeThatCouldBeOpened) {
+  auto calls = std::make_shared<FakeV4L2>();
+  auto finder = std::make_unique<test::FakeCameraFinder>();
+  FakeControls controls;
+  controls.units[{7, 1}] = {{42}};
+  std::vector<VideoNode> nodes = {test::usbNode(kFirst, "3", 0), test::usbNode(kSecond, "3", 1)};
+  for (size_t at = 0; at < nodes.size(); ++at) {
+    calls->addNode(nodes[at].node, {.formats = {{V4L2_PIX_FMT_MJPEG, {{640, 480}}}}, .openError = at == 0 ? EBUSY : 0});
+    nodes[at].systemPath = mNodes[at];
+    nodes[at].capabilities = ":capture:";
+  }
+  calls->controlsOf(kSecond) = controls;
+  finder->set(nodes);
+  setLogSink([](std::string_view) {});
+  LinuxCameras cameras(calls, std::move(finder));
+  const auto devices = cameras.devices(DeviceKind::kVideo);
+  ASSERT_EQ(devices.size(), 1u);
+  const auto camera = cameras.open(DeviceKind::kVideo, devices[0].path);
+  setLogSink({});
+  ASSERT_NE(camera, nullptr);
+  uint8_t value = 0;
+  uint32_t size = 1;
+  EXPECT_EQ(camera->getProperty(kRequestCurrent, kVendorSet, 1, {&value, 1}, size), kVCISuccess);
+  EXPECT_EQ(value, 42);
 }
 
 }  // namespace
