@@ -45,6 +45,7 @@ std::vector<EncoderInput> encoderInputs(const std::vector<VideoFormat>& formats)
     }
   }
   std::vector<EncoderInput> inputs;
+  inputs.reserve(best.size());
   for (auto& [size, input] : best) inputs.push_back(std::move(input));
   return inputs;
 }

@@ -7,8 +7,8 @@
 namespace vesk::capture {
 namespace {
 
-/// Full-range values become those of video: value * gain / 256 + base, which is at most one off the
-/// exact one and takes a sixth of the time of a table, since many are done at once.
+/// Full-range values become those of video: value * gain / 256 + base, which is one off the exact one
+/// in a few places, and of which the compiler does many at once.
 struct Levels {
   uint16_t gain;
   uint16_t base;  ///< in 256ths, half of one for rounding included
