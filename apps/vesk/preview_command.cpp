@@ -6,14 +6,17 @@
 #include <cmath>
 #include <ctime>
 #include <filesystem>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <utility>
 
-#include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
+#include "apps/vesk/device_events.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/movie_recording.h"
 #include "apps/vesk/preview_window.h"
+#include "apps/vesk/recording_devices.h"
 #include "capture/capture_host.h"
 #include "devices/device_manager.h"
 #include "platform/foundation/atomic_file.h"
@@ -52,7 +55,9 @@ CMVideoDimensions windowSize(CMVideoDimensions picture) {
 class PreviewCommand : public VeskPreviewSessionDelegate {
  public:
   PreviewCommand(const GlobalOptions& global, const PreviewOptions& options)
-      : mGlobal(global), mOptions(options), mHost(global) {}
+      : mGlobal(global), mOptions(options), mHost(global), mWish{options.camera,  options.microphone,
+                                                                 options.format,  options.sound,
+                                                                 options.noAudio, Purpose::kPreview} {}
 
   ~PreviewCommand() override {
     Transport::shared().setEndHandler({});
@@ -88,18 +93,9 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   }
 
   void chooseDevices() {
-    mPlan.camera = chooseCamera(mOptions.camera);
-    openDevice(*mPlan.camera);
-    const Purpose purpose = mOptions.record.empty() ? Purpose::kPreview : Purpose::kRecord;
-    mPlan.videoFormat = chooseVideoFormat(*mPlan.camera, mOptions.format, purpose);
-    mPlan.camera->setFormat(mPlan.videoFormat);
-    if (mOptions.noAudio) return;
-    mPlan.microphone =
-        mOptions.microphone.empty() ? defaultMicrophone(mPlan.camera) : chooseMicrophone(mOptions.microphone);
-    if (!mPlan.microphone) return;
-    openDevice(*mPlan.microphone);
-    mPlan.soundFormat = chooseSoundFormat(*mPlan.microphone, mOptions.sound);
-    mPlan.microphone->setFormat(mPlan.soundFormat);
+    mWish.purpose = mOptions.record.empty() ? Purpose::kPreview : Purpose::kRecord;
+    openCamera(mPlan, mWish);
+    openMicrophone(mPlan, mWish);
   }
 
   void openWindow() {
@@ -116,12 +112,11 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     if (mGlobal.pace == "fast") transport.setLimit(mOptions.duration);
     transport.setEndHandler([this] { mLoop.stop(); });
     mSession = VeskPreviewSession::initWithDevice(mPlan.camera, this);
-    mSession->setAudioDevice(mPlan.microphone);
-    if (mSession->startSessionWithPreview(mView) != 0)
-      throw Failure(kBusy, fmt::format("\"{}\" refused to start.", nameOf(*mPlan.camera->deviceInfo())),
-                    "Close other programs that use it, or choose another format with --format.");
+    show();
     if (!mOptions.record.empty()) startRecording(mOptions.record, mOptions.force);
-    mRemoved.emplace(KVXDeviceRemoved, [this](auto info) { deviceRemoved(std::move(info)); });
+    // Devices that come and go are told on the source's thread, and heeded on the main thread.
+    mAdded.emplace(KVXDeviceAdded, [this](auto info) { mLoop.post([this, info] { deviceAdded(*info); }); });
+    mRemoved.emplace(KVXDeviceRemoved, [this](auto info) { mLoop.post([this, info] { deviceRemoved(*info); }); });
     mStarted = Clock::now();
     mLoop.every(kTick, [this] { tick(); });
     mLoop.every(kTitleInterval, [this] { updateTitle(); });
@@ -130,8 +125,19 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     transport.release();
   }
 
+  /// Starts the camera, and the microphone's meter if there is one. @throws Failure
+  void show() {
+    mSession->setAudioDevice(mIsMicrophoneGone ? nullptr : mPlan.microphone);
+    explained({nameOf(*mPlan.camera->deviceInfo())}, [this] {
+      if (mSession->startSessionWithPreview(mView) != 0)
+        throw Failure(kBusy, fmt::format("\"{}\" refused to start.", nameOf(*mPlan.camera->deviceInfo())),
+                      "Close other programs that use it, or choose another format with --format.");
+    });
+  }
+
   void keyPressed(int key) {
     if (mIsStopping) return;
+    if (mIsCameraGone && key != 'q' && key != kEscape) return;
     switch (key) {
       case ' ':
         return takePhoto();
@@ -175,6 +181,10 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
           fmt::format("a movie cannot hold {} pictures here.", fourCharString(mPlan.videoFormat->mediaSubType())),
           "Start the preview with --format avc1 or --format 2vuy.");
     RecordingPlan plan = mPlan;
+    if (mIsMicrophoneGone) {
+      plan.microphone = nullptr;
+      plan.soundFormat = nullptr;
+    }
     plan.file = file;
     plan.force = force;
     auto movie = std::make_unique<MovieRecording>(std::move(plan));
@@ -191,6 +201,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
 
   void stopRecording() {
     mIsChangingRecording = true;
+    const bool hasReturned = std::exchange(mReturned, nullptr) != nullptr;
     mMovie->stop();
     mIsChangingRecording = false;
     Transport::shared().setBackpressure({});
@@ -203,6 +214,12 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     } catch (const Failure& failure) {
       warn(failure);
       if (!mFailure) mFailure = failure;
+    }
+    if (!hasReturned || mIsStopping) return;
+    try {
+      reopenMicrophone();
+    } catch (const Failure& failure) {
+      warn(failure);
     }
   }
 
@@ -230,13 +247,69 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
                        "See that its folder exists and can be written.");
   }
 
-  void deviceRemoved(std::shared_ptr<VeskDeviceInfo> info) {
-    if (!mPlan.camera->deviceInfo()->isEqualToDevice(*info)) return;
-    mLoop.post([this, info] {
-      mFailure.emplace(kFailed, fmt::format("\"{}\" was unplugged.", nameOf(*info)),
-                       "Plug it in again and start anew; what was recorded is whole.");
-    });
-    mLoop.stop();
+  void deviceRemoved(const VeskDeviceInfo& info) {
+    if (mIsStopping) return;
+    if (mPlan.microphone && mPlan.microphone->deviceInfo()->isEqualToDevice(info)) {
+      tellChange("removed", info, "was unplugged.");
+      mReturned.reset();
+      mSession->setAudioDevice(nullptr);
+      mIsMicrophoneGone = true;
+    }
+    if (!mIsCameraGone && mPlan.camera->deviceInfo()->isEqualToDevice(info)) cameraRemoved(info);
+  }
+
+  /// The window stays, without a picture, until the camera is back; that may be while the recording is
+  /// being stopped, which comes last therefore.
+  void cameraRemoved(const VeskDeviceInfo& info) {
+    mIsCameraGone = true;
+    mWish.camera = info.path().value_or("");
+    mSession->stopSession();
+    mSession->closeSession();
+    updateTitle();
+    tellChange("removed", info, "was unplugged; it is shown again when it comes back.");
+    if (mMovie && !mIsChangingRecording) {
+      const std::string file = mMovie->plan().file;
+      stopRecording();
+      if (!mFailure)
+        mFailure.emplace(kFailed, fmt::format("\"{}\" was unplugged; the movie ends there.", nameOf(info)),
+                         fmt::format("What was recorded is whole, at \"{}\".", file));
+    }
+  }
+
+  void deviceAdded(const VeskDeviceInfo& info) {
+    if (mIsStopping) return;
+    try {
+      if (mIsCameraGone && mPlan.camera->deviceInfo()->isEqualToDevice(info)) cameraAdded(info);
+      if (!mIsCameraGone && mIsMicrophoneGone && mPlan.microphone->deviceInfo()->isEqualToDevice(info))
+        microphoneAdded(info);
+    } catch (const Failure& failure) {
+      warn(failure);
+    }
+  }
+
+  void cameraAdded(const VeskDeviceInfo& info) {
+    openCamera(mPlan, mWish);
+    mSession->setDevice(mPlan.camera);
+    mIsCameraGone = false;
+    if (mIsMicrophoneGone && isMicrophoneThere(mPlan.microphone->deviceInfo()->path().value_or(""))) reopenMicrophone();
+    show();
+    tellChange("added", info, "is back.");
+  }
+
+  void microphoneAdded(const VeskDeviceInfo& info) {
+    if (mMovie && !mIsChangingRecording && mMovie->plan().microphone)
+      mReturned = std::make_unique<ReturnedMicrophone>(mMovie->plan(), mMovie->session());
+    else
+      reopenMicrophone();
+    tellChange("added", info, "is back.");
+  }
+
+  void reopenMicrophone() {
+    mWish.microphone = mPlan.microphone->deviceInfo()->path().value_or("");
+    mPlan.microphone->closeDevice();
+    openMicrophone(mPlan, mWish);
+    mIsMicrophoneGone = false;
+    mSession->setAudioDevice(mPlan.microphone);
   }
 
   void tick() {
@@ -272,7 +345,15 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     mRateFrom = shown;
     const auto size = mPlan.videoFormat->dimensions();
     mWindow->setTitle(fmt::format("{} – {}x{} – {:.1f} pictures/s{}", nameOf(*mPlan.camera->deviceInfo()), size.width,
-                                  size.height, mRate, mMovie ? " – recording" : ""));
+                                  size.height, mRate,
+                                  mIsCameraGone ? " – unplugged"
+                                  : mMovie      ? " – recording"
+                                                : ""));
+  }
+
+  void tellChange(const char* event, const VeskDeviceInfo& info, const char* what) {
+    if (mGlobal.json) printJson(deviceEvent(event, info));
+    say(fmt::format("\"{}\" {}", nameOf(info), what));
   }
 
   /// A line for a person, above the line that is written over.
@@ -307,11 +388,14 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   Host mHost;
   MainLoop mLoop;
   ProgressLine mProgress;
+  CaptureWish mWish;
   RecordingPlan mPlan;
   std::shared_ptr<VeskPreviewView> mView;
   std::optional<PreviewWindow> mWindow;
   std::shared_ptr<VeskPreviewSession> mSession;
   std::unique_ptr<MovieRecording> mMovie;
+  std::unique_ptr<ReturnedMicrophone> mReturned;
+  std::optional<DeviceWatch> mAdded;
   std::optional<DeviceWatch> mRemoved;
   std::optional<Failure> mFailure;
   std::string mScreenshot;
@@ -322,6 +406,8 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   uint64_t mRateFrom = 0;
   double mRate = 0;
   float mLevel = -INFINITY;
+  bool mIsCameraGone = false;
+  bool mIsMicrophoneGone = false;
   bool mIsChangingRecording = false;
   bool mIsStopping = false;
 };

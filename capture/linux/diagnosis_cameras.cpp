@@ -160,7 +160,7 @@ class CameraCheck {
       int error = 0;
       const auto node = OpenNode::open(mCalls, name, error);
       if (!node) continue;  // said before
-      nodes += (nodes.empty() ? "" : ", ") + name;
+      nodes.append(nodes.empty() ? "" : ", ").append(name);
       addModes(*mCalls, node->descriptor(), 0, modes);
       checkUse(record.description.name, name, *node);
     }
@@ -227,7 +227,7 @@ class CameraCheck {
     for (const auto& [bus, names] : sharers) {
       if (names.size() < 2) continue;
       std::string all;
-      for (const std::string& name : names) all += (all.empty() ? "" : " and ") + name;
+      for (const std::string& name : names) all.append(all.empty() ? "" : " and ").append(name);
       mFindings.note(kUsb, all + " share USB bus " + bus + ": there may be no room for the raw pictures of all.",
                      "Use Motion JPEG, H.264 or smaller sizes, or ports of different controllers.");
     }

@@ -1,94 +1,16 @@
 """Devices that come, go and refuse while programs use them: simulated ones, that heed the tests' commands."""
 import json
-import os
-import queue
 import signal
-import threading
-import time
 import unittest
 
-from program import MovieTest, probe, start_vesk, vesk
+from program import MovieTest, Running, probe, vesk
 
 CAMERA = "simulated:camera"
 PLAIN = "simulated:camera:plain"
 MICROPHONE = "simulated:microphone"
 
 
-class Running:
-    """A program at work: what it tells scripts is read here, and its devices are plugged in and out."""
-
-    def __init__(self, test, *arguments, setup="", environment=None):
-        self.pipe = test.folder / "commands"
-        if not self.pipe.exists():
-            os.mkfifo(self.pipe)
-        environment = {**os.environ, "VESK_SIMULATED_COMMANDS": str(self.pipe), "VESK_SIMULATED_SETUP": setup, **(environment or {})}
-        self.program = start_vesk("--capture", "simulated", "--json", *arguments, env=environment, cwd=test.folder)
-        self.documents = queue.Queue()
-        self.errors = []
-        self.readers = [threading.Thread(target=self.read_documents), threading.Thread(target=self.read_errors)]
-        for reader in self.readers:
-            reader.start()
-        test.addCleanup(self.close)
-
-    def read_documents(self):
-        for line in self.program.stdout:
-            self.documents.put(json.loads(line))
-
-    def read_errors(self):
-        for line in self.program.stderr:
-            self.errors.append(line.strip())
-
-    def close(self):
-        self.program.kill()
-        self.program.wait()
-        for reader in self.readers:
-            reader.join()
-        self.program.stdout.close()
-        self.program.stderr.close()
-
-    def command(self, *lines):
-        with open(self.pipe, "w") as pipe:
-            pipe.write("".join(line + "\n" for line in lines))
-
-    def next(self, **expected):
-        """The next thing that it tells, which must have these fields."""
-        try:
-            document = self.documents.get(timeout=60)
-        except queue.Empty:
-            raise AssertionError(f"nothing more came; {self.errors}") from None
-        got = {key: document.get(key) for key in expected}
-        if got != expected:
-            raise AssertionError(f"{document} came in place of {expected}; {self.errors}")
-        return document
-
-    def end(self, status, ask=True):
-        """Asks for the end and waits for it. Everything it told must have been read."""
-        if ask:
-            self.program.send_signal(signal.SIGINT)
-        if self.program.wait(60) != status:
-            raise AssertionError(f"ended with {self.program.returncode}; {self.errors}")
-        for reader in self.readers:
-            reader.join()
-        if not self.documents.empty():
-            raise AssertionError(f"{self.documents.get()} was not expected")
-
-
 class HotplugTest(MovieTest):
-    def grows(self, name, more=20_000):
-        """Waits until the movie that is being recorded has become larger by so much."""
-        def size():
-            sizes = []
-            for path in self.folder.rglob(name):
-                try:
-                    sizes.append(path.stat().st_size)
-                except FileNotFoundError:
-                    pass
-            return max(sizes, default=0)
-
-        until = size() + more
-        while size() < until:
-            time.sleep(0.02)
-
     def commands_left(self, *files):
         self.nothing_left(but=["commands", *files])
 
@@ -182,6 +104,18 @@ class Recordings(HotplugTest):
         self.assertIn("did not come", running.next()["error"]["what"])
         running.end(3, ask=False)
         self.commands_left()
+
+
+class Doctor(HotplugTest):
+    def test_tells_findings_with_remedies_and_whether_there_are_problems(self):
+        done = vesk("--json", "doctor", check=False)
+        report = json.loads(done.stdout)
+        problems = [finding for finding in report["findings"] if finding["mark"] == "problem"]
+        self.assertEqual((report["problems"], done.returncode), (len(problems), 1 if problems else 0))
+        self.assertTrue(all(problem["remedy"] for problem in problems))
+        self.assertTrue({"camera", "microphone", "encoder", "display", "disk"} <= {finding["subject"] for finding in report["findings"]})
+        lines = vesk("doctor", check=False).stdout.splitlines()
+        self.assertEqual(len([line for line in lines if line.split()[0] in ("ok", "note", "problem")]), len(report["findings"]))
 
 
 class KeptControls(HotplugTest):

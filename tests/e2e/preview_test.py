@@ -2,13 +2,15 @@
 import json
 import math
 import os
+import signal
 import struct
 import subprocess
 import threading
+import time
 import unittest
 import wave
 
-from program import DATA, MovieTest, picture_hashes, probe, start_vesk, tool, vesk, warnings_of_ffmpeg
+from program import DATA, MovieTest, Running, picture_hashes, probe, start_vesk, tool, vesk, warnings_of_ffmpeg
 
 
 class Display:
@@ -160,6 +162,44 @@ class Previews(MovieTest):
         pixel = pixels(shot, *size_of(shot))
         reds = sum(red > 150 and green < 90 and blue < 90 for red, green, blue in (pixel(x, y) for x in range(10, 100) for y in range(5, 35)))
         self.assertGreater(reds, 60, "the label is on while it records")
+
+    def wait_for_light(self, is_bright, running):
+        """Waits until the desktop shows the colour bars' first, or nothing in their place."""
+        shot = self.folder / "desktop.png"
+        while True:
+            self.assertIsNone(running.program.poll(), running.errors)
+            tool_on({**os.environ, **self.display.environment}, "import", "-window", "root", str(shot))
+            if (sum(pixels(shot, 1600, 1000)(40, 300)) > 400) == is_bright:
+                return
+            time.sleep(0.1)
+
+    def test_outlives_its_camera(self):
+        camera, microphone = "simulated:camera", "simulated:microphone"
+        shot = self.folder / "window.png"
+        running = Running(self, "preview", "--format", "avc1:640x360", "--record", "movie.mov", "--screenshot", shot,
+                          environment=self.display.environment)
+        self.grows("movie.mov")
+        running.command(f"out {microphone}")
+        running.next(event="removed", kind="microphone")
+        running.command(f"in {microphone}")
+        running.next(event="added", kind="microphone")
+        self.grows("movie.mov")
+        running.command(f"out {camera}")
+        running.next(event="removed", kind="camera")
+        self.wait_for_light(False, running)
+        running.command(f"in {camera}")
+        running.next(event="added", kind="camera")
+        self.wait_for_light(True, running)
+        running.program.send_signal(signal.SIGTERM)
+        result = running.next(screenshot=str(shot))
+        running.next()
+        running.end(1, ask=False)
+        self.assertEqual([each["file"] for each in result["recordings"]], ["movie.mov"])
+        self.assertGreater(result["recordings"][0]["sound"]["packets"], 0)
+        self.assertTrue(any("unplugged" in line for line in running.errors), running.errors)
+        self.assert_plays_everywhere(self.folder / "movie.mov")
+        pixel = pixels(shot, 64, 36)
+        self.assertGreater(sum(pixel(4, 20)), 400, "the picture is on show again")
 
     def test_keys_take_photos_record_and_quit(self):
         environment = {**os.environ, **self.display.environment}

@@ -3,10 +3,14 @@ import hashlib
 import json
 import os
 import pathlib
+import queue
 import shutil
+import signal
 import struct
 import subprocess
 import tempfile
+import threading
+import time
 import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -104,6 +108,65 @@ def beep_times(movie, loud=2000):
     return found
 
 
+class Running:
+    """A program at work: what it tells scripts is read here, and its devices are plugged in and out."""
+
+    def __init__(self, test, *arguments, setup="", environment=None):
+        self.pipe = test.folder / "commands"
+        if not self.pipe.exists():
+            os.mkfifo(self.pipe)
+        environment = {**os.environ, "VESK_SIMULATED_COMMANDS": str(self.pipe), "VESK_SIMULATED_SETUP": setup, **(environment or {})}
+        self.program = start_vesk("--capture", "simulated", "--json", *arguments, env=environment, cwd=test.folder)
+        self.documents = queue.Queue()
+        self.errors = []
+        self.readers = [threading.Thread(target=self.read_documents), threading.Thread(target=self.read_errors)]
+        for reader in self.readers:
+            reader.start()
+        test.addCleanup(self.close)
+
+    def read_documents(self):
+        for line in self.program.stdout:
+            self.documents.put(json.loads(line))
+
+    def read_errors(self):
+        for line in self.program.stderr:
+            self.errors.append(line.strip())
+
+    def close(self):
+        self.program.kill()
+        self.program.wait()
+        for reader in self.readers:
+            reader.join()
+        self.program.stdout.close()
+        self.program.stderr.close()
+
+    def command(self, *lines):
+        with open(self.pipe, "w") as pipe:
+            pipe.write("".join(line + "\n" for line in lines))
+
+    def next(self, **expected):
+        """The next thing that it tells, which must have these fields."""
+        try:
+            document = self.documents.get(timeout=60)
+        except queue.Empty:
+            raise AssertionError(f"nothing more came; {self.errors}") from None
+        got = {key: document.get(key) for key in expected}
+        if got != expected:
+            raise AssertionError(f"{document} came in place of {expected}; {self.errors}")
+        return document
+
+    def end(self, status, ask=True):
+        """Asks for the end and waits for it. Everything it told must have been read."""
+        if ask:
+            self.program.send_signal(signal.SIGINT)
+        if self.program.wait(60) != status:
+            raise AssertionError(f"ended with {self.program.returncode}; {self.errors}")
+        for reader in self.readers:
+            reader.join()
+        if not self.documents.empty():
+            raise AssertionError(f"{self.documents.get()} was not expected")
+
+
 class MovieTest(unittest.TestCase):
     """A test with a folder of its own."""
 
@@ -120,6 +183,21 @@ class MovieTest(unittest.TestCase):
                                  "d.", "!", "queue", "!", "fakesink"],
                                 capture_output=True, text=True, timeout=TIMEOUT)
         self.assertEqual((played.returncode, played.stderr), (0, ""))
+
+    def grows(self, name, more=20_000):
+        """Waits until the movie that is being recorded has become larger by so much."""
+        def size():
+            sizes = []
+            for path in self.folder.rglob(name):
+                try:
+                    sizes.append(path.stat().st_size)
+                except FileNotFoundError:
+                    pass
+            return max(sizes, default=0)
+
+        until = size() + more
+        while size() < until:
+            time.sleep(0.02)
 
     def nothing_left(self, but=()):
         """Nothing lies in the test's folder but the files named, hidden folders included."""
