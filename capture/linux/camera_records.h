@@ -32,9 +32,9 @@ struct KnownNode {
 /// A camera with all of its nodes that pictures come from.
 struct CameraRecord {
   DeviceDescription description;
-  std::string attachment;          ///< another one each time that the camera is plugged in
-  std::string usbPath;             ///< the folder in sysfs of its USB device; empty for others
-  std::vector<std::string> nodes;  ///< in the order of their indices
+  std::string attachment;                ///< another one each time that the camera is plugged in
+  std::string usbPath;                   ///< the folder in sysfs of its USB device; empty for others
+  std::vector<std::string> nodes;        ///< in the order of their indices
   std::vector<std::string> systemPaths;  ///< of the nodes, in sysfs
 };
 
