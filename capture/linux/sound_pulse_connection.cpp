@@ -16,12 +16,12 @@ PulseConnection::~PulseConnection() {
 
 bool PulseConnection::begin(std::string& error) {
   mLoop = pa_threaded_mainloop_new();
+  if (mLoop) pa_threaded_mainloop_set_name(mLoop, "vesk-pulse");  // once it runs, the caller might be named instead
   if (!mLoop || pa_threaded_mainloop_start(mLoop) < 0) {
     error = "the sound server's client could not be started";
     return false;
   }
   mIsRunning = true;
-  pa_threaded_mainloop_set_name(mLoop, "vesk-pulse");
   const Lock lock(*this);
   if (context()) return true;
   error = "no sound server answers (" + reason() + ")";
