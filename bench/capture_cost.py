@@ -62,7 +62,7 @@ def rows(node_of):
         "Motion JPEG to H.264, 640 × 480": {
             "Vesk": vesk("Emulated", "avc1:640x480"),
             "ffmpeg": ffmpeg(jpeg, "mjpeg", "640x480", "-pix_fmt", "yuv420p", "-c:v", "libx264", "-preset", "ultrafast", "-tune",
-                             "zerolatency", "-threads", "2", "-b:v", "1M")}}
+                             "zerolatency", "-threads", "2", "-b:v", "921600")}}
 
 
 def measure(pictures, runs):

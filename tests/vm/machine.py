@@ -22,7 +22,7 @@ class MachineTest(unittest.TestCase):
 
     script = None
     options = ()
-    limit = 300
+    limit = 600  # seconds; some 100 on an idle host
 
     @classmethod
     def setUpClass(cls):

