@@ -50,9 +50,11 @@ class SnapshotCommand {
   void start() {
     capture::Transport::shared().setEndHandler([this] { mLoop.post([this] { mIsAtEnd = true; }); });
     mSession = VeskPreviewSession::initWithDevice(mCamera, nullptr);
-    if (mSession->startSessionWithPreview(mView) != 0)
-      throw Failure(kBusy, fmt::format("\"{}\" refused to start.", nameOf(*mCamera->deviceInfo())),
-                    "Close other programs that use it, or choose another format with --format.");
+    explained({nameOf(*mCamera->deviceInfo())}, [this] {
+      if (mSession->startSessionWithPreview(mView) != 0)
+        throw Failure(kBusy, fmt::format("\"{}\" refused to start.", nameOf(*mCamera->deviceInfo())),
+                      "Close other programs that use it, or choose another format with --format.");
+    });
     mRemoved.emplace(KVXDeviceRemoved, [this](auto info) {
       if (mCamera->deviceInfo()->isEqualToDevice(*info)) mLoop.stop();
     });
