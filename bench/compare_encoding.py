@@ -4,8 +4,8 @@
 Usage: bench/compare_encoding.py [--build DIR] [--pictures N] [--runs N] [--presets NAME,NAME]
 
 Both turn the same 720p pictures, Motion JPEG and packed 4:2:2, into H.264 of the same bit rate with
-the same settings of the encoder, on one thread. CPU of ours is that of the pictures; of ffmpeg, of the
-process less that of only reading the clip. Medians of runs taken in turn. Needs ffmpeg.
+the same settings of the encoder, on one thread. CPU figures are those of whole processes, reading the
+clip included, the medians of runs taken in turn. Needs ffmpeg.
 """
 import argparse
 import json
@@ -52,14 +52,13 @@ def main():
         for what, path in make_clips(pathlib.Path(name), options.pictures).items():
             ours, peers = [], {preset: [] for preset in presets}
             for _ in range(options.runs):
-                done = json.loads(cpu_of([bench, path, WIDTH, HEIGHT])[1])
-                assert done["pictures"] == options.pictures, done
-                ours.append(done["cpu"])
-                read, _ = cpu_of([*reading(path), "-c", "copy", "-f", "null", "-"])
+                used, printed = cpu_of([bench, path, WIDTH, HEIGHT])
+                assert json.loads(printed)["pictures"] == options.pictures, printed
+                ours.append(used)
                 for preset in presets:
                     used, _ = cpu_of([*reading(path), "-vf", "scale=out_range=tv,format=yuv420p", *ENCODER, "-preset", preset,
                                       "-f", "null", "-"])
-                    peers[preset].append(used - read)
+                    peers[preset].append(used)
             mine = statistics.median(ours) / options.pictures * 1000
             for preset, used in peers.items():
                 peer = statistics.median(used) / options.pictures * 1000

@@ -91,7 +91,8 @@ Planes lookOf(const Bytes& jpeg, const test::JPEGOptions& options) {
 double psnr(const Bytes& expected, const uint8_t* actual, int rowBytes, size_t width) {
   double sum = 0;
   for (size_t at = 0; at < expected.size(); ++at) {
-    const double difference = expected[at] - actual[at / width * static_cast<size_t>(rowBytes) + at % width];
+    const size_t place = at / width * static_cast<size_t>(rowBytes) + at % width;
+    const double difference = expected[at] - actual[place];
     sum += difference * difference;
   }
   return 10 * std::log10(255 * 255 * static_cast<double>(expected.size()) / std::max(sum, 1.0));
@@ -339,6 +340,7 @@ TEST_F(EncodedCameraTest, LeavesOutOldPicturesWhenTheReceiverIsSlow) {
   const auto frames = mFrames.waitFor(4);
   mCamera->stop(1);
   std::vector<int64_t> stamps;
+  stamps.reserve(frames.size());
   for (const Frame& frame : frames) stamps.push_back(frame.timestamp);
   EXPECT_EQ(stamps, (std::vector<int64_t>{0, 17, 18, 19}));
   EXPECT_EQ(counts().late, 16u);
