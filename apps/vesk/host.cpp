@@ -138,6 +138,12 @@ void explained(const std::vector<std::string>& names, const std::function<void()
   for (const std::string& line : letGo()) showLine(line);
 }
 
+bool hasBeenExplained(const std::string& name) {
+  const MutexLock lock(gHeld.mutex);
+  return std::any_of(gHeld.lines.begin(), gHeld.lines.end(),
+                     [&](const std::string& line) { return line.find(name) != std::string::npos; });
+}
+
 Host::Host(const GlobalOptions& options, Cameras cameras) {
   setUpLogLines(options.verbose);
   // Files that reach the size limit fail with an error that is reported, instead of ending the program.

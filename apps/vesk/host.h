@@ -81,6 +81,9 @@ void setUpLogLines(bool verbose);
 /// words, so that a person reads one line. Not inside itself.
 void explained(const std::vector<std::string>& names, const std::function<void()>& work);
 
+/// Inside such work: whether the library has said something of the device, for those that answer no status.
+bool hasBeenExplained(const std::string& name);
+
 /// A line on standard error that is written over in place; only on a terminal.
 class ProgressLine {
  public:

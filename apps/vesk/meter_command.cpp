@@ -56,7 +56,12 @@ class MeterCommand {
     capture::Transport::shared().setEndHandler([this] { mLoop.stop(); });
     mRemoved.emplace(KVXDeviceRemoved, [this](auto info) { deviceRemoved(std::move(info)); });
     mStarted = Clock::now();
-    mMicrophone->startVUMeter();
+    const std::string name = nameOf(*mMicrophone->deviceInfo());
+    explained({name}, [&] {
+      mMicrophone->startVUMeter();
+      if (hasBeenExplained(name))
+        throw Failure(kBusy, fmt::format("\"{}\" refused to start.", name), "Close other programs that use it.");
+    });
     mLoop.every(kTick, [this] { tick(); });
     mLoop.run();
     mMicrophone->stopVUMeter();

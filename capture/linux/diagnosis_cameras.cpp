@@ -228,7 +228,8 @@ class CameraCheck {
       if (names.size() < 2) continue;
       std::string all;
       for (const std::string& name : names) all.append(all.empty() ? "" : " and ").append(name);
-      mFindings.note(kUsb, all + " share USB bus " + bus + ": there may be no room for the raw pictures of all.",
+      mFindings.note(kUsb,
+                     all.append(" share USB bus ").append(bus) + ": there may be no room for the raw pictures of all.",
                      "Use Motion JPEG, H.264 or smaller sizes, or ports of different controllers.");
     }
   }
