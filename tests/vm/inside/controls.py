@@ -16,7 +16,8 @@ def sent(action):
     """What an action answers, and what it had the camera sent."""
     before = len(camera_log())
     answer = action()
-    return answer, [line for line in camera_log()[before:] if line.startswith("SET_CUR unit=")]
+    # Those of the microphone, whose units are counted from 100, are the kernel's own.
+    return answer, [line for line in camera_log()[before:] if line.startswith("SET_CUR unit=") and "unit=10" not in line]
 
 
 def change_from_outside(**settings):
@@ -54,7 +55,7 @@ def while_recording():
     vesk("controls", "reset")
 
     def change(running):
-        for action in (lambda: vesk("controls", "set", "brightness", 170), lambda: change_from_outside(brightness=210)):
+        for action in (lambda: vesk("controls", "set", "brightness", 150), lambda: change_from_outside(brightness=175)):
             action()
             running.wait_for_pictures(running.pictures() + 6)
     return record("brighter", *RAW, pictures=12, meanwhile=change)
@@ -65,13 +66,11 @@ def kept_over_replugs():
     vesk("controls", "set", "brightness", 200)
     vesk("controls", "save", "/tmp/kept.json")
     running = Running("--json", "controls", "keep", "/tmp/kept.json")
-    running.wait_for(lambda: running.out.count('"applied"') == 1, "settings to be applied")
-    unplug()
-    plug()
+    running.wait_for_text('"event":"applied"')
     change_from_outside(brightness=60)
     unplug()
     plug()
-    running.wait_for(lambda: running.out.count('"applied"') == 3, "settings to be applied when it is back")
+    running.wait_for(lambda: running.out.count('"event":"applied"') == 2, "settings to be applied when it is back")
     found = values()["brightness"]
     return {**running.interrupt(), "found": found}
 
