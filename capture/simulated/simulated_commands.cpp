@@ -70,6 +70,7 @@ void SimulatedCommands::obey(std::string_view command) {
     isDone = mSource.plugIn(path);
   else if (word == "busy" || word == "silent" || word == "well")
     isDone = mSource.setFaults(path, faultsOf(word));
+  mSource.waitForHotplug();  // whoever is told looks at what there is: one thing at a time
   if (!isDone) NSLog("The simulated devices cannot obey \"" + std::string(command) + "\".");
 }
 
