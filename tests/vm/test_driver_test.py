@@ -24,7 +24,7 @@ class TestDriver(MachineTest):
         movie = self.assert_movie("bars", answer["movies"][0]["video"]["frames"], width=640, height=360)
         # A line near the lower edge, where the driver writes nothing on the bars: 75 % or 100 % colours.
         line = program.tool("ffmpeg", "-v", "error", "-nostdin", "-i", movie, "-frames:v", "1", "-vf",
-                            f"crop=640:20:0:300,scale={BARS}:1:flags=area,format=rgb24", "-f", "rawvideo", "-", binary=True)
+                            f"format=rgb24,crop=640:20:0:300,scale={BARS}:1:flags=area", "-f", "rawvideo", "-", binary=True)
         names = ["".join(letter if value > 120 else "-" for letter, value in zip("RGB", line[at:at + 3]))
                  for at in range(0, 3 * BARS, 3)]
         self.assertEqual(names, ["RGB", "RG-", "-GB", "-G-", "R-B", "R--", "--B", "---"])

@@ -5,12 +5,23 @@ import os
 import pathlib
 import struct
 import subprocess
+import sys
 import wave
 
 from guest import OUT, Microphone, Running, camera_log, record, step, tool, vesk, vesk_json, wait_until
 
 TONE = pathlib.Path("/tmp/tone.wav")
 RATE, SECONDS = 48000, 60
+SET_BY_SERVER = """
+import json, sys
+sys.path.insert(0, sys.argv[2])
+from guest import Microphone
+device = Microphone(sys.argv[1])
+device.set_volume(128)
+device.set_mute(1)
+print(json.dumps([device.volume(), device.mute()]))
+device.close()
+"""
 PICTURE = ("--format", "2vuy:640x480")
 
 
@@ -79,8 +90,9 @@ def settings():
 
 @step
 def looped():
+    """What is played to the card's second device is recorded from its first."""
     make_tone()
-    player = subprocess.Popen(["aplay", "-q", "-D", "plughw:Loopback,0", str(TONE)], stdin=subprocess.DEVNULL)
+    player = subprocess.Popen(["aplay", "-q", "-D", "plughw:Loopback,1", str(TONE)], stdin=subprocess.DEVNULL)
     try:
         return record("looped", *PICTURE, "--mic", microphone("Loopback")["path"], "--sound", "pcm:48000:2", pictures=40)
     finally:
@@ -98,11 +110,7 @@ def served():
     wait_until(lambda: "Emulated" in tool("pactl", "list", "sources"), "the server to find the camera's microphone")
     answer = {"devices": vesk_json("devices"), "recorded": record("served", *PICTURE, pictures=75),
               "levels": levels(microphone("Emulated")["path"])}
-    device = Microphone(microphone("Emulated")["path"])
-    device.set_volume(128)
-    device.set_mute(1)
-    answer["settings"] = [device.volume(), device.mute()]
+    # In a process of its own: this one has used the library before there was a server.
+    answer["settings"] = json.loads(tool(sys.executable, "-c", SET_BY_SERVER, microphone("Emulated")["path"], sys.path[0]))
     answer["told"] = tool("pactl", "list", "sources")
-    device.set_mute(0)
-    device.close()
     return answer
