@@ -87,5 +87,8 @@ VESK_EXPORT void setSource(std::shared_ptr<CaptureSource> source);
 VESK_EXPORT std::shared_ptr<CaptureSource> currentSource();
 /// The path of the microphone that is built into the camera at `path`; empty when it has none.
 VESK_EXPORT std::string microphoneOf(const std::string& cameraPath);
+/// The path of the camera whose pictures come from the device node ("/dev/video0", or a link to it);
+/// empty when there is none.
+VESK_EXPORT std::string cameraAtNode(const std::string& node);
 
 }  // namespace vesk::capture

@@ -110,6 +110,9 @@ class CaptureSource {
   }
   /// The path of the microphone that is built into the camera at `path`; empty when there is none.
   virtual std::string microphoneOf(const std::string&) { return {}; }
+  /// The path of the camera whose pictures come from the device node ("/dev/video0", or a link to it);
+  /// empty when there is none.
+  virtual std::string cameraAtNode(const std::string&) { return {}; }
 };
 
 }  // namespace vesk::capture

@@ -42,6 +42,13 @@ class CombinedSource : public CaptureSource {
     return owner ? owner->microphoneOf(path) : std::string();
   }
 
+  std::string cameraAtNode(const std::string& node) override {
+    for (const auto& source : mSources) {
+      if (std::string path = source->cameraAtNode(node); !path.empty()) return path;
+    }
+    return {};
+  }
+
  private:
   CaptureSource* ownerOf(DeviceKind kind, const std::string& path) const {
     for (const auto& source : mSources) {

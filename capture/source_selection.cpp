@@ -138,4 +138,11 @@ std::string microphoneOf(const std::string& cameraPath) try {
   return {};  // it is a preference, no more
 }
 
+std::string cameraAtNode(const std::string& node) try {
+  const auto source = currentSource();
+  return source ? source->cameraAtNode(node) : std::string();
+} catch (const std::exception&) {
+  return {};
+}
+
 }  // namespace vesk::capture

@@ -124,7 +124,12 @@ uint32_t readSoundCodec(const std::string& text, const std::string& whole) {
 
 std::shared_ptr<VeskVideoDevice> chooseCamera(const std::string& text) {
   const auto records = VeskVideoDevice::getVideoDeviceList();
-  return VeskVideoDevice::initWithDeviceInfo(chooseRecord(*records, text, "camera", "--camera"));
+  const bool isNode = text.starts_with("/dev/");
+  const std::string path = isNode ? capture::cameraAtNode(text) : text;
+  if (isNode && path.empty())
+    throw DeviceMissing(fmt::format("no camera gives pictures at {}.", text),
+                        "It may be a camera's node for metadata: \"vesk doctor\" tells.");
+  return VeskVideoDevice::initWithDeviceInfo(chooseRecord(*records, path, "camera", "--camera"));
 }
 
 std::shared_ptr<VeskAudioDevice> chooseMicrophone(const std::string& text) {

@@ -12,8 +12,8 @@
 
 namespace vesk::program {
 
-/// The camera that `text` names: an index from 0, a path, or a unique part of a name (letter case
-/// does not count); the first one when `text` is empty.
+/// The camera that `text` names: an index from 0, a path, a device node, or a unique part of a name
+/// (letter case does not count); the first one when `text` is empty.
 /// @throws Failure when there is none, or more than one fits.
 std::shared_ptr<VeskVideoDevice> chooseCamera(const std::string& text);
 /// The microphone that `text` names, by the same rules.

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <filesystem>
 #include <map>
 #include <optional>
 #include <set>
@@ -161,6 +162,16 @@ std::vector<DeviceDescription> LinuxCameras::devices(DeviceKind kind) {
 std::string LinuxCameras::usbPathOf(const std::string& path) {
   const auto record = mRoll->record(path);
   return record ? record->usbPath : std::string();
+}
+
+std::string LinuxCameras::cameraAtNode(const std::string& node) {
+  std::error_code error;
+  const std::filesystem::path target = std::filesystem::canonical(node, error);
+  const std::string name = error ? node : target.string();
+  for (const CameraRecord& record : mRoll->records()) {
+    if (std::find(record.nodes.begin(), record.nodes.end(), name) != record.nodes.end()) return record.description.path;
+  }
+  return {};
 }
 
 std::unique_ptr<CaptureDevice> LinuxCameras::open(DeviceKind kind, const std::string& path) {

@@ -23,6 +23,7 @@ class LinuxCameras : public CaptureSource {
   void setHotplugHandler(HotplugHandler handler) override;
   std::vector<DeviceDescription> devices(DeviceKind kind) override;
   std::unique_ptr<CaptureDevice> open(DeviceKind kind, const std::string& path) override;
+  std::string cameraAtNode(const std::string& node) override;
   /// The folder in sysfs of the USB device that the camera at `path` is of; empty when there is none.
   std::string usbPathOf(const std::string& path);
 

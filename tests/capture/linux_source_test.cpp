@@ -52,6 +52,8 @@ TEST(LinuxSource, FindsTheMicrophoneThatIsBuiltIntoACamera) {
   EXPECT_EQ(source.microphoneOf(cameras[1].path), "of the other");
   EXPECT_EQ(source.microphoneOf(cameras[2].path), "");
   EXPECT_EQ(source.microphoneOf("no such camera"), "");
+  EXPECT_EQ(source.cameraAtNode("/dev/video2"), cameras[1].path);
+  EXPECT_EQ(source.cameraAtNode("/dev/video3"), "");
 }
 
 }  // namespace
