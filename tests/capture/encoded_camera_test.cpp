@@ -352,15 +352,15 @@ TEST_F(EncodedCameraTest, LeavesOutOldPicturesWhenTheReceiverIsSlow) {
 TEST_F(EncodedCameraTest, StopsAndStartsFromInsideTheCallback) {
   std::atomic<int> calls = 0;
   test::Recorder<int32_t> answers;
+  RawPicture raw = makeRaw(0);
   ASSERT_EQ(start([&](uint8_t*, uint32_t, int64_t) {
               ++calls;
+              mFake->deliver(raw.bytes, 2);  // waits, and belongs to nobody once stopped
               answers.add(mCamera->stop(1));
               answers.add(mCamera->start(1, receiver()));
             }),
             kVCISuccess);
-  RawPicture raw = makeRaw(0);
   mFake->deliver(raw.bytes, 1);
-  mFake->deliver(raw.bytes, 2);
   EXPECT_EQ(answers.waitFor(2), (std::vector<int32_t>{kVCISuccess, kVCISuccess}));
   mFake->deliver(raw.bytes, 3);
   EXPECT_EQ(mFrames.waitFor(1).back().timestamp, 3);
