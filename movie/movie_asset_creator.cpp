@@ -91,7 +91,8 @@ int32_t VeskMovieAssetCreator::AddSampleToMovie(void* buffer, unsigned long leng
   MutexLock lock(mMutex);
   if (!mAdapter) return 0;
   if (timestamp < mFirstTimestamp) {
-    countAsUnused(type);
+    if (type == VeskMediaTypeVideo) RecordingCounters::add(mCounters->video.heldBack);
+    if (type == VeskMediaTypeAudio) RecordingCounters::add(mCounters->audio.heldBack);
     return 0;
   }
   if (mFirstTimestamp == 0) mFirstTimestamp = timestamp;
@@ -101,11 +102,6 @@ int32_t VeskMovieAssetCreator::AddSampleToMovie(void* buffer, unsigned long leng
     NSLog(std::string("A sample could not be recorded: ") + error.what());
     return 0;
   }
-}
-
-void VeskMovieAssetCreator::countAsUnused(VeskMediaType type) {
-  if (type == VeskMediaTypeVideo) RecordingCounters::add(mCounters->video.heldBack);
-  if (type == VeskMediaTypeAudio) RecordingCounters::add(mCounters->audio.dropped);
 }
 
 int32_t VeskMovieAssetCreator::addSample(uint8_t* buffer, unsigned long length, uint64_t time, VeskMediaType type) {
@@ -124,14 +120,14 @@ int32_t VeskMovieAssetCreator::addVideo(uint8_t* buffer, uint32_t length, uint64
   if (mVideoDescription.codec == kCMVideoCodecType_H264) EnsureH264BoxFormat(buffer, length);
   const auto sample = mVideoGenerator->CreateSample(buffer, length, time);
   if (sample) return mAdapter->addVideoSample(sample);
-  countAsUnused(VeskMediaTypeVideo);
+  RecordingCounters::add(mCounters->video.heldBack);
   return 0;
 }
 
 int32_t VeskMovieAssetCreator::addAudio(const uint8_t* buffer, uint32_t length, uint64_t time) {
   const auto sample = mAudioGenerator->CreateSample(buffer, length, time);
   if (!sample) {
-    countAsUnused(VeskMediaTypeAudio);
+    RecordingCounters::add(mCounters->audio.dropped);
     return 0;
   }
   RecordingCounters::add(mCounters->silence, silencePackets(*sample));

@@ -38,7 +38,6 @@ class VESK_EXPORT VeskMovieAssetCreator final : public VeskMovieCreator {
   int32_t addVideo(uint8_t* buffer, uint32_t length, uint64_t time) VESK_REQUIRES(mMutex);
   int32_t addAudio(const uint8_t* buffer, uint32_t length, uint64_t time) VESK_REQUIRES(mMutex);
   /// A buffer came that makes no sample.
-  void countAsUnused(VeskMediaType type);
 
   FileSystem* const mFileSystem;
   const std::shared_ptr<RecordingCounters> mCounters;

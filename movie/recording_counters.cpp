@@ -35,6 +35,7 @@ RecordingStatistics RecordingCounters::statistics() const {
   result.videoHeldBack = value(video.heldBack);
   result.audioPackets = difference(audio.queued, audio.refused);
   result.audioDropped = value(audio.dropped) + value(audio.refused);
+  result.audioHeldBack = value(audio.heldBack);
   result.audioSilence = value(silence);
   result.duration = value(mDuration);
   result.bytes = value(bytes);

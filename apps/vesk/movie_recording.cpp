@@ -146,6 +146,14 @@ Failure MovieRecording::notPlaced(const RecordingOutcome& outcome) const {
           fmt::format("It is whole, at \"{}\"; move it where you want it.", outcome.temporaryPath)};
 }
 
+std::optional<Failure> MovieRecording::missingSound(const RecordingStatistics& statistics) const {
+  if (!mPlan.microphone || statistics.audioPackets != 0) return std::nullopt;
+  return Failure(
+      kFailed,
+      fmt::format("no sound came from \"{}\"; the movie has pictures only.", nameOf(*mPlan.microphone->deviceInfo())),
+      "See with \"vesk meter\" what it hears, or choose another with --mic.");
+}
+
 nlohmann::ordered_json MovieRecording::document(const RecordingStatistics& statistics) const {
   std::error_code ignored;
   const auto size = mPlan.videoFormat->dimensions();
@@ -178,7 +186,7 @@ std::string MovieRecording::summary(const RecordingStatistics& statistics) const
                   humanSize(fs::file_size(mPlan.file, ignored)), fourCharString(mPlan.videoFormat->mediaSubType()),
                   size.width, size.height, statistics.videoFrames);
   if (statistics.videoDropped != 0) text += fmt::format(", {} DROPPED", statistics.videoDropped);
-  if (!mPlan.soundFormat) return text + ", no sound";
+  if (!mPlan.soundFormat || statistics.audioPackets == 0) return text + ", no sound";
   const auto& sound = mPlan.soundFormat->streamBasicDescription();
   text += fmt::format(", sound {} {:.0f} Hz {} channel{}", soundCodecName(sound.mFormatID), sound.mSampleRate,
                       sound.mChannelsPerFrame, sound.mChannelsPerFrame == 1 ? "" : "s");

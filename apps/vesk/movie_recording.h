@@ -42,6 +42,9 @@ class MovieRecording {
   /// placed, or nothing came.
   RecordingStatistics finish();
 
+  /// What to say when a microphone was to be heard and none of its sound is in the movie.
+  std::optional<Failure> missingSound(const RecordingStatistics& statistics) const;
+
   /// Whether nothing had come when it was stopped.
   bool isEmpty() const;
 

@@ -211,6 +211,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
       const RecordingStatistics statistics = movie->finish();
       mRecordings.push_back(movie->document(statistics));
       say(movie->summary(statistics));
+      if (const auto failure = movie->missingSound(statistics)) throw *failure;
     } catch (const Failure& failure) {
       warn(failure);
       if (!mFailure) mFailure = failure;

@@ -248,6 +248,10 @@ class RecordCommand {
       fmt::print("{}\n", mMovie->summary(statistics));
       std::fflush(stdout);
     }
+    if (const auto failure = mMovie->missingSound(statistics)) {
+      if (!mIsCameraGone && !mOptions.wait) throw *failure;
+      say(fmt::format("{} {}", failure->what(), failure->hint));
+    }
     if (!mIsCameraGone) return;
     const std::string name = nameOf(*mPlan.camera->deviceInfo());
     if (!mOptions.wait)

@@ -13,11 +13,18 @@ namespace {
 
 constexpr size_t kMostSeconds = 10;
 constexpr int64_t kBetweenReports = 5'000'000;  // microseconds
+constexpr int kLongPatience = 10;               // times the patience: between reports that no sound comes
+
+std::string inSeconds(SoundDelivery::Clock::duration time) {
+  return std::to_string(std::chrono::duration_cast<std::chrono::seconds>(time).count()) + " s";
+}
 
 }  // namespace
 
-SoundDelivery::SoundDelivery(std::string name, const WaveFormat& format, FrameCallback callback)
+SoundDelivery::SoundDelivery(std::string name, const WaveFormat& format, FrameCallback callback,
+                             std::chrono::milliseconds patience)
     : mName(std::move(name)),
+      mPatience(patience),
       mFrameBytes(std::max<size_t>(size_t{format.channels} * 2, 1)),
       mMostBytes(mFrameBytes * format.samplesPerSecond * kMostSeconds),
       mPacketizer(format, [this](uint8_t* bytes, uint32_t length, int64_t timestamp) {
@@ -91,28 +98,64 @@ void SoundDelivery::loseLocked(uint64_t frames) {
 }
 
 void SoundDelivery::ended() {
+  {
+    MutexLock lock(mMutex);
+    mHasStreamEnded = true;
+  }
   NSLog("[WARNING]: " + mName + ": the microphone has gone or its sound server ended; no more sound comes from it");
 }
 
 void SoundDelivery::run() {
-  while (true) {
+  mHeardAt = Clock::now();
+  mDueAt = mHeardAt + mPatience;
+  while (!isEnded()) {
     const auto portions = take();
-    if (portions.empty()) break;
+    if (portions.empty()) {
+      tellOfSilence();
+      continue;
+    }
+    hear();
     for (const Portion& portion : portions) process(portion);
     tellOfOverruns(false);
   }
   tellOfOverruns(true);
 }
 
-/// Waits for what there is; none at the end.
+/// Waits for what there is; none at the end, and when nothing comes in time.
 std::deque<SoundDelivery::Portion> SoundDelivery::take() {
   MutexLock lock(mMutex);
-  while (mWaiting.empty() && !mIsEnded) mChanged.wait(mMutex);
+  while (mWaiting.empty() && !mIsEnded)
+    if (mChanged.wait_until(mMutex, mDueAt) == std::cv_status::timeout) break;
   std::deque<Portion> portions;
   if (mIsEnded) return portions;
   portions.swap(mWaiting);
   mWaitingBytes = 0;
   return portions;
+}
+
+/// Something has come.
+void SoundDelivery::hear() {
+  const auto now = Clock::now();
+  if (mIsSilent) NSLog("The microphone \"" + mName + "\" sends sound again, after " + inSeconds(now - mHeardAt) + ".");
+  mIsSilent = false;
+  mHeardAt = now;
+  mDueAt = now + mPatience;
+}
+
+void SoundDelivery::tellOfSilence() {
+  {
+    MutexLock lock(mMutex);
+    if (mIsEnded) return;
+    if (mHasStreamEnded) {
+      mDueAt = Clock::time_point::max();
+      return;
+    }
+  }
+  const auto now = Clock::now();
+  NSLog("The microphone \"" + mName + "\" has sent no sound for " + inSeconds(now - mHeardAt) +
+        ". See that it is switched on and that nothing has suspended it, or plug it in again.");
+  mIsSilent = true;
+  mDueAt = now + kLongPatience * mPatience;
 }
 
 void SoundDelivery::process(const Portion& portion) {

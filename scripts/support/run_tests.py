@@ -34,7 +34,7 @@ class Tally:
         self.failed += other.failed
 
 
-def run_ctest(build, rooms):
+def run_ctest(build, rooms, without):
     """Runs the build's ctest; its own output goes to standard output."""
     tally = Tally()
     with tempfile.TemporaryDirectory() as folder:
@@ -43,6 +43,8 @@ def run_ctest(build, rooms):
                    "--output-junit", str(report)]
         if rooms:
             command += ["-R", "^(" + "|".join(rooms) + ")/"]
+        if without:
+            command += ["-E", without]
         status = subprocess.run(command, stdin=subprocess.DEVNULL).returncode
         if report.exists():
             for case in xml.etree.ElementTree.parse(report).getroot().iter("testcase"):
@@ -107,6 +109,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("build", nargs="?", help="the build folder")
     parser.add_argument("--rooms", default="", help="only the tests of these rooms")
+    parser.add_argument("--without", default="", metavar="REGEX", help="leave out tests whose names hold a match")
     parser.add_argument("--e2e", metavar="FOLDER", help="also the Python tests in this folder")
     parser.add_argument("--only", metavar="WORDS", help="only the files of that folder with such a word in their name")
     parser.add_argument("--jobs", type=int, default=JOBS, help="how many of them run at once")
@@ -116,7 +119,7 @@ def main():
         run_one_e2e_file(options.e2e_file.resolve())
         return 0
 
-    tally = Tally() if options.only is not None else run_ctest(options.build, options.rooms.split())
+    tally = Tally() if options.only is not None else run_ctest(options.build, options.rooms.split(), options.without)
     if options.e2e:
         tally.add(run_e2e(options.e2e, options.build, (options.only or "").split(), options.jobs))
     for name in tally.skipped:

@@ -1,3 +1,4 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -21,6 +22,9 @@ namespace {
 
 using test::Gate;
 using test::Recorder;
+using testing::Contains;
+using testing::Each;
+using testing::HasSubstr;
 
 constexpr WaveFormat kStereo{kWaveFormatLinearPCM, 2, 48000, 16};
 constexpr WaveFormat kMono{kWaveFormatLinearPCM, 1, 16000, 16};
@@ -239,6 +243,25 @@ TEST_F(SoundSourceTest, ASlowReceiverLosesSoundWhichTheStampsAndOneLineTell) {
   const auto lines = mLines.waitFor(1);
   EXPECT_LT(lines.size(), 5U);
   EXPECT_NE(lines.front().find("Microphone a: sound was lost"), std::string::npos);
+}
+
+TEST(SoundDeliveryTest, TellsWhenNoSoundComesAndWhenItComesAgain) {
+  using std::chrono::milliseconds;
+  Recorder<std::string> lines;
+  setLogSink([&](std::string_view line) { lines.add(std::string(line)); });
+  const auto delivery = std::make_shared<SoundDelivery>(
+      "Mike", kMono, [](uint8_t*, uint32_t, int64_t) {}, milliseconds(5));
+  const std::vector<uint8_t> silence(320);
+  delivery->begin();
+  size_t count = lines.waitFor(2).size();
+  EXPECT_THAT(lines.items(), Each(HasSubstr("The microphone \"Mike\" has sent no sound for 0 s. See that")));
+  delivery->sound(silence, 0);
+  const auto comesAgain = Contains(HasSubstr("sends sound again, after 0 s"));
+  while (!testing::Matches(comesAgain)(lines.items())) lines.waitFor(++count);
+  delivery->ended();
+  EXPECT_THAT(lines.items(), Contains(HasSubstr("no more sound comes from it")));
+  delivery->end();
+  setLogSink({});
 }
 
 TEST_F(SoundSourceTest, ManyLossesAreCountedInFewLines) {

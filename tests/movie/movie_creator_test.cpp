@@ -144,10 +144,13 @@ TEST_F(MovieCreator, FirstSampleOfAnyKindIsTheZero) {
   const Bytes frame(512, 0x55);
   EXPECT_EQ(add(*mCreator, test::soundPacket(0), 5'000'000, kAudio), 0);
   EXPECT_EQ(add(*mCreator, frame, 4'999'000, kVideo), 0);
+  EXPECT_EQ(add(*mCreator, test::soundPacket(0), 4'980'000, kAudio), 0);
   EXPECT_EQ(add(*mCreator, frame, 5'033'000, kVideo), 0);
   EXPECT_EQ(add(*mCreator, frame, 5'100'000, kVideo), 0);
   EXPECT_EQ(mCreator->statistics().videoFrames, 2U);
   EXPECT_EQ(mCreator->statistics().videoHeldBack, 1U);
+  EXPECT_EQ(mCreator->statistics().audioHeldBack, 1U);
+  EXPECT_EQ(mCreator->statistics().audioDropped, 0U) << "nothing that belongs into the movie is lost";
   mCreator->Close();
   const auto movie = test::readMovie(mPath);
   ASSERT_EQ(movie.video.samples.size(), 2U);
