@@ -246,6 +246,9 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   int32_t resetPanTiltRel();
   /// Whether the head is to be moved by nudges: it takes relative moves, and no position.
   bool isPTZRelativeSupported() const;
+  /// Whether nudges move the head at all, of a camera that takes positions too: then it has the relative
+  /// pan and tilt of UVC 1.1 (4.2.2.1.15).
+  bool isNudgeSupported() const;
 
   // What the camera says of itself; none when it does not.
 

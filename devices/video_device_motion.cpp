@@ -103,6 +103,10 @@ int32_t VeskVideoDevice::resetPanTiltRel() {
   return status;
 }
 
+bool VeskVideoDevice::isNudgeSupported() const {
+  return isPTZRelativeSupported() || isPropertyItemSupported(capture::kCameraControlSet, capture::kRelativePanTilt);
+}
+
 bool VeskVideoDevice::isPTZRelativeSupported() const {
   if (getPanCur()) return false;  // driven by positions
   const VCIPropertySet record = propertySetRecord(capture::kRelativeMotionSet);

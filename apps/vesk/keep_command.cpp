@@ -1,6 +1,7 @@
 #include <fmt/core.h>
 
 #include <chrono>
+#include <deque>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -29,11 +30,15 @@ class KeepCommand {
   int run() {
     const DeviceWatch added(KVXDeviceAdded, [this](auto info) {
       if (info->deviceType() != 0) return;
-      mLoop.post([this, info] { mArrived = info; });
+      mLoop.post([this, info] { mArrived.push_back(info); });
       mLoop.stop();
     });
     apply(nullptr);
-    while (mLoop.runUntil([this] { return mArrived != nullptr; })) apply(std::exchange(mArrived, nullptr));
+    while (mLoop.runUntil([this] { return !mArrived.empty(); })) {
+      const auto arrived = mArrived.front();
+      mArrived.pop_front();
+      apply(arrived);
+    }
     return kDone;
   }
 
@@ -80,7 +85,7 @@ class KeepCommand {
   const Host mHost;
   MainLoop mLoop;
   ControlSettings mSettings;
-  std::shared_ptr<VeskDeviceInfo> mArrived;
+  std::deque<std::shared_ptr<VeskDeviceInfo>> mArrived;  ///< a hub brings several at once
 };
 
 }  // namespace

@@ -23,16 +23,25 @@ constexpr Direction kDirections[] = {{"left", &VeskVideoDevice::panRelativeLeft}
 std::shared_ptr<VeskVideoDevice> chooseHead(const std::string& text) {
   std::shared_ptr<VeskVideoDevice> camera = chooseCamera(text);
   openDevice(*camera);
-  if (camera->isPTZRelativeSupported()) return camera;
+  if (camera->isNudgeSupported()) return camera;
   const Failure failure(kFailed, fmt::format("\"{}\" has no head that can be nudged.", nameOf(*camera->deviceInfo())),
                         camera->getPanCur() ? "Its head is sent to positions: vesk controls set pan 36000."
                                             : "Name a camera that has one with --camera.");
   if (!text.empty()) throw failure;
   for (const auto& record : *VeskVideoDevice::getVideoDeviceList()) {
     auto other = VeskVideoDevice::initWithDeviceInfo(record);
-    if (other->openDevice() == 0 && other->isPTZRelativeSupported()) return other;
+    if (other->openDevice() == 0 && other->isNudgeSupported()) return other;
   }
   throw failure;
+}
+
+/// Back to its middle, which a head that takes positions is sent to.
+bool isReset(VeskVideoDevice& camera) {
+  const auto pan = camera.getPanDef();
+  const auto tilt = camera.getTiltDef();
+  if (!pan || !tilt) return camera.resetPanTiltRel() == 0;
+  return camera.writeControl(cameraControl(ControlID::kPan), *pan) == 0 &&
+         camera.writeControl(cameraControl(ControlID::kTilt), *tilt) == 0;
 }
 
 }  // namespace
@@ -42,9 +51,9 @@ int runNudge(const GlobalOptions& global, const NudgeOptions& options) {
   const auto camera = chooseHead(options.camera);
   const std::string name = nameOf(*camera->deviceInfo());
   if (options.direction == "reset") {
-    if (camera->resetPanTiltRel() != 0)
+    if (!isReset(*camera))
       throw Failure(kBusy, fmt::format("the head of \"{}\" did not go back to its middle.", name),
-                    "Wait until it stands still and try again.");
+                    "Wait until it stands still and try again, or nudge it there.");
   } else {
     for (const Direction& direction : kDirections)
       for (int i = 0; options.direction == direction.name && i < options.times; ++i) (*camera.*direction.move)();

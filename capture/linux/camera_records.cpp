@@ -22,17 +22,6 @@ bool isCamera(const KnownNode& known) {
   return known.node.index == 0;
 }
 
-/// Drivers often write a name twice, as far as the kernel's field goes: "Desk Camera: Desk Camera".
-std::string withoutRepetition(const std::string& name) {
-  constexpr size_t kFullField = sizeof(v4l2_capability::card) - 1;
-  const size_t colon = name.find(": ");
-  if (colon == std::string::npos) return name;
-  const std::string head = name.substr(0, colon);
-  const std::string rest = name.substr(colon + 2);
-  const bool isTwice = rest == head || (name.size() == kFullField && head.starts_with(rest));
-  return isTwice ? head : name;
-}
-
 std::string nameOf(const KnownNode& known) {
   const std::string card = known.identity ? known.identity->card : "";
   const std::string name = withoutRepetition(card.empty() ? known.node.product : card);
@@ -63,6 +52,16 @@ std::optional<NodeIdentity> identify(V4L2Calls& calls, const std::string& node) 
   constexpr uint32_t kUnwanted = V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_VIDEO_M2M | V4L2_CAP_META_CAPTURE;
   return NodeIdentity{(able & kNeeded) == kNeeded && (able & kUnwanted) == 0, fieldText(capability.card),
                       fieldText(capability.driver), fieldText(capability.bus_info)};
+}
+
+std::string withoutRepetition(const std::string& name) {
+  constexpr size_t kFullField = sizeof(v4l2_capability::card) - 1;
+  const size_t colon = name.find(": ");
+  if (colon == std::string::npos) return name;
+  const std::string head = name.substr(0, colon);
+  const std::string rest = name.substr(colon + 2);
+  const bool isTwice = rest == head || (name.size() == kFullField && head.starts_with(rest));
+  return isTwice ? head : name;
 }
 
 std::vector<CameraRecord> makeRecords(std::span<const KnownNode> nodes) {

@@ -38,6 +38,10 @@ struct CameraRecord {
   std::vector<std::string> systemPaths;  ///< of the nodes, in sysfs
 };
 
+/// A name as drivers give it, for a person: they often write it twice, as far as the kernel's field
+/// goes ("Desk Camera: Desk Camera").
+std::string withoutRepetition(const std::string& name);
+
 /// Makes one record for each camera out of the nodes of all: those of one USB device belong together,
 /// any other node is a camera by itself. In the order of their paths, which tell two cameras of the
 /// same make apart by where they are attached, and are the same after a restart.

@@ -56,7 +56,7 @@ std::vector<VideoNode> nodesIn(const DiagnosisPlaces& places) {
     node.node = places.dev + "/" + file;
     node.systemPath = entry->path().string();
     node.usbPath = usbFolderOf(entry->path());
-    node.product = sysfsText(node.systemPath + "/name");
+    node.product = withoutRepetition(sysfsText(node.systemPath + "/name"));
     node.index = numberIn(sysfsText(node.systemPath + "/index"));
     if (!node.usbPath.empty()) {
       node.vendorID = static_cast<uint16_t>(numberIn(sysfsText(node.usbPath + "/idVendor"), 16));

@@ -4,6 +4,7 @@
 #include <filesystem>
 
 #include "capture/linux/diagnosis_checks.h"
+#include "tests/capture/listed_microphones.h"
 #include "tests/support/fake_v4l2.h"
 #include "tests/support/temporary_folder.h"
 
@@ -11,28 +12,8 @@ namespace vesk::capture {
 namespace {
 
 namespace fs = std::filesystem;
+using test::ListedMicrophones;
 using Mark = Finding::Mark;
-
-/// A sound system that only has microphones.
-class FakeSoundSystem : public SoundSystem {
- public:
-  explicit FakeSoundSystem(std::vector<Microphone> microphones) : mMicrophones(std::move(microphones)) {}
-  std::vector<Microphone> microphones() override { return mMicrophones; }
-  std::vector<WaveFormat> formats(const std::string&) override { return {}; }
-  std::unique_ptr<SoundStream> record(const std::string&, const WaveFormat&, std::shared_ptr<SoundSink>, int32_t&,
-                                      std::string&) override {
-    return nullptr;
-  }
-  bool canShare() const override { return true; }
-  int32_t getVolume(const std::string&, uint32_t&) override { return 0; }
-  int32_t setVolume(const std::string&, uint8_t) override { return 0; }
-  int32_t getMute(const std::string&, bool&) override { return 0; }
-  int32_t setMute(const std::string&, bool) override { return 0; }
-  void setChangeHandler(std::function<void()>) override {}
-
- private:
-  const std::vector<Microphone> mMicrophones;
-};
 
 /// A machine in a folder: sysfs, device files and processes, with a kernel of the test's own.
 class DiagnosisTest : public testing::Test {
@@ -117,7 +98,7 @@ class DiagnosisTest : public testing::Test {
 TEST_F(DiagnosisTest, TellsWhatCamerasOfferAndWhereH264ComesFrom) {
   addUsbDevice("1-3", "5000");
   addNode(0, "1-3", camera("Desk Camera"));
-  auto metadata = camera("Desk Camera");
+  auto metadata = camera("Desk Camera: Desk Camera");
   metadata.deviceCaps = V4L2_CAP_META_CAPTURE | V4L2_CAP_STREAMING;
   addNode(1, "1-3", metadata);
   addNode(2, "", camera("Own", V4L2_PIX_FMT_H264));
@@ -202,7 +183,7 @@ TEST_F(DiagnosisTest, LooksAtTheBusesAndAtCamerasWithoutDriver) {
 TEST_F(DiagnosisTest, LooksAtTheSoundServerAndElseAtTheDrivers) {
   Microphone own{{DeviceKind::kAudio, "a", "Camera's"}, "/usb/1-3"};
   Microphone other{{DeviceKind::kAudio, "b", "Headset"}, "/usb/1-4"};
-  const auto system = std::make_shared<FakeSoundSystem>(std::vector<Microphone>{own, other});
+  const auto system = std::make_shared<ListedMicrophones>(std::vector<Microphone>{own, other});
   fs::create_directories(mFolder.file("sys/class/sound/pcmC0D0c"));
   fs::create_directories(mFolder.file("sys/class/sound/pcmC1D0p"));
 
@@ -211,7 +192,7 @@ TEST_F(DiagnosisTest, LooksAtTheSoundServerAndElseAtTheDrivers) {
   EXPECT_TRUE(says(Mark::kOk, "\"Camera's\", which is built into \"Desk Camera\"")) << all();
   EXPECT_TRUE(says(Mark::kOk, "\"Headset\".")) << all();
 
-  lookAtSound({nullptr, std::make_shared<FakeSoundSystem>(std::vector<Microphone>())});
+  lookAtSound({nullptr, std::make_shared<ListedMicrophones>(std::vector<Microphone>())});
   EXPECT_EQ(problems(), 1U) << all();
   EXPECT_TRUE(says(Mark::kProblem, "pcmC0D0c is not there")) << all();
   EXPECT_TRUE(says(Mark::kNote, "no sound server")) << all();

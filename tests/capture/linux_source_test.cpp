@@ -1,35 +1,14 @@
 #include <gtest/gtest.h>
 
 #include "capture/linux/linux_source.h"
-#include "capture/vci.h"
+#include "tests/capture/listed_microphones.h"
 #include "tests/support/fake_v4l2.h"
 
 namespace vesk::capture {
 namespace {
 
+using test::ListedMicrophones;
 using test::usbNode;
-
-/// Microphones that are only listed.
-class ListedMicrophones : public SoundSystem {
- public:
-  explicit ListedMicrophones(std::vector<Microphone> microphones) : mMicrophones(std::move(microphones)) {}
-
-  std::vector<Microphone> microphones() override { return mMicrophones; }
-  std::vector<WaveFormat> formats(const std::string&) override { return {}; }
-  std::unique_ptr<SoundStream> record(const std::string&, const WaveFormat&, std::shared_ptr<SoundSink>, int32_t&,
-                                      std::string&) override {
-    return nullptr;
-  }
-  bool canShare() const override { return true; }
-  int32_t getVolume(const std::string&, uint32_t&) override { return kVCIFailed; }
-  int32_t setVolume(const std::string&, uint8_t) override { return kVCIFailed; }
-  int32_t getMute(const std::string&, bool&) override { return kVCIFailed; }
-  int32_t setMute(const std::string&, bool) override { return kVCIFailed; }
-  void setChangeHandler(std::function<void()>) override {}
-
- private:
-  const std::vector<Microphone> mMicrophones;
-};
 
 Microphone microphone(const std::string& path, const std::string& usbParent) {
   return {{DeviceKind::kAudio, path, path}, usbParent};

@@ -186,6 +186,9 @@ TEST_F(Motion, RelativeMotionIsForHeadsWithoutPositions) {
 
   answers[{capture::kCameraControlSet, 13}] = Bytes(8, 0);
   EXPECT_FALSE(device->isPTZRelativeSupported());
+  EXPECT_FALSE(device->isNudgeSupported());
+  camera->propertyItems[capture::kCameraControlSet] = {capture::kPanTilt, capture::kRelativePanTilt};
+  EXPECT_TRUE(device->isNudgeSupported());
   answers.clear();
   camera->propertyItems[capture::kRelativeMotionSet] = {2};
   EXPECT_FALSE(device->isPTZRelativeSupported());

@@ -129,8 +129,8 @@ class KeptControls(HotplugTest):
         running.next(event="waiting", kind="camera")
         settings = len(json.loads((self.folder / "kept.json").read_text())["controls"])
         for _ in range(2):
-            running.command(f"out {PLAIN}", f"in {PLAIN}")  # whose settings they are not
-            running.command(f"in {CAMERA}")
+            # Close together, as from a hub: the camera, and another whose settings they are not.
+            running.command(f"out {PLAIN}", f"in {CAMERA}", f"in {PLAIN}")
             applied = running.next(event="applied", path=CAMERA, notApplied=[])["applied"]
             self.assertGreaterEqual(len(applied), settings - 2)  # what an automatic mode rules is left to it
             self.assertLess(applied.index("autoExposure"), applied.index("exposure"))

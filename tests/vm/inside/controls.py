@@ -40,6 +40,11 @@ def set_one_by_one():
 
 
 @step
+def nudged():
+    return [sent(lambda: vesk("nudge", *arguments)) for arguments in (("left",), ("down", "--times", "2"), ("reset",))]
+
+
+@step
 def saved_reset_loaded():
     saved = vesk("controls", "save", "/tmp/kept.json")
     before = values()
