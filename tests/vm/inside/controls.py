@@ -40,11 +40,6 @@ def set_one_by_one():
 
 
 @step
-def nudged():
-    return [sent(lambda: vesk("nudge", *arguments)) for arguments in (("left",), ("down", "--times", "2"), ("reset",))]
-
-
-@step
 def saved_reset_loaded():
     saved = vesk("controls", "save", "/tmp/kept.json")
     before = values()
@@ -52,6 +47,11 @@ def saved_reset_loaded():
     initial = values()
     loaded = vesk("controls", "load", "/tmp/kept.json")
     return {"answers": [saved, reset, loaded], "before": before, "initial": initial, "after": values()}
+
+
+@step
+def nudged():
+    return [sent(lambda: vesk("nudge", *arguments)) for arguments in (("left",), ("down", "--times", "2"), ("reset",))]
 
 
 @step
