@@ -247,7 +247,7 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   /// Whether the head is to be moved by nudges: it takes relative moves, and no position.
   bool isPTZRelativeSupported() const;
   /// Whether nudges move the head at all, of a camera that takes positions too: then it has the relative
-  /// pan and tilt of UVC 1.1 (4.2.2.1.15).
+  /// pan and tilt of UVC 1.1 (CT_PANTILT_RELATIVE_CONTROL). False when it cannot be asked.
   bool isNudgeSupported() const;
 
   // What the camera says of itself; none when it does not.

@@ -254,9 +254,9 @@ TEST(SoundDeliveryTest, TellsWhenNoSoundComesAndWhenItComesAgain) {
   const std::vector<uint8_t> silence(320);
   delivery->begin();
   size_t count = lines.waitFor(2).size();
-  EXPECT_THAT(lines.items(), Each(HasSubstr("The microphone \"Mike\" has sent no sound for 0 s. See that")));
+  EXPECT_THAT(lines.items(), Each(HasSubstr("The microphone \"Mike\" has sent no sound for ")));
   delivery->sound(silence, 0);
-  const auto comesAgain = Contains(HasSubstr("sends sound again, after 0 s"));
+  const auto comesAgain = Contains(HasSubstr("sends sound again, after "));
   while (!testing::Matches(comesAgain)(lines.items())) lines.waitFor(++count);
   delivery->ended();
   EXPECT_THAT(lines.items(), Contains(HasSubstr("no more sound comes from it")));
