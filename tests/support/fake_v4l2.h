@@ -129,6 +129,11 @@ class FakeV4L2 : public capture::V4L2Calls {
     MutexLock lock(mMutex);
     return mNodes[name].queued.size();
   }
+  /// How often the node has been set running.
+  size_t startsOf(const std::string& name) VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    return mNodes[name].starts;
+  }
   /// Whether `memory` lies in a buffer of the driver's.
   bool isDriverMemory(const std::string& name, const uint8_t* memory) VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
@@ -223,6 +228,7 @@ class FakeV4L2 : public capture::V4L2Calls {
     bool isStreaming = false;
     int streamer = -1;  // who has the buffers
     uint32_t sequence = 0;
+    size_t starts = 0;
     std::vector<BufferPtr> buffers;
     std::deque<uint32_t> queued;
     std::deque<v4l2_buffer> done;
@@ -305,6 +311,7 @@ class FakeV4L2 : public capture::V4L2Calls {
         if (node.streamer != descriptor) return -EBUSY;
         node.isStreaming = true;
         node.sequence = 0;
+        ++node.starts;
         return 0;
       case VIDIOC_STREAMOFF:
         if (isOthers) return -EBUSY;
