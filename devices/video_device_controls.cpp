@@ -87,10 +87,13 @@ int32_t VeskVideoDevice::setProperty(const capture::PropertySetIdentifier& set, 
   return VCI_Set_Property(mHandle, &record, &number, value.data(), &size, 0, 0);
 }
 
-std::optional<int64_t> VeskVideoDevice::readControl(const CameraControl& control, ControlRequest request) const {
+std::optional<int64_t> VeskVideoDevice::readControl(const CameraControl& control, ControlRequest request,
+                                                    int32_t* status) const {
   uint8_t bytes[kLargestValue];
   const std::span value(bytes, control.size);
-  if (getProperty(request, control.set, control.number, value) != kVCISuccess) return std::nullopt;
+  const int32_t answer = getProperty(request, control.set, control.number, value);
+  if (status) *status = answer;
+  if (answer != kVCISuccess) return std::nullopt;
   return numberOf(control.type, value.subspan(isSecond(control) ? widthOf(control.type) : 0));
 }
 

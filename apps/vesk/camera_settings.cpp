@@ -1,6 +1,7 @@
 #include "apps/vesk/camera_settings.h"
 
 #include <fmt/core.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -23,14 +24,16 @@ void applyOne(VeskVideoDevice& camera, const std::map<std::string, int64_t>& val
               const CameraControl* control, int64_t value, Outcome& outcome) {
   const auto refuse = [&](const std::string& reason) { outcome.refused.emplace_back(name, reason); };
   if (!control || control->isMomentary()) return refuse("there is no such setting");
-  const auto state = stateOf(camera, *control);
-  if (!state) return refuse("the camera does not have it");
+  int32_t status = kVCISuccess;
+  const auto state = stateOf(camera, *control, &status);
+  if (!state) return refuse(status == kVCIFailed ? "the camera does not answer" : "the camera does not have it");
   if (!state->takes(value)) return refuse(fmt::format("{} is out of its range, {}", value, rangeText(*state)));
   if (state->isAutomatic.value_or(false)) {
     const auto mode = values.find(std::string(cameraControl(*control->automatic).name));
     if (mode != values.end() && mode->second != 0) return;
   }
-  if (const int32_t status = camera.writeControl(*control, value)) return refuse(reasonOf(status, *state));
+  status = camera.writeControl(*control, value);
+  if (status != kVCISuccess) return refuse(reasonOf(status, *state));
   outcome.applied.push_back(name);
 }
 
@@ -55,8 +58,8 @@ std::shared_ptr<VeskVideoDevice> cameraOf(const ControlSettings& settings) {
 
 }  // namespace
 
-std::optional<ControlState> stateOf(const VeskVideoDevice& camera, const CameraControl& control) {
-  const auto current = camera.readControl(control, ControlRequest::kCurrent);
+std::optional<ControlState> stateOf(const VeskVideoDevice& camera, const CameraControl& control, int32_t* status) {
+  const auto current = camera.readControl(control, ControlRequest::kCurrent, status);
   if (!current) return std::nullopt;
   ControlState state{control, {}, {}, *current, camera.readControl(control, ControlRequest::kDefault), {}};
   if (!control.isSwitch()) {
@@ -78,9 +81,23 @@ std::optional<ControlState> stateOf(const VeskVideoDevice& camera, const CameraC
 
 std::vector<ControlState> statesOf(const VeskVideoDevice& camera) {
   std::vector<ControlState> states;
-  for (const CameraControl& control : cameraControls())
-    if (auto state = stateOf(camera, control)) states.push_back(*state);
+  std::vector<std::string_view> silent;
+  for (const CameraControl& control : cameraControls()) {
+    int32_t status = kVCISuccess;
+    if (auto state = stateOf(camera, control, &status))
+      states.push_back(*state);
+    else if (status == kVCIFailed)
+      silent.push_back(control.name);
+  }
+  if (silent.empty()) return states;
+  const std::string name = nameOf(*camera.deviceInfo());
+  if (states.empty()) throw noAnswer(name);
+  fmt::print(stderr, "vesk: \"{}\" did not answer when asked for {}.\n", name, fmt::join(silent, ", "));
   return states;
+}
+
+Failure noAnswer(const std::string& name) {
+  return {kFailed, fmt::format("\"{}\" does not answer when asked for its controls.", name), "Plug it in again."};
 }
 
 std::string rangeText(const ControlState& state) {

@@ -29,7 +29,9 @@ const CameraControl& controlNamed(const std::string& name) {
 }
 
 ControlState requiredState(const VeskVideoDevice& camera, const CameraControl& control) {
-  if (auto state = stateOf(camera, control)) return *state;
+  int32_t status = kVCISuccess;
+  if (auto state = stateOf(camera, control, &status)) return *state;
+  if (status == kVCIFailed) throw noAnswer(nameOf(*camera.deviceInfo()));
   throw Failure(kFailed, fmt::format("\"{}\" has no {}.", nameOf(*camera.deviceInfo()), control.name),
                 "\"vesk controls list\" shows what it has.");
 }

@@ -25,7 +25,7 @@ std::atomic<bool> gProgressOnScreen{false};
 bool gVerbose = false;
 
 /// Lines that tell of an ordinary course of things.
-constexpr std::array<std::string_view, 11> kRoutine = {"Starting writing [",
+constexpr std::array<std::string_view, 12> kRoutine = {"Starting writing [",
                                                        "Finished writing [",
                                                        "Dealloc AVDevice ",
                                                        "Samples are being discarded!!!",
@@ -35,7 +35,8 @@ constexpr std::array<std::string_view, 11> kRoutine = {"Starting writing [",
                                                        "resetPanTiltRel Result 0",
                                                        "IsRunning ",
                                                        "Accepts First ",
-                                                       "("};  // the last: a meter's inputs
+                                                       "The camera at ",  // commands say who does not answer
+                                                       "("};              // a meter's inputs
 
 bool isRoutine(std::string_view line) {
   for (const std::string_view start : kRoutine)

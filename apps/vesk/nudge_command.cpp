@@ -2,9 +2,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include "apps/vesk/camera_settings.h"
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
+#include "capture/vci.h"
 #include "devices/video_device.h"
 
 namespace vesk::program {
@@ -24,6 +26,9 @@ std::shared_ptr<VeskVideoDevice> chooseHead(const std::string& text) {
   std::shared_ptr<VeskVideoDevice> camera = chooseCamera(text);
   openDevice(*camera);
   if (camera->isNudgeSupported()) return camera;
+  int32_t status = kVCISuccess;
+  stateOf(*camera, cameraControl(ControlID::kRelativePan), &status);
+  if (status == kVCIFailed) throw noAnswer(nameOf(*camera->deviceInfo()));
   const Failure failure(kFailed, fmt::format("\"{}\" has no head that can be nudged.", nameOf(*camera->deviceInfo())),
                         camera->getPanCur() ? "Its head is sent to positions: vesk controls set pan 36000."
                                             : "Name a camera that has one with --camera.");

@@ -117,7 +117,7 @@ bool standsIn(const OpenNode& node) {
   v4l2_querymenu item{};
   item.id = V4L2_CID_EXPOSURE_AUTO;
   item.index = V4L2_EXPOSURE_APERTURE_PRIORITY;
-  return node.ioctl(VIDIOC_QUERYMENU, &item) < 0;
+  return node.ask(VIDIOC_QUERYMENU, &item) < 0;
 }
 
 size_t sizeOf(const PropertyRow& row) {
@@ -169,7 +169,7 @@ struct ControlProperties::Found {
       if (row->controls[i] == 0) continue;
       v4l2_query_ext_ctrl control{};
       control.id = row->controls[i];
-      const int answer = node->ioctl(VIDIOC_QUERY_EXT_CTRL, &control);
+      const int answer = node->ask(VIDIOC_QUERY_EXT_CTRL, &control);
       if (answer == 0 && (control.flags & V4L2_CTRL_FLAG_DISABLED) == 0) {
         controls[i] = control;
         error = 0;
@@ -271,7 +271,7 @@ struct ControlProperties::Found {
     list.which = V4L2_CTRL_WHICH_CUR_VAL;
     list.count = static_cast<uint32_t>(settings.size());
     list.controls = settings.data();
-    return node->ioctl(request, &list);
+    return node->ask(request, &list);
   }
 
   uint8_t modeOf(int64_t choice) const {

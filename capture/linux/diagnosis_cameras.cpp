@@ -156,13 +156,15 @@ class CameraCheck {
   void checkCamera(const CameraRecord& record) {
     std::vector<CameraMode> modes;
     std::string nodes;
+    bool hasAnswered = true;
     for (const std::string& name : record.nodes) {
       int error = 0;
       const auto node = OpenNode::open(mCalls, name, error);
       if (!node) continue;  // said before
       nodes.append(nodes.empty() ? "" : ", ").append(name);
       addModes(*mCalls, node->descriptor(), 0, modes);
-      checkUse(record.description.name, name, *node);
+      const bool isFree = checkUse(record.description.name, name, *node);
+      hasAnswered = hasAnswered && (!isFree || doesAnswer(*node, modes));
     }
     if (nodes.empty()) return;
     const std::string who = quoted(record.description.name) + " at " + nodes;
@@ -170,7 +172,22 @@ class CameraCheck {
     if (formats.empty())
       return mFindings.problem(kCamera, who + " offers no format that is understood here.",
                                "See \"v4l2-ctl --list-formats\" for what it offers.");
+    if (!hasAnswered)
+      return mFindings.problem(kCamera, who + " does not answer when asked for a picture format.",
+                               "Plug it in again; if that does not help, try another port or cable.");
     mFindings.ok(kCamera, who + ": " + describe(formats) + ".");
+  }
+
+  /// The kernel knows formats by heart, but asks the camera whether it would take one. Nothing is changed.
+  static bool doesAnswer(const OpenNode& node, const std::vector<CameraMode>& modes) {
+    if (modes.empty()) return true;
+    v4l2_format form{};
+    form.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    form.fmt.pix.width = static_cast<uint32_t>(modes.front().width);
+    form.fmt.pix.height = static_cast<uint32_t>(modes.front().height);
+    form.fmt.pix.pixelformat = modes.front().format->fourcc;
+    const int answer = node.ioctl(VIDIOC_TRY_FMT, &form);
+    return answer != -ETIMEDOUT && answer != -EIO && answer != -EPROTO;
   }
 
   /// "H.264 up to 1920x1080, Motion JPEG up to …", and where H.264 comes from.
@@ -195,8 +212,8 @@ class CameraCheck {
     return text + (mHasEncoder ? "; H.264 is encoded here" : "; no H.264");
   }
 
-  /// Asking for no buffers changes nothing, and is refused while others have some.
-  void checkUse(const std::string& camera, const std::string& name, const OpenNode& node) {
+  /// Asking for no buffers changes nothing, and is refused while others have some. @return whether none has
+  bool checkUse(const std::string& camera, const std::string& name, const OpenNode& node) {
     v4l2_requestbuffers none{};
     none.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     none.memory = V4L2_MEMORY_MMAP;
@@ -208,6 +225,7 @@ class CameraCheck {
           holders.programs.empty() ? "Close that program; \"sudo vesk doctor\" can name it." : "Close that program.");
     else if (!holders.programs.empty())
       mFindings.note(kCamera, holderText(holders) + " has " + name + " open, and is not using it now.");
+    return !isBusy;
   }
 
   void checkBuses(const std::vector<DiagnosedCamera>& cameras) {

@@ -62,7 +62,7 @@ std::vector<uint8_t> contentOf(const std::string& path) {
 int query(const OpenNode& node, uint8_t unit, uint32_t selector, uint8_t request, std::span<uint8_t> value) {
   uvc_xu_control_query query{unit, static_cast<uint8_t>(selector), request, static_cast<uint16_t>(value.size()),
                              value.data()};
-  return node.ioctl(UVCIOC_CTRL_QUERY, &query);
+  return node.ask(UVCIOC_CTRL_QUERY, &query);
 }
 
 int askLength(const OpenNode& node, uint8_t unit, uint32_t selector, uint32_t& length) {

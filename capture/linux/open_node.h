@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
@@ -8,7 +10,7 @@
 
 namespace vesk::capture {
 
-/// An open video node, closed with its last user.
+/// An open video node, closed with its last user. Every operation from any thread.
 class OpenNode {
  public:
   /// Null when it cannot be opened; `error` is then the errno value.
@@ -28,11 +30,19 @@ class OpenNode {
   V4L2Calls& calls() const { return *mCalls; }
   int descriptor() const { return mDescriptor; }
   int ioctl(unsigned long request, void* argument) const { return mCalls->ioctl(mDescriptor, request, argument); }
+  /// A call about a control, which the camera itself may have to answer. The kernel waits seconds for one
+  /// that hangs, for each of its controls anew; so after a second call in vain it is left alone for a
+  /// while: the log says so, and calls are answered with ETIMEDOUT at once.
+  int ask(unsigned long request, void* argument) const;
 
  private:
   const std::shared_ptr<V4L2Calls> mCalls;
   const std::string mName;
   const int mDescriptor;
+  // Microseconds of the monotonic clock.
+  mutable std::atomic<int64_t> mSilentAt = 0;  ///< when it last did not answer; 0: it always did
+  mutable std::atomic<int64_t> mLeftAloneUntil = 0;
+  mutable std::atomic<bool> mHasSaid = false;
 };
 
 }  // namespace vesk::capture

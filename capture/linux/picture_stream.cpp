@@ -44,7 +44,7 @@ v4l2_buffer emptyBuffer(uint32_t index = 0) {
 /// Settings that not every camera has: one that lacks them is as good.
 void setIfThere(const OpenNode& node, uint32_t control, int32_t value) {
   v4l2_control setting{control, value};
-  node.ioctl(VIDIOC_S_CTRL, &setting);
+  node.ask(VIDIOC_S_CTRL, &setting);
 }
 
 std::string whyNot(const std::string& name, const std::string& node, int error) {
@@ -56,6 +56,7 @@ std::string whyNot(const std::string& name, const std::string& node, int error) 
       return begin + "the USB bus has no room left. Choose a smaller size or MJPEG, or another port.";
     case EPROTO:
     case EIO:
+    case ETIMEDOUT:
       return begin + "it does not answer as it should. Plug it in again.";
     default:
       return begin + std::strerror(error) + ".";
@@ -232,13 +233,13 @@ void PictureStream::count(uint64_t StreamCounts::*counter, uint64_t by) {
 void PictureStream::run() {
   pthread_setname_np(pthread_self(), "vesk camera");
   tCurrent = this;
-  mLastPictureAt = monotonicMicroseconds();
+  mLastPictureAt = mNode->calls().now();
   mDueAt = mLastPictureAt + mPatience;
   while (true) {
     waitForPicture();
     const bool isWell = mIsStopping || takeWaiting();
     if (!mIsStopping) deliverWaiting();
-    mIsOverdue = mIsOverdue || monotonicMicroseconds() >= mDueAt;  // as with nothing but damaged ones
+    mIsOverdue = mIsOverdue || mNode->calls().now() >= mDueAt;  // as with nothing but damaged ones
     if (mIsStopping || ((!isWell || mIsOverdue) && !recover())) break;
   }
   tCurrent = nullptr;
@@ -256,7 +257,7 @@ void PictureStream::setFinished(bool isFinished) {
 /// Waits for a picture, the end, or until it is time to do something about there being none.
 void PictureStream::waitForPicture() {
   pollfd descriptors[] = {{mWake, POLLIN, 0}, {mNode->descriptor(), POLLIN, 0}};
-  const int64_t left = std::max<int64_t>(mDueAt - monotonicMicroseconds(), 0);
+  const int64_t left = std::max<int64_t>(mDueAt - mNode->calls().now(), 0);
   const auto milliseconds = static_cast<int>((left + 999) / 1000);
   const int ready = mNode->calls().poll(std::span(descriptors).first(mIsDown ? 1 : 2), milliseconds);
   mIsBroken = ready < 0 || (descriptors[1].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0;
@@ -336,7 +337,7 @@ bool PictureStream::isAttached() const {
 
 /// A whole picture has come.
 void PictureStream::thrive() {
-  const int64_t now = monotonicMicroseconds();
+  const int64_t now = mNode->calls().now();
   if (mTroubles > 1)
     NSLog("The camera \"" + mName + "\" sends pictures again, after " +
           std::to_string((now - mLastPictureAt) / kMicroseconds) + " s.");
@@ -350,7 +351,7 @@ void PictureStream::thrive() {
 /// hang, go on when they are started anew. @return false when the camera has gone
 bool PictureStream::recover() {
   if (!isAttached()) return false;  // told by the hot-plug handler
-  const int64_t now = monotonicMicroseconds();
+  const int64_t now = mNode->calls().now();
   const std::string waited = std::to_string((now - mLastPictureAt) / kMicroseconds) + " s";
   const bool isHopeful = mTroubles++ == 0;
   if (isHopeful && mIsOverdue)

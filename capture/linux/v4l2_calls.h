@@ -8,6 +8,8 @@
 #include <span>
 #include <string>
 
+#include "capture/monotonic_clock.h"
+
 namespace vesk::capture {
 
 /// The system calls that cameras are used through, so that tests can put a kernel of their own below
@@ -32,6 +34,8 @@ class V4L2Calls {
   /// Waits for one of `descriptors`, at most `timeout` milliseconds. @return how many have something;
   /// 0 when the time is over
   virtual int poll(std::span<pollfd> descriptors, int timeout) = 0;
+  /// The monotonic clock in microseconds, for how long something has taken.
+  virtual int64_t now() { return monotonicMicroseconds(); }
 };
 
 }  // namespace vesk::capture

@@ -61,7 +61,7 @@ class AtomWriter {
     mOut.resize(at + count * sizeof(uint32_t));
     for (uint8_t* to = mOut.data() + at; count > 0; --count, to += sizeof(uint32_t)) writeBigEndian32(to, next());
   }
-  void zeros(size_t count) { mOut.insert(mOut.end(), count, 0); }
+  void zeros(size_t count) { mOut.resize(mOut.size() + count); }
   /// The number of `elements`, each of which takes `each` bytes.
   template <class T>
   void count(const std::vector<T>& elements, size_t each) {

@@ -159,6 +159,17 @@ TEST_F(DiagnosisTest, TellsWhoUsesACamera) {
   EXPECT_TRUE(says(Mark::kProblem, "is busy: another program (viewer, pid 42) is using")) << all();
 }
 
+TEST_F(DiagnosisTest, AsksFreeCamerasWhetherTheyAnswer) {
+  addNode(0, "", camera("Desk Camera"));
+  mCalls.failNext(nodeFile(0), VIDIOC_TRY_FMT, ETIMEDOUT);
+  mCalls.failNext(nodeFile(0), VIDIOC_REQBUFS, EBUSY);
+  lookAtCameras();
+  EXPECT_FALSE(says(Mark::kProblem, "does not answer")) << "it might disturb the one that uses it";
+  lookAtCameras();
+  EXPECT_EQ(problems(), 1U) << all();
+  EXPECT_TRUE(says(Mark::kProblem, "does not answer when asked for a picture format. Plug it in again")) << all();
+}
+
 TEST_F(DiagnosisTest, LooksAtTheBusesAndAtCamerasWithoutDriver) {
   addUsbDevice("1-1", "480");
   addUsbDevice("1-2", "480");

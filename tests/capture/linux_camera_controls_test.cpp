@@ -7,6 +7,7 @@
 #include "capture/linux/linux_cameras.h"
 #include "capture/vci.h"
 #include "platform/foundation/log.h"
+#include "tests/capture/recorder.h"
 #include "tests/support/fake_v4l2.h"
 #include "tests/support/temporary_folder.h"
 
@@ -225,7 +226,7 @@ TEST_F(LinuxCameraControls, TellWhatADriversErrorMeans) {
                            {VIDIOC_S_EXT_CTRLS, EPROTO, kVCIFailed},
                            {VIDIOC_S_EXT_CTRLS, EPIPE, kVCIFailed},
                            {VIDIOC_G_EXT_CTRLS, EPIPE, kVCIFailed},
-                           {VIDIOC_G_EXT_CTRLS, ETIMEDOUT, kVCIFailed},
+                           {VIDIOC_G_EXT_CTRLS, ETIMEDOUT, kVCIFailed},  // once
                            // A camera that fails to answer is not one that lacks the control.
                            {VIDIOC_QUERY_EXT_CTRL, EIO, kVCIFailed},
                            {VIDIOC_QUERY_EXT_CTRL, ENOTTY, kVCIPropertyNotSupported}};
@@ -244,6 +245,37 @@ TEST_F(LinuxCameraControls, TellWhatADriversErrorMeans) {
   EXPECT_EQ(set(kCameraControlSet, kPanTilt, Bytes(8)), kVCIFailed);
   EXPECT_EQ(getStatus(kVendorSet, 1), kVCIFailed);
   EXPECT_TRUE(mCamera->propertyItems(kImageControlSet).empty());
+}
+
+TEST_F(LinuxCameraControls, AreNotAskedAgainForAWhileOfACameraThatHangs) {
+  constexpr int64_t kSeconds = 1'000'000;
+  test::Recorder<std::string> log;
+  setLogSink([&](std::string_view line) { log.add(std::string(line)); });
+  const auto statusOfOneThatHangs = [this] {
+    mCalls->failNext(kFirst, VIDIOC_G_EXT_CTRLS, ETIMEDOUT);
+    return getStatus(kImageControlSet, kBrightness);
+  };
+  EXPECT_EQ(statusOfOneThatHangs(), kVCIFailed);
+  EXPECT_EQ(getStatus(kImageControlSet, kBrightness), kVCISuccess) << "one may come from a busy moment";
+  mCalls->pass(31 * kSeconds);
+  EXPECT_EQ(statusOfOneThatHangs(), kVCIFailed);
+  EXPECT_EQ(getStatus(kImageControlSet, kBrightness), kVCISuccess) << "as may one of long after";
+  EXPECT_TRUE(log.items().empty());
+  EXPECT_EQ(statusOfOneThatHangs(), kVCIFailed);
+  EXPECT_EQ(log.items().size(), 1u);
+  EXPECT_EQ(statusOfOneThatHangs(), kVCIFailed);
+  EXPECT_EQ(set(kImageControlSet, kBrightness, {1, 0}), kVCIFailed);
+  EXPECT_EQ(getStatus(kVendorSet, 1), kVCIFailed);
+  EXPECT_FALSE(mCalls->isCalm(kFirst)) << "the camera was not asked";
+  EXPECT_TRUE(controls(kFirst).settings.empty());
+  EXPECT_EQ(getStatus(kCameraControlSet, kFocus), kVCISuccess) << "its other node answers";
+  mCalls->pass(10 * kSeconds);
+  EXPECT_EQ(getStatus(kImageControlSet, kBrightness), kVCIFailed) << "asked again, it still hangs";
+  EXPECT_TRUE(mCalls->isCalm(kFirst));
+  mCalls->pass(10 * kSeconds);
+  EXPECT_EQ(getStatus(kImageControlSet, kBrightness), kVCISuccess);
+  EXPECT_EQ(log.items().size(), 1u);
+  setLogSink({});
 }
 
 TEST_F(LinuxCameraControls, HeadsTurnByTheirOwnSpeedOrStep) {

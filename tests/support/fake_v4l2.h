@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <deque>
@@ -79,6 +80,8 @@ class FakeV4L2 : public capture::V4L2Calls {
     MutexLock lock(mMutex);
     mNodes[name].failures.emplace_back(request, error);
   }
+  /// Lets so many microseconds go by: without that, no time does.
+  void pass(int64_t microseconds) { mNow += microseconds; }
   /// Whoever waits now has waited for as long as was asked; returns when that has been noticed.
   void expire() {
     eventfd_write(mExpiry, 1);
@@ -194,7 +197,8 @@ class FakeV4L2 : public capture::V4L2Calls {
     MutexLock lock(mMutex);
     mMapped.erase(memory);
   }
-  /// Without a clock: the time is over when a test says so.
+  int64_t now() override { return mNow; }
+  /// The time is over when a test says so.
   int poll(std::span<pollfd> descriptors, int) override {
     std::vector<pollfd> all(descriptors.begin(), descriptors.end());
     all.push_back({mExpiry, POLLIN, 0});
@@ -389,6 +393,7 @@ class FakeV4L2 : public capture::V4L2Calls {
     return 0;
   }
 
+  std::atomic<int64_t> mNow = capture::monotonicMicroseconds();
   const int mExpiry = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   Mutex mMutex;
   std::map<std::string, State> mNodes VESK_GUARDED_BY(mMutex);

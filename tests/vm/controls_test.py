@@ -91,3 +91,15 @@ class Controls(MachineTest):
         before, after = self.result("through_the_interface")["brightness"]
         self.assertNotEqual(before, after)
         self.assertEqual(after, [0, "2100"])
+
+    def test_says_that_a_camera_hangs_and_keeps_its_settings(self):
+        found = self.result("hung")
+        controls = "does not answer when asked for its controls. Plug it in again."
+        for name, status, words in (("list", 1, controls), ("save", 1, controls), ("nudge", 1, controls),
+                                    ("record", 4, "it does not answer as it should. Plug it in again."),
+                                    ("doctor", 1, "does not answer when asked for a picture format.")):
+            with self.subTest(name):
+                self.assertEqual(found[name]["status"], status, found[name])
+                self.assertEqual(" ".join((found[name]["out"] + found[name]["err"]).split()).count(words), 1, found[name])
+        self.assertTrue(found["kept"])
+        self.assertEqual(found["later"], 0)

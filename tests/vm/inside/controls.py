@@ -1,7 +1,7 @@
 """Controls and extension units, down to the bytes that the camera was sent."""
-import json
+import pathlib
 
-from guest import OUT, Camera, Running, camera_log, nodes, plug, record, step, tool, unplug, vesk, vesk_json
+from guest import Camera, Running, camera_log, nodes, plug, record, step, tell_camera, tool, unplug, vesk, vesk_json
 
 RAW = ("--format", "2vuy:640x480", "--no-audio")
 IMAGE = bytes.fromhex("B4A4D54F45FD48908CC83B4D807EB23A")
@@ -93,3 +93,20 @@ def through_the_interface():
     brightness.append(camera.property(IMAGE, 2))
     camera.close()
     return {"read": read, "unknown": unknown, "set": first, "asked": asked, "refused": refused, "brightness": brightness}
+
+
+@step
+def hung():
+    """A camera that no longer answers, whose settings were saved while it did."""
+    unplug()  # what the kernel knows by heart goes with it
+    plug()
+    vesk("controls", "save", "/tmp/kept.json")
+    saved = pathlib.Path("/tmp/kept.json").read_text()
+    unplug()
+    plug()
+    tell_camera("mute on")
+    answers = {name: vesk(*arguments, patience=120) for name, arguments in (
+        ("list", ("controls",)), ("save", ("controls", "save", "/tmp/kept.json")),
+        ("nudge", ("nudge", "left")), ("info", ("info",)), ("record", ("record", "/tmp/hung.mov", *RAW, "--duration", "1")), ("doctor", ("doctor",)))}
+    tell_camera("mute off")
+    return {**answers, "kept": pathlib.Path("/tmp/kept.json").read_text() == saved, "later": vesk("controls")["status"]}
