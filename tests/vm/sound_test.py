@@ -43,10 +43,11 @@ class Sound(MachineTest):
         self.assertLess(max(map(abs, offsets)), MOST_OFFSET, (offsets, flashes, beeps))
 
     def skip_if_starved(self, answer):
-        """The emulated microphone falls behind on a host that is busy: then there is nothing to compare."""
+        """On a host that is busy the emulated microphone sends its sound late, and then leaves some out: by its own
+        account, or by what was missing. Then there is nothing to compare."""
         sound = answer["movies"][0]["sound"]
-        if sound["silence"] > sound["packets"] // 10:
-            self.skipTest(f"the host is too busy: {sound['silence']} packets of silence, {sound['packets']} of sound")
+        if answer["late"] or sound["silence"] > sound["packets"] // 10:
+            self.skipTest(f"the host is too busy: {answer['late']}, {sound['silence']} packets of silence, {sound['packets']} of sound")
 
     def assert_picture_and_sound(self, answer, name):
         self.assertEqual(answer["status"], 0)
@@ -95,7 +96,9 @@ class Sound(MachineTest):
             self.assertAlmostEqual(asked, found, delta=6)  # the microphone has 48 steps
         self.assertTrue(any("selector=1" in line and "data=01" in line for line in settings["asked"]), settings["asked"])
         volumes = [line.split("data=")[1] for line in settings["asked"] if "selector=2" in line]
-        self.assertEqual((volumes[0], volumes[-1]), ("00 D0", "00 00"))
+        # The kernel sends the old value once more when it wakes the camera for the first.
+        self.assertIn("00 D0", volumes[:2])
+        self.assertEqual(volumes[-1], "00 00")
 
     def test_works_with_a_sound_server(self):
         served = self.result("served")

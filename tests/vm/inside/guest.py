@@ -139,6 +139,7 @@ def record(name, *arguments, pictures=30, before=lambda running: None, meanwhile
     """Records at least so many pictures into $VM_OUT/NAME.mov, and after half of them does what else is to happen.
     That answers True when the recording then ends by itself."""
     folder = pathlib.Path(tempfile.mkdtemp())
+    logged = len(camera_log())
     running = Running("--json", "record", folder / f"{name}.mov", *arguments)
     before(running)
     running.wait_for_pictures(pictures // 2)
@@ -149,6 +150,7 @@ def record(name, *arguments, pictures=30, before=lambda running: None, meanwhile
     for movie in folder.glob("*.mov"):
         shutil.copy(movie, OUT / movie.name)
     shutil.rmtree(folder)
+    answer["late"] = [line for line in camera_log()[logged:] if line.startswith("LATE")]
     answer["json"] = [json.loads(line) for line in answer["out"].splitlines()]
     answer["movies"] = [{**one, "file": pathlib.Path(one["file"]).name} for one in answer["json"] if "video" in one]
     return answer
@@ -179,8 +181,9 @@ def plug(number=0, there=2):
 
 
 def camera_log(number=0):
-    """The requests that reached the emulated camera."""
-    return (OUT / f"usbcam{number}.log").read_text().splitlines()
+    """The requests that reached the emulated camera, and where its sound was late; nothing without such a camera."""
+    log = OUT / f"usbcam{number}.log"
+    return log.read_text().splitlines() if log.exists() else []
 
 
 # ---- the capture interface, for what no movie holds ----
