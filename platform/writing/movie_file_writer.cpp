@@ -130,6 +130,7 @@ bool MovieFileWriter::finish() {
     mFileSystem.remove(mPath);
   } else {
     makePlain();
+    if (isWriting() && !mFile->isLinked()) fail(ENOENT);  // gone since it was last looked for
     close();
   }
   if (isWriting()) mStatus.store(AVAssetWriterStatus::Completed, std::memory_order_release);

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
+#include <thread>
 
 #include "platform/foundation/byte_reader.h"
 #include "tests/support/memory_file_system.h"
@@ -500,11 +502,21 @@ TEST_F(MovieFileWriterTest, FailsWhenTheFolderVanishes) {
   ASSERT_TRUE(mWriter.start());
   ASSERT_TRUE(recording.recordUpTo(50));
   mFiles.removeFolder();
-  for (size_t pictures = 50; pictures < 20'000 && recording.recordUpTo(pictures); pictures += 10) {
-  }
+  // It is looked for a few times a second.
+  for (size_t pictures = 50; recording.recordUpTo(pictures); pictures += 10)
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
   EXPECT_EQ(mWriter.status(), AVAssetWriterStatus::Failed);
   EXPECT_EQ(mWriter.error().code, AVErrorFileFailedToWrite);
   EXPECT_FALSE(mWriter.finish());
+}
+
+TEST_F(MovieFileWriterTest, FailsWhenTheFolderVanishesJustBeforeTheEnd) {
+  Recording recording(mWriter, Content::kH264AndPCM);
+  ASSERT_TRUE(mWriter.start());
+  ASSERT_TRUE(recording.recordUpTo(50));
+  mFiles.removeFolder();
+  EXPECT_FALSE(mWriter.finish());
+  EXPECT_EQ(mWriter.error().code, AVErrorFileFailedToWrite);
 }
 
 TEST_F(MovieFileWriterTest, FailsWhenSyncingDoes) {
