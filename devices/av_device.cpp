@@ -38,8 +38,8 @@ void VeskAVDevice::removeDelegate(const std::shared_ptr<VeskAVDeviceDelegate>& d
   if (delegate) mDelegates->remove(delegate.get());
 }
 
-std::vector<std::shared_ptr<VeskAVDeviceDelegate>> VeskAVDevice::delegates() const {
-  return mDelegates->delegates();
+const VeskDeviceDelegates& VeskAVDevice::delegates() const {
+  return *mDelegates;
 }
 
 int32_t VeskAVDevice::openHandle(void* (*open)(const char16_t* path)) {

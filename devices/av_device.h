@@ -3,9 +3,9 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "devices/device_delegate.h"
+#include "devices/device_delegates.h"
 #include "devices/device_info.h"
 #include "devices/status.h"
 #include "platform/foundation/export.h"
@@ -37,8 +37,8 @@ class VESK_EXPORT VeskAVDevice {
   /// Removes a delegate however often it was added; nothing for null. Waits for a delivery in
   /// progress on another thread: once it has returned, the delegate receives nothing more.
   void removeDelegate(const std::shared_ptr<VeskAVDeviceDelegate>& delegate);
-  /// A copy of the list, so that it can be walked while others change it.
-  std::vector<std::shared_ptr<VeskAVDeviceDelegate>> delegates() const;
+  /// The delegates themselves, not a copy, for as long as the device is there: walk them under their lock.
+  const VeskDeviceDelegates& delegates() const;
 
   const std::shared_ptr<VeskDeviceInfo>& deviceInfo() const { return mDeviceInfo; }
   bool isCapturing() const { return mIsCapturing; }

@@ -36,65 +36,60 @@ void callDelegate(const Call& call) {
   }
 }
 
+/// The same object when it takes levels, else null.
+std::shared_ptr<VeskMicLevelDelegate> micLevelDelegate(const std::shared_ptr<VeskAVDeviceDelegate>& delegate) {
+  return std::dynamic_pointer_cast<VeskMicLevelDelegate>(delegate);
+}
+
 }  // namespace
 
 void DelegateList::add(std::shared_ptr<VeskAVDeviceDelegate> delegate) {
   if (!delegate) return;
-  auto* const micLevelDelegate = dynamic_cast<VeskMicLevelDelegate*>(delegate.get());
   const RecursiveMutexLock lock(mLock);
-  if (!mIsClosed) mEntries.push_back({std::move(delegate), micLevelDelegate});
+  if (!mIsClosed) mDelegates.push_back(std::move(delegate));
 }
 
 void DelegateList::remove(const VeskAVDeviceDelegate* delegate) {
   // The last reference may go with these: let that happen outside the lock.
-  std::vector<Entry> removed;
+  Delegates removed;
   const RecursiveMutexLock lock(mLock);
-  const auto isAnother = [delegate](const Entry& entry) { return entry.delegate.get() != delegate; };
-  const auto first = std::stable_partition(mEntries.begin(), mEntries.end(), isAnother);
-  removed.assign(std::make_move_iterator(first), std::make_move_iterator(mEntries.end()));
-  mEntries.erase(first, mEntries.end());
+  const auto isAnother = [delegate](const auto& each) { return each.get() != delegate; };
+  const auto first = std::stable_partition(mDelegates.begin(), mDelegates.end(), isAnother);
+  removed.assign(std::make_move_iterator(first), std::make_move_iterator(mDelegates.end()));
+  mDelegates.erase(first, mDelegates.end());
 }
 
 void DelegateList::close() {
-  std::vector<Entry> removed;
+  Delegates removed;
   const RecursiveMutexLock lock(mLock);
   mIsClosed = true;
-  removed.swap(mEntries);
-}
-
-std::vector<std::shared_ptr<VeskAVDeviceDelegate>> DelegateList::delegates() const {
-  std::vector<std::shared_ptr<VeskAVDeviceDelegate>> delegates;
-  const RecursiveMutexLock lock(mLock);
-  delegates.reserve(mEntries.size());
-  for (const Entry& entry : mEntries) delegates.push_back(entry.delegate);
-  return delegates;
+  removed.swap(mDelegates);
 }
 
 void DelegateList::deliver(void* frame, uint32_t length, int64_t timestamp) {
   const RecursiveMutexLock lock(mLock);
   // By index and with a reference of its own: a delegate may change the list after all.
-  for (size_t i = 0; i < mEntries.size(); ++i) {
-    const auto delegate = mEntries[i].delegate;
+  for (size_t i = 0; i < mDelegates.size(); ++i) {
+    const auto delegate = mDelegates[i];
     callDelegate([&] { delegate->didCaptureFrame(frame, length, timestamp, mInfo); });
   }
 }
 
 void DelegateList::deliverMicLevel(float level) {
   const RecursiveMutexLock lock(mLock);
-  for (size_t i = 0; i < mEntries.size(); ++i) {
-    const Entry entry = mEntries[i];
-    if (entry.micLevelDelegate) callDelegate([&] { entry.micLevelDelegate->didMicLevelEventOccured(level); });
-  }
+  for (size_t i = 0; i < mDelegates.size(); ++i)
+    if (const auto delegate = micLevelDelegate(mDelegates[i]))
+      callDelegate([&] { delegate->didMicLevelEventOccured(level); });
 }
 
 void DelegateList::queueMicLevel(float level, const std::shared_ptr<const std::atomic<bool>>& isCurrent) {
   const auto mainQueue = DispatchQueue::mainQueue();
   const RecursiveMutexLock lock(mLock);
-  for (const Entry& entry : mEntries) {
-    if (!entry.micLevelDelegate) continue;
-    mainQueue->async([entry, level, isCurrent] {
-      if (*isCurrent) callDelegate([&] { entry.micLevelDelegate->didMicLevelEventOccured(level); });
-    });
+  for (const auto& each : mDelegates) {
+    if (auto delegate = micLevelDelegate(each))
+      mainQueue->async([delegate = std::move(delegate), level, isCurrent] {
+        if (*isCurrent) callDelegate([&] { delegate->didMicLevelEventOccured(level); });
+      });
   }
 }
 

@@ -3,14 +3,12 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <vector>
 
-#include "devices/device_delegate.h"
-#include "platform/foundation/mutex.h"
+#include "devices/device_delegates.h"
 
 namespace vesk {
 
-/// The delegates of one device, and the lock under which they are called.
+/// The delegates of one device, and what changes and calls them.
 ///
 /// The capture library is given not the device but a ticket for its list (see ticketFor). A frame
 /// that comes late, while the device goes or after it, finds an empty list or none at all, and
@@ -19,7 +17,7 @@ namespace vesk {
 /// Threads: every operation from any thread. The lock is recursive and held for a whole delivery,
 /// so add and remove wait for a delivery in progress on another thread. It is the outermost of the
 /// recording's locks: a delegate may take its own inside.
-class VESK_LOCAL DelegateList {
+class VESK_LOCAL DelegateList : public VeskDeviceDelegates {
  public:
   explicit DelegateList(std::shared_ptr<VeskDeviceInfo> info) : mInfo(std::move(info)) {}
 
@@ -30,7 +28,6 @@ class VESK_LOCAL DelegateList {
   void remove(const VeskAVDeviceDelegate* delegate) VESK_EXCLUDES(mLock);
   /// Removes all delegates; those added later are dropped.
   void close() VESK_EXCLUDES(mLock);
-  std::vector<std::shared_ptr<VeskAVDeviceDelegate>> delegates() const VESK_EXCLUDES(mLock);
 
   /// Hands one frame to every delegate in order. What a delegate throws is logged.
   void deliver(void* frame, uint32_t length, int64_t timestamp) VESK_EXCLUDES(mLock);
@@ -49,15 +46,7 @@ class VESK_LOCAL DelegateList {
   static void deliver(const void* ticket, void* frame, uint32_t length, int64_t timestamp);
 
  private:
-  struct Entry {
-    std::shared_ptr<VeskAVDeviceDelegate> delegate;
-    /// The same object when it takes levels, else null.
-    VeskMicLevelDelegate* micLevelDelegate;
-  };
-
   const std::shared_ptr<VeskDeviceInfo> mInfo;
-  mutable RecursiveMutex mLock;
-  std::vector<Entry> mEntries VESK_GUARDED_BY(mLock);
   bool mIsClosed VESK_GUARDED_BY(mLock) = false;
 };
 

@@ -218,7 +218,8 @@ int32_t VeskPreviewSession::stopCapture(VeskVideoDevice& device) {
 }
 
 bool VeskPreviewSession::hasOtherReceivers(const VeskVideoDevice& device) const {
-  const auto delegates = device.delegates();
+  const auto& delegates = device.delegates();
+  const std::lock_guard lock(delegates);
   return std::any_of(delegates.begin(), delegates.end(),
                      [this](const auto& delegate) { return delegate.get() != this; });
 }

@@ -89,6 +89,31 @@ TEST_F(DelegateListTest, RemovingWaitsForADeliveryOnAnotherThread) {
   EXPECT_EQ(slow->frames, 1);
 }
 
+TEST_F(DelegateListTest, IsWalkedUnderItsLockAndKeepsDeliveriesOutMeanwhile) {
+  const auto delegate = std::make_shared<Delegate>([&] { EXPECT_EQ(list->size(), 2U) << "from inside a delivery"; });
+  const VeskDeviceDelegates& delegates = *list;
+  EXPECT_TRUE(delegates.empty());
+  list->add(delegate);
+  list->add(delegate);
+  EXPECT_EQ(delegates.size(), 2U) << "the list itself, not a copy";
+  std::promise<void> delivering;
+  std::thread frames;
+  {
+    const std::lock_guard lock(delegates);
+    const std::lock_guard again(delegates);
+    frames = std::thread([&] {
+      delivering.set_value();
+      deliver();
+    });
+    delivering.get_future().wait();
+    for (int i = 0; i < 100; ++i) std::this_thread::yield();
+    EXPECT_EQ(delegate->frames, 0);
+    for (const auto& each : delegates) EXPECT_EQ(each, delegate);
+  }
+  frames.join();
+  EXPECT_EQ(delegate->frames, 2);
+}
+
 TEST_F(DelegateListTest, SurvivesDelegatesThatChangeTheList) {
   const auto last = std::make_shared<Delegate>();
   const auto changing = std::make_shared<Delegate>();
@@ -153,7 +178,7 @@ TEST_F(DelegateListTest, TakesChangesWhileFramesArrive) {
       ++frames;
     });
     list->add(delegate);
-    EXPECT_EQ(list->delegates().size(), 1U);
+    EXPECT_EQ(list->size(), 1U);
     list->remove(delegate.get());
     isIn = false;
   }

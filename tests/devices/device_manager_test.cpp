@@ -172,6 +172,9 @@ TEST_F(DeviceManagerTest, IsMadeOnceByManyThreads) {
 TEST_F(DeviceManagerTest, ListsMayBeReadWhileEventsReplaceThem) {
   source->attachCamera("/a");
   manager();
+  // The first list is filled before anything changes: one filled between a change and its event would
+  // hold the change already, and the event nothing to tell.
+  EXPECT_EQ(manager()->getVideoDeviceList()->size(), 1U);
   std::atomic<bool> isOver = false;
   std::vector<std::thread> readers;
   readers.reserve(2);

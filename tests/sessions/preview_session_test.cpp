@@ -46,7 +46,8 @@ struct PreviewSession : RecordingTest {
   /// Runs what waits on the main queue.
   static void serve() { NSRunLoop::currentRunLoop()->runUntilDate(std::chrono::steady_clock::now()); }
   bool isDelegate() const {
-    const auto delegates = camera->delegates();
+    const auto& delegates = camera->delegates();
+    const std::lock_guard lock(delegates);
     return std::find(delegates.begin(), delegates.end(), session) != delegates.end();
   }
 
