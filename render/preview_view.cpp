@@ -2,6 +2,7 @@
 
 #include <epoxy/gl.h>
 
+#include <array>
 #include <utility>
 
 #include "platform/foundation/log.h"
@@ -22,6 +23,15 @@ constexpr uint32_t kTrackingOptions =
 constexpr NSSize kLabelPlace{10, 30};
 
 constexpr GLenum kTransformHint = 0x85B1;  // of an extension that few drivers have
+
+/// Clears with the current colour, opaque: in a surface with alpha what lies behind would show through.
+void clearOpaque() {
+  std::array<GLfloat, 4> colour{};
+  glGetFloatv(GL_COLOR_CLEAR_VALUE, colour.data());
+  glClearColor(colour[0], colour[1], colour[2], 1);
+  glClear(GL_COLOR_BUFFER_BIT);
+  glClearColor(colour[0], colour[1], colour[2], colour[3]);
+}
 
 }  // namespace
 
@@ -100,11 +110,12 @@ void VeskPreviewView::updateMatrices() {
   glMatrixMode(GL_MODELVIEW);
   glLoadIdentity();
   _lastBounds = bounds;
+  mShowsLabel = false;
   viewBoundsDidChange(bounds);
 }
 
 void VeskPreviewView::drawBlackView() {
-  if (!CGLGetCurrentContext()) return;
+  if (!isReadyToDraw()) return;
   const float width = bounds().width;
   const float height = bounds().height;
   glColor3f(0, 0, 0);
@@ -118,24 +129,33 @@ void VeskPreviewView::drawBlackView() {
 
 void VeskPreviewView::drawRect(NSRect rect) {
   if (openGLContext()) openGLContext()->makeCurrentContext();
-  if (!_context) makeContext();
+  // One that was made without a GL context (for a page) cannot draw into the window's.
+  if (!_context || (CGLGetCurrentContext() && !_context->isCurrent())) makeContext();
   const CGRect region = CGRectIntegral(rect);
   if (!NSGraphicsContext::currentContextDrawingToScreen()) {
     drawElsewhere(region);
     return;
   }
-  if (!CGLGetCurrentContext()) return;
+  if (!isReadyToDraw()) return;
   updateMatrices();
   const NSRect backing = convertRectToBacking(region);
   glScissor(static_cast<GLint>(backing.x), static_cast<GLint>(backing.y), static_cast<GLsizei>(backing.width),
             static_cast<GLsizei>(backing.height));
   glEnable(GL_SCISSOR_TEST);
-  glClear(GL_COLOR_BUFFER_BIT);
+  clearOpaque();
   drawPicture(CGRectIntersection(CGRectInset(region, -1, -1), _lastBounds));
   _context->clearCaches();
-  glDisable(GL_SCISSOR_TEST);
+  if (NSEqualRects(CGRectIntersection(region, _lastBounds), _lastBounds)) mShowsLabel = false;
+  // Drawn over itself it would grow darker: where it is on show, only in the part drawn anew.
+  if (!mShowsLabel) glDisable(GL_SCISSOR_TEST);
   if (mIsRecording == 1) drawLabel();
+  glDisable(GL_SCISSOR_TEST);
   glFlush();
+}
+
+/// Whether the view's own context is current, and of a kind that it can draw in.
+bool VeskPreviewView::isReadyToDraw() const {
+  return openGLContext() && openGLContext() == CGLGetCurrentContext() && openGLContext()->canDraw();
 }
 
 void VeskPreviewView::makeContext() {
@@ -184,6 +204,7 @@ CIContextDrawing* VeskPreviewView::ownDrawing() {
 void VeskPreviewView::drawLabel() {
   if (!recString) makeLabel();
   recString->drawAtPoint({kLabelPlace.width, frame().height - kLabelPlace.height});
+  mShowsLabel = true;
 }
 
 void VeskPreviewView::makeLabel() {

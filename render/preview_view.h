@@ -28,7 +28,8 @@ class VESK_EXPORT CIContextDrawing {
 /// corner. It tells its delegate when the pointer enters or leaves.
 ///
 /// It draws single-buffered and ends every drawing with a flush; double-buffered hosts see
-/// HostWindow::keepsContents. It works without a window, too: then it only remembers.
+/// HostWindow::keepsContents. What it draws is opaque, around the picture too. It works without a window, too: then it
+/// only remembers.
 ///
 /// Threads: the main thread only.
 class VESK_EXPORT VeskPreviewView : public NSOpenGLView {
@@ -65,7 +66,7 @@ class VESK_EXPORT VeskPreviewView : public NSOpenGLView {
   void updateMatrices();
   /// The bounds are others than at the last drawing. For subclasses.
   virtual void viewBoundsDidChange(NSRect /*bounds*/) {}
-  /// Paints the view black in the current context; leaves the current colour black.
+  /// Paints the view black, when its context is current; leaves the current colour black.
   void drawBlackView();
   void drawRect(NSRect rect) override;
 
@@ -96,6 +97,7 @@ class VESK_EXPORT VeskPreviewView : public NSOpenGLView {
 
  private:
   void makeContext();
+  bool isReadyToDraw() const;
   void drawElsewhere(CGRect region);
   void drawPicture(CGRect region);
   void drawLabel();
@@ -112,6 +114,7 @@ class VESK_EXPORT VeskPreviewView : public NSOpenGLView {
   std::shared_ptr<NSTrackingArea> mTrackingArea;
   std::shared_ptr<GLString> recString;
   uint32_t mIsRecording = 0;
+  bool mShowsLabel = false;  ///< it is on the surface, from an earlier drawing or this one
   VeskPreviewSessionDelegate* mDelegate = nullptr;
   VeskPreviewPointerDelegate* mPointerDelegate = nullptr;  ///< mDelegate, when it is one
   std::optional<CIContextDrawing*> mOwnDrawing;            ///< this view, when it is one; nothing before it was asked

@@ -52,7 +52,8 @@ class SurfaceTransform {
     mY = axis(projection, modelView, 1, viewport[1], viewport[3]);
   }
 
-  /// The pixels whose middles lie in `rect`: those that GL would paint.
+  /// The pixels whose middles lie in `rect`: those that GL would paint. Rounding in the matrices does
+  /// not move an edge that lies on a middle, so a picture keeps its size wherever it is put.
   SurfaceBox pixelsOf(const CGRect& rect) const {
     return {mX.pixel(rect.x), mY.pixel(rect.y), mX.pixel(rect.x + rect.width), mY.pixel(rect.y + rect.height)};
   }
@@ -64,7 +65,9 @@ class SurfaceTransform {
     double offset = 0;
     int32_t pixel(float at) const {
       constexpr double kFar = 1 << 24;  // far outside of any surface, and safe to calculate with
-      return static_cast<int32_t>(std::clamp(std::ceil(static_cast<double>(at) * scale + offset - 0.5), -kFar, kFar));
+      constexpr double kRounding = 1.0 / 64;
+      const double edge = static_cast<double>(at) * scale + offset;
+      return static_cast<int32_t>(std::clamp(std::ceil(edge - 0.5 - kRounding), -kFar, kFar));
     }
   };
 
@@ -108,6 +111,32 @@ class KeptState {
   }
   KeptState(const KeptState&) = delete;
   KeptState& operator=(const KeptState&) = delete;
+};
+
+/// Matrices in which a unit is a pixel of the surface, for its own lifetime.
+class SurfaceCoordinates {
+ public:
+  SurfaceCoordinates() {
+    std::array<GLint, 4> viewport{};
+    glGetIntegerv(GL_VIEWPORT, viewport.data());
+    const SurfaceBox box = boxOf(viewport);
+    glPushAttrib(GL_TRANSFORM_BIT);
+    glMatrixMode(GL_PROJECTION);
+    glPushMatrix();
+    glLoadIdentity();
+    glOrtho(box.left, box.right, box.bottom, box.top, -1, 1);
+    glMatrixMode(GL_MODELVIEW);
+    glPushMatrix();
+    glLoadIdentity();
+  }
+  ~SurfaceCoordinates() {
+    glPopMatrix();
+    glMatrixMode(GL_PROJECTION);
+    glPopMatrix();
+    glPopAttrib();
+  }
+  SurfaceCoordinates(const SurfaceCoordinates&) = delete;
+  SurfaceCoordinates& operator=(const SurfaceCoordinates&) = delete;
 };
 
 /// How pixels of an order are handed to GL. Blue first as reversed 32-bit words, and with the unsized
@@ -257,36 +286,32 @@ struct CIContext::State {
     copyTexture(place.left + part.x, place.top - part.y, target);
   }
 
-  /// Draws a picture as a textured rectangle that GL scales; `source` is in the picture's coordinates.
-  void drawTextured(const CVImageBufferRef& buffer, const CGRect& place, const CGRect& source) {
+  /// Draws a picture as a textured rectangle that GL scales: what lies in `target` of the picture in
+  /// `place`. Both are whole pixels, or an unscaled picture would double some rows and lose others.
+  void drawTextured(const CVImageBufferRef& buffer, const SurfaceBox& place, const SurfaceBox& target) {
     const int32_t width = std::min(buffer->width(), mostSide);
     const int32_t height = std::min(buffer->height(), mostSide);
     if (!load(buffer, width, height, {0, 0, width, height})) return;
-    const auto across = static_cast<float>(buffer->width());
-    const auto up = static_cast<float>(buffer->height());
-    const float left = source.x / across;
-    const float right = (source.x + source.width) / across;
-    const float bottom = 1 - source.y / up;  // the texture's first row is the upper one
-    const float top = 1 - (source.y + source.height) / up;
+    const auto across = [&place](int32_t x) { return double(x - place.left) / place.width(); };
+    const auto down = [&place](int32_t y) { return double(place.top - y) / place.height(); };
     if (hasAlpha(buffer->pixelFormat())) {
       glEnable(GL_BLEND);
       glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
     }
+    for (const GLenum hiding : {GL_TEXTURE_3D, GL_TEXTURE_RECTANGLE, GL_TEXTURE_CUBE_MAP}) glDisable(hiding);
     glEnable(GL_TEXTURE_2D);
     glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_REPLACE);
-    const bool isUnscaled = place.width == source.width && place.height == source.height;
+    const bool isUnscaled = place.width() == width && place.height() == height;
     const GLint filter = isUnscaled ? GL_NEAREST : GL_LINEAR;
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, filter);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, filter);
+    const SurfaceCoordinates coordinates;
     glBegin(GL_QUADS);
-    glTexCoord2f(left, bottom);
-    glVertex2f(place.x, place.y);
-    glTexCoord2f(left, top);
-    glVertex2f(place.x, place.y + place.height);
-    glTexCoord2f(right, top);
-    glVertex2f(place.x + place.width, place.y + place.height);
-    glTexCoord2f(right, bottom);
-    glVertex2f(place.x + place.width, place.y);
+    for (const auto& [x, y] : {std::pair{target.left, target.bottom}, std::pair{target.left, target.top},
+                               std::pair{target.right, target.top}, std::pair{target.right, target.bottom}}) {
+      glTexCoord2d(across(x), down(y));
+      glVertex2i(x, y);
+    }
     glEnd();
   }
 
@@ -307,7 +332,7 @@ struct CIContext::State {
     if (copies && !hasAlpha(buffer->pixelFormat()) && isWorthScaling(wholeBox, target))
       drawCopied(buffer, wholeBox, target);
     else
-      drawTextured(buffer, place, source);
+      drawTextured(buffer, wholeBox, target);
   }
 
   /// Whether not too much would be scaled that is not seen.
@@ -335,12 +360,17 @@ std::shared_ptr<CIContext> CIContext::contextWithCGLContext(
   return std::make_shared<CIContext>(context);
 }
 
+bool CIContext::isCurrent() const {
+  return mState->isCurrent();
+}
+
 void CIContext::drawImage(const CIImageRef& image, CGPoint atPoint, CGRect fromRect) {
   drawImage(image, CGRect{atPoint.x, atPoint.y, fromRect.width, fromRect.height}, fromRect);
 }
 
 void CIContext::drawImage(const CIImageRef& image, CGRect inRect, CGRect fromRect) {
-  if (!image || NSIsEmptyRect(inRect) || NSIsEmptyRect(fromRect) || !mState->isCurrent()) return;
+  if (!image || NSIsEmptyRect(inRect) || NSIsEmptyRect(fromRect)) return;
+  if (!mState->isCurrent() || !CGLGetCurrentContext()->canDraw()) return;
   const CGRect source = CGRectIntersection(fromRect, image->extent());
   if (NSIsEmptyRect(source)) return;
   const float scaleX = inRect.width / fromRect.width;

@@ -14,7 +14,8 @@ namespace vesk {
 /// Draws images into a GL context, or into bitmaps. Textures and scratch memory are used again for
 /// frames of the same size.
 ///
-/// Drawing takes place in the coordinates of the current matrices, which must not turn or shear. It
+/// Drawing takes place in the coordinates of the current matrices, which must not turn or shear, and
+/// fills whole pixels of the surface: an unscaled picture keeps each of its own wherever it is put. It
 /// leaves the current colour opaque white and everything else as it was. Without the context current
 /// nothing is drawn.
 ///
@@ -24,6 +25,9 @@ class VESK_EXPORT CIContext {
   /// For drawing into `context`; null still serves createCGImage. Colours are not managed.
   static std::shared_ptr<CIContext> contextWithCGLContext(const CGLContextObj& context,
                                                           std::shared_ptr<const NSOpenGLPixelFormat> pixelFormat);
+
+  /// Whether the context that it draws into is the current one.
+  bool isCurrent() const;
 
   /// Draws the part of `image` inside `fromRect` unscaled, with the rectangle's origin at `atPoint`.
   void drawImage(const CIImageRef& image, CGPoint atPoint, CGRect fromRect);

@@ -1,5 +1,10 @@
 #include "platform/graphics/open_gl_context.h"
 
+#include <epoxy/gl.h>
+
+#include <string>
+
+#include "platform/foundation/log.h"
 #include "platform/graphics/host_window.h"
 
 namespace vesk {
@@ -8,6 +13,20 @@ namespace {
 std::weak_ptr<NSOpenGLContext>& current() {
   static std::weak_ptr<NSOpenGLContext> context;
   return context;
+}
+
+/// Whether the current context draws with matrices and vertices as OpenGL 2.1 does.
+bool hasFixedFunctions() {
+  const int version = epoxy_is_desktop_gl() ? epoxy_gl_version() : 0;
+  if (version < 21) return false;
+  if (version < 30) return true;
+  GLint flags = 0;
+  glGetIntegerv(GL_CONTEXT_FLAGS, &flags);
+  if (flags & GL_CONTEXT_FLAG_FORWARD_COMPATIBLE_BIT) return false;
+  if (version == 31) return epoxy_has_gl_extension("GL_ARB_compatibility");
+  GLint profile = 0;
+  if (version > 31) glGetIntegerv(GL_CONTEXT_PROFILE_MASK, &profile);
+  return !(profile & GL_CONTEXT_CORE_PROFILE_BIT);
 }
 
 }  // namespace
@@ -34,6 +53,17 @@ bool NSOpenGLContext::makeCurrentContext() {
 void NSOpenGLContext::clearCurrentContext() {
   if (const auto context = current().lock()) context->mWindow.clearCurrentContext();
   current().reset();
+}
+
+bool NSOpenGLContext::canDraw() {
+  if (mCanDraw) return *mCanDraw;
+  mCanDraw = hasFixedFunctions();
+  if (!*mCanDraw) {
+    const auto* const version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
+    NSLog(std::string("Cannot draw in this window: its context is \"") + (version ? version : "unknown") +
+          "\". Give it one of OpenGL 2.1, or of a later version with the compatibility profile.");
+  }
+  return *mCanDraw;
 }
 
 void NSOpenGLContext::update() {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 
 #include "platform/foundation/export.h"
 
@@ -28,6 +29,9 @@ class VESK_EXPORT NSOpenGLContext : public std::enable_shared_from_this<NSOpenGL
   bool makeCurrentContext();
   static void clearCurrentContext();
 
+  /// Whether it has what drawing here needs: OpenGL 2.1 or later with the compatibility profile. Found
+  /// out with the first call, for which it must be current, and logged then when it has not.
+  bool canDraw();
   /// To be called after the view's size changed, with the context current.
   void update();
   void setValues(int32_t value, NSOpenGLContextParameter parameter);
@@ -39,6 +43,7 @@ class VESK_EXPORT NSOpenGLContext : public std::enable_shared_from_this<NSOpenGL
 
  private:
   HostWindow& mWindow;
+  std::optional<bool> mCanDraw;
 };
 
 using CGLContextObj = std::shared_ptr<NSOpenGLContext>;

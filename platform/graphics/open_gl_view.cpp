@@ -113,7 +113,7 @@ CGImageRef NSOpenGLView::snapshot() {
 }
 
 bool NSOpenGLView::beginDrawing() {
-  if (!mWindow || !mContext->makeCurrentContext()) return false;
+  if (!mWindow || !mContext->makeCurrentContext() || !mContext->canDraw()) return false;
   if (!std::exchange(mIsPrepared, true)) prepareOpenGL();
   return true;
 }

@@ -45,10 +45,10 @@ class VESK_EXPORT NSOpenGLView : public NSResponder {
   /// Asks for a drawing of the part of `rect` that lies in the bounds.
   void setNeedsDisplayInRect(NSRect rect);
   bool needsDisplay() const { return !NSIsEmptyRect(mDirty); }
-  /// Draws what was asked for, if anything and if there is a window, and presents it.
+  /// Draws what was asked for, if anything and if there is a window that can be drawn in, and presents it.
   void displayIfNeeded();
   /// Draws the whole view now and reads it back: what is on show, opaque, at the surface's size. Null
-  /// without a window.
+  /// without a window that can be drawn in.
   CGImageRef snapshot();
 
   /// Null without a window.

@@ -3,8 +3,11 @@
 #include <cairo.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
+#include <random>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -108,7 +111,6 @@ INSTANTIATE_TEST_SUITE_P(
     Sizes, Placement,
     testing::Values(PlacementRow{"SmallIsUnscaledInTheMiddle", {640, 480}, 320, 240, {160, 120, 480, 360}},
                     PlacementRow{"LargestUnscaled", {801, 601}, 639, 359, {81, 121, 720, 480}},
-                    PlacementRow{"UnscaledLargerThanTheView", {300, 200}, 400, 300, {-50, -50, 350, 250}},
                     PlacementRow{"WideEnoughIsScaled", {640, 100}, 640, 200, {160, 0, 480, 100}},
                     PlacementRow{"HighEnoughIsScaled", {640, 480}, 320, 360, {107, 0, 533, 480}},
                     PlacementRow{"NarrowViewCutsBothSides", {400, 300}, 1280, 720, {-67, 0, 467, 300}},
@@ -116,6 +118,124 @@ INSTANTIATE_TEST_SUITE_P(
                     PlacementRow{"Enlarged", {1400, 720}, 640, 360, {60, 0, 1340, 720}},
                     PlacementRow{"OddSizes", {1001, 333}, 1279, 721, {205, 0, 796, 333}}),
     [](const auto& row) { return row.param.name; });
+
+/// A picture in which every pixel differs from its neighbours.
+CIImageRef noise(int32_t width, int32_t height, std::minstd_rand& random) {
+  const auto buffer = CVPixelBuffer::create(width, height, kCMPixelFormat_422YpCbCr8);
+  std::ranges::generate(buffer->data(), [&random] { return static_cast<uint8_t>(random() >> 8); });
+  return CIImage::imageWithCVImageBuffer(buffer);
+}
+
+/// The same picture as pixels with alpha, which are drawn by texture on every driver.
+CIImageRef textured(const CIImageRef& image) {
+  return CIImage::imageWithCGImage(CIContext().createCGImage(image, image->extent()));
+}
+
+/// Looks whether each row of `picture` is in the view once, whole pixels from the view's middle: of a
+/// picture that is larger than the view the lower left part.
+void expectUnscaled(const CGImage& shown, const CGImage& picture) {
+  const auto half = [](int32_t difference) { return (difference - (difference & 1)) / 2; };
+  const int32_t left = half(shown.width() - picture.width());
+  const int32_t bottom = half(shown.height() - picture.height());
+  const int32_t first = std::max(left, 0);
+  const int32_t end = left + std::min(picture.width(), shown.width());
+  int32_t wrong = 0;
+  for (int32_t y = std::max(bottom, 0); y < bottom + std::min(picture.height(), shown.height()); ++y) {
+    const auto pixel = [](const CGImage& image, int32_t x, int32_t up) {
+      return image.pixels().begin() + (static_cast<ptrdiff_t>(image.height() - 1 - up) * image.width() + x) * 4;
+    };
+    if (first < end &&
+        !std::equal(pixel(shown, first, y), pixel(shown, end, y), pixel(picture, first - left, y - bottom)))
+      ++wrong;
+  }
+  EXPECT_EQ(wrong, 0) << "rows";
+}
+
+// What every real graphics card shows is what a software renderer shows, at any offset of the picture.
+TEST_F(PreviewViewTest, ShowsTheSamePixelsByTextureAndByCopy) {
+  std::minstd_rand random(20);
+  const auto below = [&random](int most) { return static_cast<int32_t>(random() % static_cast<unsigned>(most)) + 1; };
+  for (int trial = 0; trial < 400; ++trial) {
+    const NSSize size{static_cast<float>(below(800)), static_cast<float>(below(600))};
+    const auto image = noise(below(639), below(359), random);
+    resize(size);
+    view->refresh(image);
+    const CGImageRef copied = view->snapshot();
+    view->refresh(textured(image));
+    const CGImageRef drawn = view->snapshot();
+    ASSERT_TRUE(copied && drawn);
+    ASSERT_TRUE(copied->pixels() == drawn->pixels())
+        << image->extent().width << " x " << image->extent().height << " in " << size.width << " x " << size.height;
+    expectUnscaled(*drawn, *CIContext().createCGImage(image, image->extent()));
+  }
+}
+
+TEST_F(PreviewViewTest, ScalesToTheSamePlaceByTextureAndByCopy) {
+  std::minstd_rand random(7);
+  for (int trial = 0; trial < 60; ++trial) {
+    const auto side = [&random](int least, int most) {
+      return static_cast<int32_t>(random() % (most - least)) + least;
+    };
+    const NSSize size{static_cast<float>(side(1, 1000)), static_cast<float>(side(40, 700))};
+    const auto image = fields(side(640, 1400), side(360, 900));
+    resize(size);
+    view->refresh(image);
+    const CGImageRef copied = view->snapshot();
+    view->refresh(textured(image));
+    const CGImageRef drawn = view->snapshot();
+    ASSERT_TRUE(copied && drawn);
+    int differing = 0;
+    for (int32_t y = 0; y < drawn->height(); ++y)
+      for (int32_t x = 0; x < drawn->width(); ++x)
+        differing += isNear(colourAt(*copied, x, y), colourAt(*drawn, x, y), 4) ? 0 : 1;
+    // The filters differ where two fields meet: in a cross of a few pixels.
+    EXPECT_LE(differing, 6 * (drawn->width() + drawn->height()))
+        << image->extent().width << " x " << image->extent().height << " in " << size.width << " x " << size.height;
+  }
+}
+
+// The part of the image with the region's numbers is shown, so only the lower left of what is larger.
+TEST_F(PreviewViewTest, ShowsTheLowerLeftOfASmallPictureInASmallerView) {
+  resize({300, 200});
+  for (const uint32_t format : {kCVPixelFormat_420Planar, kCVPixelFormat_32RGBA}) {
+    view->refresh(fields(400, 300, format));
+    const CGImageRef shown = view->snapshot();
+    ASSERT_TRUE(shown);
+    // The image's (0, 0, 300, 200), put at (-50, -50): it ends at (250, 150), y upwards.
+    for (const auto& [x, y, colour] :
+         {std::tuple{1, 198, kBrick}, std::tuple{148, 102, kBrick}, std::tuple{152, 198, kSand},
+          std::tuple{248, 102, kSand}, std::tuple{2, 97, kSky}, std::tuple{248, 52, kGrass},
+          std::tuple{252, 150, kBlack}, std::tuple{2, 47, kBlack}, std::tuple{298, 2, kBlack}})
+      EXPECT_TRUE(isNear(colourAt(*shown, x, y), colour, 3))
+          << x << "," << y << ": " << test::textOf(colourAt(*shown, x, y));
+  }
+}
+
+TEST_F(PreviewViewTest, IsOpaqueAroundThePicture) {
+  std::vector<uint8_t> pixels(64 * 64 * 4, 0);  // transparent
+  for (const CIImageRef& image :
+       {CIImageRef(), fields(320, 240), CIImage::imageWithCGImage(CGImage::create(64, 64, pixels))}) {
+    view->refresh(image);
+    view->setIsRecording(1);
+    view->displayIfNeeded();
+    std::vector<uint8_t> surface(size_t{640} * 480 * 4);
+    view->openGLContext()->makeCurrentContext();
+    glReadPixels(0, 0, 640, 480, GL_RGBA, GL_UNSIGNED_BYTE, surface.data());
+    int seenThrough = 0;
+    for (size_t i = 3; i < surface.size(); i += 4) seenThrough += surface[i] == 0xFF ? 0 : 1;
+    EXPECT_EQ(seenThrough, 0);
+  }
+}
+
+TEST_F(PreviewViewTest, ClearsWithTheColourOfASubclassAndKeepsIt) {
+  view->displayIfNeeded();
+  glClearColor(0, 0, 1, 0);
+  view->refresh(fields(320, 240));
+  EXPECT_TRUE(isNear(colourAt(*view->snapshot(), 5, 5), {0, 0, 255}, 0));
+  std::array<GLfloat, 4> colour{};
+  glGetFloatv(GL_COLOR_CLEAR_VALUE, colour.data());
+  EXPECT_EQ(colour, (std::array<GLfloat, 4>{0, 0, 1, 0}));
+}
 
 TEST_F(PreviewViewTest, ShowsBlackWithoutAPicture) {
   view->refresh(fields(640, 480));
@@ -204,6 +324,96 @@ TEST_F(PreviewViewTest, LabelsARecordingInItsUpperLeftCorner) {
   EXPECT_EQ(redPixels(*view->snapshot()), red);
   view->setIsRecording(0);
   EXPECT_EQ(redPixels(*view->snapshot()), 0);
+}
+
+TEST_F(PreviewViewTest, LabelStaysAsItIsWhenPartsAreRedrawn) {
+  view->refresh(CIImage::imageWithCVImageBuffer(test::plainPicture(640, 480, kSand)));
+  view->displayIfNeeded();
+  view->setIsRecording(1);
+  view->setNeedsDisplayInRect({300, 0, 20, 20});  // far from the label, which shows all the same
+  view->displayIfNeeded();
+  const auto pixels = [&] {
+    std::vector<uint8_t> surface(size_t{640} * 480 * 4);
+    view->openGLContext()->makeCurrentContext();
+    glReadPixels(0, 0, 640, 480, GL_RGBA, GL_UNSIGNED_BYTE, surface.data());
+    return surface;
+  };
+  const auto first = pixels();
+  for (const NSRect part : {NSRect{300, 0, 20, 20}, NSRect{0, 0, 640, 465}, NSRect{40, 450, 30, 30}}) {
+    view->setNeedsDisplayInRect(part);
+    view->displayIfNeeded();
+    EXPECT_TRUE(pixels() == first) << part.x << "," << part.y;
+  }
+  EXPECT_EQ(view->snapshot()->pixels().size(), first.size());
+  EXPECT_TRUE(pixels() == first) << "as in a drawing of the whole view";
+}
+
+TEST_F(PreviewViewTest, LeavesTheSurfaceOfAnotherViewAlone) {
+  view->refresh(fields(640, 480));
+  const CGImageRef before = view->snapshot();
+  const auto other = VeskPreviewView::initWithFrame({0, 0, 640, 480});
+  other->refresh(fields(320, 240));
+  other->drawRect({0, 0, 640, 480});
+  std::array<uint8_t, 4> pixel{};
+  view->openGLContext()->makeCurrentContext();
+  glReadPixels(5, 475, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, pixel.data());
+  EXPECT_TRUE(isNear({pixel[0], pixel[1], pixel[2]}, kSky, 3));
+}
+
+TEST_F(PreviewViewTest, ShowsAPictureAfterItWasPrintedWithoutAWindow) {
+  view->setWindow(nullptr);
+  view = VeskPreviewView::initWithFrame({0, 0, 640, 480});
+  view->refresh(fields(640, 480));
+  const SurfacePtr page(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 640, 480));
+  const CairoPtr port(cairo_create(page.get()));
+  NSGraphicsContext::setCurrentContext(NSGraphicsContext::graphicsContextWithGraphicsPort(port.get(), 480, false));
+  view->drawRect({0, 0, 640, 480});
+  NSGraphicsContext::setCurrentContext(nullptr);
+  cairo_surface_flush(page.get());
+  EXPECT_NE(*reinterpret_cast<const uint32_t*>(cairo_image_surface_get_data(page.get())), 0U) << "printed";
+  view->setWindow(&host);
+  EXPECT_TRUE(isNear(colourAt(*view->snapshot(), 10, 10), kSky, 3));
+}
+
+TEST_F(PreviewViewTest, SaysOnceThatAContextCannotDrawAndPresentsNothing) {
+  view->setWindow(nullptr);
+  OffscreenHost core({640, 480}, OffscreenHost::Profile::kCore);
+  std::vector<std::string> lines;
+  setLogSink([&lines](std::string_view line) { lines.emplace_back(line); });
+  view->setWindow(&core);
+  view->setIsRecording(1);
+  for (int frame = 0; frame < 3; ++frame) {
+    view->refresh(fields(640, 480));
+    view->displayIfNeeded();
+    view->drawRect({0, 0, 640, 480});
+  }
+  EXPECT_EQ(view->snapshot(), nullptr);
+  setLogSink({});
+  core.makeContextCurrent();
+  EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
+  EXPECT_EQ(core.presents, 0);
+  ASSERT_EQ(lines.size(), 1U);
+  EXPECT_NE(lines[0].find("OpenGL 2.1"), std::string::npos) << lines[0];
+  view->setWindow(nullptr);
+  view->setWindow(&host);
+  EXPECT_TRUE(view->snapshot());
+}
+
+TEST_F(PreviewViewTest, ShowsThePictureWhateverTextureTargetIsLeftOn) {
+  view->displayIfNeeded();
+  for (const GLenum target : {GL_TEXTURE_RECTANGLE, GL_TEXTURE_3D, GL_TEXTURE_CUBE_MAP}) {
+    GLuint name = 0;
+    glGenTextures(1, &name);
+    glBindTexture(target, name);
+    const std::array<uint8_t, 4> green{0, 255, 0, 255};
+    if (target == GL_TEXTURE_RECTANGLE)
+      glTexImage2D(target, 0, GL_RGBA, 1, 1, 0, GL_RGBA, GL_UNSIGNED_BYTE, green.data());
+    glEnable(target);
+    view->refresh(fields(640, 480, kCVPixelFormat_32RGBA));
+    EXPECT_TRUE(isNear(colourAt(*view->snapshot(), 10, 10), kSky, 3)) << target;
+    glDisable(target);
+    glDeleteTextures(1, &name);
+  }
 }
 
 TEST_F(PreviewViewTest, GetsNewTexturesInAnotherWindow) {

@@ -14,8 +14,14 @@ namespace vesk::test {
 /// memory, laid out as a window's. Counts what the view asks of it.
 class OffscreenHost : public HostWindow {
  public:
-  explicit OffscreenHost(NSSize size) {
-    mContext = eglCreateContext(display(), config(), EGL_NO_CONTEXT, nullptr);
+  enum class Profile { kCompatibility, kCore };
+
+  explicit OffscreenHost(NSSize size, Profile profile = Profile::kCompatibility) {
+    constexpr std::array<EGLint, 7> kCore{
+        EGL_CONTEXT_MAJOR_VERSION,           3,       EGL_CONTEXT_MINOR_VERSION, 3, EGL_CONTEXT_OPENGL_PROFILE_MASK,
+        EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT, EGL_NONE};
+    mContext =
+        eglCreateContext(display(), config(), EGL_NO_CONTEXT, profile == Profile::kCore ? kCore.data() : nullptr);
     resize(size);
   }
   ~OffscreenHost() override {
