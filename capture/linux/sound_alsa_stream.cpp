@@ -16,6 +16,7 @@ namespace {
 
 constexpr uint32_t kPeriodsPerSecond = 100;
 constexpr snd_pcm_uframes_t kPeriods = 20;  // 200 ms may pass before the driver loses sound
+constexpr int kMostErrors = 5;              // in a row, before the microphone is given up
 
 template <class Parameters>
 struct Freed {
@@ -59,13 +60,20 @@ AlsaStream::~AlsaStream() {
 
 int32_t AlsaStream::begin(const std::string& pcm, std::string& error) {
   int code = 0;
-  mPcm = openAlsaPcm(pcm, code);
-  if (code >= 0) code = configure();
+  AlsaPcm opened = openAlsaPcm(pcm, code);
+  return opened ? begin(std::move(opened), error) : refuse(code, error);
+}
+
+int32_t AlsaStream::refuse(int code, std::string& error) const {
+  error = "cannot record: " + remedy(code);
+  return code == -EBUSY ? kVCIBusy : kVCIFailed;
+}
+
+int32_t AlsaStream::begin(AlsaPcm pcm, std::string& error) {
+  mPcm = std::move(pcm);
+  int code = configure();
   if (code >= 0) code = snd_pcm_start(mPcm.get());
-  if (code < 0) {
-    error = "cannot record: " + remedy(code);
-    return code == -EBUSY ? kVCIBusy : kVCIFailed;
-  }
+  if (code < 0) return refuse(code, error);
   mStop = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (mStop < 0) {
     error = "cannot record: no file descriptor is left";
@@ -125,6 +133,10 @@ bool AlsaStream::waitForSound() {
   const int wait = count > 0 ? 1000 : static_cast<int>(1000 / kPeriodsPerSecond);
   while (poll(descriptors.data(), descriptors.size(), wait) < 0 && errno == EINTR) {
   }
+  unsigned short events = 0;
+  const bool isAnswered = count <= 0 || snd_pcm_poll_descriptors_revents(mPcm.get(), descriptors.data() + 1,
+                                                                         static_cast<unsigned>(count), &events) >= 0;
+  mHasError = !isAnswered || (events & (POLLERR | POLLHUP | POLLNVAL)) != 0;
   return descriptors.front().revents == 0;
 }
 
@@ -132,16 +144,23 @@ bool AlsaStream::waitForSound() {
 bool AlsaStream::readSome() {
   const int64_t time = firstSampleTime();
   const snd_pcm_sframes_t frames = snd_pcm_readi(mPcm.get(), mBuffer.data(), mPeriod);
-  if (frames == -EAGAIN || frames == 0) return snd_pcm_state(mPcm.get()) != SND_PCM_STATE_DISCONNECTED;
+  if (frames == -EAGAIN || frames == 0) {
+    const snd_pcm_state_t state = snd_pcm_state(mPcm.get());
+    if (state == SND_PCM_STATE_DISCONNECTED) return false;
+    return !mHasError || recover(state == SND_PCM_STATE_SUSPENDED ? -ESTRPIPE : -EPIPE);
+  }
   if (frames < 0) return recover(static_cast<int>(frames));
+  mErrors = 0;
   mSink->sound({mBuffer.data(), static_cast<size_t>(frames) * mFormat.channels * 2}, time);
   return true;
 }
 
-/// After an overrun or the machine's sleep recording begins anew.
+/// After an overrun or the machine's sleep recording begins anew. A descriptor that stays in error would
+/// be ready for ever without giving sound: the microphone is then taken to be gone.
 bool AlsaStream::recover(int code) {
   if (code != -EPIPE && code != -ESTRPIPE && code != -EINTR) return false;
   if (code == -EINTR) return true;
+  if (++mErrors > kMostErrors) return false;
   mSink->lost(0);
   if (code == -ESTRPIPE && snd_pcm_resume(mPcm.get()) == 0) return true;
   return snd_pcm_prepare(mPcm.get()) >= 0 && snd_pcm_start(mPcm.get()) >= 0;

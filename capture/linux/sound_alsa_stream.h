@@ -30,8 +30,11 @@ class AlsaStream : public SoundStream {
 
   /// Begins. @return kVCISuccess, or why not, with one line in `error`.
   int32_t begin(const std::string& pcm, std::string& error);
+  /// With a PCM that is open for recording, not blocking.
+  int32_t begin(AlsaPcm pcm, std::string& error);
 
  private:
+  int32_t refuse(int code, std::string& error) const;
   int configure();
   void run();
   bool waitForSound();
@@ -42,7 +45,9 @@ class AlsaStream : public SoundStream {
   const WaveFormat mFormat;
   const std::shared_ptr<SoundSink> mSink;
   AlsaPcm mPcm;
-  int mStop = -1;  ///< an eventfd
+  int mStop = -1;          ///< an eventfd
+  bool mHasError = false;  ///< a descriptor said so when it was last waited for
+  int mErrors = 0;         ///< in a row, without sound in between
   snd_pcm_uframes_t mPeriod = 0;
   std::vector<uint8_t> mBuffer;
   std::thread mThread;

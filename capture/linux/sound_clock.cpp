@@ -8,11 +8,13 @@ namespace vesk::capture {
 namespace {
 
 constexpr double kMicroseconds = 1e6;
-constexpr double kFarOff = 50'000;       // microseconds: more than a server's jitter, less than a lost second
-constexpr int kPersistent = 3;           // measurements far off before time is taken to have jumped
-constexpr double kMostDeviation = 1e-3;  // crystals are good to some hundred ppm
-constexpr double kFirstBandwidth = 0.5;  // hertz: finds the latency within seconds
-constexpr double kLastBandwidth = 0.02;  // hertz: a server's jitter hardly moves the stamps any more
+constexpr double kFarOff = 50'000;           // microseconds: more than a server's jitter, less than a lost second
+constexpr double kBeyondGlitches = 500'000;  // microseconds: no latency is wrong by so much
+constexpr double kGlitchSeconds = 1;         // a latency may be wrong for so long
+constexpr int kPersistent = 3;               // measurements far off before time is taken to have jumped
+constexpr double kMostDeviation = 1e-3;      // crystals are good to some hundred ppm
+constexpr double kFirstBandwidth = 0.5;      // hertz: finds the latency within seconds
+constexpr double kLastBandwidth = 0.02;      // hertz: a server's jitter hardly moves the stamps any more
 
 }  // namespace
 
@@ -42,7 +44,7 @@ SoundClock::Stamp SoundClock::next(int64_t measured, uint64_t frames) {
     mTime += missing;
     stamp.missingTime = std::llround(missing);
     mMustMeasure = false;
-  } else if (isJump(error)) {
+  } else if (isJump(error, seconds)) {
     mTime += mNearest;
     stamp.missingTime = std::max<int64_t>(std::llround(mNearest), 0);
     mFarOff = 0;
@@ -61,15 +63,20 @@ void SoundClock::lose(uint64_t frames) {
   mTime += static_cast<double>(frames) * mPeriod;
 }
 
-bool SoundClock::isJump(double error) {
+bool SoundClock::isJump(double error, double seconds) {
   if (std::abs(error) <= kFarOff) {
     mFarOff = 0;
     return false;
   }
   const bool isSameWay = mFarOff > 0 && (error > 0) == (mNearest > 0);
-  if (!isSameWay) mFarOff = 0;
+  if (!isSameWay) {
+    mFarOff = 0;
+    mFarOffSeconds = 0;
+  }
   if (mFarOff == 0 || std::abs(error) < std::abs(mNearest)) mNearest = error;
-  return ++mFarOff >= kPersistent;
+  mFarOffSeconds += seconds;
+  const bool isCertain = std::abs(mNearest) > kBeyondGlitches || mFarOffSeconds >= kGlitchSeconds;
+  return ++mFarOff >= kPersistent && isCertain;
 }
 
 void SoundClock::adjust(double error, double seconds) {

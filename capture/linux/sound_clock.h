@@ -7,8 +7,9 @@ namespace vesk::capture {
 /// Turns noisy measurements of when a packet's first frame was recorded into smooth time stamps, by
 /// a second-order loop that learns how fast the device's crystal really runs.
 ///
-/// Stamps never go backwards. A measurement that is far off is ignored once or twice; when it
-/// persists, time has jumped: the clock follows and says so.
+/// Stamps never go backwards. Measurements that are far off are ignored for a second, since a sound
+/// server's latency may be wrong for a while; when they persist, time has jumped: the clock follows
+/// and reports it. What no latency explains is followed at once.
 ///
 /// Threads: one at a time.
 class SoundClock {
@@ -31,17 +32,18 @@ class SoundClock {
 
  private:
   int64_t begin(int64_t measured);
-  bool isJump(double error);
+  bool isJump(double error, double seconds);
   void adjust(double error, double seconds);
 
   const double mNominalPeriod;  ///< microseconds per frame
   double mPeriod;
-  double mTime = 0;     ///< microseconds after mOrigin, of the next frame
-  int64_t mOrigin = 0;  ///< the first measurement: doubles stay small beside it
-  int64_t mLast = 0;    ///< the last stamp
-  double mAge = 0;      ///< seconds since the loop began: it narrows as it grows older
-  int mFarOff = 0;      ///< measurements in a row that were far off
-  double mNearest = 0;  ///< the smallest error among them
+  double mTime = 0;           ///< microseconds after mOrigin, of the next frame
+  int64_t mOrigin = 0;        ///< the first measurement: doubles stay small beside it
+  int64_t mLast = 0;          ///< the last stamp
+  double mAge = 0;            ///< seconds since the loop began: it narrows as it grows older
+  int mFarOff = 0;            ///< measurements in a row that were far off
+  double mFarOffSeconds = 0;  ///< of sound that they were for
+  double mNearest = 0;        ///< the smallest error among them
   bool mHasBegun = false;
   bool mMustMeasure = false;  ///< frames were lost, nobody knows how many
 };

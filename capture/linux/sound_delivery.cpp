@@ -12,6 +12,7 @@ namespace vesk::capture {
 namespace {
 
 constexpr size_t kMostSeconds = 10;
+constexpr size_t kUsualPortions = 100;          // a second
 constexpr int64_t kBetweenReports = 5'000'000;  // microseconds
 constexpr int kLongPatience = 10;               // times the patience: between reports that no sound comes
 
@@ -26,7 +27,7 @@ SoundDelivery::SoundDelivery(std::string name, const WaveFormat& format, FrameCa
     : mName(std::move(name)),
       mPatience(patience),
       mFrameBytes(std::max<size_t>(size_t{format.channels} * 2, 1)),
-      mMostBytes(mFrameBytes * format.samplesPerSecond * kMostSeconds),
+      mMostBytes((mFrameBytes * format.samplesPerSecond + sizeof(Portion) * kUsualPortions) * kMostSeconds),
       mPacketizer(format, [this](uint8_t* bytes, uint32_t length, int64_t timestamp) {
         mCallback.call(bytes, length, timestamp);
         return !isEnded();
@@ -65,6 +66,11 @@ uint64_t SoundDelivery::overruns() const {
   return mOverruns;
 }
 
+size_t SoundDelivery::waiting() const {
+  MutexLock lock(mMutex);
+  return mWaiting.size();
+}
+
 bool SoundDelivery::isEnded() const {
   MutexLock lock(mMutex);
   return mIsEnded;
@@ -74,16 +80,14 @@ void SoundDelivery::sound(std::span<const uint8_t> bytes, int64_t time) {
   if (bytes.empty()) return;
   MutexLock lock(mMutex);
   if (mIsEnded) return;
-  if (mWaitingBytes + bytes.size() > mMostBytes) {
+  if (mWaitingBytes + bytes.size() + sizeof(Portion) > mMostBytes) {
     // Whole portions are dropped: the next time stamp tells how much is missing.
     if (!mIsDropping) loseLocked(0);
     mIsDropping = true;
     return;
   }
   mIsDropping = false;
-  mWaitingBytes += bytes.size();
-  mWaiting.push_back({{bytes.begin(), bytes.end()}, time, 0});
-  mChanged.notify_all();
+  append({{bytes.begin(), bytes.end()}, time});
 }
 
 void SoundDelivery::lost(uint64_t frames) {
@@ -93,7 +97,16 @@ void SoundDelivery::lost(uint64_t frames) {
 
 void SoundDelivery::loseLocked(uint64_t frames) {
   ++mOverruns;
-  mWaiting.push_back({{}, 0, frames});
+  if (mWaiting.empty() || !mWaiting.back().bytes.empty()) append({});
+  Portion& loss = mWaiting.back();
+  loss.lostFrames += frames;
+  loss.isLossUnknown = loss.isLossUnknown || frames == 0;
+}
+
+/// Each portion counts with its own size: a stream may hand over very small ones.
+void SoundDelivery::append(Portion portion) {
+  mWaitingBytes += portion.bytes.size() + sizeof(Portion);
+  mWaiting.push_back(std::move(portion));
   mChanged.notify_all();
 }
 
@@ -160,7 +173,8 @@ void SoundDelivery::tellOfSilence() {
 
 void SoundDelivery::process(const Portion& portion) {
   if (portion.bytes.empty()) {
-    mPacketizer.lose(portion.lostFrames);
+    if (portion.lostFrames > 0) mPacketizer.lose(portion.lostFrames);
+    if (portion.isLossUnknown) mPacketizer.lose(0);
   } else {
     mPacketizer.add(portion.bytes, portion.time);
   }

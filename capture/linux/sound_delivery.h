@@ -16,7 +16,8 @@
 namespace vesk::capture {
 
 /// Takes a stream's sound off its thread, which must not wait, and hands it on as packets on a
-/// thread of its own. Keeps up to ten seconds; what the receiver is too slow for is counted as lost.
+/// thread of its own. Keeps up to ten seconds; what the receiver is too slow for is counted as lost,
+/// and losses in a row are one, so that what waits is bounded whatever the stream does.
 /// What was lost is told in the system log, at most every five seconds. A microphone that sends nothing
 /// for as long as it is borne with is told of there too, again every ten times as long, and so is its
 /// sound's coming back.
@@ -38,6 +39,8 @@ class SoundDelivery : public SoundSink, public std::enable_shared_from_this<Soun
   void end() VESK_EXCLUDES(mMutex);
   /// How much was lost until now, how often.
   uint64_t overruns() const VESK_EXCLUDES(mMutex);
+  /// How many portions and losses wait for the receiver.
+  size_t waiting() const VESK_EXCLUDES(mMutex);
 
   void sound(std::span<const uint8_t> bytes, int64_t time) override VESK_EXCLUDES(mMutex);
   void lost(uint64_t frames) override VESK_EXCLUDES(mMutex);
@@ -48,6 +51,7 @@ class SoundDelivery : public SoundSink, public std::enable_shared_from_this<Soun
     std::vector<uint8_t> bytes;  ///< none: frames were lost
     int64_t time = 0;
     uint64_t lostFrames = 0;
+    bool isLossUnknown = false;  ///< of more frames than these, nobody knows how many
   };
 
   void run() VESK_EXCLUDES(mMutex);
@@ -55,6 +59,7 @@ class SoundDelivery : public SoundSink, public std::enable_shared_from_this<Soun
   void process(const Portion& portion);
   void hear();
   void tellOfSilence() VESK_EXCLUDES(mMutex);
+  void append(Portion portion) VESK_REQUIRES(mMutex);
   void loseLocked(uint64_t frames) VESK_REQUIRES(mMutex);
   void tellOfOverruns(bool isLast) VESK_EXCLUDES(mMutex);
   bool isEnded() const VESK_EXCLUDES(mMutex);

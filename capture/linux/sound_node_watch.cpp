@@ -7,14 +7,24 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <utility>
+
+#include "platform/foundation/log.h"
 
 namespace vesk::capture {
 namespace {
 
 // Attributes change when the rules give a user the right to open a new device.
 constexpr uint32_t kChanges = IN_CREATE | IN_DELETE | IN_ATTRIB;
+
+void sayThatItCannotBeWatched(const std::string& folder, int error) {
+  std::string reason = std::strerror(error);
+  if (error == ENOSPC) reason += " (raise fs.inotify.max_user_watches)";
+  if (error == EMFILE) reason += " (raise fs.inotify.max_user_instances, or close other programs)";
+  NSLog("Microphones that come and go will not be noticed: " + folder + " cannot be watched: " + reason + ".");
+}
 
 }  // namespace
 
@@ -24,9 +34,12 @@ SoundNodeWatch::SoundNodeWatch(std::string parent, std::string folder, std::func
       mHandler(std::move(handler)),
       mWatch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
       mStop(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-  if (mWatch < 0 || mStop < 0) return;
-  inotify_add_watch(mWatch, mParent.c_str(), kChanges);
-  inotify_add_watch(mWatch, (mParent + "/" + mFolder).c_str(), kChanges);
+  if (mWatch < 0 || mStop < 0) {
+    sayThatItCannotBeWatched(mParent, errno);
+    return;
+  }
+  watch(mParent);
+  watch(mParent + "/" + mFolder);
   mThread = std::thread([this] {
     pthread_setname_np(pthread_self(), "vesk-sound-node");
     run();
@@ -44,12 +57,26 @@ SoundNodeWatch::~SoundNodeWatch() {
   if (mStop >= 0) close(mStop);
 }
 
+/// The inner folder may be away at present: it is watched when it comes.
+void SoundNodeWatch::watch(const std::string& folder) const {
+  if (inotify_add_watch(mWatch, folder.c_str(), kChanges) >= 0) return;
+  if (folder == mParent || (errno != ENOENT && errno != ENOTDIR)) sayThatItCannotBeWatched(folder, errno);
+}
+
 void SoundNodeWatch::run() {
   while (true) {
     std::array<pollfd, 2> descriptors{pollfd{mStop, POLLIN, 0}, pollfd{mWatch, POLLIN, 0}};
-    if (poll(descriptors.data(), descriptors.size(), -1) < 0) continue;
+    if (poll(descriptors.data(), descriptors.size(), -1) < 0) {
+      if (errno == EINTR) continue;
+      sayThatItCannotBeWatched(mParent, errno);
+      return;
+    }
     if (descriptors[0].revents != 0) return;
-    if (descriptors[1].revents != 0 && readEvents()) mHandler();
+    if ((descriptors[1].revents & POLLIN) == 0) {
+      sayThatItCannotBeWatched(mParent, EIO);
+      return;
+    }
+    if (readEvents()) mHandler();
   }
 }
 
@@ -64,9 +91,10 @@ bool SoundNodeWatch::readEvents() const {
       const char* name = event.len > 0 ? bytes.data() + at + sizeof event : "";
       const bool isFolder = mFolder == name;
       if (isFolder && (event.mask & IN_CREATE) != 0) {
-        inotify_add_watch(mWatch, (mParent + "/" + mFolder).c_str(), kChanges);
+        watch(mParent + "/" + mFolder);
       }
-      isSound = isSound || isFolder || std::strncmp(name, "pcm", 3) == 0;
+      const bool isOverflow = (event.mask & IN_Q_OVERFLOW) != 0;  // some were dropped: who knows which
+      isSound = isSound || isFolder || isOverflow || std::strncmp(name, "pcm", 3) == 0;
       at += sizeof event + event.len;
     }
   }

@@ -7,7 +7,7 @@
 namespace vesk::capture {
 
 /// Watches the folder of the drivers' sound devices, and calls whenever one comes or goes. Follows
-/// the folder itself, which goes with the last device.
+/// the folder itself, which goes with the last device. Where that cannot be watched, the log says so.
 class SoundNodeWatch {
  public:
   /// Watches `folder` inside `parent`; calls on a thread of its own until it is destroyed.
@@ -19,6 +19,7 @@ class SoundNodeWatch {
  private:
   void run();
   bool readEvents() const;
+  void watch(const std::string& folder) const;
 
   const std::string mParent;
   const std::string mFolder;

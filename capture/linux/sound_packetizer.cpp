@@ -11,6 +11,8 @@ namespace {
 constexpr uint32_t kPacketsPerSecond = 50;
 constexpr double kMostCorrection = 500e-6;  // of the speed: beyond that the ear may notice
 constexpr double kCorrectionSeconds = 10;   // in which the count makes up for what it is off
+constexpr double kFarOff = 40'000;          // microseconds: beyond that lips and voice come apart,
+constexpr double kFastCorrection = 3e-3;    // which is worse than a twentieth of a semitone
 
 }  // namespace
 
@@ -51,30 +53,27 @@ std::span<const uint8_t> SoundPacketizer::joinSplitFrame(std::span<const uint8_t
 
 void SoundPacketizer::lose(uint64_t frames) {
   mHasLost = true;
-  mLost += frames;
   mSplitFrame.clear();
   mClock.lose(frames);
 }
 
 void SoundPacketizer::addFrames(std::span<const int16_t> samples, int64_t time) {
   const auto stamp = mClock.next(time, samples.size() / mChannels);
-  const auto known = static_cast<int64_t>(duration(static_cast<double>(mLost)));
   if (!mHasBegun) {
     mHasBegun = true;
     mOrigin = stamp.time;
   } else if (stamp.missingTime > 0 || mHasLost) {
-    leaveGap(stamp.missingTime + known);
+    leaveGap(lateness(stamp.time, 0));
   }
   mHasLost = false;
-  mLost = 0;
   mResampler.process(samples, correctedSpeed(stamp.time), mSamples);
   deliver();
 }
 
 /// The packet in the making ends in silence; what is missing beyond it is left to the stamps.
-void SoundPacketizer::leaveGap(int64_t missing) {
+void SoundPacketizer::leaveGap(double missing) {
   mResampler.restart();
-  const auto frames = static_cast<uint64_t>(std::llround(static_cast<double>(missing) * mRate / 1e6));
+  const auto frames = static_cast<uint64_t>(std::llround(std::max(missing, 0.0) * mRate / 1e6));
   const uint64_t room = (mPacketSamples - mSamples.size()) / mChannels;
   const bool isBegun = !mSamples.empty();
   const uint64_t silent = isBegun ? std::min(frames, room) : 0;
@@ -83,12 +82,17 @@ void SoundPacketizer::leaveGap(int64_t missing) {
   mOutTime += duration(static_cast<double>(frames - silent));
 }
 
+/// By how many microseconds the count of frames, `heldFrames` among them, is behind `time`.
+double SoundPacketizer::lateness(int64_t time, double heldFrames) const {
+  const double counted = mOutTime + duration(static_cast<double>(mSamples.size()) / mChannels + heldFrames);
+  return static_cast<double>(time - mOrigin) - counted;
+}
+
 /// The device's speed, and a little more or less while the count of frames is off.
 double SoundPacketizer::correctedSpeed(int64_t time) const {
-  const double counted =
-      mOutTime + duration(static_cast<double>(mSamples.size()) / mChannels + mResampler.heldFrames());
-  const double late = static_cast<double>(time - mOrigin) - counted;
-  const double correction = std::clamp(-late / (kCorrectionSeconds * 1e6), -kMostCorrection, kMostCorrection);
+  const double late = lateness(time, mResampler.heldFrames());
+  const double most = std::abs(late) > kFarOff ? kFastCorrection : kMostCorrection;
+  const double correction = std::clamp(-late / (kCorrectionSeconds * 1e6), -most, most);
   return mClock.speed() + correction;
 }
 

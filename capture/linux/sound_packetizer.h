@@ -13,7 +13,9 @@ namespace vesk::capture {
 /// Makes stamped packets of 20 ms out of the portions of any size that a stream hands over: 16-bit
 /// PCM whose count of frames follows the monotonic clock, however fast the device runs.
 ///
-/// What was lost appears as a jump of the stamps; the packet before it is filled up with silence.
+/// What was lost appears as a jump of the stamps; the packet before it is filled up with silence. A gap
+/// is as long as the count of frames is behind the clock then: where the clock has gone back before, what
+/// the count was ahead by is paid back first.
 ///
 /// Threads: one at a time; the callback runs inside the calls, and may end delivery.
 class SoundPacketizer {
@@ -33,7 +35,8 @@ class SoundPacketizer {
  private:
   std::span<const uint8_t> joinSplitFrame(std::span<const uint8_t> bytes, int64_t time);
   void addFrames(std::span<const int16_t> samples, int64_t time);
-  void leaveGap(int64_t missing);
+  void leaveGap(double missing);
+  double lateness(int64_t time, double heldFrames) const;
   double correctedSpeed(int64_t time) const;
   void deliver();
   double duration(double frames) const { return frames * 1e6 / mRate; }
@@ -50,7 +53,6 @@ class SoundPacketizer {
   double mOutTime = 0;               ///< microseconds after mOrigin, of the first of mSamples by count
   int64_t mOrigin = 0;
   bool mHasBegun = false;
-  uint64_t mLost = 0;
   bool mHasLost = false;
   bool mIsWanted = true;
 };

@@ -2,7 +2,21 @@
 
 #include <utility>
 
+#include "platform/foundation/log.h"
+
 namespace vesk::capture {
+
+using Clock = std::chrono::steady_clock;
+
+PulseConnection::Lock::Lock(PulseConnection& connection)
+    : mLoop(connection.mLoop), mDeadline(Clock::now() + connection.mPatience.wait) {
+  lock();
+}
+
+PulseConnection::Lock::~Lock() {
+  unlock();
+  if (!mLine.empty()) NSLog(mLine);
+}
 
 PulseConnection::~PulseConnection() {
   if (!mLoop) return;
@@ -22,36 +36,45 @@ bool PulseConnection::begin(std::string& error) {
     return false;
   }
   mIsRunning = true;
-  const Lock lock(*this);
-  if (context()) return true;
+  Lock lock(*this);
+  if (context(lock)) return true;
   error = "no sound server answers (" + reason() + ")";
   return false;
 }
 
-pa_context* PulseConnection::context() {
-  if (mContext && PA_CONTEXT_IS_GOOD(pa_context_get_state(mContext))) return mContext;
-  disconnect();
-  return connect() ? mContext : nullptr;
+/// One thread connects; the others wait for what comes of it.
+PulseContext PulseConnection::context(Lock& lock) {
+  while (!isLeftAlone()) {
+    if (mContext && pa_context_get_state(mContext) == PA_CONTEXT_READY) return PulseContext(pa_context_ref(mContext));
+    if (!mIsConnecting) return PulseContext(connect(lock) ? pa_context_ref(mContext) : nullptr);
+    if (!waitUntil(lock)) break;
+  }
+  return nullptr;
 }
 
-bool PulseConnection::connect() {
+bool PulseConnection::connect(Lock& lock) {
+  disconnect();
   mContext = pa_context_new(pa_threaded_mainloop_get_api(mLoop), "vesk");
   if (!mContext) return false;
   pa_context_set_state_callback(mContext, stateChanged, this);
   pa_context_set_subscribe_callback(mContext, somethingChanged, this);
+  mIsConnecting = true;
+  bool isInTime = true;
   if (pa_context_connect(mContext, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) >= 0) {
-    while (true) {
+    const auto isUnderWay = [this] {
       const pa_context_state_t state = pa_context_get_state(mContext);
-      if (state == PA_CONTEXT_READY) {
-        mIsReady = true;
-        subscribe();
-        return true;
-      }
-      if (!PA_CONTEXT_IS_GOOD(state)) break;
-      wait();
-    }
+      return state != PA_CONTEXT_READY && PA_CONTEXT_IS_GOOD(state);
+    };
+    while (isInTime && isUnderWay()) isInTime = wait(lock);
   }
-  mError = pa_context_errno(mContext);
+  mIsConnecting = false;
+  signal();
+  if (pa_context_get_state(mContext) == PA_CONTEXT_READY) {
+    mIsReady = true;
+    subscribe();
+    return true;
+  }
+  if (isInTime) mError = pa_context_errno(mContext);
   disconnect();
   return false;
 }
@@ -66,16 +89,35 @@ void PulseConnection::disconnect() {
   mIsReady = false;
 }
 
-bool PulseConnection::finish(pa_operation* operation) {
-  if (!operation) {
-    if (mContext) mError = pa_context_errno(mContext);
+bool PulseConnection::finish(Lock& lock, pa_operation* operation) {
+  const std::unique_ptr<pa_operation, PulseUnref> held(operation);
+  while (operation && pa_operation_get_state(operation) == PA_OPERATION_RUNNING) {
+    if (wait(lock)) continue;
+    pa_operation_cancel(operation);  // or it would write into what the caller has left
     return false;
   }
-  while (pa_operation_get_state(operation) == PA_OPERATION_RUNNING) wait();
-  const bool isDone = pa_operation_get_state(operation) == PA_OPERATION_DONE;
-  pa_operation_unref(operation);
-  if (!isDone && mContext) mError = pa_context_errno(mContext);
+  const bool isDone = operation && pa_operation_get_state(operation) == PA_OPERATION_DONE;
+  if (isDone) {
+    mHasSaid = false;
+  } else if (mContext) {
+    mError = pa_context_errno(mContext);
+  }
   return isDone;
+}
+
+bool PulseConnection::wait(Lock& lock) {
+  if (waitUntil(lock)) return true;
+  mError = PA_ERR_TIMEOUT;
+  mLeftAloneUntil = Clock::now() + mPatience.leftAlone;
+  if (!std::exchange(mHasSaid, true))
+    lock.mLine =
+        "The sound server does not answer: its microphones are left alone for a while. Restart it when this goes on.";
+  signal();
+  return false;
+}
+
+bool PulseConnection::waitUntil(Lock& lock) {
+  return mSignalled.wait_until(lock, lock.mDeadline) == std::cv_status::no_timeout;
 }
 
 std::string PulseConnection::reason() const {

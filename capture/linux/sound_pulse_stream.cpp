@@ -22,14 +22,14 @@ PulseStream::~PulseStream() {
 }
 
 int32_t PulseStream::begin(const std::string& source, std::string& error) {
-  const PulseConnection::Lock lock(*mConnection);
-  pa_context* context = mConnection->context();
+  PulseConnection::Lock lock(*mConnection);
+  const PulseContext context = mConnection->context(lock);
   if (!context) {
     error = "the sound server does not answer: " + mConnection->reason();
     return kVCIFailed;
   }
   const pa_sample_spec spec{PA_SAMPLE_S16LE, mFormat.samplesPerSecond, static_cast<uint8_t>(mFormat.channels)};
-  mStream = pa_stream_new(context, "vesk capture", &spec, nullptr);
+  mStream = pa_stream_new(context.get(), "vesk capture", &spec, nullptr);
   if (mStream) {
     pa_stream_set_state_callback(mStream, stateChanged, this);
     pa_buffer_attr attributes;
@@ -40,18 +40,25 @@ int32_t PulseStream::begin(const std::string& source, std::string& error) {
     const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE |
                                                       PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_DONT_MOVE);
     if (pa_stream_connect_record(mStream, source.c_str(), &attributes, flags) >= 0) {
-      while (pa_stream_get_state(mStream) == PA_STREAM_CREATING) mConnection->wait();
+      while (pa_stream_get_state(mStream) == PA_STREAM_CREATING && mConnection->wait(lock)) {
+      }
       if (pa_stream_get_state(mStream) == PA_STREAM_READY) {
         // Before the first timing there is no telling how old the sound is: what waits is read after it.
-        mConnection->finish(pa_stream_update_timing_info(mStream, timingKnown, this));
-        pa_stream_set_read_callback(mStream, readable, this);
-        mHasBegun = true;
-        read();
-        return kVCISuccess;
+        mConnection->finish(lock, pa_stream_update_timing_info(mStream, timingKnown, this));
+        if (!mConnection->isLeftAlone() && pa_stream_get_state(mStream) == PA_STREAM_READY) {
+          pa_stream_set_read_callback(mStream, readable, this);
+          mHasBegun = true;
+          read();
+          return kVCISuccess;
+        }
       }
     }
   }
-  const int code = pa_context_errno(context);
+  if (mConnection->isLeftAlone()) {
+    error = "the sound server does not answer";
+    return kVCIFailed;
+  }
+  const int code = pa_context_errno(context.get());
   error = std::string("the sound server refuses to record: ") + pa_strerror(code);
   return code == PA_ERR_BUSY ? kVCIBusy : kVCIFailed;
 }

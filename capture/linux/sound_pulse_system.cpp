@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstdlib>
+#include <map>
 #include <utility>
 
 #include "capture/linux/sound_pulse_connection.h"
@@ -100,25 +101,31 @@ void keepSuccess(pa_context*, int isDone, void* data) {
 
 class PulseSoundSystem : public SoundSystem {
  public:
+  explicit PulseSoundSystem(const PulsePatience& patience) : mConnection(std::make_shared<PulseConnection>(patience)) {}
   bool begin(std::string& error) { return mConnection->begin(error); }
   ~PulseSoundSystem() override { setChangeHandler({}); }
 
   std::vector<Microphone> microphones() override {
-    const PulseConnection::Lock lock(*mConnection);
+    PulseConnection::Lock lock(*mConnection);
     SourceList list{mConnection.get(), {}};
     DefaultQuestion best{mConnection.get(), {}};
-    pa_context* context = mConnection->context();
-    if (!context) return {};
-    if (!mConnection->finish(pa_context_get_source_info_list(context, addSource, &list))) return {};
-    mConnection->finish(pa_context_get_server_info(context, keepDefault, &best));
-    std::stable_partition(list.microphones.begin(), list.microphones.end(),
-                          [&](const Microphone& microphone) { return microphone.description.path == best.name; });
-    return std::move(list.microphones);
+    const PulseContext context = mConnection->context(lock);
+    const bool isKnown = context &&
+                         mConnection->finish(lock, pa_context_get_source_info_list(context.get(), addSource, &list)) &&
+                         mConnection->finish(lock, pa_context_get_server_info(context.get(), keepDefault, &best));
+    if (isKnown) {
+      std::stable_partition(list.microphones.begin(), list.microphones.end(),
+                            [&](const Microphone& microphone) { return microphone.description.path == best.name; });
+      mKnown = std::move(list.microphones);
+    } else if (!mConnection->isLeftAlone()) {
+      mKnown.clear();  // with the server its microphones have gone; of one that hangs they are still there
+    }
+    return mKnown;
   }
 
   std::vector<WaveFormat> formats(const std::string& path) override {
-    const PulseConnection::Lock lock(*mConnection);
-    const SourceState state = ask(path);
+    PulseConnection::Lock lock(*mConnection);
+    const SourceState state = ask(lock, path);
     std::vector<WaveFormat> formats;
     if (!state.isFound) return formats;
     const uint16_t own = state.channels == 1 ? 1 : 2;
@@ -140,8 +147,8 @@ class PulseSoundSystem : public SoundSystem {
   bool canShare() const override { return true; }
 
   int32_t getVolume(const std::string& path, uint32_t& volume) override {
-    const PulseConnection::Lock lock(*mConnection);
-    const SourceState state = ask(path);
+    PulseConnection::Lock lock(*mConnection);
+    const SourceState state = ask(lock, path);
     if (!state.isFound) return kVCIFailed;
     const uint64_t loudest = pa_cvolume_max(&state.volume);
     volume =
@@ -150,26 +157,26 @@ class PulseSoundSystem : public SoundSystem {
   }
 
   int32_t setVolume(const std::string& path, uint8_t volume) override {
-    const PulseConnection::Lock lock(*mConnection);
-    SourceState state = ask(path);
+    PulseConnection::Lock lock(*mConnection);
+    SourceState state = ask(lock, path);
     if (!state.isFound) return kVCIFailed;
     const auto level = static_cast<pa_volume_t>((uint64_t{volume} * PA_VOLUME_NORM + kMostVolume / 2) / kMostVolume);
-    pa_cvolume_set(&state.volume, state.volume.channels, level);
-    return change([&](pa_context* context, Success& success) {
+    scaleKeepingBalance(path, state.volume, level);
+    return change(lock, [&](pa_context* context, Success& success) {
       return pa_context_set_source_volume_by_name(context, path.c_str(), &state.volume, keepSuccess, &success);
     });
   }
 
   int32_t getMute(const std::string& path, bool& mute) override {
-    const PulseConnection::Lock lock(*mConnection);
-    const SourceState state = ask(path);
+    PulseConnection::Lock lock(*mConnection);
+    const SourceState state = ask(lock, path);
     mute = state.isMuted;
     return state.isFound ? kVCISuccess : kVCIFailed;
   }
 
   int32_t setMute(const std::string& path, bool mute) override {
-    const PulseConnection::Lock lock(*mConnection);
-    return change([&](pa_context* context, Success& success) {
+    PulseConnection::Lock lock(*mConnection);
+    return change(lock, [&](pa_context* context, Success& success) {
       return pa_context_set_source_mute_by_name(context, path.c_str(), mute ? 1 : 0, keepSuccess, &success);
     });
   }
@@ -184,30 +191,49 @@ class PulseSoundSystem : public SoundSystem {
   }
 
  private:
-  SourceState ask(const std::string& path) {
+  SourceState ask(PulseConnection::Lock& lock, const std::string& path) {
     SourceQuestion question{mConnection.get(), {}};
-    pa_context* context = mConnection->context();
+    const PulseContext context = mConnection->context(lock);
     if (!context) return {};
-    mConnection->finish(pa_context_get_source_info_by_name(context, path.c_str(), keepSource, &question));
+    mConnection->finish(lock, pa_context_get_source_info_by_name(context.get(), path.c_str(), keepSource, &question));
     return question.state;
   }
 
   template <class Call>
-  int32_t change(const Call& call) {
+  int32_t change(PulseConnection::Lock& lock, const Call& call) {
     Success success{mConnection.get()};
-    pa_context* context = mConnection->context();
-    if (!context || !mConnection->finish(call(context, success))) return kVCIFailed;
+    const PulseContext context = mConnection->context(lock);
+    if (!context || !mConnection->finish(lock, call(context.get(), success))) return kVCIFailed;
     return success.isDone ? kVCISuccess : kVCIFailed;
   }
 
-  const std::shared_ptr<PulseConnection> mConnection = std::make_shared<PulseConnection>();
+  /// Sets the loudest channel to `level` and the others as far below it as they are. At 0 the balance
+  /// cannot be seen any more, so that it is remembered.
+  void scaleKeepingBalance(const std::string& path, pa_cvolume& volume, pa_volume_t level) {
+    if (pa_cvolume_max(&volume) > PA_VOLUME_MUTED) {
+      mBalances[path] = volume;
+    } else if (const auto known = mBalances.find(path);
+               known != mBalances.end() && known->second.channels == volume.channels) {
+      volume = known->second;
+    }
+    pa_cvolume_scale(&volume, level);
+  }
+
+  const std::shared_ptr<PulseConnection> mConnection;
   std::atomic<bool> mHasBegunWatching{false};
+  // With the connection's Lock held.
+  std::vector<Microphone> mKnown;               // when the server last said so
+  std::map<std::string, pa_cvolume> mBalances;  // the last volumes above 0
 };
 
 }  // namespace
 
 std::shared_ptr<SoundSystem> makePulseSoundSystem(std::string& error) {
-  auto system = std::make_shared<PulseSoundSystem>();
+  return makePulseSoundSystem(error, PulsePatience());
+}
+
+std::shared_ptr<SoundSystem> makePulseSoundSystem(std::string& error, const PulsePatience& patience) {
+  auto system = std::make_shared<PulseSoundSystem>(patience);
   if (!system->begin(error)) return nullptr;
   return system;
 }

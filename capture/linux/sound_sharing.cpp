@@ -133,7 +133,7 @@ bool SoundSharing::Shared::join(const Listener* who, const WaveFormat& format, s
   // The meters that were listening go on as before.
   std::string ignored;
   int32_t unused = kVCIFailed;
-  if (!mFan->isDeaf()) open(mMeterFormat, unused, ignored);
+  if (!mFan->isDeaf() && !open(mMeterFormat, unused, ignored)) mFan->ended();
   return false;
 }
 

@@ -7,11 +7,13 @@
 #include <utility>
 
 #include "capture/linux/sound_microphone.h"
+#include "platform/foundation/log.h"
 
 namespace vesk::capture {
 namespace {
 
-constexpr int kPatience = 8;  // times the quiet time: how often a server that has gone is looked for
+constexpr int kLongestChange = 4;  // times the quiet time: how long is waited for it
+constexpr int kPatience = 8;       // times the quiet time: how often a server that has gone is looked for
 
 }  // namespace
 
@@ -45,7 +47,12 @@ std::unique_ptr<CaptureDevice> SoundSource::openForMetering(const std::string& p
 std::unique_ptr<CaptureDevice> SoundSource::openMicrophone(const std::string& path, bool isMeter) {
   for (const Microphone& microphone : mSystem->microphones()) {
     if (microphone.description.path != path) continue;
-    return std::make_unique<SoundMicrophone>(mSystem, mSharing, microphone, isMeter);
+    auto opened = std::make_unique<SoundMicrophone>(mSystem, mSharing, microphone, isMeter);
+    if (!opened->waveFormats().empty()) return opened;
+    NSLog("The microphone \"" + microphone.description.name +
+          "\" could not be opened: it does not say in which formats it records. Plug it in again, or restart the sound "
+          "server.");
+    return nullptr;
   }
   return nullptr;
 }
@@ -90,10 +97,13 @@ bool SoundSource::waitForChange() {
       return !mIsEnding;
     }
   }
-  while (!mIsEnding && mSeenChanges != mChanges) {
+  // A server may report changes all the time, as one does whose other devices come and go.
+  const auto latest = std::chrono::steady_clock::now() + kLongestChange * mQuiet;
+  while (!mIsEnding && mSeenChanges != mChanges && std::chrono::steady_clock::now() < latest) {
     mSeenChanges = mChanges;
     mChanged.wait_for(mMutex, mQuiet);
   }
+  mSeenChanges = mChanges;
   return !mIsEnding;
 }
 
