@@ -14,6 +14,7 @@ set(VESK_PUBLIC_HEADERS
     devices/video_device.h
     platform/foundation/atomic_file.h
     platform/foundation/bundle.h
+    platform/foundation/descriptor.h
     platform/foundation/dispatch_queue.h
     platform/foundation/error.h
     platform/foundation/file_manager.h

@@ -1,6 +1,7 @@
 #include "movie/asset_writer_adapter.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <limits>
 #include <utility>
@@ -52,7 +53,7 @@ AVAssetWriterAdapter::~AVAssetWriterAdapter() {
 
 void AVAssetWriterAdapter::setup() {
   MutexLock lock(mMutex);
-  mFileSystem.remove(mFilePath);
+  deleteOldFile();
   NSError error;
   mWriter = AVAssetWriter::initWithURL(mFilePath, AVFileType::AVFileTypeQuickTimeMovie, &error, mFileSystem);
   if (mWriter && !error) {
@@ -64,6 +65,14 @@ void AVAssetWriterAdapter::setup() {
   mWriterQueue = DispatchQueue::createSerial("Media Writer Queue");
   printToOutput("Starting writing [%s] with audio = %p, video = %p\n", mFilePath.c_str(),
                 static_cast<void*>(mAudioInput.get()), static_cast<void*>(mVideoInput.get()));
+}
+
+/// A movie that another recording is writing stays; the writer then finds its path taken.
+void AVAssetWriterAdapter::deleteOldFile() {
+  int error = 0;
+  const auto old = mFileSystem.open(mFilePath, FileMode::kReadWrite, error);
+  if (old && old->lock() == EWOULDBLOCK) return NSLog(mFilePath + " is being recorded by another program");
+  mFileSystem.remove(mFilePath);
 }
 
 std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::makeInput(AVMediaType mediaType) {

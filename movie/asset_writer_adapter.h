@@ -31,8 +31,8 @@ constexpr int32_t kMovieWriterFailed = -200;  ///< anything else
 /// queue. mMutex comes after the movie creator's mutex; what runs on the writer queue takes neither.
 class VESK_EXPORT AVAssetWriterAdapter {
  public:
-  /// Deletes the file at `path` and prepares a writer with the tracks wanted. Where no writer can be
-  /// made, the adapter takes samples and writes nothing (counters: writerMissing).
+  /// Deletes the file at `path`, unless another recording is writing it, and prepares a writer with the tracks wanted.
+  /// Where no writer can be made, the adapter takes samples and writes nothing (counters: writerMissing).
   /// @param path UTF-8
   /// @param counters where the recording is counted; the adapter makes its own without
   /// @param fileSystem where the file lives, which must outlive the adapter; the machine's own without
@@ -77,6 +77,7 @@ class VESK_EXPORT AVAssetWriterAdapter {
   };
 
   void setup() VESK_EXCLUDES(mMutex);
+  void deleteOldFile();
   std::shared_ptr<AVAssetWriterInput> makeInput(AVMediaType mediaType) VESK_REQUIRES(mMutex);
   int32_t addSampleLocked(const CMSampleBufferRef& sample, const std::shared_ptr<AVAssetWriterInput>& input)
       VESK_REQUIRES(mMutex);

@@ -145,8 +145,9 @@ RecordingOutcome VeskRecordSession::finish(Recording& recording) const {
   RecordingOutcome outcome;
   outcome.finalPath = mFileURL;
   outcome.statistics = recording.recorder->statistics();
-  outcome.moveError = recording.movie.moveTo(mFileURL);
-  if (!outcome.moveError.empty()) outcome.temporaryPath = recording.movie.path();
+  TemporaryMovie::Placing placing = recording.movie.moveTo(mFileURL);
+  outcome.moveError = std::move(placing.error);
+  outcome.temporaryPath = std::move(placing.left);
   return outcome;
 }
 

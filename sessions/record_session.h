@@ -19,7 +19,7 @@ class VeskVideoDevice;
 /// What became of a recording.
 struct RecordingOutcome {
   std::string finalPath;           ///< where the movie was to go; empty before the first stop
-  std::string temporaryPath;       ///< where it was written and left; empty when it is at finalPath
+  std::string temporaryPath;       ///< where the movie was left; empty when it is at finalPath or nowhere
   std::string moveError;           ///< why it is not at finalPath, one line for a person; else empty
   RecordingStatistics statistics;  ///< as the movie was closed
 };

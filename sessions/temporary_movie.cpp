@@ -1,89 +1,143 @@
 #include "sessions/temporary_movie.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <climits>
 #include <filesystem>
-#include <map>
 #include <utility>
 
 #include "platform/foundation/file_manager.h"
-#include "platform/foundation/mutex.h"
 
 namespace vesk {
 namespace {
 
-enum class Use { kWriting, kLeft };
+/// Names that are tried.
+constexpr int kMostNumbers = 9999;
 
-struct Names {
-  Mutex mutex;
-  std::map<std::string, Use> taken VESK_GUARDED_BY(mutex);
-};
-
-Names& names() {
-  static auto& shared = *new Names;
-  return shared;
+/// What lies at `name` in `folder`, links not followed.
+std::optional<struct stat> statusIn(const Descriptor& folder, const std::string& name) {
+  struct stat status = {};
+  if (fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
+  return status;
 }
 
-bool isThere(const std::string& path) {
-  std::error_code ignored;
-  return std::filesystem::exists(std::filesystem::symlink_status(path, ignored));
+bool isSame(const struct stat& one, const struct stat& other) {
+  return one.st_dev == other.st_dev && one.st_ino == other.st_ino;
 }
 
 /// "clip.mov" for 1, "clip 2.mov" for 2.
 std::string numbered(const std::filesystem::path& name, int number) {
   if (number == 1) return name.string();
-  return name.stem().string() + " " + std::to_string(number) + name.extension().string();
+  const std::string end = " " + std::to_string(number) + name.extension().string();
+  if (end.size() > NAME_MAX / 2) return nameWithin(name.string() + " " + std::to_string(number), NAME_MAX);
+  return nameWithin(name.stem().string(), NAME_MAX - end.size()) + end;
+}
+
+std::string lockNameOf(const std::string& name) {
+  return "." + nameWithin(name, 200) + ".lock";
+}
+
+enum class Claim { kMine, kTaken, kImpossible };
+
+/// Makes and locks the file `name`. kImpossible where the folder takes no files or no locks.
+Claim claim(const Descriptor& folder, const std::string& name, Descriptor& lock) {
+  constexpr int kMostAttempts = 100;
+  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+    lock.reset(openat(folder.get(), name.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+    if (!lock) return statusIn(folder, name) ? Claim::kTaken : Claim::kImpossible;  // somebody else's, or none can be
+    if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+      const Claim result = errno == EWOULDBLOCK ? Claim::kTaken : Claim::kImpossible;
+      lock.reset();
+      return result;
+    }
+    // Its owner may have deleted it between the two.
+    struct stat locked = {};
+    const auto there = statusIn(folder, name);
+    if (there && fstat(lock.get(), &locked) == 0 && isSame(*there, locked)) return Claim::kMine;
+  }
+  lock.reset();
+  return Claim::kTaken;
 }
 
 }  // namespace
 
 std::optional<TemporaryMovie> TemporaryMovie::reserve(const std::string& finalPath) {
-  const std::string name = lastPathComponent(finalPath);
-  if (name.empty() || name == "/" || name == "." || name == ".." || finalPath.back() == '/') return std::nullopt;
-  const std::string folder = NSTemporaryDirectory();
-
-  Names& all = names();
-  const MutexLock lock(all.mutex);
-  for (int number = 1;; ++number) {
-    std::string path = stringByAppendingPathComponent(folder, numbered(name, number));
-    const auto found = all.taken.find(path);
-    if (found != all.taken.end() && (found->second == Use::kWriting || isThere(path))) continue;
-    all.taken.insert_or_assign(path, Use::kWriting);
-    return TemporaryMovie(std::move(path));
+  const std::string wanted = lastPathComponent(finalPath);
+  if (wanted.empty() || wanted == "/" || wanted == "." || wanted == ".." || finalPath.back() == '/')
+    return std::nullopt;
+  const std::string folderPath = NSTemporaryDirectory();
+  for (int number = 1; number <= kMostNumbers; ++number) {
+    const std::string name = numbered(wanted, number);
+    std::string path = stringByAppendingPathComponent(folderPath, name);
+    Descriptor folder(open(folderPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    // Where there is no folder, opening the movie says so.
+    if (!folder) return TemporaryMovie(std::move(path), name, Descriptor(), Descriptor());
+    if (statusIn(folder, name)) continue;
+    Descriptor lock;
+    if (claim(folder, lockNameOf(name), lock) == Claim::kTaken) continue;
+    TemporaryMovie movie(std::move(path), name, std::move(folder), std::move(lock));
+    if (!statusIn(movie.mFolder, name)) return movie;
   }
+  return std::nullopt;
 }
 
-TemporaryMovie::TemporaryMovie(TemporaryMovie&& other) noexcept
-    : mPath(std::move(other.mPath)), mIsReserved(std::exchange(other.mIsReserved, false)) {}
-
-TemporaryMovie::~TemporaryMovie() {
+TemporaryMovie::Placing TemporaryMovie::moveTo(const std::string& finalPath) {
+  Placing placing = place(finalPath);
   giveBack();
+  return placing;
 }
 
-std::string TemporaryMovie::moveTo(const std::string& finalPath) {
-  NSError error;
-  const bool isMoved = NSFileManager::defaultManager().moveItemAtPath(mPath, finalPath, &error);
-  if (isMoved || !isThere(mPath)) {
-    giveBack();
-  } else {
-    Names& all = names();
-    const MutexLock lock(all.mutex);
-    all.taken.insert_or_assign(mPath, Use::kLeft);
-    mIsReserved = false;
+TemporaryMovie::Placing TemporaryMovie::place(const std::string& finalPath) const {
+  const auto movie = statusIn(mFolder, mName);
+  if (!movie || !S_ISREG(movie->st_mode)) return {"nothing was written at " + mPath, ""};
+  if (isAlreadyAt(finalPath)) {
+    giveOrdinaryMode(finalPath);
+    return {};
   }
-  if (isMoved) return {};
-  return error.description.empty() ? "the movie could not be moved" : error.description;
+  const std::string current = whereabouts();
+  if (current.empty()) return {"its disk was unmounted; the movie is on it, in a file named " + mName, ""};
+  NSError error;
+  if (!NSFileManager::defaultManager().moveItemAtPath(current, finalPath, &error)) return {error.description, current};
+  giveOrdinaryMode(finalPath);
+  return {};
+}
+
+/// A path that leads to the movie now; empty when none does.
+std::string TemporaryMovie::whereabouts() const {
+  const auto movie = statusIn(mFolder, mName);
+  if (!movie) return {};
+  const auto leadsThere = [&](const std::string& path) {
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0 && isSame(status, *movie);
+  };
+  if (leadsThere(mPath)) return mPath;
+  std::error_code ignored;
+  const auto folder = std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(mFolder.get()), ignored).string();
+  const std::string path = stringByAppendingPathComponent(folder, mName);
+  return leadsThere(path) ? path : std::string();
+}
+
+/// Whether the final path is the very name at which the movie was written.
+bool TemporaryMovie::isAlreadyAt(const std::string& finalPath) const {
+  struct stat folder = {};
+  struct stat finalFolder = {};
+  return lastPathComponent(finalPath) == mName && fstat(mFolder.get(), &folder) == 0 &&
+         stat(stringByDeletingLastPathComponent(finalPath).c_str(), &finalFolder) == 0 && isSame(folder, finalFolder);
 }
 
 void TemporaryMovie::remove() {
-  std::error_code ignored;
-  std::filesystem::remove(mPath, ignored);
+  const auto movie = statusIn(mFolder, mName);
+  if (movie && S_ISREG(movie->st_mode)) unlinkat(mFolder.get(), mName.c_str(), 0);
   giveBack();
 }
 
+/// The name of the lock goes while it is held: who takes it up next makes a new one.
 void TemporaryMovie::giveBack() {
-  if (!std::exchange(mIsReserved, false)) return;
-  Names& all = names();
-  const MutexLock lock(all.mutex);
-  all.taken.erase(mPath);
+  if (mLock) unlinkat(mFolder.get(), lockNameOf(mName).c_str(), 0);
+  mLock.reset();
 }
 
 }  // namespace vesk

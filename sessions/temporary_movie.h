@@ -3,14 +3,17 @@
 #include <optional>
 #include <string>
 
+#include "platform/foundation/descriptor.h"
 #include "platform/foundation/export.h"
 
 namespace vesk {
 
 /// The path in the temporary folder at which a movie is written before it goes to its final place:
-/// the final name, or "name 2", "name 3" and so on while that one is taken. Taken are the movies of
-/// other recordings of this process, and those which could not be moved and are still there: opening
-/// a movie deletes what is at its path.
+/// the final name, or "name 2", "name 3" and so on while that one is taken.
+///
+/// Opening a movie deletes what is at its path, so a path is taken while anything is there, and while
+/// another recording has reserved it, of this process or of any other: a reserved path has a locked
+/// file ".NAME.lock" beside it. The lock of a program that died is nobody's.
 ///
 /// Threads: paths are reserved and given back from any thread.
 class VESK_LOCAL TemporaryMovie {
@@ -18,26 +21,37 @@ class VESK_LOCAL TemporaryMovie {
   /// A path for the movie that ends up at `finalPath`; none when that names no file.
   static std::optional<TemporaryMovie> reserve(const std::string& finalPath);
   /// Gives the path back.
-  ~TemporaryMovie();
-  TemporaryMovie(TemporaryMovie&& other) noexcept;
+  ~TemporaryMovie() { giveBack(); }
+  TemporaryMovie(TemporaryMovie&&) noexcept = default;
   TemporaryMovie& operator=(TemporaryMovie&&) = delete;
 
   const std::string& path() const { return mPath; }
 
-  /// Moves the movie to `finalPath`, where nothing may be, and gives the path back. @return what went
-  /// wrong, in one line; empty when it is in place. After a failure the movie stays, and its path
-  /// stays taken until it is gone.
-  std::string moveTo(const std::string& finalPath);
+  /// What became of a movie that was to be moved.
+  struct Placing {
+    std::string error;  ///< why it is not in place, in one line; empty when it is
+    std::string left;   ///< where it is then; empty when it is nowhere, or cannot be reached
+  };
+  /// Moves the movie to `finalPath`, where nothing else may be, lets the umask say who may read it,
+  /// and gives the path back. The movie is found also when its folder has been renamed meanwhile.
+  /// After a failure it stays where it is, readable by its owner alone.
+  Placing moveTo(const std::string& finalPath);
   /// Deletes the movie and gives the path back.
   void remove();
 
  private:
-  explicit TemporaryMovie(std::string path) : mPath(std::move(path)) {}
+  TemporaryMovie(std::string path, std::string name, Descriptor folder, Descriptor lock)
+      : mPath(std::move(path)), mName(std::move(name)), mFolder(std::move(folder)), mLock(std::move(lock)) {}
 
+  Placing place(const std::string& finalPath) const;
+  std::string whereabouts() const;
+  bool isAlreadyAt(const std::string& finalPath) const;
   void giveBack();
 
   std::string mPath;
-  bool mIsReserved = true;
+  std::string mName;
+  Descriptor mFolder;  ///< the temporary folder, whatever it is called by now
+  Descriptor mLock;
 };
 
 }  // namespace vesk

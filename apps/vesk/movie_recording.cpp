@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 #include <utility>
+#include <vector>
 
 #include "apps/vesk/choices.h"
 #include "apps/vesk/host.h"
@@ -48,12 +49,16 @@ void MovieRecording::checkTarget(const std::string& file, bool force) {
   std::error_code ignored;
   if (fs::is_directory(file, ignored) || fs::path(file).filename().empty())
     throw Failure(kWrongUse, fmt::format("\"{}\" is a folder.", file), "Name a file, for example lesson.mov.");
+  const std::vector<Leftover> leftovers = findLeftovers(file, LeftoverLock::kLook);
+  refuseIfRecorded(file, leftovers);
   if (!force && fs::exists(fs::symlink_status(file, ignored)))
     throw Failure(kFailed, fmt::format("\"{}\" exists already.", file),
                   "Choose another name, or replace it with --force.");
-  for (const std::string& leftover : findLeftovers(file))
+  for (const Leftover& leftover : leftovers) {
+    if (leftover.movie.empty()) continue;
     fmt::print(stderr, "vesk: an earlier recording did not end properly; \"vesk recover {}\" finishes {}\n", file,
-               leftover);
+               leftover.movie);
+  }
 }
 
 MovieRecording::MovieRecording(RecordingPlan plan)
@@ -89,9 +94,9 @@ void MovieRecording::checkStarted(int32_t status) {
 /// A session whose microphone started has recorded a moment of sound alone: nobody asked for that.
 void MovieRecording::removeRefused() const {
   const RecordingOutcome outcome = mSession->lastOutcome();
-  if (outcome.finalPath.empty()) return;
+  const std::string& place = outcome.moveError.empty() ? outcome.finalPath : outcome.temporaryPath;
   std::error_code ignored;
-  fs::remove(outcome.temporaryPath.empty() ? outcome.finalPath : outcome.temporaryPath, ignored);
+  if (!place.empty()) fs::remove(place, ignored);
 }
 
 void MovieRecording::stop() {
@@ -108,7 +113,8 @@ RecordingStatistics MovieRecording::finish() {
   const RecordingStatistics& statistics = outcome.statistics;
   const bool isReplaced = mPlan.force && !outcome.temporaryPath.empty() &&
                           std::rename(outcome.temporaryPath.c_str(), mPlan.file.c_str()) == 0;
-  const bool isPlaced = outcome.temporaryPath.empty() || isReplaced;
+  if (isReplaced) giveOrdinaryMode(mPlan.file);
+  const bool isPlaced = outcome.moveError.empty() || isReplaced;
   if (statistics.writerMissing || statistics.status != 0)
     throw writerFailure(statistics, isPlaced ? mPlan.file : outcome.temporaryPath);
   if (!isPlaced) throw notPlaced(outcome);
@@ -140,10 +146,11 @@ Failure MovieRecording::writerFailure(const RecordingStatistics& statistics, con
 }
 
 Failure MovieRecording::notPlaced(const RecordingOutcome& outcome) const {
-  std::error_code ignored;
-  if (!fs::exists(outcome.temporaryPath, ignored)) return nothingRecorded();
+  if (outcome.temporaryPath.empty() && isEmpty()) return nothingRecorded();
   return {kFailed, fmt::format("the movie could not be placed at \"{}\": {}.", mPlan.file, outcome.moveError),
-          fmt::format("It is whole, at \"{}\"; move it where you want it.", outcome.temporaryPath)};
+          outcome.temporaryPath.empty()
+              ? fmt::format("Attach that disk again and run \"vesk recover {}\".", mPlan.file)
+              : fmt::format("It is whole, at \"{}\"; move it where you want it.", outcome.temporaryPath)};
 }
 
 std::optional<Failure> MovieRecording::missingSound(const RecordingStatistics& statistics) const {

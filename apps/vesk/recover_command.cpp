@@ -1,9 +1,11 @@
 #include <fmt/core.h>
-#include <unistd.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <system_error>
+#include <vector>
 
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
@@ -16,17 +18,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Finishes the movie at `path`. @throws Failure when there is nothing that can be read in it.
-RecoveryResult finish(const std::string& path) {
-  RecoveryResult result = recoverMovie(path);
+/// @throws Failure when the movie is not whole now.
+void check(const RecoveryResult& result) {
   switch (result.outcome) {
     case RecoveryOutcome::kAlreadyPlain:
     case RecoveryOutcome::kRecovered:
-      return result;
+      return;
     case RecoveryOutcome::kLocked:
       throw Failure(kBusy, result.text, "End that recording first (Ctrl-C).");
-    case RecoveryOutcome::kNothingToRecover:
+    case RecoveryOutcome::kEmpty:
       throw Failure(kFailed, result.text, "The recording ended before its first second was written.");
+    case RecoveryOutcome::kNothingToRecover:
     case RecoveryOutcome::kNotAMovie:
       throw Failure(kFailed, result.text, "Name a movie that vesk record has made.");
     case RecoveryOutcome::kFailed:
@@ -47,44 +49,92 @@ void tell(const GlobalOptions& global, const std::string& path, const RecoveryRe
     fmt::print("{}: whole already, nothing to do\n", path);
 }
 
-/// Finishes what recordings of `path` left in their hidden folders, and puts it beside `path`: under
-/// its own name when that is free.
-void finishLeftovers(const GlobalOptions& global, const std::string& path, const std::vector<std::string>& leftovers) {
-  for (const std::string& leftover : leftovers) {
-    const RecoveryResult result = finish(leftover);
-    std::string target = path;
-    const fs::path wanted(path);
-    std::error_code ignored;
-    for (int number = 2; fs::exists(target, ignored); ++number)
-      target =
-          (wanted.parent_path() / fmt::format("{}-{}{}", wanted.stem().string(), number, wanted.extension().string()))
-              .string();
-    NSError error;
-    if (!NSFileManager::defaultManager().moveItemAtPath(leftover, target, &error))
-      throw Failure(
-          kFailed,
-          fmt::format("the movie is whole, but it could not be moved to \"{}\": {}.", target, error.description),
-          fmt::format("It is at \"{}\".", leftover));
-    rmdir(fs::path(leftover).parent_path().c_str());
-    tell(global, target, result);
+/// `path`, or NAME-2, NAME-3 and so on where something is there already.
+std::string freePlace(const std::string& path) {
+  const fs::path wanted(path);
+  std::string target = path;
+  std::error_code ignored;
+  for (int number = 2; fs::exists(fs::symlink_status(target, ignored)); ++number)
+    target =
+        (wanted.parent_path() / fmt::format("{}-{}{}", wanted.stem().string(), number, wanted.extension().string()))
+            .string();
+  return target;
+}
+
+/// What is to be said of a recording that is under way, or that another command is finishing.
+Failure stillRecorded(const std::string& path) {
+  return {kBusy, fmt::format("\"{}\" is being recorded at this moment.", path), "End that recording first (Ctrl-C)."};
+}
+
+/// Finishes one movie and puts it beside the final path: under its own name when that is free. What
+/// holds nothing is removed, with the space that was set aside for it.
+/// @return whether there is a movie now. @throws Failure
+bool finishLeftover(const GlobalOptions& global, const std::string& path, const Leftover& leftover) {
+  if (leftover.isInUse) throw stillRecorded(path);
+  if (leftover.movie.empty()) {
+    leftover.removeFolder();
+    return false;
   }
+  const RecoveryResult result = recoverMovie(leftover.movie);
+  if (result.outcome == RecoveryOutcome::kEmpty) {
+    std::error_code ignored;
+    fs::remove(leftover.movie, ignored);
+    leftover.removeFolder();
+    fmt::print(stderr, "vesk: removed a recording of \"{}\" that held no picture and no sound\n", path);
+    return false;
+  }
+  check(result);
+  const std::string target = freePlace(path);
+  NSError error;
+  if (!NSFileManager::defaultManager().moveItemAtPath(leftover.movie, target, &error))
+    throw Failure(
+        kFailed, fmt::format("the movie is whole, but it could not be moved to \"{}\": {}.", target, error.description),
+        fmt::format("It is at \"{}\".", leftover.movie));
+  giveOrdinaryMode(target);
+  leftover.removeFolder();
+  tell(global, target, result);
+  return true;
+}
+
+/// Finishes what recordings of `path` left in their hidden folders, each for itself: one that is
+/// empty, in use or broken does not stand in the way of the others.
+/// @return whether any was finished. @throws Failure when none was, for the last one's reason
+bool finishLeftovers(const GlobalOptions& global, const std::string& path) {
+  std::optional<Failure> failure;
+  const auto tellFailure = [&failure] {
+    if (failure) fmt::print(stderr, "vesk: {} {}\n", failure->what(), failure->hint);
+  };
+  bool isAnyFinished = false;
+  for (const Leftover& leftover : findLeftovers(path, LeftoverLock::kTake)) {
+    try {
+      if (finishLeftover(global, path, leftover)) isAnyFinished = true;
+    } catch (const Failure& one) {
+      tellFailure();
+      failure = one;
+    }
+  }
+  if (!isAnyFinished && failure) throw Failure(*failure);
+  tellFailure();
+  return isAnyFinished;
 }
 
 }  // namespace
 
 int runRecover(const GlobalOptions& global, const RecoverOptions& options) {
   setUpLogLines(global.verbose);
-  const auto leftovers = findLeftovers(options.file);
-  if (!leftovers.empty()) {
-    finishLeftovers(global, options.file, leftovers);
-    return kDone;
-  }
   std::error_code ignored;
-  if (!fs::exists(options.file, ignored))
-    throw Failure(kFailed,
-                  fmt::format("there is no \"{}\", and no unfinished recording of it beside it.", options.file),
+  if (fs::is_directory(options.file, ignored))
+    throw Failure(kWrongUse, fmt::format("\"{}\" is a folder.", options.file),
                   "Name the movie that was being recorded.");
-  tell(global, options.file, finish(options.file));
+  if (finishLeftovers(global, options.file)) return kDone;
+  if (!fs::exists(options.file, ignored))
+    throw Failure(kFailed, fmt::format("no recording of \"{}\" is left to be finished.", options.file),
+                  "Name the movie that was being recorded.");
+  // Recovery follows no link; the one that a person named is theirs.
+  const fs::path file = fs::canonical(options.file, ignored);
+  const RecoveryResult result = recoverMovie(file.empty() ? options.file : file.string());
+  check(result);
+  tell(global, options.file, result);
   return kDone;
 }
 

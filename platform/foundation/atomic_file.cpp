@@ -1,6 +1,7 @@
 #include "platform/foundation/atomic_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,8 +19,9 @@ namespace {
 class HiddenFile {
  public:
   explicit HiddenFile(const std::string& path)
-      : mStem(stringByAppendingPathComponent(stringByDeletingLastPathComponent(path),
-                                             "." + lastPathComponent(path).substr(0, 200) + ".")) {}
+      : mPath(path),
+        mStem(stringByAppendingPathComponent(stringByDeletingLastPathComponent(path),
+                                             "." + nameWithin(lastPathComponent(path), 200) + ".")) {}
   ~HiddenFile() {
     if (mDescriptor >= 0) close(mDescriptor);
     if (!mName.empty()) unlink(mName.c_str());
@@ -27,7 +29,8 @@ class HiddenFile {
   HiddenFile(const HiddenFile&) = delete;
   HiddenFile& operator=(const HiddenFile&) = delete;
 
-  /// Not mkstemp, whose file only its owner could read.
+  /// Not mkstemp, whose file only its owner could read. A file that is replaced keeps its mode: what
+  /// a person has made private stays so.
   int make() {
     std::random_device random;
     for (int attempt = 0; attempt < 16; ++attempt) {
@@ -36,6 +39,8 @@ class HiddenFile {
       if (mDescriptor < 0 && errno == EEXIST) continue;
       if (mDescriptor < 0) return errno;
       mName = name;
+      struct stat before = {};
+      if (lstat(mPath.c_str(), &before) == 0 && S_ISREG(before.st_mode)) fchmod(mDescriptor, before.st_mode & 0777);
       return 0;
     }
     return EEXIST;
@@ -53,7 +58,10 @@ class HiddenFile {
 
   /// Puts the bytes on disk. Some file systems cannot be asked to.
   int settle() {
-    if (fsync(mDescriptor) != 0 && errno != EINVAL && errno != ENOSYS) return errno;
+    int error;
+    do error = fsync(mDescriptor) == 0 ? 0 : errno;
+    while (error == EINTR);
+    if (error != 0 && error != EINVAL && error != ENOSYS && error != EOPNOTSUPP) return error;
     return close(std::exchange(mDescriptor, -1)) == 0 ? 0 : errno;
   }
 
@@ -64,6 +72,7 @@ class HiddenFile {
   }
 
  private:
+  std::string mPath;
   std::string mStem;
   std::string mName;  ///< empty while there is no file at it
   int mDescriptor = -1;

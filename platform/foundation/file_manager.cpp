@@ -8,11 +8,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
 #include <limits>
 #include <memory>
 #include <system_error>
 #include <utility>
 
+#include "platform/foundation/descriptor.h"
 #include "platform/foundation/file_calls.h"
 #include "platform/foundation/mutex.h"
 
@@ -35,24 +37,10 @@ Errno outcome(int result) {
   return result == 0 ? 0 : errno;
 }
 
-/// A descriptor with an owner.
-class File {
- public:
-  explicit File(int descriptor) : mDescriptor(descriptor) {}
-  ~File() {
-    if (mDescriptor >= 0) close(mDescriptor);
-  }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-
-  explicit operator bool() const { return mDescriptor >= 0; }
-  int get() const { return mDescriptor; }
-  /// Some file systems tell of a failed write only here.
-  Errno closeNow() { return outcome(close(std::exchange(mDescriptor, -1))); }
-
- private:
-  int mDescriptor;
-};
+/// Some file systems tell of a failed write only here.
+Errno closeNow(Descriptor& file) {
+  return outcome(close(file.release()));
+}
 
 /// Removes a file that was made on the way, unless the way was gone to its end.
 class Leftover {
@@ -78,7 +66,7 @@ bool isNotSupported(Errno error) {
 /// For file systems that know neither RENAME_NOREPLACE nor links: takes the name with an empty file
 /// of our own, which the rename then replaces.
 Errno renameOverPlaceholder(const FileCalls& calls, const std::string& from, const std::string& to) {
-  File placeholder(open(to.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
+  Descriptor placeholder(open(to.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
   if (!placeholder) return errno;
   Leftover leftover(calls, to);
   if (rename(from.c_str(), to.c_str()) != 0) return errno;
@@ -121,33 +109,40 @@ Errno copyBytes(const FileCalls& calls, int from, int to) {
   }
 }
 
-/// Makes the names in a folder durable. Some file systems cannot be asked to.
-Errno syncFolder(const FileCalls& calls, const std::string& folder) {
-  const File opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!opened) return errno == EACCES ? 0 : errno;  // a folder may be writable and not readable
-  const Errno error = outcome(calls.sync(opened.get()));
+/// Brings a file or a folder to the disk. Some file systems cannot be asked to.
+Errno sync(const FileCalls& calls, int descriptor) {
+  Errno error;
+  do error = outcome(calls.sync(descriptor));
+  while (error == EINTR);
   return isNotSupported(error) ? 0 : error;
 }
 
+/// Makes the names in a folder durable.
+Errno syncFolder(const FileCalls& calls, const std::string& folder) {
+  const Descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!opened) return errno == EACCES ? 0 : errno;  // a folder may be writable and not readable
+  return sync(calls, opened.get());
+}
+
 /// Copies the content and the time of change of `from` into the new file `to`, on disk when it returns.
-Errno copyInto(const FileCalls& calls, const File& from, const struct stat& status, File& to) {
+Errno copyInto(const FileCalls& calls, const Descriptor& from, const struct stat& status, Descriptor& to) {
   if (const Errno error = copyBytes(calls, from.get(), to.get())) return error;
   const struct timespec times[2] = {status.st_atim, status.st_mtim};
   futimens(to.get(), times);  // a nicety: its failure loses nothing
   if (fchmod(to.get(), status.st_mode & 07777) != 0 && !isNotSupported(errno)) return errno;
-  if (const Errno error = outcome(calls.sync(to.get()))) return error;
-  return to.closeNow();
+  if (const Errno error = sync(calls, to.get())) return error;
+  return closeNow(to);
 }
 
 Errno moveAcrossFileSystems(const FileCalls& calls, const std::string& from, const std::string& to) {
-  const File source(open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  const Descriptor source(open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   struct stat status = {};
   if (!source || fstat(source.get(), &status) != 0) return errno;
   if (!S_ISREG(status.st_mode)) return EXDEV;
 
   const std::string folder = stringByDeletingLastPathComponent(to);
-  std::string hidden = stringByAppendingPathComponent(folder, "." + lastPathComponent(to).substr(0, 200) + ".XXXXXX");
-  File copy(mkostemp(hidden.data(), O_CLOEXEC));
+  std::string hidden = stringByAppendingPathComponent(folder, "." + nameWithin(lastPathComponent(to), 200) + ".XXXXXX");
+  Descriptor copy(mkostemp(hidden.data(), O_CLOEXEC));
   if (!copy) return errno;
   Leftover hiddenCopy(calls, hidden);
   if (const Errno error = copyInto(calls, source, status, copy)) return error;
@@ -166,6 +161,17 @@ std::string oneLine(std::string text) {
   for (char& character : text)
     if (static_cast<unsigned char>(character) < ' ') character = '?';
   return text;
+}
+
+/// The process's umask, read without changing it for other threads where the kernel tells.
+mode_t currentUmask() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.rfind("Umask:", 0) == 0) return static_cast<mode_t>(std::strtoul(line.c_str() + 6, nullptr, 8));
+  }
+  const mode_t mask = umask(077);
+  umask(mask);
+  return mask;
 }
 
 Mutex gTemporaryMutex;
@@ -201,6 +207,24 @@ std::optional<uint64_t> NSFileManager::freeSpaceAtPath(const std::string& path) 
   const uint64_t size = status.f_frsize;
   if (size != 0 && blocks > std::numeric_limits<uint64_t>::max() / size) return std::numeric_limits<uint64_t>::max();
   return blocks * size;
+}
+
+bool giveOrdinaryMode(const std::string& path) {
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  struct stat status = {};
+  if (!file || fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return false;
+  return fchmod(file.get(), 0666 & ~currentUmask()) == 0;
+}
+
+std::string nameWithin(const std::string& name, size_t bytes) {
+  if (name.size() <= bytes) return name;
+  uint64_t hash = 0xCBF29CE484222325;  // FNV-1a: the same for every program and every version
+  for (const char character : name) hash = (hash ^ static_cast<unsigned char>(character)) * 0x100000001B3;
+  char text[18];
+  snprintf(text, sizeof text, "~%016llx", static_cast<unsigned long long>(hash));
+  size_t kept = bytes - (sizeof text - 1);
+  while (kept > 0 && (static_cast<unsigned char>(name[kept]) & 0xC0) == 0x80) --kept;
+  return name.substr(0, kept) + text;
 }
 
 std::string NSTemporaryDirectory() {

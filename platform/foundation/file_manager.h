@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -32,6 +33,14 @@ class VESK_EXPORT NSFileManager {
  private:
   const FileCalls& mCalls;
 };
+
+/// Gives the plain file at `path`, made for its owner alone, the mode that the umask gives to new
+/// files. Links are not followed. @return whether it has that mode; some file systems have none.
+VESK_EXPORT bool giveOrdinaryMode(const std::string& path);
+
+/// `name` when it has at most `bytes` bytes; else as much of its beginning as leaves room for a hash
+/// of the whole: two names stay two, and no character is cut in half. `bytes` is at least 32.
+VESK_EXPORT std::string nameWithin(const std::string& name, size_t bytes);
 
 /// The folder for temporary files: the one set by the host, else $TMPDIR, else the platform's.
 VESK_EXPORT std::string NSTemporaryDirectory();

@@ -64,7 +64,7 @@ void DurabilityThread::run() {
     }
     next = std::chrono::steady_clock::now() + kLeastBetweenSyncs;
     setSpaceAside(written);
-    int error = mFile.syncData();
+    int error = mFile.makeDurable();
     if (error == 0 && !mFile.isLinked()) error = ENOENT;
     if (synced == 0) mFileSystem.syncFolderOf(mPath);  // best effort: not all file systems can
     synced = written;

@@ -11,6 +11,8 @@
 #include <climits>
 #include <ctime>
 
+#include "platform/foundation/log.h"
+
 namespace vesk {
 namespace {
 
@@ -84,6 +86,13 @@ class PosixFile final : public File {
     return ::fstat(mDescriptor, &status) == 0 && status.st_nlink > 0;
   }
 
+  bool isAt(const std::string& path) override {
+    struct stat own;
+    struct stat there;
+    return ::fstat(mDescriptor, &own) == 0 && ::lstat(path.c_str(), &there) == 0 && own.st_dev == there.st_dev &&
+           own.st_ino == there.st_ino;
+  }
+
   int close() override {
     if (mDescriptor < 0) return 0;
     const int result = ::close(mDescriptor) == 0 ? 0 : errno;
@@ -104,9 +113,10 @@ std::string folderOf(const std::string& path) {
 class PosixFileSystem final : public FileSystem {
  public:
   std::unique_ptr<File> open(const std::string& path, FileMode mode, int& error) override {
-    const int flags = O_RDWR | O_CLOEXEC | (mode == FileMode::kCreate ? O_CREAT : 0);
+    const int flags =
+        O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | (mode == FileMode::kCreateNew ? O_CREAT | O_EXCL : 0);
     int descriptor;
-    do descriptor = ::open(path.c_str(), flags, 0666);
+    do descriptor = ::open(path.c_str(), flags, 0600);
     while (descriptor < 0 && errno == EINTR);
     error = descriptor < 0 ? errno : 0;
     if (descriptor < 0) return nullptr;
@@ -179,6 +189,17 @@ int File::readAll(std::span<uint8_t> into, uint64_t offset, size_t& got) {
     if (result == 0) break;
     got += static_cast<size_t>(result);
   }
+  return 0;
+}
+
+int File::makeDurable() {
+  if (mCannotSync) return 0;
+  int error;
+  do error = syncData();
+  while (error == EINTR);
+  if (error != EINVAL && error != ENOSYS && error != EOPNOTSUPP) return error;
+  if (!mCannotSync.exchange(true))
+    NSLog("The file system cannot be asked to sync: a power cut may cost more than usual");
   return 0;
 }
 

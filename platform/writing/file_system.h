@@ -2,6 +2,7 @@
 
 #include <sys/uio.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <span>
@@ -13,8 +14,8 @@ namespace vesk {
 
 /// An open file of the file layer. Failures are errno values; 0 is success.
 ///
-/// The virtual operations are one system call each and may fall short or be interrupted; writeAll
-/// and readAll are the one place that copes with that. Threads: reading, writing and syncing may
+/// The virtual operations are one system call each and may fall short or be interrupted; writeAll,
+/// readAll and makeDurable are the one place that copes with that. Threads: reading, writing and syncing may
 /// happen at the same time on different threads.
 class VESK_EXPORT File {
  public:
@@ -26,6 +27,9 @@ class VESK_EXPORT File {
   int writeAll(std::span<const uint8_t> bytes, uint64_t offset);
   /// Fills `into` from `offset` on; `got` is less than its size only at the end of the file.
   int readAll(std::span<uint8_t> into, uint64_t offset, size_t& got);
+  /// Waits until everything written is on the disk. Where the file system cannot do that, the movie
+  /// is as durable as the system makes it: one line says so, and it is no failure.
+  int makeDurable();
 
   /// One write at `offset`. @return bytes written, or -errno.
   virtual int64_t writeVectors(const iovec* vectors, int count, uint64_t offset) = 0;
@@ -33,7 +37,7 @@ class VESK_EXPORT File {
   virtual int64_t readBytes(uint8_t* into, size_t count, uint64_t offset) = 0;
   /// Bytes in the file, or -errno.
   virtual int64_t size() = 0;
-  /// Waits until everything written is on the disk.
+  /// Waits until everything written is on the disk. One try.
   virtual int syncData() = 0;
   /// Sets space aside without changing the size. EOPNOTSUPP where the file system cannot.
   virtual int preallocate(uint64_t offset, uint64_t length) = 0;
@@ -43,11 +47,16 @@ class VESK_EXPORT File {
   virtual int lock() = 0;
   /// Whether the file still has a name in some folder.
   virtual bool isLinked() = 0;
+  /// Whether it is this file that lies at `path`.
+  virtual bool isAt(const std::string& path) = 0;
   virtual int close() = 0;
+
+ private:
+  std::atomic<bool> mCannotSync{false};
 };
 
 enum class FileMode {
-  kCreate,     ///< for reading and writing, made when it is not there; what it holds stays
+  kCreateNew,  ///< for reading and writing, made for its owner alone; EEXIST when anything is there
   kReadWrite,  ///< must be there
 };
 
@@ -61,7 +70,7 @@ class VESK_EXPORT FileSystem {
   /// program nor reaches a handler of the host.
   static FileSystem& posix();
 
-  /// The file at `path`, or null with the reason in `error`.
+  /// The file at `path`, or null with the reason in `error`. A link at its end is not followed (ELOOP).
   virtual std::unique_ptr<File> open(const std::string& path, FileMode mode, int& error) = 0;
   virtual int remove(const std::string& path) = 0;
   /// Whether a file could be made at `path`, as far as its folder goes.

@@ -50,8 +50,8 @@ std::string describe(int error) {
       return "your disk quota is used up";
     case EFBIG:
       return "the file is as large as the system allows";
-    case EWOULDBLOCK:
-      return "another recording is writing to it";
+    case EEXIST:
+      return "another program has made a file of that name";
     default:
       char text[128];
       return strerror_r(error, text, sizeof text);
@@ -79,13 +79,9 @@ size_t MovieFileWriter::addTrack(TrackKind kind) {
 bool MovieFileWriter::start() {
   if (status() != AVAssetWriterStatus::Unknown) return false;
   int error = 0;
-  mFile = mFileSystem.open(mPath, FileMode::kCreate, error);
-  if (mFile) error = mFile->lock();
-  if (mFile && error == 0) error = mFile->truncate(0);
-  if (!mFile || error != 0) {
-    mFile.reset();
-    return fail(error);
-  }
+  mFile = mFileSystem.open(mPath, FileMode::kCreateNew, error);
+  if (!mFile) return fail(error);
+  mFile->lock();  // it is new; where there are no locks, it is recorded without
   mDurability = std::make_unique<DurabilityThread>(*mFile, mFileSystem, mPath);
   mDurability->start();
   mMovie = describeMovie(std::time(nullptr));
@@ -125,9 +121,10 @@ bool MovieFileWriter::finish() {
   if (isWriting() && hasWaiting()) flush();
   mDurability->stop();
   if (isWriting() && mDurability->error() != 0) fail(mDurability->error());
-  if (mEnd == 0) {
+  if (!hasSamples()) {
+    const bool isOurs = mFile->isAt(mPath);
     close();
-    mFileSystem.remove(mPath);
+    if (isOurs) mFileSystem.remove(mPath);
   } else {
     makePlain();
     if (isWriting() && !mFile->isLinked()) fail(ENOENT);  // gone since it was last looked for
@@ -158,6 +155,10 @@ std::vector<TrackContents> MovieFileWriter::knownTracks() const {
 
 bool MovieFileWriter::hasWaiting() const {
   return std::any_of(mTracks.begin(), mTracks.end(), [](const MediaTrack& track) { return !track.waiting().empty(); });
+}
+
+bool MovieFileWriter::hasSamples() const {
+  return std::any_of(mTracks.begin(), mTracks.end(), [](const MediaTrack& track) { return track.index().count() > 0; });
 }
 
 bool MovieFileWriter::shouldWriteHeader() const {
@@ -257,12 +258,10 @@ bool MovieFileWriter::flush() {
 
 bool MovieFileWriter::makePlain() {
   const auto known = knownTracks();
-  const bool hasSamples =
-      std::any_of(known.begin(), known.end(), [](const TrackContents& track) { return track.index->count() > 0; });
   const bool fits =
       std::all_of(known.begin(), known.end(), [](const TrackContents& track) { return track.index->fitsTables(); });
   if (!fits) NSLog("The movie is too long for plain tables and stays in fragments: " + mPath);
-  if (!hasSamples || !fits) return sync() && mFile->truncate(mEnd) == 0;
+  if (!fits) return sync() && mFile->truncate(mEnd) == 0;
 
   const auto header = makePlainMovieHeader(mMovie, known, fourCharCode("free"));
   if (const int error = makeMoviePlain(*mFile, header, mEnd)) return fail(error);
@@ -282,7 +281,7 @@ bool MovieFileWriter::writeOrCutBack(std::span<iovec> vectors, uint64_t size) {
 }
 
 bool MovieFileWriter::sync() {
-  const int error = mFile->syncData();
+  const int error = mFile->makeDurable();
   return error == 0 || fail(error);
 }
 

@@ -45,7 +45,8 @@ class MovieFileWriter {
 
   /// Adds a track before the start. @return its place, for append and finishTrack.
   size_t addTrack(TrackKind kind);
-  /// Makes the file and claims it. False, and Failed, when it cannot be made.
+  /// Makes the file, which nobody else can read, and claims it. False, and Failed, when it cannot be
+  /// made or something is at its path.
   bool start();
   void setSessionStart(const CMTime& time);
   /// Takes a sample in; a fragment is written when enough waits. False when the sample does not fit
@@ -73,6 +74,7 @@ class MovieFileWriter {
   bool isWriting() const { return status() == AVAssetWriterStatus::Writing; }
   std::vector<TrackContents> knownTracks() const;
   bool hasWaiting() const;
+  bool hasSamples() const;
   bool shouldWriteHeader() const;
   bool writeHeader();
   bool writeSecondHeader(MediaTrack& late);

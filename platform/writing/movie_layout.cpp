@@ -31,9 +31,9 @@ int makeMoviePlain(File& file, std::span<const uint8_t> header, uint64_t end) {
     file.truncate(end);
     return error;
   }
-  if (const int error = file.syncData()) return error;
+  if (const int error = file.makeDurable()) return error;
   if (const int error = changeType(file, end, fourCharCode("free"), fourCharCode("moov"))) return error;
-  if (const int error = file.syncData()) return error;
+  if (const int error = file.makeDurable()) return error;
   const int error = coverMediaData(file, end, header.size());
   if (error != 0) changeType(file, end, fourCharCode("moov"), fourCharCode("free"));
   return error;
@@ -49,7 +49,7 @@ int coverMediaData(File& file, uint64_t offset, uint64_t size) {
   if (const int error = replaceBytes(file, kReservedOffset, bytes, std::span(beginning).subspan(kReservedOffset))) {
     return error;
   }
-  if (const int error = file.syncData()) return error;
+  if (const int error = file.makeDurable()) return error;
   file.truncate(offset + size);  // the movie is complete with or without that
   return 0;
 }

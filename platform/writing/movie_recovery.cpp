@@ -43,13 +43,13 @@ class MovieRecovery {
     const int64_t size = mFile.size();
     if (size < 0) return failure(static_cast<int>(-size));
     mFileSize = static_cast<uint64_t>(size);
-    if (mFileSize == 0) return nothing("It is empty: the recording ended before its first picture.");
+    if (mFileSize == 0) return empty("It is empty: the recording ended before its first picture.");
     if (!beginsLikeOurs()) return judgeOtherFile();
     if (const auto plain = findPlainMovie()) return alreadyPlain(*plain);
     walk();
     if (mError != 0) return failure(mError);
     if (mFinished) return coverFinished();
-    if (mSamples == 0) return nothing("It holds no picture and no sound yet.");
+    if (mSamples == 0) return empty("It holds no picture and no sound yet.");
     return finish();
   }
 
@@ -317,6 +317,8 @@ class MovieRecovery {
             0,
             "It is a finished movie and stays as it is."};
   }
+
+  static RecoveryResult empty(std::string text) { return {RecoveryOutcome::kEmpty, 0, 0, 0, 0, std::move(text)}; }
 
   static RecoveryResult nothing(std::string text) {
     return {RecoveryOutcome::kNothingToRecover, 0, 0, 0, 0, std::move(text)};

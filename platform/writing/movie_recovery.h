@@ -11,7 +11,8 @@ namespace vesk {
 enum class RecoveryOutcome {
   kRecovered,         ///< the movie was unfinished and is plain now
   kAlreadyPlain,      ///< left as it is
-  kNothingToRecover,  ///< an unfinished movie without any sample, or one that another program writes; left as it is
+  kEmpty,             ///< an unfinished movie without any sample; left as it is
+  kNothingToRecover,  ///< one that another program writes, or too long for a plain movie; left as it is
   kLocked,            ///< being recorded at this moment; left as it is
   kNotAMovie,         ///< left as it is
   kFailed,            ///< the file could not be opened, read or written
@@ -28,7 +29,8 @@ struct RecoveryResult {
 
 /// Makes a plain movie of what a killed program or a power cut left at `path`. Everything up to the
 /// last complete sample is in it. The file is changed in place, in steps each of which leaves it as
-/// readable as it was, and nothing is cut off; so it may be interrupted and run again.
+/// readable as it was, and nothing is cut off; so it may be interrupted and run again. Nothing is
+/// changed before it is known that the movie can be finished. A link at the path is not followed.
 VESK_EXPORT RecoveryResult recoverMovie(const std::string& path, FileSystem& fileSystem = FileSystem::posix());
 
 }  // namespace vesk

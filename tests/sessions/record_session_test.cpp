@@ -1,9 +1,14 @@
 #include "sessions/record_session.h"
 
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <functional>
 #include <thread>
 
+#include "sessions/temporary_movie.h"
 #include "tests/sessions/recording_test.h"
 
 namespace vesk {
@@ -14,8 +19,12 @@ struct RecordSessionTest : test::RecordingTest {
     return VeskRecordSession::initWithVideoDevice(camera, microphone, finalPath);
   }
   bool isAmongDelegates() const { return !camera->delegates().empty() || !microphone->delegates().empty(); }
-  size_t temporaryFiles() const {
-    return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(temporary.path()), {}));
+  /// Movies in the temporary folder, and with `all` their locks.
+  size_t temporaryFiles(bool all = false) const {
+    size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(temporary.path()))
+      if (all || entry.path().filename().string().front() != '.') ++count;
+    return count;
   }
 
   std::string path = movies.file("clip.mov");
@@ -116,7 +125,7 @@ TEST_F(RecordSessionTest, ARefusedStartIsClearedUp) {
     const std::weak_ptr<VeskRecordSession> watched = session;
     clearUp();
     EXPECT_FALSE(isAmongDelegates()) << label;
-    EXPECT_EQ(temporaryFiles(), 0U) << label;
+    EXPECT_EQ(temporaryFiles(true), 0U) << label;
     EXPECT_FALSE(isThere(path)) << label;
     session.reset();
     EXPECT_TRUE(watched.expired()) << label;
@@ -184,12 +193,141 @@ TEST_F(RecordSessionTest, KeepsAMovieThatCannotBePlaced) {
   session->stopSession();
 }
 
-TEST_F(RecordSessionTest, ReplacesALeftoverOfAnotherProcess) {
-  temporary.write("clip.mov", "old");
+/// What stands at the movie's name in the temporary folder is never touched, whoever put it there.
+TEST_F(RecordSessionTest, TakesTheNextNameWhereOneIsTaken) {
+  const std::string taken = temporary.file("clip.mov");
+  const std::string victim = movies.write("victim.mov", "somebody's film");
+  struct Row {
+    const char* label;
+    std::function<void()> take;
+    std::function<bool()> isUntouched;
+  };
+  const Row rows[] = {
+      {"a film that another program left", [&] { temporary.write("clip.mov", "old"); },
+       [&] { return test::contentOf(taken) == "old"; }},
+      {"a folder", [&] { std::filesystem::create_directory(taken); },
+       [&] { return std::filesystem::is_directory(taken); }},
+      {"a link that leads elsewhere", [&] { std::filesystem::create_symlink(victim, taken); },
+       [&] { return std::filesystem::is_symlink(taken) && test::contentOf(victim) == "somebody's film"; }},
+  };
+  for (const Row& row : rows) {
+    row.take();
+    session->startSession();
+    deliver(0, 2);
+    EXPECT_TRUE(isThere(temporary.file("clip 2.mov"))) << row.label;
+    session->stopSession();
+    EXPECT_TRUE(row.isUntouched()) << row.label;
+    EXPECT_EQ(test::probe(path).find("2vuy")->packets, 2) << row.label;
+    std::filesystem::remove_all(taken);
+    std::filesystem::remove(path);
+  }
+}
+
+TEST_F(RecordSessionTest, TakesTheNextNameWhereAnotherProcessRecords) {
+  int toChild[2], toParent[2];
+  ASSERT_EQ(pipe(toChild) | pipe(toParent), 0);
+  const pid_t other = fork();
+  ASSERT_GE(other, 0);
+  char byte = 0;
+  if (other == 0) {
+    // Nothing is written yet: only the name is reserved.
+    const auto reserved = TemporaryMovie::reserve(path);
+    const bool isWaiting = reserved && write(toParent[1], "r", 1) == 1;
+    _exit(isWaiting && read(toChild[0], &byte, 1) == 1 ? 0 : 1);
+  }
+  ASSERT_EQ(read(toParent[0], &byte, 1), 1);
   session->startSession();
   deliver(0, 2);
+  EXPECT_FALSE(isThere(temporary.file("clip.mov")));
+  EXPECT_TRUE(isThere(temporary.file("clip 2.mov")));
   session->stopSession();
-  EXPECT_EQ(test::probe(path).find("2vuy")->packets, 2);
+
+  // A program that died without clearing up holds no name.
+  ASSERT_EQ(write(toChild[1], "x", 1), 1);
+  int status = -1;
+  waitpid(other, &status, 0);
+  EXPECT_EQ(status, 0);
+  for (const int descriptor : {toChild[0], toChild[1], toParent[0], toParent[1]}) close(descriptor);
+  std::filesystem::remove(path);
+  session->startSession();
+  deliver(0, 2);
+  EXPECT_TRUE(isThere(temporary.file("clip.mov")));
+  session->stopSession();
+  EXPECT_EQ(temporaryFiles(true), 0U);
+}
+
+TEST_F(RecordSessionTest, KeepsAGrowingMovieFromOthersEyes) {
+  const mode_t before = umask(027);
+  const auto modeOf = [](const std::string& file) {
+    struct stat status = {};
+    return stat(file.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
+  };
+  session->startSession();
+  deliver(0, 2);
+  EXPECT_EQ(modeOf(temporary.file("clip.mov")), 0600U);
+  session->stopSession();
+  EXPECT_EQ(modeOf(path), 0640U) << "what the umask gives";
+  session->startSession();
+  deliver(0, 2);
+  session->stopSession();  // its place is taken now
+  EXPECT_EQ(modeOf(session->lastOutcome().temporaryPath), 0600U);
+  umask(before);
+}
+
+TEST_F(RecordSessionTest, RecordsIntoTheTemporaryFolderItself) {
+  const auto inPlace = sessionFor(temporary.path() + "//clip.mov");
+  for (const int pictures : {3, 5}) {
+    ASSERT_EQ(inPlace->startSession(), 0);
+    deliver(0, pictures);
+    inPlace->stopSession();
+    const RecordingOutcome outcome = inPlace->lastOutcome();
+    if (pictures == 3) {
+      EXPECT_EQ(outcome.moveError, "");
+      EXPECT_EQ(outcome.temporaryPath, "");
+    } else {
+      EXPECT_EQ(outcome.temporaryPath, temporary.file("clip 2.mov"));
+      EXPECT_EQ(test::probe(outcome.temporaryPath).find("2vuy")->packets, 5);
+    }
+    EXPECT_EQ(test::probe(temporary.file("clip.mov")).find("2vuy")->packets, 3) << "of the first";
+  }
+}
+
+TEST_F(RecordSessionTest, TellsOfATemporaryPathOnlyWhereAFileIs) {
+  session->startSession();
+  session->stopSession();  // nothing came
+  EXPECT_NE(session->lastOutcome().moveError, "");
+  EXPECT_EQ(session->lastOutcome().temporaryPath, "");
+  EXPECT_FALSE(isThere(path));
+
+  session->startSession();
+  std::filesystem::create_directory(temporary.file("clip.mov"));  // before the movie's file is made
+  deliver(0, 2);
+  session->stopSession();
+  EXPECT_EQ(session->lastOutcome().temporaryPath, "");
+  EXPECT_TRUE(std::filesystem::is_directory(temporary.file("clip.mov")));
+  EXPECT_FALSE(isThere(path)) << "a folder is not placed as the movie";
+}
+
+TEST_F(RecordSessionTest, FindsItsMovieInARenamedFolder) {
+  const std::string inner = temporary.file("inner");
+  const std::string renamed = temporary.file("renamed");
+  std::filesystem::create_directory(inner);
+  setTemporaryDirectory(inner);
+  session->startSession();
+  deliver(0, 4);
+  std::filesystem::rename(inner, renamed);
+  session->stopSession();
+  EXPECT_EQ(session->lastOutcome().moveError, "");
+  EXPECT_EQ(test::probe(path).find("2vuy")->packets, 4);
+
+  setTemporaryDirectory(renamed);
+  session->startSession();
+  deliver(0, 4);
+  std::filesystem::rename(renamed, inner);
+  session->stopSession();  // its place is taken
+  EXPECT_EQ(session->lastOutcome().temporaryPath, inner + "/clip.mov");
+  EXPECT_TRUE(isThere(inner + "/clip.mov"));
+  setTemporaryDirectory(temporary.path());
 }
 
 TEST_F(RecordSessionTest, TwoOfTheSameNameRecordOneCamera) {

@@ -54,7 +54,10 @@ class MemoryFileSystem final : public FileSystem {
   std::unique_ptr<File> open(const std::string& path, FileMode mode, int& error) override {
     std::lock_guard lock(mMutex);
     auto file = mFiles.find(path);
-    error = mHasFolder && (file != mFiles.end() || mode == FileMode::kCreate) ? 0 : ENOENT;
+    const bool isThere = file != mFiles.end();
+    error = !mHasFolder || (!isThere && mode != FileMode::kCreateNew) ? ENOENT
+            : isThere && mode == FileMode::kCreateNew                 ? EEXIST
+                                                                      : 0;
     if (error != 0) return nullptr;
     if (file == mFiles.end()) file = mFiles.emplace(path, std::make_shared<Node>()).first;
     return std::make_unique<MemoryFile>(*this, file->second);
@@ -129,6 +132,11 @@ class MemoryFileSystem final : public FileSystem {
         if (node == mNode) return true;
       }
       return false;
+    }
+    bool isAt(const std::string& path) override {
+      std::lock_guard lock(mOwner.mMutex);
+      const auto file = mOwner.mFiles.find(path);
+      return file != mOwner.mFiles.end() && file->second == mNode;
     }
     int close() override {
       std::lock_guard lock(mOwner.mMutex);

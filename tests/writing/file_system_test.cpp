@@ -16,7 +16,7 @@
 namespace vesk::test {
 namespace {
 
-std::unique_ptr<File> open(const std::string& path, FileMode mode = FileMode::kCreate) {
+std::unique_ptr<File> open(const std::string& path, FileMode mode = FileMode::kCreateNew) {
   int error = 0;
   auto file = FileSystem::posix().open(path, mode, error);
   EXPECT_EQ(error, 0);
@@ -64,7 +64,7 @@ TEST(FileSystem, SaysWhatIsWrong) {
 TEST(FileSystem, LocksAFileForOneHandle) {
   TemporaryFolder folder;
   auto first = open(folder.file("a"));
-  const auto second = open(folder.file("a"));
+  const auto second = open(folder.file("a"), FileMode::kReadWrite);
   EXPECT_EQ(first->lock(), 0);
   EXPECT_EQ(second->lock(), EWOULDBLOCK);
   first.reset();
@@ -162,6 +162,7 @@ class SparseFileSystem final : public FileSystem {
     int truncate(uint64_t size) override { return mFile->truncate(size); }
     int lock() override { return mFile->lock(); }
     bool isLinked() override { return true; }
+    bool isAt(const std::string& path) override { return mFile->isAt(path); }
     int close() override { return mFile->close(); }
 
    private:

@@ -92,7 +92,7 @@ TEST_P(RecoveryContentTest, SavesAMovieThatIsCutAnywhere) {
     for (size_t size = 0; size < whole.size(); size += size < 1300 || size + 150 > whole.size() ? 1 : step) {
       const std::vector<uint8_t> cut(whole.begin(), whole.begin() + static_cast<ptrdiff_t>(size));
       const Recovered recovered = recover(cut);
-      if (recovered.result.outcome == RecoveryOutcome::kNothingToRecover) {
+      if (recovered.result.outcome == RecoveryOutcome::kEmpty) {
         ASSERT_EQ(framesBefore, 0U) << size;
         ASSERT_EQ(recovered.bytes, cut) << size;
         continue;
@@ -207,8 +207,8 @@ TEST(MovieRecovery, LeavesAloneWhatItShould) {
     std::vector<uint8_t> bytes;
     RecoveryOutcome outcome;
   } rows[] = {{"text", {text.begin(), text.end()}, RecoveryOutcome::kNotAMovie},
-              {"empty", {}, RecoveryOutcome::kNothingToRecover},
-              {"no sample yet", ours, RecoveryOutcome::kNothingToRecover},
+              {"empty", {}, RecoveryOutcome::kEmpty},
+              {"no sample yet", ours, RecoveryOutcome::kEmpty},
               {"finished", finished, RecoveryOutcome::kAlreadyPlain},
               {"another program's", other, RecoveryOutcome::kAlreadyPlain},
               {"another program's, unfinished", otherFragmented, RecoveryOutcome::kNothingToRecover},
