@@ -3,18 +3,23 @@
 
 Runs ctest on the given build folder and, with --e2e, the files *_test.py of that folder (unittest
 style) against the build's vesk; with --only of that alone, those whose names hold one of some words.
-Prints what failed and closes with "N passed, N failed".
+With --repeat, each test runs so many times, shuffled, and passes when it did so every time; with --load,
+busy loops run beside them. Prints what failed and closes with "N passed, N failed".
 """
 import argparse
 import concurrent.futures
+import contextlib
 import json
 import os
 import pathlib
+import random
 import subprocess
 import sys
 import tempfile
 import unittest
 import xml.etree.ElementTree
+
+import repeat_tests
 
 JOBS = max(2, os.cpu_count() or 2)
 E2E_FILE_SECONDS = 1200
@@ -32,6 +37,16 @@ class Tally:
         self.passed += other.passed
         self.skipped += other.skipped
         self.failed += other.failed
+
+    @classmethod
+    def of(cls, outcomes, rounds):
+        """Counts each test once: it passed when it did so every time."""
+        tally = cls()
+        tally.passed = len(outcomes.passed.keys() - outcomes.failed.keys())
+        tally.skipped = sorted(outcomes.skipped.keys() - outcomes.passed.keys() - outcomes.failed.keys())
+        times = [f" ({count} of {rounds} times)" if rounds > 1 else "" for _, count in sorted(outcomes.failed.items())]
+        tally.failed = [name + time for name, time in zip(sorted(outcomes.failed), times)]
+        return tally
 
 
 def run_ctest(build, rooms, without):
@@ -60,49 +75,87 @@ def run_ctest(build, rooms, without):
     return tally
 
 
-def run_one_e2e_file(path):
+def run_repeated(build, rooms, without, rounds):
+    """Runs every test of the build's test programs so many times."""
+    outcomes = repeat_tests.run(build, rooms, without, rounds, JOBS)
+    for text in outcomes.texts:
+        print(text)
+    tally = Tally.of(outcomes, rounds)
+    if tally.passed == 0 and not tally.failed:
+        tally.failed.append("no tests")
+    return tally
+
+
+@contextlib.contextmanager
+def load(loops):
+    """Busy loops beside what runs in it, which end with this process."""
+    beside = "import os\nparent = os.getppid()\nwhile os.getppid() == parent:\n  for i in range(10**6): pass"
+    processes = [subprocess.Popen([sys.executable, "-c", beside], stdin=subprocess.DEVNULL) for _ in range(loops)]
+    try:
+        yield
+    finally:
+        for process in processes:
+            process.kill()
+            process.wait()
+
+
+def shuffle(suite):
+    """The suite with the tests of each class in any order."""
+    parts = [shuffle(part) if isinstance(part, unittest.TestSuite) else part for part in suite]
+    random.shuffle(parts)
+    return type(suite)(parts)
+
+
+def names_of(suite):
+    for part in suite:
+        if isinstance(part, unittest.TestSuite):
+            yield from names_of(part)
+        else:
+            yield str(part)
+
+
+def run_one_e2e_file(path, shuffled):
     """Runs one file in this process and prints its counts as JSON on the last line."""
     sys.path.insert(0, str(path.parent))
     suite = unittest.defaultTestLoader.discover(str(path.parent), pattern=path.name)
+    if shuffled:
+        suite = shuffle(suite)
+    names = set(names_of(suite))
     result = unittest.TextTestRunner(stream=sys.stderr, verbosity=2).run(suite)
     # A test with several failing subtests counts once.
     failed = {str(getattr(test, "test_case", test)) for test, _ in result.failures + result.errors}
     failed |= {str(test) for test in result.unexpectedSuccesses}
-    skipped = [str(test) for test, _ in result.skipped]
-    passed = max(0, result.testsRun - len(skipped) - len([name for name in failed]))
-    print(json.dumps({"passed": passed, "skipped": skipped, "failed": sorted(failed)}))
+    skipped = {str(test) for test, _ in result.skipped}
+    print(json.dumps({"passed": sorted(names - skipped - failed), "skipped": sorted(skipped), "failed": sorted(failed)}))
 
 
-def run_e2e(folder, build, words, jobs):
+def run_e2e(folder, build, words, jobs, rounds=1):
+    """Runs the files of that folder, each so many times; what failing ones say goes to standard output."""
     environment = {**os.environ, "VESK_PROGRAM": str(pathlib.Path(build).resolve() / "apps/vesk"),
                    "PYTHONDONTWRITEBYTECODE": "1"}
+    outcomes = repeat_tests.Outcomes()
 
     def run(path):
-        tally = Tally()
+        command = [sys.executable, __file__, "--e2e-file", path, "--repeat", str(rounds)]
         try:
-            done = subprocess.run([sys.executable, __file__, "--e2e-file", path], stdin=subprocess.DEVNULL,
-                                  capture_output=True, text=True, errors="replace", env=environment,
-                                  timeout=E2E_FILE_SECONDS)
+            done = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, errors="replace",
+                                  env=environment, timeout=E2E_FILE_SECONDS)
             counts = json.loads(done.stdout.splitlines()[-1])
         except (subprocess.TimeoutExpired, IndexError, ValueError) as error:
-            tally.failed.append(f"{path}: {type(error).__name__}")
-            return tally, ""
-        tally.passed = counts["passed"]
-        tally.skipped = [f"{path.name}: {name}" for name in counts["skipped"]]
-        tally.failed = [f"{path.name}: {name}" for name in counts["failed"]]
-        if tally.passed == 0 and not tally.failed and not tally.skipped:
-            tally.failed.append(f"{path.name}: no tests")
-        return tally, done.stderr if tally.failed else ""
+            return path, {"failed": [type(error).__name__]}, ""
+        if not any(counts.values()):
+            counts["failed"].append("no tests")
+        return path, counts, done.stderr
 
-    total = Tally()
     files = [path for path in sorted(pathlib.Path(folder).glob("*_test.py"))
              if not words or any(word in path.name for word in words)]
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-        for tally, output in pool.map(run, files):
-            if output:
-                print(output)
-            total.add(tally)
-    return total
+        for path, counts, said in pool.map(run, files * rounds):
+            if counts["failed"]:
+                print(said)
+            for kind, names in counts.items():
+                getattr(outcomes, kind).update(f"{path.name}: {name}" for name in names)
+    return Tally.of(outcomes, rounds)
 
 
 def main():
@@ -113,15 +166,25 @@ def main():
     parser.add_argument("--e2e", metavar="FOLDER", help="also the Python tests in this folder")
     parser.add_argument("--only", metavar="WORDS", help="only the files of that folder with such a word in their name")
     parser.add_argument("--jobs", type=int, default=JOBS, help="how many of them run at once")
+    parser.add_argument("--repeat", type=int, default=1, metavar="N", help="run each test so many times, shuffled")
+    parser.add_argument("--repeat-e2e", type=int, metavar="N", help="and those of the folder so many times")
+    parser.add_argument("--load", action="store_true", help="busy loops beside the tests, one for each processor")
     parser.add_argument("--e2e-file", type=pathlib.Path, help=argparse.SUPPRESS)
     options = parser.parse_args()
     if options.e2e_file:
-        run_one_e2e_file(options.e2e_file.resolve())
+        run_one_e2e_file(options.e2e_file.resolve(), options.repeat > 1)
         return 0
 
-    tally = Tally() if options.only is not None else run_ctest(options.build, options.rooms.split(), options.without)
-    if options.e2e:
-        tally.add(run_e2e(options.e2e, options.build, (options.only or "").split(), options.jobs))
+    tally = Tally()
+    with load(JOBS if options.load else 0):
+        if options.only is None and options.repeat > 1:
+            tally.add(run_repeated(options.build, options.rooms.split(), options.without, options.repeat))
+        elif options.only is None:
+            tally.add(run_ctest(options.build, options.rooms.split(), options.without))
+        if options.e2e:
+            rounds = options.repeat if options.repeat_e2e is None else options.repeat_e2e
+            if rounds:
+                tally.add(run_e2e(options.e2e, options.build, (options.only or "").split(), options.jobs, rounds))
     for name in tally.skipped:
         print(f"skipped: {name}")
     for name in tally.failed:
