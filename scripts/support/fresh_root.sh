@@ -44,6 +44,9 @@ make_fresh_root() {
   cp -L /etc/resolv.conf /etc/hosts "$root/etc/" 2>/dev/null || true
 }
 
+# Folders of this machine that are seen there too, as FROM=TO.
+fresh_binds=()
+
 # in_fresh_root FOLDER [NAME=VALUE…] COMMAND…: runs it as a newcomer's shell would, with nothing of this
 # machine's environment. Its mounts and whatever it leaves running end with it.
 in_fresh_root() {
@@ -52,7 +55,8 @@ in_fresh_root() {
   unshare --mount --pid --fork --kill-child -- bash -c '
     set -euo pipefail
     root=$1
-    shift
+    binds=$2
+    shift 2
     mount --make-rprivate /
     mount -t proc proc "$root/proc"
     mount --rbind /sys "$root/sys"
@@ -69,13 +73,14 @@ in_fresh_root() {
     ln -s /proc/self/fd/0 "$root/dev/stdin"
     ln -s /proc/self/fd/1 "$root/dev/stdout"
     ln -s /proc/self/fd/2 "$root/dev/stderr"
-    if [[ -n ${VESK_FRESH_CACHE:-} ]]; then
-      mkdir -p "$root/root/.cache/ccache"
-      mount --bind "$VESK_FRESH_CACHE" "$root/root/.cache/ccache"
-    fi
+    while IFS="=" read -r from to; do
+      [[ -n $from ]] || continue
+      mkdir -p "$root$to"
+      mount --bind "$from" "$root$to"
+    done <<<"$binds"
     exec chroot "$root" /usr/bin/env -i HOME=/root USER=root TERM=dumb \
       PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin "$@"
-  ' fresh "$root" "$@" </dev/null
+  ' fresh "$root" "$(printf '%s\n' "${fresh_binds[@]}")" "$@" </dev/null
 }
 
 # clone_into_fresh_root FOLDER: what is committed here, as a newcomer clones it, in /root/vesk there.
