@@ -3,6 +3,7 @@
 #include <linux/videodev2.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <map>
 #include <tuple>
 
@@ -44,13 +45,17 @@ std::optional<NodeIdentity> identify(V4L2Calls& calls, const std::string& node) 
   if (descriptor < 0) return std::nullopt;
   v4l2_capability capability{};
   const int status = calls.ioctl(descriptor, VIDIOC_QUERYCAP, &capability);
+  // A processor that pictures in memory are sent through has no input to choose.
+  v4l2_input input{};
+  const bool hasInput = status >= 0 && calls.ioctl(descriptor, VIDIOC_ENUMINPUT, &input) != -ENOTTY;
   calls.close(descriptor);
   if (status < 0) return NodeIdentity{};
   const uint32_t able = (capability.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? capability.device_caps  // of this node
                                                                               : capability.capabilities;
   constexpr uint32_t kNeeded = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_STREAMING;
-  constexpr uint32_t kUnwanted = V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_VIDEO_M2M | V4L2_CAP_META_CAPTURE;
-  return NodeIdentity{(able & kNeeded) == kNeeded && (able & kUnwanted) == 0, fieldText(capability.card),
+  // With V4L2_CAP_IO_MC only the media controller can set it up.
+  constexpr uint32_t kUnwanted = V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_VIDEO_M2M | V4L2_CAP_META_CAPTURE | V4L2_CAP_IO_MC;
+  return NodeIdentity{hasInput && (able & kNeeded) == kNeeded && (able & kUnwanted) == 0, fieldText(capability.card),
                       fieldText(capability.driver), fieldText(capability.bus_info)};
 }
 
@@ -94,6 +99,8 @@ std::vector<CameraRecord> makeRecords(std::span<const KnownNode> nodes) {
   std::vector<CameraRecord> records;
   records.reserve(byPath.size());
   for (auto& [path, record] : byPath) records.push_back(std::move(record));
+  std::stable_partition(records.begin(), records.end(),
+                        [](const CameraRecord& record) { return !record.usbPath.empty(); });
   return records;
 }
 

@@ -14,7 +14,7 @@ namespace vesk::capture {
 
 /// What a node says of itself when it is opened.
 struct NodeIdentity {
-  bool canCapture = false;  ///< pictures, by streaming; nodes for metadata and converters cannot
+  bool canCapture = false;  ///< pictures, by streaming; nodes for metadata, converters and parts of others cannot
   std::string card;
   std::string driver;
   std::string bus;
@@ -43,8 +43,10 @@ struct CameraRecord {
 std::string withoutRepetition(const std::string& name);
 
 /// Makes one record for each camera out of the nodes of all: those of one USB device belong together,
-/// any other node is a camera by itself. In the order of their paths, which tell two cameras of the
-/// same make apart by where they are attached, and are the same after a restart.
+/// any other node is a camera by itself. USB cameras come first, since the first is taken where none is
+/// asked for and the others are often no camera that a person sees. Among each kind in the order of their
+/// paths, which tell two cameras of the same make apart by where they are attached, and are the same after
+/// a restart.
 std::vector<CameraRecord> makeRecords(std::span<const KnownNode> nodes);
 
 }  // namespace vesk::capture

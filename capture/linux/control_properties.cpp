@@ -141,15 +141,19 @@ void writeMotion(int64_t number, std::span<uint8_t> bytes) {
   bytes[1] = static_cast<uint8_t>(std::abs(number));
 }
 
-/// How a control is to move for a direction and a speed, of which 0 leaves the choice to us.
+/// How a control is to move for a direction and a speed, of which 0 leaves the choice to us: the head's own
+/// default as far as the range goes that way (kernels that tell the slowest speed as the minimum stop there),
+/// or, where there is none, as far as both ways go.
 int64_t readMotion(std::span<const uint8_t> bytes, Form form, const v4l2_query_ext_ctrl& control) {
   constexpr int64_t kStepsOfRange = 16;
   const auto direction = static_cast<int8_t>(bytes[0]);
   if (direction == 0) return 0;
-  // As far as both ways go: some kernels tell too short a range for one of them.
   const int64_t reach = std::min(std::abs(control.minimum), std::abs(control.maximum));
-  int64_t size = std::max<int64_t>(form == Form::kStep ? reach / kStepsOfRange : reach, 1);
+  int64_t size = form == Form::kStep ? reach / kStepsOfRange : reach;
+  if (form == Form::kSpeed && control.default_value != 0)
+    size = std::min(std::abs(control.default_value), std::abs(direction > 0 ? control.maximum : control.minimum));
   if (form == Form::kSpeed && bytes[1] != 0) size = bytes[1];
+  size = std::max<int64_t>(size, 1);
   return direction > 0 ? size : -size;
 }
 
@@ -171,6 +175,8 @@ struct ControlProperties::Found {
       control.id = row->controls[i];
       const int answer = node->ask(VIDIOC_QUERY_EXT_CTRL, &control);
       if (answer == 0 && (control.flags & V4L2_CTRL_FLAG_DISABLED) == 0) {
+        // Kernels tell the speeds of a zoom without its directions: it goes out as fast as in.
+        if (row->number == kRelativeZoom && control.minimum >= 0) control.minimum = -control.maximum;
         controls[i] = control;
         error = 0;
       } else if (answer != 0 && answer != -EINVAL && answer != -ENOTTY) {
@@ -195,12 +201,12 @@ struct ControlProperties::Found {
     return 0;
   }
 
-  /// Sets all controls at once: a head goes to both positions in one move.
+  /// Sets all controls at once, but for those that cannot be set: a head goes to both positions in one move.
   int tell(const Numbers& numbers) const {
     std::array<v4l2_ext_control, 2> settings{};
     size_t count = 0;
     for (size_t i = 0; i < controls.size(); ++i) {
-      if (!controls[i]) continue;
+      if (!controls[i] || cannotBeSet(i)) continue;
       if (row->form == Form::kPress && numbers[i] == 0) continue;
       settings[count].id = controls[i]->id;
       settings[count++].value = static_cast<int32_t>(numbers[i]);
@@ -235,7 +241,7 @@ struct ControlProperties::Found {
     }
   }
 
-  /// The numbers for a value of the right size; none when they are out of range.
+  /// The numbers for a value of the right size; none when they are out of range, other than positions.
   std::optional<Numbers> read(std::span<const uint8_t> value) const {
     const FormTraits traits = traitsOf(row->form);
     Numbers numbers{};
@@ -255,17 +261,33 @@ struct ControlProperties::Found {
       } else {
         numbers[i] = readNumber(bytes, traits.least < 0);
       }
+      // A head is sent to both positions, of which the caller may know only one.
+      if (isPosition()) numbers[i] = within(*controls[i], numbers[i]);
       if (numbers[i] < controls[i]->minimum || numbers[i] > controls[i]->maximum) return std::nullopt;
     }
     return numbers;
   }
 
-  bool hasFlag(uint32_t flags) const {
-    return std::any_of(controls.begin(), controls.end(),
-                       [&](const auto& control) { return control && (control->flags & flags) != 0; });
+  /// Whether setting `numbers` would change a control that cannot be set, which some drivers take without
+  /// effect. Of a pair, the one beside that which changes may stay as it is.
+  bool isRefused(const Numbers& numbers) const {
+    if (!cannotBeSet(0) && !cannotBeSet(1)) return false;
+    if (!controls[0] || !controls[1] || (cannotBeSet(0) && cannotBeSet(1))) return true;
+    const size_t fixed = cannotBeSet(0) ? 0 : 1;
+    if (!isPosition()) return numbers[fixed] != 0;
+    Numbers now{};
+    return ask(kRequestCurrent, now) == 0 && numbers[fixed] != within(*controls[fixed], now[fixed]);
   }
 
  private:
+  static int64_t within(const v4l2_query_ext_ctrl& control, int64_t number) {
+    return std::max<int64_t>(std::min<int64_t>(number, control.maximum), control.minimum);
+  }
+  bool isPosition() const { return row->number == kPanTilt && row->set == kCameraControlSet; }
+  bool cannotBeSet(size_t i) const {
+    return controls[i] && (controls[i]->flags & (V4L2_CTRL_FLAG_INACTIVE | V4L2_CTRL_FLAG_READ_ONLY)) != 0;
+  }
+
   int exchange(unsigned long request, std::span<v4l2_ext_control> settings) const {
     v4l2_ext_controls list{};
     list.which = V4L2_CTRL_WHICH_CUR_VAL;
@@ -327,9 +349,8 @@ int32_t ControlProperties::set(const PropertySetIdentifier& set, uint32_t number
   Found found;
   if (const int32_t status = find(set, number, found)) return status;
   if (value.size() != sizeOf(*found.row)) return kVCIInvalidArgument;
-  // Some drivers take what has no effect.
-  if (found.hasFlag(V4L2_CTRL_FLAG_INACTIVE | V4L2_CTRL_FLAG_READ_ONLY)) return kVCIFailed;
   const auto numbers = found.read(value);
+  if (numbers && found.isRefused(*numbers)) return kVCIFailed;
   return numbers ? controlStatus(found.tell(*numbers)) : int32_t{kVCIInvalidArgument};
 }
 

@@ -14,8 +14,8 @@ namespace vesk::capture {
 /// camera's automatic modes, change values too, and the kernel keeps what does not change.
 ///
 /// Statuses as for CaptureDevice: 14 what the camera does not have; 2 a value of the wrong size or out of
-/// range, which changes nothing; 19 a control that another program holds; 1 one that cannot be set now, a
-/// request that it does not answer, and a camera that stalls or is gone.
+/// range, which changes nothing, but a head goes as far as it can; 19 a control that another program holds; 1 one that
+/// cannot be set now, a request that it does not answer, and a camera that stalls or is gone.
 ///
 /// Threads: every operation from any thread.
 class ControlProperties {

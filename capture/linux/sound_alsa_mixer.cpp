@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <utility>
 
 #include "capture/vci.h"
 
@@ -38,29 +39,70 @@ int32_t withElement(const std::string& card, int (*has)(snd_mixer_elem_t*), cons
   return kVCIFailed;
 }
 
+using Channels = std::vector<std::pair<snd_mixer_selem_channel_id_t, long>>;
+
+/// The channels of an element with their levels.
+Channels channelsOf(snd_mixer_elem_t* element) {
+  Channels channels;
+  for (int channel = 0; channel <= SND_MIXER_SCHN_LAST; ++channel) {
+    const auto id = static_cast<snd_mixer_selem_channel_id_t>(channel);
+    long level = 0;
+    if (snd_mixer_selem_has_capture_channel(element, id) == 0) continue;
+    if (snd_mixer_selem_get_capture_volume(element, id, &level) >= 0) channels.emplace_back(id, level);
+  }
+  return channels;
+}
+
+std::vector<long> levelsOf(const Channels& channels) {
+  std::vector<long> levels;
+  for (const auto& [id, level] : channels) levels.push_back(level);
+  return levels;
+}
+
 }  // namespace
+
+uint32_t volumeOfAlsaLevel(long level, long least, long most) {
+  const long range = most - least;
+  return static_cast<uint32_t>(((std::clamp(level, least, most) - least) * kMost + range / 2) / range);
+}
+
+long alsaLevelOfVolume(uint8_t volume, long least, long most) {
+  return least + (volume * (most - least) + kMost / 2) / kMost;
+}
+
+std::vector<long> scaledAlsaLevels(std::vector<long> levels, long least, long loudest) {
+  if (levels.empty()) return levels;
+  const long range = *std::max_element(levels.begin(), levels.end()) - least;
+  for (long& level : levels)
+    level = range > 0 ? least + ((level - least) * (loudest - least) + range / 2) / range : loudest;
+  return levels;
+}
 
 int32_t getAlsaVolume(const std::string& card, uint32_t& volume) {
   return withElement(card, snd_mixer_selem_has_capture_volume, [&](snd_mixer_elem_t* element) {
+    const auto channels = channelsOf(element);
     long least = 0;
     long most = 0;
-    long value = 0;
-    int code = snd_mixer_selem_get_capture_volume_range(element, &least, &most);
-    if (code >= 0) code = snd_mixer_selem_get_capture_volume(element, SND_MIXER_SCHN_MONO, &value);
-    if (code < 0 || most <= least) return -1;
-    volume = static_cast<uint32_t>((std::clamp(value, least, most) - least) * kMost / (most - least));
+    if (snd_mixer_selem_get_capture_volume_range(element, &least, &most) < 0 || most <= least) return -1;
+    if (channels.empty()) return -1;
+    const auto levels = levelsOf(channels);
+    volume = volumeOfAlsaLevel(*std::max_element(levels.begin(), levels.end()), least, most);
     return 0;
   });
 }
 
 int32_t setAlsaVolume(const std::string& card, uint8_t volume) {
   return withElement(card, snd_mixer_selem_has_capture_volume, [&](snd_mixer_elem_t* element) {
+    const auto channels = channelsOf(element);
     long least = 0;
     long most = 0;
     if (snd_mixer_selem_get_capture_volume_range(element, &least, &most) < 0 || most <= least) return -1;
-    // Rounded up, so that what is read back is what was set as nearly as the card can.
-    const long value = least + (volume * (most - least) + kMost - 1) / kMost;
-    return snd_mixer_selem_set_capture_volume_all(element, value);
+    const long loudest = alsaLevelOfVolume(volume, least, most);
+    const auto levels = scaledAlsaLevels(levelsOf(channels), least, loudest);
+    int code = channels.empty() ? -1 : 0;
+    for (size_t i = 0; i < channels.size() && code >= 0; ++i)
+      code = snd_mixer_selem_set_capture_volume(element, channels[i].first, levels[i]);
+    return code;
   });
 }
 

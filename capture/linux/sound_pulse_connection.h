@@ -28,6 +28,10 @@ class SoundSystem;
 /// The sound server's with another patience than the usual one; as makePulseSoundSystem of sound_system.h.
 std::shared_ptr<SoundSystem> makePulseSoundSystem(std::string& error, const PulsePatience& patience);
 
+/// Sets the loudest channel to `level` and the others as far below it as they are. At 0 that cannot be seen
+/// any more: `known`, the last volume above 0, remembers it.
+void scaleKeepingBalance(pa_cvolume& volume, pa_cvolume& known, pa_volume_t level);
+
 /// The connection to the machine's sound server: its thread, and the context on it, which is made
 /// anew when the server has gone and come back.
 ///

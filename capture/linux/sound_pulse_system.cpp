@@ -161,7 +161,7 @@ class PulseSoundSystem : public SoundSystem {
     SourceState state = ask(lock, path);
     if (!state.isFound) return kVCIFailed;
     const auto level = static_cast<pa_volume_t>((uint64_t{volume} * PA_VOLUME_NORM + kMostVolume / 2) / kMostVolume);
-    scaleKeepingBalance(path, state.volume, level);
+    scaleKeepingBalance(state.volume, mBalances[path], level);
     return change(lock, [&](pa_context* context, Success& success) {
       return pa_context_set_source_volume_by_name(context, path.c_str(), &state.volume, keepSuccess, &success);
     });
@@ -207,18 +207,6 @@ class PulseSoundSystem : public SoundSystem {
     return success.isDone ? kVCISuccess : kVCIFailed;
   }
 
-  /// Sets the loudest channel to `level` and the others as far below it as they are. At 0 the balance
-  /// cannot be seen any more, so that it is remembered.
-  void scaleKeepingBalance(const std::string& path, pa_cvolume& volume, pa_volume_t level) {
-    if (pa_cvolume_max(&volume) > PA_VOLUME_MUTED) {
-      mBalances[path] = volume;
-    } else if (const auto known = mBalances.find(path);
-               known != mBalances.end() && known->second.channels == volume.channels) {
-      volume = known->second;
-    }
-    pa_cvolume_scale(&volume, level);
-  }
-
   const std::shared_ptr<PulseConnection> mConnection;
   std::atomic<bool> mHasBegunWatching{false};
   // With the connection's Lock held.
@@ -227,6 +215,15 @@ class PulseSoundSystem : public SoundSystem {
 };
 
 }  // namespace
+
+void scaleKeepingBalance(pa_cvolume& volume, pa_cvolume& known, pa_volume_t level) {
+  if (pa_cvolume_max(&volume) > PA_VOLUME_MUTED) {
+    known = volume;
+  } else if (known.channels == volume.channels) {
+    volume = known;
+  }
+  pa_cvolume_scale(&volume, level);
+}
 
 std::shared_ptr<SoundSystem> makePulseSoundSystem(std::string& error) {
   return makePulseSoundSystem(error, PulsePatience());

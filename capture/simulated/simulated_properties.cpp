@@ -254,6 +254,8 @@ int32_t SimulatedProperties::store(const PropertyRow& row, std::span<const uint8
   Numbers numbers{};
   for (uint32_t i = 0; i < row.count; ++i) {
     numbers[i] = readNumber(value.subspan(i * row.width, row.width));
+    // A head goes as far as it can.
+    if (row.effect == Effect::kPosition) numbers[i] = std::clamp(numbers[i], row.minimum, row.maximum);
     if (numbers[i] < row.minimum || numbers[i] > row.maximum) return kVCIInvalidArgument;
   }
   if (row.effect == Effect::kMode && numbers[0] != kManualExposure && numbers[0] != kAperturePriority)
@@ -278,8 +280,8 @@ void SimulatedProperties::act(const PropertyRow& row, const Numbers& numbers) {
     case Effect::kTurn: {
       valueOf(row) = numbers;
       const bool isStop = numbers[0] == 0 && numbers[2] == 0;
-      // Pan 1 turns to the left, tilt 1 up.
-      return moveHead(isStop ? HeadMove::Kind::kStop : HeadMove::Kind::kTurn, mPan - sign(numbers[0]) * kTurnStep,
+      // Pan 1 turns clockwise as seen from above, tilt 1 up (UVC 1.5, 4.2.2.1.15).
+      return moveHead(isStop ? HeadMove::Kind::kStop : HeadMove::Kind::kTurn, mPan + sign(numbers[0]) * kTurnStep,
                       mTilt + sign(numbers[2]) * kTurnStep);
     }
     case Effect::kMoveBy:

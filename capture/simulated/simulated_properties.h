@@ -18,7 +18,7 @@ struct PropertyRow;
 
 /// The controls of a simulated camera: what it has, what it takes, and what its pictures look like
 /// for it. An automatic mode that is on makes its control read-only. Values out of range are refused
-/// and change nothing.
+/// and change nothing, but a head that is sent too far goes as far as it can.
 ///
 /// Statuses: 14 the camera does not have the property; 2 a value of the wrong size or out of range; 1
 /// a property that cannot be set (now), or a request that it does not answer.

@@ -193,7 +193,6 @@ TEST_F(LinuxCameraControls, RefuseWhatCannotBeSetAndChangeNothing) {
       {"below", kImageControlSet, kBrightness, {0x9C, 0xFF}, kVCIInvalidArgument},
       {"above", kImageControlSet, kBrightness, {65, 0}, kVCIInvalidArgument},
       {"no switch", kMirrorSet, kMirror, {2}, kVCIInvalidArgument},
-      {"one of two", kCameraControlSet, kPanTilt, {0, 0, 0, 0, 0, 0, 1, 0}, kVCIInvalidArgument},
       {"ruled by a mode", kCameraControlSet, kExposure, {100, 0, 0, 0}, kVCIFailed},
       {"ruled by a switch", kImageControlSet, kWhiteBalance, {0, 16}, kVCIFailed},
       {"held by another", kCameraControlSet, kFocus, {20, 0}, kVCIBusy},
@@ -314,6 +313,69 @@ TEST_F(LinuxCameraControls, HeadsTurnByTheirOwnSpeedOrStep) {
   all.erase(all.begin() + 2);  // a head that only turns sideways
   EXPECT_EQ(set(kRelativeMotionSet, kMotionPanTilt, {1, 0, 1, 0}), kVCISuccess);
   EXPECT_EQ(lastSettings(kSecond), Settings({{V4L2_CID_PAN_RELATIVE, 1}}));
+}
+
+TEST_F(LinuxCameraControls, NudgesGoAtTheHeadsOwnSpeedAsFarAsItGoesThatWay) {
+  struct Row {
+    const char* label;
+    int64_t minimum, maximum, usual;
+    int32_t there, back;
+  };
+  constexpr Row kRows[] = {{"the slowest told as the minimum", -1, 7, 4, 4, -1},
+                           {"both ways", -8, 8, 4, 4, -4},
+                           {"a default that it does not reach", -3, 3, 5, 3, -3},
+                           {"no default", -5, 5, 0, 5, -5}};
+  for (const Row& row : kRows) {
+    auto& pan = controls(kSecond).controls[0];
+    ASSERT_EQ(pan.id, uint32_t{V4L2_CID_PAN_SPEED});
+    pan = {V4L2_CID_PAN_SPEED, row.minimum, row.maximum, row.usual};
+    for (const auto& [direction, speed] : {std::pair(uint8_t{1}, row.there), std::pair(uint8_t{0xFF}, row.back)}) {
+      EXPECT_EQ(set(kCameraControlSet, kRelativePanTilt, {direction, 0, 0, 0}), kVCISuccess) << row.label;
+      EXPECT_EQ(lastSettings(kSecond), Settings({{V4L2_CID_PAN_SPEED, speed}, {V4L2_CID_TILT_SPEED, 0}})) << row.label;
+    }
+  }
+}
+
+TEST_F(LinuxCameraControls, AHeadsPositionsDoNotStandInEachOthersWay) {
+  const auto turnTo = [this](int32_t pan, int32_t tilt) {
+    Bytes value;
+    for (const int32_t half : {pan, tilt})
+      for (const int shift : {0, 8, 16, 24}) value.push_back(static_cast<uint8_t>(half >> shift));
+    return set(kCameraControlSet, kPanTilt, value);
+  };
+  FakeControls::Control& tilt = controls().controls[10];
+  ASSERT_EQ(tilt.id, uint32_t{V4L2_CID_TILT_ABSOLUTE});
+  tilt.current = 7300;  // more than its maximum
+  EXPECT_EQ(turnTo(3600, 7300), kVCISuccess);
+  EXPECT_EQ(lastSettings(), Settings({{V4L2_CID_PAN_ABSOLUTE, 3600}, {V4L2_CID_TILT_ABSOLUTE, 7200}}));
+  EXPECT_EQ(turnTo(-40000, 0), kVCISuccess);
+  EXPECT_EQ(lastSettings(), Settings({{V4L2_CID_PAN_ABSOLUTE, -36000}, {V4L2_CID_TILT_ABSOLUTE, 0}}));
+
+  tilt.flags = V4L2_CTRL_FLAG_READ_ONLY;
+  tilt.current = 7300;
+  const size_t before = controls().settings.size();
+  EXPECT_EQ(turnTo(3600, 100), kVCIFailed);
+  EXPECT_EQ(controls().settings.size(), before);
+  EXPECT_EQ(turnTo(3600, 7300), kVCISuccess);
+  EXPECT_EQ(lastSettings(), Settings({{V4L2_CID_PAN_ABSOLUTE, 3600}}));
+  controls().controls[9].flags = V4L2_CTRL_FLAG_READ_ONLY;
+  EXPECT_EQ(turnTo(3600, 7300), kVCIFailed);
+}
+
+TEST_F(LinuxCameraControls, ZoomsGoOutAndStopWhereTheRangeIsToldAsPositive) {
+  auto& zoom = controls(kSecond).controls[2];
+  ASSERT_EQ(zoom.id, uint32_t{V4L2_CID_ZOOM_CONTINUOUS});
+  zoom.minimum = 1;
+  zoom.maximum = 7;
+  EXPECT_EQ(get(kCameraControlSet, kRelativeZoom, kRequestMinimum), Bytes({0xF9, 0xFF, 0xFF, 0xFF}));
+  for (const int32_t speed : {-7, -1, 0, 7}) {
+    EXPECT_EQ(set(kCameraControlSet, kRelativeZoom,
+                  {static_cast<uint8_t>(speed), static_cast<uint8_t>(speed < 0 ? 0xFF : 0),
+                   static_cast<uint8_t>(speed < 0 ? 0xFF : 0), static_cast<uint8_t>(speed < 0 ? 0xFF : 0)}),
+              kVCISuccess);
+    EXPECT_EQ(lastSettings(kSecond), Settings({{V4L2_CID_ZOOM_CONTINUOUS, speed}}));
+  }
+  EXPECT_EQ(set(kCameraControlSet, kRelativeZoom, {0xF8, 0xFF, 0xFF, 0xFF}), kVCIInvalidArgument);
 }
 
 TEST_F(LinuxCameraControls, ListWhatIsOnAnyOfTheCamerasNodes) {

@@ -73,6 +73,31 @@ TEST_F(LinuxCameraList, HasOneRecordForEachCameraAndNoneForOtherNodes) {
   EXPECT_EQ(mCalls->openCount(), 0u);
 }
 
+/// As on small boards, whose image processors come first and have the capabilities of cameras.
+TEST_F(LinuxCameraList, HasNoPartsOfOthersAndUsbCamerasFirst) {
+  const auto onBoard = [](const std::string& name) {
+    VideoNode node;
+    node.node = name;
+    node.place = node.systemPath = "a platform" + name;
+    node.capabilities = ":capture:";
+    return node;
+  };
+  plug("/dev/video0", camera("Built in"), onBoard("/dev/video0"));
+  FakeV4L2::Node processor{.deviceCaps = 0x04200001, .hasInputs = false};
+  plug("/dev/video1", processor, onBoard("/dev/video1"));
+  FakeV4L2::Node part = camera();
+  part.deviceCaps |= V4L2_CAP_IO_MC;
+  plug("/dev/video2", part, onBoard("/dev/video2"));
+  EXPECT_EQ(paths().size(), 1u);
+  plugCamera(3, "4");
+  plugCamera(5, "3");
+  const auto devices = mSource.devices(DeviceKind::kVideo);
+  ASSERT_EQ(devices.size(), 3u);
+  EXPECT_NE(devices[0].path.find("usb-0:3"), std::string::npos) << devices[0].path;
+  EXPECT_NE(devices[1].path.find("usb-0:4"), std::string::npos) << devices[1].path;
+  EXPECT_EQ(devices[2].name, "Built in");
+}
+
 TEST_F(LinuxCameraList, TellsTwoOfTheSameMakeApartByTheirPorts) {
   plugCamera(0, "3");
   plugCamera(2, "4");

@@ -149,5 +149,22 @@ TEST_F(SoundServerTest, ThreadsMaySeeItGoWhileTheyUseIt) {
   for (std::thread& thread : threads) thread.join();
 }
 
+TEST(SoundServerVolume, KeepsTheBalanceOfChannelsAlsoThroughSilence) {
+  pa_cvolume volume{};
+  pa_cvolume known{};
+  pa_cvolume_set(&volume, 2, PA_VOLUME_NORM);
+  volume.values[1] = PA_VOLUME_NORM / 2;
+  for (const pa_volume_t level : {PA_VOLUME_NORM / 4, PA_VOLUME_NORM, PA_VOLUME_MUTED, PA_VOLUME_NORM / 2}) {
+    scaleKeepingBalance(volume, known, level);
+    EXPECT_EQ(volume.values[0], level);
+    EXPECT_EQ(volume.values[1], level / 2);
+  }
+  pa_cvolume silent{};
+  pa_cvolume_set(&silent, 1, PA_VOLUME_MUTED);
+  scaleKeepingBalance(silent, known, 100);  // what is known is of other channels
+  EXPECT_EQ(silent.channels, 1);
+  EXPECT_EQ(silent.values[0], 100U);
+}
+
 }  // namespace
 }  // namespace vesk::capture

@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "capture/linux/sound_alsa_mixer.h"
 #include "capture/linux/sound_alsa_stream.h"
 #include "capture/linux/sound_delivery.h"
 #include "capture/linux/sound_node_watch.h"
@@ -500,6 +501,27 @@ class EndRecorder : public SoundSink {
   std::atomic<int> losses{0};
   Recorder<int> ends;
 };
+
+TEST(AlsaMixer, RoundsToTheNearestAndKeepsTheBalance) {
+  for (const auto& [least, most] : {std::pair(0L, 255L), std::pair(-10L, 990L), std::pair(0L, 65536L)}) {
+    for (int volume = 0; volume <= 255; ++volume) {
+      const long level = alsaLevelOfVolume(static_cast<uint8_t>(volume), least, most);
+      EXPECT_EQ(volumeOfAlsaLevel(level, least, most), static_cast<uint32_t>(volume)) << most;
+    }
+  }
+  // A card with few steps.
+  const std::pair<int, long> kNearest[] = {{0, 0}, {8, 0}, {9, 1}, {25, 1}, {26, 2}, {128, 8}, {246, 14}, {247, 15}};
+  for (const auto& [volume, level] : kNearest)
+    EXPECT_EQ(alsaLevelOfVolume(static_cast<uint8_t>(volume), 0, 15), level) << volume;
+  EXPECT_EQ(volumeOfAlsaLevel(7, 0, 15), 119U);
+  EXPECT_EQ(volumeOfAlsaLevel(99, 0, 31), 255U) << "beyond its own range";
+
+  using Levels = std::vector<long>;
+  EXPECT_EQ(scaledAlsaLevels({20, 10}, 0, 30), Levels({30, 15}));
+  EXPECT_EQ(scaledAlsaLevels({10, 20, 0}, -20, 0), Levels({-5, 0, -10}));
+  EXPECT_EQ(scaledAlsaLevels({5, 5}, 5, 9), Levels({9, 9})) << "none is above the least";
+  EXPECT_EQ(scaledAlsaLevels({3}, 0, 0), Levels({0}));
+}
 
 TEST(AlsaStreamTest, GivesUpAMicrophoneWhoseDescriptorStaysInError) {
   BrokenPcm pcm;

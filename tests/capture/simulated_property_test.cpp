@@ -224,7 +224,7 @@ TEST_F(SimulatedProperty, ModelsHaveDifferentProperties) {
 TEST_F(SimulatedProperty, TheHeadGoesAndRemembersItsWay) {
   using Kind = HeadMove::Kind;
   use(SimulatedSource::kPlainCameraPath);
-  EXPECT_EQ(set(kCameraControlSet, kRelativePanTilt, {1, 0, 0, 0}), 0);  // left
+  EXPECT_EQ(set(kCameraControlSet, kRelativePanTilt, {1, 0, 0, 0}), 0);  // clockwise: to the right
   EXPECT_EQ(set(kCameraControlSet, kRelativePanTilt, {0, 0, 0, 0}), 0);
   EXPECT_EQ(set(kCameraControlSet, kRelativePanTilt, {0, 0, 1, 0}), 0);  // up
   EXPECT_EQ(set(kCameraControlSet, kRelativePanTilt, {2, 0, 0, 0}), kVCIInvalidArgument);
@@ -232,15 +232,17 @@ TEST_F(SimulatedProperty, TheHeadGoesAndRemembersItsWay) {
   for (int i = 0; i < 2; ++i) EXPECT_EQ(set(kRelativeMotionSet, kMotionPanTilt, {0, 8, 0, 0}), 0);
   EXPECT_EQ(set(kRelativeMotionSet, kMotionReset, {1}), 0);
   EXPECT_EQ(set(kRelativeMotionSet, kMotionReset, {3}), 0);
-  const std::vector<HeadMove> expected = {{Kind::kTurn, -14400, 0},     {Kind::kStop, -14400, 0},
-                                          {Kind::kTurn, -14400, 14400}, {Kind::kStep, -10800, 10800},
-                                          {Kind::kStep, 104400, 10800}, {Kind::kStep, 126000, 10800},  // the limit
+  const std::vector<HeadMove> expected = {{Kind::kTurn, 14400, 0},      {Kind::kStop, 14400, 0},
+                                          {Kind::kTurn, 14400, 14400},  {Kind::kStep, 18000, 10800},
+                                          {Kind::kStep, 126000, 10800}, {Kind::kStep, 126000, 10800},  // the limit
                                           {Kind::kReset, 0, 10800},     {Kind::kReset, 0, 0}};
   EXPECT_EQ(source.headMoves(SimulatedSource::kPlainCameraPath), expected);
 
   use(SimulatedSource::kCameraPath);
   EXPECT_EQ(set(kCameraControlSet, kPanTilt, {0x10, 0x0E, 0, 0, 0xF0, 0xF1, 0xFF, 0xFF}), 0);  // 1 and -1 degree
   EXPECT_EQ(get(kCameraControlSet, kPanTilt, 8), 0xFFFFF1F000000E10);
+  EXPECT_EQ(set(kCameraControlSet, kPanTilt, {0, 0, 0, 0x7F, 0, 0, 0, 0}), 0) << "too far";
+  EXPECT_EQ(get(kCameraControlSet, kPanTilt, 8), 126000);
   EXPECT_EQ(set(kCameraControlSet, kRelativeZoom, little(30, 4)), 0);
   EXPECT_EQ(set(kCameraControlSet, kRelativeZoom, little(-10, 4)), 0);
   EXPECT_EQ(get(kCameraControlSet, kZoom, 4), 120);
@@ -316,8 +318,8 @@ TEST_F(SimulatedProperty, ANudgeMovesThePicture) {
   const Picture plain = take(kCMPixelFormat_422YpCbCr8);
   EXPECT_EQ(set(kCameraControlSet, kRelativePanTilt, {1, 0, 0, 0}), 0);
   EXPECT_EQ(set(kCameraControlSet, kRelativePanTilt, {0, 0, 0, 0}), 0);
-  const Picture left = take(kCMPixelFormat_422YpCbCr8);
-  EXPECT_GT(left.likeness(plain, [](int x, int y) { return std::pair(x - 20, y); }), 0.999);
+  const Picture turned = take(kCMPixelFormat_422YpCbCr8);
+  EXPECT_GT(turned.likeness(plain, [](int x, int y) { return std::pair(x + 20, y); }), 0.999);
 }
 
 TEST_F(SimulatedProperty, ControlsMayChangeWhilePicturesAreMade) {

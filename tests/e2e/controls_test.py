@@ -168,9 +168,9 @@ class Effects(ControlsTest):
     def test_nudges_move_the_head(self):
         plain = self.luma("2vuy", "plain")
         self.run_vesk("nudge", "left", "--times", "2")  # 4 of 64 degrees each; the camera with a head is found
-        self.assert_like(self.luma("2vuy", "plain"), plain, lambda x: x - 40)
+        self.assert_like(self.luma("2vuy", "plain"), plain, lambda x: x + 40)
         self.run_vesk("nudge", "right", "--camera", "plain")
-        self.assert_like(self.luma("2vuy", "plain"), plain, lambda x: x - 20)
+        self.assert_like(self.luma("2vuy", "plain"), plain, lambda x: x + 20)
         self.assertEqual(json.loads(self.run_vesk("--json", "nudge", "reset").stdout)["direction"], "reset")
         self.assert_like(self.luma("2vuy", "plain"), plain, lambda x: x)
         self.assertIn("position", self.fails(1, "nudge", "left", "--camera", "0"))

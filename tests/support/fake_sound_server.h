@@ -28,9 +28,9 @@ class FakeSoundServer {
  public:
   enum class Manner {
     kAcknowledges,
-    kHangs,         ///< after it has greeted
-    kHangsAtOnce,   ///< connections are taken, and that is all
-    kHangsUp,       ///< as soon as it is asked anything
+    kHangs,        ///< after it has greeted
+    kHangsAtOnce,  ///< connections are taken, and that is all
+    kHangsUp,      ///< as soon as it is asked anything
   };
 
   explicit FakeSoundServer(Manner manner) : mManner(manner) {
@@ -39,8 +39,8 @@ class FakeSoundServer {
     const std::string path = mFolder.file("native");
     path.copy(address.sun_path, sizeof address.sun_path - 1);
     mListener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const bool isListening = bind(mListener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
-                             listen(mListener, 16) == 0;
+    const bool isListening =
+        bind(mListener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 && listen(mListener, 16) == 0;
     if (!isListening) std::abort();
     setenv("PULSE_SERVER", ("unix:" + path).c_str(), 1);
     mThread = std::thread([this] { run(); });

@@ -47,6 +47,7 @@ class FakeV4L2 : public capture::V4L2Calls {
     std::string card = "Test Camera";
     std::string bus = "usb-0000:00:14.0-3";
     uint32_t deviceCaps = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_STREAMING;
+    bool hasInputs = true;  ///< drivers of processors have no such call
     std::vector<Format> formats = {};
     uint32_t stampFlags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
     int openError = 0;
@@ -254,6 +255,8 @@ class FakeV4L2 : public capture::V4L2Calls {
     switch (request) {
       case VIDIOC_QUERYCAP:
         return identify(node.node, *static_cast<v4l2_capability*>(argument));
+      case VIDIOC_ENUMINPUT:
+        return !node.node.hasInputs ? -ENOTTY : static_cast<v4l2_input*>(argument)->index == 0 ? 0 : -EINVAL;
       case VIDIOC_ENUM_FMT: {
         auto& entry = *static_cast<v4l2_fmtdesc*>(argument);
         if (entry.index >= node.node.formats.size()) return -EINVAL;
