@@ -1,8 +1,8 @@
 #include "catalogue/resolution_info.h"
 
-#include "catalogue/file_bytes.h"
-#include "catalogue/xml_parser.h"
 #include "catalogue/xml_reader.h"
+#include "platform/foundation/file_bytes.h"
+#include "platform/foundation/xml_parser.h"
 
 namespace vesk {
 namespace {

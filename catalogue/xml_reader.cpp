@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "catalogue/file_bytes.h"
 #include "catalogue/text_number.h"
 #include "platform/foundation/bundle.h"
+#include "platform/foundation/file_bytes.h"
 
 namespace vesk {
 namespace {

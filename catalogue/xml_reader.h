@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "catalogue/xml_node.h"
-#include "catalogue/xml_parser.h"
 #include "platform/foundation/error.h"
 #include "platform/foundation/export.h"
+#include "platform/foundation/xml_parser.h"
 
 namespace vesk {
 

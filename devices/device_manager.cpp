@@ -9,6 +9,8 @@
 #include "capture/vci.h"
 #include "devices/enumeration.h"
 #include "platform/foundation/bundle.h"
+#include "platform/foundation/log.h"
+#include "platform/foundation/mutex.h"
 #include "platform/foundation/notification_center.h"
 #include "platform/foundation/property_list.h"
 
@@ -22,6 +24,19 @@ struct CaptureLibraryHalf {
 };
 
 namespace {
+
+/// Logs a line that the last call did not give; an empty one is not logged. For what is looked at anew
+/// for every device.
+void logOnce(const std::string& line) {
+  static Mutex mutex;
+  static std::string last VESK_GUARDED_BY(mutex);
+  {
+    const MutexLock lock(mutex);
+    if (line == last) return;
+    last = line;
+  }
+  if (!line.empty()) NSLog(line);
+}
 
 constexpr CaptureLibraryHalf kVideoHalf{kVeskDeviceTypeVideo, true, VCI_Enum_Devices};
 constexpr CaptureLibraryHalf kAudioHalf{kVeskDeviceTypeAudio, false, ACI_Enum_Devices};
@@ -194,7 +209,9 @@ std::shared_ptr<VeskDeviceInfo> VeskDeviceManager::getOddDevice(const VeskDevice
 std::string VeskDeviceManager::getDeviceFriendlyName(uint32_t productID, const std::string& fallbackName) {
   const auto path = NSBundle::mainBundle().pathForResource("DeviceNames", "plist");
   if (!path) return fallbackName;
-  const auto names = PropertyList::dictionaryWithContentsOfFile(*path);
+  std::string why;
+  const auto names = PropertyList::dictionaryWithContentsOfFile(*path, &why);
+  logOnce(names ? std::string() : "Cannot read the names of devices in " + *path + ": " + why);
   if (!names) return fallbackName;
   const auto found = names->find(std::to_string(productID));
   if (found == names->end()) return fallbackName;

@@ -61,7 +61,9 @@ NSSize CameraStatusDisplay::getImage(const std::string& path, uint8_t** rawData)
 
 void CameraStatusDisplay::createTexture(const uint8_t* buffer, NSSize size) {
   const auto context = CGLGetCurrentContext();
-  if (!context) return;
+  if (!context || !context->canDraw()) return;
+  deleteTexture();
+  if (!CGLFitsTexture("a status picture", size)) return;
   mContext = context;
   glGenTextures(1, &mTexture);
   glEnableClientState(GL_VERTEX_ARRAY);
@@ -81,7 +83,7 @@ void CameraStatusDisplay::createTexture(const uint8_t* buffer, NSSize size) {
 }
 
 void CameraStatusDisplay::renderStatus() {
-  if (!mImage || !CGLGetCurrentContext()) return;
+  if (!mImage || mTexture == 0 || !CGLGetCurrentContext()) return;
   const NSSize area = viewSize();
   const float left = (area.width - mSize.width) * 0.5F;
   const float right = (area.width + mSize.width) * 0.5F;
@@ -103,11 +105,16 @@ void CameraStatusDisplay::renderStatus() {
 }
 
 void CameraStatusDisplay::cleanup() {
+  deleteTexture();
+  mImage.reset();
+}
+
+void CameraStatusDisplay::deleteTexture() {
   if (const auto context = std::exchange(mContext, {}).lock()) {
     const CurrentContextScope scope(*context);
     if (scope) glDeleteTextures(1, &mTexture);
   }
-  mImage.reset();
+  mTexture = 0;
 }
 
 NSSize CameraStatusDisplay::viewSize() const {

@@ -19,7 +19,8 @@ namespace vesk {
 class VESK_EXPORT CameraStatusDisplay {
  public:
   /// Reads the picture at `path` and makes its texture in the current context. A file that is missing,
-  /// damaged or too large is logged in one line; the object then draws nothing.
+  /// damaged, cut off or larger than a texture can be is logged in one line; the object then draws
+  /// nothing.
   static std::shared_ptr<CameraStatusDisplay> initWithStatusImage(const std::string& path);
 
   CameraStatusDisplay() = default;
@@ -47,6 +48,8 @@ class VESK_EXPORT CameraStatusDisplay {
   void setViewSize(NSSize size) VESK_EXCLUDES(mMutex);
 
  private:
+  void deleteTexture();
+
   struct Free {
     void operator()(uint8_t* memory) const noexcept { std::free(memory); }
   };

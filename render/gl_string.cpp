@@ -131,7 +131,8 @@ void GLString::genTexture() {
     bitmap = NSBitmapImageRep::initWithFocusedViewRect({0, 0, size.width, size.height});
     image->unlockFocus();
   }
-  if (!bitmap) {  // nothing to show, or more than can be painted
+  if (!bitmap) {
+    if (!NSIsEmptyRect({0, 0, size.width, size.height})) NSLog("Cannot draw a text: it is too large to be painted");
     deleteTexture();
     mTexSize = {};
     return;
@@ -142,6 +143,10 @@ void GLString::genTexture() {
   cgl_ctx = context;
   if (!context) {
     NSLog("StringTexture -genTexture: Failure to get current OpenGL context\n");
+    return;
+  }
+  if (!context->canDraw() || !CGLFitsTexture("a text", mTexSize)) {
+    deleteTexture();
     return;
   }
   upload(bitmap->pixelsWide(), bitmap->pixelsHigh(), bitmap->bitmapData(), NSEqualSizes(mTexSize, previousSize));

@@ -35,8 +35,8 @@ class VESK_EXPORT GLString {
   GLString(const GLString&) = delete;
   GLString& operator=(const GLString&) = delete;
 
-  /// Makes the texture now, in the current context. Without one it logs that, and there is no new
-  /// texture until the next change.
+  /// Makes the texture now, in the current context. Without one, or when the text is larger than a
+  /// texture can be, it logs that, and there is no texture until the next change.
   void genTexture();
   /// Stretches the texture over `bounds`, in the scene's coordinates.
   void drawWithBounds(NSRect bounds);

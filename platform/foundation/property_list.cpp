@@ -1,19 +1,18 @@
 #include "platform/foundation/property_list.h"
 
-#include <fcntl.h>
 #include <glib.h>
 #include <plist/plist.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <memory>
 #include <string_view>
 #include <utility>
 
 #include "platform/foundation/byte_reader.h"
+#include "platform/foundation/file_bytes.h"
+#include "platform/foundation/xml_parser.h"
 
 namespace vesk {
 namespace {
@@ -35,18 +34,18 @@ struct Free {
 template <class T>
 using MallocPtr = std::unique_ptr<T, Free>;
 
-// The library parses and frees by recursion and expands shared values, so a small hostile file could
-// exhaust the stack or the memory. What it would build is therefore measured first.
+struct FreeGlib {
+  void operator()(void* memory) const noexcept { g_free(memory); }
+};
 
-/// Whether an XML list is within the limits: no more levels than containers are opened.
-bool isModestXml(Bytes bytes) {
-  const std::string_view text(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-  size_t opened = 0;
-  for (const std::string_view tag : {"<array", "<dict"})
-    for (size_t at = text.find(tag); at != std::string_view::npos; at = text.find(tag, at + tag.size()))
-      if (++opened > kMostValues) return false;
-  return true;
+bool isBinary(Bytes bytes) {
+  constexpr std::string_view kMagic = "bplist";
+  return bytes.size() >= kMagic.size() && std::equal(kMagic.begin(), kMagic.end(), bytes.begin());
 }
+
+// The library that reads binary lists parses and frees by recursion and expands shared values, so a
+// small hostile file could exhaust the stack or the memory. What it would build is therefore measured
+// first.
 
 /// The objects of a binary list and how they refer to one another.
 class BinaryOutline {
@@ -171,15 +170,10 @@ class BinaryOutline {
   std::vector<Size> mSizes;
 };
 
-PlistPtr parse(Bytes bytes) {
-  const auto* const text = reinterpret_cast<const char*>(bytes.data());
-  const auto length = static_cast<uint32_t>(bytes.size());
+PlistPtr parseBinary(Bytes bytes) {
   plist_t root = nullptr;
-  if (plist_is_binary(text, length)) {
-    if (BinaryOutline::isModest(bytes)) plist_from_bin(text, length, &root);
-  } else if (isModestXml(bytes)) {
-    plist_from_xml(text, length, &root);
-  }
+  if (BinaryOutline::isModest(bytes))
+    plist_from_bin(reinterpret_cast<const char*>(bytes.data()), static_cast<uint32_t>(bytes.size()), &root);
   return PlistPtr(root);
 }
 
@@ -187,7 +181,8 @@ bool isUtf8(std::string_view text) {
   return g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr) != FALSE;
 }
 
-/// Turns the library's nodes into values. One of an unknown kind or beyond the limits fails the whole.
+/// Turns the nodes of the library for binary lists into values. One of an unknown kind or beyond the limits fails the
+/// whole.
 class Conversion {
  public:
   static std::optional<PropertyList::Dictionary> dictionaryOf(plist_t root) {
@@ -294,43 +289,204 @@ class Conversion {
   bool mFailed = false;
 };
 
-/// The whole of a plain file that is not larger than a list may be.
-std::optional<std::vector<uint8_t>> readFile(const std::string& path) {
-  // Without waiting: a FIFO of that name must not hold the caller.
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-  if (descriptor < 0) return std::nullopt;
-  struct CloseFile {
-    int descriptor;
-    ~CloseFile() { close(descriptor); }
-  } const owner{descriptor};
-
-  struct stat status = {};
-  if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-  if (static_cast<uint64_t>(status.st_size) > kMostBytes) return std::nullopt;
-  std::vector<uint8_t> bytes(static_cast<size_t>(status.st_size));
-  size_t filled = 0;
-  while (filled < bytes.size()) {
-    const ssize_t count = read(descriptor, bytes.data() + filled, bytes.size() - filled);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return std::nullopt;
-    filled += static_cast<size_t>(count);
-  }
-  return bytes;
+/// The text without white space at its ends.
+std::string_view bareOf(std::string_view text) {
+  constexpr std::string_view kSpace = " \t\r\n";
+  const size_t first = text.find_first_not_of(kSpace);
+  return first == std::string_view::npos ? std::string_view()
+                                         : text.substr(first, text.find_last_not_of(kSpace) - first + 1);
 }
+
+/// The number that a text is from its first character to its last.
+template <class T, class... Base>
+std::optional<T> numberIn(std::string_view text, Base... base) {
+  T value = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value, base...);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  return value;
+}
+
+/// An integer, decimal or hexadecimal, of at most 64 bits without its sign.
+std::optional<PropertyList::Value> integerIn(std::string_view text) {
+  const bool isMinus = text.starts_with('-');
+  if (isMinus || text.starts_with('+')) text.remove_prefix(1);
+  const bool isHexadecimal = text.starts_with("0x") || text.starts_with("0X");
+  if (isHexadecimal) text.remove_prefix(2);
+  const auto magnitude = numberIn<uint64_t>(text, isHexadecimal ? 16 : 10);
+  if (!magnitude) return std::nullopt;
+  return static_cast<int64_t>(isMinus ? 0 - *magnitude : *magnitude);
+}
+
+std::optional<PropertyList::Value> realIn(std::string_view text) {
+  if (text.starts_with('+')) text.remove_prefix(1);
+  const auto value = numberIn<double>(text);
+  return value ? std::optional<PropertyList::Value>(*value) : std::nullopt;
+}
+
+/// A moment as ISO 8601 writes it for Greenwich: "2001-01-02T00:00:00Z".
+std::optional<PropertyList::Value> dateIn(std::string_view text) {
+  constexpr std::string_view kShape = "0000-00-00T00:00:00Z";
+  if (text.size() != kShape.size()) return std::nullopt;
+  for (size_t i = 0; i < kShape.size(); ++i)
+    if (kShape[i] != '0' && kShape[i] != text[i]) return std::nullopt;
+  const auto part = [text](size_t at, size_t length) {
+    return numberIn<unsigned>(text.substr(at, length)).value_or(99);
+  };
+  const std::chrono::year_month_day day{
+      std::chrono::year(static_cast<int>(numberIn<unsigned>(text.substr(0, 4)).value_or(0))),
+      std::chrono::month(part(5, 2)), std::chrono::day(part(8, 2))};
+  constexpr std::chrono::year kFirst(1678), kLast(2261);  // that the clock can count in nanoseconds
+  const unsigned hour = part(11, 2), minute = part(14, 2), second = part(17, 2);
+  if (!day.ok() || day.year() < kFirst || day.year() > kLast || hour > 23 || minute > 59 || second > 60)
+    return std::nullopt;
+  return PropertyList::Date(std::chrono::sys_days(day) + std::chrono::hours(hour) + std::chrono::minutes(minute) +
+                            std::chrono::seconds(second));
+}
+
+std::optional<PropertyList::Value> dataIn(const std::string& text) {
+  gsize length = 0;
+  const std::unique_ptr<guchar, FreeGlib> bytes(g_base64_decode(text.c_str(), &length));
+  return bytes ? PropertyList::Data(bytes.get(), bytes.get() + length) : PropertyList::Data();
+}
+
+/// What an element that holds no others says.
+std::optional<PropertyList::Value> leafOf(std::string_view element, std::string text) {
+  if (element == "string") return PropertyList::Value(std::move(text));
+  if (element == "integer") return integerIn(bareOf(text));
+  if (element == "real") return realIn(bareOf(text));
+  if (element == "date") return dateIn(bareOf(text));
+  if (element == "data") return dataIn(text);
+  if (element == "true" || element == "false") return PropertyList::Value(element == "true");
+  return std::nullopt;
+}
+
+/// Makes values of an XML list while it is read, without recursion. The first thing that does not
+/// belong there, or is beyond the limits, fails the whole.
+class XmlConversion : public NSXMLParserDelegate {
+ public:
+  static std::optional<PropertyList::Dictionary> dictionaryOf(Bytes bytes, std::string& why) {
+    XmlConversion conversion;
+    NSXMLParser parser = NSXMLParser::initWithData(bytes);
+    parser.setDelegate(&conversion);
+    parser.parse();
+    if (!conversion.mTop && conversion.mWhy.empty()) conversion.mWhy = "it holds no value";
+    why = conversion.mWhy;
+    if (!why.empty()) return std::nullopt;
+    if (auto* const dictionary = std::get_if<PropertyList::Dictionary>(&*conversion.mTop))
+      return std::move(*dictionary);
+    why = "its value is no dictionary";
+    return std::nullopt;
+  }
+
+  void parserDidStartElement(NSXMLParser&, std::string_view element, std::string_view, std::string_view,
+                             XMLAttributes) override {
+    if (!mWhy.empty()) return;
+    if (!mLeaf.empty()) return fail("an element \"" + std::string(element) + "\" stands inside of a value");
+    if (element == "plist" && mOpen.empty() && !mIsInList) {
+      mIsInList = true;
+    } else if (element == "dict" || element == "array") {
+      if (mOpen.size() >= kMostLevels) return fail("it is nested too deeply");
+      Open& open = mOpen.emplace_back();
+      if (element == "dict")
+        open.value.emplace<PropertyList::Dictionary>();
+      else
+        open.value.emplace<PropertyList::Array>();
+    } else {
+      mLeaf = element;
+      mText.clear();
+    }
+  }
+
+  void parserFoundCharacters(NSXMLParser&, std::string_view text) override {
+    if (!mLeaf.empty()) mText += text;
+  }
+
+  void parserDidEndElement(NSXMLParser&, std::string_view element, std::string_view, std::string_view) override {
+    if (!mWhy.empty()) return;
+    if (!mLeaf.empty()) {
+      mLeaf.clear();
+      if (element == "key") return takeKey();
+      auto value = leafOf(element, std::move(mText));
+      if (!value) return fail("an element \"" + std::string(element) + "\" does not hold what it should");
+      return put(std::move(*value));
+    }
+    if (mOpen.empty()) return;  // the list itself
+    if (mOpen.back().key) return fail("a key has no value");
+    Value value = std::move(mOpen.back().value);
+    mOpen.pop_back();
+    put(std::move(value));
+  }
+
+  void parserParseErrorOccurred(NSXMLParser&, const NSError& error) override {
+    if (mWhy.empty()) mWhy = error.description;
+  }
+
+ private:
+  using Value = PropertyList::Value;
+
+  struct Open {
+    Value value;
+    std::optional<std::string> key;  ///< of a dictionary, whose value comes next
+  };
+
+  void takeKey() {
+    if (mOpen.empty() || !std::holds_alternative<PropertyList::Dictionary>(mOpen.back().value) || mOpen.back().key)
+      return fail("a key stands where a value should");
+    mOpen.back().key = std::move(mText);
+  }
+
+  void put(Value value) {
+    if (++mValues > kMostValues) return fail("it has too many values");
+    if (mOpen.empty()) {
+      if (mTop) return fail("it has more than one value");
+      mTop = std::move(value);
+      return;
+    }
+    Open& open = mOpen.back();
+    if (auto* const array = std::get_if<PropertyList::Array>(&open.value)) {
+      array->emplace_back(std::move(value));
+      return;
+    }
+    if (!open.key) return fail("a value has no key");
+    std::get<PropertyList::Dictionary>(open.value)
+        .insert_or_assign(std::move(*open.key), PropertyList(std::move(value)));
+    open.key.reset();
+  }
+
+  void fail(std::string why) { mWhy = std::move(why); }
+
+  std::vector<Open> mOpen;  ///< the containers, the outermost first
+  std::string mLeaf;        ///< the open element that holds no others; empty when there is none
+  std::string mText;        ///< its text
+  std::optional<Value> mTop;
+  bool mIsInList = false;
+  size_t mValues = 0;
+  std::string mWhy;
+};
 
 }  // namespace
 
-std::optional<PropertyList::Dictionary> PropertyList::dictionaryWithContentsOfFile(const std::string& path) {
-  const auto bytes = readFile(path);
-  if (!bytes) return std::nullopt;
-  return dictionaryWithData(*bytes);
+std::optional<PropertyList::Dictionary> PropertyList::dictionaryWithContentsOfFile(const std::string& path,
+                                                                                   std::string* why) {
+  const auto bytes = fileBytes(path, kMostBytes, why);
+  return bytes ? dictionaryWithData(*bytes, why) : std::nullopt;
 }
 
-std::optional<PropertyList::Dictionary> PropertyList::dictionaryWithData(std::span<const uint8_t> bytes) {
-  if (bytes.empty() || bytes.size() > kMostBytes) return std::nullopt;
-  const PlistPtr root = parse(bytes);
-  if (!root || plist_get_node_type(root.get()) != PLIST_DICT) return std::nullopt;
-  return Conversion::dictionaryOf(root.get());
+std::optional<PropertyList::Dictionary> PropertyList::dictionaryWithData(std::span<const uint8_t> bytes,
+                                                                         std::string* why) {
+  std::string reason;
+  std::optional<Dictionary> result;
+  if (bytes.size() > kMostBytes) {
+    reason = "it is too large";
+  } else if (isBinary(bytes)) {
+    const PlistPtr root = parseBinary(bytes);
+    if (root && plist_get_node_type(root.get()) == PLIST_DICT) result = Conversion::dictionaryOf(root.get());
+    if (!result) reason = "it is damaged, or its value is no dictionary";
+  } else {
+    result = XmlConversion::dictionaryOf(bytes, reason);
+  }
+  if (why && !result) *why = reason;
+  return result;
 }
 
 }  // namespace vesk

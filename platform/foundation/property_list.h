@@ -32,12 +32,13 @@ class VESK_EXPORT PropertyList {
     return std::get_if<T>(&mValue);
   }
 
-  /// The dictionary that the XML or binary property list at `path` holds. Nothing when there is no
-  /// such file, when it is damaged, when its top is not a dictionary, or when it is beyond what a
-  /// list of settings needs: 4 MiB, 20000 values, 64 levels.
-  static std::optional<Dictionary> dictionaryWithContentsOfFile(const std::string& path);
+  /// The dictionary that the property list at `path` holds: a binary one, or XML in any encoding that
+  /// NSXMLParser reads. Nothing when there is no such file, when it is damaged, when its top is not a
+  /// dictionary, or when it is beyond what a list of settings needs: 4 MiB, 20000 values, 64 levels.
+  /// `why` (may be null) then tells.
+  static std::optional<Dictionary> dictionaryWithContentsOfFile(const std::string& path, std::string* why = nullptr);
   /// The same from bytes in memory.
-  static std::optional<Dictionary> dictionaryWithData(std::span<const uint8_t> bytes);
+  static std::optional<Dictionary> dictionaryWithData(std::span<const uint8_t> bytes, std::string* why = nullptr);
 
  private:
   Value mValue;

@@ -34,8 +34,9 @@ class VESK_EXPORT CGImage {
 
 using CGImageRef = std::shared_ptr<const CGImage>;
 
-/// The first picture of an image file, of any kind that gdk-pixbuf reads. Null when the file cannot
-/// be read, is damaged, or holds more than `kMostImagePixels` pixels; `why` (may be null) then tells.
+/// The first picture of a plain image file, of any kind that gdk-pixbuf reads. Null when the file
+/// cannot be read, is damaged or cut off, or holds more than `kMostImagePixels` pixels; `why` (may be
+/// null) then tells.
 constexpr int64_t kMostImagePixels = int64_t{1} << 26;
 VESK_EXPORT CGImageRef CGImageCreateWithFile(const std::string& path, std::string* why = nullptr);
 

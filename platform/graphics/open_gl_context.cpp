@@ -2,6 +2,7 @@
 
 #include <epoxy/gl.h>
 
+#include <algorithm>
 #include <string>
 
 #include "platform/foundation/log.h"
@@ -76,6 +77,16 @@ void NSOpenGLContext::setValues(int32_t value, NSOpenGLContextParameter paramete
       mWindow.setSwapInterval(value);
       break;
   }
+}
+
+bool CGLFitsTexture(const char* what, NSSize size) {
+  GLint most = 0;
+  glGetIntegerv(GL_MAX_RECTANGLE_TEXTURE_SIZE, &most);
+  const auto side = static_cast<int64_t>(std::max(size.width, size.height));
+  if (side <= most) return true;
+  NSLog(std::string("Cannot draw ") + what + " of " + std::to_string(side) +
+        " pixels a side: the graphics driver takes " + std::to_string(most));
+  return false;
 }
 
 CurrentContextScope::CurrentContextScope(NSOpenGLContext& context) : mBefore(NSOpenGLContext::currentContext()) {

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "platform/foundation/export.h"
+#include "platform/graphics/geometry.h"
 
 namespace vesk {
 
@@ -52,6 +53,10 @@ using CGLContextObj = std::shared_ptr<NSOpenGLContext>;
 inline CGLContextObj CGLGetCurrentContext() {
   return NSOpenGLContext::currentContext();
 }
+
+/// Whether a rectangle texture of the current context can be as large as `size`, in pixels. When it
+/// cannot, one line of the log says that `what` is too large.
+VESK_EXPORT bool CGLFitsTexture(const char* what, NSSize size);
 
 /// Makes a context current for its own lifetime, then the one that was current before.
 class VESK_EXPORT CurrentContextScope {

@@ -151,7 +151,19 @@ TEST(XmlReader, ReadsOtherEncodings) {
   std::string wide = "\xFF\xFE";
   for (const char character : std::string("<a>\xE4</a>")) wide += {character, '\0'};
   EXPECT_EQ(read(wide), "{a: \xC3\xA4}");
-  EXPECT_EQ(read("<?xml version='1.0' encoding='KOI-7'?><a>b</a>"), "none");
+  const auto declared = [](const std::string& encoding, const std::string& text) {
+    return read("<?xml version='1.0' encoding='" + encoding + "'?><a>" + text + "</a>");
+  };
+  for (const char* name : {"utf8", "UTF8", "Utf_8", "utf-8"})
+    EXPECT_EQ(declared(name, "k\xC3\xA4se \xF0\x9F\x8E\xA5"), "{a: k\xC3\xA4se \xF0\x9F\x8E\xA5}") << name;
+  EXPECT_EQ(declared("utf8", "k\xE4se"), "none");
+  for (const char* name : {"latin1", "Latin-1", "LATIN_1", "iso8859-1", "ISO_8859-1", "iso-8859-1", "ISO88591"})
+    EXPECT_EQ(declared(name, "k\xE4se"), "{a: k\xC3\xA4se}") << name;
+  EXPECT_EQ(declared("ISO-8859-15", "\xA4"), "{a: \xE2\x82\xAC}");
+  EXPECT_EQ(declared("windows-1252", "\x80"), "{a: \xE2\x82\xAC}");
+  EXPECT_EQ(declared("KOI8-R", "\xEB\xC1"), "{a: \xD0\x9A\xD0\xB0}");
+  for (const char* name : {"KOI-7", "Shift_JIS", "GB18030", "UTF-7", "ISO-2022-JP", "UCS-4", "EBCDIC-US", "no"})
+    EXPECT_EQ(declared(name, "b"), "none") << name;
 }
 
 TEST(XmlReader, SaysWhereADamagedDocumentIsDamaged) {
@@ -180,13 +192,17 @@ TEST(XmlReader, RefusesBombsSoonAndInLittleMemory) {
   const std::string endless = "<!DOCTYPE a [<!ENTITY e '&e;'>]><a>&e;</a>";
   for (int i = 0; i < 200000; ++i) deep += "<a>";
   for (size_t i = 0; i < NSXMLParser::kMostItems; ++i) wide += "<a b='1'/>";
+  std::string declarations = "<!DOCTYPE a [<!ATTLIST a";
+  for (int i = 0; i < 200000; ++i) declarations += " b" + std::to_string(i) + " CDATA #IMPLIED";
+  declarations += ">]><a/>";
   const std::string large = "<a>" + std::string(NSXMLParser::kMostBytes, ' ') + "</a>";
   for (const std::string* document :
-       std::initializer_list<const std::string*>{&laughs, &quadratic, &deep, &wide, &endless, &large}) {
+       std::initializer_list<const std::string*>{&laughs, &quadratic, &deep, &wide, &endless, &declarations, &large}) {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(read(*document), "none") << document->substr(0, 40);
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20)) << document->substr(0, 40);
   }
+  EXPECT_EQ(read("<!DOCTYPE a [<!ATTLIST a b CDATA '1' c (x|y) #IMPLIED>]><a/>"), "{a: {b: 1}}");
   std::string modest;
   std::string ends;
   for (size_t i = 0; i < NSXMLParser::kMostLevels; ++i) {

@@ -7,6 +7,7 @@
 #include "devices/audio_device.h"
 #include "devices/video_device.h"
 #include "platform/foundation/bundle.h"
+#include "platform/foundation/log.h"
 #include "platform/foundation/notification_center.h"
 #include "tests/support/device_test.h"
 #include "tests/support/temporary_folder.h"
@@ -130,7 +131,18 @@ TEST_F(DeviceManagerTest, NamesDevicesFromTheHostsFile) {
     return R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0">)" + body + "</plist>";
   };
   folder.write("DeviceNames.plist", plist("<array><string>no dictionary</string></array>"));
+  std::vector<std::string> lines;
+  setLogSink([&lines](std::string_view line) { lines.emplace_back(line); });
   EXPECT_EQ(nameOf(2048), "the library's");
+  EXPECT_EQ(nameOf(2049), "the library's");
+  EXPECT_EQ(lines.size(), 1U) << "said once";
+  EXPECT_NE(lines.at(0).find("DeviceNames.plist: its value is no dictionary"), std::string::npos) << lines.at(0);
+  folder.write("DeviceNames.plist", "\xEF\xBB\xBF" + plist("<dict><key>2048</key><string>Tür</string></dict>"));
+  EXPECT_EQ(nameOf(2048), "Tür");
+  folder.write("DeviceNames.plist", "<plist");
+  EXPECT_EQ(nameOf(2048), "the library's");
+  setLogSink({});
+  EXPECT_EQ(lines.size(), 2U) << "another reason";
   folder.write("DeviceNames.plist", plist("<dict><key>2048</key><string>Schreibtisch é</string>"
                                           "<key>02049</key><string>leading zero</string>"
                                           "<key>2050</key><integer>5</integer></dict>"));

@@ -1,10 +1,13 @@
 #include "platform/foundation/property_list.h"
 
+#include <glib.h>
 #include <gtest/gtest.h>
 #include <plist/plist.h>
+#include <pthread.h>
 #include <sys/stat.h>
 
 #include <cstdlib>
+#include <limits>
 #include <string>
 
 #include "tests/support/temporary_folder.h"
@@ -35,17 +38,18 @@ std::string binary(const std::string& text) {
   return result;
 }
 
-/// A binary list of objects given byte by byte, each referred to by one byte; the first is the top.
-std::string binaryOf(const std::vector<std::string>& objects) {
+/// A binary list of objects given byte by byte; the first is the top.
+std::string binaryOf(const std::vector<std::string>& objects, char referenceWidth = 1) {
   std::string list = "bplist00";
   std::string offsets;
   for (const auto& object : objects) {
+    offsets += static_cast<char>(list.size() >> 16);
     offsets += static_cast<char>(list.size() >> 8);
     offsets += static_cast<char>(list.size());
     list += object;
   }
   const size_t table = list.size();
-  list += offsets + std::string(6, '\0') + "\x02\x01";
+  list += offsets + std::string(6, '\0') + "\x03" + referenceWidth;
   for (const uint64_t number : {uint64_t{objects.size()}, uint64_t{0}, uint64_t{table}})
     for (int shift = 56; shift >= 0; shift -= 8) list += static_cast<char>(number >> shift);
   return list;
@@ -106,6 +110,68 @@ TEST(PropertyList, AnswersNothingForDamage) {
   for (size_t length = 0; length < good.size(); ++length) EXPECT_FALSE(parse(good.substr(0, length))) << length;
 }
 
+/// The text in another encoding, as the C library writes it.
+std::string inEncoding(const std::string& text, const char* encoding) {
+  gsize length = 0;
+  gchar* const bytes =
+      g_convert(text.data(), static_cast<gssize>(text.size()), encoding, "UTF-8", nullptr, &length, nullptr);
+  std::string result(bytes, length);
+  g_free(bytes);
+  return result;
+}
+
+TEST(PropertyList, ReadsXmlInTheEncodingsThatEditorsWrite) {
+  const std::string body = "<plist version='1.0'><dict><key>2048</key><string>Büro</string></dict></plist>";
+  const auto declared = [&](const char* encoding) {
+    return std::string("<?xml version='1.0' encoding='") + encoding + "'?>\n" + body;
+  };
+  struct Row {
+    const char* label;
+    std::string bytes;
+  };
+  const Row rows[] = {
+      {"nothing declared", body},
+      {"byte order mark", "\xEF\xBB\xBF" + declared("UTF-8")},
+      {"byte order mark alone", "\xEF\xBB\xBF" + body},
+      {"UTF-16, little end first", "\xFF\xFE" + inEncoding(declared("UTF-16"), "UTF-16LE")},
+      {"UTF-16, big end first", "\xFE\xFF" + inEncoding(declared("UTF-16"), "UTF-16BE")},
+      {"UTF-16 misspelled", "\xFF\xFE" + inEncoding(declared("utf16"), "UTF-16LE")},
+      {"Latin-1", inEncoding(declared("ISO-8859-1"), "ISO-8859-1")},
+      {"Latin-1 misspelled", inEncoding(declared("latin1"), "ISO-8859-1")},
+      {"of another system", inEncoding(declared("windows-1252"), "CP1252")},
+      {"with a document type",
+       "<?xml version='1.0'?><!DOCTYPE plist PUBLIC '-//Names//DTD PLIST 1.0//EN' "
+       "'http://localhost/PropertyList-1.0.dtd'>" +
+           body},
+  };
+  for (const auto& row : rows) {
+    const auto list = parse(row.bytes);
+    ASSERT_TRUE(list) << row.label;
+    EXPECT_EQ(*list->at("2048").as<std::string>(), "Büro") << row.label;
+  }
+}
+
+TEST(PropertyList, ReadsTheWaysInWhichNumbersAndDatesAreWritten) {
+  const auto number = [](const std::string& element) -> std::optional<int64_t> {
+    const auto list = parse(xml("<dict><key>a</key>" + element + "</dict>"));
+    return list ? std::optional(*list->at("a").as<int64_t>()) : std::nullopt;
+  };
+  EXPECT_EQ(number("<integer> +12 </integer>"), 12);
+  EXPECT_EQ(number("<integer>0x1F</integer>"), 31);
+  EXPECT_EQ(number("<integer>-9223372036854775808</integer>"), std::numeric_limits<int64_t>::min());
+  EXPECT_EQ(number("<integer>18446744073709551615</integer>"), -1);
+  for (const char* wrong :
+       {"<integer/>", "<integer>1x</integer>", "<integer>99999999999999999999</integer>", "<real>one</real>",
+        "<date>2001-13-01T00:00:00Z</date>", "<date>9999-01-01T00:00:00Z</date>", "<date>yesterday</date>", "<set/>",
+        "<string>a<b/></string>", "<key>b</key>", "<array><key>b</key></array>"})
+    EXPECT_FALSE(parse(xml(std::string("<dict><key>a</key>") + wrong + "</dict>"))) << wrong;
+  EXPECT_FALSE(parse(xml("<dict/><dict/>"))) << "two values";
+  std::string why;
+  const std::string cut = "<plist><dict><key>a</key>";
+  EXPECT_FALSE(PropertyList::dictionaryWithData({reinterpret_cast<const uint8_t*>(cut.data()), cut.size()}, &why));
+  EXPECT_NE(why.find("line 1"), std::string::npos) << why;
+}
+
 TEST(PropertyList, SurvivesFlippedBytes) {
   const std::string good = binary(kAllKinds);
   for (size_t at = 0; at < good.size(); ++at)
@@ -128,6 +194,34 @@ TEST(PropertyList, RefusesWhatWouldExhaustStackOrMemory) {
   EXPECT_FALSE(parse(nested(19000)));
   EXPECT_FALSE(parse(nested(200000)));
   EXPECT_FALSE(parse(binary(nested(100))));
+
+  // The depth is known before anything recurses: a thread's small stack is enough for any list.
+  std::vector<std::string> chain = {std::string("\xd1\x00\x01\x00\x02", 5), "Qa"};
+  for (uint16_t level = 2; level < 19000; ++level)
+    chain.push_back({'\xa1', static_cast<char>((level + 1) >> 8), static_cast<char>(level + 1)});
+  chain.push_back("\x09");
+  const std::string lists[] = {nested(20000), "\xFF\xFE" + inEncoding(nested(20000).substr(38), "UTF-16LE"),
+                               binaryOf(chain, 2)};
+  struct Task {
+    const std::string* list;
+    bool isRead;
+  };
+  for (const std::string& list : lists) {
+    Task task{&list, true};
+    pthread_attr_t small;
+    pthread_attr_init(&small);
+    ASSERT_EQ(pthread_attr_setstacksize(&small, size_t{256} << 10), 0);
+    pthread_t thread = 0;
+    const auto body = [](void* argument) -> void* {
+      auto& given = *static_cast<Task*>(argument);
+      given.isRead = parse(*given.list).has_value();
+      return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &small, body, &task), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&small);
+    EXPECT_FALSE(task.isRead);
+  }
 
   // Forty arrays, each holding the next one twice, stand for 2^40 values.
   std::vector<std::string> doubling = {std::string("\xd1\x01\x02", 3), "Qa"};

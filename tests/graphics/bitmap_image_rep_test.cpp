@@ -1,6 +1,7 @@
 #include "platform/graphics/bitmap_image_rep.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <memory>
@@ -113,6 +114,42 @@ TEST(CGImage, TellsWhyAFileIsNoPicture) {
   EXPECT_EQ(CGImageCreateWithFile(folder.write("huge.bmp", huge), &why), nullptr);
   EXPECT_EQ(why, "it is too large");
   EXPECT_EQ(CGImage::create(2, 2, std::vector<uint8_t>(15)), nullptr);
+}
+
+TEST(CGImage, RefusesFilesThatWereCutOffOrAreNoPlainFiles) {
+  const TemporaryFolder folder;
+  const auto bitmap = NSBitmapImageRep::initWithCIImage(
+      CIImage::imageWithCVImageBuffer(test::fieldsPicture(97, 61, kCVPixelFormat_32RGBA, kFields)));
+  const auto jpeg = bitmap->representationUsingType(NSJPEGFileType);
+  const auto png = bitmap->representationUsingType(NSPNGFileType);
+  std::string bmp("BM\0\0\0\0\0\0\0\0\x36\0\0\0\x28\0\0\0\x08\0\0\0\x04\0\0\0\x01\0\x18\0", 30);
+  bmp.resize(54, '\0');
+  bmp.resize(54 + 8 * 3 * 4, '\x40');
+  const std::string files[] = {
+      {jpeg.begin(), jpeg.end()}, {png.begin(), png.end()}, bmp, "P6 8 4 255\n" + std::string(size_t{8} * 4 * 3, 'x')};
+  std::string why;
+  for (const std::string& whole : files) {
+    EXPECT_TRUE(CGImageCreateWithFile(folder.write("picture", whole), &why)) << why;
+    for (size_t length = 0; length < whole.size(); length += 1 + whole.size() / 20) {
+      why.clear();
+      EXPECT_FALSE(CGImageCreateWithFile(folder.write("picture", whole.substr(0, length)), &why)) << length;
+      EXPECT_FALSE(why.empty());
+    }
+    EXPECT_FALSE(CGImageCreateWithFile(folder.write("picture", whole.substr(0, whole.size() - 1)), &why));
+  }
+  // A preview inside of a JPEG has an end of its own.
+  std::string preview = files[0].substr(0, 2) + "\xFF\xE1";
+  preview += {'\0', '\x08', 'E', 'x', 'i', 'f', '\xFF', '\xD9'};
+  preview += files[0].substr(2);
+  EXPECT_TRUE(CGImageCreateWithFile(folder.write("picture", preview), &why)) << why;
+  EXPECT_FALSE(CGImageCreateWithFile(folder.write("picture", preview.substr(0, preview.size() - 60)), &why));
+  EXPECT_EQ(why, "it was cut off");
+
+  ASSERT_EQ(mkfifo(folder.file("pipe.png").c_str(), 0600), 0);
+  for (const std::string& path : {folder.file("pipe.png"), folder.path(), std::string("/dev/zero")}) {
+    EXPECT_FALSE(CGImageCreateWithFile(path, &why));
+    EXPECT_EQ(why, "it is not a plain file");
+  }
 }
 
 TEST(WriteToFileAtomically, ReplacesWholeFilesOrLeavesThemAlone) {

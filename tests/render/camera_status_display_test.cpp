@@ -2,6 +2,7 @@
 
 #include <epoxy/gl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <array>
 #include <cstdlib>
@@ -110,7 +111,9 @@ TEST_F(CameraStatusDisplayTest, ShowsThePictureUprightInTheMiddleOnBlack) {
 TEST_F(CameraStatusDisplayTest, HasNoPictureWhereThereIsNone) {
   const std::string whole = test::contentOf(write(20, 10, std::vector<Pixel>(200, Pixel{1, 2, 3, 255})));
   const std::string damaged = folder.write("damaged.png", whole.substr(0, whole.size() / 2));
-  for (const std::string& path : {folder.file("missing.png"), folder.write("text.png", "text"), damaged}) {
+  ASSERT_EQ(mkfifo(folder.file("pipe.png").c_str(), 0600), 0);
+  for (const std::string& path :
+       {folder.file("missing.png"), folder.write("text.png", "text"), damaged, folder.file("pipe.png")}) {
     std::vector<std::string> lines;
     setLogSink([&lines](std::string_view line) { lines.emplace_back(line); });
     const auto display = CameraStatusDisplay::initWithStatusImage(path);
@@ -122,6 +125,23 @@ TEST_F(CameraStatusDisplayTest, HasNoPictureWhereThereIsNone) {
     display->renderStatus();
     display->cleanup();
   }
+}
+
+TEST_F(CameraStatusDisplayTest, DrawsNothingOfWhatIsLargerThanATexture) {
+  GLint most = 0;
+  glGetIntegerv(GL_MAX_RECTANGLE_TEXTURE_SIZE, &most);
+  const std::string path = write(most + 1, 1, std::vector<Pixel>(static_cast<size_t>(most) + 1, {255, 255, 255, 255}));
+  std::vector<std::string> lines;
+  setLogSink([&lines](std::string_view line) { lines.emplace_back(line); });
+  const auto display = CameraStatusDisplay::initWithStatusImage(path);
+  setLogSink({});
+  EXPECT_EQ(lines.size(), 1U);
+  display->setViewSize({64, 48});
+  glClearColor(0, 0, 1, 1);
+  glClear(GL_COLOR_BUFFER_BIT);
+  display->renderStatus();
+  EXPECT_EQ(at(32, 24), (Pixel{0, 0, 255, 255}));
+  EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
 }
 
 }  // namespace

@@ -237,11 +237,22 @@ TEST_F(GLStringTest, LogsThatThereIsNoContextAndWaitsForAChange) {
 TEST_F(GLStringTest, ShowsNothingOfWhatIsTooLargeOrEmpty) {
   text = make("Text");
   text->genTexture();
-  for (const NSSize size : {NSSize{1e6F, 10}, NSSize{0, 10}}) {
+  GLint most = 0;
+  glGetIntegerv(GL_MAX_RECTANGLE_TEXTURE_SIZE, &most);
+  std::vector<std::string> lines;
+  setLogSink([&lines](std::string_view line) { lines.emplace_back(line); });
+  for (const NSSize size : {NSSize{1e6F, 10}, NSSize{static_cast<float>(most) + 1, 10}, NSSize{0, 10}}) {
+    text->useStaticFrame({20, 10});
+    text->genTexture();
+    EXPECT_NE(text->texName(), 0U);
     text->useStaticFrame(size);
+    text->drawWithBounds({0, 0, 10, 10});
     text->drawWithBounds({0, 0, 10, 10});
     EXPECT_EQ(text->texName(), 0U);
   }
+  setLogSink({});
+  EXPECT_EQ(lines.size(), 2U) << "one line for each that is too large";
+  EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
   EXPECT_EQ(countIn({0, 0, 10, 10}, kBlue, 0), 100);
 }
 

@@ -38,7 +38,8 @@ class VESK_EXPORT NSXMLParserDelegate {
 };
 
 /// Reads a document from memory and tells its delegate what it finds, within limits that keep the
-/// time and the memory of hostile documents small. UTF-8, UTF-16, ISO-8859-1 and ASCII are read.
+/// time and the memory of hostile documents small. UTF-8, UTF-16 and the single-byte encodings that the C
+/// library knows are read, the first two and Latin-1 also under their usual misspellings.
 ///
 /// Threads: one parser is used by one thread.
 class VESK_EXPORT NSXMLParser {
