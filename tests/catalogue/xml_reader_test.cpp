@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <ctime>
 #include <string>
 
 #include "platform/foundation/bundle.h"
@@ -198,9 +198,9 @@ TEST(XmlReader, RefusesBombsSoonAndInLittleMemory) {
   const std::string large = "<a>" + std::string(NSXMLParser::kMostBytes, ' ') + "</a>";
   for (const std::string* document :
        std::initializer_list<const std::string*>{&laughs, &quadratic, &deep, &wide, &endless, &declarations, &large}) {
-    const auto begin = std::chrono::steady_clock::now();
+    const std::clock_t begin = std::clock();  // the processor's time: how busy the machine is does not matter
     EXPECT_EQ(read(*document), "none") << document->substr(0, 40);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20)) << document->substr(0, 40);
+    EXPECT_LT(std::clock() - begin, 20 * CLOCKS_PER_SEC) << document->substr(0, 40);
   }
   EXPECT_EQ(read("<!DOCTYPE a [<!ATTLIST a b CDATA '1' c (x|y) #IMPLIED>]><a/>"), "{a: {b: 1}}");
   std::string modest;
