@@ -7,6 +7,10 @@ a unit is not told but looked for again in halves of it, down to single files: n
 have each for itself clash in a unit, and what a file alone does not show is no fault of it. One check,
 of names taken over and never used, looks at the main file only, so that files with a name that stands
 nowhere else in them are given to it alone.
+
+One fault that clang-tidy does not know is looked for in the text, headers too: a range-based for over what
+a pointer points to that a call has just returned, `for (auto& each : *list())`. Of such an expression C++20
+keeps only the list, not the pointer that owns it. Where the pointer owns nothing, NOLINT says so.
 """
 import argparse
 import collections
@@ -24,6 +28,91 @@ TIDY = "clang-tidy-14"
 FILES_OF_A_UNIT = 8
 USING_DECLARATION = re.compile(r"^\s*using (?!namespace)[\w:]*?(\w+);", re.MULTILINE)
 NO_CODE = re.compile(r"//.*|^#include.*", re.MULTILINE)
+
+
+FOR = re.compile(r"\bfor\s*\(")
+COMMENT_OR_TEXT = re.compile(r"""//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|'(?:\\.|[^'\\\n])*'""", re.DOTALL)
+CAST = re.compile(r"^(?:static|dynamic|const|reinterpret)_cast\s*<|^(?:std::)?as_const\s*\(")
+
+
+def without_comments_and_texts(code):
+    """The code with blanks in their place, so that nothing moves."""
+    return COMMENT_OR_TEXT.sub(lambda found: re.sub(r"[^\n]", " ", found[0]), code)
+
+
+def outside_parentheses(code):
+    """The places outside all brackets, with the character there; ends where the surrounding one closes."""
+    depth = 0
+    for place, character in enumerate(code):
+        if character in ")]}":
+            depth -= 1
+            if depth < 0:
+                yield place, character
+                return
+        if depth == 0:
+            yield place, character
+        if character in "([{":
+            depth += 1
+
+
+def ranges_of(code):
+    """Where each range-based for begins, and its range."""
+    for found in FOR.finditer(code):
+        rest = code[found.end():]
+        places = list(outside_parentheses(rest))
+        colons = [place for place, character in places
+                  if character == ":" and rest[place + 1:place + 2] != ":" and rest[place - 1:place] != ":"]
+        end, last = places[-1] if places else (0, "")
+        if colons and last == ")" and "?" not in rest[:colons[0]]:
+            yield found.start(), rest[colons[0] + 1:end].strip()
+
+
+def dies_at_once(expression):
+    """Whether what a range is in belongs to a pointer that a call in it returns."""
+    if ")->" in re.sub(r"\s", "", expression):
+        return True
+    for group in re.finditer(r"(?<!\w)\(\s*(?=\*)", expression):  # not what is given to a call
+        inside = expression[group.end():]
+        if dies_at_once(inside[:list(outside_parentheses(inside))[-1][0]].strip()):
+            return True
+    pointer = expression.lstrip("* ")
+    return pointer != expression and pointer.endswith(")") and not pointer.startswith("(") and not CAST.match(pointer)
+
+
+def dead_ranges(file, code):
+    lines = code.splitlines()
+    for place, expression in ranges_of(without_comments_and_texts(code)):
+        number = code.count("\n", 0, place)
+        if dies_at_once(expression) and "NOLINT" not in lines[number]:
+            yield f"{file}:{number + 1}: what owns `{expression}` may be gone before the body runs: keep it in a variable"
+
+
+def test_dead_ranges():
+    """What the look at the text finds and what it leaves alone."""
+    rows = [
+        (True, "for (auto& each : *list()) {"),
+        (True, "for (const auto& each : *Camera::list(a, b(c))) {"),
+        (True, "for (auto x = 1; auto& each : *camera->formats()) {"),
+        (True, "for (auto& each :\n       *camera.formats()) {"),
+        (True, "for (auto& each : list()->items()) {"),
+        (True, "for (auto& each : (*list()).items()) {"),
+        (True, "for (const std::pair<int, int>& each : (*list())) {"),
+        (True, "for (auto& each : **find(a)) {"),
+        (False, "for (auto& each : *list) {"),
+        (False, "for (auto& each : *lists[index(i)]) {"),
+        (False, "for (auto& each : list().items()) {"),
+        (False, "for (auto& each : list()) {"),
+        (False, "for (auto& each : copyOf(*list())) {"),
+        (False, "for (auto& each : (*list).items()) {"),
+        (False, "for (auto& each : *static_cast<List*>(list)) {"),
+        (False, "for (int i = a ? *b : *c(); i < 3; ++i) {"),
+        (False, "for (auto& each : *list()) {  // NOLINT: the table is never freed"),
+        (False, "// for (auto& each : *list()) {"),
+        (False, "for (const char* each : {\" : *list()\", b}) run(each);"),
+    ]
+    wrong = [code for expected, code in rows if bool(list(dead_ranges("file", code))) != expected]
+    if wrong:
+        raise SystemExit("The look for ranges that die at once is wrong about:\n" + "\n".join(wrong))
 
 
 class Linter:
@@ -103,6 +192,9 @@ def main():
     parser.add_argument("build", type=pathlib.Path, help="the build folder")
     parser.add_argument("files", nargs="+", type=pathlib.Path)
     options = parser.parse_args()
+    test_dead_ranges()
+    headers = subprocess.run(["git", "ls-files", "*.h"], stdout=subprocess.PIPE, text=True, check=True).stdout.split()
+    dead = [line for file in [*options.files, *map(pathlib.Path, headers)] for line in dead_ranges(file, file.read_text())]
     with tempfile.TemporaryDirectory() as folder:
         linter = Linter(pathlib.Path.cwd(), options.build, folder)
         files = [file.resolve() for file in options.files]
@@ -116,9 +208,9 @@ def main():
             found = [pool.submit(linter.findings, unit) for unit in units]
             found += [pool.submit(linter.unused_names, file) for file in alone]
             texts = dict.fromkeys(text for each in found for text in each.result())
-    for text in texts:
+    for text in [*dead, *texts]:
         print(text)
-    return 1 if texts else 0
+    return 1 if dead or texts else 0
 
 
 if __name__ == "__main__":
