@@ -7,7 +7,7 @@ namespace vesk {
 std::vector<std::shared_ptr<const AVCaptureDevice>> AVCaptureDevice::devicesWithMediaType(AVMediaType type) {
   std::vector<std::shared_ptr<const AVCaptureDevice>> devices;
   const auto provider = AudioTapProvider::shared();
-  if (!provider || type != AVMediaType::kAudio) return devices;
+  if (!provider || type != AVMediaType::AVMediaTypeAudio) return devices;
   for (AudioTapProvider::Microphone& microphone : provider->microphones())
     devices.push_back(
         std::make_shared<const AVCaptureDevice>(std::move(microphone.uniqueID), std::move(microphone.name)));

@@ -5,10 +5,9 @@
 #include <vector>
 
 #include "platform/foundation/export.h"
+#include "platform/foundation/media_type.h"
 
 namespace vesk {
-
-enum class AVMediaType { kAudio, kVideo };
 
 /// A microphone that can be metered, as the platform lists it.
 class VESK_EXPORT AVCaptureDevice {

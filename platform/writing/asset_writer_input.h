@@ -6,11 +6,10 @@
 
 #include "platform/foundation/dispatch_queue.h"
 #include "platform/foundation/export.h"
+#include "platform/foundation/media_type.h"
 #include "platform/media/sample_buffer.h"
 
 namespace vesk {
-
-enum class AVMediaType { AVMediaTypeVideo, AVMediaTypeAudio };
 
 class MovieFileWriter;
 
