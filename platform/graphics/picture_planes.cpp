@@ -109,9 +109,10 @@ PicturePlanes planarFrom2vuy(const PicturePlanes& picture, ScratchMemory& scratc
 
 bool convert2vuy(const PicturePlanes& picture, uint8_t* to, int rowBytes) {
   const auto toRow = static_cast<size_t>(rowBytes);
-  if (!lacksLastSample(picture) &&
-      convert2vuyDirectly(picture.planes[0], to, toRow, constantsFor(picture.colour), picture.width, picture.height))
+  if (!lacksLastSample(picture)) {
+    convert2vuy(picture.planes[0], to, toRow, constantsFor(picture.colour), picture.width, picture.height);
     return true;
+  }
   ScratchMemory scratch;
   for (int32_t y = 0; y < picture.height; y += kStripRows) {
     const PicturePlanes strip = partOf(picture, {0, y, picture.width, std::min(kStripRows, picture.height - y)});

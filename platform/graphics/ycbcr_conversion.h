@@ -17,8 +17,7 @@ namespace vesk {
 const libyuv::YuvConstants& constantsFor(YCbCrColour colour);
 
 /// 2vuy as blue, green, red, alpha by any matrix, for which libyuv has a public operation for one only.
-/// False, with nothing done, on machines where it does not serve.
-bool convert2vuyDirectly(const PixelPlane& from, uint8_t* to, size_t rowBytes, const libyuv::YuvConstants& constants,
-                         int32_t width, int32_t height);
+void convert2vuy(const PixelPlane& from, uint8_t* to, size_t rowBytes, const libyuv::YuvConstants& constants,
+                 int32_t width, int32_t height);
 
 }  // namespace vesk
