@@ -74,6 +74,8 @@ ICMDecoder::ICMDecoder(uint32_t width, uint32_t height, uint32_t codec)
 ICMDecoder::~ICMDecoder() = default;
 
 int16_t ICMDecoder::decompressData(const uint8_t* data, int32_t inSizeUsed, int32_t inTime) {
+  // An empty frame before the parameter sets is dropped like every other one then.
+  if (inSizeUsed == 0 && mCodec == kCMVideoCodecType_H264 && !mDecompS) return noErr;
   if (!data || inSizeUsed <= 0) return paramErr;
   const auto length = static_cast<uint32_t>(inSizeUsed);
   if (length > std::max(4 * rawSize(), kLeastFrameBound)) {

@@ -40,10 +40,10 @@ class VESK_EXPORT ICMDecoder {
   /// H.264 may have start codes or be length-prefixed already. `inTime` is the frame's time, on a
   /// scale of ten millionths of a second; any value will do, also one that has wrapped.
   ///
-  /// @return 0 for success, and for frames that are dropped because no session can be made (yet).
-  ///         paramErr for no bytes; codecBadDataErr for a damaged frame, and for one longer than any
-  ///         frame of this size can be: four times its pixels at 16 bits each, but at least 1 MiB;
-  ///         codecUnimpErr for a kind of picture that cannot be shown; memFullErr.
+  /// @return 0 for success, and for frames that are dropped because no session can be made (yet),
+  ///         empty ones before the parameter sets included. paramErr for no bytes otherwise; codecBadDataErr for a
+  ///         damaged frame, and for one longer than any frame of this size can be: four times its pixels at 16 bits
+  ///         each, but at least 1 MiB; codecUnimpErr for a kind of picture that cannot be shown; memFullErr.
   int16_t decompressData(const uint8_t* data, int32_t inSizeUsed, int32_t inTime);
 
   /// Looks for the parameter sets that are still missing in a length-prefixed frame; the first of

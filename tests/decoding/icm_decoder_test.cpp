@@ -155,6 +155,7 @@ TEST(ICMDecoderH264, DropsFramesUntilBothParameterSetsHaveCome) {
   const auto third = std::search(second + 4, whole.end(), code.begin(), code.end());
   Preview preview(footage);
   EXPECT_EQ(preview.decode(footage.frames[1]), 0);
+  EXPECT_EQ(preview.decode({}), 0) << "an empty one as well";
   EXPECT_EQ(preview.decode(Bytes(whole.begin(), second)), 0) << "the sequence parameter set";
   EXPECT_EQ(preview.decode(footage.frames[2]), 0);
   EXPECT_EQ(preview.decoder->frameCount(), 0U);
@@ -325,8 +326,10 @@ TEST(ICMDecoderArguments, AreRefusedSafely) {
   for (const uint32_t codec : {kCMVideoCodecType_H264, kCMVideoCodecType_MotionJPEG, kCMPixelFormat_422YpCbCr8}) {
     Preview preview(4, 2, codec);
     EXPECT_LT(preview.decoder->decompressData(nullptr, 16, 0), 0);
-    for (const int32_t size : {0, -1, std::numeric_limits<int32_t>::min()})
+    for (const int32_t size : {-1, std::numeric_limits<int32_t>::min()})
       EXPECT_LT(preview.decoder->decompressData(frame.data(), size, 0), 0) << size;
+    const int16_t empty = preview.decoder->decompressData(frame.data(), 0, 0);
+    EXPECT_EQ(empty == 0, codec == kCMVideoCodecType_H264) << "dropped before the parameter sets; else damage";
     EXPECT_EQ(preview.decoder->frameCount(), 0U);
   }
   struct Size {
