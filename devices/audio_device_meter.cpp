@@ -85,8 +85,9 @@ void VeskAudioDevice::micLevelTimerFired() {
 
 int32_t VeskAudioDevice::stopVUMeter() {
   if (!mSession) return kVeskStatusSuccess;
+  const auto delegates = mDelegates;  // the host may let the device go when it gets the level
   endMeter();
-  mDelegates->deliverMicLevel(-std::numeric_limits<float>::infinity());
+  delegates->deliverMicLevel(-std::numeric_limits<float>::infinity());
   return kVeskStatusSuccess;
 }
 

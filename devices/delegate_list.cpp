@@ -52,11 +52,17 @@ void DelegateList::add(std::shared_ptr<VeskAVDeviceDelegate> delegate) {
 void DelegateList::remove(const VeskAVDeviceDelegate* delegate) {
   // The last reference may go with these: let that happen outside the lock.
   Delegates removed;
-  const RecursiveMutexLock lock(mLock);
-  const auto isAnother = [delegate](const auto& each) { return each.get() != delegate; };
-  const auto first = std::stable_partition(mDelegates.begin(), mDelegates.end(), isAnother);
-  removed.assign(std::make_move_iterator(first), std::make_move_iterator(mDelegates.end()));
-  mDelegates.erase(first, mDelegates.end());
+  {
+    const RecursiveMutexLock lock(mLock);
+    const auto isAnother = [delegate](const auto& each) { return each.get() != delegate; };
+    const auto first = std::stable_partition(mDelegates.begin(), mDelegates.end(), isAnother);
+    removed.assign(std::make_move_iterator(first), std::make_move_iterator(mDelegates.end()));
+    mDelegates.erase(first, mDelegates.end());
+  }
+  // Those that take no levels need not wait for a level that another delegate is being handed.
+  if (!removed.empty() && micLevelDelegate(removed.front())) {
+    const RecursiveMutexLock levelHasEnded(mLevelLock);
+  }
 }
 
 void DelegateList::close() {
@@ -77,6 +83,7 @@ void DelegateList::deliver(void* frame, uint32_t length, int64_t timestamp) {
 
 void DelegateList::deliverMicLevel(float level) {
   const RecursiveMutexLock lock(mLock);
+  const RecursiveMutexLock levels(mLevelLock);
   for (size_t i = 0; i < mDelegates.size(); ++i)
     if (const auto delegate = micLevelDelegate(mDelegates[i]))
       callDelegate([&] { delegate->didMicLevelEventOccured(level); });
@@ -86,11 +93,21 @@ void DelegateList::queueMicLevel(float level, const std::shared_ptr<const std::a
   const auto mainQueue = DispatchQueue::mainQueue();
   const RecursiveMutexLock lock(mLock);
   for (const auto& each : mDelegates) {
-    if (auto delegate = micLevelDelegate(each))
-      mainQueue->async([delegate = std::move(delegate), level, isCurrent] {
-        if (*isCurrent) callDelegate([&] { delegate->didMicLevelEventOccured(level); });
-      });
+    if (!micLevelDelegate(each)) continue;
+    mainQueue->async([list = shared_from_this(), delegate = each, level, isCurrent] {
+      list->deliverQueuedMicLevel(delegate, level, *isCurrent);
+    });
   }
+}
+
+void DelegateList::deliverQueuedMicLevel(const std::shared_ptr<VeskAVDeviceDelegate>& delegate, float level,
+                                         const std::atomic<bool>& isCurrent) {
+  mLock.lock();
+  const bool isThere = std::find(mDelegates.begin(), mDelegates.end(), delegate) != mDelegates.end();
+  mLevelLock.lock();  // before the list is open again: a removal from now on waits for this level
+  mLock.unlock();
+  if (isThere && isCurrent) callDelegate([&] { micLevelDelegate(delegate)->didMicLevelEventOccured(level); });
+  mLevelLock.unlock();
 }
 
 void* DelegateList::ticketFor(const std::shared_ptr<DelegateList>& list) {

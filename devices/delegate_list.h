@@ -14,10 +14,11 @@ namespace vesk {
 /// that comes late, while the device goes or after it, finds an empty list or none at all, and
 /// never a device that is no more.
 ///
-/// Threads: every operation from any thread. The lock is recursive and held for a whole delivery,
-/// so add and remove wait for a delivery in progress on another thread. It is the outermost of the
-/// recording's locks: a delegate may take its own inside.
-class VESK_LOCAL DelegateList : public VeskDeviceDelegates {
+/// Threads: every operation from any thread. mLock is recursive and held for a whole delivery, so add
+/// and remove wait for a delivery in progress on another thread. It is the outermost of the recording's
+/// locks: a delegate may take its own inside. mLevelLock, taken after it, is held alone while a level is
+/// delivered on the main thread: frames do not wait for what a host does with a level.
+class VESK_LOCAL DelegateList : public VeskDeviceDelegates, public std::enable_shared_from_this<DelegateList> {
  public:
   explicit DelegateList(std::shared_ptr<VeskDeviceInfo> info) : mInfo(std::move(info)) {}
 
@@ -25,16 +26,17 @@ class VESK_LOCAL DelegateList : public VeskDeviceDelegates {
   /// twice receives everything twice.
   void add(std::shared_ptr<VeskAVDeviceDelegate> delegate) VESK_EXCLUDES(mLock);
   /// Removes every entry of the delegate. Once it has returned the delegate receives nothing more.
-  void remove(const VeskAVDeviceDelegate* delegate) VESK_EXCLUDES(mLock);
+  void remove(const VeskAVDeviceDelegate* delegate) VESK_EXCLUDES(mLock, mLevelLock);
   /// Removes all delegates; those added later are dropped.
   void close() VESK_EXCLUDES(mLock);
 
   /// Hands one frame to every delegate in order. What a delegate throws is logged.
   void deliver(void* frame, uint32_t length, int64_t timestamp) VESK_EXCLUDES(mLock);
-  /// Hands a microphone's level to every delegate that takes levels.
-  void deliverMicLevel(float level) VESK_EXCLUDES(mLock);
+  /// Hands a microphone's level to every delegate that takes levels. The caller holds the list: a
+  /// delegate may let the device go.
+  void deliverMicLevel(float level) VESK_EXCLUDES(mLock, mLevelLock);
   /// The same on the main queue, without waiting: each delegate has work of its own there, which is
-  /// left out once `isCurrent` holds false.
+  /// left out once `isCurrent` holds false or the delegate has been removed.
   void queueMicLevel(float level, const std::shared_ptr<const std::atomic<bool>>& isCurrent) VESK_EXCLUDES(mLock);
 
   /// A context pointer for the capture library that stands for `list`. Tickets are never used twice.
@@ -46,7 +48,11 @@ class VESK_LOCAL DelegateList : public VeskDeviceDelegates {
   static void deliver(const void* ticket, void* frame, uint32_t length, int64_t timestamp);
 
  private:
+  void deliverQueuedMicLevel(const std::shared_ptr<VeskAVDeviceDelegate>& delegate, float level,
+                             const std::atomic<bool>& isCurrent) VESK_EXCLUDES(mLock, mLevelLock);
+
   const std::shared_ptr<VeskDeviceInfo> mInfo;
+  RecursiveMutex mLevelLock;
   bool mIsClosed VESK_GUARDED_BY(mLock) = false;
 };
 

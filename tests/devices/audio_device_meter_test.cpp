@@ -88,6 +88,23 @@ TEST_F(AudioDeviceMeter, EndsWithNegativeInfinityAndNothingAfterIt) {
   serveUntil(0.1, 0.1, [](float level) { return std::abs(level - (-23.0F)) < 0.2F; });
 }
 
+TEST_F(AudioDeviceMeter, HostMayLetTheMicrophoneGoInTheFinalLevel) {
+  void (*const ways[])(VeskAudioDevice&) = {[](VeskAudioDevice& each) { each.stopVUMeter(); },
+                                            [](VeskAudioDevice& each) { each.closeDevice(); }};
+  for (const auto end : ways) {
+    device = VeskAudioDevice::initWithDeviceInfo(infoOf("/mic"));
+    device->addDelegate(levels);
+    device->startVUMeter();
+    const std::weak_ptr<VeskAudioDevice> weak = device;
+    levels->levels.clear();
+    levels->onLevel = [&](float) { device.reset(); };
+    end(*device);
+    EXPECT_TRUE(weak.expired());
+    EXPECT_EQ(levels->levels, std::vector<float>{kEnd});
+  }
+  device = VeskAudioDevice::initWithDeviceInfo(infoOf("/mic"));
+}
+
 TEST_F(AudioDeviceMeter, SecondStartLeavesTheRunningMeterAlone) {
   device->startVUMeter();
   device->startVUMeter();

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "platform/foundation/log.h"
+#include "platform/foundation/run_loop.h"
 
 namespace vesk {
 namespace {
@@ -26,12 +27,20 @@ struct Delegate : VeskAVDeviceDelegate {
 };
 
 struct LevelDelegate : Delegate, VeskMicLevelDelegate {
-  void didMicLevelEventOccured(float level) override { levels.push_back(level); }
+  void didMicLevelEventOccured(float level) override {
+    levels.push_back(level);
+    if (onLevel) onLevel();
+  }
   std::vector<float> levels;
+  std::function<void()> onLevel;
 };
 
 struct DelegateListTest : testing::Test {
   void deliver() { list->deliver(nullptr, 0, 0); }
+  void queueLevel(float level) { list->queueMicLevel(level, isMetering); }
+  static void serve() { NSRunLoop::currentRunLoop()->runUntilDate(std::chrono::steady_clock::now()); }
+
+  std::shared_ptr<std::atomic<bool>> isMetering = std::make_shared<std::atomic<bool>>(true);
   std::shared_ptr<DelegateList> list = std::make_shared<DelegateList>(std::make_shared<VeskDeviceInfo>());
 };
 
@@ -59,6 +68,54 @@ TEST_F(DelegateListTest, SendsLevelsToThoseWhoTakeThem) {
   list->deliverMicLevel(-20.5F);
   EXPECT_EQ(withLevels->levels, std::vector<float>{-20.5F});
   EXPECT_EQ(withLevels->frames, 0);
+}
+
+TEST_F(DelegateListTest, QueuedLevelsReachOnlyThoseWhoAreStillThere) {
+  const auto staying = std::make_shared<LevelDelegate>();
+  const auto leaving = std::make_shared<LevelDelegate>();
+  for (const auto& each : {staying, leaving}) list->add(each);
+  queueLevel(-10);
+  EXPECT_TRUE(staying->levels.empty()) << "on the main queue";
+  list->remove(leaving.get());
+  serve();
+  EXPECT_EQ(staying->levels, std::vector<float>{-10});
+  EXPECT_TRUE(leaving->levels.empty());
+
+  queueLevel(-20);
+  staying->onLevel = [&] { list->remove(staying.get()); };
+  queueLevel(-30);
+  serve();
+  EXPECT_EQ(staying->levels, (std::vector<float>{-10, -20})) << "removed inside one level, it gets no other";
+
+  list->add(staying);
+  queueLevel(-40);
+  list->close();
+  serve();
+  EXPECT_EQ(staying->levels.size(), 2U) << "nor after the device has gone";
+  staying->onLevel = nullptr;
+}
+
+TEST_F(DelegateListTest, RemovingWaitsForALevelAndFramesDoNot) {
+  const auto delegate = std::make_shared<LevelDelegate>();
+  std::promise<void> removing;
+  std::thread remover;
+  std::atomic<bool> left = false;
+  delegate->onLevel = [&] {
+    std::thread([&] { deliver(); }).join();  // a frame on its own thread
+    remover = std::thread([&] {
+      removing.set_value();
+      list->remove(delegate.get());
+      EXPECT_TRUE(left);
+    });
+    removing.get_future().wait();
+    for (int i = 0; i < 100; ++i) std::this_thread::yield();
+    left = true;
+  };
+  list->add(delegate);
+  queueLevel(-10);
+  serve();
+  remover.join();
+  EXPECT_EQ(delegate->frames, 1);
 }
 
 TEST_F(DelegateListTest, RemovingWaitsForADeliveryOnAnotherThread) {
