@@ -93,6 +93,7 @@ void VeskVideoDevice::waitForNudges() {
 }
 
 int32_t VeskVideoDevice::resetPanTiltRel() {
+  const auto self = shared_from_this();  // what the run loop serves may let go of the host's last reference
   const uint8_t value = capture::kResetPanAndTilt;
   int32_t status = kVCIFailed;
   for (int attempt = 0; attempt < kResetAttempts && status != kVCISuccess; ++attempt) {

@@ -179,6 +179,14 @@ TEST_F(Motion, ResettingTheHeadTriesSixTimesAndServesTheRunLoop) {
   EXPECT_EQ(logged().back(), "resetPanTiltRel Result 0");
 }
 
+TEST_F(Motion, TheCameraMayBeLetGoWhileItsHeadIsReset) {
+  DispatchQueue::mainQueue()->async([&] { device = nullptr; });
+  VeskVideoDevice& resetting = *device;
+  EXPECT_EQ(resetting.resetPanTiltRel(), 0);
+  EXPECT_EQ(device, nullptr);
+  EXPECT_EQ(camera->closed, 1);
+}
+
 TEST_F(Motion, RelativeMotionIsForHeadsWithoutPositions) {
   camera->propertyItems[capture::kRelativeMotionSet] = {2, 1, 7};
   EXPECT_TRUE(device->isPTZRelativeSupported());
