@@ -49,7 +49,9 @@ VeskVideoDevice::~VeskVideoDevice() {
 }
 
 int32_t VeskVideoDevice::openDevice() {
-  return openHandle(VCI_Open_Device);
+  const int32_t status = openHandle(VCI_Open_Device);
+  if (status == kVeskStatusSuccess) leaveAtMost(AfterRecording::kStop);
+  return status;
 }
 
 void VeskVideoDevice::closeDevice() {
@@ -129,7 +131,10 @@ int32_t VeskVideoDevice::setCaptureFormat(const CMVideoFormatDescriptionRef& for
 }
 
 int32_t VeskVideoDevice::startCapture() {
-  if (mIsCapturing) return kVeskStatusSuccess;
+  if (mIsCapturing) {
+    leaveAtMost(AfterRecording::kStayOn);
+    return kVeskStatusSuccess;
+  }
   if (!mIsOpen) return kVeskStatusNotOpen;
   if (!mFormat) return kVeskStatusNoFormat;
 
@@ -142,8 +147,10 @@ int32_t VeskVideoDevice::startCapture() {
     VCI_UnSubscribe_Event(mHandle, kVCIEventFrame);
     return kVeskStatusCameraInUse;
   }
-  mIsCapturing = status == kVCISuccess;
-  return mIsCapturing ? kVeskStatusSuccess : kVeskStatusFailed;
+  if (status != kVCISuccess) return kVeskStatusFailed;
+  mIsCapturing = true;
+  leaveAtMost(AfterRecording::kStayOn);
+  return kVeskStatusSuccess;
 }
 
 int32_t VeskVideoDevice::stopCapture() {

@@ -86,6 +86,19 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   ///         capturing and may be stopped again.
   int32_t stopCapture();
 
+  // How sessions share a camera: only a running recording keeps it on for the others.
+
+  /// A recording of this camera begins or has ended. The last one to end carries out what was asked
+  /// for meanwhile, below, unless the camera was started anew in between.
+  void beginRecording() VESK_EXCLUDES(mRecordingMutex);
+  void endRecording() VESK_EXCLUDES(mRecordingMutex);
+  /// Stops capture, or, while it is being recorded, leaves that to the end of the recording.
+  /// @return stopCapture's; 0 when it is left to the recording
+  int32_t stopUnlessRecorded() VESK_EXCLUDES(mRecordingMutex);
+  /// Stops capture and closes the camera, or leaves both to the end of the recording; opening it
+  /// again meanwhile takes the close back.
+  void closeUnlessRecorded() VESK_EXCLUDES(mRecordingMutex);
+
   /// Kept for the host. Capture does not heed it. From any thread.
   std::optional<uint32_t> frameInterval() const { return mFrameinterval; }
   void setFrameInterval(std::optional<uint32_t> interval) { mFrameinterval = interval; }
@@ -301,6 +314,11 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   int32_t setProperty(const capture::PropertySetIdentifier& set, uint32_t number, std::span<const uint8_t> value) const;
   bool readInformation(uint32_t number, std::span<uint8_t> value) const;
 
+  /// What is left to the end of the recordings.
+  enum class AfterRecording { kStayOn, kStop, kClose };
+  bool leaveToRecording(AfterRecording action) VESK_EXCLUDES(mRecordingMutex);
+  void leaveAtMost(AfterRecording action) VESK_EXCLUDES(mRecordingMutex);
+
   void nudge(int8_t pan, int8_t tilt, const char* line) VESK_EXCLUDES(mNudgeMutex);
   void endNudge() VESK_EXCLUDES(mNudgeMutex);
   void performNudge(int8_t pan, int8_t tilt, const char* line) VESK_EXCLUDES(mNudgeMutex);
@@ -312,6 +330,10 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   CMVideoFormatDescriptionRef mFormat;
   int32_t stop = 0;  ///< 1 once nudges were told to stop; nothing heeds it
   std::shared_ptr<DispatchQueue> _localQueue;
+
+  Mutex mRecordingMutex;
+  int mRecordings VESK_GUARDED_BY(mRecordingMutex) = 0;
+  AfterRecording mAfterRecording VESK_GUARDED_BY(mRecordingMutex) = AfterRecording::kStayOn;
 
   Mutex mNudgeMutex;
   std::condition_variable_any mNudgesDone;

@@ -1,6 +1,5 @@
 #include "sessions/preview_session.h"
 
-#include <algorithm>
 #include <limits>
 #include <utility>
 
@@ -16,6 +15,19 @@
 #include "render/preview_view.h"
 
 namespace vesk {
+namespace {
+
+/// Does what belongs on the main thread there: at once, or later when this is another thread.
+template <class Work>
+void onMainThread(const Work& work) {
+  const auto mainQueue = DispatchQueue::mainQueue();
+  if (mainQueue->isCurrent())
+    work();
+  else
+    mainQueue->async(work);
+}
+
+}  // namespace
 
 /// Stands among a microphone's delegates for the session, which it does not hold: the session holds
 /// the microphone, and the microphone its delegates.
@@ -46,41 +58,49 @@ std::shared_ptr<VeskPreviewSession> VeskPreviewSession::initWithDevice(const std
 }
 
 VeskPreviewSession::~VeskPreviewSession() {
+  // The microphone is metered on the main thread, and a session may go on any.
+  onMainThread([microphone = std::exchange(mAudioDevice, nullptr), relay = mLevelRelay, wasRunning = isRunning()] {
+    if (!microphone) return;
+    if (wasRunning) microphone->stopVUMeter();
+    microphone->removeDelegate(relay);
+  });
   if (mIsRunning) closeSession();
-  mDelegate = nullptr;
-  setAudioDevice(nullptr);
 }
 
 int32_t VeskPreviewSession::openSession() {
   const auto device = mDevice.lock();
-  if (!device) return kVeskStatusNoDevice;
-  return device->isOpen() ? kVeskStatusSuccess : device->openDevice();
+  return device ? device->openDevice() : kVeskStatusNoDevice;
 }
 
 int32_t VeskPreviewSession::startSessionWithPreview(const std::shared_ptr<VeskPreviewView>& view) {
+  const auto self = shared_from_this();
   if (!view) return kVeskStatusNoView;
   const auto device = mDevice.lock();
   if (!device) return kVeskStatusNoDevice;
 
-  if (!hasDecoder()) makeDecoder(*device);
+  // It may be there already, after a refused start or a pause; it is never there twice. From here on no
+  // frame is on its way to the session.
+  device->removeDelegate(self);
+  if (!mIsRunning || !hasDecoder() || !device->isCapturing()) makeDecoder(*device);
   mPreviewView = view;
   view->setDelegate(mDelegate);
-  // It may be there already, after a refused start or a pause; it is never there twice.
-  device->removeDelegate(shared_from_this());
-  device->addDelegate(shared_from_this());
-  mIsRunning = true;
+  device->addDelegate(self);
+  const bool wasRunning = mIsRunning.exchange(true);
+  ++mStarts;
   const int32_t status = device->startCapture();
   if (status != kVeskStatusSuccess) {
     mIsRunning = false;
+    if (wasRunning) stopMeter();
     return status;
   }
-  if (mAudioDevice) mAudioDevice->startVUMeter();
+  if (const auto microphone = mAudioDevice) microphone->startVUMeter();
   return kVeskStatusSuccess;
 }
 
 int32_t VeskPreviewSession::pauseSession() {
+  const auto self = shared_from_this();
   const auto device = mDevice.lock();
-  const int32_t status = device ? stopCapture(*device) : kVeskStatusNoDevice;
+  const int32_t status = device ? device->stopUnlessRecorded() : kVeskStatusNoDevice;
   setDecoder(nullptr);
   return status;
 }
@@ -93,28 +113,31 @@ int32_t VeskPreviewSession::resumeSession() {
 
 int32_t VeskPreviewSession::stopSession() {
   const auto self = weak_from_this().lock();  // the device's may be the last reference; null while going
+  const uint32_t starts = mStarts;
   clearView();
   const auto device = mDevice.lock();
-  const int32_t status = device ? stopCapture(*device) : kVeskStatusNoDevice;
-  if (mAudioDevice) mAudioDevice->stopVUMeter();
+  const int32_t status = device ? device->stopUnlessRecorded() : kVeskStatusNoDevice;
+  stopMeter();
+  if (mStarts != starts) return status;  // the host has started it anew when it got the final level
   if (device) device->removeDelegate(self);
   setDecoder(nullptr);
   mIsRunning = false;
   clearView();
+  stopMeter();  // of a microphone that was attached then
   return status;
 }
 
 void VeskPreviewSession::closeSession() {
+  const auto self = weak_from_this().lock();
   const auto device = mDevice.lock();
   if (mIsRunning) stopSession();
-  if (device && !hasOtherReceivers(*device)) device->closeDevice();
+  if (device && !mIsRunning) device->closeUnlessRecorded();
 }
 
 int32_t VeskPreviewSession::capturePhotoFrameToPath(const std::string& path) {
-  if (!mIsRunning) return kVeskStatusSuccess;
   mLastPhoto = {};
   mLastPhoto.path = path + ".jpeg";
-  mLastPhoto.error = writePhoto(mLastPhoto.path);
+  mLastPhoto.error = mIsRunning ? writePhoto(mLastPhoto.path) : "the preview is not running";
   if (!mLastPhoto.error.empty())
     NSLog("[WARNING]: the photo \"" + mLastPhoto.path + "\" was not written: " + mLastPhoto.error);
   return kVeskStatusSuccess;
@@ -137,14 +160,23 @@ std::string VeskPreviewSession::writePhoto(const std::string& path) {
 
 void VeskPreviewSession::setAudioDevice(const std::shared_ptr<VeskAudioDevice>& device) {
   if (device == mAudioDevice) return;
-  if (mAudioDevice) {
-    if (mIsRunning) mAudioDevice->stopVUMeter();
-    mAudioDevice->removeDelegate(mLevelRelay);
+  // The host may do anything when it gets the final level, also attach or detach again.
+  const auto self = shared_from_this();
+  const auto next = device;
+  const auto previous = std::exchange(mAudioDevice, next);
+  if (previous) {
+    if (mIsRunning) previous->stopVUMeter();
+    if (mAudioDevice != previous) previous->removeDelegate(mLevelRelay);
   }
-  mAudioDevice = device;
-  if (!mAudioDevice) return;
-  mAudioDevice->addDelegate(mLevelRelay);
-  if (mIsRunning) mAudioDevice->startVUMeter();
+  if (!next || mAudioDevice != next) return;
+  next->removeDelegate(mLevelRelay);  // it may be there already, from inside the final level
+  next->addDelegate(mLevelRelay);
+  if (mIsRunning) next->startVUMeter();
+}
+
+/// Works on a reference of its own: the host may detach the microphone when it gets the final level.
+void VeskPreviewSession::stopMeter() {
+  if (const auto microphone = mAudioDevice) microphone->stopVUMeter();
 }
 
 void VeskPreviewSession::didCaptureFrame(void* frame, uint32_t length, int64_t timestamp,
@@ -180,7 +212,7 @@ void VeskPreviewSession::showNewest() {
     image.swap(mNewest);
   }
   const auto view = mPreviewView.lock();
-  if (!mIsRunning || !view) return;
+  if (!image || !mIsRunning || !view) return;
   ++mShown;
   view->refresh(image);
 }
@@ -201,6 +233,10 @@ void VeskPreviewSession::makeDecoder(const VeskVideoDevice& device) {
                                            format->mediaSubType());
   if (decoder) decoder->setDelegate(this);
   setDecoder(std::move(decoder));
+  // A picture of the run before is not for this one.
+  std::shared_ptr<const CIImage> dropped;
+  const MutexLock lock(mImageMutex);
+  dropped.swap(mNewest);
 }
 
 void VeskPreviewSession::setDecoder(std::shared_ptr<ICMDecoder> decoder) {
@@ -213,19 +249,11 @@ bool VeskPreviewSession::hasDecoder() const {
   return mDecoder != nullptr;
 }
 
-int32_t VeskPreviewSession::stopCapture(VeskVideoDevice& device) {
-  return hasOtherReceivers(device) ? kVeskStatusSuccess : device.stopCapture();
-}
-
-bool VeskPreviewSession::hasOtherReceivers(const VeskVideoDevice& device) const {
-  const auto& delegates = device.delegates();
-  const std::lock_guard lock(delegates);
-  return std::any_of(delegates.begin(), delegates.end(),
-                     [this](const auto& delegate) { return delegate.get() != this; });
-}
-
+/// Without a view's reference off the main thread: it might be the last one.
 void VeskPreviewSession::clearView() const {
-  if (const auto view = mPreviewView.lock()) view->setImage(nullptr);
+  onMainThread([view = mPreviewView] {
+    if (const auto held = view.lock()) held->setImage(nullptr);
+  });
 }
 
 }  // namespace vesk

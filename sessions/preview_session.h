@@ -27,9 +27,9 @@ struct PreviewStatistics {
   uint64_t replaced = 0;  ///< pictures that a newer one replaced before the main thread got to them
 };
 
-/// What became of the last photo.
+/// What became of the last photo that was asked for.
 struct PhotoOutcome {
-  std::string path;  ///< the file; empty before the first photo
+  std::string path;  ///< the file that was to be written; empty before the first photo
   int32_t width = 0;
   int32_t height = 0;
   uint64_t bytes = 0;
@@ -43,18 +43,21 @@ struct PhotoOutcome {
 /// newest waits: while the main thread is busy, newer pictures take the place of the one that waits,
 /// so a stalled host costs one picture of memory and is shown the present when it goes on.
 ///
-/// Another receiver of the same camera, such as a recording, is left alone: pausing, stopping and
-/// closing leave the camera running while it has other delegates. (The camera is then stopped by
-/// whoever closes it.)
+/// Only a running recording of the same camera keeps it on: what the preview asks for meanwhile
+/// (pausing, stopping, closing) is carried out when the recording ends, unless somebody has started the
+/// camera anew by then. Other receivers, a second preview among them, see it stop.
 ///
 /// While it runs, the camera holds the session; stopSession ends that. Device, view and host delegate
 /// are not held: a device or a view that goes ends what the session does with it, the delegate must
 /// outlive the session or be taken away. An attached microphone is held, and does not hold the
 /// session.
 ///
-/// Threads: host calls from the main thread, one at a time; frames from the camera's. mMutex is held
-/// around each decoding and while the decoder is replaced; a device's delegate list is locked before
-/// it, and nothing of the devices is called under it.
+/// Threads: host calls from the main thread, one at a time; frames from the camera's. The last reference
+/// may go on any thread: view and microphone are then let go on the main thread, when that gets to it.
+/// mMutex is held around each decoding and while the decoder is replaced; a device's delegate list is
+/// locked before it, and nothing of the devices is called under it.
+///
+/// The host may do anything when it gets a level, also stop, start, attach and let everything go.
 class VESK_EXPORT VeskPreviewSession : public VeskAVDeviceDelegate,
                                        public VeskMicLevelDelegate,
                                        public DecoderProtocol,
@@ -65,27 +68,30 @@ class VESK_EXPORT VeskPreviewSession : public VeskAVDeviceDelegate,
                                                             VeskPreviewSessionDelegate* delegate);
   ~VeskPreviewSession() override;
 
-  /// Opens the device. @return 0 open, also when it was; 3 no device; else openDevice's.
+  /// Opens the device; a close that waits for a recording to end is taken back.
+  /// @return 0 open, also when it was; 3 no device; else openDevice's.
   int32_t openSession();
   /// Shows the camera in `view`, in the device's current format, and meters an attached microphone.
   /// May be called again at any time, for example to start the camera after resumeSession: the
   /// session never receives a frame twice.
   /// @return 0 running; 2 no view; 3 no device; else startCapture's: the session then is not running
-  ///         but remains among the device's delegates, until it is started again or stopped.
+  ///         but remains among the device's delegates, until it is started again or stopped. A
+  ///         microphone that was metered is let go.
   int32_t startSessionWithPreview(const std::shared_ptr<VeskPreviewView>& view) VESK_EXCLUDES(mMutex);
-  /// Stops the camera; the view keeps its last picture, the level goes on. @return stopCapture's
+  /// Stops the camera; the view keeps its last picture, the level goes on.
+  /// @return the camera's stopCapture's; 0 when a recording keeps it on
   int32_t pauseSession() VESK_EXCLUDES(mMutex);
   /// Makes ready for pictures again, in the device's current format. It does not start the camera:
   /// the device's startCapture or startSessionWithPreview does. @return 0
   int32_t resumeSession() VESK_EXCLUDES(mMutex);
-  /// Stops the camera and clears the view. @return stopCapture's
+  /// Stops the camera and clears the view. @return as pauseSession
   int32_t stopSession() VESK_EXCLUDES(mMutex);
   /// Stops if running, and closes the device.
   void closeSession() VESK_EXCLUDES(mMutex);
 
   /// Writes the picture on show as a JPEG file at `path` with ".jpeg" appended, upright and at its
-  /// full size; replaces what is there, whole or not at all. Nothing while the session is not
-  /// running. lastPhoto tells how it went. @return 0
+  /// full size; replaces what is there, whole or not at all. Nothing is written while the session is
+  /// not running. lastPhoto tells how it went. @return 0
   int32_t capturePhotoFrameToPath(const std::string& path);
   const PhotoOutcome& lastPhoto() const { return mLastPhoto; }
 
@@ -114,11 +120,10 @@ class VESK_EXPORT VeskPreviewSession : public VeskAVDeviceDelegate,
 
   VeskPreviewSession(const std::shared_ptr<VeskVideoDevice>& device, VeskPreviewSessionDelegate* delegate);
 
-  void makeDecoder(const VeskVideoDevice& device) VESK_EXCLUDES(mMutex);
+  void makeDecoder(const VeskVideoDevice& device) VESK_EXCLUDES(mMutex, mImageMutex);
   void setDecoder(std::shared_ptr<ICMDecoder> decoder) VESK_EXCLUDES(mMutex);
   bool hasDecoder() const VESK_EXCLUDES(mMutex);
-  int32_t stopCapture(VeskVideoDevice& device);
-  bool hasOtherReceivers(const VeskVideoDevice& device) const;
+  void stopMeter();
   void clearView() const;
   void showNewest() VESK_EXCLUDES(mImageMutex);
   std::string writePhoto(const std::string& path);
@@ -129,6 +134,7 @@ class VESK_EXPORT VeskPreviewSession : public VeskAVDeviceDelegate,
   std::weak_ptr<VeskPreviewView> mPreviewView;
   VeskPreviewSessionDelegate* mDelegate;
   std::atomic<bool> mIsRunning{false};
+  uint32_t mStarts = 0;  ///< so far, refused ones too
   PhotoOutcome mLastPhoto;
 
   mutable Mutex mMutex;

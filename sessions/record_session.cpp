@@ -68,6 +68,7 @@ VeskRecordSession::~VeskRecordSession() {
 }
 
 int32_t VeskRecordSession::startSession() {
+  const auto self = shared_from_this();  // what the run loop serves may let go of the host's last reference
   std::shared_ptr<Recording> refused;
   {
     const MutexLock lock(mMutex);
@@ -86,18 +87,24 @@ int32_t VeskRecordSession::startSession() {
   setState(State::kStarting, started);
   if (started->videoDevice) started->videoDevice->addDelegate(started->relay);
   if (started->audioDevice) started->audioDevice->addDelegate(started->relay);
+  if (started->videoDevice) started->videoDevice->beginRecording();
   status = startCaptures(*started);
-  if (status == kVeskStatusSuccess) started->relay->setRunningSession(shared_from_this());
-  setState(status == kVeskStatusSuccess ? State::kRunning : State::kRefused, started);
+  if (status == kVeskStatusSuccess) {
+    started->relay->setRunningSession(self);
+    setState(State::kRunning, started);
+  } else {
+    setState(State::kRefused, started);
+    if (started->videoDevice) started->videoDevice->endRecording();
+  }
   return status;
 }
 
 int32_t VeskRecordSession::openRecording(std::shared_ptr<Recording>& opened) {
   const auto camera = videoDevice();
   auto microphone = audioDevice();
-  if (microphone && !microphone->getFormat()) microphone = nullptr;
   if (camera && !camera->isOpen()) camera->openDevice();
   if (microphone && !microphone->isOpen()) microphone->openDevice();
+  if (microphone && !microphone->getFormat()) microphone = nullptr;
 
   auto movie = TemporaryMovie::reserve(mFileURL);
   if (!movie) return kVeskStatusMovieNotOpened;
@@ -134,6 +141,8 @@ int32_t VeskRecordSession::stopSession() {
   }
   stopping->relay->setRunningSession(nullptr);
   setState(State::kIdle, nullptr);
+  // Last, since a camera may take its time to stop: the movie is in its place by now.
+  if (wasRunning && stopping->videoDevice) stopping->videoDevice->endRecording();
   return kVeskStatusSuccess;
 }
 

@@ -27,8 +27,10 @@ struct RecordingOutcome {
 /// Records a camera and a microphone into a movie: written in the temporary folder, moved to its
 /// final path when the session stops.
 ///
-/// A device that captures already, for a preview, is joined and not started; stopping stops the
-/// microphone and leaves the camera running. A microphone without a chosen format takes no part.
+/// A device that captures already, for a preview, is joined and not started. Stopping stops the
+/// microphone and leaves the camera running, unless a preview has asked for its stop or close meanwhile:
+/// the recording keeps the camera on, and carries that out when it ends. A microphone without a chosen
+/// format is opened, and takes no part.
 ///
 /// While a recording runs, its devices hold the session: letting it go does not end the recording,
 /// stopSession does. Do not stop a session from inside one of its devices' frames.

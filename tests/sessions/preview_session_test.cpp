@@ -4,8 +4,11 @@
 
 #include <atomic>
 #include <filesystem>
+#include <functional>
 #include <limits>
+#include <span>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "platform/foundation/dispatch_queue.h"
@@ -20,9 +23,16 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr float kEnd = -std::numeric_limits<float>::infinity();
+
+/// Remembers levels, and acts once, at the next final one.
 struct Host : VeskPreviewSessionDelegate {
-  void audioGainChanged(float level) override { levels.push_back(level); }
+  void audioGainChanged(float level) override {
+    levels.push_back(level);
+    if (level == kEnd && atTheEnd) std::exchange(atTheEnd, nullptr)();
+  }
   std::vector<float> levels;
+  std::function<void()> atTheEnd;
 };
 
 /// A view that remembers the first byte of each picture it is given.
@@ -35,6 +45,8 @@ struct View : VeskPreviewView {
 struct PreviewSession : RecordingTest {
   PreviewSession() { session->openSession(); }
   ~PreviewSession() override {
+    host.atTheEnd = nullptr;
+    if (!session) return;
     session->stopSession();
     session->setAudioDevice(nullptr);
   }
@@ -123,6 +135,76 @@ TEST_F(PreviewSession, RefusedStartIsToldAndMayBeRepeated) {
   EXPECT_EQ(session->statistics().frames, 1U) << "not registered twice";
 }
 
+TEST_F(PreviewSession, StartAfterARefusedOneDecodesTheFormatOfNow) {
+  fakeCamera->startStatus = 19;
+  EXPECT_EQ(session->startSessionWithPreview(view), 6);
+  fakeCamera->startStatus = 0;
+  camera->setFormat(CMVideoFormatDescription::create(kCMPixelFormat_422YpCbCr8, 16, 8));
+  EXPECT_EQ(session->startSessionWithPreview(view), 0);
+  fakeCamera->deliver(std::span(picture).first(256), ++time);
+  serve();
+  ASSERT_NE(view->image(), nullptr);
+  EXPECT_EQ(view->image()->imageBuffer()->height(), 8);
+}
+
+TEST_F(PreviewSession, ARefusedRestartLetsTheMicrophoneGo) {
+  session->setAudioDevice(microphone);
+  session->startSessionWithPreview(view);
+  session->pauseSession();
+  fakeCamera->startStatus = 19;
+  EXPECT_EQ(session->startSessionWithPreview(view), 6);
+  EXPECT_EQ(host.levels, std::vector<float>{kEnd});
+  microphone->micLevelTimerFired();
+  serve();
+  EXPECT_EQ(host.levels.size(), 1U) << "it is not metered any more";
+
+  fakeCamera->startStatus = 0;
+  EXPECT_EQ(session->startSessionWithPreview(view), 0);
+  EXPECT_EQ(fakeMicrophone->started, 2) << "and again with the preview";
+}
+
+TEST_F(PreviewSession, ShowsNoPictureOfTheRunBefore) {
+  const std::pair<const char*, std::function<void()>> ways[] = {
+      {"stopped and started",
+       [&] {
+         session->stopSession();
+         session->startSessionWithPreview(view);
+       }},
+      {"paused and started",
+       [&] {
+         session->pauseSession();
+         session->startSessionWithPreview(view);
+       }},
+      {"paused, resumed and started",
+       [&] {
+         session->pauseSession();
+         session->resumeSession();
+         camera->startCapture();
+       }},
+      {"refused and started",
+       [&] {
+         session->pauseSession();
+         fakeCamera->startStatus = 19;
+         session->startSessionWithPreview(view);
+         fakeCamera->startStatus = 0;
+         session->startSessionWithPreview(view);
+       }},
+  };
+  for (const auto& [label, startAnew] : ways) {
+    session->startSessionWithPreview(view);
+    deliverShade(1);
+    serve();
+    deliverShade(2);  // waits on the main queue
+    startAnew();
+    serve();
+    EXPECT_NE(view->shade(), 2) << label;
+    deliverShade(3);
+    serve();
+    EXPECT_EQ(view->shade(), 3) << label;
+    session->stopSession();
+  }
+}
+
 TEST_F(PreviewSession, PausesAndGoesOnInAFormatChosenMeanwhile) {
   session->startSessionWithPreview(view);
   deliverShade(5);
@@ -145,8 +227,7 @@ TEST_F(PreviewSession, PausesAndGoesOnInAFormatChosenMeanwhile) {
 
 TEST_F(PreviewSession, PhotoIsWrittenWholeOrNotAtAll) {
   const std::string path = movies.path() + "/shot";
-  EXPECT_EQ(session->capturePhotoFrameToPath(path), 0);
-  EXPECT_TRUE(session->lastPhoto().path.empty()) << "not running: nothing is tried";
+  EXPECT_TRUE(session->lastPhoto().path.empty());
   session->startSessionWithPreview(view);
   EXPECT_EQ(session->capturePhotoFrameToPath(path), 0);
   EXPECT_FALSE(session->lastPhoto().error.empty()) << "nothing is on show yet";
@@ -162,10 +243,17 @@ TEST_F(PreviewSession, PhotoIsWrittenWholeOrNotAtAll) {
 
   EXPECT_EQ(session->capturePhotoFrameToPath(movies.path() + "/none/shot"), 0);
   EXPECT_FALSE(session->lastPhoto().error.empty());
+
+  EXPECT_EQ(session->capturePhotoFrameToPath(path), 0);
+  session->stopSession();
+  EXPECT_EQ(session->capturePhotoFrameToPath(movies.path() + "/late"), 0);
+  EXPECT_FALSE(isThere(movies.path() + "/late.jpeg"));
+  EXPECT_EQ(session->lastPhoto().path, movies.path() + "/late.jpeg") << "of the last call, not of the last file";
+  EXPECT_FALSE(session->lastPhoto().error.empty());
+  EXPECT_EQ(session->lastPhoto().bytes, 0U);
 }
 
 TEST_F(PreviewSession, MetersTheAttachedMicrophoneWhileItRuns) {
-  constexpr float kEnd = -std::numeric_limits<float>::infinity();
   session->setAudioDevice(microphone);
   EXPECT_EQ(fakeMicrophone->started, 0);
   session->startSessionWithPreview(view);
@@ -186,6 +274,220 @@ TEST_F(PreviewSession, MetersTheAttachedMicrophoneWhileItRuns) {
   const std::weak_ptr<VeskPreviewSession> weak = session;
   session = VeskPreviewSession::initWithDevice(camera, &host);
   EXPECT_TRUE(weak.expired()) << "an attached microphone does not hold the session";
+}
+
+// The host's delegate may do anything when it gets the final level.
+TEST_F(PreviewSession, SurvivesWhatTheHostDoesInTheFinalLevel) {
+  const auto detach = [&] { session->setAudioDevice(nullptr); };
+  const auto stop = [&] { session->stopSession(); };
+  const auto letGo = [&] {
+    session->stopSession();
+    session.reset();
+    microphone.reset();
+  };
+  struct Row {
+    const char* label;
+    std::function<void()> operation;
+    std::function<void()> inside;
+  };
+  for (const Row& row :
+       {Row{"detached again inside a detach", detach, detach},
+        Row{"detached inside a stop, which was its only owner", stop,
+            [&] {
+              microphone.reset();
+              session->setAudioDevice(nullptr);
+            }},
+        Row{"detached inside a detach, which was its only owner", detach,
+            [&] {
+              microphone.reset();
+              session->setAudioDevice(nullptr);
+            }},
+        Row{"stopped and let go inside a detach", detach, letGo}, Row{"stopped and let go inside a stop", stop, letGo},
+        Row{"stopped inside a stop", stop, stop}}) {
+    SCOPED_TRACE(row.label);
+    session = VeskPreviewSession::initWithDevice(camera, &host);
+    microphone = VeskAudioDevice::initWithDeviceInfo(infoOf("/mic"));
+    session->setAudioDevice(microphone);
+    session->startSessionWithPreview(view);
+    const std::weak_ptr<VeskAudioDevice> metered = microphone;
+    host.levels.clear();
+    host.atTheEnd = row.inside;
+    row.operation();
+    EXPECT_EQ(host.levels, std::vector<float>{kEnd});
+    EXPECT_EQ(host.atTheEnd, nullptr);
+    if (const auto held = metered.lock()) held->micLevelTimerFired();
+    serve();
+    EXPECT_EQ(host.levels.size(), 1U) << "nothing is metered any more";
+    if (session) session->stopSession();
+    EXPECT_FALSE(camera->isCapturing());
+    EXPECT_TRUE(camera->delegates().empty());
+  }
+}
+
+TEST_F(PreviewSession, EndsAsTheHostWantsItInTheFinalLevel) {
+  const auto other = VeskAudioDevice::initWithDeviceInfo(infoOf("/mic"));
+  const auto isMetered = [&] {
+    host.levels.clear();
+    for (const auto& each : {microphone, other}) each->micLevelTimerFired();
+    serve();
+    return !host.levels.empty();
+  };
+  session->setAudioDevice(microphone);
+  session->startSessionWithPreview(view);
+  host.atTheEnd = [&] { session->startSessionWithPreview(view); };
+  session->stopSession();
+  EXPECT_TRUE(session->isRunning()) << "started anew";
+  EXPECT_TRUE(isDelegate());
+  EXPECT_TRUE(camera->isCapturing());
+  deliverShade(9);
+  serve();
+  EXPECT_EQ(view->shade(), 9);
+  EXPECT_TRUE(isMetered());
+
+  host.atTheEnd = [&] { session->setAudioDevice(microphone); };
+  session->setAudioDevice(nullptr);
+  EXPECT_EQ(session->audioDevice(), microphone) << "attached again";
+  EXPECT_EQ(microphone->delegates().size(), 1U);
+  EXPECT_TRUE(isMetered());
+
+  host.atTheEnd = [&] { session->setAudioDevice(other); };
+  session->closeSession();
+  EXPECT_FALSE(isMetered()) << "a microphone attached inside a stop is not metered after it";
+  EXPECT_FALSE(camera->isOpen());
+}
+
+// Off means off: only a running recording keeps the camera on, and only until it ends.
+TEST_F(PreviewSession, OnlyARunningRecordingKeepsTheCameraOn) {
+  const auto counter = std::make_shared<Receiver>();
+  camera->addDelegate(counter);
+  const auto second = VeskPreviewSession::initWithDevice(camera, nullptr);
+  const auto secondView = std::make_shared<View>();
+  std::shared_ptr<VeskRecordSession> recording;
+  const auto record = [&](bool isRefused) {
+    fakeMicrophone->startStatus = isRefused ? 19 : 0;
+    recording = VeskRecordSession::initWithVideoDevice(camera, microphone, movies.file("movie.mov"));
+    EXPECT_EQ(recording->startSession(), isRefused ? 5 : 0);
+  };
+  const auto endRecording = [&] {
+    EXPECT_TRUE(camera->isCapturing()) << "while it is recorded";
+    deliverShade(1);
+    recording->stopSession();
+    EXPECT_EQ(recording->lastOutcome().statistics.videoFrames, 1U);
+  };
+  enum Expected { kOn, kOff, kClosed };
+  struct Row {
+    const char* label;
+    Expected expected;
+    std::function<void()> act;
+  };
+  const Row rows[] = {
+      {"another delegate, paused", kOff, [&] { EXPECT_EQ(session->pauseSession(), 0); }},
+      {"another delegate, closed", kClosed, [&] { session->closeSession(); }},
+      {"two previews, both paused", kOff,
+       [&] {
+         second->startSessionWithPreview(secondView);
+         session->pauseSession();
+         second->pauseSession();
+       }},
+      {"a paused preview beside one that is closed", kClosed,
+       [&] {
+         second->startSessionWithPreview(secondView);
+         second->pauseSession();
+         session->closeSession();
+       }},
+      {"a refused recording that the host still holds", kClosed,
+       [&] {
+         record(true);
+         session->closeSession();
+       }},
+      {"a recording; the preview goes on", kOn,
+       [&] {
+         record(false);
+         endRecording();
+       }},
+      {"a recording; the preview stops", kOff,
+       [&] {
+         record(false);
+         EXPECT_EQ(session->stopSession(), 0);
+         endRecording();
+       }},
+      {"a recording; the preview closes", kClosed,
+       [&] {
+         record(false);
+         session->closeSession();
+         endRecording();
+       }},
+      {"a recording; the preview closes and opens", kOff,
+       [&] {
+         record(false);
+         session->closeSession();
+         session->openSession();
+         endRecording();
+       }},
+      {"a recording; the preview closes and starts again", kOn,
+       [&] {
+         record(false);
+         session->closeSession();
+         session->startSessionWithPreview(view);
+         endRecording();
+       }},
+      {"a recording; the preview pauses and resumes", kOff,
+       [&] {
+         record(false);
+         session->pauseSession();
+         session->resumeSession();
+         endRecording();
+       }},
+      {"a recording; the preview pauses, and the host starts the camera", kOn,
+       [&] {
+         record(false);
+         session->pauseSession();
+         camera->startCapture();
+         endRecording();
+       }},
+      {"two recordings; the preview stops", kOff,
+       [&] {
+         record(false);
+         const auto other = VeskRecordSession::initWithVideoDevice(camera, nullptr, movies.file("other.mov"));
+         ASSERT_EQ(other->startSession(), 0);
+         session->stopSession();
+         other->stopSession();
+         endRecording();
+       }},
+      {"a recording that is refused while another runs", kClosed,
+       [&] {
+         record(false);
+         const auto running = recording;
+         microphone->stopCapture();
+         record(true);
+         session->closeSession();
+         recording = running;
+         endRecording();
+       }},
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.label);
+    session->openSession();
+    ASSERT_EQ(session->startSessionWithPreview(view), 0);
+    row.act();
+    EXPECT_EQ(camera->isCapturing(), row.expected == kOn);
+    EXPECT_EQ(fakeCamera->isCapturing(), row.expected == kOn);
+    EXPECT_EQ(camera->isOpen(), row.expected != kClosed);
+    recording.reset();
+    second->stopSession();
+    session->closeSession();
+    std::filesystem::remove(movies.file("movie.mov"));
+    std::filesystem::remove(movies.file("other.mov"));
+  }
+}
+
+TEST_F(PreviewSession, AFailedStopIsAnsweredBesideAnotherDelegate) {
+  camera->addDelegate(std::make_shared<Receiver>());
+  session->startSessionWithPreview(view);
+  fakeCamera->stopStatus = 1;
+  EXPECT_EQ(session->pauseSession(), 7);
+  EXPECT_EQ(session->stopSession(), 7);
+  fakeCamera->stopStatus = 0;
 }
 
 TEST_F(PreviewSession, RecordingOfTheSameCameraOutlivesThePreviewAndTheOtherWayRound) {
@@ -240,14 +542,52 @@ TEST_F(PreviewSession, EndsWithItsDeviceItsViewOrItsOwner) {
   EXPECT_EQ(session->pauseSession(), 3);
 }
 
+// Whoever lets the camera go last, on whatever thread: views and microphones are the main thread's.
+TEST_F(PreviewSession, LetsViewAndMicrophoneGoOnTheMainThread) {
+  session->setAudioDevice(microphone);
+  session->startSessionWithPreview(view);
+  deliverShade(4);
+  serve();
+  const auto shown = view->image();
+  const std::weak_ptr<VeskPreviewSession> weak = session;
+  session.reset();
+  std::thread([last = std::exchange(camera, nullptr)]() mutable { last.reset(); }).join();
+  EXPECT_TRUE(weak.expired());
+  EXPECT_EQ(view->image(), shown) << "not changed on the other thread";
+  EXPECT_EQ(microphone->delegates().size(), 1U);
+  serve();
+  EXPECT_EQ(view->image(), nullptr);
+  EXPECT_TRUE(microphone->delegates().empty());
+  microphone->micLevelTimerFired();
+  serve();
+  EXPECT_TRUE(host.levels.empty());
+
+  camera = VeskVideoDevice::initWithDeviceInfo(infoOf("/cam"));
+  camera->setFormat(CMVideoFormatDescription::create(kCMPixelFormat_422YpCbCr8, 16, 16));
+  session = VeskPreviewSession::initWithDevice(camera, nullptr);
+  session->openSession();
+  session->startSessionWithPreview(view);
+  const std::weak_ptr<View> lastView = view;
+  const auto letGo = std::make_shared<Receiver>();
+  letGo->act = [&] {
+    session.reset();
+    camera.reset();
+  };
+  camera->addDelegate(letGo);
+  std::thread([&] { deliverShade(5); }).join();  // the frame thread
+  view.reset();
+  EXPECT_TRUE(lastView.expired()) << "what waits for the main thread does not hold the view";
+  serve();
+}
+
 TEST_F(PreviewSession, MayBePausedResumedStoppedAndMeteredInTheMiddleOfFrames) {
   const auto recording = VeskRecordSession::initWithVideoDevice(camera, nullptr, movies.path() + "/movie.mov");
   std::atomic<bool> isOver{false};
   std::thread frames([&] {
     std::array<uint8_t, 512> own{};
     for (int64_t stamp = 1; !isOver; ++stamp) {
+      while (!isOver && recording->isWriterBusy()) std::this_thread::yield();
       fakeCamera->deliver(own, stamp * 33'333);
-      std::this_thread::sleep_for(std::chrono::microseconds(200));  // else the writer drops most
     }
   });
   std::thread sound([&] {

@@ -8,6 +8,7 @@
 #include <functional>
 #include <thread>
 
+#include "platform/foundation/dispatch_queue.h"
 #include "sessions/temporary_movie.h"
 #include "tests/sessions/recording_test.h"
 
@@ -144,6 +145,39 @@ TEST_F(RecordSessionTest, StartsAfterARefusedStart) {
   EXPECT_EQ(test::probe(path).find("2vuy")->packets, 10);
 }
 
+// Clearing up serves the run loop, in which the host may let the session go.
+TEST_F(RecordSessionTest, MayBeLetGoWhileItStartsAgain) {
+  fakeMicrophone->startStatus = 19;
+  EXPECT_EQ(session->startSession(), 5);
+  fakeMicrophone->startStatus = 0;
+  const std::weak_ptr<VeskRecordSession> watched = session;
+  DispatchQueue::mainQueue()->async([&] { session.reset(); });
+  VeskRecordSession& starting = *session;
+  EXPECT_EQ(starting.startSession(), 0);
+  EXPECT_EQ(session, nullptr);
+  deliver(0, 5);
+  ASSERT_FALSE(watched.expired()) << "held while it runs";
+  watched.lock()->stopSession();
+  EXPECT_TRUE(watched.expired());
+  EXPECT_EQ(test::probe(path).find("2vuy")->packets, 5);
+}
+
+TEST_F(RecordSessionTest, MayBeLetGoWhileItStops) {
+  session->startSession();
+  deliver(0, 5);
+  const std::weak_ptr<VeskRecordSession> watched = session;
+  DispatchQueue::mainQueue()->async([&] {
+    session.reset();
+    camera.reset();
+    microphone.reset();
+  });
+  VeskRecordSession& stopping = *session;
+  EXPECT_EQ(stopping.stopSession(), 0);
+  EXPECT_TRUE(watched.expired());
+  EXPECT_EQ(test::probe(path).find("2vuy")->packets, 5);
+  EXPECT_FALSE(fakeCamera->isCapturing()) << "nobody has the camera any more";
+}
+
 TEST_F(RecordSessionTest, RefusesToStartTwiceAndWithoutAMovie) {
   ASSERT_EQ(session->startSession(), 0);
   EXPECT_EQ(session->startSession(), 9);
@@ -164,6 +198,7 @@ TEST_F(RecordSessionTest, LeavesOutAMicrophoneWithoutAFormat) {
   ASSERT_EQ(session->startSession(), 0);
   deliver(0, 5);
   session->stopSession();
+  EXPECT_TRUE(microphone->isOpen()) << "both are opened before anything is decided";
   EXPECT_EQ(fakeMicrophone->started, 0);
   EXPECT_EQ(test::probe(path).tracks.size(), 1U);
 }
@@ -393,8 +428,7 @@ TEST_F(RecordSessionTest, StopsAndStartsWhileFramesArrive) {
           fakeCamera->deliver(picture, time);
         else
           fakeMicrophone->deliver(std::span(packet).first(3840), time);
-        session->isWriterBusy();
-        std::this_thread::sleep_for(std::chrono::microseconds(200));
+        while (!isOver && session->isWriterBusy()) std::this_thread::yield();
       }
     });
   for (int round = 0; round < 3; ++round) {
