@@ -18,11 +18,13 @@ namespace {
 
 /// Null for a codec that is not recorded.
 std::unique_ptr<ISampleGenerator> makeVideoGenerator(const _VeskVideoDescription& video) {
+  const auto timing =
+      video.reserved == static_cast<int32_t>(FrameTiming::kCapture) ? FrameTiming::kCapture : FrameTiming::kSteady;
   switch (video.codec) {
     case kCMPixelFormat_422YpCbCr8:
-      return std::make_unique<UncompressedSampleGenerator>(video.width, video.height, video.frameRate);
+      return std::make_unique<UncompressedSampleGenerator>(video.width, video.height, video.frameRate, timing);
     case kCMVideoCodecType_H264:
-      return std::make_unique<H264SampleGenerator>(video.width, video.height, video.frameRate);
+      return std::make_unique<H264SampleGenerator>(video.width, video.height, video.frameRate, timing);
     default:
       return nullptr;
   }

@@ -4,6 +4,7 @@
 #include <memory>
 #include <string>
 
+#include "movie/frame_timing.h"
 #include "movie/queue_levels.h"
 #include "movie/recording_statistics.h"
 #include "platform/foundation/export.h"
@@ -16,7 +17,8 @@ struct _VeskVideoDescription {
   int32_t height = 0;     ///< pixels
   uint32_t codec = 0;     ///< "avc1" (H.264, as a byte stream) or "2vuy" (packed 4:2:2); others are not recorded
   int32_t frameRate = 0;  ///< pictures a second; not used for timing
-  int32_t reserved = 0;
+  /// A FrameTiming; a value that is none counts as kSteady.
+  int32_t reserved = static_cast<int32_t>(FrameTiming::kSteady);
 };
 
 /// The sound of a recording.

@@ -22,8 +22,8 @@ void fillPicture(std::span<uint8_t> picture, std::span<const uint8_t> frame) {
 
 }  // namespace
 
-UncompressedSampleGenerator::UncompressedSampleGenerator(int width, int height, int frameRate)
-    : VideoSampleGenerator(width, height, frameRate) {
+UncompressedSampleGenerator::UncompressedSampleGenerator(int width, int height, int frameRate, FrameTiming timing)
+    : VideoSampleGenerator(width, height, frameRate, timing) {
   VideoFormatExtensions extensions;
   if (width <= std::numeric_limits<int32_t>::max() / 2) extensions.bytesPerRow = width * 2;
   mFormat = CMVideoFormatDescription::create(kCMPixelFormat_422YpCbCr8, width, height, std::move(extensions));

@@ -8,7 +8,7 @@ namespace vesk {
 /// too short leaves open becomes black; what is too much is left out.
 class VESK_EXPORT UncompressedSampleGenerator final : public VideoSampleGenerator {
  public:
-  UncompressedSampleGenerator(int width, int height, int frameRate);
+  UncompressedSampleGenerator(int width, int height, int frameRate, FrameTiming timing = FrameTiming::kSteady);
 
  private:
   CMSampleBufferRef CreateVideoSampleBuffer(const unsigned char* buffer, unsigned long length,

@@ -18,15 +18,22 @@ CMSampleBufferRef VideoSampleGenerator::CreateSample(const unsigned char* buffer
   if (timestamp < mLastTimestamp || timestamp > kLatestTimestamp) return nullptr;
   mLastTimestamp = timestamp;
 
-  const uint64_t start = timestamp < mNextTime + kMostBehind ? mNextTime : timestamp;
-  const bool isFirst = mNextTime == 0;
-  const uint64_t presentation = isFirst ? 0 : start;
-  const uint64_t duration = isFirst ? start + kFrameDuration : kFrameDuration;
-
-  auto sample =
-      CreateVideoSampleBuffer(buffer, length, {microseconds(duration), microseconds(presentation), kCMTimeInvalid});
-  if (sample) mNextTime = presentation + duration;
+  const auto [start, duration] = mTiming == FrameTiming::kCapture ? captureSpan(timestamp) : steadySpan(timestamp);
+  auto sample = CreateVideoSampleBuffer(buffer, length, {microseconds(duration), microseconds(start), kCMTimeInvalid});
+  if (sample) mNextTime = start + duration;
   return sample;
+}
+
+VideoSampleGenerator::Span VideoSampleGenerator::steadySpan(uint64_t timestamp) const {
+  const uint64_t start = timestamp < mNextTime + kMostBehind ? mNextTime : timestamp;
+  if (mNextTime == 0) return {0, start + kFrameDuration};
+  return {start, kFrameDuration};
+}
+
+/// The writer makes a frame last until the next one begins; the duration counts for the last frame only.
+VideoSampleGenerator::Span VideoSampleGenerator::captureSpan(uint64_t timestamp) {
+  const uint64_t start = mCaptureTimes.place(timestamp);
+  return {start, mCaptureTimes.duration()};
 }
 
 }  // namespace vesk

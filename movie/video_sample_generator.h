@@ -2,18 +2,20 @@
 
 #include <cstdint>
 
+#include "movie/capture_times.h"
+#include "movie/frame_timing.h"
 #include "movie/sample_generator.h"
 
 namespace vesk {
 
-/// Gives pictures their times. Each lasts 30 ms and follows the one before without a gap; only when
-/// the pictures have fallen 60 ms or more behind their capture times does the next one jump to its
-/// own. The first picture starts the track at 0, however late it comes.
+/// Gives frames their times, as FrameTiming says. With kSteady the first frame starts the track at 0,
+/// however late it comes; with kCapture the track begins where its first frame stands.
 class VESK_EXPORT VideoSampleGenerator : public ISampleGenerator {
  public:
   /// @param width,height pixels
   /// @param frameRate pictures a second; kept, not used for timing
-  VideoSampleGenerator(int width, int height, int frameRate) : mWidth(width), mHeight(height), mFrameRate(frameRate) {}
+  VideoSampleGenerator(int width, int height, int frameRate, FrameTiming timing = FrameTiming::kSteady)
+      : mWidth(width), mHeight(height), mFrameRate(frameRate), mTiming(timing) {}
 
   /// Null for a picture stamped before the last one, and where CreateVideoSampleBuffer makes none.
   CMSampleBufferRef CreateSample(const unsigned char* buffer, unsigned int length,
@@ -27,9 +29,20 @@ class VESK_EXPORT VideoSampleGenerator : public ISampleGenerator {
   const int32_t mWidth;
   const int32_t mHeight;
   const int32_t mFrameRate;
+  const FrameTiming mTiming;
   CMVideoFormatDescriptionRef mFormat;  ///< null until it is known
   uint64_t mNextTime = 0;               ///< microseconds: the end of the last sample; 0 before the first
   uint64_t mLastTimestamp = 0;          ///< microseconds: of the last picture accepted
+
+ private:
+  struct Span {
+    uint64_t start;     ///< microseconds
+    uint64_t duration;  ///< microseconds
+  };
+  Span steadySpan(uint64_t timestamp) const;
+  Span captureSpan(uint64_t timestamp);
+
+  CaptureTimes mCaptureTimes;
 };
 
 }  // namespace vesk

@@ -109,6 +109,7 @@ int32_t VeskRecordSession::openRecording(std::shared_ptr<Recording>& opened) {
   auto movie = TemporaryMovie::reserve(mFileURL);
   if (!movie) return kVeskStatusMovieNotOpened;
   auto recording = std::make_shared<Recording>(std::move(*movie), camera, microphone);
+  recording->recorder->setFrameTiming(frameTiming());
   const int32_t status = recording->recorder->openRecorderWithFilPath(recording->movie.path(), camera, microphone);
   if (status == kVeskStatusSuccess) opened = std::move(recording);
   return status;
@@ -206,6 +207,16 @@ std::shared_ptr<VeskAudioDevice> VeskRecordSession::audioDevice() const {
 void VeskRecordSession::setAudioDevice(std::shared_ptr<VeskAudioDevice> device) {
   const MutexLock lock(mMutex);
   mAudioDevice.swap(device);
+}
+
+FrameTiming VeskRecordSession::frameTiming() const {
+  const MutexLock lock(mMutex);
+  return mFrameTiming;
+}
+
+void VeskRecordSession::setFrameTiming(FrameTiming timing) {
+  const MutexLock lock(mMutex);
+  mFrameTiming = timing;
 }
 
 bool VeskRecordSession::isRunning() const {

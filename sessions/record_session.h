@@ -6,6 +6,7 @@
 
 #include "devices/device_delegate.h"
 #include "devices/status.h"
+#include "movie/frame_timing.h"
 #include "movie/queue_levels.h"
 #include "movie/recording_statistics.h"
 #include "platform/foundation/export.h"
@@ -72,6 +73,10 @@ class VESK_EXPORT VeskRecordSession : public VeskAVDeviceDelegate,
   void setVideoDevice(std::shared_ptr<VeskVideoDevice> device) VESK_EXCLUDES(mMutex);
   std::shared_ptr<VeskAudioDevice> audioDevice() const VESK_EXCLUDES(mMutex);
   void setAudioDevice(std::shared_ptr<VeskAudioDevice> device) VESK_EXCLUDES(mMutex);
+  /// When the pictures of the next recording are shown: kSteady unless the host chooses otherwise. kCapture
+  /// keeps the camera's own times, at any rate.
+  FrameTiming frameTiming() const VESK_EXCLUDES(mMutex);
+  void setFrameTiming(FrameTiming timing) VESK_EXCLUDES(mMutex);
   const std::string& fileURL() const { return mFileURL; }
   bool isRunning() const VESK_EXCLUDES(mMutex);
 
@@ -105,6 +110,7 @@ class VESK_EXPORT VeskRecordSession : public VeskAVDeviceDelegate,
   State mState VESK_GUARDED_BY(mMutex) = State::kIdle;
   std::shared_ptr<VeskVideoDevice> mVideoDevice VESK_GUARDED_BY(mMutex);
   std::shared_ptr<VeskAudioDevice> mAudioDevice VESK_GUARDED_BY(mMutex);
+  FrameTiming mFrameTiming VESK_GUARDED_BY(mMutex) = FrameTiming::kSteady;
   std::shared_ptr<Recording> mRecording VESK_GUARDED_BY(mMutex);
   RecordingOutcome mLastOutcome VESK_GUARDED_BY(mMutex);
 };

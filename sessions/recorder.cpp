@@ -14,12 +14,12 @@ namespace {
 constexpr int32_t kFrameRate = 30;
 constexpr std::chrono::milliseconds kTimeBeforeClose{500};
 
-_VeskVideoDescription describe(const CMVideoFormatDescription& format) {
+_VeskVideoDescription describe(const CMVideoFormatDescription& format, FrameTiming timing) {
   return {.width = format.dimensions().width,
           .height = format.dimensions().height,
           .codec = format.mediaSubType(),
           .frameRate = kFrameRate,
-          .reserved = 0};
+          .reserved = static_cast<int32_t>(timing)};
 }
 
 _VeskAudioDescription describe(const CMAudioFormatDescription& format) {
@@ -52,7 +52,7 @@ int32_t VeskRecorder::openRecorderWithFilPath(const std::string& path,
 
   std::shared_ptr<VeskMovieCreator> newCreator = CreateMovieCreator(path.c_str());
   if (!newCreator) return kVeskStatusNoMovieCreator;
-  const auto video = videoFormat ? describe(*videoFormat) : _VeskVideoDescription();
+  const auto video = videoFormat ? describe(*videoFormat, frameTiming()) : _VeskVideoDescription();
   const auto audio = audioFormat ? describe(*audioFormat) : _VeskAudioDescription();
   if (newCreator->Open(videoFormat ? &video : nullptr, audioFormat ? &audio : nullptr) != 0)
     return kVeskStatusMovieNotOpened;
@@ -99,6 +99,16 @@ int32_t VeskRecorder::closeRecorder() {
 std::shared_ptr<VeskMovieCreator> VeskRecorder::creator() const {
   const MutexLock lock(mMutex);
   return mMovieCreator;
+}
+
+FrameTiming VeskRecorder::frameTiming() const {
+  const MutexLock lock(mMutex);
+  return mFrameTiming;
+}
+
+void VeskRecorder::setFrameTiming(FrameTiming timing) {
+  const MutexLock lock(mMutex);
+  mFrameTiming = timing;
 }
 
 std::optional<std::string> VeskRecorder::fileURL() const {

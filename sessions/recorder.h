@@ -41,6 +41,10 @@ class VESK_EXPORT VeskRecorder : public std::enable_shared_from_this<VeskRecorde
                                   const std::shared_ptr<VeskAudioDevice>& audioDevice)
       VESK_EXCLUDES(mOpenCloseLock, mMutex);
 
+  /// When the pictures of the next movie are shown: kSteady unless the host chooses otherwise.
+  FrameTiming frameTiming() const VESK_EXCLUDES(mMutex);
+  void setFrameTiming(FrameTiming timing) VESK_EXCLUDES(mMutex);
+
   /// Adds one frame or packet, stamped in microseconds. H.264 may be rewritten in place.
   /// @return 0, also when not recording; else the creator's status, see AddSampleToMovie.
   int32_t addVideoSample(void* frame, uint32_t length, int64_t timestamp) VESK_EXCLUDES(mMutex);
@@ -85,6 +89,7 @@ class VESK_EXPORT VeskRecorder : public std::enable_shared_from_this<VeskRecorde
   std::weak_ptr<VeskVideoDevice> mVideoStream VESK_GUARDED_BY(mMutex);
   std::weak_ptr<VeskAudioDevice> mAudioStream VESK_GUARDED_BY(mMutex);
   RecordingStatistics mLastStatistics VESK_GUARDED_BY(mMutex);
+  FrameTiming mFrameTiming VESK_GUARDED_BY(mMutex) = FrameTiming::kSteady;
 };
 
 }  // namespace vesk

@@ -64,7 +64,9 @@ void MovieRecording::checkTarget(const std::string& file, bool force) {
 MovieRecording::MovieRecording(RecordingPlan plan)
     : mPlan(std::move(plan)),
       mFolder(mPlan.file),
-      mSession(VeskRecordSession::initWithVideoDevice(mPlan.camera, mPlan.microphone, mPlan.file)) {}
+      mSession(VeskRecordSession::initWithVideoDevice(mPlan.camera, mPlan.microphone, mPlan.file)) {
+  mSession->setFrameTiming(FrameTiming::kCapture);
+}
 
 void MovieRecording::start() {
   setTemporaryDirectory(mFolder.path());

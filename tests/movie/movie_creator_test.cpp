@@ -85,6 +85,34 @@ TEST_F(MovieCreator, RecordsPicturesAndSoundAsTheyAre) {
   }
 }
 
+TEST_F(MovieCreator, KeepsCaptureTimesWhereTheHostChoosesThem) {
+  constexpr _VeskVideoDescription kCaptured{176, 144, kCMVideoCodecType_H264, 30,
+                                            static_cast<int32_t>(FrameTiming::kCapture)};
+  ASSERT_EQ(mCreator->Open(&kCaptured, &kPCM), 0);
+  const auto pictures = test::accessUnitsOf("MIDR_MW_D.264");
+  std::vector<uint64_t> times;
+  for (uint32_t packet = 0; packet < 200; ++packet) {
+    const uint64_t time = packet * 1024ULL * 1'000'000 / 48'000;
+    ASSERT_EQ(add(*mCreator, test::soundPacket(packet), kStart + time, kAudio), 0);
+    // The camera begins after half a second and sends 15 a second; one picture is lost on the way.
+    while (times.size() < 40) {
+      const size_t number = times.size();
+      const uint64_t captured = 500'000 + (number < 20 ? number : number + 1) * 66'667;
+      if (captured > time) break;
+      ASSERT_EQ(add(*mCreator, pictures[number].stream, kStart + captured, kVideo), 0);
+      times.push_back(captured);
+    }
+  }
+  ASSERT_EQ(mCreator->Close(), 0);
+
+  const auto movie = test::readMovie(mPath);
+  ASSERT_EQ(movie.video.samples.size(), times.size());
+  for (size_t number = 0; number < times.size(); ++number)
+    EXPECT_NEAR(static_cast<double>(movie.video.samples[number].time), static_cast<double>(times[number]), 20)
+        << number;
+  EXPECT_EQ(movie.audio.samples.front().time, 0);
+}
+
 TEST_F(MovieCreator, FillsAGapInTheSoundAndCountsIt) {
   const _VeskAudioDescription formats[] = {kPCM, {kWaveFormatAAC, 2, 48'000, 0}};
   for (const _VeskAudioDescription& format : formats) {
