@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "capture/vci.h"
+#include "platform/foundation/log.h"
 #include "platform/media/four_char_code.h"
 
 namespace vesk::capture {
@@ -40,25 +41,32 @@ int32_t EncodedCamera::setVideoParameters(const VideoParameters& parameters) {
     if (!input) return kVCIFailed;
     plan = Plan{parametersOf(*input, parameters), parameters.bitRate};
   }
+  MutexLock lock(mMutex);
   const int32_t status = mCamera->setVideoParameters(plan ? plan->input : parameters);
   if (status == kVCISuccess) mPlan = plan;
   return status;
 }
 
 int32_t EncodedCamera::start(uint32_t substream, FrameCallback callback) {
-  if (!mPlan) return mCamera->start(substream, std::move(callback));
+  std::optional<Plan> plan;
+  {
+    MutexLock lock(mMutex);
+    plan = mPlan;
+  }
+  if (!plan) return mCamera->start(substream, std::move(callback));
   if (!callback) return kVCIFailed;
   try {
-    return startEncoded(std::move(callback));
-  } catch (const std::exception&) {
+    return startEncoded(*plan, std::move(callback));
+  } catch (const std::exception& exception) {
+    NSLog("The camera \"" + mName + "\" could not be started: " + exception.what() + ".");
     return kVCIFailed;
   }
 }
 
-int32_t EncodedCamera::startEncoded(FrameCallback callback) {
+int32_t EncodedCamera::startEncoded(const Plan& plan, FrameCallback callback) {
   MutexLock lock(mMutex);  // the first callback may stop what it does not yet see here: it waits
   if (mIsEncoding) return kVCISuccess;
-  auto stream = EncodedStream::start(mName, mPlan->input, mPlan->bitRate, std::move(callback));
+  auto stream = EncodedStream::start(mName, plan.input, plan.bitRate, std::move(callback));
   if (!stream) return kVCIFailed;
   // The camera may keep what it calls long after the stream.
   const int32_t status =

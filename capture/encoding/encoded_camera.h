@@ -15,7 +15,8 @@ namespace vesk::capture {
 /// A camera without H.264 of its own, with "avc1" added to what it offers, encoded here from its raw
 /// or Motion JPEG pictures. The time stamps are the camera's.
 ///
-/// Threads: as CaptureDevice demands; stop, start and the destructor also from inside a callback.
+/// Threads: every operation from any thread; stop, start and the destructor also from inside a callback.
+/// Properties and formats never wait for a start or stop, where the camera's own do not.
 class EncodedCamera : public CaptureDevice {
  public:
   /// `camera` itself when it gives H.264, has nothing that can be encoded, or this machine has no encoder.
@@ -24,12 +25,12 @@ class EncodedCamera : public CaptureDevice {
   EncodedCamera(std::unique_ptr<CaptureDevice> camera, std::string name, std::vector<EncoderInput> inputs);
   ~EncodedCamera() override;
 
-  int32_t start(uint32_t substream, FrameCallback callback) override;
+  int32_t start(uint32_t substream, FrameCallback callback) override VESK_EXCLUDES(mMutex);
   int32_t stop(uint32_t substream) override;
   /// "avc1" comes last: what the camera gives by itself keeps its places.
   std::vector<VideoFormat> videoFormats() override;
   /// "avc1" is encoded at the interval nearest to what is asked for.
-  int32_t setVideoParameters(const VideoParameters& parameters) override;
+  int32_t setVideoParameters(const VideoParameters& parameters) override VESK_EXCLUDES(mMutex);
 
   int32_t getProperty(uint32_t request, const PropertySetIdentifier& set, uint32_t property, std::span<uint8_t> value,
                       uint32_t& valueSize) override;
@@ -46,13 +47,13 @@ class EncodedCamera : public CaptureDevice {
     uint32_t bitRate = 0;
   };
 
-  int32_t startEncoded(FrameCallback callback) VESK_EXCLUDES(mMutex);
+  int32_t startEncoded(const Plan& plan, FrameCallback callback) VESK_EXCLUDES(mMutex);
   int32_t end() VESK_EXCLUDES(mMutex);
 
   const std::string mName;
   const std::vector<EncoderInput> mInputs;
-  std::optional<Plan> mPlan;  // none while the camera's own pictures are asked for
   Mutex mMutex;
+  std::optional<Plan> mPlan VESK_GUARDED_BY(mMutex);  // none while the camera's own pictures are asked for
   // The last may be running; those before it were stopped from inside their callbacks.
   std::vector<std::shared_ptr<EncodedStream>> mStreams VESK_GUARDED_BY(mMutex);
   bool mIsEncoding VESK_GUARDED_BY(mMutex) = false;

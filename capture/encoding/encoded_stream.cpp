@@ -35,7 +35,8 @@ std::shared_ptr<EncodedStream> EncodedStream::start(const std::string& camera, c
   }
   try {
     stream->mThread = std::thread([stream] { stream->run(); });
-  } catch (const std::system_error&) {
+  } catch (const std::system_error& failure) {
+    NSLog("The pictures of the camera \"" + camera + "\" cannot be encoded: " + failure.what() + ".");
     return nullptr;
   }
   return stream;

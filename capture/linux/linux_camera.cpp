@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "capture/vci.h"
+#include "platform/foundation/log.h"
 
 namespace vesk::capture {
 namespace {
@@ -20,13 +21,22 @@ std::vector<Element> joined(std::vector<Element> some, const std::vector<Element
   return some;
 }
 
+std::vector<CameraMode> modesOf(const std::vector<std::shared_ptr<OpenNode>>& nodes) {
+  std::vector<CameraMode> modes;
+  for (size_t node = 0; node < nodes.size(); ++node)
+    addModes(nodes[node]->calls(), nodes[node]->descriptor(), node, modes);
+  return modes;
+}
+
 }  // namespace
 
 LinuxCamera::LinuxCamera(std::string name, std::vector<std::shared_ptr<OpenNode>> nodes,
                          std::vector<ExtensionUnit> units)
-    : mName(std::move(name)), mNodes(std::move(nodes)), mUnits(mNodes, std::move(units)), mControls(mNodes) {
-  for (size_t node = 0; node < mNodes.size(); ++node)
-    addModes(mNodes[node]->calls(), mNodes[node]->descriptor(), node, mModes);
+    : mName(std::move(name)),
+      mNodes(std::move(nodes)),
+      mUnits(mNodes, std::move(units)),
+      mControls(mNodes),
+      mModes(modesOf(mNodes)) {
   if (mModes.empty()) return;
   const CameraMode& first = mModes.front();
   mParameters = {first.format->codec, first.width, first.height, first.intervals.front(), kTenMillionths, 0};
@@ -42,6 +52,7 @@ std::vector<VideoFormat> LinuxCamera::videoFormats() {
 
 int32_t LinuxCamera::setVideoParameters(const VideoParameters& parameters) {
   if (!findMode(mModes, parameters)) return kVCIFailed;
+  MutexLock lock(mMutex);
   mParameters = parameters;
   return kVCISuccess;
 }
@@ -66,17 +77,18 @@ std::vector<uint32_t> LinuxCamera::propertyItems(const PropertySetIdentifier& se
 }
 
 int32_t LinuxCamera::start(uint32_t, FrameCallback callback) {
-  const CameraMode* const mode = findMode(mModes, mParameters);
-  if (!mode || !callback) return kVCIFailed;
   int32_t status = kVCIFailed;
   MutexLock lock(mMutex);  // the first callback may stop what it does not yet see here: it waits
+  const CameraMode* const mode = findMode(mModes, mParameters);
+  if (!mode || !callback) return kVCIFailed;
   if (mIsRunning && !mStreams.back()->isFinished()) return kVCISuccess;
   try {
     auto stream = PictureStream::start(mNodes[mode->node], *mode, mParameters, mName, std::move(callback), status);
     if (!stream) return status;
     mStreams.push_back(std::move(stream));
     mIsRunning = true;
-  } catch (const std::exception&) {
+  } catch (const std::exception& exception) {
+    NSLog("The camera \"" + mName + "\" could not be started: " + exception.what() + ".");
     return kVCIFailed;
   }
   return status;

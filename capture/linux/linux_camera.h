@@ -16,18 +16,19 @@ namespace vesk::capture {
 
 /// A camera of the machine's.
 ///
-/// Threads: as CaptureDevice demands; stop, start and the destructor also from inside a callback.
+/// Threads: every operation from any thread; stop, start and the destructor also from inside a callback.
+/// Properties and formats never wait for a start or stop.
 class LinuxCamera : public CaptureDevice {
  public:
   /// `nodes` are all of the camera's, at least one; `units` those that its nodes belong to.
   LinuxCamera(std::string name, std::vector<std::shared_ptr<OpenNode>> nodes, std::vector<ExtensionUnit> units = {});
   ~LinuxCamera() override;
 
-  int32_t start(uint32_t substream, FrameCallback callback) override;
+  int32_t start(uint32_t substream, FrameCallback callback) override VESK_EXCLUDES(mMutex);
   int32_t stop(uint32_t substream) override;
   std::vector<VideoFormat> videoFormats() override;
   /// Refuses what is not among the formats; takes effect at the next start.
-  int32_t setVideoParameters(const VideoParameters& parameters) override;
+  int32_t setVideoParameters(const VideoParameters& parameters) override VESK_EXCLUDES(mMutex);
   /// Properties are asked of the camera each time. What an extension unit has goes before a control.
   int32_t getProperty(uint32_t request, const PropertySetIdentifier& set, uint32_t property, std::span<uint8_t> value,
                       uint32_t& valueSize) override;
@@ -45,9 +46,9 @@ class LinuxCamera : public CaptureDevice {
   const std::vector<std::shared_ptr<OpenNode>> mNodes;
   const UnitProperties mUnits;
   const ControlProperties mControls;
-  std::vector<CameraMode> mModes;
-  VideoParameters mParameters;
-  Mutex mMutex;
+  const std::vector<CameraMode> mModes;
+  Mutex mMutex;  // held while it is being started
+  VideoParameters mParameters VESK_GUARDED_BY(mMutex);
   // The last may be running; those before it were stopped from inside their callbacks.
   std::vector<std::shared_ptr<PictureStream>> mStreams VESK_GUARDED_BY(mMutex);
   bool mIsRunning VESK_GUARDED_BY(mMutex) = false;

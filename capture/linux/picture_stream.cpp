@@ -84,7 +84,8 @@ std::shared_ptr<PictureStream> PictureStream::start(std::shared_ptr<OpenNode> no
   stream->setFinished(false);
   try {
     stream->mThread = std::thread([stream] { stream->run(); });
-  } catch (const std::system_error&) {
+  } catch (const std::system_error& failure) {
+    NSLog("The camera \"" + name + "\" could not be started: " + failure.what() + ".");
     stream->setFinished(true);
     stream->release();
     status = kVCIFailed;

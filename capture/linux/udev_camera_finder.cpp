@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <system_error>
 #include <thread>
 
 #include "capture/linux/camera_finder.h"
@@ -65,7 +66,11 @@ class Watch {
   static std::shared_ptr<Watch> begin(std::function<void()> changed) {
     auto watch = std::make_shared<Watch>(std::move(changed));
     if (watch->mWake < 0 || !watch->listen()) return nullptr;
-    watch->mThread = std::thread([watch] { watch->run(); });
+    try {
+      watch->mThread = std::thread([watch] { watch->run(); });
+    } catch (const std::system_error&) {
+      return nullptr;
+    }
     return watch;
   }
 
@@ -120,7 +125,11 @@ class Watch {
     const UdevPtr<udev_device> device(udev_monitor_receive_device(mMonitor.get()));
     const bool isBroken = !device && (descriptors[0].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0;
     mBroken = isBroken ? mBroken + 1 : 0;
-    return mBroken < kMostBroken;
+    if (mBroken < kMostBroken) return true;
+    NSLog(
+        "Cameras that come and go will not be noticed any more: the device monitor has failed. Start this program "
+        "again.");
+    return false;
   }
 
   static thread_local const Watch* tCurrent;

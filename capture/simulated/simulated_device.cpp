@@ -158,6 +158,7 @@ int32_t SimulatedCamera::setVideoParameters(const VideoParameters& parameters) {
     for (const FrameSize& size : format.sizes) {
       if (size.width != parameters.width || size.height != parameters.height) continue;
       if (!offersInterval(size, parameters)) continue;
+      MutexLock lock(mMutex);
       mParameters = parameters;
       return kVCISuccess;
     }
@@ -188,9 +189,14 @@ std::vector<uint32_t> SimulatedCamera::propertyItems(const PropertySetIdentifier
 }
 
 std::shared_ptr<PacedStream> SimulatedCamera::makeStream(FrameCallback callback) {
-  const auto cadence = Cadence::ofPictures(mParameters.intervalNumerator, mParameters.intervalDenominator);
+  VideoParameters parameters;
+  {
+    MutexLock lock(mMutex);
+    parameters = mParameters;
+  }
+  const auto cadence = Cadence::ofPictures(parameters.intervalNumerator, parameters.intervalDenominator);
   std::string error;
-  auto maker = PictureMaker::create(mParameters, cadence, error);
+  auto maker = PictureMaker::create(parameters, cadence, error);
   if (!maker) {
     NSLog(unit().description().name + ": " + error);
     return nullptr;
@@ -218,17 +224,23 @@ std::vector<WaveFormat> SimulatedMicrophone::waveFormats() {
 int32_t SimulatedMicrophone::setWaveFormat(const WaveFormat& format) {
   const auto formats = waveFormats();
   if (std::find(formats.begin(), formats.end(), format) == formats.end()) return kVCIInvalidArgument;
+  MutexLock lock(mMutex);
   mFormat = format;
   return kVCISuccess;
 }
 
 std::shared_ptr<PacedStream> SimulatedMicrophone::makeStream(FrameCallback callback) {
-  auto maker = PacketMaker::create(mFormat);
+  WaveFormat format;
+  {
+    MutexLock lock(mMutex);
+    format = mFormat;
+  }
+  auto maker = PacketMaker::create(format);
   if (!maker) {
     NSLog(unit().description().name + ": the sound encoder could not be set up");
     return nullptr;
   }
-  const Cadence cadence(kFramesPerPacket, mFormat.samplesPerSecond);
+  const Cadence cadence(kFramesPerPacket, format.samplesPerSecond);
   return std::make_shared<SoundStream>(sharedUnit(), cadence, std::move(maker), std::move(callback));
 }
 

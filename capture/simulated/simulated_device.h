@@ -11,7 +11,7 @@ namespace vesk::capture {
 
 /// What simulated cameras and microphones share: start and stop.
 ///
-/// Threads: as CaptureDevice demands; stop also from inside a callback.
+/// Threads: every operation from any thread, start one at a time; stop also from inside a callback.
 class SimulatedDevice : public CaptureDevice {
  public:
   SimulatedDevice(std::shared_ptr<SimulatedUnit> unit, std::shared_ptr<Conductor> conductor)
@@ -27,12 +27,13 @@ class SimulatedDevice : public CaptureDevice {
   SimulatedUnit& unit() { return *mUnit; }
   std::shared_ptr<SimulatedUnit> sharedUnit() { return mUnit; }
 
+  Mutex mMutex;
+
  private:
   void end() VESK_EXCLUDES(mMutex);
 
   const std::shared_ptr<SimulatedUnit> mUnit;
   const std::shared_ptr<Conductor> mConductor;
-  Mutex mMutex;
   std::shared_ptr<PacedStream> mStream VESK_GUARDED_BY(mMutex);
 };
 
@@ -53,7 +54,7 @@ class SimulatedCamera : public SimulatedDevice {
   std::shared_ptr<PacedStream> makeStream(FrameCallback callback) override;
 
  private:
-  VideoParameters mParameters;
+  VideoParameters mParameters VESK_GUARDED_BY(mMutex);
 };
 
 class SimulatedMicrophone : public SimulatedDevice {
@@ -72,7 +73,7 @@ class SimulatedMicrophone : public SimulatedDevice {
   std::shared_ptr<PacedStream> makeStream(FrameCallback callback) override;
 
  private:
-  WaveFormat mFormat;
+  WaveFormat mFormat VESK_GUARDED_BY(mMutex);
 };
 
 }  // namespace vesk::capture

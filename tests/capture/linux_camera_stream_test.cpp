@@ -3,6 +3,7 @@
 #include <atomic>
 #include <thread>
 
+#include "capture/encoding/encoded_camera.h"
 #include "capture/linux/linux_camera.h"
 #include "capture/vci.h"
 #include "platform/foundation/log.h"
@@ -355,6 +356,61 @@ TEST_F(LinuxCameraStream, CallsNobodyAfterStopHoweverTheyMeet) {
     other.join();
     EXPECT_FALSE(mCalls->isStreaming(kNode));
   }
+}
+
+/// What a host asks of a camera on its main thread does not wait for a camera that is slow to start.
+TEST_F(LinuxCameraStream, AnswersForPropertiesAndFormatsWhileItIsBeingStarted) {
+  mCalls->controlsOf(kNode).controls = {{V4L2_CID_BRIGHTNESS, -64, 64, 5}};
+  const auto camera = EncodedCamera::wrap(std::move(mCamera), "Test Camera");
+  for (const unsigned long request : {VIDIOC_S_FMT, VIDIOC_STREAMON, VIDIOC_STREAMOFF}) {
+    mCalls->holdNext(kNode, request);
+    std::thread starter([&] {
+      EXPECT_EQ(camera->start(0, receiver()), kVCISuccess);
+      EXPECT_EQ(camera->stop(0), kVCISuccess);
+    });
+    mCalls->waitForHeld();
+    Bytes value(2);
+    uint32_t size = 2;
+    EXPECT_EQ(camera->getProperty(kRequestCurrent, kImageControlSet, kBrightness, value, size), kVCISuccess);
+    EXPECT_EQ(camera->setProperty(kImageControlSet, kBrightness, Bytes({5, 0})), kVCISuccess);
+    EXPECT_EQ(camera->propertySets().size(), 1u);
+    EXPECT_EQ(camera->propertyItems(kImageControlSet).size(), 1u);
+    EXPECT_EQ(camera->videoFormats().size(), 3u);
+    mCalls->letGo();
+    starter.join();
+  }
+}
+
+/// For the thread sanitizer: everything at once, by a camera's own pictures and by encoded ones.
+TEST_F(LinuxCameraStream, MayBeAskedForAnythingWhileItStartsAndStops) {
+  mCamera.reset();
+  mCalls->addNode(kNode, {.formats = {{V4L2_PIX_FMT_MJPEG, {{640, 480}}}, {V4L2_PIX_FMT_UYVY, {{64, 48}}}},
+                          .controls = {.controls = {{V4L2_CID_BRIGHTNESS, -64, 64, 5}}}});
+  const auto camera = EncodedCamera::wrap(openCamera(), "Test Camera");
+  std::atomic<bool> isDone{false};
+  std::vector<std::thread> askers;
+  for (int i = 0; i < 2; ++i) {
+    askers.emplace_back([&] {
+      while (!isDone) {
+        Bytes value(2);
+        uint32_t size = 2;
+        EXPECT_EQ(camera->getProperty(kRequestCurrent, kImageControlSet, kBrightness, value, size), kVCISuccess);
+        EXPECT_EQ(camera->setProperty(kImageControlSet, kBrightness, value), kVCISuccess);
+        EXPECT_EQ(camera->propertyItems(kImageControlSet).size(), 1u);
+        EXPECT_GE(camera->videoFormats().size(), 2u);
+        EXPECT_EQ(camera->setVideoParameters(kRaw), kVCISuccess);
+        mCalls->deliver(kNode, jpeg(1));
+      }
+    });
+  }
+  for (int round = 0; round < 50; ++round) {
+    camera->setVideoParameters(round % 2 == 0 ? kJPEG : VideoParameters{kCMVideoCodecType_H264, 64, 48, 1, 30, 0});
+    EXPECT_EQ(camera->start(0, receiver()), kVCISuccess);
+    mCalls->deliver(kNode, jpeg(2));
+    EXPECT_EQ(camera->stop(0), kVCISuccess);
+  }
+  isDone = true;
+  for (std::thread& asker : askers) asker.join();
 }
 
 }  // namespace

@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <map>
 #include <string>
+#include <thread>
 
 #include "capture/files/av_handles.h"
 #include "capture/property_sets.h"
@@ -320,6 +322,25 @@ TEST_F(SimulatedProperty, ANudgeMovesThePicture) {
   EXPECT_EQ(set(kCameraControlSet, kRelativePanTilt, {0, 0, 0, 0}), 0);
   const Picture turned = take(kCMPixelFormat_422YpCbCr8);
   EXPECT_GT(turned.likeness(plain, [](int x, int y) { return std::pair(x + 20, y); }), 0.999);
+}
+
+/// For the thread sanitizer.
+TEST_F(SimulatedProperty, MayBeAskedForAnythingWhileTheCameraStartsAndStops) {
+  std::atomic<bool> isDone{false};
+  std::thread starter([&] {
+    for (int round = 0; round < 50; ++round) {
+      EXPECT_EQ(camera->start(0, [](uint8_t*, uint32_t, int64_t) {}), 0);
+      EXPECT_EQ(camera->stop(0), 0);
+    }
+    isDone = true;
+  });
+  while (!isDone) {
+    EXPECT_EQ(set(kImageControlSet, kBrightness, little(3, 2)), 0);
+    EXPECT_EQ(get(kImageControlSet, kBrightness, 2), 3);
+    EXPECT_EQ(camera->setVideoParameters({kCMPixelFormat_422YpCbCr8, kWidth, kHeight, 333333, 10000000, 0}), 0);
+    EXPECT_GT(camera->propertySets().size() + camera->videoFormats().size(), 3u);
+  }
+  starter.join();
 }
 
 TEST_F(SimulatedProperty, ControlsMayChangeWhilePicturesAreMade) {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstring>
 #include <deque>
 #include <functional>
@@ -80,6 +81,21 @@ class FakeV4L2 : public capture::V4L2Calls {
   void failNext(const std::string& name, unsigned long request, int error) VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
     mNodes[name].failures.emplace_back(request, error);
+  }
+  /// The next such call of the node waits, as slow cameras make it, until it is let go.
+  void holdNext(const std::string& name, unsigned long request) VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    mHeld = {name, request, true, false};
+  }
+  /// Returns once the call is waiting.
+  void waitForHeld() VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    while (!mHeld.isWaiting) mHeldChanged.wait(mMutex);
+  }
+  void letGo() VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    mHeld.isHeld = false;
+    mHeldChanged.notify_all();
   }
   /// Lets so many microseconds go by: without that, no time does.
   void pass(int64_t microseconds) { mNow += microseconds; }
@@ -213,6 +229,11 @@ class FakeV4L2 : public capture::V4L2Calls {
 
   int ioctl(int descriptor, unsigned long request, void* argument) override VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
+    while (mHeld.isHeld && mHeld.request == request && mHeld.name == mOpen.at(descriptor)) {
+      mHeld.isWaiting = true;
+      mHeldChanged.notify_all();
+      mHeldChanged.wait(mMutex);
+    }
     State& node = mNodes[mOpen.at(descriptor)];
     if (node.isGone) return -ENODEV;
     const auto failure = std::find_if(node.failures.begin(), node.failures.end(),
@@ -398,7 +419,16 @@ class FakeV4L2 : public capture::V4L2Calls {
 
   std::atomic<int64_t> mNow = capture::monotonicMicroseconds();
   const int mExpiry = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+  struct Held {
+    std::string name;
+    unsigned long request = 0;
+    bool isHeld = false;
+    bool isWaiting = false;
+  };
+
   Mutex mMutex;
+  std::condition_variable_any mHeldChanged;
+  Held mHeld VESK_GUARDED_BY(mMutex);
   std::map<std::string, State> mNodes VESK_GUARDED_BY(mMutex);
   std::map<int, std::string> mOpen VESK_GUARDED_BY(mMutex);
   std::map<uint8_t*, BufferPtr> mMapped VESK_GUARDED_BY(mMutex);
