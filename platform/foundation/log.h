@@ -10,8 +10,9 @@
 namespace vesk {
 
 /// Writes one line to the system log: standard error, or the sink that the host has set.
-/// Safe from any thread; lines of different threads do not mix.
-VESK_EXPORT void NSLog(std::string_view line);
+/// Safe from any thread; lines of different threads do not mix. The line is cleaned for people on its
+/// way (printableText). A line that cannot be written, or whose sink throws, is lost without a word.
+VESK_EXPORT void NSLog(std::string_view line) noexcept;
 
 /// Sends the lines of NSLog elsewhere; an empty function restores standard error. The sink is
 /// called on the logging thread, one line at a time, and must not log itself.
@@ -26,8 +27,9 @@ VESK_EXPORT void setStandardOutput(FILE* stream);
 VESK_EXPORT FILE* standardError();
 VESK_EXPORT void setStandardError(FILE* stream);
 
-/// printf to standardOutput() and to standardError(): one call, one write.
-VESK_EXPORT void printToOutput(const char* format, ...) __attribute__((format(printf, 1, 2)));
-VESK_EXPORT void printToError(const char* format, ...) __attribute__((format(printf, 1, 2)));
+/// printf to standardOutput() and to standardError(): one call, one write. Cleaned as NSLog's lines are,
+/// but for the line breaks; what cannot be written is lost.
+VESK_EXPORT void printToOutput(const char* format, ...) noexcept __attribute__((format(printf, 1, 2)));
+VESK_EXPORT void printToError(const char* format, ...) noexcept __attribute__((format(printf, 1, 2)));
 
 }  // namespace vesk
