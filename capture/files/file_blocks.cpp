@@ -12,6 +12,12 @@
 namespace vesk::capture {
 
 std::shared_ptr<FileBlocks> FileBlocks::open(const std::string& path, std::string& error) {
+  // Looked at first: some devices take being opened for a command. A pipe is not waited for either.
+  struct stat before {};
+  if (stat(path.c_str(), &before) == 0 && !S_ISREG(before.st_mode) && !S_ISDIR(before.st_mode)) {
+    error = fmt::format("{}: is not a regular file", path);
+    return nullptr;
+  }
   const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (descriptor < 0) {
     error = errno == ENOENT ? fmt::format("{}: no such file; check the path after \"file:\"", path)

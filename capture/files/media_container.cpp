@@ -37,8 +37,14 @@ constexpr RawForm kRawForms[] = {
     {".mjpg", "mjpeg"}, {".aac", "aac"},   {".uyvy", "rawvideo"},
 };
 
-/// Containers that hold no footage of their own: text, or lists that lead to other files.
-constexpr std::string_view kRefusedForms[] = {"tty", "hls", "concat", "dash", "sdp", "rtsp", "imf", "bin", "xbin"};
+/// The demuxers that may open a file, which hold footage themselves. The others are libav's for text, for
+/// lists and descriptions that lead to files, hosts and ports of the file's choosing, for pictures alone,
+/// and for devices: they never get as far as the file's content.
+constexpr const char* kForms =
+    "mov,matroska,avi,mpegts,mpeg,mpegvideo,flv,asf,ogg,mxf,nut,ivf,dv,rm,yuv4mpegpipe,wav,w64,aiff,caf,au,mp3,"
+    "flac,amr,ac3,eac3,aac,h264,hevc,m4v,mjpeg,rawvideo";
+/// No protocol has this name: a demuxer that asks for one is refused.
+constexpr const char* kProtocols = "none";
 
 /// Streams without a container: libav would count their times from guesses.
 constexpr std::string_view kUntimedForms[] = {"h264", "hevc", "mjpeg", "m4v", "mpegvideo", "aac"};
@@ -151,6 +157,12 @@ std::unique_ptr<MediaContainer> MediaContainer::open(const std::string& path, st
   context->pb = container->mInput;
   context->flags |= AVFMT_FLAG_CUSTOM_IO;
   context->io_open = refuseOtherFiles;
+  context->format_whitelist = av_strdup(kForms);
+  context->protocol_whitelist = av_strdup(kProtocols);
+  if (context->format_whitelist == nullptr || context->protocol_whitelist == nullptr) {
+    error = fmt::format("{}: out of memory", path);
+    return nullptr;
+  }
 
   AVDictionary* options = nullptr;
   const AVInputFormat* format = nullptr;
@@ -169,14 +181,15 @@ std::unique_ptr<MediaContainer> MediaContainer::open(const std::string& path, st
   }
   const int status = avformat_open_input(&context, path.c_str(), format, &options);
   av_dict_free(&options);
-  if (status < 0 && status != AVERROR_INVALIDDATA && status != AVERROR(EPERM)) {
+  // A form that is not among those above is an invalid argument to libav.
+  const bool isNoFootage =
+      status == AVERROR_INVALIDDATA || status == AVERROR(EPERM) || (status == AVERROR(EINVAL) && format == nullptr);
+  if (status < 0 && !isNoFootage) {
     error = fmt::format("{}: cannot be read: {}", path, avErrorText(status));
     return nullptr;
   }
   const bool guessed = status >= 0 && format == nullptr && context->probe_score < kLeastProbeScore;
-  const bool refused = status >= 0 && std::find(std::begin(kRefusedForms), std::end(kRefusedForms),
-                                                std::string_view(context->iformat->name)) != std::end(kRefusedForms);
-  if (status < 0 || guessed || refused) {
+  if (status < 0 || guessed) {
     error = fmt::format("{}: is no movie or sound file, or is damaged", path);
     return nullptr;
   }

@@ -1,5 +1,9 @@
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 
+#include <atomic>
 #include <filesystem>
 #include <random>
 
@@ -9,6 +13,18 @@
 #include "tests/capture/file_source_support.h"
 #include "tests/capture/recorder.h"
 #include "tests/support/temporary_folder.h"
+
+namespace {
+std::atomic<int> gNetworkSockets{0};
+}
+
+/// Stands before the C library's: whoever in this process turns to the network is counted.
+extern "C" int socket(int domain, int type, int protocol) noexcept {
+  using Call = int(int, int, int);
+  static auto* const real = reinterpret_cast<Call*>(dlsym(RTLD_NEXT, "socket"));
+  if (domain == AF_INET || domain == AF_INET6) ++gNetworkSockets;
+  return real(domain, type, protocol);
+}
 
 namespace vesk::capture::test {
 namespace {
@@ -172,6 +188,40 @@ TEST(FileErrors, SayInOneLineWhatIsWrong) {
     EXPECT_EQ(error.find('\n'), std::string::npos) << error;
     EXPECT_EQ(error.find(row.path), 0u) << error;
   }
+}
+
+TEST(FileErrors, NothingInAFileLeadsElsewhere) {
+  const TemporaryFolder folder;
+  const std::string clip = folder.write("clip.mov", contentOf(dataPath("town-h264-aac.mp4")));
+  const std::string description =
+      "v=0\r\no=- 0 0 IN IP4 127.0.0.1\r\ns=x\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\n"
+      "m=video 5004 RTP/AVP 96\r\na=rtpmap:96 H264/90000\r\n";
+  const std::string list = "ffconcat version 1.0\nfile '" + clip + "'\n";
+  const std::string playlist = "#EXTM3U\n#EXT-X-TARGETDURATION:1\n#EXTINF:1,\n" + clip + "\n#EXT-X-ENDLIST\n";
+  const std::string manifest =
+      "<?xml version=\"1.0\"?><MPD xmlns=\"urn:mpeg:dash:schema:mpd:2011\" "
+      "profiles=\"urn:mpeg:dash:profile:isoff-on-demand:2011\" type=\"static\"><Period><AdaptationSet>"
+      "<Representation id=\"1\" bandwidth=\"1\"><BaseURL>" +
+      clip + "</BaseURL></Representation></AdaptationSet></Period></MPD>";
+  mkfifo(folder.file("pipe.mov").c_str(), 0600);
+  folder.write("photo1.jpg", "\xFF\xD8\xFF\xE0");
+  const std::string paths[] = {folder.write("session.mov", description),
+                               folder.write("list.mov", list),
+                               folder.write("playlist.mov", playlist),
+                               folder.write("manifest.mov", manifest),
+                               folder.write("playlist.txt", "ffmetadata1\n" + playlist),
+                               folder.file("photo%d.jpg"),
+                               folder.file("pipe.mov"),
+                               "concat:" + clip,
+                               "file:" + clip,
+                               "udp://127.0.0.1:5004"};
+  const int before = gNetworkSockets;
+  for (const std::string& path : paths) {
+    SourceError error;
+    EXPECT_FALSE(makeFileSource(path, {}, error)) << path;
+    EXPECT_EQ(error.find(path), 0u) << error;
+  }
+  EXPECT_EQ(gNetworkSockets, before);
 }
 
 /// Plays everything that a file offers, as far as it goes.
