@@ -76,6 +76,9 @@ class VESK_EXPORT Transport {
 /// Why a source could not be set up: one line for a person, empty when it could.
 using SourceError = std::string;
 
+/// The source of a process that has chosen none: the machine's own devices. Without a camera there is none.
+inline constexpr const char* kDefaultSource = "linux";
+
 /// Puts the source that `text` names below the capture interface: "simulated", "file:PATH", "linux"
 /// or several joined by "+". Call it before VCI_Init. @return an empty text, or what is wrong with it.
 VESK_EXPORT SourceError selectSource(const std::string& text, const SourceOptions& options);

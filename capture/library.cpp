@@ -6,8 +6,8 @@
 #include <utility>
 
 #include "capture/aci.h"
+#include "capture/capture_host.h"
 #include "capture/microphone_taps.h"
-#include "capture/source_selection.h"
 #include "capture/wide_text.h"
 #include "platform/foundation/log.h"
 
@@ -64,12 +64,8 @@ void Library::selectByEnvironment() {
   if (source() || mHasSelected) return;
   mHasSelected = true;
   const char* const wish = std::getenv("VESK_CAPTURE");
-  std::string note;
-  SourceError error;
-  auto chosen = makeSource(wish && *wish ? wish : "auto", SourceOptions{}, note, error);
+  const SourceError error = selectSource(wish && *wish ? wish : kDefaultSource, SourceOptions{});
   if (!error.empty()) printToError("vesk: %s\n", error.c_str());
-  if (!note.empty()) printToError("vesk: %s\n", note.c_str());
-  if (chosen) setSource(std::move(chosen));
 }
 
 int32_t Library::cleanUp(DeviceKind kind) {

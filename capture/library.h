@@ -25,7 +25,7 @@ class Library {
   std::shared_ptr<CaptureSource> source() VESK_EXCLUDES(mMutex);
 
   /// Starts a half of the library; as many calls of cleanUp end it. The first start chooses a
-  /// source when none has been set: by VESK_CAPTURE, else "auto".
+  /// source when none has been set: by VESK_CAPTURE, else kDefaultSource.
   int32_t initialise(DeviceKind kind) VESK_EXCLUDES(mMutex, mSelectionMutex);
   /// The last call closes the half's devices and ends all its subscriptions.
   int32_t cleanUp(DeviceKind kind) VESK_EXCLUDES(mMutex);

@@ -7,7 +7,6 @@
 #include "capture/library.h"
 #include "capture/linux/linux_source.h"
 #include "capture/simulated/simulated_source.h"
-#include "platform/foundation/log.h"
 
 namespace vesk::capture {
 namespace {
@@ -70,18 +69,6 @@ SourcePtr makeOne(const std::string& text, const SourceOptions& options, SourceE
   return source;
 }
 
-/// The machine's own devices when there is a camera among them, else simulated ones; says which in
-/// `note` when it is the latter.
-SourcePtr makeAuto(const SourceOptions& options, std::string& note, SourceError& error) {
-  if (kindOf("linux")->make) {
-    SourceError reason;
-    SourcePtr machine = makeOne("linux", options, reason);
-    if (machine && !machine->devices(DeviceKind::kVideo).empty()) return machine;
-  }
-  note = "no camera found: using simulated devices (choose others with VESK_CAPTURE)";
-  return makeOne("simulated", options, error);
-}
-
 }  // namespace
 
 std::vector<std::string> splitSourceText(const std::string& text) {
@@ -97,10 +84,10 @@ std::vector<std::string> splitSourceText(const std::string& text) {
   return names;
 }
 
-SourcePtr makeSource(const std::string& text, const SourceOptions& options, std::string& note, SourceError& error) {
-  error.clear();
-  note.clear();
-  if (text == "auto") return makeAuto(options, note, error);
+namespace {
+
+/// The source that `text` names; null with the reason in `error`.
+SourcePtr makeSource(const std::string& text, const SourceOptions& options, SourceError& error) {
   std::vector<SourcePtr> sources;
   for (const std::string& name : splitSourceText(text)) {
     SourcePtr source = makeOne(name, options, error);
@@ -110,15 +97,17 @@ SourcePtr makeSource(const std::string& text, const SourceOptions& options, std:
   return sources.size() == 1 ? sources.front() : std::make_shared<CombinedSource>(std::move(sources));
 }
 
+}  // namespace
+
 SourceError selectSource(const std::string& text, const SourceOptions& options) {
-  std::string note;
   SourceError error;
   try {
-    SourcePtr source = makeSource(text, options, note, error);
-    if (!note.empty()) printToError("vesk: %s\n", note.c_str());
+    SourcePtr source = makeSource(text, options, error);
     if (source) setSource(std::move(source));
   } catch (const std::exception& exception) {
     error = "the capture source \"" + text + "\" could not be set up: " + exception.what();
+  } catch (...) {
+    error = "the capture source \"" + text + "\" could not be set up";
   }
   return error;
 }

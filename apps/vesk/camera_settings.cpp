@@ -8,6 +8,7 @@
 
 #include "apps/vesk/choices.h"
 #include "apps/vesk/device_events.h"
+#include "apps/vesk/output.h"
 #include "capture/vci.h"
 
 namespace vesk::program {
@@ -92,7 +93,7 @@ std::vector<ControlState> statesOf(const VeskVideoDevice& camera) {
   if (silent.empty()) return states;
   const std::string name = nameOf(*camera.deviceInfo());
   if (states.empty()) throw noAnswer(name);
-  fmt::print(stderr, "vesk: \"{}\" did not answer when asked for {}.\n", name, fmt::join(silent, ", "));
+  sayLine("vesk: \"{}\" did not answer when asked for {}.", name, fmt::join(silent, ", "));
   return states;
 }
 
@@ -135,11 +136,9 @@ void tellOutcome(const GlobalOptions& global, const VeskDeviceInfo& camera, cons
     document["notApplied"] = refused;
     printJson(document);
   } else {
-    fmt::print("{}: {} settings applied\n", nameOf(camera), outcome.applied.size());
-    std::fflush(stdout);
+    printLine("{}: {} settings applied", nameOf(camera), outcome.applied.size());
   }
-  for (const auto& [name, reason] : outcome.refused)
-    fmt::print(stderr, "vesk: {} was not applied: {}.\n", name, reason);
+  for (const auto& [name, reason] : outcome.refused) sayLine("vesk: {} was not applied: {}.", name, reason);
 }
 
 std::shared_ptr<VeskVideoDevice> cameraFor(const ControlSettings& settings, const std::string& text) {

@@ -45,7 +45,7 @@ std::shared_ptr<VeskDeviceInfo> chooseRecord(const VeskDeviceList& records, cons
                                              const char* option) {
   if (records.empty())
     throw DeviceMissing(fmt::format("no {} was found.", kind),
-                        "Plug one in, or use --capture simulated or --capture file:PATH.");
+                        "Plug one in, or try things without one: vesk --capture simulated.");
   if (text.empty()) return records.front();
   if (const auto index = readNumber<size_t>(text); index && *index < records.size()) return records[*index];
   VeskDeviceList fitting;

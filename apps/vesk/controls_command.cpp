@@ -12,6 +12,7 @@
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
+#include "apps/vesk/output.h"
 #include "capture/vci.h"
 #include "devices/video_device.h"
 
@@ -50,7 +51,7 @@ std::string currentText(const ControlState& state) {
 
 void printTable(const std::vector<ControlState>& states) {
   if (states.empty()) {
-    fmt::print("This camera has no controls.\n");
+    printLine("This camera has no controls.");
     return;
   }
   std::vector<std::vector<std::string>> rows = {{"control", "current", "range", "default", "unit"}};
@@ -68,7 +69,7 @@ void printTable(const std::vector<ControlState>& states) {
     std::string line;
     for (size_t i = 0; i + 1 < row.size(); ++i) line += fmt::format("{:<{}}  ", row[i], widths[i]);
     line += row.back();
-    fmt::print("{}\n", line.substr(0, line.find_last_not_of(' ') + 1));
+    printLine("{}", line.substr(0, line.find_last_not_of(' ') + 1));
   }
 }
 
@@ -148,7 +149,7 @@ class Controls {
     if (mGlobal.json)
       tell(mGlobal, {state});
     else
-      fmt::print("{}\n", state.control.isSwitch() ? currentText(state) : std::to_string(state.current));
+      printLine("{}", state.control.isSwitch() ? currentText(state) : std::to_string(state.current));
   }
 
   void set() {
@@ -171,7 +172,7 @@ class Controls {
     }
     const ControlState after = stateOf(*mCamera, before.control).value_or(before);
     if (after.current != value && !after.control.isMomentary())
-      fmt::print(stderr, "vesk: the camera made {} of it.\n", after.current);
+      sayLine("vesk: the camera made {} of it.", after.current);
     tell(mGlobal, {after});
   }
 
@@ -200,7 +201,7 @@ class Controls {
     if (mGlobal.json)
       printJson({{"file", mOptions.file}, {"settings", settings.values.size()}});
     else
-      fmt::print("{}: {} settings of {}\n", mOptions.file, settings.values.size(), settings.cameraName);
+      printLine("{}: {} settings of {}", mOptions.file, settings.values.size(), settings.cameraName);
   }
 
   int load() {

@@ -1,6 +1,5 @@
 #include <fmt/core.h>
 
-#include <cstdio>
 #include <nlohmann/json.hpp>
 #include <optional>
 
@@ -8,9 +7,11 @@
 #include "apps/vesk/commands.h"
 #include "apps/vesk/device_events.h"
 #include "apps/vesk/host.h"
+#include "apps/vesk/output.h"
 #include "devices/audio_device.h"
 #include "devices/device_manager.h"
 #include "devices/video_device.h"
+#include "platform/foundation/printable_text.h"
 
 namespace vesk::program {
 namespace {
@@ -30,12 +31,12 @@ nlohmann::ordered_json describe(const VeskDeviceList& records) {
 }
 
 void printTable(const char* title, const VeskDeviceList& records) {
-  fmt::print("{}\n", title);
-  if (records.empty()) fmt::print("  none\n");
+  printLine("{}", title);
+  if (records.empty()) printLine("  none");
   for (size_t index = 0; index < records.size(); ++index) {
     const auto& record = *records[index];
-    fmt::print("  {}  {:<32} {:04x}:{:04x}  {}\n", index, nameOf(record), record.vendorID(), record.productID(),
-               record.path().value_or(""));
+    printLine("  {}  {:<32} {:04x}:{:04x}  {}", index, printableText(nameOf(record)), record.vendorID(),
+              record.productID(), record.path().value_or(""));
   }
 }
 
@@ -44,7 +45,11 @@ class Watch {
  public:
   explicit Watch(bool json) : mJson(json) {}
 
-  void run() { mLoop.run(); }  ///< until a signal ends the program
+  /// Until a signal, or the reader of the results, ends the program.
+  void run() {
+    mLoop.endWithReader();
+    mLoop.run();
+  }
 
  private:
   // Notifications come on the source's thread; results are written on the main thread only.
@@ -52,10 +57,10 @@ class Watch {
     mLoop.post([this, event, info = std::move(info)] {
       if (mJson) {
         printJson(deviceEvent(event, *info));
-        return;
+      } else {
+        printLine("{} {}  {}  {}", event, kindOf(*info), nameOf(*info), info->path().value_or(""));
       }
-      fmt::print("{} {}  {}  {}\n", event, kindOf(*info), nameOf(*info), info->path().value_or(""));
-      std::fflush(stdout);
+      if (missingResults() != 0) mLoop.stop();
     });
   }
 
@@ -78,7 +83,6 @@ int runDevices(const GlobalOptions& global, const DevicesOptions& options) {
   } else {
     printTable("Cameras", *cameras);
     printTable("Microphones", *microphones);
-    std::fflush(stdout);
   }
   if (watch) watch->run();
   return kDone;

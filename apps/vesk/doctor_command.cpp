@@ -5,6 +5,7 @@
 
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
+#include "apps/vesk/output.h"
 #include "capture/diagnosis.h"
 
 namespace vesk::program {
@@ -25,8 +26,8 @@ const char* nameOf(Finding::Mark mark) {
 }
 
 void print(const Finding& finding) {
-  fmt::print("{:<8} {:<11} {}\n", nameOf(finding.mark), finding.subject, finding.text);
-  if (!finding.remedy.empty()) fmt::print("{:<8} {:<11} -> {}\n", "", "", finding.remedy);
+  printLine("{:<8} {:<11} {}", nameOf(finding.mark), finding.subject, finding.text);
+  if (!finding.remedy.empty()) printLine("{:<8} {:<11} -> {}", "", "", finding.remedy);
 }
 
 }  // namespace
@@ -44,10 +45,10 @@ int runDoctor(const GlobalOptions& global) {
     printJson({{"findings", list}, {"problems", problems}});
   } else {
     for (const Finding& each : findings) print(each);
-    fmt::print("{}\n", problems == 0
-                           ? "All is well."
-                           : fmt::format("{} to be solved.",
-                                         problems == 1 ? "1 problem is" : fmt::format("{} problems are", problems)));
+    printLine("{}", problems == 0
+                        ? "All is well."
+                        : fmt::format("{} to be solved.",
+                                      problems == 1 ? "1 problem is" : fmt::format("{} problems are", problems)));
   }
   return problems == 0 ? kDone : kFailed;
 }

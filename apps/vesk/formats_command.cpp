@@ -6,6 +6,7 @@
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
+#include "apps/vesk/output.h"
 #include "platform/media/four_char_code.h"
 
 namespace vesk::program {
@@ -44,15 +45,15 @@ void printVideo(const nlohmann::ordered_json& formats) {
       const auto units = interval.get<uint32_t>();
       if (units != 0) rates += fmt::format("  {:.4g}/s", 1e7 / units);
     }
-    fmt::print("  {}  {:>5} x {:<5}{}\n", format["codec"].get<std::string>(), format["width"].get<int>(),
-               format["height"].get<int>(), rates);
+    printLine("  {}  {:>5} x {:<5}{}", format["codec"].get<std::string>(), format["width"].get<int>(),
+              format["height"].get<int>(), rates);
   }
 }
 
 void printSound(const nlohmann::ordered_json& formats) {
   for (const auto& format : formats)
-    fmt::print("  {}  {} Hz  {} channel{}\n", format["codec"].get<std::string>(), format["sampleRate"].get<int>(),
-               format["channels"].get<int>(), format["channels"].get<int>() == 1 ? "" : "s");
+    printLine("  {}  {} Hz  {} channel{}", format["codec"].get<std::string>(), format["sampleRate"].get<int>(),
+              format["channels"].get<int>(), format["channels"].get<int>() == 1 ? "" : "s");
 }
 
 }  // namespace
@@ -81,9 +82,9 @@ int runFormats(const GlobalOptions& global, const FormatsOptions& options) {
     printJson({{"video", video}, {"sound", sound}});
     return kDone;
   }
-  fmt::print("{}\n", camera ? nameOf(*camera->deviceInfo()) : "No camera");
+  printLine("{}", camera ? nameOf(*camera->deviceInfo()) : "No camera");
   printVideo(video);
-  fmt::print("{}\n", microphone ? nameOf(*microphone->deviceInfo()) : "No microphone");
+  printLine("{}", microphone ? nameOf(*microphone->deviceInfo()) : "No microphone");
   printSound(sound);
   return kDone;
 }

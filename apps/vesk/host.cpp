@@ -2,13 +2,11 @@
 
 #include <fmt/core.h>
 #include <glib-unix.h>
-#include <signal.h>
 #include <stdio.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
-#include <atomic>
 #include <cstdlib>
 #include <string_view>
 #include <utility>
@@ -21,7 +19,6 @@
 namespace vesk::program {
 namespace {
 
-std::atomic<bool> gProgressOnScreen{false};
 bool gVerbose = false;
 
 /// Lines that tell of an ordinary course of things.
@@ -64,6 +61,11 @@ void hold() {
   gHeld.isHolding = true;
 }
 
+/// Whether the line is about a device and no routine one, which --verbose lets through.
+bool explains(const std::string& line, const std::string& name) {
+  return !isRoutine(line) && line.find(name) != std::string::npos;
+}
+
 std::vector<std::string> letGo() {
   const MutexLock lock(gHeld.mutex);
   gHeld.isHolding = false;
@@ -85,8 +87,7 @@ void showLine(std::string_view line) {
   while (!line.empty() && line.back() == '\n') line.remove_suffix(1);
   if (line.empty() || (!gVerbose && isRoutine(line))) return;
   if (keepBack(line)) return;
-  const char* const clear = gProgressOnScreen.exchange(false) ? "\r\033[K" : "";
-  fmt::print(stderr, "{}{}\n", clear, line);
+  writeLine(line);
 }
 
 /// The write function of the stream that the library is given in place of standard output: the
@@ -126,8 +127,7 @@ void explained(const std::vector<std::string>& names, const std::function<void()
   } catch (const Failure& failure) {
     const std::vector<std::string> lines = letGo();
     const auto reason = std::find_if(lines.begin(), lines.end(), [&](const std::string& line) {
-      return std::any_of(names.begin(), names.end(),
-                         [&](const std::string& name) { return line.find(name) != std::string::npos; });
+      return std::any_of(names.begin(), names.end(), [&](const std::string& name) { return explains(line, name); });
     });
     if (reason != lines.end()) throw reworded(failure, *reason);
     for (const std::string& line : lines) showLine(line);
@@ -142,21 +142,16 @@ void explained(const std::vector<std::string>& names, const std::function<void()
 bool hasBeenExplained(const std::string& name) {
   const MutexLock lock(gHeld.mutex);
   return std::any_of(gHeld.lines.begin(), gHeld.lines.end(),
-                     [&](const std::string& line) { return line.find(name) != std::string::npos; });
+                     [&](const std::string& line) { return explains(line, name); });
 }
 
-Host::Host(const GlobalOptions& options, Cameras cameras) {
+Host::Host(const GlobalOptions& options) {
   setUpLogLines(options.verbose);
-  // Files that reach the size limit fail with an error that is reported, instead of ending the program.
-  signal(SIGXFSZ, SIG_IGN);
-  signal(SIGPIPE, SIG_IGN);
-
   std::string source = options.capture;
   if (source.empty()) {
     const char* const environment = std::getenv("VESK_CAPTURE");
-    source = environment && *environment ? environment : "auto";
+    source = environment && *environment ? environment : capture::kDefaultSource;
   }
-  if (source == "auto" && cameras == Cameras::kAwaited) source = "linux";
   const capture::SourceOptions sourceOptions{options.pace == "fast" ? capture::Pace::kFast : capture::Pace::kRealTime,
                                              options.loop};
   const capture::SourceError error = capture::selectSource(source, sourceOptions);
@@ -175,30 +170,43 @@ DeviceWatch::DeviceWatch(const char* notification, std::function<void(std::share
             if (const auto* info = posted.value<std::shared_ptr<VeskDeviceInfo>>(key)) handler(*info);
           })) {}
 
-MainLoop::MainLoop() : mLoop(g_main_loop_new(nullptr, FALSE)) {
-  for (const int number : {SIGINT, SIGTERM, SIGHUP}) mSources.push_back(g_unix_signal_add(number, &interrupted, this));
+MainLoop::MainLoop() : mLoop(g_main_loop_new(nullptr, FALSE), &g_main_loop_unref) {
+  mAttendant.emplace([this] { stop(); });
 }
 
 MainLoop::~MainLoop() {
+  mAttendant.reset();
   for (const guint source : mSources) g_source_remove(source);
-  g_main_loop_unref(mLoop);
 }
 
-int MainLoop::interrupted(void* self) {
-  auto* const loop = static_cast<MainLoop*>(self);
-  if (loop->mInterrupted) _exit(130);
-  loop->mInterrupted = true;
-  loop->stop();
-  return G_SOURCE_CONTINUE;
+bool MainLoop::wasInterrupted() const {
+  return isEndAsked();
+}
+
+bool MainLoop::isEnding() const {
+  return wasInterrupted() || mIsReaderGone;
+}
+
+void MainLoop::endWithReader() {
+  // A pipe or socket without a reader tells so at once, not only when it is written to.
+  mSources.push_back(g_unix_fd_add(
+      STDOUT_FILENO, G_IO_ERR,
+      [](int, GIOCondition, void* data) -> gboolean {
+        auto* const loop = static_cast<MainLoop*>(data);
+        loop->mIsReaderGone = true;
+        g_main_loop_quit(loop->mLoop.get());
+        return G_SOURCE_CONTINUE;
+      },
+      this));
 }
 
 void MainLoop::run() {
-  if (!mInterrupted) g_main_loop_run(mLoop);
+  if (!isEnding()) g_main_loop_run(mLoop.get());
 }
 
 bool MainLoop::runUntil(const std::function<bool()>& isDone, std::optional<std::chrono::milliseconds> longest) {
   bool isLate = false;
-  std::pair<GMainLoop*, bool*> end{mLoop, &isLate};
+  std::pair<GMainLoop*, bool*> end{mLoop.get(), &isLate};
   const guint timer = longest ? g_timeout_add(
                                     static_cast<guint>(longest->count()),
                                     [](void* data) -> gboolean {
@@ -209,14 +217,14 @@ bool MainLoop::runUntil(const std::function<bool()>& isDone, std::optional<std::
                                     },
                                     &end)
                               : 0;
-  while (!mInterrupted && !isLate && !isDone()) g_main_loop_run(mLoop);
+  while (!isEnding() && !isLate && !isDone()) g_main_loop_run(mLoop.get());
   if (timer != 0) g_source_remove(timer);
   return isDone();
 }
 
 void MainLoop::stop() {
   // Through the loop itself, so that a stop that comes before run() is not lost.
-  post([this] { g_main_loop_quit(mLoop); });
+  post([loop = mLoop] { g_main_loop_quit(loop.get()); });
 }
 
 void MainLoop::every(std::chrono::milliseconds interval, std::function<void()> work) {
@@ -238,25 +246,6 @@ void MainLoop::post(std::function<void()> work) {
         return G_SOURCE_REMOVE;
       },
       new std::function<void()>(std::move(work)), [](void* data) { delete static_cast<std::function<void()>*>(data); });
-}
-
-ProgressLine::ProgressLine() : mIsTerminal(isatty(STDERR_FILENO) == 1) {}
-
-ProgressLine::~ProgressLine() {
-  clear();
-}
-
-void ProgressLine::show(const std::string& text) {
-  if (!mIsTerminal) return;
-  fmt::print(stderr, "\r\033[K{}", text);
-  std::fflush(stderr);
-  gProgressOnScreen = true;
-}
-
-void ProgressLine::clear() {
-  if (!gProgressOnScreen.exchange(false)) return;
-  fmt::print(stderr, "\r\033[K");
-  std::fflush(stderr);
 }
 
 }  // namespace vesk::program

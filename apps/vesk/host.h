@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "apps/vesk/output.h"
 #include "apps/vesk/program.h"
+#include "apps/vesk/signals.h"
 #include "devices/device_info.h"
 #include "platform/foundation/notification_center.h"
 
@@ -19,20 +21,15 @@ namespace vesk::program {
 /// library's lines off the results, and starts the device manager. Undone when it goes.
 class Host {
  public:
-  /// Whether there is a camera now.
-  enum class Cameras {
-    kNeeded,  ///< "auto" takes simulated ones where the machine has none
-    kAwaited  ///< "auto" takes the machine's, which may come
-  };
-
   /// @throws Failure when the capture source cannot be set up.
-  explicit Host(const GlobalOptions& options, Cameras cameras = Cameras::kNeeded);
+  explicit Host(const GlobalOptions& options);
   ~Host();
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
 };
 
 /// The program's main loop: serves the library's main queue and ends on Ctrl-C, SIGTERM or a hang-up.
+/// One at a time.
 ///
 /// Threads: stop and post from any thread, the rest from the main thread.
 class MainLoop {
@@ -42,24 +39,28 @@ class MainLoop {
   MainLoop(const MainLoop&) = delete;
   MainLoop& operator=(const MainLoop&) = delete;
 
-  /// Runs until stop is called or a signal asks for the end. A second signal ends the program at once.
+  /// Runs until stop is called or the end is asked for. A second signal ends the program at once.
   void run();
   void stop();
-  /// Runs until `isDone`, which is asked after each stop; a signal, or the end of the time where one is
-  /// given, ends it too. @return whether it was done
+  /// Runs until `isDone`, which is asked after each stop; being asked for the end, or the end of the time
+  /// where one is given, ends it too. @return whether it was done
   bool runUntil(const std::function<bool()>& isDone, std::optional<std::chrono::milliseconds> longest = {});
   /// Runs `work` on the main thread every `interval` for as long as the loop lives.
   void every(std::chrono::milliseconds interval, std::function<void()> work);
   /// Runs `work` once on the main thread.
   void post(std::function<void()> work);
-  bool wasInterrupted() const { return mInterrupted; }
+  /// From now on the end is also asked for by whoever reads standard output, by going away.
+  void endWithReader();
+  /// Whether a signal has asked for the end.
+  bool wasInterrupted() const;
 
  private:
-  static int interrupted(void* self);
+  bool isEnding() const;
 
-  GMainLoop* mLoop;
+  const std::shared_ptr<GMainLoop> mLoop;  ///< held by what is posted too, which may run after this is gone
   std::vector<guint> mSources;
-  bool mInterrupted = false;
+  bool mIsReaderGone = false;
+  std::optional<SignalAttendant> mAttendant;
 };
 
 /// Calls a handler with the record of each device that a notification of the manager tells of, for as
@@ -83,19 +84,5 @@ void explained(const std::vector<std::string>& names, const std::function<void()
 
 /// Inside such work: whether the library has said something of the device, for those that answer no status.
 bool hasBeenExplained(const std::string& name);
-
-/// A line on standard error that is written over in place; only on a terminal.
-class ProgressLine {
- public:
-  ProgressLine();
-  ~ProgressLine();
-  /// Whether there is a terminal to show it on.
-  bool isShown() const { return mIsTerminal; }
-  void show(const std::string& text);
-  void clear();
-
- private:
-  bool mIsTerminal;
-};
 
 }  // namespace vesk::program

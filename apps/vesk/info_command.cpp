@@ -5,6 +5,7 @@
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
+#include "apps/vesk/output.h"
 #include "devices/video_device.h"
 
 namespace vesk::program {
@@ -48,17 +49,18 @@ int runInfo(const GlobalOptions& global, const InfoOptions& options) {
     printJson(document);
     return kDone;
   }
-  fmt::print("name      {}\npath      {}\n", nameOf(info), info.path().value_or(""));
-  fmt::print("product   {:04x}:{:04x}, revision {:04x}\n", info.vendorID(), info.productID(), info.revisionID());
-  fmt::print("firmware  {}{}\n",
-             firmware ? fmt::format("{}.{}, build {}", numberIn(*firmware, "Major"), numberIn(*firmware, "Minor"),
-                                    numberIn(*firmware, "BuildNo"))
-                      : "not told",
-             checksum ? fmt::format(", checksum {:04x}", *checksum) : "");
-  fmt::print("EEPROM    {}.{}\n", numberIn(eeprom, "Major"), numberIn(eeprom, "Minor"));
-  fmt::print("sensor    {}\n", sensor ? fmt::format("technology {}, type {}", numberIn(*sensor, "SensorTech"),
-                                                    numberIn(*sensor, "SensorType"))
-                                      : "not told");
+  printLine("name      {}", nameOf(info));
+  printLine("path      {}", info.path().value_or(""));
+  printLine("product   {:04x}:{:04x}, revision {:04x}", info.vendorID(), info.productID(), info.revisionID());
+  printLine("firmware  {}{}",
+            firmware ? fmt::format("{}.{}, build {}", numberIn(*firmware, "Major"), numberIn(*firmware, "Minor"),
+                                   numberIn(*firmware, "BuildNo"))
+                     : "not told",
+            checksum ? fmt::format(", checksum {:04x}", *checksum) : "");
+  printLine("EEPROM    {}.{}", numberIn(eeprom, "Major"), numberIn(eeprom, "Minor"));
+  printLine("sensor    {}", sensor ? fmt::format("technology {}, type {}", numberIn(*sensor, "SensorTech"),
+                                                 numberIn(*sensor, "SensorType"))
+                                   : "not told");
   return kDone;
 }
 

@@ -9,6 +9,7 @@
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
+#include "apps/vesk/output.h"
 #include "devices/device_manager.h"
 
 namespace vesk::program {
@@ -22,10 +23,7 @@ constexpr int kMostTries = 5;
 class KeepCommand {
  public:
   KeepCommand(const GlobalOptions& global, const ControlsOptions& options)
-      : mGlobal(global),
-        mOptions(options),
-        mHost(global, Host::Cameras::kAwaited),
-        mSettings(loadSettings(options.file)) {}
+      : mGlobal(global), mOptions(options), mHost(global), mSettings(loadSettings(options.file)) {}
 
   int run() {
     const DeviceWatch added(KVXDeviceAdded, [this](auto info) {
@@ -33,6 +31,7 @@ class KeepCommand {
       mLoop.post([this, info] { mArrived.push_back(info); });
       mLoop.stop();
     });
+    mLoop.endWithReader();
     apply(nullptr);
     while (mLoop.runUntil([this] { return !mArrived.empty(); })) {
       const auto arrived = mArrived.front();
@@ -60,7 +59,7 @@ class KeepCommand {
           mLoop.runUntil([] { return false; }, kRetry);
           continue;
         }
-        fmt::print(stderr, "vesk: {} {}\n", failure.what(), failure.hint);
+        sayLine("vesk: {} {}", failure.what(), failure.hint);
         return;
       }
     }
@@ -71,13 +70,13 @@ class KeepCommand {
     try {
       mSettings = loadSettings(mOptions.file);
     } catch (const Failure& failure) {
-      fmt::print(stderr, "vesk: {} The settings read before are applied.\n", failure.what());
+      sayLine("vesk: {} The settings read before are applied.", failure.what());
     }
   }
 
   void tellWaiting() const {
     if (mGlobal.json) printJson({{"event", "waiting"}, {"kind", "camera"}, {"name", mSettings.cameraName}});
-    fmt::print(stderr, "vesk: the camera is not there; its settings are applied when it comes.\n");
+    sayLine("vesk: the camera is not there; its settings are applied when it comes.");
   }
 
   const GlobalOptions& mGlobal;

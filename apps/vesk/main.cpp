@@ -2,9 +2,13 @@
 
 #include <CLI/CLI.hpp>
 #include <exception>
+#include <sstream>
+#include <system_error>
 
 #include "apps/vesk/commands.h"
+#include "apps/vesk/output.h"
 #include "apps/vesk/program.h"
+#include "apps/vesk/signals.h"
 
 namespace {
 
@@ -65,8 +69,8 @@ int parseAndRun(int argc, char** argv) {
 
   GlobalOptions global;
   app.add_option("--capture", global.capture,
-                 "Where cameras and microphones come from: auto (default; also VESK_CAPTURE), linux,\n"
-                 "simulated, file:PATH, or several joined by +")
+                 "Where cameras and microphones come from: linux, the machine's own (default; also\n"
+                 "VESK_CAPTURE), simulated, file:PATH, or several joined by +")
       ->type_name("SOURCE");
   app.add_option("--pace", global.pace,
                  "realtime (default), or fast: footage and simulated devices as fast as they go, with\n"
@@ -181,7 +185,12 @@ int parseAndRun(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) return app.exit(error);
+    if (error.get_exit_code() == 0) {
+      std::ostringstream text;
+      app.exit(error, text, text);
+      writeResult(text.str());
+      return kDone;
+    }
     return report(Failure(kWrongUse, error.what() + std::string("."), "See \"vesk --help\"."), global);
   }
 
@@ -204,11 +213,24 @@ int parseAndRun(int argc, char** argv) {
     return report(
         Failure(kFailed, fmt::format("{}.", error.what()), "This is a fault of the program; please report it."),
         global);
+  } catch (...) {
+    return report(Failure(kFailed, "something failed.", "This is a fault of the program; please report it."), global);
   }
+}
+
+/// Runs the command with the process in order: its streams, its signals, and results that came through.
+int run(int argc, char** argv) {
+  openMissingStreams();
+  setUpSignals();
+  const int status = parseAndRun(argc, argv);
+  const int missing = missingResults();
+  if (missing == 0) return status;
+  sayLine("vesk: the results could not be written to standard output: {}.", std::generic_category().message(missing));
+  return status == kDone ? kFailed : status;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  return parseAndRun(argc, argv);
+  return run(argc, argv);
 }

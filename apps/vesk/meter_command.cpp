@@ -9,6 +9,7 @@
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
+#include "apps/vesk/output.h"
 #include "capture/capture_host.h"
 #include "devices/device_manager.h"
 #include "platform/metering/power_meter.h"
@@ -63,6 +64,7 @@ class MeterCommand {
         throw Failure(kBusy, fmt::format("\"{}\" refused to start.", name), "Close other programs that use it.");
     });
     mLoop.every(kTick, [this] { tick(); });
+    mLoop.endWithReader();
     mLoop.run();
     mMicrophone->stopVUMeter();
     mMicrophone->removeDelegate(receiver);
@@ -94,12 +96,12 @@ class MeterCommand {
       mProgress.show(fmt::format("{} {}", bar(level), inWords(level)));
     } else if (Clock::now() >= mNextLine) {
       mNextLine = Clock::now() + kLineInterval;
-      fmt::print("{:8.2f} s {} {}\n", time, bar(level), inWords(level));
-      std::fflush(stdout);
+      printLine("{:8.2f} s {} {}", time, bar(level), inWords(level));
     }
   }
 
   void tick() {
+    if (missingResults() != 0) mLoop.stop();
     if (mGlobal.pace != "fast" && mOptions.duration && elapsed() >= *mOptions.duration) mLoop.stop();
     if (mHasLevel || elapsed() < kPatience.count()) return;
     mFailure.emplace(kBusy, fmt::format("\"{}\" could not be listened to.", nameOf(*mMicrophone->deviceInfo())),

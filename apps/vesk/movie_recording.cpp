@@ -11,6 +11,7 @@
 
 #include "apps/vesk/choices.h"
 #include "apps/vesk/host.h"
+#include "apps/vesk/output.h"
 #include "platform/foundation/file_manager.h"
 #include "platform/media/four_char_code.h"
 
@@ -56,8 +57,7 @@ void MovieRecording::checkTarget(const std::string& file, bool force) {
                   "Choose another name, or replace it with --force.");
   for (const Leftover& leftover : leftovers) {
     if (leftover.movie.empty()) continue;
-    fmt::print(stderr, "vesk: an earlier recording did not end properly; \"vesk recover {}\" finishes {}\n", file,
-               leftover.movie);
+    sayLine("vesk: an earlier recording did not end properly; \"vesk recover {}\" finishes {}", file, leftover.movie);
   }
 }
 

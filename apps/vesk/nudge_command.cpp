@@ -1,11 +1,14 @@
 #include <fmt/core.h>
 
+#include <algorithm>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "apps/vesk/camera_settings.h"
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
+#include "apps/vesk/output.h"
 #include "capture/vci.h"
 #include "devices/video_device.h"
 
@@ -33,7 +36,8 @@ std::shared_ptr<VeskVideoDevice> chooseHead(const std::string& text) {
                         camera->getPanCur() ? "Its head is sent to positions: vesk controls set pan 36000."
                                             : "Name a camera that has one with --camera.");
   if (!text.empty()) throw failure;
-  for (const auto& record : *VeskVideoDevice::getVideoDeviceList()) {
+  const auto records = VeskVideoDevice::getVideoDeviceList();  // held: devices may come and go
+  for (const auto& record : *records) {
     auto other = VeskVideoDevice::initWithDeviceInfo(record);
     if (other->openDevice() == 0 && other->isNudgeSupported()) return other;
   }
@@ -49,26 +53,39 @@ bool isReset(VeskVideoDevice& camera) {
          camera.writeControl(cameraControl(ControlID::kTilt), *tilt) == 0;
 }
 
+/// Nudges the head one time after the other, so that the one under way has its stop before anything ends.
+/// @return how often; less than `times` when a signal asked for the end
+int nudge(VeskVideoDevice& camera, const std::string& name, int times) {
+  const auto direction = std::find_if(std::begin(kDirections), std::end(kDirections),
+                                      [&](const Direction& each) { return name == each.name; });
+  int done = 0;
+  for (; done < times && !isEndAsked(); ++done) {
+    (camera.*direction->move)();
+    camera.waitForNudges();
+  }
+  return done;
+}
+
 }  // namespace
 
 int runNudge(const GlobalOptions& global, const NudgeOptions& options) {
   const Host host(global);
+  const SignalAttendant attendant({});
   const auto camera = chooseHead(options.camera);
   const std::string name = nameOf(*camera->deviceInfo());
   if (options.direction == "reset") {
     if (!isReset(*camera))
       throw Failure(kBusy, fmt::format("the head of \"{}\" did not go back to its middle.", name),
                     "Wait until it stands still and try again, or nudge it there.");
-  } else {
-    for (const Direction& direction : kDirections)
-      for (int i = 0; options.direction == direction.name && i < options.times; ++i) (*camera.*direction.move)();
-    camera->waitForNudges();
+  } else if (const int done = nudge(*camera, options.direction, options.times); done < options.times) {
+    throw Failure(kInterrupted, fmt::format("stopped after {} of {} nudges.", done, options.times),
+                  "The head stands still.");
   }
   const int times = options.direction == "reset" ? 1 : options.times;
   if (global.json)
     printJson({{"camera", name}, {"direction", options.direction}, {"times", times}});
   else
-    fmt::print("{}: {}{}\n", name, options.direction, times > 1 ? fmt::format(", {} times", times) : "");
+    printLine("{}: {}{}", name, options.direction, times > 1 ? fmt::format(", {} times", times) : "");
   return kDone;
 }
 

@@ -15,6 +15,7 @@
 #include "apps/vesk/device_events.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/movie_recording.h"
+#include "apps/vesk/output.h"
 #include "apps/vesk/preview_window.h"
 #include "apps/vesk/recording_devices.h"
 #include "capture/capture_host.h"
@@ -120,8 +121,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     mStarted = Clock::now();
     mLoop.every(kTick, [this] { tick(); });
     mLoop.every(kTitleInterval, [this] { updateTitle(); });
-    if (!mGlobal.json && mProgress.isShown())
-      fmt::print(stderr, "Space takes a photo, r records, m mirrors, q quits.\n");
+    if (!mGlobal.json && mProgress.isShown()) sayLine("Space takes a photo, r records, m mirrors, q quits.");
     transport.release();
   }
 
@@ -360,19 +360,19 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   /// A line for a person, above the line that is written over.
   void say(const std::string& line) {
     mProgress.clear();
-    if (!mGlobal.json) fmt::print(stderr, "{}\n", line);
+    if (!mGlobal.json) sayLine("{}", line);
   }
 
   /// A failure that the preview outlives; scripts see it on standard error too.
   void warn(const Failure& failure) {
     mProgress.clear();
-    fmt::print(stderr, "vesk: {} {}\n", failure.what(), failure.hint);
+    sayLine("vesk: {} {}", failure.what(), failure.hint);
   }
 
   void tellResult(const PreviewStatistics& statistics) const {
     if (!mGlobal.json) {
-      fmt::print("{} pictures, {} shown{}\n", statistics.frames, statistics.shown,
-                 mScreenshot.empty() ? "" : fmt::format("; the window is at {}", mScreenshot));
+      printLine("{} pictures, {} shown{}", statistics.frames, statistics.shown,
+                mScreenshot.empty() ? "" : fmt::format("; the window is at {}", mScreenshot));
       return;
     }
     nlohmann::ordered_json document = {{"frames", statistics.frames},

@@ -13,6 +13,7 @@ enum ExitStatus : int {
   kWrongUse = 2,
   kNoSuchDevice = 3,
   kBusy = 4,
+  kInterrupted = 130,  ///< a signal ended it before it had done what it was asked for
 };
 
 /// Why a command could not do what it was asked: what failed, and what to do about it.
@@ -33,7 +34,7 @@ class DeviceMissing : public Failure {
 
 /// Options that stand before the command and hold for all of them.
 struct GlobalOptions {
-  std::string capture;  ///< empty: VESK_CAPTURE, else "auto"
+  std::string capture;  ///< empty: VESK_CAPTURE, else "linux"
   std::string pace = "realtime";
   bool loop = false;
   bool json = false;

@@ -10,6 +10,7 @@
 #include "apps/vesk/device_events.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/movie_recording.h"
+#include "apps/vesk/output.h"
 #include "apps/vesk/recording_devices.h"
 #include "capture/capture_host.h"
 #include "devices/device_manager.h"
@@ -39,7 +40,7 @@ class RecordCommand {
   RecordCommand(const GlobalOptions& global, const RecordOptions& options)
       : mGlobal(global),
         mOptions(options),
-        mHost(global, options.wait ? Host::Cameras::kAwaited : Host::Cameras::kNeeded),
+        mHost(global),
         mWish{options.camera, options.microphone, options.format, options.sound, options.noAudio, Purpose::kRecord} {}
 
   ~RecordCommand() {
@@ -205,8 +206,8 @@ class RecordCommand {
     if (mGlobal.json && mOptions.wait) printJson({{"event", "recording"}, {"file", mPlan.file}});
     const auto& format = *mPlan.videoFormat;
     if (!mGlobal.json && (mProgress.isShown() || mHasWaited))
-      fmt::print(stderr, "Recording {} {}x{}{}; Ctrl-C ends it.\n", fourCharString(format.mediaSubType()),
-                 format.dimensions().width, format.dimensions().height, mPlan.soundFormat ? " with sound" : "");
+      sayLine("Recording {} {}x{}{}; Ctrl-C ends it.", fourCharString(format.mediaSubType()), format.dimensions().width,
+              format.dimensions().height, mPlan.soundFormat ? " with sound" : "");
   }
 
   /// Seconds that are still to be recorded; none without --duration.
@@ -245,8 +246,7 @@ class RecordCommand {
     if (mGlobal.json) {
       printJson(mMovie->document(statistics));
     } else {
-      fmt::print("{}\n", mMovie->summary(statistics));
-      std::fflush(stdout);
+      printLine("{}", mMovie->summary(statistics));
     }
     if (const auto failure = mMovie->missingSound(statistics)) {
       if (!mIsCameraGone && !mOptions.wait) throw *failure;
@@ -274,7 +274,7 @@ class RecordCommand {
   /// A line for a person that is no failure.
   void say(const std::string& line) {
     mProgress.clear();
-    fmt::print(stderr, "vesk: {}\n", line);
+    sayLine("vesk: {}", line);
   }
 
   const GlobalOptions& mGlobal;

@@ -9,6 +9,7 @@
 
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
+#include "apps/vesk/output.h"
 #include "apps/vesk/recording_folder.h"
 #include "platform/foundation/file_manager.h"
 #include "platform/writing/movie_recovery.h"
@@ -44,9 +45,9 @@ void tell(const GlobalOptions& global, const std::string& path, const RecoveryRe
     return;
   }
   if (isRecovered)
-    fmt::print("{}: recovered, {:.2f} s, {} pictures\n", path, result.duration, result.frames);
+    printLine("{}: recovered, {:.2f} s, {} pictures", path, result.duration, result.frames);
   else
-    fmt::print("{}: whole already, nothing to do\n", path);
+    printLine("{}: whole already, nothing to do", path);
 }
 
 /// `path`, or NAME-2, NAME-3 and so on where something is there already.
@@ -80,7 +81,7 @@ bool finishLeftover(const GlobalOptions& global, const std::string& path, const 
     std::error_code ignored;
     fs::remove(leftover.movie, ignored);
     leftover.removeFolder();
-    fmt::print(stderr, "vesk: removed a recording of \"{}\" that held no picture and no sound\n", path);
+    sayLine("vesk: removed a recording of \"{}\" that held no picture and no sound", path);
     return false;
   }
   check(result);
@@ -102,7 +103,7 @@ bool finishLeftover(const GlobalOptions& global, const std::string& path, const 
 bool finishLeftovers(const GlobalOptions& global, const std::string& path) {
   std::optional<Failure> failure;
   const auto tellFailure = [&failure] {
-    if (failure) fmt::print(stderr, "vesk: {} {}\n", failure->what(), failure->hint);
+    if (failure) sayLine("vesk: {} {}", failure->what(), failure->hint);
   };
   bool isAnyFinished = false;
   for (const Leftover& leftover : findLeftovers(path, LeftoverLock::kTake)) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "apps/vesk/commands.h"
+#include "apps/vesk/output.h"
 #include "apps/vesk/program.h"
 #include "catalogue/resolution_info.h"
 #include "catalogue/xml_reader.h"
@@ -68,11 +69,11 @@ Row readRow(const XMLDictionary& entry) {
 }
 
 void printTable(const std::vector<Row>& rows) {
-  if (rows.empty()) fmt::print("none\n");
+  if (rows.empty()) printLine("none");
   for (const Row& row : rows)
-    fmt::print("{:<8}  {:>5} x {:<5}  {}{}\n", row.codec.empty() ? "any" : row.codec, row.width, row.height,
-               row.frameRate ? fmt::format("{:>3}/s", row.frameRate) : "    ?",
-               row.isInterpolated ? "  interpolated" : "");
+    printLine("{:<8}  {:>5} x {:<5}  {}{}", row.codec.empty() ? "any" : row.codec, row.width, row.height,
+              row.frameRate ? fmt::format("{:>3}/s", row.frameRate) : "    ?",
+              row.isInterpolated ? "  interpolated" : "");
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/movie_recording.h"
+#include "apps/vesk/output.h"
 #include "capture/capture_host.h"
 #include "devices/device_manager.h"
 #include "render/preview_view.h"
@@ -82,7 +83,7 @@ class SnapshotCommand {
 
   int finish(const PhotoOutcome& photo) const {
     if (mLoop.wasInterrupted() && photo.path.empty())
-      throw Failure(kFailed, "no photo was taken.", "It was interrupted before the first picture.");
+      throw Failure(kInterrupted, "no photo was taken.", "It was interrupted before the first picture.");
     if (photo.path.empty())
       throw Failure(kFailed, fmt::format("no picture came from \"{}\".", nameOf(*mCamera->deviceInfo())),
                     "See with \"vesk devices\" that it is there, or try another format with --format.");
@@ -98,7 +99,7 @@ class SnapshotCommand {
     if (mGlobal.json)
       printJson({{"file", mOptions.file}, {"width", photo.width}, {"height", photo.height}, {"bytes", photo.bytes}});
     else
-      fmt::print("{}: {}x{}, {}\n", mOptions.file, photo.width, photo.height, humanSize(photo.bytes));
+      printLine("{}: {}x{}, {}", mOptions.file, photo.width, photo.height, humanSize(photo.bytes));
     return kDone;
   }
 

@@ -346,7 +346,8 @@ std::string SimulatedProperties::settings() {
   MutexLock lock(mMutex);
   std::string text = "head " + std::to_string(mPan) + " " + std::to_string(mTilt) + "\n";
   for (const PropertyRow& row : kRows) {
-    const bool isSetting = row.effect == Effect::kNone || row.effect == Effect::kMode;
+    // A turn that was not stopped goes on, as a real head's would.
+    const bool isSetting = row.effect == Effect::kNone || row.effect == Effect::kMode || row.effect == Effect::kTurn;
     if (!isSetting || !has(row)) continue;
     std::vector<uint8_t> bytes(sizeOf(row));
     for (uint32_t i = 0; i < row.count; ++i)

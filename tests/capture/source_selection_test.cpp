@@ -8,6 +8,7 @@
 #include "capture/aci.h"
 #include "capture/capture_host.h"
 #include "capture/combined_source.h"
+#include "capture/linux/linux_source.h"
 #include "capture/simulated/simulated_source.h"
 #include "capture/vci.h"
 #include "platform/foundation/log.h"
@@ -90,12 +91,13 @@ TEST_F(SelectionTest, FollowsTheEnvironmentWhenNothingWasChosen) {
   EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1) << "once for both halves";
 }
 
-TEST_F(SelectionTest, FallsBackToSimulatedDevicesAndSaysSo) {
-  setSource(nullptr);
-  EXPECT_GE(camerasWith(nullptr), 1u);
-  if (std::dynamic_pointer_cast<SimulatedSource>(currentSource())) {
-    EXPECT_NE(said().find("simulated"), std::string::npos);
+TEST_F(SelectionTest, TakesTheMachineUnaskedWhateverItHas) {
+  for (const char* unasked : {static_cast<const char*>(nullptr), ""}) {
+    camerasWith(unasked);
+    EXPECT_NE(std::dynamic_pointer_cast<LinuxSource>(currentSource()), nullptr);
+    EXPECT_EQ(said(), "");
   }
+  EXPECT_NE(selectSource("auto", {}), "");
 }
 
 TEST_F(SelectionTest, DoesNotLookAtTheEnvironmentWhenTheHostHasChosen) {

@@ -28,9 +28,9 @@ def vesk(*arguments, check=True, environment=None, prefix=()):
     return done
 
 
-def start_vesk(*arguments, **options):
+def start_vesk(*arguments, prefix=(), **options):
     """Starts the program and leaves it running."""
-    return subprocess.Popen([PROGRAM, *map(str, arguments)], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+    return subprocess.Popen([*prefix, PROGRAM, *map(str, arguments)], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                             stderr=subprocess.PIPE, text=True, **options)
 
 
@@ -111,12 +111,12 @@ def beep_times(movie, loud=2000):
 class Running:
     """A program at work: what it tells scripts is read here, and its devices are plugged in and out."""
 
-    def __init__(self, test, *arguments, setup="", environment=None):
+    def __init__(self, test, *arguments, setup="", environment=None, prefix=()):
         self.pipe = test.folder / "commands"
         if not self.pipe.exists():
             os.mkfifo(self.pipe)
         environment = {**os.environ, "VESK_SIMULATED_COMMANDS": str(self.pipe), "VESK_SIMULATED_SETUP": setup, **(environment or {})}
-        self.program = start_vesk("--capture", "simulated", "--json", *arguments, env=environment, cwd=test.folder)
+        self.program = start_vesk("--capture", "simulated", "--json", *arguments, prefix=prefix, env=environment, cwd=test.folder)
         self.documents = queue.Queue()
         self.errors = []
         self.readers = [threading.Thread(target=self.read_documents), threading.Thread(target=self.read_errors)]

@@ -31,9 +31,15 @@ TEST(PrintableText, KeepsWhatPeopleWriteAndNothingThatCommandsATerminal) {
       {"zero, bell, delete", std::string("\0\a\x7F", 3), r + r + r},
       {"breaks and tabs", "a\r\nb\tc\v\f", "a  b c  "},
       {"breaks of Unicode", "a\xC2\x85\xE2\x80\xA8\xE2\x80\xA9", "a   "},
-      {"eight-bit escape", "\xC2\x9B" "31m", r + "31m"},
+      {"eight-bit escape",
+       "\xC2\x9B"
+       "31m",
+       r + "31m"},
       {"direction", "mov.\xE2\x80\xAEgpj\xE2\x81\xA6\xE2\x80\x8F\xD8\x9C", "mov." + r + "gpj" + r + r + r},
-      {"a byte alone", "a\xFF\x9B" "b", "a" + r + r + "b"},
+      {"a byte alone",
+       "a\xFF\x9B"
+       "b",
+       "a" + r + r + "b"},
       {"cut off", "a\xE3\x82", "a" + r + r},
       {"overlong escape", "\xC0\x9B\xE0\x80\x9B", r + r + r + r + r},
       {"surrogate", "\xED\xA0\x80", r + r + r},
