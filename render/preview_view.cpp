@@ -82,6 +82,10 @@ void VeskPreviewView::refresh(const CIImageRef& image) {
   setDisplaySize({extent.width, extent.height});
 }
 
+bool VeskPreviewView::showsUnscaled(CGSize size) {
+  return size.width < kScaledFrom.width && size.height < kScaledFrom.height;
+}
+
 void VeskPreviewView::prepareOpenGL() {
   window()->setAcceptsMouseMovedEvents(true);
   openGLContext()->setValues(1, NSOpenGLCPSwapInterval);
@@ -183,7 +187,7 @@ void VeskPreviewView::drawPicture(CGRect region) {
     drawBlackView();
     return;
   }
-  if (_cleanRect.width < kScaledFrom.width && _cleanRect.height < kScaledFrom.height) {
+  if (showsUnscaled({_cleanRect.width, _cleanRect.height})) {
     const CGPoint corner{(frame().width - _cleanRect.width) * 0.5F, (frame().height - _cleanRect.height) * 0.5F};
     _context->drawImage(_image, corner, region);
     return;

@@ -57,6 +57,10 @@ class VESK_EXPORT VeskPreviewView : public NSOpenGLView {
   /// Shows a new frame whole: the image, with its extent as clean rectangle and as display size.
   void refresh(const CIImageRef& image);
 
+  /// Whether pictures of `size` are shown at their own size. A view that is smaller than such a picture
+  /// shows only its lower left part.
+  static bool showsUnscaled(CGSize size);
+
   /// The part of the image that is shown, in its pixels.
   void setCleanRect(CGRect rect) { _cleanRect = rect; }
   /// The size whose aspect ratio a scaled picture has.

@@ -213,7 +213,7 @@ void VeskPreviewSession::showNewest() {
   }
   const auto view = mPreviewView.lock();
   if (!image || !mIsRunning || !view) return;
-  ++mShown;
+  if (!view->cannotDraw()) ++mShown;
   view->refresh(image);
 }
 

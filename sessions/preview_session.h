@@ -23,7 +23,7 @@ class VeskVideoDevice;
 /// How a preview has gone since the session was made.
 struct PreviewStatistics {
   uint64_t frames = 0;    ///< pictures decoded
-  uint64_t shown = 0;     ///< pictures handed to the view
+  uint64_t shown = 0;     ///< pictures handed to a view that can draw
   uint64_t replaced = 0;  ///< pictures that a newer one replaced before the main thread got to them
 };
 

@@ -103,6 +103,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     const CMVideoDimensions size = windowSize(mPlan.videoFormat->dimensions());
     mView = VeskPreviewView::initWithFrame({0, 0, static_cast<float>(size.width), static_cast<float>(size.height)});
     mWindow.emplace(mLoop, mView, size.width, size.height, nameOf(*mPlan.camera->deviceInfo()));
+    mWindow->holdPicture(mPlan.videoFormat->dimensions().width, mPlan.videoFormat->dimensions().height);
     mWindow->setKeyHandler([this](int key) { keyPressed(key); });
     mWindow->setCloseHandler([this] { mLoop.stop(); });
   }

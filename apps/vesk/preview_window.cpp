@@ -5,6 +5,7 @@
 #include <fmt/core.h>
 
 #include <cctype>
+#include <cmath>
 
 #include "apps/vesk/host.h"
 #include "apps/vesk/program.h"
@@ -89,6 +90,15 @@ PreviewWindow& PreviewWindow::of(GLFWwindow* window) {
 
 void PreviewWindow::setTitle(const std::string& title) {
   glfwSetWindowTitle(mWindow, title.c_str());
+}
+
+void PreviewWindow::holdPicture(int width, int height) {
+  if (!VeskPreviewView::showsUnscaled({static_cast<float>(width), static_cast<float>(height)})) return;
+  int points = 0;
+  glfwGetWindowSize(mWindow, &points, nullptr);
+  const double scale = points > 0 ? static_cast<double>(mView->bounds().width) / points : 1.0;
+  glfwSetWindowSizeLimits(mWindow, static_cast<int>(std::ceil(width / scale)),
+                          static_cast<int>(std::ceil(height / scale)), GLFW_DONT_CARE, GLFW_DONT_CARE);
 }
 
 /// The view counts in pixels of the surface, which a scaled screen has more of than of points: so a

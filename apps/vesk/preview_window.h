@@ -32,6 +32,9 @@ class PreviewWindow : public HostWindow {
   /// Called when a person closes the window.
   void setCloseHandler(std::function<void()> handler) { mCloseHandler = std::move(handler); }
   void setTitle(const std::string& title);
+  /// Keeps a person from making the window smaller than a picture of width × height pixels that is
+  /// shown unscaled.
+  void holdPicture(int width, int height);
 
   bool makeContextCurrent() override;
   void clearCurrentContext() override;

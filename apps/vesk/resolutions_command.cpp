@@ -1,11 +1,13 @@
 #include <fmt/core.h>
 
 #include <charconv>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "apps/vesk/commands.h"
@@ -30,8 +32,11 @@ uint32_t readProduct(const std::string& text) {
 
 /// Why a catalogue has no list for a product.
 Failure missing(const std::string& path, uint32_t product) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return {kFailed, fmt::format("\"{}\" cannot be read.", path), "Name a catalogue file."};
+  std::error_code ignored;
+  std::ifstream file;
+  // Opening a pipe would wait for its other end.
+  if (std::filesystem::is_regular_file(path, ignored)) file.open(path, std::ios::binary);
+  if (!file.is_open()) return {kFailed, fmt::format("\"{}\" cannot be read.", path), "Name a catalogue file."};
   std::vector<char> bytes(NSXMLParser::kMostBytes + 1);
   file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   NSError error;

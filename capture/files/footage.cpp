@@ -95,7 +95,7 @@ bool lookAtH264(TrackReader& reader, PictureTrack& track, int64_t& start, AVRati
   track.width = parser->width;
   track.height = parser->height;
   track.canBeDecoded = PictureConverter::canConvert(static_cast<AVPixelFormat>(parser->format));
-  track.form = isInOrder ? PictureForm::kH264 : PictureForm::kOther;
+  track.form = isInOrder ? PictureCoding::kH264 : PictureCoding::kOther;
   rate = av_mul_q(context->framerate, {1, 2});  // the parser counts fields
   return true;
 }
@@ -118,9 +118,9 @@ bool lookAtDecoded(std::unique_ptr<TrackReader>& reader, PictureTrack& track, in
   rate = isRate(decoder->codec().framerate) ? decoder->codec().framerate : rateOfPacket(decoder->reader());
   start = std::min(start, decoder->time().value_or(0));
   const bool isPacked = codec == AV_CODEC_ID_RAWVIDEO && format == AV_PIX_FMT_UYVY422 && frame->width % 2 == 0;
-  if (codec == AV_CODEC_ID_MJPEG) track.form = PictureForm::kMotionJPEG;
-  if (isPacked) track.form = PictureForm::kPacked422;
-  if (track.form == PictureForm::kOther && !track.canBeDecoded) {
+  if (codec == AV_CODEC_ID_MJPEG) track.form = PictureCoding::kMotionJPEG;
+  if (isPacked) track.form = PictureCoding::kPacked422;
+  if (track.form == PictureCoding::kOther && !track.canBeDecoded) {
     error = cannotRead(decoder->reader(), "its pictures are of a form that cannot be converted");
     return false;
   }
@@ -136,7 +136,7 @@ std::optional<PictureTrack> lookAtPictures(Probe& probe, std::string& error) {
       error = cannotRead(*probe.reader, "no picture in it can be read");
       return std::nullopt;
     }
-    if (track.form == PictureForm::kOther && !track.canBeDecoded) {
+    if (track.form == PictureCoding::kOther && !track.canBeDecoded) {
       error = cannotRead(*probe.reader, "its pictures are of a form that cannot be converted");
       return std::nullopt;
     }
@@ -198,7 +198,7 @@ std::optional<SoundTrack> lookAtSound(Probe& probe, std::string& error) {
 // --- Both ---
 
 bool isAsItStands(const PictureTrack& track) {
-  return track.form != PictureForm::kOther;
+  return track.form != PictureCoding::kOther;
 }
 bool isAsItStands(const SoundTrack& track) {
   return track.form != SoundForm::kOther;
@@ -232,9 +232,9 @@ int64_t findEnd(TrackReader& reader, bool inOrder) {
 
 std::vector<uint32_t> PictureTrack::codecs() const {
   std::vector<uint32_t> codecs;
-  if (form == PictureForm::kH264) codecs.push_back(kCMVideoCodecType_H264);
-  if (form == PictureForm::kMotionJPEG) codecs.push_back(kCMVideoCodecType_MotionJPEG);
-  if (form == PictureForm::kPacked422 || (canBeDecoded && decodedWidth() > 0)) {
+  if (form == PictureCoding::kH264) codecs.push_back(kCMVideoCodecType_H264);
+  if (form == PictureCoding::kMotionJPEG) codecs.push_back(kCMVideoCodecType_MotionJPEG);
+  if (form == PictureCoding::kPacked422 || (canBeDecoded && decodedWidth() > 0)) {
     codecs.push_back(kCMPixelFormat_422YpCbCr8);
   }
   return codecs;
@@ -289,7 +289,7 @@ std::unique_ptr<UnitReader> pictureUnits(const PictureTrack& track, uint32_t cod
                                          std::string& error) {
   if (codec == kCMVideoCodecType_H264) return std::make_unique<H264Units>(std::move(reader));
   if (codec == kCMVideoCodecType_MotionJPEG) return std::make_unique<MotionJPEGUnits>(std::move(reader));
-  if (track.form == PictureForm::kPacked422) {
+  if (track.form == PictureCoding::kPacked422) {
     return std::make_unique<Packed422Units>(std::move(reader), size_t{2} * track.width * track.height);
   }
   auto decoder = TrackDecoder::open(std::move(reader), error);

@@ -12,7 +12,7 @@
 namespace vesk::capture {
 
 /// How a picture track stands in its file.
-enum class PictureForm {
+enum class PictureCoding {
   kH264,        ///< without reordering: delivered as it stands
   kMotionJPEG,  ///< delivered as it stands
   kPacked422,   ///< delivered as it stands
@@ -27,7 +27,7 @@ enum class SoundForm {
 
 struct PictureTrack {
   TrackChoice choice;
-  PictureForm form = PictureForm::kOther;
+  PictureCoding form = PictureCoding::kOther;
   int width = 0;  ///< cropped
   int height = 0;
   bool canBeDecoded = false;

@@ -219,7 +219,7 @@ class Conversion {
       plist_t item = nullptr;
       plist_array_next_item(node, place, &item);
       if (!item) break;
-      result.push_back(PropertyList(value(item, level + 1)));
+      result.emplace_back(value(item, level + 1));
     }
     return result;
   }

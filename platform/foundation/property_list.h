@@ -24,7 +24,7 @@ class VESK_EXPORT PropertyList {
   /// same bits. Strings are valid UTF-8.
   using Value = std::variant<bool, int64_t, double, std::string, Data, Date, Array, Dictionary>;
 
-  explicit PropertyList(Value value) : mValue(std::move(value)) {}
+  explicit PropertyList(Value&& value) : mValue(std::move(value)) {}
 
   /// The value as a T (one of the types above); null when it is of another type.
   template <class T>

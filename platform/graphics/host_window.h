@@ -11,7 +11,8 @@ namespace vesk {
 /// What carries a view: a window of a program's own, or a widget of its toolkit. Implemented by the
 /// host, which also feeds the view (NSOpenGLView): its size, the pointer, and displayIfNeeded.
 ///
-/// The context is an OpenGL 2.1 compatibility context. The preview view draws a pixel for a point: a
+/// The context is an OpenGL 2.1 compatibility context, or a later one with the compatibility profile; in
+/// another nothing is drawn, and the log says so once. The preview view draws a pixel for a point: a
 /// host on a scaled screen gives it a frame in pixels, and leaves backingScale at 1, or scales what
 /// was drawn itself. Threads: the main thread only.
 class VESK_EXPORT HostWindow {

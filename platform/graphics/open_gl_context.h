@@ -33,6 +33,8 @@ class VESK_EXPORT NSOpenGLContext : public std::enable_shared_from_this<NSOpenGL
   /// Whether it has what drawing here needs: OpenGL 2.1 or later with the compatibility profile. Found
   /// out with the first call, for which it must be current, and logged then when it has not.
   bool canDraw();
+  /// Whether that is known, and it has not.
+  bool isUnfit() const { return mCanDraw == false; }
   /// To be called after the view's size changed, with the context current.
   void update();
   void setValues(int32_t value, NSOpenGLContextParameter parameter);

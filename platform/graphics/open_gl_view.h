@@ -51,6 +51,9 @@ class VESK_EXPORT NSOpenGLView : public NSResponder {
   /// without a window that can be drawn in.
   CGImageRef snapshot();
 
+  /// Whether the first drawing found that the window's context is none to draw in.
+  bool cannotDraw() const { return mContext && mContext->isUnfit(); }
+
   /// Null without a window.
   const std::shared_ptr<NSOpenGLContext>& openGLContext() const { return mContext; }
   const std::shared_ptr<const NSOpenGLPixelFormat>& pixelFormat() const { return mPixelFormat; }

@@ -114,7 +114,7 @@ void checkPictures(const Clip& clip, const Footage& footage) {
     if (codec == kCMVideoCodecType_H264) {
       expectAccessUnits(units);
       EXPECT_EQ(decodeUnits(units, AV_CODEC_ID_H264), original.pictures);
-    } else if (codec == kCMVideoCodecType_MotionJPEG || track.form == PictureForm::kPacked422) {
+    } else if (codec == kCMVideoCodecType_MotionJPEG || track.form == PictureCoding::kPacked422) {
       expectAsInFile(units, original.packets);
     } else {
       for (const Unit& unit : units) ASSERT_EQ(unit.bytes.size(), size_t{2} * track.decodedWidth() * track.height);

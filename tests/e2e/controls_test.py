@@ -1,5 +1,6 @@
 """Controls, heads, information and resolutions, seen from outside."""
 import json
+import os
 import plistlib
 import unittest
 
@@ -196,6 +197,8 @@ class Information(ControlsTest):
         self.fails(1, "resolutions", CATALOGUE, "--product", "1")
         self.fails(1, "resolutions", self.folder, "--product", "1")
         self.fails(2, "resolutions", CATALOGUE, "--product", "camera")
+        os.mkfifo(self.folder / "pipe.xml")
+        self.fails(1, "resolutions", self.folder / "pipe.xml", "--product", "1")
         damaged = self.folder / "damaged.xml"
         damaged.write_text("<Resolutions>\n<Camera>")
         self.assertIn("line 2", self.fails(1, "resolutions", damaged, "--product", "1"))

@@ -163,6 +163,20 @@ class Previews(MovieTest):
         reds = sum(red > 150 and green < 90 and blue < 90 for red, green, blue in (pixel(x, y) for x in range(10, 100) for y in range(5, 35)))
         self.assertGreater(reds, 60, "the label is on while it records")
 
+    def test_window_cannot_become_smaller_than_a_small_picture(self):
+        environment = {**os.environ, **self.display.environment}
+        for size, least in (("320x240", "320 by 240"), ("640x360", None)):
+            running = Running(self, "preview", "--format", size, "--no-audio", environment=self.display.environment)
+            window = tool_on(environment, "xdotool", "search", "--sync", "--onlyvisible", "--name", "Simulated Camera").split()[0]
+            hints = tool_on(environment, "xprop", "-id", window, "WM_NORMAL_HINTS")
+            if least:
+                self.assertIn(f"minimum size: {least}", hints)
+            else:
+                self.assertNotIn("minimum size", hints)
+            running.program.send_signal(signal.SIGTERM)
+            running.next()
+            running.end(0, ask=False)
+
     def wait_for_light(self, is_bright, running):
         """Waits until the desktop shows the colour bars' first, or nothing in their place."""
         shot = self.folder / "desktop.png"

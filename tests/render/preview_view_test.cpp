@@ -392,6 +392,7 @@ TEST_F(PreviewViewTest, SaysOnceThatAContextCannotDrawAndPresentsNothing) {
   core.makeContextCurrent();
   EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
   EXPECT_EQ(core.presents, 0);
+  EXPECT_TRUE(view->cannotDraw());
   ASSERT_EQ(lines.size(), 1U);
   EXPECT_NE(lines[0].find("OpenGL 2.1"), std::string::npos) << lines[0];
   view->setWindow(nullptr);
