@@ -15,7 +15,7 @@ constexpr int32_t kMicroseconds = 1'000'000;
 constexpr uint32_t kFramesPerPacket = 1024;
 
 /// In one sample: kLongestSilence at any rate that AAC knows, and little memory at others.
-constexpr uint64_t kMostSilentPackets = 1 << 14;
+constexpr uint64_t kMostSilentPackets = 400'000;
 
 /// One packet of silence, shared by all that are put in.
 constexpr uint8_t kSilencePacket[4] = {0x00, 0xD0, 0x00, 0x07};

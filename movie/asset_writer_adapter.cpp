@@ -133,13 +133,15 @@ int32_t AVAssetWriterAdapter::addSampleLocked(const CMSampleBufferRef& sample,
   RecordingCounters::Track& counters = isVideo ? mCounters->video : mCounters->audio;
 
   const size_t size = sample->data().size();
+  const uint64_t waiting = counters.bytesWaiting();
+  const bool hasRoom = queue.count() == 0 || (waiting < kQueueBytes && size <= kQueueBytes - waiting);
   RecordingCounters::add(counters.queued);  // before the writer queue can take it
-  RecordingCounters::add(mCounters->bytesQueued, size);
-  if (queue.enqueue(CMSampleBufferRef(sample))) {
+  RecordingCounters::add(counters.bytesQueued, size);
+  if (hasRoom && queue.enqueue(CMSampleBufferRef(sample))) {
     mCounters->noteEnd(endOf(*sample));
   } else {
     counters.queued.fetch_sub(1, std::memory_order_relaxed);
-    mCounters->bytesQueued.fetch_sub(size, std::memory_order_relaxed);
+    counters.bytesQueued.fetch_sub(size, std::memory_order_relaxed);
     RecordingCounters::add(counters.dropped);
     printToError("[FATAL] dropping packet!\n");
   }
@@ -227,7 +229,7 @@ int32_t AVAssetWriterAdapter::AddSampleFromQueue(SampleQueue& queue, AVAssetWrit
     const CMSampleBufferRef sample = queue.dequeue();
     if (!sample) break;
     counters.taken.fetch_add(1, std::memory_order_release);
-    mCounters->bytesTaken.fetch_add(sample->data().size(), std::memory_order_release);
+    counters.bytesTaken.fetch_add(sample->data().size(), std::memory_order_release);
     if (!input->appendSampleBuffer(sample)) {
       NSLog("[FATAL]: Failed to insert sample!!!");
       RecordingCounters::add(counters.refused);
@@ -280,7 +282,7 @@ void AVAssetWriterAdapter::finishWriting(AVAssetWriter& writer) {
 
 void AVAssetWriterAdapter::drain(SampleQueue& queue, RecordingCounters::Track& counters) {
   while (const CMSampleBufferRef sample = queue.dequeue()) {
-    RecordingCounters::add(mCounters->bytesTaken, sample->data().size());
+    RecordingCounters::add(counters.bytesTaken, sample->data().size());
     RecordingCounters::add(counters.refused);
     RecordingCounters::add(counters.taken);
   }

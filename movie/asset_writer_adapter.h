@@ -22,7 +22,7 @@ constexpr int32_t kMovieDiskFull = -199;
 constexpr int32_t kMovieWriterFailed = -200;  ///< anything else
 
 /// Puts the samples of one recording into a movie file without making anyone wait: each track has a
-/// bounded queue, which callers fill and the serial queue "Media Writer Queue" empties.
+/// queue bounded in samples and in bytes, which callers fill and the serial queue "Media Writer Queue" empties.
 ///
 /// Samples are gathered before the writer is woken: it runs when a queue holds 32, or 100 ms after
 /// the first that waits.

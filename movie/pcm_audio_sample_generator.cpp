@@ -13,8 +13,6 @@ namespace vesk {
 namespace {
 
 constexpr int32_t kTimeScale = 1'000'000;
-/// Bytes of silence in one sample: room for kLongestSilence of any common format.
-constexpr uint64_t kMostSilentBytes = uint64_t{64} << 20;
 
 AudioStreamBasicDescription describe(uint32_t sampleRate, uint16_t channels, uint16_t bitsPerChannel) {
   const uint32_t bytesPerFrame = uint32_t{channels} * bitsPerChannel / 8;
@@ -80,7 +78,7 @@ uint64_t PCMAudioSampleGenerator::silencePackets(uint64_t frames, uint64_t times
   const uint64_t packets = gap / duration;
   if (packets == 0) return 0;
   const uint64_t bytesPerPacket = frames * mStreamDescription->mBytesPerFrame;
-  if (gap > kLongestSilence || packets > kMostSilentBytes / bytesPerPacket) {
+  if (packets > kMostSilentBytes / bytesPerPacket) {
     reportOpenGap(gap);
     mNextTime = timestamp;
     return 0;

@@ -7,6 +7,9 @@ namespace vesk {
 /// Samples that a queue to the writer holds; beyond them samples are dropped.
 constexpr uint32_t kVideoQueueCapacity = 300;
 constexpr uint32_t kAudioQueueCapacity = 1000;
+/// Bytes that each of them holds beside its last sample: 300 raw pictures of 4K would be 5 GB, and a
+/// disk that hangs would take the machine with it.
+constexpr uint64_t kQueueBytes = uint64_t{512} << 20;
 
 /// How full the queues to a movie's writer are, in samples.
 struct QueueLevels {

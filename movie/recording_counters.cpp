@@ -16,6 +16,10 @@ uint64_t value(const RecordingCounters::Count& count) {
 
 }  // namespace
 
+uint64_t RecordingCounters::Track::bytesWaiting() const {
+  return difference(bytesQueued, bytesTaken);
+}
+
 void RecordingCounters::noteEnd(uint64_t end) {
   uint64_t furthest = value(mDuration);
   while (end > furthest && !mDuration.compare_exchange_weak(furthest, end, std::memory_order_relaxed)) {
@@ -52,7 +56,7 @@ QueueLevels RecordingCounters::levels() const {
   QueueLevels result;
   result.videoWaiting = static_cast<uint32_t>(difference(video.queued, video.taken));
   result.audioWaiting = static_cast<uint32_t>(difference(audio.queued, audio.taken));
-  result.bytesWaiting = difference(bytesQueued, bytesTaken);
+  result.bytesWaiting = video.bytesWaiting() + audio.bytesWaiting();
   return result;
 }
 

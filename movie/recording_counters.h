@@ -24,6 +24,11 @@ class VESK_EXPORT RecordingCounters {
     Count refused{0};   ///< taken, but the writer did not want them
     Count dropped{0};   ///< never queued: the queue was full, or they came out of order
     Count heldBack{0};  ///< nothing to record in them, or not yet
+    Count bytesQueued{0};
+    Count bytesTaken{0};
+
+    /// Bytes that were queued and not yet taken.
+    uint64_t bytesWaiting() const;
   };
 
   static void add(Count& count, uint64_t more = 1) { count.fetch_add(more, std::memory_order_relaxed); }
@@ -40,8 +45,6 @@ class VESK_EXPORT RecordingCounters {
   Track audio;
   Count silence{0};  ///< packets put in to fill gaps
   Count bytes{0};
-  Count bytesQueued{0};  ///< by both tracks
-  Count bytesTaken{0};   ///< from both queues
   std::atomic<bool> writerMissing{false};
 
  private:

@@ -4,10 +4,14 @@
 
 namespace vesk {
 
-/// The longest gap in the sound that is filled with silence: a minute. A longer one, say after the
-/// machine slept or a clock jumped, is left open and the sound goes on at its capture time: the
-/// memory for the silence stays bounded, and the writer keeps the track's time.
-constexpr uint64_t kLongestSilence = 60'000'000;  // microseconds
+// Silence that fills a gap lies in one sample, so it is bounded. A longer gap, say after the machine
+// slept or a clock jumped, is left open and the sound goes on at its capture time: the writer keeps
+// the track's time.
+
+/// The longest gap that packets of AAC fill: an hour.
+constexpr uint64_t kLongestSilence = 3'600'000'000;  // microseconds
+/// Bytes of PCM silence in one sample: almost six minutes of 48 kHz stereo.
+constexpr uint64_t kMostSilentBytes = uint64_t{64} << 20;
 
 /// Microseconds that `frames` last at `sampleRate` frames a second, which is not 0.
 constexpr uint64_t soundDuration(uint64_t frames, uint32_t sampleRate) {

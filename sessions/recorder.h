@@ -33,7 +33,8 @@ class VESK_EXPORT VeskRecorder : public std::enable_shared_from_this<VeskRecorde
   VeskRecorder& operator=(const VeskRecorder&) = delete;
 
   /// Opens a movie at `path` (UTF-8), where any earlier file is deleted, for the devices' present
-  /// formats. A microphone that is null or has no format is left out, and so is a null camera.
+  /// formats; the file is its owner's alone (0600). A microphone that is null or has no format is left
+  /// out, and so is a null camera.
   /// @return 0 recording; 1 the movie's creator could not be made; 2 the camera has no format, or
   ///         neither camera nor microphone takes part; 8 the creator refused to open; 9 it is
   ///         recording already, which goes on undisturbed.

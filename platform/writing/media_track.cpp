@@ -8,14 +8,17 @@ namespace vesk {
 namespace {
 
 constexpr int64_t kSecond = 1'000'000;
-constexpr int64_t kSmallestGap = 2'000;           // microseconds; less is rounding and jitter
-constexpr uint64_t kLongestGapSeconds = 3600;     // longer ones are cut to this
-constexpr uint64_t kLongestSilenceSeconds = 600;  // of PCM, which takes space in the file
+constexpr int64_t kSmallestGap = 2'000;                   // microseconds; less is rounding and jitter
+constexpr uint64_t kLongestGapSeconds = 3600;             // longer ones are cut to this
+constexpr uint64_t kMostSilentBytes = uint64_t{1} << 30;  // of PCM: it lies in one fragment
 constexpr size_t kLargestSample = size_t{1} << 30;
 constexpr int64_t kFarthestStamp = int64_t{1} << 61;
 constexpr uint32_t kDurationOfLastPicture = 33'333;  // when its maker gave none
 constexpr size_t kSilenceBytes = size_t{256} << 10;
 const uint8_t kSilence[kSilenceBytes] = {};
+/// A packet of silence for two channels. Those that sources put in have one: decoders take all that
+/// follows one of them in a track of two for silence.
+const uint8_t kSilentPair[] = {0x21, 0x10, 0x04, 0x60, 0x8C, 0x1C};
 
 /// The stamp in microseconds; nothing when it is no time or too far away to reckon with.
 std::optional<int64_t> microsecondsOf(const CMTime& time) {
@@ -123,7 +126,7 @@ bool MediaTrack::acceptFrames(const CMSampleBuffer& sample, int64_t at) {
       frames -= over;
     } else if (wanted - end > smallestGap) {
       const uint64_t gap = static_cast<uint64_t>(wanted - end);
-      const uint64_t longest = kLongestSilenceSeconds * mDescription->timescale;
+      const uint64_t longest = std::min(kLongestGapSeconds * mDescription->timescale, kMostSilentBytes / frameSize);
       if (gap > longest) mBegin += static_cast<int64_t>(scaled(gap - longest, kSecond, mDescription->timescale));
       pushSilence(std::min(gap, longest));
     }
@@ -149,9 +152,16 @@ bool MediaTrack::acceptPackets(const CMSampleBuffer& sample, int64_t at) {
   }
   const uint8_t* bytes = sample.data().data();
   const auto same = static_cast<uint32_t>(sample.data().size() / count);
+  const auto* sound = dynamic_cast<const CMAudioFormatDescription*>(mFormat.get());
+  const bool isPair = sound && sound->streamBasicDescription().mFormatID == kAudioFormatMPEG4AAC &&
+                      sound->streamBasicDescription().mChannelsPerFrame == 2;
+  const uint32_t silentPairs = isPair ? std::min(sample.attachments().insertedSilence, count) : 0;
   for (uint32_t i = 0; i < count; ++i) {
     const uint32_t size = sizes.empty() ? same : sizes[i];
-    push(bytes, size, mDescription->defaultDuration, true);
+    if (i < silentPairs)
+      push(kSilentPair, sizeof kSilentPair, mDescription->defaultDuration, true);
+    else
+      push(bytes, size, mDescription->defaultDuration, true);
     bytes += size;
   }
   return true;

@@ -164,6 +164,10 @@ std::optional<ParsedFragment> readFragment(std::span<const uint8_t> body) {
       } else if (part->type == TrackRunAtom::kType) {
         auto run = readAtom<TrackRunAtom>(part->body);
         if (!run) return std::nullopt;
+        // Each of our samples has bytes. Without, a file of nothing would be worth millions of them.
+        for (const TrackRunAtom::Sample& sample : run->samples) {
+          if (sample.size == 0) return std::nullopt;
+        }
         track.runs.push_back(std::move(*run));
       }
     }

@@ -20,6 +20,7 @@ namespace {
 constexpr uint64_t kLargestFragmentHeader = uint64_t{16} << 20;
 constexpr uint64_t kLargestMovieHeader = uint64_t{128} << 20;
 constexpr size_t kMostTracks = 16;
+constexpr uint64_t kHeadersOfTrack = 1024;  // generously
 constexpr uint64_t kAlignment = 8;
 
 /// An atom at the top level of a file.
@@ -49,6 +50,7 @@ class MovieRecovery {
     walk();
     if (mError != 0) return failure(mError);
     if (mFinished) return coverFinished();
+    if (mIsTooLong) return nothing("It is too long for a plain movie and stays as it is.");
     if (mSamples == 0) return empty("It holds no picture and no sound yet.");
     return finish();
   }
@@ -200,11 +202,23 @@ class MovieRecovery {
     const uint64_t available = data->isWhole ? data->end() : mFileSize;
     const uint64_t before = mSamples;
     enterSamples(*parsed, atom.offset, data->body(), available);
+    if (tablesSize() > kLargestMovieHeader) {
+      mIsTooLong = true;
+      return false;
+    }
     if (mSamples != before) ++mFragments;
     mSequence = parsed->sequence;
     mTail = data->isWhole ? data->end() : data->offset;
     mTornData = !data->isWhole;
     return data->isWhole;
+  }
+
+  /// Of the plain movie's `moov`, at most.
+  uint64_t tablesSize() const {
+    uint64_t size = 0;
+    for (const Track& track : mTracks)
+      size += track.index.tablesSize() + track.description.sampleDescription.size() + kHeadersOfTrack;
+    return size;
   }
 
   void enterSamples(const ParsedFragment& fragment, uint64_t offset, uint64_t begin, uint64_t end) {
@@ -257,13 +271,23 @@ class MovieRecovery {
       if (!track.index.fitsTables()) return nothing("It is too long for a plain movie and stays as it is.");
     }
     const uint64_t dropped = mFileSize - std::min(mFileSize, mTornData ? mUsed : mTail);
+    // Nothing is changed before the whole end is made and there is room for it.
+    const auto header = makePlainMovieHeader(mHeader->movie, tracks, fourCharCode("free"));
+    if (const int error = findRoom(header.size())) return failure(error);
     uint64_t end = 0;
     if (const int error = closeTail(end)) return failure(error);
-    const auto header = makePlainMovieHeader(mHeader->movie, tracks, fourCharCode("free"));
     if (const int error = makeMoviePlain(mFile, header, end)) return failure(error);
     const double duration =
         static_cast<double>(movieDuration(mHeader->movie, tracks)) / static_cast<double>(mHeader->movie.timescale);
     return recovered(duration, pictures, dropped);
+  }
+
+  int findRoom(uint64_t size) {
+    constexpr uint64_t kClosedTail = 32;
+    const int error = mFile.preallocate(mFileSize, size + kClosedTail);
+    if (error != ENOSPC && error != EDQUOT && error != EFBIG) return 0;  // there is, or it cannot be told
+    mFile.truncate(mFileSize);
+    return error;
   }
 
   /// Makes one whole atom of the torn bytes at the end, so that readers find what comes behind it.
@@ -343,8 +367,9 @@ class MovieRecovery {
   uint32_t mSequence = 0;  ///< of the last fragment
   uint64_t mFragments = 0;
   uint64_t mSamples = 0;
-  uint64_t mUsed = 0;      ///< where the last sample ends
-  uint64_t mTail = 0;      ///< from here on the file is not understood
+  uint64_t mUsed = 0;  ///< where the last sample ends
+  uint64_t mTail = 0;  ///< from here on the file is not understood
+  bool mIsTooLong = false;
   bool mTornData = false;  ///< the tail is what there is of the last fragment's samples
   std::optional<FileAtom> mFinished;
   ParsedMovieHeader mFinishedMovie;

@@ -92,6 +92,12 @@ size_t SampleIndex::memory() const {
   return sizeof(*this) + mSizes.memory() + mDurations.memory() + mKeys.memory() + mChunks.memory();
 }
 
+uint64_t SampleIndex::tablesSize() const {
+  constexpr uint64_t kHeaders = 256;
+  const uint64_t listedSizes = mFrameSize == 0 && !mOneSize ? mCount * 4 : 0;
+  return kHeaders + listedSizes + (mDurationRuns + 2) * 8 + mKeyCount * 4 + (mChunkCount + 1) * (12 + 8);
+}
+
 void SampleIndex::writeTables(AtomWriter& writer, const TrackDescription& track) const {
   const auto table = writer.atom(fourCharCode("stbl"));
   {

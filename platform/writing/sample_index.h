@@ -80,6 +80,8 @@ class SampleIndex {
 
   /// Whether the tables can hold it all: they count samples in 32 bits.
   bool fitsTables() const { return mCount <= 0xFFFFFFFF; }
+  /// Bytes that the tables take at most, sample description apart.
+  uint64_t tablesSize() const;
   /// Writes `stbl` whole.
   void writeTables(AtomWriter& writer, const TrackDescription& track) const;
 

@@ -8,7 +8,9 @@
 #include <functional>
 #include <set>
 #include <string>
+#include <vector>
 
+#include "platform/foundation/atomic_file.h"
 #include "platform/foundation/bundle.h"
 #include "platform/foundation/file_calls.h"
 #include "tests/support/temporary_folder.h"
@@ -186,6 +188,50 @@ TEST(FileManager, TellsFreeSpaceOrNothing) {
   const TemporaryFolder folder;
   EXPECT_GT(NSFileManager::defaultManager().freeSpaceAtPath(folder.path()).value_or(0), 0U);
   EXPECT_FALSE(NSFileManager::defaultManager().freeSpaceAtPath(folder.file("missing")));
+}
+
+TEST(Paths, NamesAreShortenedAtACharacterAndStayApart) {
+  EXPECT_EQ(nameWithin("lesson.mov", 32), "lesson.mov");
+  std::string umlauts;
+  for (int i = 0; i < 100; ++i) umlauts += "\u00e4";
+  std::set<std::string> names;
+  for (const std::string& name : {umlauts, umlauts + "b", "b" + umlauts, umlauts + "c"}) {
+    const std::string within = nameWithin(name, 60);
+    EXPECT_LE(within.size(), 60U);
+    const size_t kept = within.find('~');
+    EXPECT_EQ(name.compare(0, kept, within, 0, kept), 0);
+    EXPECT_NE(static_cast<unsigned char>(name[kept]) & 0xC0, 0x80) << "half a character";
+    names.insert(within);
+  }
+  EXPECT_EQ(names.size(), 4U);
+}
+
+TEST(Modes, AreThoseOfNewFilesUnlessAPersonChoseOthers) {
+  const TemporaryFolder folder;
+  const auto modeOf = [&](const char* name) {
+    struct stat status = {};
+    stat(folder.file(name).c_str(), &status);
+    return status.st_mode & 07777;
+  };
+  const mode_t before = umask(026);
+  const std::string secret = folder.write("film", "");
+  chmod(secret.c_str(), 0600);
+  ASSERT_EQ(symlink(secret.c_str(), folder.file("link").c_str()), 0);
+  EXPECT_FALSE(giveOrdinaryMode(folder.file("link")));
+  EXPECT_FALSE(giveOrdinaryMode(folder.path()));
+  EXPECT_EQ(modeOf("film"), 0600U);
+  EXPECT_TRUE(giveOrdinaryMode(secret));
+  EXPECT_EQ(modeOf("film"), 0640U);
+
+  const std::vector<uint8_t> bytes{1, 2, 3};
+  EXPECT_TRUE(writeToFileAtomically(folder.file("settings"), bytes));
+  EXPECT_EQ(modeOf("settings"), 0640U);
+  chmod(folder.file("settings").c_str(), 0600);
+  EXPECT_TRUE(writeToFileAtomically(folder.file("settings"), bytes));
+  EXPECT_EQ(modeOf("settings"), 0600U) << "a file that is replaced keeps its mode";
+  EXPECT_TRUE(writeToFileAtomically(folder.file("link"), bytes));
+  EXPECT_EQ(contentOf(secret), "") << "the link is replaced, not followed";
+  umask(before);
 }
 
 TEST(Paths, SplitAndJoin) {

@@ -206,6 +206,57 @@ TEST(AssetWriterAdapter, DropsWhatItsQueueCannotHold) {
   EXPECT_EQ(counters->statistics().audioWaiting, 0U);
 }
 
+/// What waits for a disk that hangs is bounded in bytes too: large pictures fill memory long before
+/// there are 300 of them.
+TEST(AssetWriterAdapter, DropsWhatTakesTooManyBytes) {
+  constexpr uint32_t kSide = 4096;  // 32 MiB a picture
+  constexpr size_t kMost = kQueueBytes / (kSide * kSide * 2);
+  Gate gate;
+  MemoryFileSystem files;
+  const auto counters = std::make_shared<RecordingCounters>();
+  CapturedLines output;
+  CapturedLines lines(CapturedLines::Stream::kError);
+  UncompressedSampleGenerator generator(kSide, kSide, 30);
+  const auto picture = generator.CreateSample(Bytes(64, 0x55).data(), 64, 0);
+  ASSERT_TRUE(picture);
+  Samples samples;
+  AVAssetWriterAdapter adapter("a.mov", true, true, counters, &files);
+  files.setFaults([&](auto operation, size_t, uint64_t, size_t) {
+    if (operation == MemoryFileSystem::Operation::kWrite) gate.pass();
+    return MemoryFileSystem::Fault{ENOSPC};  // afterwards: nobody wants to write half a gigabyte
+  });
+  ASSERT_EQ(adapter.addAudioSample(samples.sound(0)), 0);
+  ASSERT_EQ(adapter.addVideoSample(picture), 0);
+  gate.waitUntilReached();  // with the first picture
+  for (size_t number = 0; number < kMost; ++number) ASSERT_EQ(adapter.addVideoSample(picture), 0);
+  EXPECT_EQ(counters->statistics().videoDropped, 0U);
+  EXPECT_EQ(adapter.addVideoSample(picture), 0);
+  EXPECT_EQ(adapter.addVideoSample(picture), 0);
+  EXPECT_EQ(adapter.addAudioSample(samples.sound(1)), 0);
+  EXPECT_EQ(counters->statistics().videoDropped, 2U);
+  EXPECT_EQ(counters->statistics().audioDropped, 0U) << "sound has a queue of its own";
+  EXPECT_EQ(lines.count("[FATAL] dropping packet!\n"), 2U);
+  gate.open();
+  adapter.finish();
+  EXPECT_EQ(counters->levels().bytesWaiting, 0U);
+}
+
+TEST(AssetWriterAdapter, LeavesAMovieAloneThatIsBeingRecorded) {
+  const TemporaryFolder folder;
+  Samples samples;
+  CapturedLines lines;
+  setLogSink([](std::string_view) {});
+  {
+    AVAssetWriterAdapter first(folder.file("a.mov"), true, false);
+    ASSERT_EQ(first.addVideoSample(samples.picture(0)), 0);
+    AVAssetWriterAdapter second(folder.file("a.mov"), true, false);
+    EXPECT_EQ(second.addVideoSample(samples.picture(0)), 0) << "finds the name taken";
+    EXPECT_NE(second.addVideoSample(samples.picture(0)), 0);
+  }
+  setLogSink(nullptr);
+  EXPECT_EQ(test::readMovie(folder.file("a.mov")).video.samples.size(), 1U);
+}
+
 TEST(AssetWriterAdapter, AnswersTheCodeOfTheFailure) {
   const struct {
     const char* label;

@@ -247,13 +247,18 @@ TEST(PCMSamples, LeaveHugeGapsToTheWriter) {
   EXPECT_EQ(next->presentationTimeStamp().value, static_cast<int64_t>(years + 21'333));
 }
 
-TEST(PCMSamples, SilenceOfTheLongestGapFits) {
-  PCMAudioSampleGenerator generator(48'000, 2, 16);
+TEST(PCMSamples, SilenceIsBoundedByItsBytesOnly) {
   CapturedLines lines;
-  ASSERT_TRUE(make(generator, pcmPacket(), 0));
-  const auto sample = make(generator, pcmPacket(), 21'333 + kLongestSilence);
-  ASSERT_TRUE(sample);
-  EXPECT_EQ(sample->attachments().insertedSilence, kLongestSilence / 21'333 * 1024);
+  CapturedLines errors(CapturedLines::Stream::kError);
+  constexpr uint64_t kMostPackets = kMostSilentBytes / 4096;  // five minutes and more
+  for (const uint64_t packets : {uint64_t{2900}, kMostPackets, kMostPackets + 1}) {
+    PCMAudioSampleGenerator generator(48'000, 2, 16);
+    ASSERT_TRUE(make(generator, pcmPacket(), 1'000'000));
+    const auto sample = make(generator, pcmPacket(), 1'021'333 + packets * 21'333);
+    ASSERT_TRUE(sample);
+    EXPECT_EQ(sample->attachments().insertedSilence, packets > kMostPackets ? 0 : packets * 1024);
+  }
+  EXPECT_EQ(errors.count("too long for silence"), 1U);
 }
 
 TEST(PCMSamples, SurviveDescriptionsThatMakeNoSense) {
@@ -335,7 +340,7 @@ TEST(AACSamples, LeaveHugeGapsToTheWriter) {
     for (const uint64_t timestamp : {0ULL, 150'000'000'000'000ULL, ISampleGenerator::kLatestTimestamp, ~0ULL}) {
       const auto sample = make(generator, bytes("2110"), timestamp);
       if (sample) {
-        EXPECT_LE(sample->numSamples(), 1U << 15);
+        EXPECT_LE(sample->numSamples(), 400'001U);
       }
     }
   }
@@ -345,6 +350,19 @@ TEST(AACSamples, LeaveHugeGapsToTheWriter) {
   ASSERT_TRUE(sample);
   EXPECT_EQ(sample->numSamples(), 1U);
   EXPECT_EQ(sample->presentationTimeStamp().value, 150'000'000 * 48'000LL);
+}
+
+TEST(AACSamples, FillAGapOfAnHour) {
+  CapturedLines lines(CapturedLines::Stream::kError);
+  for (const unsigned rate : {8'000U, 48'000U, 96'000U}) {
+    for (const uint64_t late : {0ULL, 1'000'000ULL}) {
+      AACAudioSampleGenerator generator(rate, 1);
+      const auto sample = make(generator, bytes("2110"), kLongestSilence + late);
+      ASSERT_TRUE(sample);
+      const uint64_t duration = 1024ULL * 1'000'000 / rate;
+      EXPECT_EQ(sample->attachments().insertedSilence, late == 0 ? kLongestSilence / duration : 0) << rate;
+    }
+  }
 }
 
 TEST(AACSamples, BufferListAndDescriptionsMustAgree) {

@@ -9,6 +9,8 @@
 #include <filesystem>
 #include <string_view>
 
+#include "platform/foundation/log.h"
+#include "tests/support/memory_file_system.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/writing/movie_probe.h"
 #include "tests/writing/recording.h"
@@ -59,6 +61,58 @@ TEST(FileSystem, SaysWhatIsWrong) {
   EXPECT_EQ(files.checkFolderOf(folder.path()), EISDIR);
   folder.write("c", "");
   EXPECT_EQ(files.checkFolderOf(folder.file("c/a")), ENOTDIR);
+}
+
+TEST(FileSystem, MakesNewFilesForTheirOwnerAloneAndFollowsNoLink) {
+  TemporaryFolder folder;
+  FileSystem& files = FileSystem::posix();
+  const mode_t before = umask(0);
+  open(folder.file("new"));
+  umask(before);
+  struct stat status;
+  ASSERT_EQ(stat(folder.file("new").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0600U);
+
+  folder.write("film", "somebody's");
+  std::filesystem::create_symlink(folder.file("film"), folder.file("link"));
+  std::filesystem::create_symlink(folder.file("nothing"), folder.file("dangling"));
+  std::filesystem::create_directory(folder.file("folder"));
+  int error = 0;
+  for (const char* taken : {"film", "link", "dangling", "folder"}) {
+    EXPECT_FALSE(files.open(folder.file(taken), FileMode::kCreateNew, error)) << taken;
+    EXPECT_EQ(error, EEXIST) << taken;
+  }
+  EXPECT_FALSE(std::filesystem::exists(folder.file("nothing")));
+  EXPECT_FALSE(files.open(folder.file("link"), FileMode::kReadWrite, error));
+  EXPECT_EQ(error, ELOOP);
+  EXPECT_EQ(contentOf(folder.file("film")), "somebody's");
+}
+
+TEST(FileSystem, SyncsAgainWhenInterruptedAndGetsByWhereItCannot) {
+  const struct {
+    int error;
+    int failures;  ///< before a sync succeeds
+    int result;
+    size_t lines;
+  } rows[] = {{EINTR, 3, 0, 0},         {EINVAL, 1000, 0, 1}, {ENOSYS, 1000, 0, 1},
+              {EOPNOTSUPP, 1000, 0, 1}, {EIO, 1000, EIO, 0},  {ENOSPC, 1000, ENOSPC, 0}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.error);
+    MemoryFileSystem files;
+    int error = 0;
+    const auto file = files.open("movie.mov", FileMode::kCreateNew, error);
+    int left = row.failures;
+    files.setFaults([&](auto operation, size_t, uint64_t, size_t) {
+      const bool fails = operation == MemoryFileSystem::Operation::kSync && left-- > 0;
+      return MemoryFileSystem::Fault{fails ? row.error : 0};
+    });
+    size_t lines = 0;
+    setLogSink([&lines](std::string_view) { ++lines; });
+    EXPECT_EQ(file->makeDurable(), row.result);
+    EXPECT_EQ(file->makeDurable(), row.result);
+    setLogSink(nullptr);
+    EXPECT_EQ(lines, row.lines);
+  }
 }
 
 TEST(FileSystem, LocksAFileForOneHandle) {

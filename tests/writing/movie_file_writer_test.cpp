@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <chrono>
+#include <condition_variable>
 #include <cstring>
-#include <thread>
+#include <mutex>
 
 #include "platform/foundation/byte_reader.h"
 #include "tests/support/memory_file_system.h"
@@ -306,6 +306,18 @@ TEST_F(PCMTimingTest, FillsAGapWithSilence) {
   EXPECT_EQ(values[1440], 2000);
 }
 
+TEST_F(PCMTimingTest, KeepsSoundInStepOverALongGap) {
+  mFormat = pcmFormat(8000, 1);
+  append(80, 0, 1000);
+  constexpr int64_t kGap = 1'200'000'000;  // twenty minutes
+  append(80, kGap, 2000);
+  const auto values = finishAndRead();
+  ASSERT_EQ(values.size(), kGap / 125 + 80U);
+  EXPECT_EQ(values[80], 0);
+  EXPECT_EQ(values[kGap / 125 - 1], 0);
+  EXPECT_EQ(values[kGap / 125], 2000);
+}
+
 TEST_F(PCMTimingTest, TakesSmallJitterAsContinuous) {
   append(480, 0, 1000);
   append(480, 11'900, 2000);
@@ -370,6 +382,18 @@ TEST_F(MovieFileWriterTest, StretchesThePacketBeforeAGapInAAC) {
   const ProbedMovie movie = finishAndProbe();
   ASSERT_EQ(movie.tracks[0].times.size(), times.size());
   for (size_t i = 0; i < times.size(); ++i) ASSERT_NEAR(movie.tracks[0].times[i], times[i], 1) << i;
+}
+
+TEST_F(MovieFileWriterTest, PutsSilenceForBothChannelsIntoAPairsTrack) {
+  const size_t sound = addSound();
+  const auto format = aacFormat(48000, 2);
+  ASSERT_TRUE(mWriter.start());
+  const auto sample = aacSample(format, 40, 0, true);
+  sample->attachments().insertedSilence = 40;
+  ASSERT_TRUE(mWriter.append(sound, sample));
+  const ProbedMovie movie = finishAndProbe(Probe::kDecode);  // a packet of one channel is complained about
+  EXPECT_EQ(movie.tracks[0].packets, 40);
+  EXPECT_GE(movie.tracks[0].decoded, 39 * 1024);
 }
 
 TEST_F(MovieFileWriterTest, TakesSeveralPacketsInOneSample) {
@@ -481,6 +505,21 @@ TEST_F(MovieFileWriterTest, FinishesAMovieWhenTheDiskHasRoomAgain) {
   EXPECT_GE(probe().find("h264")->packets, 67);
 }
 
+TEST_F(MovieFileWriterTest, LeavesNothingWhenItFailsBeforeItsFirstFragment) {
+  Recording recording(mWriter, Content::kH264AndPCM);
+  ASSERT_TRUE(mWriter.start());
+  size_t writes = 0;
+  mFiles.setFaults([&](auto operation, size_t, uint64_t, size_t) {
+    const bool fails = operation == MemoryFileSystem::Operation::kWrite && ++writes > 1;  // the header fits
+    return MemoryFileSystem::Fault{fails ? ENOSPC : 0};
+  });
+  EXPECT_FALSE(recording.recordUpTo(100));
+  EXPECT_GT(mFiles.bytes(kPath).size(), 0U);
+  EXPECT_FALSE(mWriter.finish());
+  EXPECT_FALSE(mFiles.exists(kPath)) << "a file without a picture";
+  EXPECT_EQ(mWriter.error().code, AVErrorDiskFull);
+}
+
 TEST_F(MovieFileWriterTest, GetsByOnShortAndInterruptedWrites) {
   Recording recording(mWriter, Content::kH264AndAAC);
   ASSERT_TRUE(mWriter.start());
@@ -501,10 +540,30 @@ TEST_F(MovieFileWriterTest, FailsWhenTheFolderVanishes) {
   Recording recording(mWriter, Content::kH264AndPCM);
   ASSERT_TRUE(mWriter.start());
   ASSERT_TRUE(recording.recordUpTo(50));
+  // It is looked for after each sync. What is recorded leads to one more; when a second has begun,
+  // the first has found the folder gone.
+  std::mutex mutex;
+  std::condition_variable changed;
+  int syncs = 0;
+  mFiles.setFaults([&](auto operation, size_t, uint64_t, size_t) {
+    if (operation == MemoryFileSystem::Operation::kSync) {
+      const std::lock_guard lock(mutex);
+      ++syncs;
+      changed.notify_all();
+    }
+    return MemoryFileSystem::Fault{};
+  });
   mFiles.removeFolder();
-  // It is looked for a few times a second.
-  for (size_t pictures = 50; recording.recordUpTo(pictures); pictures += 10)
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  std::unique_lock lock(mutex);
+  for (size_t pictures = 100;; pictures += 50) {
+    const int before = syncs;
+    lock.unlock();
+    const bool accepted = recording.recordUpTo(pictures);
+    lock.lock();
+    if (!accepted) break;
+    changed.wait(lock, [&] { return syncs > before; });
+  }
+  lock.unlock();
   EXPECT_EQ(mWriter.status(), AVAssetWriterStatus::Failed);
   EXPECT_EQ(mWriter.error().code, AVErrorFileFailedToWrite);
   EXPECT_FALSE(mWriter.finish());

@@ -10,6 +10,7 @@
 #include <random>
 #include <set>
 
+#include "platform/writing/movie_atoms.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/writing/movie_probe.h"
@@ -221,6 +222,51 @@ TEST(MovieRecovery, LeavesAloneWhatItShould) {
   }
   EXPECT_EQ(recover(finished).result.frames, 40U);
   EXPECT_NEAR(recover(finished).result.duration, 1.2, 0.03);
+}
+
+/// A hole in a file costs nothing, so zeros must not be worth samples.
+TEST(MovieRecovery, TakesNoSamplesWithoutBytes) {
+  auto bytes = recorded(Content::kH264AndPCM, 10, false);  // its header alone
+  AtomWriter writer(bytes);
+  {
+    const auto fragment = writer.atom(fourCharCode("moof"));
+    writeAtom(writer, FragmentHeaderAtom{1});
+    const auto track = writer.atom(fourCharCode("traf"));
+    writeAtom(writer, TrackFragmentHeaderAtom{.track = 1});
+    writeAtom(writer, TrackFragmentTimeAtom{0});
+    TrackRunAtom run;
+    run.dataOffset = 0;
+    run.samples.resize(1'000'000);
+    writeAtom(writer, run);
+  }
+  {
+    const auto data = writer.atom(fourCharCode("mdat"));
+    writer.zeros(8);
+  }
+  const Recovered recovered = recover(bytes);
+  EXPECT_EQ(recovered.result.outcome, RecoveryOutcome::kEmpty) << recovered.result.text;
+  EXPECT_EQ(recovered.bytes, bytes);
+}
+
+TEST(MovieRecovery, ChangesNothingWithoutRoomForTheEnd) {
+  const auto whole = recorded(Content::kH264AndPCM, 75, false);
+  const std::vector<uint8_t> torn(whole.begin(), whole.end() - 5000);
+  MemoryFileSystem files;
+  files.put(kPath, torn);
+  files.setFaults([](auto operation, size_t, uint64_t, size_t) {
+    return MemoryFileSystem::Fault{operation == MemoryFileSystem::Operation::kPreallocate ? ENOSPC : 0};
+  });
+  EXPECT_EQ(recoverMovie(kPath, files).outcome, RecoveryOutcome::kFailed);
+  EXPECT_EQ(files.bytes(kPath), torn);
+}
+
+TEST(MovieRecovery, FollowsNoLink) {
+  TemporaryFolder folder;
+  const auto unfinished = recorded(Content::kH264AndPCM, 75, false);
+  const std::string victim = folder.write("victim.mov", {unfinished.begin(), unfinished.end()});
+  ASSERT_EQ(symlink(victim.c_str(), folder.file("movie.mov").c_str()), 0);
+  EXPECT_EQ(recoverMovie(folder.file("movie.mov")).outcome, RecoveryOutcome::kFailed);
+  EXPECT_EQ(readFile(victim), unfinished);
 }
 
 TEST(MovieRecovery, RefusesAMovieThatIsBeingRecorded) {
