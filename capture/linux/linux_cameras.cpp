@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <map>
 #include <optional>
-#include <set>
 #include <utility>
 
 #include "capture/callback_slot.h"
@@ -16,6 +15,7 @@
 #include "capture/linux/extension_units.h"
 #include "capture/linux/linux_camera.h"
 #include "capture/linux/node_holder.h"
+#include "capture/one_by_one.h"
 #include "platform/foundation/log.h"
 #include "platform/foundation/mutex.h"
 
@@ -37,13 +37,13 @@ class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
   Roll(std::shared_ptr<V4L2Calls> calls, std::unique_ptr<CameraFinder> finder)
       : mCalls(std::move(calls)), mFinder(std::move(finder)) {}
 
-  /// The cameras that may be told of now.
+  /// The cameras to list: while changes are being told, those told of so far.
   std::vector<CameraRecord> records() VESK_EXCLUDES(mMutex) {
-    std::vector<CameraRecord> all = attached();
-    MutexLock lock(mMutex);
-    std::erase_if(all, [&](const CameraRecord& record)
-                           VESK_REQUIRES(mMutex) { return mReturning.contains(record.description.path); });
-    return all;
+    {
+      MutexLock lock(mMutex);
+      if (mTold) return *mTold;
+    }
+    return attached();
   }
 
   /// Asks each node once as long as it is attached: asking wakes a sleeping camera.
@@ -62,8 +62,9 @@ class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
     return makeRecords(known);
   }
 
+  /// The camera that is attached at `path`, told of or not.
   std::optional<CameraRecord> record(const std::string& path) {
-    for (CameraRecord& record : records()) {
+    for (CameraRecord& record : attached()) {
       if (record.description.path == path) return std::move(record);
     }
     return std::nullopt;
@@ -78,65 +79,58 @@ class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
       mFinder->watch([roll = weak_from_this()] {
         if (const auto self = roll.lock()) self->look();
       });
-    mPresent = attachments();
+    mPresent = attached();
   }
 
   std::shared_ptr<V4L2Calls> sharedCalls() { return mCalls; }
 
  private:
-  using Attachments = std::map<std::string, std::string>;  // by path
+  using Records = std::vector<CameraRecord>;
 
-  Attachments attachments() {
-    Attachments present;
-    for (const CameraRecord& record : attached()) present[record.description.path] = record.attachment;
-    return present;
+  /// One that was away so shortly that it is there again has another attachment, and counts as another.
+  static bool isSame(const CameraRecord& one, const CameraRecord& other) {
+    return one.description.path == other.description.path && one.attachment == other.attachment;
   }
 
-  /// Tells what has changed: comparing what is there, not counting events, tells everything once. A
-  /// camera that was away so shortly that it is there again has another attachment. It is not listed
-  /// while it is told to have gone, since whoever is told looks at the list.
-  void look() noexcept VESK_EXCLUDES(mRollMutex) try {
-    Attachments before;
-    Attachments now;
+  /// Tells what has changed: comparing what is there, not counting events, tells everything once.
+  void look() noexcept VESK_EXCLUDES(mRollMutex, mMutex) try {
+    const EndOfTelling end{*this};
+    const Records now = attached();
+    Records before;
     {
       MutexLock lock(mRollMutex);
-      now = attachments();
       before = std::exchange(mPresent, now);
     }
-    setReturning(before, now);
-    tellMissing(before, now, false);
-    setReturning({}, {});
-    tellMissing(now, before, true);
+    setTold(before);
+    tellOneByOne(before, now, isSame, [this](const Records& told, bool arrived) {
+      setTold(told);
+      mHandler.call(DeviceKind::kVideo, arrived);
+    });
   } catch (const std::exception& exception) {
     NSLog(std::string("The cameras could not be looked for: ") + exception.what());
+  } catch (...) {
+    NSLog("The cameras could not be looked for.");
   }
 
-  /// Tells of each that is among `some` but not among `others`.
-  void tellMissing(const Attachments& some, const Attachments& others, bool arrived) {
-    for (const auto& [path, attachment] : some) {
-      const auto other = others.find(path);
-      if (other == others.end() || other->second != attachment) mHandler.call(DeviceKind::kVideo, arrived);
-    }
-  }
+  struct EndOfTelling {
+    Roll& roll;
+    ~EndOfTelling() { roll.setTold(std::nullopt); }
+  };
 
-  void setReturning(const Attachments& before, const Attachments& now) VESK_EXCLUDES(mMutex) {
+  void setTold(std::optional<Records> told) VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
-    mReturning.clear();
-    for (const auto& [path, attachment] : before) {
-      const auto other = now.find(path);
-      if (other != now.end() && other->second != attachment) mReturning.insert(path);
-    }
+    mTold = std::move(told);
   }
 
   const std::shared_ptr<V4L2Calls> mCalls;
   CallbackSlot<DeviceKind, bool> mHandler;
-  Mutex mRollMutex;  // taken before mMutex
-  Attachments mPresent VESK_GUARDED_BY(mRollMutex);
+  Mutex mRollMutex;                              // taken before mMutex
+  Records mPresent VESK_GUARDED_BY(mRollMutex);  // when was last looked
   bool mIsWatching VESK_GUARDED_BY(mRollMutex) = false;
   Mutex mMutex;
   std::map<std::string, NodeIdentity> mIdentities VESK_GUARDED_BY(mMutex);
-  std::set<std::string> mReturning VESK_GUARDED_BY(mMutex);  // paths
-  const std::unique_ptr<CameraFinder> mFinder;               // ends its thread before the rest goes
+  std::optional<Records> mTold VESK_GUARDED_BY(mMutex);  // there while changes are being told
+  const std::unique_ptr<CameraFinder> mFinder;           // ends its thread before the rest goes
 };
 
 LinuxCameras::LinuxCameras() : LinuxCameras(V4L2Calls::system(), CameraFinder::system()) {}

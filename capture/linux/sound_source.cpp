@@ -2,11 +2,10 @@
 
 #include <pthread.h>
 
-#include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "capture/linux/sound_microphone.h"
+#include "capture/one_by_one.h"
 #include "platform/foundation/log.h"
 
 namespace vesk::capture {
@@ -26,6 +25,10 @@ SoundSource::~SoundSource() {
 }
 
 std::vector<Microphone> SoundSource::microphones() {
+  {
+    MutexLock lock(mMutex);
+    if (mTold) return *mTold;
+  }
   return mSystem->microphones();
 }
 
@@ -71,19 +74,12 @@ void SoundSource::setHotplugHandler(HotplugHandler handler) {
     ++mChanges;
     mChanged.notify_all();
   });
-  mKnown = paths();  // listed after changes are heard of, so that none falls in between
+  mKnown = mSystem->microphones();  // listed after changes are heard of, so that none falls in between
   MutexLock lock(mMutex);
   mWatcher = std::thread([this] {
     pthread_setname_np(pthread_self(), "vesk-sound-plug");
     while (waitForChange()) compare();
   });
-}
-
-std::vector<std::string> SoundSource::paths() {
-  std::vector<std::string> paths;
-  for (Microphone& microphone : microphones()) paths.push_back(std::move(microphone.description.path));
-  std::sort(paths.begin(), paths.end());
-  return paths;
 }
 
 /// Waits until something has changed and nothing more for a while, or a server that has gone is to be
@@ -108,14 +104,21 @@ bool SoundSource::waitForChange() {
 }
 
 void SoundSource::compare() {
-  auto now = paths();
-  std::vector<std::string> gone;
-  std::vector<std::string> come;
-  std::set_difference(mKnown.begin(), mKnown.end(), now.begin(), now.end(), std::back_inserter(gone));
-  std::set_difference(now.begin(), now.end(), mKnown.begin(), mKnown.end(), std::back_inserter(come));
-  mKnown = std::move(now);
-  for (size_t i = 0; i < gone.size(); ++i) mHandler.call(DeviceKind::kAudio, false);
-  for (size_t i = 0; i < come.size(); ++i) mHandler.call(DeviceKind::kAudio, true);
+  const auto before = std::exchange(mKnown, mSystem->microphones());
+  const auto isSame = [](const Microphone& one, const Microphone& other) {
+    return one.description.path == other.description.path;
+  };
+  setTold(before);
+  tellOneByOne(before, mKnown, isSame, [this](const std::vector<Microphone>& told, bool arrived) {
+    setTold(told);
+    mHandler.call(DeviceKind::kAudio, arrived);
+  });
+  setTold(std::nullopt);
+}
+
+void SoundSource::setTold(std::optional<std::vector<Microphone>> told) {
+  MutexLock lock(mMutex);
+  mTold = std::move(told);
 }
 
 void SoundSource::stopWatching() {

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -31,21 +32,22 @@ class SoundSource : public CaptureSource {
   /// Records beside a capture; where a microphone cannot be recorded from twice, it listens to it.
   std::unique_ptr<CaptureDevice> openForMetering(const std::string& path) override;
 
-  /// The microphones with what else is known about them, to pair cameras with.
-  std::vector<Microphone> microphones();
+  /// The microphones with what else is known about them, to pair cameras with; while changes are being
+  /// told, those told of so far.
+  std::vector<Microphone> microphones() VESK_EXCLUDES(mMutex);
 
  private:
   std::unique_ptr<CaptureDevice> openMicrophone(const std::string& path, bool isMeter);
-  std::vector<std::string> paths();
   bool waitForChange() VESK_EXCLUDES(mMutex);
-  void compare();
+  void compare() VESK_EXCLUDES(mMutex);
+  void setTold(std::optional<std::vector<Microphone>> told) VESK_EXCLUDES(mMutex);
   void stopWatching() VESK_EXCLUDES(mMutex);
 
   const std::shared_ptr<SoundSystem> mSystem;
   const std::shared_ptr<SoundSharing> mSharing;
   const std::chrono::milliseconds mQuiet;
   CallbackSlot<DeviceKind, bool> mHandler;
-  std::vector<std::string> mKnown;  // paths, sorted; of the watching thread once it runs
+  std::vector<Microphone> mKnown;  // of the watching thread once it runs
 
   Mutex mMutex;
   std::condition_variable_any mChanged;
@@ -54,6 +56,7 @@ class SoundSource : public CaptureSource {
   bool mIsWatching VESK_GUARDED_BY(mMutex) = false;
   bool mIsEnding VESK_GUARDED_BY(mMutex) = false;
   std::thread mWatcher VESK_GUARDED_BY(mMutex);
+  std::optional<std::vector<Microphone>> mTold VESK_GUARDED_BY(mMutex);  // there while changes are being told
 };
 
 }  // namespace vesk::capture

@@ -174,6 +174,29 @@ TEST_F(LinuxCameraList, TellsOfEachArrivalAndDepartureOnce) {
   EXPECT_EQ(told.items().size(), 4u);
 }
 
+TEST_F(LinuxCameraList, TellsWhatChangedInOneLookOneAfterTheOther) {
+  plugCamera(0, "2");
+  plugCamera(2, "4");
+  const auto first = paths();
+  std::vector<std::vector<std::string>> lists;  // at each event, the list after it
+  mSource.setHotplugHandler([&](DeviceKind, bool) { lists.push_back(paths()); });
+  plugCamera(4, "1");
+  plugCamera(6, "3");
+  const auto all = paths();
+  ASSERT_EQ(all.size(), 4u);
+  mFinder.tell();
+  EXPECT_EQ(lists, (std::vector<std::vector<std::string>>{{all[0], all[1], all[3]}, all}));
+
+  lists.clear();
+  for (int node = 0; node < 6; ++node) unplug("/dev/video" + std::to_string(node));
+  plugCamera(8, "5");  // three went and one came
+  mFinder.tell();
+  const auto last = paths();
+  ASSERT_EQ(last.size(), 2u);
+  EXPECT_EQ(lists, (std::vector<std::vector<std::string>>{
+                       {all[1], all[2], all[3]}, {all[2], all[3]}, {all[2]}, {all[2], last[1]}}));
+}
+
 TEST(LinuxCameraRecords, FallBackWhereThereIsNoPlace) {
   const auto known = [](const std::string& name, const std::string& bus, const std::string& card) {
     VideoNode node;

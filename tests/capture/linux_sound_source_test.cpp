@@ -381,6 +381,16 @@ TEST_F(SoundSourceTest, TellsOfEachMicrophoneThatComesOrGoesOnce) {
   EXPECT_EQ(events.items().size(), 2U);
 }
 
+TEST_F(SoundSourceTest, TellsOfTwoThatComeAtOnceOneAfterTheOther) {
+  Recorder<size_t> lists;  // how many are listed at each event
+  mSource->setHotplugHandler([&](DeviceKind, bool) { lists.add(mSource->devices(DeviceKind::kAudio).size()); });
+  mSystem->plug("b");
+  mSystem->plug("c");
+  EXPECT_EQ(lists.waitFor(2), (std::vector<size_t>{2, 3}));
+  mSystem->crash();
+  EXPECT_EQ(lists.waitFor(5), (std::vector<size_t>{2, 3, 2, 1, 0}));
+}
+
 TEST_F(SoundSourceTest, TellsOfArrivalsWhileTheServerReportsChangesAllTheTime) {
   Recorder<bool> events;
   mSource->setHotplugHandler([&](DeviceKind, bool arrived) { events.add(arrived); });
