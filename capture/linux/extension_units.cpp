@@ -126,9 +126,12 @@ int32_t UnitProperties::get(uint32_t request, const PropertySetIdentifier& set, 
   return askUnits(set, number, [&](const OpenNode& node, uint8_t unit) -> int32_t {
     uint32_t length = 0;
     if (const int error = askLength(node, unit, number, length)) return controlStatus(error);
-    if (value.size() < length) return kVCIInvalidArgument;
-    valueSize = length;
-    return controlStatus(query(node, unit, number, kQueries[request], value.first(length)));
+    // The kernel asks for the whole value; whoever asks for less is given its first bytes.
+    std::vector<uint8_t> whole(length);
+    if (const int error = query(node, unit, number, kQueries[request], whole)) return controlStatus(error);
+    valueSize = static_cast<uint32_t>(std::min(value.size(), whole.size()));
+    std::copy_n(whole.begin(), valueSize, value.begin());
+    return kVCISuccess;
   });
 }
 
