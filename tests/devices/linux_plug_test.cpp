@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 #include <thread>
 
@@ -31,6 +32,18 @@ class CountingDelegate : public VeskAVDeviceDelegate {
 
 size_t entriesOf(const char* folder) {
   return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(folder), {}));
+}
+
+/// How many threads there are once there are at most `few`, or at last: the kernel takes its time with
+/// those that have been joined. There may be fewer than before, since other tests' threads end meanwhile.
+size_t threadsOnceFew(size_t few) {
+  const auto latest = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  size_t count = entriesOf("/proc/self/task");
+  while (count > few && std::chrono::steady_clock::now() < latest) {
+    std::this_thread::yield();
+    count = entriesOf("/proc/self/task");
+  }
+  return count;
 }
 
 /// A camera that is plugged in, used and pulled out again and again, through all layers.
@@ -101,8 +114,8 @@ TEST_F(LinuxPlugTest, LeavesNothingBehindInAThousandRounds) {
   EXPECT_EQ(went, kRounds);
   EXPECT_EQ(mCalls->openCount(), 0u);
   EXPECT_EQ(mCalls->mappedCount(), 0u);
-  EXPECT_EQ(entriesOf("/proc/self/fd"), descriptors);
-  EXPECT_EQ(entriesOf("/proc/self/task"), threads);
+  EXPECT_LE(entriesOf("/proc/self/fd"), descriptors);
+  EXPECT_LE(threadsOnceFew(threads), threads);
 }
 
 }  // namespace
