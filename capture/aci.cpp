@@ -52,9 +52,10 @@ int32_t ACI_Enum_Wave_Formats(ACI_HANDLE handle, ACIWaveFormat* formats, uint32_
 
 int32_t ACI_Set_Capture_Parameters(ACI_HANDLE handle, const ACICaptureParameters* parameters) {
   if (!parameters) return kVCIInvalidArgument;
-  return withDevice(kAudio, handle, [&](CaptureDevice& device) {
-    return device.setWaveFormat(
-        {parameters->formatCode, parameters->channels, parameters->samplesPerSecond, parameters->bitsPerSample});
+  const WaveFormat format{parameters->formatCode, parameters->channels, parameters->samplesPerSecond,
+                          parameters->bitsPerSample};
+  return withOpenDevice(kAudio, handle, [&](OpenDevice& open) {
+    return open.setUp([&](CaptureDevice& device) { return device.setWaveFormat(format); });
   });
 }
 

@@ -21,7 +21,9 @@ inline bool isInsideCallback() {
 
 /// A callback that may be replaced or taken away while other threads are calling it. Once set has
 /// returned the callback of before does not run any more; only when set is called from inside a
-/// call of this slot does it return at once, and that call is the last.
+/// call of this slot does it return at once, and that call is the last. A callback that is set where
+/// there is none waits for nothing: what still runs took itself away from inside, and may be waiting
+/// for whoever sets the new one.
 ///
 /// Threads: every operation from any thread; the callback runs without a lock.
 template <class... Arguments>
@@ -33,9 +35,10 @@ class CallbackSlot {
   void set(Callback callback) VESK_EXCLUDES(mMutex) {
     auto next = callback ? std::make_shared<const Callback>(std::move(callback)) : nullptr;
     MutexLock lock(mMutex);
+    const bool isFirst = next && !mCallback;
     mCallback.swap(next);
     const uint64_t newest = ++mGeneration;
-    if (isCalledHere()) return;
+    if (isFirst || isCalledHere()) return;
     while (isOlderCallRunning(newest)) mReturned.wait(mMutex);
   }
 

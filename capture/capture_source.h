@@ -57,9 +57,11 @@ struct WaveFormat {
 /// count, and the time stamp in microseconds of the source's monotonic clock.
 using FrameCallback = std::function<void(uint8_t* bytes, uint32_t length, int64_t timestamp)>;
 
-/// An open device of a source. Calls come from any thread, at most one at a time for each device
-/// apart from stop, which may come while a callback runs. Answers are the status values of vci.h.
-/// Destroying the device stops it.
+/// An open device of a source. Calls come from any thread, for each device at most one at a time of
+/// those that set it up and start it, and at most one of those that ask it or set a property (formats,
+/// properties, mute and volume): one of either kind may run beside one of the other. Stop may come while
+/// a callback or a property call runs. Answers are the status values of vci.h. Destroying the device,
+/// which happens when no call runs, stops it.
 class CaptureDevice {
  public:
   virtual ~CaptureDevice() = default;

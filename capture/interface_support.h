@@ -49,7 +49,7 @@ inline int32_t enumerateDevices(DeviceKind kind, CaptureDeviceRecord* records, u
   if (!count) return kVCIInvalidArgument;
   return enumerate(Library::shared().devices(kind), records, count,
                    [&](const DeviceDescription& device, CaptureDeviceRecord& record) {
-                     copyText(toUtf16(device.path), record.path);
+                     copyText(recordPath(device.path), record.path);
                      copyText(toUtf16(device.name), record.name);
                      record.vendorID = device.vendorID;
                      record.productID = device.productID;
@@ -68,10 +68,10 @@ int32_t withOpenDevice(DeviceKind kind, void* handle, Function&& function) {
   });
 }
 
-/// The same with the source's device.
+/// The same with the source's device, to ask it and to set properties.
 template <class Function>
 int32_t withDevice(DeviceKind kind, void* handle, Function&& function) {
-  return withOpenDevice(kind, handle, [&](OpenDevice& device) { return device.call(function); });
+  return withOpenDevice(kind, handle, [&](OpenDevice& device) { return device.control(function); });
 }
 
 /// Opens the device at `path`; null when that cannot be, or `path` is null or has no end.

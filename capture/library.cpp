@@ -14,14 +14,18 @@
 namespace vesk::capture {
 namespace {
 
-constexpr size_t kPathUnits = std::size(CaptureDeviceRecord{}.path);
 constexpr uintptr_t kHandleStep = 16;  // never near null, never an address
 
-/// A path as the records show it.
-std::u16string shownPath(const std::string& path) {
-  char16_t field[kPathUnits];
-  copyText(toUtf16(path), field);
-  return field;
+/// Nothing that a source throws may end the watch of the others.
+void setHandler(CaptureSource& source, CaptureSource::HotplugHandler handler) {
+  std::string reason;
+  try {
+    return source.setHotplugHandler(std::move(handler));
+  } catch (const std::exception& exception) {
+    reason = std::string(": ") + exception.what();
+  } catch (...) {
+  }
+  printToError("vesk: arrivals and departures of devices are not seen%s\n", reason.c_str());
 }
 
 }  // namespace
@@ -102,7 +106,7 @@ Library::Handle Library::open(DeviceKind kind, std::u16string_view path) {
   if (!from) return nullptr;
   std::unique_ptr<CaptureDevice> device;
   for (const DeviceDescription& description : from->devices(kind)) {
-    if (shownPath(description.path) != path) continue;
+    if (recordPath(description.path) != path) continue;
     device = from->open(kind, description.path);
     break;
   }
@@ -193,13 +197,16 @@ void Library::watchSource() {
       }
       before = std::exchange(mWatched, now);
     }
-    try {
-      if (before) before->setHotplugHandler({});
-      if (now) now->setHotplugHandler([this](DeviceKind kind, bool arrived) { hotplugSlot(kind, arrived).call({}); });
-    } catch (const std::exception& exception) {
-      printToError("vesk: arrivals and departures of devices are not seen: %s\n", exception.what());
-    }
+    if (before) setHandler(*before, {});
+    if (now) setHandler(*now, [this](DeviceKind kind, bool arrived) { hotplugSlot(kind, arrived).call({}); });
   }
+}
+
+std::string sourcePathOf(CaptureSource& source, DeviceKind kind, const std::string& shown) {
+  for (DeviceDescription& device : source.devices(kind)) {
+    if (shownPath(device.path) == shown) return std::move(device.path);
+  }
+  return shown;
 }
 
 }  // namespace vesk::capture

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -72,5 +73,9 @@ class Library {
   int mDestructions VESK_GUARDED_BY(mMutex) = 0;  // devices going on threads of their own
   std::condition_variable_any mDestroyed;
 };
+
+/// The path by which a source knows the device that is shown at `shown` (see shownPath); `shown` itself
+/// when there is none.
+std::string sourcePathOf(CaptureSource& source, DeviceKind kind, const std::string& shown);
 
 }  // namespace vesk::capture

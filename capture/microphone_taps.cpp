@@ -8,6 +8,7 @@
 
 #include "capture/library.h"
 #include "capture/vci.h"
+#include "capture/wide_text.h"
 #include "platform/foundation/log.h"
 #include "platform/media/four_char_code.h"
 
@@ -82,7 +83,7 @@ std::vector<AudioTapProvider::Microphone> MicrophoneTaps::microphones() {
   return guarded(std::vector<Microphone>(), [] {
     std::vector<Microphone> microphones;
     for (DeviceDescription& device : Library::shared().devices(DeviceKind::kAudio))
-      microphones.push_back({std::move(device.path), std::move(device.name)});
+      microphones.push_back({shownPath(device.path), std::move(device.name)});
     return microphones;
   });
 }
@@ -90,7 +91,8 @@ std::vector<AudioTapProvider::Microphone> MicrophoneTaps::microphones() {
 std::unique_ptr<AudioTap> MicrophoneTaps::openTap(const std::string& uniqueID) {
   return guarded(std::unique_ptr<AudioTap>(), [&]() -> std::unique_ptr<AudioTap> {
     auto source = Library::shared().source();
-    auto device = source ? source->openForMetering(uniqueID) : nullptr;
+    if (!source) return nullptr;
+    auto device = source->openForMetering(sourcePathOf(*source, DeviceKind::kAudio, uniqueID));
     if (!device) return nullptr;
     const auto formats = device->waveFormats();
     const auto format = std::find_if(formats.begin(), formats.end(), canBeMetered);

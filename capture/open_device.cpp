@@ -5,7 +5,7 @@
 namespace vesk::capture {
 
 OpenDevice::OpenDevice(DeviceKind kind, std::shared_ptr<CaptureSource> source, std::unique_ptr<CaptureDevice> device)
-    : mKind(kind), mSource(std::move(source)), mDevice(std::move(device)) {}
+    : mKind(kind), mSource(std::move(source)), mDevice(std::move(device)), mControlled(mDevice) {}
 
 int32_t OpenDevice::start(uint32_t substream) {
   const bool isInside = mFrames->isInside();
@@ -46,7 +46,7 @@ void OpenDevice::setState(State state) {
 }
 
 int32_t OpenDevice::startDevice(uint32_t substream) try {
-  return call([&](CaptureDevice& device) {
+  return setUp([&](CaptureDevice& device) {
     return device.start(substream, [frames = mFrames](uint8_t* bytes, uint32_t length, int64_t timestamp) {
       frames->call(Event{bytes, length, timestamp});
     });
@@ -55,11 +55,11 @@ int32_t OpenDevice::startDevice(uint32_t substream) try {
   return kVCIFailed;
 }
 
-// Without the call mutex: the callback that it waits for may be making a call.
+// Without the mutex: the callback that it waits for may be making a call.
 int32_t OpenDevice::stopDevice(uint32_t substream) try {
   std::shared_ptr<CaptureDevice> device;
   {
-    MutexLock lock(mCallMutex);
+    MutexLock lock(mStreamingMutex);
     device = mDevice;
   }
   return device ? device->stop(substream) : int32_t{kVCISuccess};
@@ -77,7 +77,11 @@ std::shared_ptr<void> OpenDevice::close() {
   };
   auto remains = std::make_shared<Remains>();
   remains->source = mSource;
-  MutexLock lock(mCallMutex);
+  {
+    MutexLock lock(mControlMutex);
+    mControlled = nullptr;
+  }
+  MutexLock lock(mStreamingMutex);
   remains->device = std::move(mDevice);
   return remains;
 }

@@ -18,8 +18,9 @@ struct Event {
 };
 using EventSlot = CallbackSlot<const Event&>;
 
-/// A device behind a handle. Keeps the source's rules for it: one call at a time, start and stop in
-/// turn; and the host's: calls from inside a frame callback never wait for that callback.
+/// A device behind a handle. Keeps the source's rules for it: start and stop in turn, and of the other
+/// calls one at a time; and the host's: calls from inside a frame callback never wait for that callback,
+/// and a head's stop never waits for a camera that is slow to start.
 ///
 /// Threads: every operation from any thread.
 class OpenDevice {
@@ -35,11 +36,19 @@ class OpenDevice {
   /// Once it has returned no callback runs, unless called from inside it. 0 also when stopped already.
   int32_t stop() VESK_EXCLUDES(mStateMutex);
 
-  /// Calls the source's device; kVCIInvalidHandle when it has been closed meanwhile.
+  /// Sets the source's device up for the next start; kVCIInvalidHandle when it has been closed meanwhile.
   template <class Function>
-  int32_t call(Function&& function) VESK_EXCLUDES(mCallMutex) {
-    MutexLock lock(mCallMutex);
+  int32_t setUp(Function&& function) VESK_EXCLUDES(mStreamingMutex) {
+    MutexLock lock(mStreamingMutex);
     return mDevice ? function(*mDevice) : int32_t{kVCIInvalidHandle};
+  }
+
+  /// Asks the source's device for its formats and properties, or sets a property, also while it is being
+  /// set up, started or stopped; kVCIInvalidHandle when it has been closed meanwhile.
+  template <class Function>
+  int32_t control(Function&& function) VESK_EXCLUDES(mControlMutex) {
+    MutexLock lock(mControlMutex);
+    return mControlled ? function(*mControlled) : int32_t{kVCIInvalidHandle};
   }
 
   /// Stops the device and ends the subscription. What it answers must be destroyed by a thread that
@@ -53,8 +62,8 @@ class OpenDevice {
     return mState == State::kStarting || mState == State::kStopping;
   }
   void setState(State state) VESK_EXCLUDES(mStateMutex);
-  int32_t startDevice(uint32_t substream) VESK_EXCLUDES(mCallMutex);
-  int32_t stopDevice(uint32_t substream) VESK_EXCLUDES(mCallMutex);
+  int32_t startDevice(uint32_t substream) VESK_EXCLUDES(mStreamingMutex);
+  int32_t stopDevice(uint32_t substream) VESK_EXCLUDES(mStreamingMutex);
 
   const DeviceKind mKind;
   const std::shared_ptr<CaptureSource> mSource;  // outlives its device
@@ -65,8 +74,11 @@ class OpenDevice {
   State mState VESK_GUARDED_BY(mStateMutex) = State::kIdle;
   uint32_t mSubstream VESK_GUARDED_BY(mStateMutex) = 0;  // of the last start
 
-  Mutex mCallMutex;  // never held while waiting for a callback
-  std::shared_ptr<CaptureDevice> mDevice VESK_GUARDED_BY(mCallMutex);
+  // Neither is held while waiting for a callback, nor one inside the other. Both guard the same device.
+  Mutex mStreamingMutex;
+  std::shared_ptr<CaptureDevice> mDevice VESK_GUARDED_BY(mStreamingMutex);
+  Mutex mControlMutex;
+  std::shared_ptr<CaptureDevice> mControlled VESK_GUARDED_BY(mControlMutex);
 };
 
 }  // namespace vesk::capture

@@ -7,6 +7,7 @@
 #include "capture/library.h"
 #include "capture/linux/linux_source.h"
 #include "capture/simulated/simulated_source.h"
+#include "capture/wide_text.h"
 
 namespace vesk::capture {
 namespace {
@@ -122,15 +123,16 @@ std::shared_ptr<CaptureSource> currentSource() {
 
 std::string microphoneOf(const std::string& cameraPath) try {
   const auto source = currentSource();
-  return source ? source->microphoneOf(cameraPath) : std::string();
-} catch (const std::exception&) {
+  if (!source) return {};
+  return shownPath(source->microphoneOf(sourcePathOf(*source, DeviceKind::kVideo, cameraPath)));
+} catch (...) {
   return {};  // it is a preference, no more
 }
 
 std::string cameraAtNode(const std::string& node) try {
   const auto source = currentSource();
-  return source ? source->cameraAtNode(node) : std::string();
-} catch (const std::exception&) {
+  return source ? shownPath(source->cameraAtNode(node)) : std::string();
+} catch (...) {
   return {};
 }
 

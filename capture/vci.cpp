@@ -125,9 +125,10 @@ int32_t VCI_Enum_Frame_Intervals(VCI_HANDLE handle, const VCIPixelFormat* format
 
 int32_t VCI_Set_Capture_Parameters(VCI_HANDLE handle, const VCICaptureParameters* record) {
   if (!record) return kVCIInvalidArgument;
-  return withDevice(kVideo, handle, [&](CaptureDevice& device) {
+  return withOpenDevice(kVideo, handle, [&](OpenDevice& open) {
     const auto parameters = readParameters(*record);
-    return parameters ? device.setVideoParameters(*parameters) : int32_t{kVCIInvalidArgument};
+    if (!parameters) return int32_t{kVCIInvalidArgument};
+    return open.setUp([&](CaptureDevice& device) { return device.setVideoParameters(*parameters); });
   });
 }
 

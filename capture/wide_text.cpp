@@ -2,11 +2,17 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
+
+#include "capture/records.h"
 
 namespace vesk::capture {
 namespace {
 
 constexpr char16_t kReplacement = 0xFFFD;
+constexpr std::string_view kReplacementBytes = "\xEF\xBF\xBD";
+constexpr size_t kPathUnits = std::size(CaptureDeviceRecord{}.path);
+constexpr char16_t kLoneByte = 0xDC00;
 
 bool isHighSurrogate(char16_t unit) {
   return (unit & 0xFC00) == 0xD800;
@@ -35,16 +41,17 @@ Decoded decodeFirst(std::string_view text) {
   return {character, bytes};
 }
 
-}  // namespace
-
-std::u16string toUtf16(std::string_view text) {
+/// UTF-8 as UTF-16, each byte that belongs to no character as `unitOf` it.
+template <class UnitOf>
+std::u16string convert(std::string_view text, const UnitOf& unitOf) {
   std::u16string units;
   units.reserve(text.size());
   while (!text.empty()) {
     const Decoded decoded = decodeFirst(text);
+    const auto first = static_cast<uint8_t>(text.front());
     text.remove_prefix(std::max<size_t>(1, decoded.bytes));
     if (decoded.bytes == 0) {
-      units += kReplacement;
+      units += unitOf(first);
     } else if (decoded.character < 0x10000) {
       units += static_cast<char16_t>(decoded.character);
     } else {
@@ -53,6 +60,31 @@ std::u16string toUtf16(std::string_view text) {
     }
   }
   return units;
+}
+
+}  // namespace
+
+std::u16string toUtf16(std::string_view text) {
+  return convert(text, [](uint8_t) { return kReplacement; });
+}
+
+std::u16string recordPath(std::string_view path) {
+  char16_t field[kPathUnits];
+  copyText(convert(path, [](uint8_t byte) { return static_cast<char16_t>(kLoneByte + byte); }), field);
+  return field;
+}
+
+std::string shownPath(std::string_view path) {
+  std::string shown;
+  for (size_t room = kPathUnits - 1; !path.empty();) {
+    const Decoded decoded = decodeFirst(path);
+    const size_t units = decoded.character < 0x10000 ? 1 : 2;
+    if (units > room) break;
+    room -= units;
+    shown += decoded.bytes == 0 ? kReplacementBytes : path.substr(0, decoded.bytes);
+    path.remove_prefix(std::max<size_t>(1, decoded.bytes));
+  }
+  return shown;
 }
 
 void copyText(std::u16string_view text, std::span<char16_t> field) {

@@ -10,6 +10,13 @@ namespace vesk::capture {
 /// UTF-8 as UTF-16; each byte that belongs to no character becomes U+FFFD.
 std::u16string toUtf16(std::string_view text);
 
+/// A source's path as the records hold it: UTF-8 as UTF-16, each byte that belongs to no character as
+/// the lone surrogate 0xDC00 + byte, so that two paths never become one; cut to a record's field.
+std::u16string recordPath(std::string_view path);
+
+/// The same path as devices and hosts show it: UTF-8, what has no place in it as U+FFFD.
+std::string shownPath(std::string_view path);
+
 /// Copies text into a record's field and terminates it. Text that is too long is cut before the
 /// character that does not fit whole; what is left of the field becomes zero.
 void copyText(std::u16string_view text, std::span<char16_t> field);

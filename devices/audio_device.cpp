@@ -17,7 +17,7 @@ void AudioFrameCompletionCallback(void*, ACI_EVENT_INFO* info) {
 
 }  // namespace
 
-std::shared_ptr<const VeskDeviceList> VeskAudioDevice::getAudioDeviceList() {
+VeskDeviceListPtr VeskAudioDevice::getAudioDeviceList() {
   return VeskDeviceManager::getSharedInstance()->getAudioDeviceList();
 }
 

@@ -31,7 +31,7 @@ using CMAudioFormatList = std::vector<CMAudioFormatDescriptionRef>;
 class VESK_EXPORT VeskAudioDevice : public VeskAVDevice, public std::enable_shared_from_this<VeskAudioDevice> {
  public:
   /// The microphones attached now, from the device manager.
-  static std::shared_ptr<const VeskDeviceList> getAudioDeviceList();
+  static VeskDeviceListPtr getAudioDeviceList();
 
   /// The microphone of the record, closed and idle; null for no record.
   static std::shared_ptr<VeskAudioDevice> initWithDeviceInfo(std::shared_ptr<VeskDeviceInfo> info);

@@ -1,9 +1,9 @@
 #include "devices/av_device.h"
 
+#include <iterator>
 #include <string>
 #include <utility>
 
-#include "Source/Utilities/unistr.h"
 #include "capture/vci.h"
 #include "devices/audio_device.h"
 #include "devices/delegate_list.h"
@@ -44,10 +44,10 @@ const VeskDeviceDelegates& VeskAVDevice::delegates() const {
 
 int32_t VeskAVDevice::openHandle(void* (*open)(const char16_t* path)) {
   if (mIsOpen) return kVeskStatusSuccess;
-  char16_t path[sizeof(CaptureDeviceRecord::path) / sizeof(char16_t)];
-  const auto text = mDeviceInfo->path();
-  if (!text || !unistr_copyFromUTF8(path, *text)) return kVeskStatusFailed;
-  mHandle = open(path);
+  const auto path = mDeviceInfo->pathUnits();
+  if (!path || path->size() >= std::size(CaptureDeviceRecord{}.path)) return kVeskStatusFailed;
+  mHandle = open(path->c_str());
+  mIsCapturing = false;  // a stop that failed before the last close is of no matter to a new handle
   mIsOpen = mHandle != nullptr;
   return mIsOpen ? kVeskStatusSuccess : kVeskStatusFailed;
 }
@@ -57,7 +57,6 @@ void VeskAVDevice::closeHandle() {
   VCI_Close_Device(mHandle);
   mHandle = nullptr;
   mIsOpen = false;
-  mIsCapturing = false;  // closing ends capture even where stopping failed
 }
 
 }  // namespace vesk

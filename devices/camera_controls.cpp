@@ -45,7 +45,7 @@ constexpr CameraControl kControls[] = {
     {ID::kZoom, "zoom", kCameraControlSet, kZoom, 4, kSigned32, kAlone, "", kNone,
      "magnification; the steps are the camera's own", 0, 0},
     {ID::kPan, "pan", kCameraControlSet, kPanTilt, 8, kSigned32, kFirstOfPosition, "arc seconds", kNone,
-     "where the head points, to the right above 0", 0, 0},
+     "where the head points, to the right above 0 (as the camera looks: clockwise from above)", 0, 0},
     {ID::kTilt, "tilt", kCameraControlSet, kPanTilt, 8, kSigned32, kSecondOfPosition, "arc seconds", kNone,
      "where the head points, up above 0", 0, 0},
     {ID::kMirror, "mirror", kMirrorSet, kMirror, 1, kByte, kAlone, "", kNone,
@@ -53,9 +53,9 @@ constexpr CameraControl kControls[] = {
     {ID::kRelativeZoom, "relativeZoom", kCameraControlSet, kRelativeZoom, 4, kSigned32, kAlone, "", kNone,
      "zooms in above 0 and out below", 0, 0},
     {ID::kRelativePan, "relativePan", kRelativeMotionSet, kMotionPanTilt, 4, kSigned16, kFirstOfMove, "", kNone,
-     "turns the head sideways from where it is; the steps are the camera's own", 0, 0},
+     "turns the head sideways from where it is, to the right above 0; the steps are the camera's own", 0, 0},
     {ID::kRelativeTilt, "relativeTilt", kRelativeMotionSet, kMotionPanTilt, 4, kSigned16, kSecondOfMove, "", kNone,
-     "turns the head up or down from where it is; the steps are the camera's own", 0, 0},
+     "turns the head up above 0 and down below, from where it is; the steps are the camera's own", 0, 0},
 };
 // clang-format on
 

@@ -4,6 +4,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/foundation/export.h"
@@ -23,9 +25,14 @@ class VESK_EXPORT VeskDeviceInfo {
   /// What the user is shown, UTF-8.
   std::optional<std::string> name() const VESK_EXCLUDES(mMutex);
   void setName(std::optional<std::string> name) VESK_EXCLUDES(mMutex);
-  /// The capture interface's path of the device, UTF-8.
+  /// The capture interface's path of the device, UTF-8; what has no place there (half a surrogate pair)
+  /// is shown as U+FFFD.
   std::optional<std::string> path() const VESK_EXCLUDES(mMutex);
   void setPath(std::optional<std::string> path) VESK_EXCLUDES(mMutex);
+  /// The same path unit by unit, as the capture interface told it and takes it; none without a path, or
+  /// when the one that was set is not UTF-8.
+  std::optional<std::u16string> pathUnits() const VESK_EXCLUDES(mMutex);
+  void setPathUnits(std::u16string_view units) VESK_EXCLUDES(mMutex);
 
   uint16_t productID() const { return mProductID; }
   void setProductID(uint16_t productID) { mProductID = productID; }
@@ -45,6 +52,7 @@ class VESK_EXPORT VeskDeviceInfo {
   mutable Mutex mMutex;
   std::optional<std::string> mName VESK_GUARDED_BY(mMutex);
   std::optional<std::string> mPath VESK_GUARDED_BY(mMutex);
+  std::optional<std::u16string> mPathUnits VESK_GUARDED_BY(mMutex);
   uint16_t mProductID = 0;
   uint16_t mVendorID = 0;
   int32_t mDeviceType = kVeskDeviceTypeVideo;
@@ -53,5 +61,19 @@ class VESK_EXPORT VeskDeviceInfo {
 
 /// Records in the order in which the capture interface lists the devices.
 using VeskDeviceList = std::vector<std::shared_ptr<VeskDeviceInfo>>;
+
+/// A list as it is handed out, which lives for as long as it is held. `*` of an answer that nobody holds
+/// is a copy, so that a loop over it is safe whatever events do meanwhile:
+///
+///     for (const auto& camera : *VeskVideoDevice::getVideoDeviceList()) …
+class VeskDeviceListPtr : public std::shared_ptr<const VeskDeviceList> {
+ public:
+  VeskDeviceListPtr() = default;
+  VeskDeviceListPtr(std::shared_ptr<const VeskDeviceList> list) noexcept
+      : std::shared_ptr<const VeskDeviceList>(std::move(list)) {}
+
+  const VeskDeviceList& operator*() const& { return *get(); }
+  VeskDeviceList operator*() const&& { return *get(); }
+};
 
 }  // namespace vesk

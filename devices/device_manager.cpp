@@ -6,8 +6,10 @@
 
 #include "Source/Utilities/unistr.h"
 #include "capture/aci.h"
+#include "capture/callback_slot.h"
 #include "capture/vci.h"
 #include "devices/enumeration.h"
+#include "devices/nudge_gate.h"
 #include "platform/foundation/bundle.h"
 #include "platform/foundation/log.h"
 #include "platform/foundation/mutex.h"
@@ -43,10 +45,16 @@ constexpr CaptureLibraryHalf kAudioHalf{kVeskDeviceTypeAudio, false, ACI_Enum_De
 
 /// The shared instance. `isStarting` keeps other callers waiting until the library runs;
 /// `isStopping` lets them have the old instance until it has stopped, since a handler that an event
-/// is waiting for may be among them.
+/// is waiting for may be among them. For the same reason a handler does not wait for a start: the
+/// thread that starts may be waiting for the handler to return.
 struct Shared {
   Mutex mutex;
   std::condition_variable_any started;
+
+  void waitForStart() VESK_REQUIRES(mutex) {
+    while (isStarting && !capture::isInsideCallback()) started.wait(mutex);
+  }
+
   std::shared_ptr<VeskDeviceManager> instance VESK_GUARDED_BY(mutex);
   bool isStarting VESK_GUARDED_BY(mutex) = false;
   bool isStopping VESK_GUARDED_BY(mutex) = false;
@@ -80,7 +88,7 @@ std::shared_ptr<VeskDeviceInfo> infoFrom(const CaptureDeviceRecord& record, cons
   auto info = std::make_shared<VeskDeviceInfo>();
   info->setName(
       VeskDeviceManager::getDeviceFriendlyName(record.productID, unistr_createUTF8(unistr_view(record.name))));
-  info->setPath(unistr_createUTF8(unistr_view(record.path)));
+  info->setPathUnits(unistr_view(record.path));
   info->setProductID(record.productID);
   info->setVendorID(record.vendorID);
   if (half.hasRevision) info->setRevisionID(record.revisionID);
@@ -88,7 +96,7 @@ std::shared_ptr<VeskDeviceInfo> infoFrom(const CaptureDeviceRecord& record, cons
   return info;
 }
 
-VeskDeviceList enumerate(const CaptureLibraryHalf& half) {
+VeskDeviceList recordsOf(const CaptureLibraryHalf& half) {
   VeskDeviceList devices;
   for (const auto& record : enumerateRecords<CaptureDeviceRecord>(half.enumDevices))
     devices.push_back(infoFrom(record, half));
@@ -102,7 +110,7 @@ std::shared_ptr<VeskDeviceManager> VeskDeviceManager::getSharedInstance() {
   std::shared_ptr<VeskDeviceManager> manager;
   {
     const MutexLock lock(all.mutex);
-    while (all.isStarting) all.started.wait(all.mutex);
+    all.waitForStart();
     if (all.instance) return all.instance;
     // Events may come as soon as it starts, so it can be found from here on.
     manager.reset(new VeskDeviceManager);
@@ -110,23 +118,36 @@ std::shared_ptr<VeskDeviceManager> VeskDeviceManager::getSharedInstance() {
     all.isStarting = true;
   }
   manager->start();
+  bool isUnwanted = false;
   {
     const MutexLock lock(all.mutex);
     all.isStarting = false;
+    isUnwanted = all.isStopping;
   }
   all.started.notify_all();
+  if (isUnwanted) stopShared();
   return manager;
 }
 
 void VeskDeviceManager::destroy() {
   Shared& all = shared();
+  {
+    const MutexLock lock(all.mutex);
+    all.waitForStart();
+    if (!all.instance || all.isStopping) return;
+    all.isStopping = true;
+    if (all.isStarting) return;  // a handler destroys it: the thread that starts it stops it again
+  }
+  stopShared();
+}
+
+/// Stops the instance and forgets it; isStopping has been set.
+void VeskDeviceManager::stopShared() {
+  Shared& all = shared();
   std::shared_ptr<VeskDeviceManager> manager;
   {
     const MutexLock lock(all.mutex);
-    while (all.isStarting) all.started.wait(all.mutex);
-    if (!all.instance || all.isStopping) return;
     manager = all.instance;
-    all.isStopping = true;
   }
   manager->stop();
   const MutexLock lock(all.mutex);
@@ -144,54 +165,69 @@ void VeskDeviceManager::start() {
 }
 
 void VeskDeviceManager::stop() {
+  // The library closes every camera: a head that is turning gets its stop before.
+  const NudgeGate::Closing closing(NudgeGate::ofAllCameras());
   for (const uint32_t event : kVideoEvents) VCI_UnSubscribe_Event(nullptr, event);
   for (const uint32_t event : kAudioEvents) ACI_UnSubscribe_Event(nullptr, event);
   VCI_Cleanup();
   ACI_Cleanup();
 }
 
-std::shared_ptr<const VeskDeviceList> VeskDeviceManager::getVideoDeviceList() {
-  return read(mVideoDevices, kVideoHalf);
+VeskDeviceListPtr VeskDeviceManager::getVideoDeviceList() {
+  return mVideoDevices.get(kVideoHalf);
 }
 
-std::shared_ptr<const VeskDeviceList> VeskDeviceManager::getAudioDeviceList() {
-  return read(mAudioDevices, kAudioHalf);
+VeskDeviceListPtr VeskDeviceManager::getAudioDeviceList() {
+  return mAudioDevices.get(kAudioHalf);
 }
 
 void VeskDeviceManager::updateVideoDeviceList() {
-  update(mVideoDevices, kVideoHalf);
+  mVideoDevices.update(kVideoHalf);
 }
 void VeskDeviceManager::updateAudioDevicelist() {
-  update(mAudioDevices, kAudioHalf);
+  mAudioDevices.update(kAudioHalf);
 }
 
 VeskDeviceList VeskDeviceManager::enumarateVideoDevices() const {
-  return enumerate(kVideoHalf);
+  return recordsOf(kVideoHalf);
 }
 VeskDeviceList VeskDeviceManager::enumarateAudioDevices() const {
-  return enumerate(kAudioHalf);
+  return recordsOf(kAudioHalf);
 }
 
-std::shared_ptr<const VeskDeviceList> VeskDeviceManager::read(Devices& devices, const CaptureLibraryHalf& half) {
-  const MutexLock lock(devices.mutex);
-  if (!devices.list) devices.list = std::make_shared<const VeskDeviceList>(enumerate(half));
-  return devices.list;
+std::shared_ptr<const VeskDeviceList> VeskDeviceManager::Devices::current() const {
+  const MutexLock lock(mMutex);
+  return mList;
 }
 
-void VeskDeviceManager::update(Devices& devices, const CaptureLibraryHalf& half) {
+/// Makes the list anew and keeps it.
+std::shared_ptr<const VeskDeviceList> VeskDeviceManager::Devices::enumerate(const CaptureLibraryHalf& half) {
+  const auto list = std::make_shared<const VeskDeviceList>(recordsOf(half));
+  const MutexLock lock(mMutex);
+  return mList = list;
+}
+
+std::shared_ptr<const VeskDeviceList> VeskDeviceManager::Devices::get(const CaptureLibraryHalf& half) {
+  if (auto list = current()) return list;
+  const MutexLock updating(mUpdating);
+  if (auto list = current()) return list;  // made while we waited
+  return enumerate(half);
+}
+
+void VeskDeviceManager::Devices::update(const CaptureLibraryHalf& half) {
   std::shared_ptr<VeskDeviceInfo> changed;
   const char* name = KVXDeviceRemoved;
   {
-    const MutexLock lock(devices.mutex);
-    const auto before = devices.list ? devices.list : std::make_shared<const VeskDeviceList>();
-    const auto now = std::make_shared<const VeskDeviceList>(enumerate(half));
+    const MutexLock updating(mUpdating);
+    auto before = current();
+    if (!before) before = std::make_shared<const VeskDeviceList>();
+    const auto now = enumerate(half);
     if (now->size() > before->size()) {
       name = KVXDeviceAdded;
       changed = getOddDevice(*now, *before);
     } else {
       changed = getOddDevice(*before, *now);
     }
-    devices.list = now;
   }
   if (changed) NSNotificationCenter::defaultCenter().postNotificationName(name, nullptr, {{name, changed}});
 }

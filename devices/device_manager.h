@@ -11,7 +11,7 @@
 
 namespace vesk {
 
-/// Notifications of the default centre, about nobody: a device came or went. The user information
+/// Notifications of the default centre, without an object: a device came or went. The user information
 /// holds the device's record, a std::shared_ptr<VeskDeviceInfo>, under the notification's own name.
 /// Posted on the capture library's event thread.
 inline constexpr const char* KVXDeviceAdded = "kKVXDeviceAdded";
@@ -20,25 +20,27 @@ inline constexpr const char* KVXDeviceRemoved = "kKVXDeviceRemoved";
 struct CaptureLibraryHalf;
 
 /// Knows which cameras and microphones are attached. The first getSharedInstance starts the capture
-/// library; from then on the manager heeds arrivals and departures, and posts KVXDeviceAdded and
+/// library; from then on the manager follows arrivals and departures, and posts KVXDeviceAdded and
 /// KVXDeviceRemoved.
 ///
 /// Lists are never changed but replaced as a whole, with new records: compare records by path
-/// (VeskDeviceInfo::isEqualToDevice). A list that a caller holds stays as it is.
+/// (VeskDeviceInfo::isEqualToDevice). A list that a caller holds stays as it is; one that nobody holds
+/// goes with the next event, its records with it, so keep no reference into it.
 ///
 /// Threads: every operation from any thread, also from inside a notification's handler.
 class VESK_EXPORT VeskDeviceManager {
  public:
   /// The manager of the process, made and started at the first call and after destroy.
   static std::shared_ptr<VeskDeviceManager> getSharedInstance();
-  /// Stops the manager: events end (one being handled on another thread is waited for) and the
-  /// capture library is shut down. Lists already handed out stay. While this runs, others still get
-  /// the old manager; a second destroy meanwhile does nothing.
+  /// Stops the manager: events end (one being handled on another thread is waited for), motorised heads
+  /// that are being nudged get their stop, and the capture library is shut down. Lists already handed
+  /// out stay. While this runs, others still get the old manager; a second destroy meanwhile does nothing.
   static void destroy();
 
-  /// The devices attached, as of the first request or the last event: never null.
-  std::shared_ptr<const VeskDeviceList> getVideoDeviceList();
-  std::shared_ptr<const VeskDeviceList> getAudioDeviceList();
+  /// The devices attached, as of the first request or the last event: never null. Only the first request
+  /// waits for the devices.
+  VeskDeviceListPtr getVideoDeviceList();
+  VeskDeviceListPtr getAudioDeviceList();
 
   /// Enumerates anew, replaces the list, and posts what changed: one device that came when there
   /// are more than before, else one that went.
@@ -61,19 +63,31 @@ class VESK_EXPORT VeskDeviceManager {
   VeskDeviceManager& operator=(const VeskDeviceManager&) = delete;
 
  private:
-  struct Devices {
-    /// Held while enumerating, so that two updates see each other's list; never while calling out
-    /// to observers.
-    Mutex mutex;
-    std::shared_ptr<const VeskDeviceList> list VESK_GUARDED_BY(mutex);
+  class Devices {
+   public:
+    /// The list; enumerates when there is none yet.
+    std::shared_ptr<const VeskDeviceList> get(const CaptureLibraryHalf& half) VESK_EXCLUDES(mUpdating, mMutex);
+    /// Enumerates anew and posts what changed.
+    void update(const CaptureLibraryHalf& half) VESK_EXCLUDES(mUpdating, mMutex);
+
+   private:
+    std::shared_ptr<const VeskDeviceList> current() const VESK_EXCLUDES(mMutex);
+    std::shared_ptr<const VeskDeviceList> enumerate(const CaptureLibraryHalf& half) VESK_REQUIRES(mUpdating)
+        VESK_EXCLUDES(mMutex);
+
+    /// Held while enumerating, so that two updates see each other's list; never while calling out to
+    /// observers. Taken before mMutex.
+    Mutex mUpdating;
+    /// Held only to look at or exchange the pointer: a list in hand is given without waiting for devices.
+    mutable Mutex mMutex;
+    std::shared_ptr<const VeskDeviceList> mList VESK_GUARDED_BY(mMutex);
   };
 
   VeskDeviceManager() = default;
 
   void start();
   void stop();
-  static std::shared_ptr<const VeskDeviceList> read(Devices& devices, const CaptureLibraryHalf& half);
-  static void update(Devices& devices, const CaptureLibraryHalf& half);
+  static void stopShared();
 
   Devices mVideoDevices;
   Devices mAudioDevices;

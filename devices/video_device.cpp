@@ -9,6 +9,7 @@
 #include "devices/delegate_list.h"
 #include "devices/device_manager.h"
 #include "devices/enumeration.h"
+#include "devices/nudge_gate.h"
 #include "platform/foundation/byte_reader.h"
 #include "platform/media/four_char_code.h"
 
@@ -29,7 +30,7 @@ std::optional<uint32_t> codeOf(const std::string& text) {
 
 }  // namespace
 
-std::shared_ptr<const VeskDeviceList> VeskVideoDevice::getVideoDeviceList() {
+VeskDeviceListPtr VeskVideoDevice::getVideoDeviceList() {
   return VeskDeviceManager::getSharedInstance()->getVideoDeviceList();
 }
 
@@ -44,6 +45,9 @@ std::shared_ptr<VeskVideoDevice> VeskVideoDevice::initWithDeviceInfo(std::shared
   return std::shared_ptr<VeskVideoDevice>(new VeskVideoDevice(std::move(info)));
 }
 
+VeskVideoDevice::VeskVideoDevice(std::shared_ptr<VeskDeviceInfo> info)
+    : VeskAVDevice(std::move(info)), mNudgeGate(std::make_shared<NudgeGate>()) {}
+
 VeskVideoDevice::~VeskVideoDevice() {
   closeDevice();
 }
@@ -55,7 +59,7 @@ int32_t VeskVideoDevice::openDevice() {
 }
 
 void VeskVideoDevice::closeDevice() {
-  waitForNudges();  // a head whose stop never came would go on turning
+  const NudgeGate::Closing closing(*mNudgeGate);
   if (mIsCapturing) stopCapture();
   closeHandle();
 }

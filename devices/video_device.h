@@ -1,14 +1,12 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "devices/av_device.h"
@@ -20,9 +18,9 @@
 namespace vesk {
 
 /// Names under which a host may keep a video format of its own; the devices do not use them.
-inline constexpr std::string_view KVXVideoWidth = "kKVXVideoWidth";
-inline constexpr std::string_view KVXVideoHeight = "kKVXVideoHeight";
-inline constexpr std::string_view KVXVideoCodec = "kKVXVideoCodec";
+inline constexpr const char* KVXVideoWidth = "kKVXVideoWidth";
+inline constexpr const char* KVXVideoHeight = "kKVXVideoHeight";
+inline constexpr const char* KVXVideoCodec = "kKVXVideoCodec";
 
 using CMVideoFormatList = std::vector<CMVideoFormatDescriptionRef>;
 
@@ -30,6 +28,7 @@ using CMVideoFormatList = std::vector<CMVideoFormatDescriptionRef>;
 using VeskInformation = std::map<std::string, int32_t>;
 
 class DispatchQueue;
+class NudgeGate;
 
 /// A camera: lists what it can deliver, captures, and hands every frame to its delegates. A format
 /// is chosen with setFormat before capture starts. Letting the camera go stops and closes it.
@@ -37,11 +36,11 @@ class DispatchQueue;
 /// Threads: open, close, format and start/stop calls come from the host's thread, one at a time.
 /// Frames are delivered on the capture library's thread while the delegate list is locked. Do not
 /// hold a lock that a delegate takes while stopping, closing or letting go: they wait for the frame
-/// in progress. Closing also waits for the nudges that have been asked for.
+/// in progress. Closing also waits for the nudge under way.
 class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shared_from_this<VeskVideoDevice> {
  public:
   /// The cameras attached now, from the device manager.
-  static std::shared_ptr<const VeskDeviceList> getVideoDeviceList();
+  static VeskDeviceListPtr getVideoDeviceList();
   /// Whether one of them is part of the machine (vendor 0x05AC).
   static bool hasBuiltInCamera();
 
@@ -52,7 +51,8 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   /// @return 0 open, also when it was open already; 7 the library could not open the camera, or the
   ///         record's path is missing or longer than 1023 UTF-16 units.
   int32_t openDevice();
-  /// Lets nudges finish, stops capture and closes the camera, also when the stop fails.
+  /// Stops capture and closes the camera, also when the stop fails: isCapturing stays true then until the
+  /// camera is opened again. A nudge under way gets its stop first; those behind it do not move the head.
   void closeDevice();
 
   /// The pixel formats as four-character texts in the library's order; none when the camera is not open.
@@ -246,7 +246,8 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   int32_t writeControl(const CameraControl& control, int64_t value);
 
   // The motorised head. Nudges return at once and run one after the other on a queue of their own,
-  // 125 ms each; they hold the device until they have run. Called from one thread.
+  // 125 ms each, and not at all once the camera has been closed; they hold the device until they have
+  // run. Called from one thread.
 
   void panRelativeLeft();
   void panRelativeRight();
@@ -255,7 +256,7 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   /// Lets the queue go: nudges that wait on it still run, the next one makes a new queue. @return 0
   int16_t relativePanTiltStop(int32_t unused);
   /// Waits until no nudge is waiting or running. Not from a log sink: nudges log.
-  void waitForNudges() VESK_EXCLUDES(mNudgeMutex);
+  void waitForNudges();
   /// Sends the head back to its middle, in six attempts at most, 0.1 s each, during which the calling
   /// thread's run loop is served. @return the capture library's last answer, 0 when the head went.
   int32_t resetPanTiltRel();
@@ -276,7 +277,7 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   std::optional<int32_t> getFirmwareCRCControl() const;
 
  private:
-  using VeskAVDevice::VeskAVDevice;
+  explicit VeskVideoDevice(std::shared_ptr<VeskDeviceInfo> info);
 
   template <class Number>
   std::optional<Number> number(ControlID id, ControlRequest request) const {
@@ -308,7 +309,7 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   std::optional<uint8_t> mirror(ControlRequest request) const;
   int64_t otherNumber(const CameraControl& control) const;
 
-  /// Reads a property into `value`, which is cleared first. @return the library's answer.
+  /// Reads a property into `value`, which keeps what the camera does not fill. @return the library's answer.
   int32_t getProperty(ControlRequest request, const capture::PropertySetIdentifier& set, uint32_t number,
                       std::span<uint8_t> value) const;
   int32_t setProperty(const capture::PropertySetIdentifier& set, uint32_t number, std::span<const uint8_t> value) const;
@@ -319,9 +320,9 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   bool leaveToRecording(AfterRecording action) VESK_EXCLUDES(mRecordingMutex);
   void leaveAtMost(AfterRecording action) VESK_EXCLUDES(mRecordingMutex);
 
-  void nudge(int8_t pan, int8_t tilt, const char* line) VESK_EXCLUDES(mNudgeMutex);
-  void endNudge() VESK_EXCLUDES(mNudgeMutex);
-  void performNudge(int8_t pan, int8_t tilt, const char* line) VESK_EXCLUDES(mNudgeMutex);
+  void nudge(int8_t pan, int8_t tilt, const char* line);
+  void performNudge(int8_t pan, int8_t tilt, const char* line);
+  void turnHead(int8_t pan, int8_t tilt);
 
   std::atomic<std::optional<uint32_t>> mFrameinterval{std::nullopt};
   std::optional<std::vector<uint32_t>> mSupportedFrameIntervals;
@@ -330,14 +331,11 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   CMVideoFormatDescriptionRef mFormat;
   int32_t stop = 0;  ///< 1 once nudges were told to stop; nothing heeds it
   std::shared_ptr<DispatchQueue> _localQueue;
+  const std::shared_ptr<NudgeGate> mNudgeGate;
 
   Mutex mRecordingMutex;
   int mRecordings VESK_GUARDED_BY(mRecordingMutex) = 0;
   AfterRecording mAfterRecording VESK_GUARDED_BY(mRecordingMutex) = AfterRecording::kStayOn;
-
-  Mutex mNudgeMutex;
-  std::condition_variable_any mNudgesDone;
-  int mNudges VESK_GUARDED_BY(mNudgeMutex) = 0;  ///< waiting or running, on every queue
 };
 
 }  // namespace vesk

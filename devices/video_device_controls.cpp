@@ -74,7 +74,6 @@ VCIPropertySet propertySetRecord(const capture::PropertySetIdentifier& set) {
 
 int32_t VeskVideoDevice::getProperty(ControlRequest request, const capture::PropertySetIdentifier& set, uint32_t number,
                                      std::span<uint8_t> value) const {
-  std::fill(value.begin(), value.end(), uint8_t{0});
   const VCIPropertySet record = propertySetRecord(set);
   auto size = static_cast<uint32_t>(value.size());
   return VCI_Get_Property(mHandle, static_cast<uint32_t>(request), &record, &number, value.data(), &size, 0, 0);
@@ -89,7 +88,7 @@ int32_t VeskVideoDevice::setProperty(const capture::PropertySetIdentifier& set, 
 
 std::optional<int64_t> VeskVideoDevice::readControl(const CameraControl& control, ControlRequest request,
                                                     int32_t* status) const {
-  uint8_t bytes[kLargestValue];
+  uint8_t bytes[kLargestValue] = {};
   const std::span value(bytes, control.size);
   const int32_t answer = getProperty(request, control.set, control.number, value);
   if (status) *status = answer;

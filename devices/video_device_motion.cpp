@@ -1,13 +1,13 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <exception>
 #include <string>
 #include <thread>
 #include <utility>
 
 #include "capture/vci.h"
 #include "devices/enumeration.h"
+#include "devices/nudge_gate.h"
 #include "devices/property_record.h"
 #include "devices/video_device.h"
 #include "platform/foundation/dispatch_queue.h"
@@ -50,34 +50,34 @@ void VeskVideoDevice::nudge(int8_t pan, int8_t tilt, const char* line) {
   // Without a thread for the queue the head does not move.
   try {
     if (!_localQueue) _localQueue = DispatchQueue::createSerial("com.orv.pt");
-  } catch (const std::exception&) {
+  } catch (...) {
     return;
   }
-  {
-    MutexLock lock(mNudgeMutex);
-    ++mNudges;
-  }
+  mNudgeGate->add();
   try {
     _localQueue->async([self = shared_from_this(), pan, tilt, line] { self->performNudge(pan, tilt, line); });
-  } catch (const std::exception&) {
-    endNudge();
+  } catch (...) {
+    mNudgeGate->remove();
   }
 }
 
 void VeskVideoDevice::performNudge(int8_t pan, int8_t tilt, const char* line) {
   struct Ending {
-    VeskVideoDevice& device;
-    ~Ending() { device.endNudge(); }
-  } const ending{*this};  // whatever the log's sink does
-  setProperty(capture::kCameraControlSet, capture::kRelativePanTilt, motionValue(pan, tilt));
-  std::this_thread::sleep_for(kNudgeTime);
-  setProperty(capture::kCameraControlSet, capture::kRelativePanTilt, motionValue(0, 0));
+    NudgeGate& gate;
+    ~Ending() { gate.remove(); }
+  } const ending{*mNudgeGate};  // whatever the log's sink does
+  turnHead(pan, tilt);
   NSLog(line);
 }
 
-void VeskVideoDevice::endNudge() {
-  MutexLock lock(mNudgeMutex);
-  if (--mNudges == 0) mNudgesDone.notify_all();
+/// Turns the head for a moment, unless the camera is closed or about to be: then its stop would be lost.
+void VeskVideoDevice::turnHead(int8_t pan, int8_t tilt) {
+  const NudgeGate::Turn own(*mNudgeGate);
+  const NudgeGate::Turn ofAll(NudgeGate::ofAllCameras());
+  if (!own || !ofAll || !mIsOpen) return;
+  setProperty(capture::kCameraControlSet, capture::kRelativePanTilt, motionValue(pan, tilt));
+  std::this_thread::sleep_for(kNudgeTime);
+  setProperty(capture::kCameraControlSet, capture::kRelativePanTilt, motionValue(0, 0));
 }
 
 int16_t VeskVideoDevice::relativePanTiltStop(int32_t) {
@@ -88,8 +88,7 @@ int16_t VeskVideoDevice::relativePanTiltStop(int32_t) {
 }
 
 void VeskVideoDevice::waitForNudges() {
-  MutexLock lock(mNudgeMutex);
-  while (mNudges > 0) mNudgesDone.wait(mNudgeMutex);
+  mNudgeGate->waitUntilNone();
 }
 
 int32_t VeskVideoDevice::resetPanTiltRel() {
@@ -115,7 +114,8 @@ bool VeskVideoDevice::isPTZRelativeSupported() const {
   uint32_t count = 0;
   if (VCI_Enum_Property_Items(mHandle, &record, nullptr, &size, &count) != kVCIMoreData) return false;
 
-  std::vector<uint32_t> items(std::min<size_t>(size / sizeof(uint32_t), kMostRecords));
+  // Never no array at all, which would ask for the count again.
+  std::vector<uint32_t> items(std::clamp<size_t>(size / sizeof(uint32_t), 1, kMostRecords));
   count = std::min(count, static_cast<uint32_t>(items.size()));
   const int32_t status = VCI_Enum_Property_Items(mHandle, &record, items.data(), &size, &count);
   if (status != kVCISuccess) {
@@ -129,7 +129,7 @@ bool VeskVideoDevice::isPTZRelativeSupported() const {
   return false;
 }
 
-/// Reads information from the set that has it.
+/// Reads information from the set that has it, into a value that is cleared.
 bool VeskVideoDevice::readInformation(uint32_t number, std::span<uint8_t> value) const {
   for (const auto& set : {capture::kDeviceInformationSet, capture::kAlternateInformationSet})
     if (getProperty(ControlRequest::kCurrent, set, number, value) == kVCISuccess) return true;

@@ -21,17 +21,6 @@ std::u16string_view viewOf(const char16_t* string) {
   return string ? std::u16string_view(string) : std::u16string_view();
 }
 
-/// None when the bytes are not UTF-8 or hold a 0, which would end the string early.
-std::optional<std::u16string> utf16(std::string_view utf8) {
-  if (utf8.empty()) return std::u16string();
-  if (utf8.find('\0') != utf8.npos) return std::nullopt;
-  glong count = 0;
-  const std::unique_ptr<gunichar2, GFree> units(
-      g_utf8_to_utf16(utf8.data(), static_cast<glong>(utf8.size()), nullptr, &count, nullptr));
-  if (!units) return std::nullopt;
-  return std::u16string(units.get(), units.get() + count);
-}
-
 char16_t* copyUnits(char16_t* destination, std::u16string_view units) {
   char16_t* const end = std::copy(units.begin(), units.end(), destination);
   *end = 0;
@@ -88,7 +77,7 @@ void unistr_toUTF8(const char16_t* string, char* destination, uint32_t capacity)
 }
 
 void unistr_fromUTF8(const char* utf8, char16_t* destination) {
-  if (destination) copyUnits(destination, utf16(utf8 ? utf8 : "").value_or(std::u16string()));
+  if (destination) copyUnits(destination, unistr_createFromUTF8(utf8 ? utf8 : "").value_or(std::u16string()));
 }
 
 std::u16string_view unistr_view(std::span<const char16_t> field) {
@@ -112,13 +101,14 @@ std::string unistr_createUTF8(std::u16string_view units) {
   return text;
 }
 
-bool unistr_copyFromUTF8(std::span<char16_t> destination, std::string_view utf8) {
-  if (destination.empty()) return false;
-  destination[0] = 0;
-  const auto units = utf16(utf8);
-  if (!units || units->size() >= destination.size()) return false;
-  copyUnits(destination.data(), *units);
-  return true;
+std::optional<std::u16string> unistr_createFromUTF8(std::string_view utf8) {
+  if (utf8.empty()) return std::u16string();
+  if (utf8.find('\0') != utf8.npos) return std::nullopt;
+  glong count = 0;
+  const std::unique_ptr<gunichar2, GFree> units(
+      g_utf8_to_utf16(utf8.data(), static_cast<glong>(utf8.size()), nullptr, &count, nullptr));
+  if (!units) return std::nullopt;
+  return std::u16string(units.get(), units.get() + count);
 }
 
 }  // namespace vesk

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -49,8 +50,7 @@ VESK_EXPORT std::u16string_view unistr_view(std::span<const char16_t> field);
 /// The text as UTF-8; unpaired surrogates become U+FFFD.
 VESK_EXPORT std::string unistr_createUTF8(std::u16string_view units);
 
-/// Writes the text with a terminator into `destination`. False, and an empty string there, when the
-/// text does not fit, is not UTF-8 or holds a 0 of its own.
-VESK_EXPORT bool unistr_copyFromUTF8(std::span<char16_t> destination, std::string_view utf8);
+/// The text as UTF-16; none when it is not UTF-8 or holds a 0, which would end the string early.
+VESK_EXPORT std::optional<std::u16string> unistr_createFromUTF8(std::string_view utf8);
 
 }  // namespace vesk

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <span>
 #include <string>
 #include <thread>
 
@@ -188,6 +189,23 @@ TEST(WideText, ReplacesWhatIsNoUtf8) {
       {"beyond the last", "\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD"},
   };
   for (const Row& row : rows) EXPECT_EQ(toUtf16(row.text), row.expected) << row.label;
+}
+
+TEST_F(InterfaceTest, TellsPathsApartThatAreNotUtf8AndOpensThem) {
+  const std::string raw[] = {"desk\xE8", "desk\xE9", "half\xED\xA0\x80"};
+  std::vector<std::shared_ptr<FakeDevice>> cameras;
+  for (const std::string& path : raw) cameras.push_back(source->attachCamera(path));
+  uint32_t count = 4;
+  CaptureDeviceRecord records[4];
+  ASSERT_EQ(VCI_Enum_Devices(records, nullptr, &count), 0);
+  ASSERT_EQ(count, 4u);
+  for (size_t i = 0; i < cameras.size(); ++i) {
+    EXPECT_EQ(recordPath(raw[i]), records[i + 1].path);
+    EXPECT_NE(VCI_Open_Device(records[i + 1].path), nullptr);
+    EXPECT_EQ(cameras[i]->opened, 1) << i;
+  }
+  EXPECT_EQ(shownPath(raw[1]), "desk\uFFFD");
+  EXPECT_EQ(shownPath(std::string(1022, 'p') + "\U0001F3A5"), std::string(1022, 'p'));
 }
 
 TEST_F(InterfaceTest, RefusesBadArguments) {
@@ -451,6 +469,65 @@ TEST_F(InterfaceTest, KeepsADeviceThatItsOwnCallbackClosesUntilTheCallbackHasRet
   EXPECT_EQ(camera->closed, 1);
 }
 
+TEST_F(InterfaceTest, AnswersForPropertiesAndFormatsWhileTheDeviceIsSlowToStart) {
+  Gate videoStarts, audioStarts, goOn;
+  camera->whileStarting = [&] {
+    videoStarts.open();
+    goOn.wait();
+  };
+  microphone->whileStarting = [&] {
+    audioStarts.open();
+    goOn.wait();
+  };
+  std::vector<uint8_t> written;
+  camera->answerProperty = [&](const test::PropertyCall& call, std::span<uint8_t>) {
+    if (call.isWrite) written = call.value;
+    return 0;
+  };
+  std::thread videoStart([&] { EXPECT_EQ(VCI_Start_Capture(video, 0), 0); });
+  std::thread audioStart([&] { EXPECT_EQ(ACI_Start_Capture(audio), 0); });
+  videoStarts.wait();
+  audioStarts.wait();
+  const VCIPropertySet set = {};
+  const uint32_t property = 14;
+  const uint8_t stop[] = {0, 0, 0, 0};
+  uint32_t size = sizeof(stop), count = 0;
+  EXPECT_EQ(VCI_Set_Property(video, &set, &property, stop, &size, 0, 0), 0);
+  EXPECT_EQ(written, std::vector<uint8_t>(4));
+  EXPECT_EQ(VCI_Enum_Pixel_Formats(video, nullptr, nullptr, &count), kVCIMoreData);
+  EXPECT_EQ(ACI_Set_Mic_Volume(audio, 7), 0);
+  goOn.open();
+  videoStart.join();
+  audioStart.join();
+  EXPECT_TRUE(camera->isCapturing() && microphone->isCapturing());
+}
+
+TEST_F(InterfaceTest, SubscribesAnewWhileACallbackThatEndedItselfIsStillRunning) {
+  struct Host {
+    VCI_HANDLE handle;
+    Gate hasEnded, goOn;
+  } host{video, {}, {}};
+  const auto callback = [](void*, VCI_EVENT_INFO* info) {
+    auto& of = *static_cast<Host*>(info->context);
+    VCI_UnSubscribe_Event(of.handle, kVCIEventFrame);
+    of.hasEnded.open();
+    of.goOn.wait();
+  };
+  VCI_Subscribe_Event(video, kVCIEventFrame, callback, &host);
+  VCI_Start_Capture(video, 0);
+  std::thread delivery = deliver(1);
+  host.hasEnded.wait();
+  Recorder<int64_t> next;
+  const auto record = [](void*, VCI_EVENT_INFO* info) {
+    static_cast<Recorder<int64_t>*>(info->context)->add(info->timestamp);
+  };
+  EXPECT_EQ(VCI_Subscribe_Event(video, kVCIEventFrame, record, &next), 0) << "the host of the first may wait for this";
+  deliver(2).join();
+  EXPECT_EQ(next.items(), std::vector<int64_t>{2});
+  host.goOn.open();
+  delivery.join();
+}
+
 TEST_F(InterfaceTest, TellsLibraryWideSubscribersOfArrivalsAndDepartures) {
   using Events = Recorder<uint32_t>;
   Events events;
@@ -504,6 +581,14 @@ TEST_F(InterfaceTest, LetsNothingThrownOut) {
       video, kVCIEventFrame, [](void*, VCI_EVENT_INFO*) { throw 1; }, nullptr);
   VCI_Start_Capture(video, 0);
   deliver(1).join();
+
+  // What a source throws whose devices come and go ends the watch of that one only.
+  class Thrower : public FakeCaptureSource {
+    void setHotplugHandler(HotplugHandler) override { throw 1; }
+  };
+  setSource(std::make_shared<Thrower>());
+  setSource(source);
+  EXPECT_TRUE(source->isWatched());
 }
 
 }  // namespace

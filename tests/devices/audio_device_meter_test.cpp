@@ -148,5 +148,18 @@ TEST_F(AudioDeviceMeter, ListensToTheFirstMicrophoneWhoseIdentifierContainsThePa
   EXPECT_EQ(levels->levels, std::vector<float>{kEnd});
 }
 
+TEST_F(AudioDeviceMeter, ListensToMicrophonesWhosePathIsNotUtf8) {
+  const auto latin = source->attachMicrophone("/d\xE9sk");
+  for (const auto& info : VeskDeviceManager::getSharedInstance()->enumarateAudioDevices()) {
+    if (info->path() != "/d\uFFFDsk") continue;
+    const auto other = VeskAudioDevice::initWithDeviceInfo(info);
+    other->startVUMeter();
+    EXPECT_EQ(latin->started, 1);
+    other->stopVUMeter();
+    return;
+  }
+  ADD_FAILURE() << "it is not listed";
+}
+
 }  // namespace
 }  // namespace vesk

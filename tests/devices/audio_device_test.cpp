@@ -95,7 +95,11 @@ TEST_F(AudioDeviceTest, ReportsRefusals) {
   EXPECT_EQ(microphone->stopCapture(), 7);
   EXPECT_TRUE(microphone->isCapturing());
   microphone->closeDevice();
-  EXPECT_FALSE(microphone->isCapturing());
+  EXPECT_EQ(fake->closed, 1);
+  EXPECT_TRUE(microphone->isCapturing()) << "the stop failed";
+  microphone->openDevice();
+  EXPECT_EQ(microphone->startCapture(), 0);
+  EXPECT_EQ(fake->started, 5) << "a new handle starts anew";
 }
 
 TEST_F(AudioDeviceTest, SetsMuteAndVolume) {

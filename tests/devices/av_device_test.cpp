@@ -2,6 +2,7 @@
 
 #include <future>
 #include <thread>
+#include <type_traits>
 
 #include "devices/audio_device.h"
 #include "devices/video_device.h"
@@ -33,6 +34,20 @@ TEST(DeviceInfo, IsIdentifiedByItsPath) {
   EXPECT_FALSE(withoutPath->isEqualToDevice(*camera));
 }
 
+TEST(DeviceInfo, KeepsThePathsUnits) {
+  const auto camera = record(0, std::nullopt);
+  camera->setPathUnits(std::u16string{u'/', 0xD83C, 0xDFA5, 0xD83C});  // a pair, and half of one
+  EXPECT_EQ(camera->path(), "/\U0001F3A5\uFFFD");
+  EXPECT_EQ(camera->pathUnits(), (std::u16string{u'/', 0xD83C, 0xDFA5, 0xD83C}));
+  EXPECT_TRUE(camera->isEqualToDevice(*camera));
+  EXPECT_FALSE(camera->isEqualToDevice(*record(0, camera->path()))) << "another unit, shown alike";
+  EXPECT_EQ(record(0, "/\U0001F3A5")->pathUnits(), u"/\U0001F3A5");
+  EXPECT_EQ(record(0, "\xFF")->pathUnits(), std::nullopt);
+}
+
+static_assert(std::is_same_v<decltype(KVXDeviceAdded), decltype(KVXVideoWidth)> &&
+              std::is_same_v<decltype(KVXDeviceRemoved), decltype(KVXVideoCodec)>);
+
 TEST(AVDevice, KindFollowsTheRecordsType) {
   EXPECT_NE(std::dynamic_pointer_cast<VeskVideoDevice>(VeskAVDevice::newDevice(record(0, "/a"))), nullptr);
   for (const int32_t type : {1, 2, -1})
@@ -58,6 +73,7 @@ TEST(AVDevice, ReleasesItsDelegatesUncalledAndLogsIt) {
 }
 
 using AVDeviceRelease = test::DeviceTest;
+using AVDeviceOpening = test::DeviceTest;
 
 TEST_F(AVDeviceRelease, OfACapturingCameraStopsAndClosesIt) {
   const auto fake = source->attachCamera("/a");
@@ -84,6 +100,17 @@ TEST_F(AVDeviceRelease, OfACapturingMicrophoneLeavesItRunningWithoutReceivers) {
   fake->deliver(packet, 2);
   EXPECT_EQ(receiver->frames.size(), 1U);
   EXPECT_TRUE(fake->isCapturing());
+}
+
+TEST_F(AVDeviceOpening, OpensEachDeviceByItsOwnPathHoweverItIsShown) {
+  const auto first = source->attachCamera("/\xE8");
+  const auto second = source->attachCamera("/\xE9");
+  const auto list = VeskVideoDevice::getVideoDeviceList();
+  EXPECT_EQ(list->at(0)->path(), list->at(1)->path());
+  const auto camera = VeskVideoDevice::initWithDeviceInfo(list->at(1));
+  EXPECT_EQ(camera->openDevice(), 0);
+  EXPECT_EQ(first->opened, 0);
+  EXPECT_EQ(second->opened, 1);
 }
 
 TEST_F(AVDeviceRelease, WaitsForTheFrameInProgress) {

@@ -1,8 +1,10 @@
 #include "devices/device_manager.h"
 
 #include <atomic>
+#include <functional>
 #include <future>
 #include <thread>
+#include <type_traits>
 
 #include "devices/audio_device.h"
 #include "devices/video_device.h"
@@ -208,6 +210,39 @@ TEST_F(DeviceManagerTest, ListsMayBeReadWhileEventsReplaceThem) {
   EXPECT_EQ(events.size(), 200U);
 }
 
+TEST_F(DeviceManagerTest, AListInHandIsGivenWhileAnEventEnumerates) {
+  source->attachCamera("/a");
+  EXPECT_EQ(manager()->getVideoDeviceList()->size(), 1U);
+  std::promise<void> enumerating;
+  std::promise<void> mayGoOn;
+  std::atomic<bool> hasWaited = false;
+  source->whileEnumerating = [&] {
+    if (hasWaited.exchange(true)) return;
+    enumerating.set_value();
+    mayGoOn.get_future().wait();
+  };
+  source->attachCamera("/b");
+  std::thread event([&] { source->announce(DeviceKind::kVideo, true); });
+  enumerating.get_future().wait();
+  EXPECT_EQ(manager()->getVideoDeviceList()->size(), 1U);
+  mayGoOn.set_value();
+  event.join();
+  EXPECT_EQ(manager()->getVideoDeviceList()->size(), 2U);
+}
+
+TEST_F(DeviceManagerTest, AListMayBeWalkedAsItIsAnsweredWhileEventsReplaceIt) {
+  static_assert(std::is_same_v<decltype(*std::declval<VeskDeviceListPtr>()), VeskDeviceList>);
+  static_assert(std::is_same_v<decltype(*std::declval<VeskDeviceListPtr&>()), const VeskDeviceList&>);
+  source->attachCamera("/a");
+  source->attachCamera("/b");
+  std::string walked;
+  for (const auto& camera : *VeskVideoDevice::getVideoDeviceList()) {  // NOLINT: a copy, which is what is tested
+    source->announce(DeviceKind::kVideo, true);  // replaces the list, and nobody else holds the one walked
+    walked += camera->path().value_or("");
+  }
+  EXPECT_EQ(walked, "/a/b");
+}
+
 TEST_F(DeviceManagerTest, StoppingWaitsForAnEventWhoseHandlerAsksForTheManager) {
   source->attachCamera("/a");
   manager();
@@ -238,6 +273,41 @@ TEST_F(DeviceManagerTest, MayBeStoppedByAHandler) {
   EXPECT_EQ(takeEvents(), "+/a");
   EXPECT_FALSE(source->isWatched());
   EXPECT_EQ(manager()->getVideoDeviceList()->size(), 1U);
+}
+
+/// What a handler may do to the manager while another thread starts it anew, which waits for the handler.
+TEST_F(DeviceManagerTest, MayBeStartedAnewByAHandlerAndByAnotherThreadAtOnce) {
+  struct Row {
+    const char* label;
+    std::function<void()> act;
+    bool isLeftRunning;
+  };
+  const Row rows[] = {
+      {"asks for it", [] { EXPECT_NE(manager(), nullptr); }, true},
+      {"asks for its list", [] { EXPECT_EQ(manager()->getVideoDeviceList()->size(), 1U); }, true},
+      {"stops it again", [] { VeskDeviceManager::destroy(); }, false},
+  };
+  source->attachCamera("/a");
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.label);
+    source->whenWatched = nullptr;
+    manager();
+    std::promise<void> starting;
+    std::thread other;
+    const auto observer = NSNotificationCenter::defaultCenter().addObserver(KVXDeviceAdded, [&](const NSNotification&) {
+      VeskDeviceManager::destroy();
+      source->whenWatched = [&] { starting.set_value(); };
+      other = std::thread([] { manager(); });
+      starting.get_future().wait();
+      row.act();
+    });
+    source->announce(DeviceKind::kVideo, true);
+    EXPECT_EQ(takeEvents(), "+/a");
+    other.join();
+    EXPECT_EQ(source->isWatched(), row.isLeftRunning);
+    VeskDeviceManager::destroy();
+    EXPECT_FALSE(source->isWatched());
+  }
 }
 
 }  // namespace

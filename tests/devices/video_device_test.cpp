@@ -161,15 +161,18 @@ TEST_F(VideoDeviceTest, StaysCapturingUntilAStopSucceeds) {
   EXPECT_FALSE(camera->isCapturing());
 }
 
-TEST_F(VideoDeviceTest, ClosesAndStartsAgainAfterAFailedStop) {
+TEST_F(VideoDeviceTest, ClosesAfterAFailedStopAndCapturesAgainOnceItIsOpen) {
   openWith(format("avc1", 640, 480));
   camera->startCapture();
   fake->stopStatus = 1;
   camera->closeDevice();
   EXPECT_FALSE(camera->isOpen());
-  EXPECT_FALSE(camera->isCapturing());
+  EXPECT_EQ(fake->closed, 1);
+  EXPECT_TRUE(camera->isCapturing()) << "the stop failed";
+  EXPECT_EQ(camera->stopCapture(), 3);
   fake->stopStatus = 0;
   camera->openDevice();
+  EXPECT_FALSE(camera->isCapturing());
   EXPECT_EQ(camera->startCapture(), 0);
   EXPECT_EQ(fake->started, 2);
 }

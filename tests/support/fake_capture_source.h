@@ -59,6 +59,7 @@ class FakeDevice {
   /// device has no properties. Called on the thread that asks.
   std::function<int32_t(const PropertyCall& call, std::span<uint8_t> value)> answerProperty;
   std::map<capture::PropertySetIdentifier, std::vector<uint32_t>> propertyItems;  ///< by set
+  std::function<void()> whileStarting;                                            ///< called inside each start
   /// The property calls so far. From any thread.
   std::vector<PropertyCall> propertyCalls() const {
     const std::lock_guard lock(mMutex);
@@ -182,11 +183,17 @@ class FakeCaptureSource : public capture::CaptureSource {
     return mEnumerations;
   }
 
+  /// Called before a handler is set, and inside each enumeration. Set them before the source is used.
+  std::function<void()> whenWatched;
+  std::function<void()> whileEnumerating;
+
   void setHotplugHandler(HotplugHandler handler) override {
+    if (handler && whenWatched) whenWatched();
     const std::lock_guard lock(mHandlerMutex);
     mHandler = std::move(handler);
   }
   std::vector<capture::DeviceDescription> devices(capture::DeviceKind kind) override {
+    if (whileEnumerating) whileEnumerating();
     const std::lock_guard lock(mMutex);
     ++mEnumerations;
     std::vector<capture::DeviceDescription> found;
@@ -214,6 +221,7 @@ class FakeCaptureSource : public capture::CaptureSource {
     int32_t start(uint32_t substream, capture::FrameCallback callback) override {
       ++mDevice->started;
       mDevice->substreams.push_back(substream);
+      if (mDevice->whileStarting) mDevice->whileStarting();
       if (mDevice->startStatus == 0) mDevice->begin(this, std::move(callback));
       return mDevice->startStatus;
     }

@@ -100,20 +100,14 @@ TEST(Unistr, LeavesAnEmptyStringForBytesThatAreNotUTF8) {
     auto units = untouched();
     unistr_fromUTF8(text, units.data());
     EXPECT_EQ(units[0], 0) << text;
-    units = untouched();
-    EXPECT_FALSE(unistr_copyFromUTF8(units, text)) << text;
-    EXPECT_EQ(units[0], 0) << text;
+    EXPECT_EQ(unistr_createFromUTF8(text), std::nullopt) << text;
   }
 }
 
-TEST(Unistr, BoundsCopiesAndViews) {
-  auto units = untouched();
-  EXPECT_TRUE(unistr_copyFromUTF8(units, "1234567"));
-  EXPECT_EQ(unistr_view(units), u"1234567");
-  EXPECT_FALSE(unistr_copyFromUTF8(units, "12345678"));
-  EXPECT_EQ(unistr_view(units), u"");
-  EXPECT_FALSE(unistr_copyFromUTF8(units, std::string_view("a\0b", 3)));
-  EXPECT_FALSE(unistr_copyFromUTF8({}, ""));
+TEST(Unistr, BoundsViewsAndRefusesTextThatWouldEndEarly) {
+  EXPECT_EQ(unistr_createFromUTF8(std::string_view("a\0b", 3)), std::nullopt);
+  EXPECT_EQ(unistr_createFromUTF8(""), u"");
+  EXPECT_EQ(unistr_createFromUTF8("1234567"), u"1234567");
   EXPECT_EQ(unistr_view(untouched()).size(), 8U) << "a field without terminator";
 }
 
