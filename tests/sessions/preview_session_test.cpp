@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <filesystem>
 #include <functional>
 #include <limits>
@@ -582,24 +581,21 @@ TEST_F(PreviewSession, LetsViewAndMicrophoneGoOnTheMainThread) {
 
 TEST_F(PreviewSession, MayBePausedResumedStoppedAndMeteredInTheMiddleOfFrames) {
   const auto recording = VeskRecordSession::initWithVideoDevice(camera, nullptr, movies.path() + "/movie.mov");
-  std::atomic<bool> isOver{false};
-  std::thread frames([&] {
-    std::array<uint8_t, 512> own{};
-    for (int64_t stamp = 1; !isOver; ++stamp) {
-      while (!isOver && recording->isWriterBusy()) std::this_thread::yield();
-      fakeCamera->deliver(own, stamp * 33'333);
-    }
-  });
-  std::thread sound([&] {
-    std::array<uint8_t, 6400> own{};
-    for (int64_t stamp = 1; !isOver; ++stamp) fakeMicrophone->deliver(own, stamp * 33'333);
+  std::array<std::array<uint8_t, 6400>, 2> bytes{};
+  TwoThreads frames([&](int thread, int64_t stamp) {
+    if (thread == 0)
+      fakeCamera->deliver(std::span(bytes[0]).first(512), stamp);
+    else
+      fakeMicrophone->deliver(bytes[1], stamp);
   });
   for (int round = 0; round < 20; ++round) {
+    frames.grant(20);
     session->startSessionWithPreview(view);
     if (round == 5) recording->startSession();
     session->setAudioDevice(round % 2 == 0 ? microphone : nullptr);
     serve();
     session->pauseSession();
+    frames.grant(20);
     session->resumeSession();
     camera->startCapture();
     microphone->micLevelTimerFired();
@@ -608,9 +604,6 @@ TEST_F(PreviewSession, MayBePausedResumedStoppedAndMeteredInTheMiddleOfFrames) {
     if (round == 15) recording->stopSession();
     session->stopSession();
   }
-  isOver = true;
-  frames.join();
-  sound.join();
   EXPECT_FALSE(session->isRunning());
   EXPECT_FALSE(camera->isCapturing());
 }

@@ -4,7 +4,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -418,30 +417,25 @@ TEST_F(RecordSessionTest, KeepsTheDevicesItWasStartedWith) {
 }
 
 TEST_F(RecordSessionTest, StopsAndStartsWhileFramesArrive) {
-  std::atomic<bool> isOver = false;
-  std::vector<std::thread> threads;
-  threads.reserve(2);
-  for (int thread = 0; thread < 2; ++thread)
-    threads.emplace_back([&, thread] {
-      for (int64_t time = 1'000'000; !isOver; time += 20'000) {
-        if (thread == 0)
-          fakeCamera->deliver(picture, time);
-        else
-          fakeMicrophone->deliver(std::span(packet).first(3840), time);
-        while (!isOver && session->isWriterBusy()) std::this_thread::yield();
-      }
-    });
+  test::TwoThreads frames([&](int thread, int64_t time) {
+    if (thread == 0)
+      fakeCamera->deliver(picture, time);
+    else
+      fakeMicrophone->deliver(std::span(packet).first(3840), time);
+    session->isWriterBusy();
+  });
   for (int round = 0; round < 3; ++round) {
+    frames.grant(20);
     ASSERT_EQ(session->startSession(), 0);
+    frames.grant(50);
     while (session->statistics().videoFrames < 10) std::this_thread::yield();
+    DispatchQueue::mainQueue()->async([&] { frames.grant(20); });
     session->stopSession();
     const auto movie = test::probe(path);
     ASSERT_NE(movie.find("2vuy"), nullptr);
     EXPECT_EQ(movie.find("2vuy")->packets, static_cast<int>(session->lastOutcome().statistics.videoFrames));
     std::filesystem::remove(path);
   }
-  isOver = true;
-  for (auto& thread : threads) thread.join();
 }
 
 }  // namespace

@@ -135,28 +135,22 @@ TEST_F(RecorderTest, LettingGoFinishesTheMovie) {
 }
 
 TEST_F(RecorderTest, ClosesWhileFramesArriveOnTwoThreads) {
-  std::atomic<bool> isOver = false;
-  std::atomic<int> added = 0;
-  std::vector<std::thread> threads;
-  threads.reserve(2);
-  for (int thread = 0; thread < 2; ++thread)
-    threads.emplace_back([&, thread] {
-      auto bytes = picture;
-      for (int64_t time = 1; !isOver; time += 20'000) {
-        if (thread == 0)
-          recorder->addVideoSample(bytes.data(), bytes.size(), time);
-        else
-          recorder->addAudioSample(packet.data(), 960 * 4, time);
-        ++added;
-        while (!isOver && recorder->waiting().isBusy()) std::this_thread::yield();
-      }
-    });
+  test::TwoThreads frames([&](int thread, int64_t time) {
+    if (thread == 0)
+      recorder->addVideoSample(picture.data(), picture.size(), time);
+    else
+      recorder->addAudioSample(packet.data(), 960 * 4, time);
+  });
   for (int round = 0; round < 3; ++round) {
+    frames.grant(20);
     EXPECT_EQ(recorder->openRecorderWithFilPath(path, camera, microphone), 0);
+    frames.grant(50);
     while (recorder->statistics().videoFrames == 0) std::this_thread::yield();
     // Frames do not wait for the close: they are added while it serves the run loop.
     DispatchQueue::mainQueue()->async([&] {
-      for (const int before = added; added == before;) std::this_thread::yield();
+      const int before = frames.steps();
+      frames.grant(20);
+      while (frames.steps() < before + 20) std::this_thread::yield();
     });
     std::thread closer([&] { recorder->closeRecorder(); });
     recorder->closeRecorder();
@@ -165,8 +159,6 @@ TEST_F(RecorderTest, ClosesWhileFramesArriveOnTwoThreads) {
     const auto* const pictures = movie.find("2vuy");
     EXPECT_EQ(pictures ? pictures->packets : 0, static_cast<int>(recorder->statistics().videoFrames));
   }
-  isOver = true;
-  for (auto& thread : threads) thread.join();
 }
 
 }  // namespace

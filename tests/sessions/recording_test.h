@@ -1,9 +1,14 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <semaphore>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "devices/audio_device.h"
@@ -21,6 +26,45 @@ inline ProbedMovie probe(const std::string& path, Probe depth = Probe::kPackets)
   const std::string bytes = contentOf(path);
   return probeMovie({reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size()}, depth);
 }
+
+/// Two threads that deliver while a test does something else, each one step for every one that the test
+/// grants: so neither runs ahead of the other, or of the writer.
+class TwoThreads {
+ public:
+  /// `deliver` is called on thread 0 and on thread 1, with times from 1 s on, 20 ms apart.
+  explicit TwoThreads(std::function<void(int thread, int64_t time)> deliver) : mDeliver(std::move(deliver)) {
+    for (int thread = 0; thread < 2; ++thread) mThreads[thread] = std::thread([this, thread] { run(thread); });
+  }
+  ~TwoThreads() {
+    mIsOver = true;
+    grant(1);
+    for (auto& thread : mThreads) thread.join();
+  }
+  TwoThreads(const TwoThreads&) = delete;
+  TwoThreads& operator=(const TwoThreads&) = delete;
+
+  void grant(int steps) {
+    for (auto& each : mGranted) each.release(steps);
+  }
+  /// Those of both threads that are done.
+  int steps() const { return mSteps; }
+
+ private:
+  void run(int thread) {
+    for (int64_t time = 1'000'000;; time += 20'000) {
+      mGranted[thread].acquire();
+      if (mIsOver) return;
+      mDeliver(thread, time);
+      ++mSteps;
+    }
+  }
+
+  const std::function<void(int thread, int64_t time)> mDeliver;
+  std::array<std::counting_semaphore<>, 2> mGranted{std::counting_semaphore<>(0), std::counting_semaphore<>(0)};
+  std::atomic<bool> mIsOver{false};
+  std::atomic<int> mSteps{0};
+  std::array<std::thread, 2> mThreads;
+};
 
 /// A scripted camera with raw pictures of 16 x 16 and a scripted microphone with PCM, and a folder
 /// each for temporary and final movies.
