@@ -1,6 +1,12 @@
 #include "platform/foundation/log.h"
 
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <stdio_ext.h>
+
 #include <atomic>
+#include <cerrno>
 #include <cstdarg>
 #include <exception>
 #include <optional>
@@ -16,6 +22,52 @@ Mutex gSinkMutex;
 std::function<void(std::string_view)> gSink VESK_GUARDED_BY(gSinkMutex);
 std::atomic<FILE*> gOutput{nullptr};
 std::atomic<FILE*> gError{nullptr};
+
+constexpr int kLongestWait = 100;  // milliseconds
+
+/// Keeps a write to a pipe without a reader from ending the host, whatever it has made of SIGPIPE.
+class PipeSignalHeld {
+ public:
+  PipeSignalHeld() {
+    sigset_t pending;
+    sigpending(&pending);
+    mWasPending = sigismember(&pending, SIGPIPE) == 1;
+    sigemptyset(&mPipe);
+    sigaddset(&mPipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &mPipe, &mBefore);
+  }
+  ~PipeSignalHeld() {
+    constexpr timespec kNow{};
+    if (!mWasPending) sigtimedwait(&mPipe, nullptr, &kNow);  // the one that the write has sent to this thread
+    pthread_sigmask(SIG_SETMASK, &mBefore, nullptr);
+  }
+  PipeSignalHeld(const PipeSignalHeld&) = delete;
+  PipeSignalHeld& operator=(const PipeSignalHeld&) = delete;
+
+ private:
+  sigset_t mPipe{};
+  sigset_t mBefore{};
+  bool mWasPending = false;
+};
+
+/// Whether the stream takes a line within a tenth of a second; at once where the one before was not taken.
+/// A thread on a frame's way is not to wait for a terminal that Ctrl-S holds.
+bool takesLine(FILE* stream) {
+  static std::atomic<bool> isStuck{false};
+  pollfd room{fileno(stream), POLLOUT, 0};
+  if (room.fd < 0) return true;  // not a file: memory, or the host's own
+  isStuck = poll(&room, 1, isStuck ? 0 : kLongestWait) == 0;
+  return !isStuck;
+}
+
+/// What cannot be written is lost: a line is never worth the caller's work.
+void write(FILE* stream, const std::string& text) {
+  if (!takesLine(stream)) return;
+  const PipeSignalHeld held;
+  std::fwrite(text.data(), 1, text.size(), stream);
+  // What stays in the buffer would be sent to nobody again by the next flush, and end the host then.
+  if (std::fflush(stream) != 0 && errno == EPIPE) __fpurge(stream);
+}
 
 /// What the format makes of its arguments; none when it cannot be made.
 std::optional<std::string> formatted(const char* format, va_list arguments) {
@@ -42,13 +94,10 @@ std::string printableLines(std::string_view text) {
   }
 }
 
-/// What cannot be written is lost: a line is never worth the caller's work.
 void print(FILE* stream, const char* format, va_list arguments) noexcept try {
   const auto text = formatted(format, arguments);
   if (!text) return;
-  const std::string printable = printableLines(*text);
-  std::fwrite(printable.data(), 1, printable.size(), stream);
-  std::fflush(stream);
+  write(stream, printableLines(*text));
 } catch (const std::exception&) {
   // No memory for a line.
 }
@@ -62,7 +111,7 @@ void NSLog(std::string_view line) noexcept try {
     gSink(printable);
     return;
   }
-  std::fprintf(standardError(), "%s\n", printable.c_str());
+  write(standardError(), printable + "\n");
 } catch (...) {
   // A sink that throws, or no memory for a line: logging never fails its caller.
 }

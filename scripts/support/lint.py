@@ -11,6 +11,7 @@ nowhere else in them are given to it alone.
 One fault that clang-tidy does not know is looked for in the text, headers too: a range-based for over what
 a pointer points to that a call has just returned, `for (auto& each : *list())`. Of such an expression C++20
 keeps only the list, not the pointer that owns it. Where the pointer owns nothing, NOLINT says so.
+So is a program that writes past its one way out, which never throws and cleans what it is given.
 """
 import argparse
 import collections
@@ -85,6 +86,26 @@ def dead_ranges(file, code):
         number = code.count("\n", 0, place)
         if dies_at_once(expression) and "NOLINT" not in lines[number]:
             yield f"{file}:{number + 1}: what owns `{expression}` may be gone before the body runs: keep it in a variable"
+
+
+STRAY_PRINT = re.compile(r"\b(?:fmt::(?:v?print|println)|(?:std::)?(?:v?f?printf|f?puts|fwrite|putchar|perror))\s*\("
+                         r"|\bstd::(?:cout|cerr|clog)\b")
+
+
+def stray_prints(file, code):
+    """Where a program prints by itself, which throws or ends it with its terminal."""
+    if "apps/vesk/" not in str(file):
+        return
+    text = without_comments_and_texts(code)
+    for found in STRAY_PRINT.finditer(text):
+        yield f"{file}:{text.count(chr(10), 0, found.start()) + 1}: `{found[0]}` goes past apps/vesk/output.h"
+
+
+def test_stray_prints():
+    for code in ('fmt::print(stderr, "x");', "std::cerr << x;", "printf(x);", "fputs(x, stderr);"):
+        assert list(stray_prints("apps/vesk/file.cpp", code)), code
+    for code in ("printLine(x);", 'sayLine("fmt::print(");', "snprintf(a, b, c);", "// std::cout", "my_puts(x);"):
+        assert not list(stray_prints("apps/vesk/file.cpp", code)), code
 
 
 def test_dead_ranges():
@@ -193,8 +214,10 @@ def main():
     parser.add_argument("files", nargs="+", type=pathlib.Path)
     options = parser.parse_args()
     test_dead_ranges()
+    test_stray_prints()
     headers = subprocess.run(["git", "ls-files", "*.h"], stdout=subprocess.PIPE, text=True, check=True).stdout.split()
-    dead = [line for file in [*options.files, *map(pathlib.Path, headers)] for line in dead_ranges(file, file.read_text())]
+    dead = [line for file in [*options.files, *map(pathlib.Path, headers)] for look in (dead_ranges, stray_prints)
+            for line in look(file, file.read_text())]
     with tempfile.TemporaryDirectory() as folder:
         linter = Linter(pathlib.Path.cwd(), options.build, folder)
         files = [file.resolve() for file in options.files]

@@ -1,8 +1,12 @@
 #include "platform/foundation/printable_text.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -72,6 +76,26 @@ TEST(Log, GivesCleanLinesToSinksAndStreams) {
   std::fclose(stream);
   EXPECT_EQ(std::string(text, length), "a b\nc" + r + ": lost\n\n " + std::string(5000, 'd') + "\n");
   std::free(text);
+}
+
+TEST(Log, LosesLinesThatAStreamDoesNotTake) {
+  int ends[2];
+  ASSERT_EQ(pipe(ends), 0);
+  FILE* const stream = fdopen(ends[1], "w");
+  setStandardError(stream);
+  fcntl(ends[1], F_SETFL, O_NONBLOCK);
+  while (write(ends[1], "x", 1) == 1) continue;
+  fcntl(ends[1], F_SETFL, 0);
+  NSLog("into a full pipe");
+  printToError("%s", "into a full pipe");
+  close(ends[0]);
+  NSLog("to a reader that has left");
+  printToError("%s", "to a reader that has left");
+  setStandardError(nullptr);
+  std::fclose(stream);
+  sigset_t pending;
+  sigpending(&pending);
+  EXPECT_FALSE(sigismember(&pending, SIGPIPE));
 }
 
 TEST(Log, DoesNotThrowWhereItsSinkDoes) {
