@@ -11,7 +11,8 @@ namespace vesk {
 
 /// Writes one line to the system log: standard error, or the sink that the host has set.
 /// Safe from any thread; lines of different threads do not mix. The line is cleaned for people on its
-/// way (printableText). A line that cannot be written, or whose sink throws, is lost without a word.
+/// way (printableText). A line that cannot be written, finds no room for a tenth of a second, or whose sink
+/// throws, is lost without a word; a stream without a reader does not end the process by SIGPIPE.
 VESK_EXPORT void NSLog(std::string_view line) noexcept;
 
 /// Sends the lines of NSLog elsewhere; an empty function restores standard error. The sink is
