@@ -300,7 +300,7 @@ std::unique_ptr<UnitReader> pictureUnits(const PictureTrack& track, uint32_t cod
 std::unique_ptr<UnitReader> soundUnits(const SoundTrack& track, uint16_t formatCode,
                                        std::unique_ptr<TrackReader> reader, std::string& error) {
   if (formatCode == kWaveFormatAAC) {
-    return std::make_unique<AacUnits>(std::move(reader), track.samplesPerSecond, track.isBareStream);
+    return std::make_unique<AacUnits>(std::move(reader), track.samplesPerSecond, track.channels, track.isBareStream);
   }
   if (track.form == SoundForm::kPCM) {
     return std::make_unique<PcmUnits>(std::move(reader), track.samplesPerSecond, track.channels);

@@ -6,12 +6,13 @@
 #include <cmath>
 #include <cstring>
 
+#include "platform/media/aac_silence.h"
+
 namespace vesk::capture {
 
 namespace {
 
 constexpr int64_t kAacFrames = 1024;
-constexpr uint8_t kSilentPacket[4] = {0x00, 0xD0, 0x00, 0x07};
 
 int16_t clip(long value) {
   return static_cast<int16_t>(std::clamp(value, -32768L, 32767L));
@@ -112,10 +113,11 @@ std::optional<MediaUnit> DecodedSound::next() {
   }
 }
 
-AacUnits::AacUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, bool isBareStream)
+AacUnits::AacUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, uint32_t channels, bool isBareStream)
     : mReader(std::move(reader)),
       mPacketTime((kAacFrames * 1000000 + samplesPerSecond / 2) / samplesPerSecond),
-      mShift(isBareStream ? 0 : mPacketTime) {}
+      mShift(isBareStream ? 0 : mPacketTime),
+      mSilentPacket(silentAACPacket(channels)) {}
 
 bool AacUnits::start(int64_t time, bool again) {
   mPacket = {};
@@ -158,8 +160,8 @@ bool AacUnits::readPacket() {
 std::optional<MediaUnit> AacUnits::filler() {
   if (mFillers == 0) return std::nullopt;
   --mFillers;
+  mSilence.assign(mSilentPacket.begin(), mSilentPacket.end());  // whoever had the last one may have rewritten it
   const MediaUnit unit{mSilence, mFillerTime};
-  std::memcpy(mSilence, kSilentPacket, sizeof mSilence);
   mFillerTime += mPacketTime;
   return unit;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "capture/files/pcm_chunker.h"
@@ -60,7 +61,7 @@ class DecodedSound : public UnitReader {
 /// In a loop the priming is left out after the first time: the packets follow on without a gap.
 class AacUnits : public UnitReader {
  public:
-  AacUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, bool isBareStream);
+  AacUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, uint32_t channels, bool isBareStream);
 
   bool start(int64_t time, bool again) override;
   std::optional<MediaUnit> next() override;
@@ -79,7 +80,8 @@ class AacUnits : public UnitReader {
   bool mMayFill = false;
   int64_t mFillers = 0;
   int64_t mFillerTime = 0;
-  uint8_t mSilence[4] = {};
+  const std::span<const uint8_t> mSilentPacket;
+  std::vector<uint8_t> mSilence;
 };
 
 }  // namespace vesk::capture

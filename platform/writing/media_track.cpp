@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/media/aac_silence.h"
 #include "platform/media/four_char_code.h"
 
 namespace vesk {
@@ -16,9 +17,6 @@ constexpr int64_t kFarthestStamp = int64_t{1} << 61;
 constexpr uint32_t kDurationOfLastPicture = 33'333;  // when its maker gave none
 constexpr size_t kSilenceBytes = size_t{256} << 10;
 const uint8_t kSilence[kSilenceBytes] = {};
-/// A packet of silence for two channels. Those that sources put in have one: decoders take all that
-/// follows one of them in a track of two for silence.
-const uint8_t kSilentPair[] = {0x21, 0x10, 0x04, 0x60, 0x8C, 0x1C};
 
 /// The stamp in microseconds; nothing when it is no time or too far away to reckon with.
 std::optional<int64_t> microsecondsOf(const CMTime& time) {
@@ -33,6 +31,13 @@ uint64_t scaled(uint64_t value, uint64_t to, uint64_t from) {
 
 uint64_t rounded(uint64_t value, uint64_t to, uint64_t from) {
   return static_cast<uint64_t>((static_cast<unsigned __int128>(value) * to + from / 2) / from);
+}
+
+/// Empty for all but AAC.
+std::span<const uint8_t> silentPacketOf(const CMFormatDescription& format) {
+  const auto* const sound = dynamic_cast<const CMAudioFormatDescription*>(&format);
+  if (!sound || sound->streamBasicDescription().mFormatID != kAudioFormatMPEG4AAC) return {};
+  return silentAACPacket(sound->streamBasicDescription().mChannelsPerFrame);
 }
 
 bool isKeySample(const CMSampleBuffer& sample) {
@@ -69,6 +74,7 @@ bool MediaTrack::begin(const CMSampleBuffer& sample, int64_t at) {
   }
   mDescription = std::move(description);
   mFormat = sample.formatDescription();
+  mSilentPacket = silentPacketOf(*mFormat);
   mBegin = at;
   mIndex = SampleIndex(mDescription->frameSize);
   return true;
@@ -152,16 +158,11 @@ bool MediaTrack::acceptPackets(const CMSampleBuffer& sample, int64_t at) {
   }
   const uint8_t* bytes = sample.data().data();
   const auto same = static_cast<uint32_t>(sample.data().size() / count);
-  const auto* sound = dynamic_cast<const CMAudioFormatDescription*>(mFormat.get());
-  const bool isPair = sound && sound->streamBasicDescription().mFormatID == kAudioFormatMPEG4AAC &&
-                      sound->streamBasicDescription().mChannelsPerFrame == 2;
-  const uint32_t silentPairs = isPair ? std::min(sample.attachments().insertedSilence, count) : 0;
   for (uint32_t i = 0; i < count; ++i) {
     const uint32_t size = sizes.empty() ? same : sizes[i];
-    if (i < silentPairs)
-      push(kSilentPair, sizeof kSilentPair, mDescription->defaultDuration, true);
-    else
-      push(bytes, size, mDescription->defaultDuration, true);
+    const bool isSilence = i < sample.attachments().insertedSilence && !mSilentPacket.empty();
+    const std::span<const uint8_t> packet = isSilence ? mSilentPacket : std::span(bytes, size);
+    push(packet.data(), static_cast<uint32_t>(packet.size()), mDescription->defaultDuration, true);
     bytes += size;
   }
   return true;

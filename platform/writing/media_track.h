@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "platform/media/sample_buffer.h"
@@ -16,7 +17,8 @@ namespace vesk {
 /// Pictures last until the next one begins. Sound is placed by counting frames, so that stamps cut
 /// to whole microseconds do not let it drift; a gap of more than 2 ms behind its end is real: PCM
 /// gets frames of silence there, the packet before it a longer duration. Silence that the source
-/// put in is left out as far as it would lie over sound that is there already.
+/// put in is left out as far as it would lie over sound that is there already. Packets of silence that the source
+/// put in are written with the elements of the track's channels, whatever the source made them of.
 class MediaTrack {
  public:
   MediaTrack(TrackKind kind, uint32_t number) : mKind(kind), mNumber(number), mIndex(0) {}
@@ -82,6 +84,7 @@ class MediaTrack {
   uint64_t mEnd = 0;       ///< of the last sample, track's scale
   uint64_t mLastTime = 0;  ///< of the last picture
   bool mHasSamples = false;
+  std::span<const uint8_t> mSilentPacket;  ///< of this track's channels; empty for all but AAC
 
   std::vector<Waiting> mWaiting;
   std::vector<CMSampleBufferRef> mHeld;  ///< whose bytes mWaiting points at

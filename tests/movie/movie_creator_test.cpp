@@ -8,6 +8,7 @@
 
 #include "movie/h264_bitstream.h"
 #include "movie/movie_asset_creator.h"
+#include "platform/media/aac_silence.h"
 #include "platform/media/four_char_code.h"
 #include "tests/movie/footage.h"
 #include "tests/movie/movie_reader.h"
@@ -82,6 +83,28 @@ TEST_F(MovieCreator, RecordsPicturesAndSoundAsTheyAre) {
               0U);
     EXPECT_EQ(statistics.bytes, std::filesystem::file_size(mPath));
     EXPECT_EQ(statistics.status, 0);
+  }
+}
+
+/// A decoder that meets one channel's packet in a stereo track may give silence from there on.
+TEST_F(MovieCreator, WritesSilenceOfAACWithTheTracksOwnChannels) {
+  for (const uint16_t channels : {1, 2, 6}) {
+    SCOPED_TRACE(channels);
+    const _VeskAudioDescription sound{kWaveFormatAAC, channels, 48'000, 0};
+    const auto creator = CreateMovieCreator(mPath.c_str());
+    ASSERT_EQ(creator->Open(&kH264, &sound), 0);
+    const auto pictures = test::accessUnitsOf("MIDR_MW_D.264");
+    ASSERT_EQ(add(*creator, pictures[0].stream, kStart, kVideo), 0);
+    const Bytes packet(100, 0x21);
+    ASSERT_EQ(add(*creator, packet, kStart + 200'000, kAudio), 0);
+    ASSERT_EQ(creator->Close(), 0);
+
+    const auto movie = test::readMovie(mPath);
+    ASSERT_EQ(movie.audio.samples.size(), 10U);
+    const auto silence = silentAACPacket(channels);
+    for (size_t number = 0; number < 9; ++number)
+      EXPECT_EQ(movie.audio.samples[number].data, Bytes(silence.begin(), silence.end())) << number;
+    EXPECT_EQ(movie.audio.samples.back().data, packet);
   }
 }
 
