@@ -1,6 +1,7 @@
 #include <fmt/core.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -128,6 +129,10 @@ void checkPictureTarget(const std::string& file, bool force, const char* example
   const fs::path folder = fs::path(file).parent_path();
   if (!folder.empty() && !fs::is_directory(folder, ignored))
     throw Failure(kFailed, fmt::format("there is no folder \"{}\".", folder.string()), "Make it first.");
+  const std::string place = folder.empty() ? "." : folder.string();
+  if (access(place.c_str(), W_OK | X_OK) != 0)
+    throw Failure(kFailed, fmt::format("cannot write in \"{}\": {}.", place, std::generic_category().message(errno)),
+                  "Choose a place that you may write to.");
 }
 
 int runSnapshot(const GlobalOptions& global, const SnapshotOptions& options) {

@@ -226,6 +226,15 @@ class Surroundings(StreamsTest):
                 self.assertRegex(errors, r"\Avesk: no camera was found\. .*--capture simulated.*\n\Z")
         self.nothing_left()
 
+    def test_a_place_that_cannot_be_written_is_said_in_one_line(self):
+        self.folder.chmod(0o555)
+        nobody = ("setpriv", "--reuid=65534", "--clear-groups") if os.geteuid() == 0 else ()  # root may write anywhere
+        for *command, name in (("record", "movie.mov"), ("snapshot", "photo.jpeg"), ("controls", "save", "kept.json")):
+            with self.subTest(command=command):
+                done = vesk(*SOURCE, *command, self.folder / name, check=False, prefix=nobody)
+                self.assertEqual((done.returncode, done.stdout, len(done.stderr.splitlines())), (1, "", 1), done.stderr)
+                self.assertRegex(done.stderr, r"Choose (another|a) place")
+
 
 if __name__ == "__main__":
     unittest.main()
