@@ -105,7 +105,10 @@ void print(FILE* stream, const char* format, va_list arguments) noexcept try {
 }  // namespace
 
 void NSLog(std::string_view line) noexcept try {
-  const std::string printable = printableText(line);
+  // A line's own break at its end stays, as its text was given.
+  const bool endsInBreak = line.ends_with('\n');
+  std::string printable = printableText(line.substr(0, line.size() - (endsInBreak ? 1 : 0)));
+  if (endsInBreak) printable += '\n';
   MutexLock lock(gSinkMutex);
   if (gSink) {
     gSink(printable);
