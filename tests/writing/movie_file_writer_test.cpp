@@ -581,10 +581,11 @@ TEST_F(MovieFileWriterTest, FailsWhenTheFolderVanishesJustBeforeTheEnd) {
 TEST_F(MovieFileWriterTest, FailsWhenSyncingDoes) {
   Recording recording(mWriter, Content::kH264AndPCM);
   ASSERT_TRUE(mWriter.start());
+  ASSERT_TRUE(recording.recordUpTo(60));  // its first fragment is in the file
   mFiles.setFaults([](auto operation, size_t, uint64_t, size_t) {
     return MemoryFileSystem::Fault{operation == MemoryFileSystem::Operation::kSync ? EIO : 0};
   });
-  recording.recordUpTo(100);
+  recording.recordUpTo(200);
   EXPECT_FALSE(mWriter.finish());
   EXPECT_EQ(mWriter.error().code, AVErrorFileFailedToWrite);
   const ProbedMovie movie = probe();
