@@ -47,7 +47,7 @@ PulseContext PulseConnection::context(Lock& lock) {
   while (!isLeftAlone()) {
     if (mContext && pa_context_get_state(mContext) == PA_CONTEXT_READY) return PulseContext(pa_context_ref(mContext));
     if (!mIsConnecting) return PulseContext(connect(lock) ? pa_context_ref(mContext) : nullptr);
-    if (!waitUntil(lock)) break;
+    if (!mSignalled.wait_until(lock, lock.mDeadline, [this] { return !mIsConnecting; })) break;
   }
   return nullptr;
 }
@@ -61,11 +61,10 @@ bool PulseConnection::connect(Lock& lock) {
   mIsConnecting = true;
   bool isInTime = true;
   if (pa_context_connect(mContext, nullptr, PA_CONTEXT_NOAUTOSPAWN, nullptr) >= 0) {
-    const auto isUnderWay = [this] {
+    isInTime = waitUntil(lock, [this] {
       const pa_context_state_t state = pa_context_get_state(mContext);
-      return state != PA_CONTEXT_READY && PA_CONTEXT_IS_GOOD(state);
-    };
-    while (isInTime && isUnderWay()) isInTime = wait(lock);
+      return state == PA_CONTEXT_READY || !PA_CONTEXT_IS_GOOD(state);
+    });
   }
   mIsConnecting = false;
   signal();
@@ -91,8 +90,8 @@ void PulseConnection::disconnect() {
 
 bool PulseConnection::finish(Lock& lock, pa_operation* operation) {
   const std::unique_ptr<pa_operation, PulseUnref> held(operation);
-  while (operation && pa_operation_get_state(operation) == PA_OPERATION_RUNNING) {
-    if (wait(lock)) continue;
+  const auto isOver = [&] { return pa_operation_get_state(operation) != PA_OPERATION_RUNNING; };
+  if (operation && !waitUntil(lock, isOver)) {
     pa_operation_cancel(operation);  // or it would write into what the caller has left
     return false;
   }
@@ -105,8 +104,8 @@ bool PulseConnection::finish(Lock& lock, pa_operation* operation) {
   return isDone;
 }
 
-bool PulseConnection::wait(Lock& lock) {
-  if (waitUntil(lock)) return true;
+bool PulseConnection::waitUntil(Lock& lock, const std::function<bool()>& isDone) {
+  if (mSignalled.wait_until(lock, lock.mDeadline, isDone)) return true;
   mError = PA_ERR_TIMEOUT;
   mLeftAloneUntil = Clock::now() + mPatience.leftAlone;
   if (!std::exchange(mHasSaid, true))
@@ -114,10 +113,6 @@ bool PulseConnection::wait(Lock& lock) {
         "The sound server does not answer: its microphones are left alone for a while. Restart it when this goes on.";
   signal();
   return false;
-}
-
-bool PulseConnection::waitUntil(Lock& lock) {
-  return mSignalled.wait_until(lock, lock.mDeadline) == std::cv_status::no_timeout;
 }
 
 std::string PulseConnection::reason() const {

@@ -77,8 +77,9 @@ class PulseConnection {
   PulseContext context(Lock& lock);
   /// Waits for an operation, and lets it go. @return false when it failed, took too long or there is none.
   bool finish(Lock& lock, pa_operation* operation);
-  /// Lets the thread run until it signals. @return false when the time is over: the server is left alone
-  bool wait(Lock& lock);
+  /// Lets the thread run until `isDone`, which is asked each time that it signals. @return false when the
+  /// time is over: the server is left alone
+  bool waitUntil(Lock& lock, const std::function<bool()>& isDone);
   bool isLeftAlone() const { return std::chrono::steady_clock::now() < mLeftAloneUntil; }
   void signal() { mSignalled.notify_all(); }
   std::string reason() const;
@@ -89,7 +90,6 @@ class PulseConnection {
   bool connect(Lock& lock);
   void disconnect();
   void subscribe();
-  bool waitUntil(Lock& lock);
   static void stateChanged(pa_context* context, void* self);
   static void somethingChanged(pa_context* context, pa_subscription_event_type_t type, uint32_t index, void* self);
 

@@ -40,8 +40,7 @@ int32_t PulseStream::begin(const std::string& source, std::string& error) {
     const auto flags = static_cast<pa_stream_flags_t>(PA_STREAM_ADJUST_LATENCY | PA_STREAM_AUTO_TIMING_UPDATE |
                                                       PA_STREAM_INTERPOLATE_TIMING | PA_STREAM_DONT_MOVE);
     if (pa_stream_connect_record(mStream, source.c_str(), &attributes, flags) >= 0) {
-      while (pa_stream_get_state(mStream) == PA_STREAM_CREATING && mConnection->wait(lock)) {
-      }
+      mConnection->waitUntil(lock, [this] { return pa_stream_get_state(mStream) != PA_STREAM_CREATING; });
       if (pa_stream_get_state(mStream) == PA_STREAM_READY) {
         // Before the first timing there is no telling how old the sound is: what waits is read after it.
         mConnection->finish(lock, pa_stream_update_timing_info(mStream, timingKnown, this));

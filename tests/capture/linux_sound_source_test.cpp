@@ -85,6 +85,7 @@ class FakeSoundSystem : public SoundSystem {
     mReturning = {{{DeviceKind::kAudio, path, "Microphone " + path}, ""}};
   }
   void refuse(const WaveFormat& format) { mRefused = format; }
+  void refuseAll() { mRefusesAll = true; }
   std::vector<WaveFormat> openFormats() {
     MutexLock lock(mMutex);
     std::vector<WaveFormat> formats;
@@ -100,10 +101,13 @@ class FakeSoundSystem : public SoundSystem {
     }
     return mMicrophones;
   }
-  std::vector<WaveFormat> formats(const std::string&) override { return {kStereo, kMono}; }
+  void forgetFormats() { mHasFormats = false; }
+  std::vector<WaveFormat> formats(const std::string&) override {
+    return mHasFormats ? std::vector{kStereo, kMono} : std::vector<WaveFormat>();
+  }
   std::unique_ptr<SoundStream> record(const std::string&, const WaveFormat& format, std::shared_ptr<SoundSink> sink,
                                       int32_t& status, std::string&) override {
-    status = format == mRefused ? kVCIFailed : kVCISuccess;
+    status = mRefusesAll || format == mRefused ? kVCIFailed : kVCISuccess;
     if (status != kVCISuccess) return nullptr;
     auto stream = std::make_unique<Stream>(*this);
     MutexLock lock(mMutex);
@@ -148,8 +152,10 @@ class FakeSoundSystem : public SoundSystem {
 
   const bool mCanShare;
   WaveFormat mRefused;
+  std::atomic<bool> mRefusesAll{false};
   std::atomic<uint8_t> mVolume{255};
   std::atomic<bool> mIsAnswering{true};
+  std::atomic<bool> mHasFormats{true};
   Mutex mMutex;
   std::vector<Microphone> mMicrophones VESK_GUARDED_BY(mMutex);
   std::vector<Microphone> mReturning VESK_GUARDED_BY(mMutex);
@@ -361,6 +367,23 @@ TEST_F(SoundSourceTest, MetersListenBesideACaptureWhereMicrophonesCannotBeShared
   heard.waitFor(2);
   meter->stop(0);
   EXPECT_TRUE(mSystem->openFormats().empty());
+}
+
+TEST_F(SoundSourceTest, AMeterThatLosesItsStreamToACaptureThatFailsSaysSo) {
+  use(false);
+  const auto meter = mSource->openForMetering("a");
+  const auto device = open();
+  Recorder<int64_t> times;
+  ASSERT_EQ(meter->start(0, into(times)), kVCISuccess);
+  mSystem->refuseAll();
+  EXPECT_EQ(device->start(0, into(times)), kVCIFailed);
+  EXPECT_EQ(countOf(mLines.items(), "no more sound comes from it"), 1U);
+}
+
+TEST_F(SoundSourceTest, AMicrophoneThatDoesNotSayItsFormatsIsNotOpened) {
+  mSystem->forgetFormats();
+  EXPECT_FALSE(open());
+  EXPECT_EQ(countOf(mLines.items(), "The microphone \"Microphone a\" could not be opened"), 1U);
 }
 
 TEST_F(SoundSourceTest, TellsOfEachMicrophoneThatComesOrGoesOnce) {

@@ -8,6 +8,7 @@ import pathlib
 import signal
 import subprocess
 import tempfile
+import time
 import unittest
 
 from program import TIMEOUT, probe, sound_bytes, start_vesk, vesk, warnings_of_ffmpeg
@@ -98,6 +99,22 @@ class SoundServerTest(unittest.TestCase):
         self.assertEqual(len(done.stderr.splitlines()), 1)
         self.assertIn(", no sound", done.stdout)
         self.assertNotIn("audio", probe(movie))
+
+    def test_leaves_a_server_alone_that_hangs(self):
+        self.listen()
+        self.addCleanup(self.server.send_signal, signal.SIGCONT)
+        movie = self.folder / "hung.mov"
+        recording = start_vesk(*SOURCE, "record", movie, "--mic", "tone", "--format", "avc1:320x240", "--duration", "3",
+                               env=self.environment)
+        self.addCleanup(recording.wait, TIMEOUT)
+        self.addCleanup(recording.kill)
+        time.sleep(1.5)
+        self.server.send_signal(signal.SIGSTOP)
+        recording.communicate(timeout=TIMEOUT)  # the movie ends in time: its microphone is not waited for
+        self.assertEqual(probe(movie)["audio"]["channels"], 1)
+        done = vesk(*SOURCE, "record", self.folder / "none.mov", "--mic", "tone", check=False, environment=self.environment)
+        self.assertEqual(done.returncode, 3)
+        self.assertEqual(done.stderr.count("The sound server does not answer"), 1)
 
     def test_tells_of_a_server_that_goes_and_comes_back(self):
         program = start_vesk(*SOURCE, "--json", "devices", "--watch", env=self.environment)
