@@ -146,15 +146,19 @@ TEST_F(RecorderTest, ClosesWhileFramesArriveOnTwoThreads) {
     EXPECT_EQ(recorder->openRecorderWithFilPath(path, camera, microphone), 0);
     frames.grant(50);
     while (recorder->statistics().videoFrames == 0) std::this_thread::yield();
-    // Frames do not wait for the close: they are added while it serves the run loop.
+    // Frames do not wait for the close: they are added while it serves the run loop. When the other
+    // thread is the one that closes, this one serves it afterwards.
+    bool isServed = false;
     DispatchQueue::mainQueue()->async([&] {
       const int before = frames.steps();
       frames.grant(20);
       while (frames.steps() < before + 20) std::this_thread::yield();
+      isServed = true;
     });
     std::thread closer([&] { recorder->closeRecorder(); });
     recorder->closeRecorder();
     closer.join();
+    while (!isServed) NSRunLoop::currentRunLoop()->runUntilDate(std::chrono::steady_clock::now());
     const auto movie = test::probe(path);
     const auto* const pictures = movie.find("2vuy");
     EXPECT_EQ(pictures ? pictures->packets : 0, static_cast<int>(recorder->statistics().videoFrames));
