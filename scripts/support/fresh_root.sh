@@ -80,7 +80,14 @@ in_fresh_root() {
     done <<<"$binds"
     exec chroot "$root" /usr/bin/env -i HOME=/root USER=root TERM=dumb \
       PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin "$@"
-  ' fresh "$root" "$(printf '%s\n' "${fresh_binds[@]}")" "$@" </dev/null
+  ' fresh "$root" "$(printf '%s\n' "${fresh_binds[@]}")" "$@" </dev/null &
+  fresh_pid=$!
+  # unshare and the first process of such a machine take no notice of gentler signals.
+  trap 'kill -KILL "$fresh_pid"; exit 130' INT TERM HUP
+  local status=0
+  wait "$fresh_pid" || status=$?
+  trap - INT TERM HUP
+  return "$status"
 }
 
 # clone_into_fresh_root FOLDER: what is committed here, as a newcomer clones it, in /root/vesk there.
