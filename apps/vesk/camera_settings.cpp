@@ -40,7 +40,8 @@ void applyOne(VeskVideoDevice& camera, const std::map<std::string, int64_t>& val
 
 std::shared_ptr<VeskVideoDevice> cameraOf(const ControlSettings& settings) {
   VeskDeviceList same;
-  for (const auto& record : *VeskVideoDevice::getVideoDeviceList()) {
+  const auto records = VeskVideoDevice::getVideoDeviceList();
+  for (const auto& record : *records) {
     if (record->vendorID() != settings.vendorID || record->productID() != settings.productID) continue;
     if (record->path() == settings.cameraPath) return VeskVideoDevice::initWithDeviceInfo(record);
     same.push_back(record);

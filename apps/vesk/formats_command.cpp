@@ -14,7 +14,8 @@ namespace {
 
 nlohmann::ordered_json videoFormats(VeskVideoDevice& camera) {
   auto list = nlohmann::ordered_json::array();
-  for (const auto& format : *camera.getSupportedFormats()) {
+  const auto formats = camera.getSupportedFormats();
+  for (const auto& format : *formats) {
     const auto size = format->dimensions();
     list.push_back({{"codec", fourCharString(format->mediaSubType())},
                     {"width", size.width},

@@ -60,7 +60,8 @@ TEST_F(VideoDeviceTest, ListsFormatsInTheLibrarysOrder) {
   camera->openDevice();
   EXPECT_EQ(camera->getMediaFormats(), (std::vector<std::string>{"avc1", "2vuy"}));
   std::string all;
-  for (const auto& each : *camera->getSupportedFormats())
+  const auto list = camera->getSupportedFormats();
+  for (const auto& each : *list)
     all += fourCharString(each->mediaSubType()) + ":" + std::to_string(each->dimensions().width) + "x" +
            std::to_string(each->dimensions().height) + " ";
   EXPECT_EQ(all, "avc1:640x480 avc1:1280x720 2vuy:320x240 ");
