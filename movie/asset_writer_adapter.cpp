@@ -235,7 +235,11 @@ int32_t AVAssetWriterAdapter::AddSampleFromQueue(SampleQueue& queue, AVAssetWrit
       RecordingCounters::add(counters.refused);
     }
   }
-  mCounters->bytes.store(mWriting->writer->bytesWritten(), std::memory_order_relaxed);
+  const AVAssetWriter& writer = *mWriting->writer;
+  mCounters->bytes.store(writer.bytesWritten(), std::memory_order_relaxed);
+  // A source that waits for these queues sends no further sample, with which the failure would be noted.
+  if (writer.status() == AVAssetWriterStatus::Failed)
+    mCounters->noteStatus(AVErrorToMovieCreatorError(writer.error().code));
   return 0;
 }
 

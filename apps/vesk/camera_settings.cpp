@@ -31,7 +31,10 @@ void applyOne(VeskVideoDevice& camera, const std::map<std::string, int64_t>& val
   if (!state->takes(value)) return refuse(fmt::format("{} is out of its range, {}", value, rangeText(*state)));
   if (state->isAutomatic.value_or(false)) {
     const auto mode = values.find(std::string(cameraControl(*control->automatic).name));
-    if (mode != values.end() && mode->second != 0) return;
+    if (mode != values.end() && mode->second != 0) {
+      outcome.automatic.push_back(name);
+      return;
+    }
   }
   status = camera.writeControl(*control, value);
   if (status != kVCISuccess) return refuse(reasonOf(status, *state));
@@ -127,6 +130,10 @@ Outcome applySettings(VeskVideoDevice& camera, const std::map<std::string, int64
   return outcome;
 }
 
+std::string leftToAutomatic(const std::vector<std::string>& names) {
+  return names.empty() ? "" : fmt::format("; left to automatic modes: {}", fmt::join(names, ", "));
+}
+
 void tellOutcome(const GlobalOptions& global, const VeskDeviceInfo& camera, const Outcome& outcome, const char* event) {
   if (global.json) {
     Json refused = Json::array();
@@ -135,9 +142,10 @@ void tellOutcome(const GlobalOptions& global, const VeskDeviceInfo& camera, cons
     document["camera"] = nameOf(camera);
     document["applied"] = outcome.applied;
     document["notApplied"] = refused;
+    document["automatic"] = outcome.automatic;
     printJson(document);
   } else {
-    printLine("{}: {} settings applied", nameOf(camera), outcome.applied.size());
+    printLine("{}: {} settings applied{}", nameOf(camera), outcome.applied.size(), leftToAutomatic(outcome.automatic));
   }
   for (const auto& [name, reason] : outcome.refused) sayLine("vesk: {} was not applied: {}.", name, reason);
 }

@@ -44,12 +44,16 @@ std::string reasonOf(int32_t status, const ControlState& state);
 struct Outcome {
   std::vector<std::string> applied;
   std::vector<std::pair<std::string, std::string>> refused;  ///< name and reason
+  std::vector<std::string> automatic;                        ///< left to a mode that is on
 };
 
 /// Sets many controls of an open camera. Automatic modes go off before the controls that they rule are
 /// set, and on after that; what a mode rules that is to be on is left to it.
 Outcome applySettings(VeskVideoDevice& camera, const std::map<std::string, int64_t>& values);
-/// Says what was applied and, a line each, what was not and why. `event` is for scripts, null for none.
+/// "; left to automatic modes: exposure, focus", or nothing for none.
+std::string leftToAutomatic(const std::vector<std::string>& names);
+/// Says what was applied and what was left to automatic modes and, a line each, what was not and why. `event` is for
+/// scripts, null for none.
 void tellOutcome(const GlobalOptions& global, const VeskDeviceInfo& camera, const Outcome& outcome, const char* event);
 
 /// The camera that `text` names; where it names none, the one that the settings were saved from: plugged

@@ -4,10 +4,10 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <cctype>
-#include <charconv>
+#include <cstdlib>
 #include <optional>
 
+#include "apps/vesk/argument_text.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/program.h"
 #include "capture/capture_host.h"
@@ -15,30 +15,6 @@
 
 namespace vesk::program {
 namespace {
-
-std::string lowerCase(std::string text) {
-  for (char& character : text) character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
-  return text;
-}
-
-template <class Number>
-std::optional<Number> readNumber(std::string_view text) {
-  Number number{};
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  return number;
-}
-
-std::vector<std::string> split(const std::string& text, char separator) {
-  std::vector<std::string> parts{""};
-  for (const char character : text) {
-    if (character == separator)
-      parts.emplace_back();
-    else
-      parts.back() += character;
-  }
-  return parts;
-}
 
 /// The record that `text` names among `records`; `kind` and `option` are for the messages.
 std::shared_ptr<VeskDeviceInfo> chooseRecord(const VeskDeviceList& records, const std::string& text, const char* kind,
@@ -76,28 +52,49 @@ bool isRecordable(uint32_t codec) {
   return codec == kCMVideoCodecType_H264 || codec == kCMPixelFormat_422YpCbCr8;
 }
 
-struct WantedPicture {
-  std::optional<uint32_t> codec;
-  std::optional<CMVideoDimensions> size;
-};
+/// What every camera is asked for, in ten-millionths of a second from picture to picture; it takes the nearest
+/// that it has.
+constexpr int64_t kAskedInterval = 333'333;
+/// People write 30 for 29.97.
+constexpr double kRateTolerance = 0.01;
 
-WantedPicture readPictureChoice(const std::string& text) {
-  WantedPicture wanted;
-  if (text.empty()) return wanted;
-  for (const std::string& part : split(text, ':')) {
-    const auto numbers = split(part, 'x');
-    const auto width = readNumber<int32_t>(numbers[0]);
-    const auto height = numbers.size() == 2 ? readNumber<int32_t>(numbers[1]) : std::nullopt;
-    if (width && height)
-      wanted.size = CMVideoDimensions{*width, *height};
-    else if (part.size() == 4)
-      wanted.codec = uint32_t{static_cast<uint8_t>(part[0])} << 24 | uint32_t{static_cast<uint8_t>(part[1])} << 16 |
-                     uint32_t{static_cast<uint8_t>(part[2])} << 8 | static_cast<uint8_t>(part[3]);
-    else
-      throw Failure(kWrongUse, fmt::format("\"{}\" is no picture format.", text),
-                    "Write it like avc1:1280x720, avc1 or 1280x720.");
-  }
-  return wanted;
+bool isNearRate(int64_t interval, double rate) {
+  return interval > 0 && std::abs(1e7 / static_cast<double>(interval) - rate) <= rate * kRateTolerance;
+}
+
+WantedFormat readWantedFormat(const std::string& text) {
+  if (text.empty()) return {};
+  if (auto wanted = readFormat(text)) return *wanted;
+  throw Failure(kWrongUse, fmt::format("\"{}\" is not a picture format.", text),
+                "Write it like h264:1280x720@30, mjpeg, raw, 720p or 640x480.");
+}
+
+bool fits(const CMVideoFormatDescription& format, const WantedFormat& wanted) {
+  if (wanted.codec && *wanted.codec != format.mediaSubType()) return false;
+  return !wanted.width || (*wanted.width == format.dimensions().width && *wanted.height == format.dimensions().height);
+}
+
+/// Whether the camera gives so many pictures a second in the format: rates cannot be chosen, so that this is
+/// the one nearest to what it is asked for.
+bool hasRate(const std::vector<uint32_t>& intervals, double rate) {
+  const auto distance = [](int64_t interval) { return std::abs(interval - kAskedInterval); };
+  const auto taken = std::min_element(intervals.begin(), intervals.end(),
+                                      [&](int64_t one, int64_t other) { return distance(one) < distance(other); });
+  return taken != intervals.end() && isNearRate(*taken, rate);
+}
+
+/// Why none of the camera's formats will do.
+Failure noFormat(VeskVideoDevice& camera, const std::string& text, bool mustBeRecordable, bool isOtherRateOffered) {
+  const std::string name = nameOf(*camera.deviceInfo());
+  if (isOtherRateOffered)
+    return {kFailed, fmt::format("\"{}\" cannot be set to {}: its rate cannot be chosen yet.", name, text),
+            "Leave the rate out: the camera then gives what is nearest to 30 pictures a second."};
+  if (!text.empty())
+    return {kFailed, fmt::format("\"{}\" does not offer {}.", name, text), "\"vesk formats\" lists what it offers."};
+  return {kFailed,
+          fmt::format("\"{}\" offers no format that can be {}.", name, mustBeRecordable ? "recorded" : "shown"),
+          mustBeRecordable ? "\"vesk formats\" lists what it offers; h264 and raw can be recorded."
+                           : "\"vesk formats\" lists what it offers."};
 }
 
 /// Lower is better. For movies and previews: H.264, raw pictures, others; then the largest up to
@@ -116,7 +113,7 @@ std::pair<int64_t, int64_t> preference(const CMVideoFormatDescription& format, P
 uint32_t readSoundCodec(const std::string& text, const std::string& whole) {
   if (text == "pcm") return kWaveFormatLinearPCM;
   if (text == "aac") return kWaveFormatAAC;
-  throw Failure(kWrongUse, fmt::format("\"{}\" is no sound format.", whole),
+  throw Failure(kWrongUse, fmt::format("\"{}\" is not a sound format.", whole),
                 "Write it like pcm:48000:2, pcm:48000, pcm or aac.");
 }
 
@@ -153,34 +150,38 @@ void openDevice(VeskAudioDevice& microphone) {
   open(microphone);
 }
 
+Failure notRecordable(uint32_t codec) {
+  return {kWrongUse, fmt::format("{} cannot be recorded.", codecName(codec)),
+          "Choose h264 or raw with --format; \"vesk formats\" lists what the camera offers."};
+}
+
 bool isRecordable(const CMVideoFormatDescription& format) {
   return isRecordable(format.mediaSubType());
 }
 
 CMVideoFormatDescriptionRef chooseVideoFormat(VeskVideoDevice& camera, const std::string& text, Purpose purpose) {
-  const WantedPicture wanted = readPictureChoice(text);
+  const WantedFormat wanted = readWantedFormat(text);
   const bool mustBeRecordable = purpose == Purpose::kRecord;
-  if (mustBeRecordable && wanted.codec && !isRecordable(*wanted.codec))
-    throw Failure(kWrongUse, fmt::format("a movie cannot hold {} pictures here.", fourCharString(*wanted.codec)),
-                  "Choose avc1 or 2vuy.");
+  if (mustBeRecordable && wanted.codec && !isRecordable(*wanted.codec)) throw notRecordable(*wanted.codec);
   CMVideoFormatDescriptionRef best;
+  bool isOtherRateOffered = false;
   if (const auto formats = camera.getSupportedFormats()) {
     for (const auto& format : *formats) {
-      if (mustBeRecordable && !isRecordable(*format)) continue;
-      if (wanted.codec && *wanted.codec != format->mediaSubType()) continue;
-      if (wanted.size && *wanted.size != format->dimensions()) continue;
-      if (!best || preference(*format, purpose) < preference(*best, purpose)) best = format;
+      if ((mustBeRecordable && !isRecordable(*format)) || !fits(*format, wanted)) continue;
+      if (best && preference(*format, purpose) >= preference(*best, purpose)) continue;
+      if (wanted.rate) {
+        const auto intervals = camera.getSupportedFrameIntervals(format);
+        if (!hasRate(intervals, *wanted.rate)) {
+          isOtherRateOffered |= std::any_of(intervals.begin(), intervals.end(),
+                                            [&](int64_t interval) { return isNearRate(interval, *wanted.rate); });
+          continue;
+        }
+      }
+      best = format;
     }
   }
-  if (best) return best;
-  const std::string name = nameOf(*camera.deviceInfo());
-  if (!text.empty())
-    throw Failure(kFailed, fmt::format("\"{}\" does not offer {}.", name, text),
-                  "\"vesk formats\" lists what it offers.");
-  throw Failure(kFailed,
-                fmt::format("\"{}\" offers no format that can be {}.", name, mustBeRecordable ? "recorded" : "shown"),
-                mustBeRecordable ? "\"vesk formats\" lists what it offers; avc1 and 2vuy can be recorded."
-                                 : "\"vesk formats\" lists what it offers.");
+  if (!best) throw noFormat(camera, text, mustBeRecordable, isOtherRateOffered);
+  return best;
 }
 
 CMAudioFormatDescriptionRef chooseSoundFormat(VeskAudioDevice& microphone, const std::string& text) {
@@ -189,7 +190,7 @@ CMAudioFormatDescriptionRef chooseSoundFormat(VeskAudioDevice& microphone, const
   std::optional<uint32_t> channels;
   if (!text.empty()) {
     const auto parts = split(text, ':');
-    codec = readSoundCodec(parts[0], text);
+    codec = readSoundCodec(lowerCase(parts[0]), text);
     if (parts.size() > 1) rate = readNumber<uint32_t>(parts[1]);
     if (parts.size() > 2) channels = readNumber<uint32_t>(parts[2]);
     if (parts.size() > 3 || (parts.size() > 1 && !rate) || (parts.size() > 2 && !channels)) readSoundCodec("", text);

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "apps/vesk/program.h"
 #include "devices/audio_device.h"
 #include "devices/device_info.h"
 #include "devices/video_device.h"
@@ -33,11 +34,13 @@ enum class Purpose {
   kPhoto,    ///< any that can be shown; the best is the largest, Motion JPEG before what is listed first
 };
 
-/// A picture format of an open camera that fits `text`: "avc1:1280x720", "avc1", "1280x720", or empty
-/// for the best for the purpose.
+/// A picture format of an open camera that fits `text`, as readFormat takes it; empty for the best for the
+/// purpose.
 /// @throws Failure when the text cannot be read or nothing fits.
 CMVideoFormatDescriptionRef chooseVideoFormat(VeskVideoDevice& camera, const std::string& text,
                                               Purpose purpose = Purpose::kRecord);
+/// What to say of a format that no movie can hold.
+Failure notRecordable(uint32_t codec);
 /// Whether a movie can hold pictures of the format.
 bool isRecordable(const CMVideoFormatDescription& format);
 /// A sound format of an open microphone that fits `text`: "pcm:48000:2", "pcm:48000", "aac", or empty

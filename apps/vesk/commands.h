@@ -65,6 +65,7 @@ struct ControlsOptions {
   std::string name;   ///< of the control; of a reset empty for all
   std::string value;  ///< a number, "on", "off", "default" or "auto"
   std::string file;
+  bool force = false;  ///< a save replaces the file
 };
 
 struct NudgeOptions {
@@ -83,9 +84,11 @@ struct ResolutionsOptions {
   std::string codec;    ///< empty: all
 };
 
-/// Refuses what would fail once a picture is there: a folder, a file that is in the way, a folder
-/// that is missing. @throws Failure
-void checkPictureTarget(const std::string& file, bool force, const char* example);
+enum class PictureKind { kJPEG, kPNG };
+
+/// Refuses what would fail once a picture is there: a folder, a name that says another kind of picture, a file
+/// that is in the way, a folder that is missing. @throws Failure
+void checkPictureTarget(const std::string& file, bool force, PictureKind kind);
 
 // Each command answers its exit status, or throws Failure.
 int runDevices(const GlobalOptions& global, const DevicesOptions& options);

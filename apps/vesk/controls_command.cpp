@@ -3,9 +3,11 @@
 
 #include <algorithm>
 #include <charconv>
+#include <filesystem>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <system_error>
 #include <vector>
 
 #include "apps/vesk/camera_settings.h"
@@ -19,6 +21,7 @@
 namespace vesk::program {
 namespace {
 
+namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 
 const CameraControl& controlNamed(const std::string& name) {
@@ -93,12 +96,12 @@ int64_t readValue(const ControlState& state, const std::string& text) {
   if (state.control.isSwitch()) {
     if (text == "on" || text == "1" || text == "yes" || text == "true") return 1;
     if (text == "off" || text == "0" || text == "no" || text == "false") return 0;
-    throw Failure(kWrongUse, fmt::format("\"{}\" is no value of {}.", text, state.control.name), "Write on or off.");
+    throw Failure(kWrongUse, fmt::format("\"{}\" is not a value of {}.", text, state.control.name), "Write on or off.");
   }
   int64_t value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (error != std::errc() || end != text.data() + text.size())
-    throw Failure(kWrongUse, fmt::format("\"{}\" is no value of {}.", text, state.control.name),
+    throw Failure(kWrongUse, fmt::format("\"{}\" is not a value of {}.", text, state.control.name),
                   fmt::format("Write a whole number, {}{}.", rangeText(state),
                               state.control.automatic ? ", \"default\" or \"auto\"" : " or \"default\""));
   if (!state.takes(value))
@@ -172,7 +175,7 @@ class Controls {
     }
     const ControlState after = stateOf(*mCamera, before.control).value_or(before);
     if (after.current != value && !after.control.isMomentary())
-      sayLine("vesk: the camera made {} of it.", after.current);
+      sayLine("vesk: the camera rounded it to {}.", after.current);
     tell(mGlobal, {after});
   }
 
@@ -192,16 +195,25 @@ class Controls {
   }
 
   void save() {
+    std::error_code ignored;
+    if (!mOptions.force && fs::exists(fs::symlink_status(mOptions.file, ignored)))
+      throw Failure(kFailed, fmt::format("\"{}\" exists already.", mOptions.file),
+                    "Choose another name, or replace it with --force.");
     open(chooseCamera(mOptions.camera));
     const VeskDeviceInfo& info = *mCamera->deviceInfo();
     ControlSettings settings{nameOf(info), info.path().value_or(""), info.vendorID(), info.productID(), {}};
-    for (const ControlState& state : statesOf(*mCamera))
-      if (!state.control.isMomentary()) settings.values[std::string(state.control.name)] = state.current;
+    std::vector<std::string> automatic;
+    for (const ControlState& state : statesOf(*mCamera)) {
+      if (state.control.isMomentary()) continue;
+      settings.values[std::string(state.control.name)] = state.current;
+      if (state.isAutomatic.value_or(false)) automatic.emplace_back(state.control.name);
+    }
     saveSettings(mOptions.file, settings);
     if (mGlobal.json)
-      printJson({{"file", mOptions.file}, {"settings", settings.values.size()}});
+      printJson({{"file", mOptions.file}, {"settings", settings.values.size()}, {"automatic", automatic}});
     else
-      printLine("{}: {} settings of {}", mOptions.file, settings.values.size(), settings.cameraName);
+      printLine("{}: {} settings of {}{}", mOptions.file, settings.values.size(), settings.cameraName,
+                leftToAutomatic(automatic));
   }
 
   int load() {

@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "apps/vesk/argument_text.h"
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
@@ -39,15 +40,15 @@ nlohmann::ordered_json soundFormats(VeskAudioDevice& microphone) {
   return list;
 }
 
-void printVideo(const nlohmann::ordered_json& formats) {
-  for (const auto& format : formats) {
+/// In the words that --format takes.
+void printVideo(VeskVideoDevice& camera) {
+  const auto formats = camera.getSupportedFormats();
+  for (const auto& format : *formats) {
     std::string rates;
-    for (const auto& interval : format["intervals"]) {
-      const auto units = interval.get<uint32_t>();
-      if (units != 0) rates += fmt::format("  {:.4g}/s", 1e7 / units);
-    }
-    printLine("  {}  {:>5} x {:<5}{}", format["codec"].get<std::string>(), format["width"].get<int>(),
-              format["height"].get<int>(), rates);
+    for (const uint32_t interval : camera.getSupportedFrameIntervals(format))
+      if (interval != 0) rates += fmt::format("  {:.4g}/s", 1e7 / interval);
+    const auto size = format->dimensions();
+    printLine("  {:<5}  {:>5} x {:<5}{}", codecName(format->mediaSubType()), size.width, size.height, rates);
   }
 }
 
@@ -68,23 +69,19 @@ int runFormats(const GlobalOptions& global, const FormatsOptions& options) {
       options.microphone.empty() ? defaultMicrophone(camera) : chooseMicrophone(options.microphone);
   if (!camera && !microphone) camera = chooseCamera("");
 
-  nlohmann::ordered_json video = nlohmann::ordered_json::array();
+  if (camera) openDevice(*camera);
   nlohmann::ordered_json sound = nlohmann::ordered_json::array();
-  if (camera) {
-    openDevice(*camera);
-    video = videoFormats(*camera);
-  }
   if (microphone) {
     openDevice(*microphone);
     sound = soundFormats(*microphone);
     microphone->closeDevice();
   }
   if (global.json) {
-    printJson({{"video", video}, {"sound", sound}});
+    printJson({{"video", camera ? videoFormats(*camera) : nlohmann::ordered_json::array()}, {"sound", sound}});
     return kDone;
   }
   printLine("{}", camera ? nameOf(*camera->deviceInfo()) : "No camera");
-  printVideo(video);
+  if (camera) printVideo(*camera);
   printLine("{}", microphone ? nameOf(*microphone->deviceInfo()) : "No microphone");
   printSound(sound);
   return kDone;

@@ -6,11 +6,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <string_view>
 #include <utility>
 
+#include "apps/vesk/log_lines.h"
 #include "capture/capture_host.h"
 #include "devices/device_manager.h"
 #include "platform/foundation/log.h"
@@ -21,25 +21,12 @@ namespace {
 
 bool gVerbose = false;
 
-/// Lines that tell of an ordinary course of things.
-constexpr std::array<std::string_view, 12> kRoutine = {"Starting writing [",
-                                                       "Finished writing [",
-                                                       "Dealloc AVDevice ",
-                                                       "Samples are being discarded!!!",
-                                                       "item ",
-                                                       "panRelative",
-                                                       "tiltRelative",
-                                                       "resetPanTiltRel Result 0",
-                                                       "IsRunning ",
-                                                       "Accepts First ",
-                                                       "The camera at ",  // commands say who does not answer
-                                                       "("};              // a meter's inputs
+struct ShownLines {
+  Mutex mutex;
+  LogLines lines VESK_GUARDED_BY(mutex);
+};
 
-bool isRoutine(std::string_view line) {
-  for (const std::string_view start : kRoutine)
-    if (line.substr(0, start.size()) == start) return true;
-  return false;
-}
+ShownLines gShown;
 
 /// Lines that are kept back while a device is being opened or started.
 struct HeldLines {
@@ -63,7 +50,7 @@ void hold() {
 
 /// Whether the line is about a device and no routine one, which --verbose lets through.
 bool explains(const std::string& line, const std::string& name) {
-  return !isRoutine(line) && line.find(name) != std::string::npos;
+  return LogLines::isForPeople(line) && line.find(name) != std::string::npos;
 }
 
 std::vector<std::string> letGo() {
@@ -85,9 +72,16 @@ Failure reworded(const Failure& failure, std::string line) {
 
 void showLine(std::string_view line) {
   while (!line.empty() && line.back() == '\n') line.remove_suffix(1);
-  if (line.empty() || (!gVerbose && isRoutine(line))) return;
+  if (line.empty() || (!gVerbose && !LogLines::isForPeople(line))) return;
   if (keepBack(line)) return;
-  writeLine(line);
+  if (gVerbose) return writeLine(line);
+  const MutexLock lock(gShown.mutex);
+  if (const auto words = gShown.lines.take(line, LogLines::Clock::now())) writeLine(*words);
+}
+
+void showCounts() {
+  const MutexLock lock(gShown.mutex);
+  for (const std::string& line : gShown.lines.counts()) writeLine(line);
 }
 
 /// The write function of the stream that the library is given in place of standard output: the
@@ -162,6 +156,7 @@ Host::Host(const GlobalOptions& options) {
 
 Host::~Host() {
   VeskDeviceManager::destroy();
+  showCounts();
 }
 
 DeviceWatch::DeviceWatch(const char* notification, std::function<void(std::shared_ptr<VeskDeviceInfo>)> handler)

@@ -73,8 +73,8 @@ class DeviceWatch {
   NSNotificationObserver mObserver;
 };
 
-/// Sends the routine lines of the library nowhere unless --verbose was given; warnings and failures
-/// always reach standard error, below a progress line that is being shown.
+/// Sends the library's lines to standard error, above a progress line that is being shown: with --verbose as
+/// they are, else as LogLines has them.
 void setUpLogLines(bool verbose);
 
 /// Runs `work`, which opens or starts the devices of these names. Where it throws a Failure and the

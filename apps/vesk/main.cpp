@@ -1,10 +1,16 @@
 #include <fmt/core.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
+#include <functional>
+#include <initializer_list>
+#include <optional>
 #include <sstream>
+#include <string>
 #include <system_error>
 
+#include "apps/vesk/argument_text.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/output.h"
 #include "apps/vesk/program.h"
@@ -14,6 +20,10 @@ namespace {
 
 using namespace vesk::program;
 
+// In seconds.
+constexpr double kShortestDuration = 0.1;
+constexpr double kLongestDuration = 1e7;
+
 constexpr const char* kAbout =
     "Vesk finds cameras and microphones, and records them into QuickTime movies without\n"
     "re-encoding. A recording survives a crash: at most its last two seconds are lost.";
@@ -22,7 +32,7 @@ constexpr const char* kExamples =
     "Examples:\n"
     "  vesk devices                          what is attached\n"
     "  vesk record lesson.mov                record until Ctrl-C\n"
-    "  vesk record lesson.mov --duration 60  record a minute\n"
+    "  vesk record lesson.mov --duration 1m  record a minute\n"
     "  vesk preview                          a camera live in a window\n"
     "  vesk snapshot photo.jpeg              take a photo\n"
     "  vesk --capture simulated record test.mov --duration 5\n"
@@ -32,33 +42,124 @@ constexpr const char* kExamples =
     "Exit status: 0 done, 1 failed, 2 wrong use, 3 no such device, 4 device busy or refused.\n"
     "\"vesk COMMAND --help\" tells more about a command.";
 
+struct Example {
+  const char* line;
+  const char* about;
+};
+
+/// Ends the help of a command: what is to be known beside its options, and how it is used.
+void addFooter(CLI::App* command, const std::string& notes, std::initializer_list<Example> examples) {
+  size_t width = 0;
+  for (const Example& example : examples) width = std::max(width, std::string(example.line).size());
+  std::string text = notes.empty() ? "Examples:" : notes + "\n\nExamples:";
+  for (const Example& example : examples)
+    text += fmt::format("\n  vesk {:<{}}  {}", example.line, width, example.about);
+  command->footer(text);
+}
+
+CLI::Option* addCamera(CLI::App* command, std::string& camera, const char* otherwise = "the first") {
+  return command
+      ->add_option("--camera", camera,
+                   fmt::format("Index, path, /dev node or a unique part of the name (default: {})", otherwise))
+      ->type_name("CAMERA");
+}
+
+CLI::Option* addMicrophone(CLI::App* command, std::string& microphone, const char* otherwise) {
+  return command
+      ->add_option("--mic", microphone,
+                   fmt::format("Index, path or a unique part of the name (default: {})", otherwise))
+      ->type_name("MIC");
+}
+
+CLI::Option* addFormat(CLI::App* command, std::string& format, const char* otherwise) {
+  return command
+      ->add_option("--format", format,
+                   fmt::format("Picture format: h264, mjpeg or raw, with a size or not, as h264:1280x720,\n"
+                               "raw:640x480, 720p, 1080p, 4k; @30 asks for a rate (default: {})",
+                               otherwise))
+      ->type_name("FORMAT");
+}
+
+CLI::Option* addSound(CLI::App* command, std::string& sound) {
+  return command
+      ->add_option("--sound", sound,
+                   "Sound format, as pcm:48000:2 (rate and channels), pcm:44100, pcm or aac\n"
+                   "(default: the first that the microphone offers)")
+      ->type_name("FORMAT");
+}
+
+/// A length of time from `least` to kLongestDuration.
+CLI::Option* addDuration(CLI::App* command, const char* name, const char* about, double least,
+                         const std::function<void(double)>& take) {
+  const auto read = [name, least, take](const std::string& text) {
+    const auto seconds = readDuration(text);
+    if (!seconds || *seconds < least || *seconds > kLongestDuration)
+      throw CLI::ValidationError(
+          fmt::format("{} cannot be \"{}\": write seconds or a time like 90, 1m30s or 2h, from {:g} s to {:.0f} days",
+                      name, text, least, kLongestDuration / 86400));
+    take(*seconds);
+  };
+  return command->add_option_function<std::string>(name, read, about)->type_name("TIME");
+}
+
 CLI::App* addControls(CLI::App& app, ControlsOptions& options) {
   using Action = ControlsOptions::Action;
   CLI::App* const command = app.add_subcommand("controls", "Read and set a camera's image, lens and motion controls");
-  command->add_option("--camera", options.camera, "Index, path or a unique part of the name (default: the first)");
+  addCamera(command, options.camera);
   command->require_subcommand(0, 1);
+  addFooter(command, "\"vesk controls ACTION --help\" tells more about an action.",
+            {{"controls", "all controls with their ranges"},
+             {"controls set brightness 20", "set one"},
+             {"controls set exposure auto", "leave one to the camera"},
+             {"controls save desk.json", "keep all settings"},
+             {"controls load desk.json", "apply them again"}});
   const auto add = [&](const char* name, const char* about, Action action) {
     CLI::App* const added = command->add_subcommand(name, about);
     added->callback([&options, action] { options.action = action; });
     return added;
   };
-  add("list", "Show all controls with their ranges (what \"controls\" alone does)", Action::kList);
-  add("get", "Show one control", Action::kGet)->add_option("NAME", options.name)->required();
+  constexpr const char* kName = "The control, as \"vesk controls list\" names it";
+  constexpr const char* kFile = "What \"vesk controls save\" has made";
+  addFooter(
+      add("list", "Show all controls with their ranges (what \"controls\" alone does)", Action::kList), "",
+      {{"controls list", "of the first camera"}, {"--json controls list --camera 1", "of the second, for scripts"}});
+  CLI::App* const get = add("get", "Show one control", Action::kGet);
+  get->add_option("NAME", options.name, kName)->required()->type_name("");
+  addFooter(get, "", {{"controls get zoom", "how far it is zoomed in"}});
   CLI::App* const set = add("set", "Set a control", Action::kSet);
-  set->add_option("NAME", options.name)->required();
-  set->add_option("VALUE", options.value, "A number, on, off, default, or auto to leave it to the camera")->required();
-  add("reset", "Set one control, or all, to the defaults", Action::kReset)->add_option("NAME", options.name);
-  add("save", "Keep all settings in a file", Action::kSave)
-      ->add_option("FILE", options.file, "A property list when the name ends in .plist, else JSON")
-      ->required();
-  add("load", "Apply kept settings to the camera they are of", Action::kLoad)
-      ->add_option("FILE", options.file)
-      ->required();
+  set->add_option("NAME", options.name, kName)->required()->type_name("");
+  set->add_option("VALUE", options.value, "A number, on, off, default, or auto to leave it to the camera")
+      ->required()
+      ->type_name("");
+  addFooter(set, "",
+            {{"controls set brightness -20", "darker"},
+             {"controls set autoExposure off", "hold the exposure"},
+             {"controls set whiteBalance auto", "leave it to the camera"}});
+  CLI::App* const reset = add("reset", "Set one control, or all, to the defaults", Action::kReset);
+  reset->add_option("NAME", options.name, "The control (default: all of them)")->type_name("");
+  addFooter(reset, "", {{"controls reset", "all"}, {"controls reset zoom", "one"}});
+  CLI::App* const save = add("save", "Keep all settings in a file", Action::kSave);
+  save->add_option("FILE", options.file, "A property list when the name ends in .plist, else JSON")
+      ->required()
+      ->type_name("");
+  save->add_flag("--force", options.force, "Replace FILE if it exists");
+  addFooter(save, "", {{"controls save desk.json", ""}, {"controls save desk.json --force", "once more"}});
+  CLI::App* const load = add("load", "Apply kept settings to the camera they are of", Action::kLoad);
+  load->add_option("FILE", options.file, kFile)->required()->type_name("");
+  addFooter(load, "", {{"controls load desk.json", ""}, {"controls load desk.json --camera 1", "to another camera"}});
   CLI::App* const keep =
       add("keep", "Apply kept settings now and whenever their camera comes, until Ctrl-C", Action::kKeep);
-  keep->add_option("FILE", options.file)->required();
-  keep->footer("Cameras forget their settings when they are plugged out: run this as a service.");
+  keep->add_option("FILE", options.file, kFile)->required()->type_name("");
+  addFooter(keep, "Cameras forget their settings when they are unplugged: run this as a service.",
+            {{"controls keep desk.json", ""}});
   return command;
+}
+
+/// "vesk record": the command that was being read when a word was wrong.
+std::string commandOf(const CLI::App& app) {
+  std::string name = app.get_name();
+  for (const CLI::App* command : app.get_subcommands()) name += " " + commandOf(*command);
+  return name;
 }
 
 int parseAndRun(int argc, char** argv) {
@@ -84,75 +185,93 @@ int parseAndRun(int argc, char** argv) {
 
   DevicesOptions devices;
   CLI::App* const devicesCommand = app.add_subcommand("devices", "List cameras and microphones");
-  devicesCommand->add_flag("--watch", devices.watch, "Stay and tell of devices that come and go, until Ctrl-C");
+  devicesCommand->add_flag("--watch", devices.watch, "Keep running and report devices as they come and go");
+  addFooter(devicesCommand, "",
+            {{"devices", "what is attached"}, {"devices --watch", "until Ctrl-C"}, {"--json devices", "for scripts"}});
 
   FormatsOptions formats;
   CLI::App* const formatsCommand = app.add_subcommand("formats", "List what a camera and a microphone can deliver");
-  formatsCommand->add_option("--camera", formats.camera, "Index, path or a unique part of the name");
-  formatsCommand->add_option("--mic", formats.microphone, "Index, path or a unique part of the name");
+  addCamera(formatsCommand, formats.camera);
+  addMicrophone(formatsCommand, formats.microphone, "the camera's own, else the first");
+  addFooter(formatsCommand, "", {{"formats", "of the first camera"}, {"formats --camera 1", "of the second"}});
 
   RecordOptions record;
   CLI::App* const recordCommand = app.add_subcommand("record", "Record a camera and a microphone into a movie");
-  recordCommand->add_option("OUT", record.file, "The movie to make, usually NAME.mov")->required();
-  recordCommand->add_option("--camera", record.camera, "Index, path or a unique part of the name (default: the first)");
-  recordCommand->add_option("--mic", record.microphone, "The same for the microphone");
+  recordCommand->add_option("OUT", record.file, "The movie to make: NAME.mov or NAME.qt")->required()->type_name("");
+  addCamera(recordCommand, record.camera);
+  addMicrophone(recordCommand, record.microphone, "the camera's own, else the first");
   recordCommand->add_flag("--no-audio", record.noAudio, "Record the picture alone");
-  recordCommand->add_option("--format", record.format, "Picture format, for example avc1:1280x720, avc1 or 640x480");
-  recordCommand->add_option("--sound", record.sound, "Sound format, for example pcm:48000:2, pcm or aac");
-  recordCommand
-      ->add_option("--duration", record.duration, "Seconds to record (default: until Ctrl-C or the footage ends)")
-      ->check(CLI::Range(0.1, 1e7));
+  addFormat(recordCommand, record.format, "h264, up to 1280x720");
+  addSound(recordCommand, record.sound);
+  addDuration(recordCommand, "--duration",
+              "How long to record: 90, 1m30s or 2h (default: until Ctrl-C or the footage\nends)", kShortestDuration,
+              [&](double seconds) { record.duration = seconds; });
   recordCommand->add_flag("--force", record.force, "Replace OUT if it exists (only once the new movie is complete)");
   recordCommand->add_flag("--wait", record.wait,
                           "Wait for a camera that is not there, and for one that goes: it is recorded\n"
                           "into OUT-2 and so on when it comes back");
-  recordCommand->footer(
-      "While recording, the movie grows in a hidden folder beside OUT and can be read at any moment; at\n"
-      "the end it is moved to OUT. What a crash leaves there, \"vesk recover OUT\" finds and finishes.");
+  addFooter(recordCommand,
+            "While recording, the movie grows in a hidden folder beside OUT and can be read at any moment; at\n"
+            "the end it is moved to OUT. What a crash leaves there, \"vesk recover OUT\" finds and finishes.",
+            {{"record lesson.mov", "until Ctrl-C"},
+             {"record lesson.mov --duration 45m", "for three quarters of an hour"},
+             {"record talk.mov --format 1080p --mic headset", "in full HD, with a microphone of choice"},
+             {"record bench.mov --no-audio --wait", "from the moment the camera is plugged in"},
+             {"--capture simulated record test.mov --duration 5", "without a camera, for a try"}});
 
   SnapshotOptions snapshot;
   CLI::App* const snapshotCommand = app.add_subcommand("snapshot", "Take one photo");
-  snapshotCommand->add_option("OUT", snapshot.file, "The picture to make, usually NAME.jpeg")->required();
-  snapshotCommand->add_option("--camera", snapshot.camera,
-                              "Index, path or a unique part of the name (default: the first)");
-  snapshotCommand->add_option("--format", snapshot.format,
-                              "Picture format (default: the largest), for example dmb1:1280x720");
-  snapshotCommand->add_option("--delay", snapshot.delay, "Seconds to give the camera before the photo (default: 0.5)")
-      ->check(CLI::Range(0.0, 1e5));
+  snapshotCommand->add_option("OUT", snapshot.file, "The photo to make: NAME.jpeg or NAME.jpg")
+      ->required()
+      ->type_name("");
+  addCamera(snapshotCommand, snapshot.camera);
+  addFormat(snapshotCommand, snapshot.format, "the largest");
+  addDuration(snapshotCommand, "--delay", "How long to give the camera before the photo (default: 0.5 s)", 0,
+              [&](double seconds) { snapshot.delay = seconds; });
   snapshotCommand->add_flag("--force", snapshot.force, "Replace OUT if it exists");
+  addFooter(snapshotCommand, "",
+            {{"snapshot photo.jpeg", "the largest picture there is"},
+             {"snapshot photo.jpeg --delay 3s", "once the exposure has settled"},
+             {"snapshot small.jpeg --format 640x480", ""}});
 
   PreviewOptions preview;
   CLI::App* const previewCommand = app.add_subcommand("preview", "Show a camera live in a window");
-  previewCommand->add_option("--camera", preview.camera,
-                             "Index, path or a unique part of the name (default: the first)");
-  previewCommand->add_option("--mic", preview.microphone, "The same for the microphone that is metered and recorded");
+  addCamera(previewCommand, preview.camera);
+  addMicrophone(previewCommand, preview.microphone, "the camera's own, else the first");
   previewCommand->add_flag("--no-audio", preview.noAudio, "Leave microphones alone");
-  previewCommand->add_option("--format", preview.format, "Picture format, for example avc1:1280x720, dmb1 or 640x480");
-  previewCommand->add_option("--sound", preview.sound, "Sound format of recordings, for example pcm:48000:2 or aac");
-  previewCommand->add_option("--duration", preview.duration, "Seconds to show (default: until q)")
-      ->check(CLI::Range(0.1, 1e7));
+  addFormat(previewCommand, preview.format, "h264, up to 1280x720");
+  addSound(previewCommand, preview.sound);
+  addDuration(previewCommand, "--duration", "How long to show it: 90, 1m30s or 2h (default: until q)",
+              kShortestDuration, [&](double seconds) { preview.duration = seconds; });
   previewCommand->add_option("--screenshot", preview.screenshot, "At the end, the window's content as a PNG picture")
       ->type_name("OUT.png");
   previewCommand->add_option("--record", preview.record, "Record from the start")->type_name("OUT.mov");
   previewCommand->add_flag("--force", preview.force, "Replace OUT files that exist");
-  previewCommand->footer(
-      "Keys in the window: space takes a photo, r starts and ends a recording, m mirrors the picture\n"
-      "(where the camera can), q or Esc quits. Photos and recordings go to the current folder, named by\n"
-      "the time.");
+  addFooter(previewCommand,
+            "Keys in the window: space takes a photo, r starts and ends a recording, m mirrors the picture\n"
+            "(where the camera can), q or Esc quits. Photos and recordings go to the current folder, named by\n"
+            "the time.",
+            {{"preview", "until q"},
+             {"preview --format mjpeg:720p", ""},
+             {"preview --record lesson.mov", "recorded from the start"},
+             {"preview --duration 5 --screenshot window.png", "what the window shows, for a test"}});
 
   MeterOptions meter;
   CLI::App* const meterCommand = app.add_subcommand("meter", "Show the level of a microphone");
-  meterCommand->add_option("--mic", meter.microphone, "Index, path or a unique part of the name (default: the first)");
-  meterCommand->add_option("--duration", meter.duration, "Seconds to show (default: until Ctrl-C)")
-      ->check(CLI::Range(0.1, 1e7));
+  addMicrophone(meterCommand, meter.microphone, "the first");
+  addDuration(meterCommand, "--duration", "How long to show it: 90, 1m30s or 2h (default: until Ctrl-C)",
+              kShortestDuration, [&](double seconds) { meter.duration = seconds; });
+  addFooter(meterCommand, "", {{"meter", "until Ctrl-C"}, {"meter --mic headset --duration 10", ""}});
 
   RecoverOptions recover;
   CLI::App* const recoverCommand = app.add_subcommand("recover", "Finish a movie that a crash left unfinished");
   recoverCommand
       ->add_option("FILE", recover.file,
                    "The unfinished movie, or the name it was to have: leftovers beside it are found")
-      ->required();
-  recoverCommand->footer("Nothing recorded is removed: a movie that is whole already is left as it is.");
+      ->required()
+      ->type_name("");
+  addFooter(recoverCommand, "Nothing recorded is removed: a movie that is whole already is left as it is.",
+            {{"recover lesson.mov", "finish what a crash left of it"}});
 
   ControlsOptions controls;
   CLI::App* const controlsCommand = addControls(app, controls);
@@ -161,26 +280,38 @@ int parseAndRun(int argc, char** argv) {
   CLI::App* const nudgeCommand = app.add_subcommand("nudge", "Move a motorised camera head a little");
   nudgeCommand->add_option("DIRECTION", nudge.direction, "left, right, up, down, or reset: back to the middle")
       ->required()
+      ->type_name("")
       ->check(CLI::IsMember({"left", "right", "up", "down", "reset"}));
-  nudgeCommand->add_option("--times", nudge.times, "How often (default: once)")->check(CLI::Range(1, 1000));
-  nudgeCommand->add_option("--camera", nudge.camera,
-                           "Index, path or a unique part of the name (default: the first that can be nudged)");
+  nudgeCommand->add_option("--times", nudge.times, "How often, 1 to 1000 (default: once)")
+      ->type_name("N")
+      ->check(CLI::Range(1, 1000).description(""));
+  addCamera(nudgeCommand, nudge.camera, "the first that can be nudged");
+  addFooter(nudgeCommand, "", {{"nudge left", "a little"}, {"nudge up --times 5", "further"}, {"nudge reset", "back"}});
 
   InfoOptions info;
-  CLI::App* const infoCommand = app.add_subcommand("info", "Tell what a camera says of itself");
-  infoCommand->add_option("--camera", info.camera, "Index, path or a unique part of the name (default: the first)");
+  CLI::App* const infoCommand = app.add_subcommand("info", "Show what a camera says of itself");
+  addCamera(infoCommand, info.camera);
+  addFooter(infoCommand, "",
+            {{"info", "of the first camera"}, {"--json info --camera 1", "of the second, for scripts"}});
 
   CLI::App* const doctorCommand =
       app.add_subcommand("doctor", "Look for what keeps cameras and microphones from working");
-  doctorCommand->footer("Changes nothing. Exit status: 0 all is well, 1 there are problems.");
+  addFooter(doctorCommand, "Changes nothing. Exit status: 0 all is well, 1 there are problems.", {{"doctor", ""}});
 
   ResolutionsOptions resolutions;
   CLI::App* const resolutionsCommand = app.add_subcommand("resolutions", "Look a product up in a resolution catalogue");
-  resolutionsCommand->add_option("FILE", resolutions.file, "The catalogue, an XML file")->required();
+  resolutionsCommand->add_option("FILE", resolutions.file, "The catalogue, an XML file")->required()->type_name("");
   resolutionsCommand->add_option("--product", resolutions.product, "Product number in hexadecimal digits")
       ->type_name("HEX")
       ->required();
-  resolutionsCommand->add_option("--codec", resolutions.codec, "Only what is for this codec")->type_name("NAME");
+  resolutionsCommand->add_option("--codec", resolutions.codec, "Only what is for this codec, as avc1 or dmb1")
+      ->type_name("NAME");
+  addFooter(resolutionsCommand, "", {{"resolutions cameras.xml --product 7B27", ""}});
+
+  if (argc == 1) {
+    writeResult(app.help());
+    return kDone;
+  }
 
   try {
     app.parse(argc, argv);
@@ -191,7 +322,13 @@ int parseAndRun(int argc, char** argv) {
       writeResult(text.str());
       return kDone;
     }
-    return report(Failure(kWrongUse, error.what() + std::string("."), "See \"vesk --help\"."), global);
+    const auto words = app.remaining();
+    if (app.get_subcommands().empty() && !words.empty() && !words.front().starts_with('-'))
+      return report(
+          Failure(kWrongUse, fmt::format("there is no command \"{}\".", words.front()), "See \"vesk --help\"."),
+          global);
+    return report(
+        Failure(kWrongUse, error.what() + std::string("."), fmt::format("See \"{} --help\".", commandOf(app))), global);
   }
 
   try {

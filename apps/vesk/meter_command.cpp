@@ -1,6 +1,5 @@
 #include <fmt/core.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cmath>
 #include <nlohmann/json.hpp>
@@ -9,6 +8,7 @@
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
+#include "apps/vesk/movie_recording.h"
 #include "apps/vesk/output.h"
 #include "capture/capture_host.h"
 #include "devices/device_manager.h"
@@ -22,23 +22,10 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kTick{50};
 constexpr std::chrono::seconds kPatience{3};             // for the first level
 constexpr std::chrono::milliseconds kLineInterval{250};  // between lines where there is no terminal
-constexpr float kBarFloor = -60.0F;
 constexpr int kBarCells = 40;
 
 bool isSilence(float level) {
   return !(level > kSilenceLevel);
-}
-
-std::string bar(float level) {
-  const float part = std::clamp((level - kBarFloor) / -kBarFloor, 0.0F, 1.0F);
-  const int filled = isSilence(level) ? 0 : static_cast<int>(std::lround(part * kBarCells));
-  std::string text = "[";
-  for (int cell = 0; cell < kBarCells; ++cell) text += cell < filled ? "#" : " ";
-  return text + "]";
-}
-
-std::string inWords(float level) {
-  return isSilence(level) ? "silence" : fmt::format("{:6.1f} dB", level);
 }
 
 /// Shows a microphone's level until it is told to stop.
@@ -93,10 +80,10 @@ class MeterCommand {
     } else if (std::isinf(level)) {
       return;  // the end
     } else if (mProgress.isShown()) {
-      mProgress.show(fmt::format("{} {}", bar(level), inWords(level)));
+      mProgress.show(levelBar(level, kBarCells));
     } else if (Clock::now() >= mNextLine) {
       mNextLine = Clock::now() + kLineInterval;
-      printLine("{:8.2f} s {} {}", time, bar(level), inWords(level));
+      printLine("{:8.2f} s {}", time, levelBar(level, kBarCells));
     }
   }
 

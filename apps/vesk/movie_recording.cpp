@@ -2,6 +2,8 @@
 
 #include <fmt/core.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <nlohmann/json.hpp>
@@ -9,21 +11,25 @@
 #include <utility>
 #include <vector>
 
+#include "apps/vesk/argument_text.h"
 #include "apps/vesk/choices.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/output.h"
 #include "platform/foundation/file_manager.h"
 #include "platform/media/four_char_code.h"
+#include "platform/metering/power_meter.h"
+#include "platform/writing/movie_recovery.h"
 
 namespace vesk::program {
 namespace {
 
 namespace fs = std::filesystem;
 
-Failure nothingRecorded() {
-  return {kFailed, "nothing was recorded: no picture and no sound came.",
-          "See with \"vesk devices\" that the camera is still there."};
-}
+constexpr float kBarFloor = -60.0F;
+
+/// Sound without a picture is kept from this length on, in microseconds: somebody may have spoken. Less is
+/// what microphones send while the camera is still being started.
+constexpr uint64_t kShortestSound = 5'000'000;
 
 }  // namespace
 
@@ -46,10 +52,34 @@ std::string humanTime(uint64_t microseconds) {
   return fmt::format("{}:{:02}:{:02}", seconds / 3600, seconds / 60 % 60, seconds % 60);
 }
 
+std::string levelBar(float level, int cells) {
+  const float part = std::clamp((level - kBarFloor) / -kBarFloor, 0.0F, 1.0F);
+  const int filled = static_cast<int>(std::lround(part * static_cast<float>(cells)));
+  std::string text = "[";
+  for (int cell = 0; cell < cells; ++cell) text += cell < filled ? '#' : ' ';
+  return text + (level > kSilenceLevel ? fmt::format("] {:5.1f} dB", level) : "] silence");
+}
+
+std::optional<std::string> timeLeftOnDisk(const std::string& file, const RecordingStatistics& statistics) {
+  constexpr double kShortest = 2e6;  // before that, the header and the first key picture count for too much
+  constexpr double kMost = 1000 * 3600.0;
+  const auto recorded = static_cast<double>(statistics.duration);
+  if (recorded < kShortest || statistics.bytes == 0) return std::nullopt;
+  std::error_code error;
+  const auto room = fs::space(stringByDeletingLastPathComponent(file), error);
+  if (error) return std::nullopt;
+  const double seconds = static_cast<double>(room.available) / (static_cast<double>(statistics.bytes) / recorded * 1e6);
+  if (seconds >= kMost) return "weeks left on disk";
+  return fmt::format("{} left on disk", humanTime(static_cast<uint64_t>(seconds * 1e6)));
+}
+
 void MovieRecording::checkTarget(const std::string& file, bool force) {
   std::error_code ignored;
   if (fs::is_directory(file, ignored) || fs::path(file).filename().empty())
     throw Failure(kWrongUse, fmt::format("\"{}\" is a folder.", file), "Name a file, for example lesson.mov.");
+  if (!hasEnding(file, {".mov", ".qt"}))
+    throw Failure(kWrongUse, fmt::format("\"{}\" would not be what its name says: movies are QuickTime files.", file),
+                  fmt::format("Name it {}.", fs::path(file).replace_extension(".mov").string()));
   const std::vector<Leftover> leftovers = findLeftovers(file, LeftoverLock::kLook);
   refuseIfRecorded(file, leftovers);
   if (!force && fs::exists(fs::symlink_status(file, ignored)))
@@ -64,7 +94,8 @@ void MovieRecording::checkTarget(const std::string& file, bool force) {
 MovieRecording::MovieRecording(RecordingPlan plan)
     : mPlan(std::move(plan)),
       mFolder(mPlan.file),
-      mSession(VeskRecordSession::initWithVideoDevice(mPlan.camera, mPlan.microphone, mPlan.file)) {
+      mSession(VeskRecordSession::initWithVideoDevice(mPlan.camera, mPlan.microphone, mPlan.file)),
+      mSoundWatch(mPlan.soundFormat ? std::make_shared<SoundWatch>(*mPlan.soundFormat) : nullptr) {
   mSession->setFrameTiming(FrameTiming::kCapture);
 }
 
@@ -72,7 +103,23 @@ void MovieRecording::start() {
   setTemporaryDirectory(mFolder.path());
   std::vector<std::string> names{nameOf(*mPlan.camera->deviceInfo())};
   if (mPlan.microphone) names.push_back(nameOf(*mPlan.microphone->deviceInfo()));
+  if (mPlan.microphone) mPlan.microphone->addDelegate(mSoundWatch);
   explained(names, [this] { checkStarted(mSession->startSession()); });
+}
+
+std::optional<std::string> MovieRecording::quietMicrophone() {
+  const double quiet = mSoundWatch ? mSoundWatch->quietFor() : 0;
+  if (quiet < mQuietLimit) {
+    if (mIsQuietTold && quiet < 1) {
+      mIsQuietTold = false;
+      mQuietLimit *= 2;
+    }
+    return std::nullopt;
+  }
+  if (std::exchange(mIsQuietTold, true)) return std::nullopt;
+  return fmt::format("no sound above {:.0f} dB for {:.0f} s from \"{}\": {}.", kQuietLevel, mQuietLimit,
+                     nameOf(*mPlan.microphone->deviceInfo()),
+                     mPlan.microphone->isMuteOn() ? "it is muted" : "see that it is not muted or turned down");
 }
 
 /// The session's status is that of the start made last; a camera that did not start shows only in
@@ -83,7 +130,8 @@ void MovieRecording::checkStarted(int32_t status) {
   const std::string name =
       isSoundRefused ? nameOf(*mPlan.microphone->deviceInfo()) : nameOf(*mPlan.camera->deviceInfo());
   mSession->stopSession();
-  removeRefused();
+  if (mSoundWatch) mPlan.microphone->removeDelegate(mSoundWatch);
+  remove();
   if (status == 1 || status == 8)
     throw Failure(kFailed,
                   fmt::format("a movie could not be begun in \"{}\".", stringByDeletingLastPathComponent(mPlan.file)),
@@ -94,7 +142,7 @@ void MovieRecording::checkStarted(int32_t status) {
 }
 
 /// A session whose microphone started has recorded a moment of sound alone: nobody asked for that.
-void MovieRecording::removeRefused() const {
+void MovieRecording::remove() const {
   const RecordingOutcome outcome = mSession->lastOutcome();
   const std::string& place = outcome.moveError.empty() ? outcome.finalPath : outcome.temporaryPath;
   std::error_code ignored;
@@ -103,25 +151,60 @@ void MovieRecording::removeRefused() const {
 
 void MovieRecording::stop() {
   mSession->stopSession();
+  if (mSoundWatch) mPlan.microphone->removeDelegate(mSoundWatch);
 }
 
 bool MovieRecording::isEmpty() const {
   const RecordingStatistics statistics = mSession->lastOutcome().statistics;
-  return statistics.videoFrames + statistics.audioPackets == 0;
+  return statistics.videoFrames == 0 && (statistics.audioPackets == 0 || statistics.duration < kShortestSound);
 }
 
 RecordingStatistics MovieRecording::finish() {
   const RecordingOutcome outcome = mSession->lastOutcome();
   const RecordingStatistics& statistics = outcome.statistics;
+  if (statistics.writerMissing || statistics.status != 0)
+    throw writerFailure(statistics, outcome.moveError.empty() ? mPlan.file : outcome.temporaryPath);
+  if (isEmpty()) {
+    remove();
+    throw nothingRecorded(statistics);
+  }
+  // Only now: an earlier movie is not given away for one that failed.
   const bool isReplaced = mPlan.force && !outcome.temporaryPath.empty() &&
                           std::rename(outcome.temporaryPath.c_str(), mPlan.file.c_str()) == 0;
   if (isReplaced) giveOrdinaryMode(mPlan.file);
-  const bool isPlaced = outcome.moveError.empty() || isReplaced;
-  if (statistics.writerMissing || statistics.status != 0)
-    throw writerFailure(statistics, isPlaced ? mPlan.file : outcome.temporaryPath);
-  if (!isPlaced) throw notPlaced(outcome);
-  if (statistics.videoFrames + statistics.audioPackets == 0) throw nothingRecorded();
+  if (!outcome.moveError.empty() && !isReplaced) throw notPlaced(outcome);
   return statistics;
+}
+
+Failure MovieRecording::nothingRecorded(const RecordingStatistics& statistics) const {
+  if (statistics.videoHeldBack != 0)
+    return {kFailed,
+            fmt::format("nothing was recorded: \"{}\" sent {} pictures, none of which a movie can begin with.",
+                        nameOf(*mPlan.camera->deviceInfo()), statistics.videoHeldBack),
+            "Record for longer, or choose another format with --format."};
+  return {kFailed,
+          fmt::format("nothing was recorded: no picture came from \"{}\".", nameOf(*mPlan.camera->deviceInfo())),
+          "Record for longer; if that does not help, plug the camera in again or choose another with --camera."};
+}
+
+/// Whether the movie of a failed writer holds anything. What the statistics count may have been lost on
+/// the way to the disk.
+bool MovieRecording::holdsPictures(const std::string& movie) {
+  std::error_code ignored;
+  if (!fs::exists(movie, ignored) || fs::file_size(movie, ignored) == 0) return false;
+  const RecoveryResult found = recoverMovie(movie);
+  switch (found.outcome) {
+    case RecoveryOutcome::kRecovered:
+    case RecoveryOutcome::kAlreadyPlain:
+      return found.frames != 0 || found.duration * 1e6 >= static_cast<double>(kShortestSound);
+    case RecoveryOutcome::kNothingToRecover:
+      return false;
+    case RecoveryOutcome::kLocked:
+    case RecoveryOutcome::kNotAMovie:
+    case RecoveryOutcome::kFailed:
+      return true;  // nobody knows: it stays
+  }
+  return true;
 }
 
 /// What the writer's status codes mean to a person.
@@ -143,19 +226,30 @@ Failure MovieRecording::writerFailure(const RecordingStatistics& statistics, con
   };
   Failure told = failure();
   std::error_code ignored;
-  if (fs::exists(place, ignored)) told.hint += fmt::format(" What was recorded until then is at \"{}\".", place);
+  if (place.empty() && !fs::exists(mFolder.path(), ignored)) return told;  // it went with its disk
+  if (holdsPictures(place)) {
+    told.hint += fmt::format(" What was recorded until then is at \"{}\".", place);
+  } else {
+    remove();
+    told.hint += " Nothing was recorded before that.";
+  }
   return told;
 }
 
 Failure MovieRecording::notPlaced(const RecordingOutcome& outcome) const {
-  if (outcome.temporaryPath.empty() && isEmpty()) return nothingRecorded();
+  if (outcome.temporaryPath.empty() && isEmpty()) return nothingRecorded(outcome.statistics);
   return {kFailed, fmt::format("the movie could not be placed at \"{}\": {}.", mPlan.file, outcome.moveError),
           outcome.temporaryPath.empty()
               ? fmt::format("Attach that disk again and run \"vesk recover {}\".", mPlan.file)
               : fmt::format("It is whole, at \"{}\"; move it where you want it.", outcome.temporaryPath)};
 }
 
-std::optional<Failure> MovieRecording::missingSound(const RecordingStatistics& statistics) const {
+std::optional<Failure> MovieRecording::missingTrack(const RecordingStatistics& statistics) const {
+  if (statistics.videoFrames == 0)
+    return Failure(
+        kFailed,
+        fmt::format("no picture came from \"{}\"; the movie has sound only.", nameOf(*mPlan.camera->deviceInfo())),
+        "See with \"vesk preview\" what it sends, or choose another with --camera.");
   if (!mPlan.microphone || statistics.audioPackets != 0) return std::nullopt;
   return Failure(
       kFailed,
@@ -192,13 +286,15 @@ std::string MovieRecording::summary(const RecordingStatistics& statistics) const
   const auto size = mPlan.videoFormat->dimensions();
   std::string text =
       fmt::format("{}: {:.2f} s, {}, {} {}x{}, {} pictures", mPlan.file, static_cast<double>(statistics.duration) / 1e6,
-                  humanSize(fs::file_size(mPlan.file, ignored)), fourCharString(mPlan.videoFormat->mediaSubType()),
+                  humanSize(fs::file_size(mPlan.file, ignored)), codecName(mPlan.videoFormat->mediaSubType()),
                   size.width, size.height, statistics.videoFrames);
   if (statistics.videoDropped != 0) text += fmt::format(", {} DROPPED", statistics.videoDropped);
   if (!mPlan.soundFormat || statistics.audioPackets == 0) return text + ", no sound";
   const auto& sound = mPlan.soundFormat->streamBasicDescription();
   text += fmt::format(", sound {} {:.0f} Hz {} channel{}", soundCodecName(sound.mFormatID), sound.mSampleRate,
                       sound.mChannelsPerFrame, sound.mChannelsPerFrame == 1 ? "" : "s");
+  if (mSoundWatch->isMeasuring() && !mSoundWatch->wasHeard())
+    text += fmt::format(", NOTHING ABOVE {:.0f} dB", kQuietLevel);
   if (statistics.audioSilence != 0)
     text += fmt::format(", {} packets of silence put into gaps", statistics.audioSilence);
   if (statistics.audioDropped != 0) text += fmt::format(", {} packets of sound DROPPED", statistics.audioDropped);

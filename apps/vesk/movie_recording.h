@@ -7,6 +7,7 @@
 
 #include "apps/vesk/program.h"
 #include "apps/vesk/recording_folder.h"
+#include "apps/vesk/sound_watch.h"
 #include "devices/audio_device.h"
 #include "devices/video_device.h"
 #include "sessions/record_session.h"
@@ -36,16 +37,24 @@ class MovieRecording {
 
   /// @throws Failure when a device refuses or the movie cannot be begun; nothing is left then.
   void start();
+  /// Listens to a microphone's sound beside the recording; null for a recording without sound.
+  const std::shared_ptr<SoundWatch>& soundWatch() const { return mSoundWatch; }
+  /// What to say of a microphone that has been quiet for long: once for each time that it is, and less and less
+  /// often, since talks have pauses.
+  std::optional<std::string> quietMicrophone();
   /// Ends it and puts the movie in its place; finish tells how that went.
   void stop();
-  /// What was recorded, after stop. @throws Failure when the writer gave up, the movie could not be
-  /// placed, or nothing came.
+  /// What was recorded, after stop. A movie that is empty or that its writer gave up before the first
+  /// picture is removed. @throws Failure when the writer gave up, the movie could not be placed, or it is empty
   RecordingStatistics finish();
+  /// Removes what was recorded, after stop.
+  void remove() const;
 
-  /// What to say when a microphone was to be heard and none of its sound is in the movie.
-  std::optional<Failure> missingSound(const RecordingStatistics& statistics) const;
+  /// What to say when no picture is in the movie, or none of the sound of a microphone that was to be heard.
+  std::optional<Failure> missingTrack(const RecordingStatistics& statistics) const;
 
-  /// Whether nothing had come when it was stopped.
+  /// Whether nothing worth keeping had come when it was stopped: no picture, and less sound than microphones
+  /// send while a camera is being started.
   bool isEmpty() const;
 
   RecordingStatistics statistics() const { return mSession->statistics(); }
@@ -60,14 +69,23 @@ class MovieRecording {
 
  private:
   void checkStarted(int32_t status);
-  void removeRefused() const;
+  Failure nothingRecorded(const RecordingStatistics& statistics) const;
+  static bool holdsPictures(const std::string& movie);
   Failure writerFailure(const RecordingStatistics& statistics, const std::string& place) const;
   Failure notPlaced(const RecordingOutcome& outcome) const;
 
   const RecordingPlan mPlan;
   const RecordingFolder mFolder;
   const std::shared_ptr<VeskRecordSession> mSession;
+  const std::shared_ptr<SoundWatch> mSoundWatch;
+  double mQuietLimit = 10;  ///< seconds
+  bool mIsQuietTold = false;
 };
+
+/// "[####      ]  -31 dB", "silence" at the end where there is none.
+std::string levelBar(float level, int cells);
+/// For how much longer there is room on the disk of a movie that has grown like this; none when that is unknown.
+std::optional<std::string> timeLeftOnDisk(const std::string& file, const RecordingStatistics& statistics);
 
 /// `name`, or `name`-2, -3, … where a file of that name with `ending` is there already.
 std::string freeName(const std::string& name, const std::string& ending);

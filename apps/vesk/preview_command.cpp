@@ -23,7 +23,6 @@
 #include "platform/foundation/atomic_file.h"
 #include "platform/foundation/error.h"
 #include "platform/graphics/bitmap_image_rep.h"
-#include "platform/media/four_char_code.h"
 #include "sessions/preview_session.h"
 
 namespace vesk::program {
@@ -38,6 +37,7 @@ constexpr std::chrono::milliseconds kTitleInterval{500};
 constexpr CMVideoDimensions kLargestWindow{1280, 720};
 constexpr CMVideoDimensions kSmallestWindow{320, 240};
 constexpr int kEscape = 27;
+constexpr int kBarCells = 10;
 
 /// "vesk-20261125-093000", by the clock on the wall.
 std::string nameByTime() {
@@ -90,7 +90,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
  private:
   void checkTargets() const {
     if (!mOptions.record.empty()) MovieRecording::checkTarget(mOptions.record, mOptions.force);
-    if (!mOptions.screenshot.empty()) checkPictureTarget(mOptions.screenshot, mOptions.force, "window.png");
+    if (!mOptions.screenshot.empty()) checkPictureTarget(mOptions.screenshot, mOptions.force, PictureKind::kPNG);
   }
 
   void chooseDevices() {
@@ -176,11 +176,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   }
 
   void startRecording(const std::string& file, bool force) {
-    if (!isRecordable(*mPlan.videoFormat))
-      throw Failure(
-          kFailed,
-          fmt::format("a movie cannot hold {} pictures here.", fourCharString(mPlan.videoFormat->mediaSubType())),
-          "Start the preview with --format avc1 or --format 2vuy.");
+    if (!isRecordable(*mPlan.videoFormat)) throw notRecordable(mPlan.videoFormat->mediaSubType());
     RecordingPlan plan = mPlan;
     if (mIsMicrophoneGone) {
       plan.microphone = nullptr;
@@ -212,10 +208,9 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
       const RecordingStatistics statistics = movie->finish();
       mRecordings.push_back(movie->document(statistics));
       say(movie->summary(statistics));
-      if (const auto failure = movie->missingSound(statistics)) throw *failure;
+      if (const auto failure = movie->missingTrack(statistics)) throw *failure;
     } catch (const Failure& failure) {
-      warn(failure);
-      if (!mFailure) mFailure = failure;
+      keep(failure);
     }
     if (!hasReturned || mIsStopping) return;
     try {
@@ -300,7 +295,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
 
   void microphoneAdded(const VeskDeviceInfo& info) {
     if (mMovie && !mIsChangingRecording && mMovie->plan().microphone)
-      mReturned = std::make_unique<ReturnedMicrophone>(mMovie->plan(), mMovie->session());
+      mReturned = std::make_unique<ReturnedMicrophone>(*mMovie);
     else
       reopenMicrophone();
     tellChange("added", info, "is back.");
@@ -320,14 +315,17 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     if (mOptions.duration && mGlobal.pace != "fast" && elapsed.count() >= *mOptions.duration) return mLoop.stop();
     if (mMovie && !mIsChangingRecording) {
       const RecordingStatistics statistics = mMovie->statistics();
-      if (statistics.writerMissing || statistics.status != 0) stopRecording();
+      if (statistics.writerMissing || statistics.status != 0)
+        stopRecording();
+      else if (const auto quiet = mIsMicrophoneGone ? std::nullopt : mMovie->quietMicrophone())
+        say("vesk: " + *quiet);
     }
     mProgress.show(stateLine());
   }
 
   std::string stateLine() const {
     std::string text = fmt::format("{:.1f} pictures/s", mRate);
-    if (mPlan.microphone && std::isfinite(mLevel)) text += fmt::format("  level {:5.1f} dB", mLevel);
+    if (mPlan.microphone && std::isfinite(mLevel)) text += "  " + levelBar(mLevel, kBarCells);
     if (mMovie) {
       const RecordingStatistics statistics = mMovie->statistics();
       text += fmt::format("  recording {}  {}", humanTime(statistics.duration), humanSize(statistics.bytes));
@@ -368,6 +366,15 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   void warn(const Failure& failure) {
     mProgress.clear();
     sayLine("vesk: {} {}", failure.what(), failure.hint);
+  }
+
+  /// A failure that the preview outlives and ends with. At the end it is said once more only to scripts.
+  void keep(Failure failure) {
+    if (!mIsStopping || mFailure) {
+      warn(failure);
+      failure.isTold = true;
+    }
+    if (!mFailure) mFailure = std::move(failure);
   }
 
   void tellResult(const PreviewStatistics& statistics) const {

@@ -14,7 +14,7 @@ void printJson(const nlohmann::ordered_json& document) {
 }
 
 int report(const Failure& failure, const GlobalOptions& options) {
-  sayLine("vesk: {}{}{}", failure.what(), failure.hint.empty() ? "" : " ", failure.hint);
+  if (!failure.isTold) sayLine("vesk: {}{}{}", failure.what(), failure.hint.empty() ? "" : " ", failure.hint);
   if (options.json) {
     printJson(
         {{"error", {{"what", failure.what()}, {"status", static_cast<int>(failure.status)}, {"hint", failure.hint}}}});

@@ -24,6 +24,7 @@ class Failure : public std::runtime_error {
 
   ExitStatus status;
   std::string hint;
+  bool isTold = false;  ///< to the person already: a script is still told, and the exit status stands
 };
 
 /// A device that is not there: it may come.

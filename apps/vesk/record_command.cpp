@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include "apps/vesk/argument_text.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/device_events.h"
 #include "apps/vesk/host.h"
@@ -14,7 +15,7 @@
 #include "apps/vesk/recording_devices.h"
 #include "capture/capture_host.h"
 #include "devices/device_manager.h"
-#include "platform/media/four_char_code.h"
+#include "platform/metering/power_meter.h"
 
 namespace vesk::program {
 namespace {
@@ -30,6 +31,10 @@ constexpr std::chrono::milliseconds kDeparture{600};
 /// A camera that is back may refuse for a moment, as long as the system prepares it.
 constexpr std::chrono::milliseconds kRetry{1000};
 constexpr int kMostRetries = 5;
+/// Of what the progress line shows.
+constexpr std::chrono::seconds kRoomInterval{3};
+constexpr std::chrono::seconds kRateInterval{1};
+constexpr int kBarCells = 10;
 /// Not worth a movie, in seconds.
 constexpr double kShortest = 0.1;
 
@@ -87,7 +92,7 @@ class RecordCommand {
     mIsLossTold = false;
     tellEvent("added", info);
     try {
-      mReturned = std::make_unique<ReturnedMicrophone>(mPlan, mMovie->session());
+      mReturned = std::make_unique<ReturnedMicrophone>(*mMovie);
       say(fmt::format("\"{}\" is back; the movie goes on with its sound.", nameOf(info)));
     } catch (const Failure& failure) {
       say(fmt::format("{} {} The movie goes on without sound.", failure.what(), failure.hint));
@@ -196,6 +201,10 @@ class RecordCommand {
     }
     mIsRecording = true;
     mIsCameraGone = false;
+    mRoom.reset();
+    mRoomAsked = mRateSince = Clock::now();
+    mRateFrom = 0;
+    mRate = 0;
     mMicrophoneLost.reset();
     mIsLossTold = false;
     tellStart();
@@ -206,7 +215,7 @@ class RecordCommand {
     if (mGlobal.json && mOptions.wait) printJson({{"event", "recording"}, {"file", mPlan.file}});
     const auto& format = *mPlan.videoFormat;
     if (!mGlobal.json && (mProgress.isShown() || mHasWaited))
-      sayLine("Recording {} {}x{}{}; Ctrl-C ends it.", fourCharString(format.mediaSubType()), format.dimensions().width,
+      sayLine("Recording {} {}x{}{}; Ctrl-C ends it.", codecName(format.mediaSubType()), format.dimensions().width,
               format.dimensions().height, mPlan.soundFormat ? " with sound" : "");
   }
 
@@ -222,11 +231,30 @@ class RecordCommand {
     const bool isLongEnough = left && static_cast<double>(statistics.duration) >= *left * 1e6;
     if (statistics.writerMissing || statistics.status != 0 || isLongEnough) return end();
     tellLoss();
-    std::string text = fmt::format("{}  {} pictures  {}", humanTime(statistics.duration), statistics.videoFrames,
-                                   humanSize(statistics.bytes));
+    if (const auto quiet = mMicrophoneLost ? std::nullopt : mMovie->quietMicrophone()) say(*quiet);
+    if (mProgress.isShown()) mProgress.show(progress(statistics));
+  }
+
+  std::string progress(const RecordingStatistics& statistics) {
+    const auto now = Clock::now();
+    if (now - mRoomAsked >= kRoomInterval) {
+      mRoomAsked = now;
+      mRoom = timeLeftOnDisk(mPlan.file, statistics);
+    }
+    const std::chrono::duration<double> elapsed = now - mRateSince;
+    if (elapsed >= kRateInterval) {
+      mRate = static_cast<double>(statistics.videoFrames - mRateFrom) / elapsed.count();
+      mRateFrom = statistics.videoFrames;
+      mRateSince = now;
+    }
+    std::string text =
+        fmt::format("{}  {}  {:.1f}/s", humanTime(statistics.duration), humanSize(statistics.bytes), mRate);
+    if (mRoom) text += "  " + *mRoom;
+    if (const auto& watch = mMovie->soundWatch(); watch && watch->isMeasuring())
+      text += "  " + levelBar(mMicrophoneLost ? kSilenceLevel : watch->level(), kBarCells);
     const uint64_t dropped = statistics.videoDropped + statistics.audioDropped;
     if (dropped != 0) text += fmt::format("  {} DROPPED", dropped);
-    mProgress.show(text);
+    return text;
   }
 
   /// Not at once: where the camera is going too, that is what is to be said.
@@ -239,7 +267,7 @@ class RecordCommand {
 
   void finishMovie() {
     // A camera that came for less than a picture leaves no movie behind, which is no failure here.
-    if (mOptions.wait && mIsCameraGone && mMovie->isEmpty()) return;
+    if (mOptions.wait && mIsCameraGone && mMovie->isEmpty()) return mMovie->remove();
     const RecordingStatistics statistics = mMovie->finish();
     ++mMovies;
     mRecorded += static_cast<double>(statistics.duration) / 1e6;
@@ -248,7 +276,7 @@ class RecordCommand {
     } else {
       printLine("{}", mMovie->summary(statistics));
     }
-    if (const auto failure = mMovie->missingSound(statistics)) {
+    if (const auto failure = mMovie->missingTrack(statistics)) {
       if (!mIsCameraGone && !mOptions.wait) throw *failure;
       say(fmt::format("{} {}", failure->what(), failure->hint));
     }
@@ -292,6 +320,11 @@ class RecordCommand {
   double mRecorded = 0;  ///< seconds, in all movies
   int mMovies = 0;
   int mRetries = 0;
+  std::optional<std::string> mRoom;  ///< on the disk
+  Clock::time_point mRoomAsked;
+  Clock::time_point mRateSince;
+  uint64_t mRateFrom = 0;  ///< pictures
+  double mRate = 0;        ///< pictures a second
   bool mHasWaited = false;
   bool mIsRecording = false;
   bool mIsCameraGone = false;

@@ -46,8 +46,11 @@ bool isMicrophoneThere(const std::string& path) {
   return isAmong(*VeskAudioDevice::getAudioDeviceList(), path);
 }
 
-ReturnedMicrophone::ReturnedMicrophone(const RecordingPlan& plan, std::shared_ptr<VeskRecordSession> session)
-    : mSession(std::move(session)), mMicrophone(chooseMicrophone(plan.microphone->deviceInfo()->path().value_or(""))) {
+ReturnedMicrophone::ReturnedMicrophone(const MovieRecording& movie)
+    : mSession(movie.session()),
+      mSoundWatch(movie.soundWatch()),
+      mMicrophone(chooseMicrophone(movie.plan().microphone->deviceInfo()->path().value_or(""))) {
+  const RecordingPlan& plan = movie.plan();
   plan.microphone->stopCapture();
   plan.microphone->closeDevice();
   const auto& sound = plan.soundFormat->streamBasicDescription();
@@ -55,9 +58,11 @@ ReturnedMicrophone::ReturnedMicrophone(const RecordingPlan& plan, std::shared_pt
   mMicrophone->setFormat(chooseSoundFormat(*mMicrophone, fmt::format("{}:{:.0f}:{}", soundCodecName(sound.mFormatID),
                                                                      sound.mSampleRate, sound.mChannelsPerFrame)));
   mMicrophone->addDelegate(mSession);
+  mMicrophone->addDelegate(mSoundWatch);
   explained({nameOf(*mMicrophone->deviceInfo())}, [this] {
     if (mMicrophone->startCapture() == 0) return;
     mMicrophone->removeDelegate(mSession);
+    mMicrophone->removeDelegate(mSoundWatch);
     throw Failure(kBusy, fmt::format("\"{}\" refused to start.", nameOf(*mMicrophone->deviceInfo())),
                   "Close other programs that use it.");
   });
@@ -65,6 +70,7 @@ ReturnedMicrophone::ReturnedMicrophone(const RecordingPlan& plan, std::shared_pt
 
 ReturnedMicrophone::~ReturnedMicrophone() {
   mMicrophone->removeDelegate(mSession);
+  mMicrophone->removeDelegate(mSoundWatch);
   mMicrophone->stopCapture();
   mMicrophone->closeDevice();
 }

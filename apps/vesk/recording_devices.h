@@ -36,13 +36,14 @@ class ReturnedMicrophone {
  public:
   /// Opens it anew and sets it to the format of the movie.
   /// @throws Failure when it cannot be had in that format
-  ReturnedMicrophone(const RecordingPlan& plan, std::shared_ptr<VeskRecordSession> session);
+  explicit ReturnedMicrophone(const MovieRecording& movie);
   ~ReturnedMicrophone();
   ReturnedMicrophone(const ReturnedMicrophone&) = delete;
   ReturnedMicrophone& operator=(const ReturnedMicrophone&) = delete;
 
  private:
   const std::shared_ptr<VeskRecordSession> mSession;
+  const std::shared_ptr<SoundWatch> mSoundWatch;
   const std::shared_ptr<VeskAudioDevice> mMicrophone;
 };
 

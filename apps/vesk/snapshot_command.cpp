@@ -9,6 +9,7 @@
 #include <optional>
 #include <system_error>
 
+#include "apps/vesk/argument_text.h"
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
@@ -37,7 +38,7 @@ class SnapshotCommand {
   ~SnapshotCommand() { capture::Transport::shared().setEndHandler({}); }
 
   int run() {
-    checkPictureTarget(mOptions.file, mOptions.force, "photo.jpeg");
+    checkPictureTarget(mOptions.file, mOptions.force, PictureKind::kJPEG);
     mCamera = chooseCamera(mOptions.camera);
     openDevice(*mCamera);
     mCamera->setFormat(chooseVideoFormat(*mCamera, mOptions.format, Purpose::kPhoto));
@@ -118,11 +119,17 @@ class SnapshotCommand {
 
 }  // namespace
 
-void checkPictureTarget(const std::string& file, bool force, const char* example) {
+void checkPictureTarget(const std::string& file, bool force, PictureKind kind) {
+  const bool isPhoto = kind == PictureKind::kJPEG;
   std::error_code ignored;
   if (fs::is_directory(file, ignored) || fs::path(file).filename().empty())
     throw Failure(kWrongUse, fmt::format("\"{}\" is a folder.", file),
-                  fmt::format("Name a file, for example {}.", example));
+                  fmt::format("Name a file, for example {}.", isPhoto ? "photo.jpeg" : "window.png"));
+  if (!(isPhoto ? hasEnding(file, {".jpeg", ".jpg"}) : hasEnding(file, {".png"})))
+    throw Failure(kWrongUse,
+                  fmt::format("\"{}\" would not be what its name says: {}.", file,
+                              isPhoto ? "photos are JPEG files" : "the window's content is a PNG file"),
+                  fmt::format("Name it {}.", fs::path(file).replace_extension(isPhoto ? ".jpeg" : ".png").string()));
   if (!force && fs::exists(fs::symlink_status(file, ignored)))
     throw Failure(kFailed, fmt::format("\"{}\" exists already.", file),
                   "Choose another name, or replace it with --force.");

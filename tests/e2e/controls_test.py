@@ -79,6 +79,10 @@ class Settings(ControlsTest):
             self.run_vesk("controls", "set", name, {"autoWhiteBalance": "off"}.get(name, value))
         for file in ("kept.json", "kept.plist"):
             self.run_vesk("controls", "save", self.folder / file)
+        self.assertIn("--force", self.fails(1, "controls", "save", self.folder / "kept.json"))
+        saved = self.run_vesk("controls", "save", self.folder / "kept.json", "--force").stdout
+        self.assertIn("left to automatic modes: ", saved)
+        self.assertNotIn("whiteBalance", saved)
         listed = plistlib.loads((self.folder / "kept.plist").read_bytes())
         self.assertEqual(listed, json.loads((self.folder / "kept.json").read_text()))
         self.assertEqual({name: listed["controls"][name] for name in wanted}, wanted)
@@ -86,7 +90,8 @@ class Settings(ControlsTest):
             self.run_vesk("controls", "reset")
             self.assertEqual(self.current("pan"), 0)
             self.assertEqual(self.current("whiteBalance"), 4600)
-            self.run_vesk("controls", "load", self.folder / file)
+            loaded = self.run_vesk("controls", "load", self.folder / file).stdout
+            self.assertEqual(loaded.split("left to")[1], saved.split("left to")[1])
             self.assertEqual({name: self.current(name) for name in wanted}, wanted)
 
     def test_settings_find_their_camera(self):

@@ -138,6 +138,14 @@ class Previews(MovieTest):
         self.assertEqual(size_of(shot), (640, 360))
         Photos.assert_bars(self, pixels(shot, 64, 36))
 
+    def test_a_recording_too_short_for_a_picture_is_said_once(self):
+        done = vesk("--capture", "simulated", "preview", "--duration", 1, "--record", self.folder / "movie.mov", check=False,
+                    environment={**self.display.environment, "VESK_SIMULATED_SETUP": "silent simulated:camera"})
+        self.assertEqual(done.returncode, 1)
+        self.assertEqual(len(done.stderr.splitlines()), 1, done.stderr)
+        self.assertIn("nothing was recorded", done.stderr)
+        self.nothing_left()
+
     def test_small_pictures_stand_in_the_middle_on_black(self):
         shot = self.folder / "window.png"
         clip = self.folder / "small-160x120.uyvy"
@@ -237,6 +245,7 @@ class Previews(MovieTest):
             tool_on(environment, "xdotool", "windowfocus", "--sync", window)
             tool_on(environment, "xdotool", "key", "--window", window, "r")
             self.assertTrue(started.wait(60), lines)
+            self.grows("vesk-*.mov", more=800_000)  # four seconds of sound: a key picture has come
             tool_on(environment, "xdotool", "key", "--window", window, "m")
             tool_on(environment, "xdotool", "key", "--window", window, "space")
             tool_on(environment, "xdotool", "key", "--window", window, "r")

@@ -3,12 +3,13 @@ import csv
 import json
 import os
 import pathlib
+import pty
 import signal
 import subprocess
 import time
 import unittest
 
-from program import (DATA, MovieTest, beep_times, flash_times, picture_hashes, probe, sound_bytes, start_vesk, vesk, warnings_of_ffmpeg)
+from program import (DATA, PROGRAM, MovieTest, beep_times, flash_times, picture_hashes, probe, sound_bytes, start_vesk, tool, vesk, warnings_of_ffmpeg)
 
 # Clips whose parameter sets change in the middle: only the first ones are kept, so damage is expected.
 CHANGING_PARAMETER_SETS = {"MPS_MW_A.264"}
@@ -80,6 +81,8 @@ class RecordSimulated(MovieTest):
 
     def test_duration_and_formats_are_heeded(self):
         for options, codec, size in ((["--format", "2vuy:320x240"], "rawvideo", (320, 240)),
+                                     (["--format", "Raw:320x240"], "rawvideo", (320, 240)),
+                                     (["--format", "h264:1080p@30"], "h264", (1920, 1080)),
                                      (["--format", "avc1:640x480"], "h264", (640, 480))):
             with self.subTest(options=options):
                 movie = self.record(3, *options)
@@ -107,6 +110,64 @@ class RecordSimulated(MovieTest):
         self.nothing_left(but=["movie.mov"])
 
 
+class WhileItRecords(MovieTest):
+    def test_a_quiet_microphone_is_told(self):
+        clip = next(p for p in clips() if p.suffix in (".mov", ".mp4") and probe(p)["video"]["codec_name"] == "h264")
+        quiet, movie = self.folder / "quiet.mov", self.folder / "movie.mov"
+        tool("ffmpeg", "-v", "error", "-nostdin", "-i", clip, "-f", "lavfi", "-i", "anullsrc=r=48000:cl=mono", "-map", "0:v",
+             "-map", "1:a", "-c:v", "copy", "-c:a", "pcm_s16le", "-shortest", quiet)
+        done = vesk("--capture", f"file:{quiet}", "--loop", "--pace", "fast", "record", movie, "--duration", "20m")
+        self.assertEqual([line for line in done.stderr.splitlines() if "no sound above -60 dB for 10 s" in line],
+                         done.stderr.splitlines())
+        self.assertEqual(len(done.stderr.splitlines()), 1)
+        self.assertIn("NOTHING ABOVE -60 dB", done.stdout)
+
+    def test_gaps_are_counted_and_not_told_one_by_one(self):
+        clip = next(p for p in clips() if p.suffix in (".mov", ".mp4") and "audio" in probe(p))
+        done = vesk("--capture", f"file:{clip}", "--loop", "--pace", "fast", "record", self.folder / "movie.mov", "--duration", "1m")
+        self.assertEqual(done.stderr, "")
+
+    def test_a_terminal_shows_time_size_room_rate_and_level(self):
+        reading, terminal = pty.openpty()
+        program = subprocess.Popen([PROGRAM, "--capture", "simulated", "record", self.folder / "movie.mov", "--duration", "7s"],
+                                   stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=terminal)
+        os.close(terminal)
+        shown = b""
+        try:
+            while data := os.read(reading, 4096):
+                shown += data
+        except OSError:
+            pass  # the other end is closed
+        os.close(reading)
+        program.communicate(timeout=60)
+        self.assertEqual(program.returncode, 0)
+        self.assertRegex(shown.decode(), r"\r\x1b\[K0:00:0\d  \d+(\.\d)? .B  \d+\.\d/s  \S+ left on disk  \[[# ]{10}\] *(-?[\d.]+ dB|silence)")
+
+
+class Help(unittest.TestCase):
+    COMMANDS = ("devices", "formats", "record", "snapshot", "preview", "meter", "recover", "controls", "controls list", "controls get",
+                "controls set", "controls reset", "controls save", "controls load", "controls keep", "nudge", "info", "doctor", "resolutions")
+
+    def test_the_program_alone_prints_its_help(self):
+        self.assertEqual(vesk().stdout, vesk("--help").stdout)
+
+    def test_every_command_ends_with_examples_of_its_own_and_describes_every_word(self):
+        for command in self.COMMANDS:
+            with self.subTest(command=command):
+                text = vesk(*command.split(), "--help").stdout
+                before, examples = text.split("Examples:\n")
+                for line in examples.strip("\n").splitlines():
+                    self.assertRegex(line, rf"^  vesk (--\w+ (simulated )?)?{command}\b", "an example of another command")
+                entries = [line for part in before.split("\n\n") if part.startswith(("Positionals:", "Options:"))
+                           for line in part.splitlines()[1:]]
+                for line, following in zip(entries, [*entries[1:], ""]):
+                    is_described = line.startswith("   ") or len(line[2:].split("  ", 1)) == 2 or following.startswith("   ")
+                    self.assertTrue(is_described, line)
+
+    def test_wrong_words_name_the_help_of_their_command(self):
+        self.assertIn('"vesk record --help"', vesk("record", check=False).stderr)
+
+
 class Failures(MovieTest):
     def fails(self, status, *arguments, **options):
         done = vesk("--json", *arguments, check=False, **options)
@@ -127,17 +188,51 @@ class Failures(MovieTest):
                 (2, (*simulated, "record", out, "--format", "mp3")),
                 (2, (*simulated, "record", out, "--sound", "pcm:x")),
                 (2, (*simulated, "record", self.folder)),
+                (2, (*simulated, "record", self.folder / "out.mp4")),
+                (2, (*simulated, "record", self.folder / "out")),
+                (2, (*simulated, "record", out, "--format", "mjpeg")),
+                *((2, (*simulated, "record", out, f"--duration={time}")) for time in ("nan", "inf", "-1", "0", "1e3", "5d", "9999h")),
+                (2, (*simulated, "snapshot", self.folder / "photo.jpeg", "--delay", "nan")),
+                (2, (*simulated, "snapshot", self.folder / "photo.png")),
+                (2, (*simulated, "preview", "--screenshot", self.folder / "window.jpeg")),
+                (2, ("recover", self.folder)),
                 (3, (*simulated, "record", out, "--camera", "no such camera")),
                 (3, ("--capture", f"file:{self.folder}/none.mov", "record", out)),
                 (1, (*simulated, "record", self.folder / "none" / "out.mov")),
                 (1, (*simulated, "record", self.folder / "there.mov")),
                 (1, (*simulated, "record", out, "--format", "avc1:123x45")),
+                (1, (*simulated, "record", out, "--format", "h264@15")),
+                (1, (*simulated, "record", out, "--format", "h264@17")),
                 (1, ("recover", self.folder / "none.mov")),
                 (1, ("recover", self.folder / "there.mov"))):
             with self.subTest(arguments=arguments):
                 self.fails(status, *arguments)
         self.assertEqual((self.folder / "there.mov").read_text(), "precious")
         self.nothing_left(but=["there.mov"])
+
+    def test_a_camera_that_sends_nothing_leaves_no_empty_movie(self):
+        movie = self.folder / "movie.mov"
+        silent = {"environment": {"VESK_SIMULATED_SETUP": "silent simulated:camera"}}
+        arguments = ("--capture", "simulated", "--pace", "fast", "record", movie, "--duration")
+        self.assertIn("no picture came from", self.fails(1, *arguments, "2", **silent)["what"])
+        self.nothing_left()
+        # Somebody may have spoken for longer than that.
+        self.assertIn("the movie has sound only", self.fails(1, *arguments, "6s", **silent)["what"])
+        self.assertAlmostEqual(float(probe(movie)["format"]["duration"]), 6, delta=0.2)
+
+    def test_a_failure_before_the_first_picture_leaves_what_was_there(self):
+        movie = self.folder / "movie.mov"
+        for is_there in (False, True):
+            with self.subTest(is_there=is_there):
+                if is_there:
+                    movie.write_text("precious")
+                done = subprocess.run(["bash", "-c", f"ulimit -f 8; exec {PROGRAM} --capture simulated --pace fast record {movie} "
+                                       "--format 2vuy:320x240 --duration 5 --force"], capture_output=True, text=True, timeout=120)
+                self.assertEqual(done.returncode, 1, done.stderr)
+                self.assertIn("Nothing was recorded", done.stderr)
+                self.assertEqual(len(done.stderr.splitlines()), 1, done.stderr)
+                self.nothing_left(but=["movie.mov"] if is_there else [])
+        self.assertEqual(movie.read_text(), "precious")
 
     def test_force_replaces_only_at_the_end(self):
         movie = self.folder / "movie.mov"
@@ -167,6 +262,7 @@ class Failures(MovieTest):
         done = subprocess.run(["bash", "-c", command], capture_output=True, text=True, timeout=120)
         self.assertEqual(done.returncode, 1, done.stderr)
         self.assertIn("full", done.stderr)
+        self.assertEqual(len(done.stderr.splitlines()), 1, "said once, and none of the library's own lines")
         self.assertFalse(movie.exists() and movie.stat().st_size == 0)
         kept = list(self.folder.rglob("movie.mov"))
         self.assertEqual(len(kept), 1, done.stderr)
@@ -175,13 +271,11 @@ class Failures(MovieTest):
 
     def test_a_file_size_limit_is_a_full_disk(self):
         movie = self.folder / "movie.mov"
-        from program import PROGRAM
         self.full(movie, f"ulimit -f 20000; exec {PROGRAM} --capture simulated --pace fast record {movie} "
                          "--format 2vuy:320x240 --duration 60")
 
     @unittest.skipUnless(os.geteuid() == 0 and os.path.exists("/usr/bin/unshare"), "mounting needs root")
     def test_a_full_disk(self):
-        from program import PROGRAM
         mounted = self.folder / "small"
         mounted.mkdir()
         movie = mounted / "movie.mov"

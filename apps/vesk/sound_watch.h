@@ -1,0 +1,45 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include "devices/device_delegate.h"
+#include "platform/media/format_description.h"
+
+namespace vesk::program {
+
+/// Sound below this level, in decibels of full scale, is what a muted microphone or one that is turned down
+/// sends.
+constexpr float kQuietLevel = -60.0F;
+
+/// Listens to the packets of a microphone that is being recorded: how loud it is, and for how long it has been
+/// quiet. Time is that of the sound, so that footage that runs faster is measured the same.
+///
+/// Threads: packets on the capture thread, the rest from any thread.
+class SoundWatch : public VeskAVDeviceDelegate {
+ public:
+  /// For packets of the format; nothing is measured where they are not 16-bit PCM.
+  explicit SoundWatch(const CMAudioFormatDescription& format);
+
+  void didCaptureFrame(void* packet, uint32_t length, int64_t timestamp,
+                       const std::shared_ptr<VeskDeviceInfo>& device) override;
+
+  bool isMeasuring() const { return mChannels != 0; }
+  /// The mean power of the loudest channel in the last packet, in decibels: negative infinity for silence and
+  /// before the first packet.
+  float level() const { return mLevel; }
+  /// Seconds of sound since the last packet that was louder than kQuietLevel.
+  double quietFor() const;
+  /// Whether any packet was louder than that.
+  bool wasHeard() const { return mWasHeard; }
+
+ private:
+  const uint32_t mChannels;
+  const double mRate;
+  std::atomic<float> mLevel;
+  std::atomic<uint64_t> mQuietFrames{0};
+  std::atomic<bool> mWasHeard{false};
+};
+
+}  // namespace vesk::program
