@@ -197,8 +197,9 @@ bool MovieRecording::holdsPictures(const std::string& movie) {
     case RecoveryOutcome::kRecovered:
     case RecoveryOutcome::kAlreadyPlain:
       return found.frames != 0 || found.duration * 1e6 >= static_cast<double>(kShortestSound);
-    case RecoveryOutcome::kNothingToRecover:
+    case RecoveryOutcome::kEmpty:
       return false;
+    case RecoveryOutcome::kNothingToRecover:
     case RecoveryOutcome::kLocked:
     case RecoveryOutcome::kNotAMovie:
     case RecoveryOutcome::kFailed:
