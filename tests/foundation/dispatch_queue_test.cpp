@@ -58,21 +58,24 @@ TEST(SerialQueue, SyncFromManyThreadsWaitsForItsOwnWork) {
 }
 
 TEST(SerialQueue, RunsTimedWorkByTimeAndNotBeforeIt) {
-  const auto queue = DispatchQueue::createSerial("timed");
-  const auto start = std::chrono::steady_clock::now();
-  std::vector<char> ran;
-  std::promise<std::chrono::steady_clock::time_point> last;
-  queue->sync([&] {  // however late this thread is between two of them, it is the order of their times
-    queue->asyncAfter(milliseconds(0), [&] { ran.push_back('c'); });
-    queue->asyncAfter(milliseconds(10), [&] {
-      ran.push_back('d');
-      last.set_value(std::chrono::steady_clock::now());
+  for (bool isTold = false; !isTold;) {
+    const auto queue = DispatchQueue::createSerial("timed");
+    const auto start = std::chrono::steady_clock::now();
+    std::vector<char> ran;
+    std::promise<std::chrono::steady_clock::time_point> last;
+    queue->sync([&] {
+      queue->asyncAfter(milliseconds(20), [&] {
+        ran.push_back('c');
+        last.set_value(std::chrono::steady_clock::now());
+      });
+      queue->asyncAfter(milliseconds(10), [&] { ran.push_back('b'); });
+      queue->asyncAfter(-milliseconds(5), [&] { ran.push_back('a'); });
+      // A thread that was held up between two of them gave them times in another order.
+      isTold = std::chrono::steady_clock::now() - start < milliseconds(10);
     });
-    queue->asyncAfter(-std::chrono::hours(1), [&] { ran.push_back('b'); });
-    queue->asyncAfter(-std::chrono::hours(2), [&] { ran.push_back('a'); });
-  });
-  EXPECT_GE(last.get_future().get() - start, milliseconds(10));
-  queue->sync([&] { EXPECT_EQ(ran, (std::vector{'a', 'b', 'c', 'd'})); });
+    EXPECT_GE(last.get_future().get() - start, milliseconds(20));
+    if (isTold) queue->sync([&] { EXPECT_EQ(ran, (std::vector{'a', 'b', 'c'})); });
+  }
 }
 
 TEST(SerialQueue, ReleaseRunsWhatIsWaiting) {
