@@ -2,13 +2,16 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <limits>
 #include <thread>
 #include <utility>
 
 #include "platform/foundation/glib_ptr.h"
 #include "platform/foundation/mutex.h"
+#include "platform/foundation/run_loop_limit.h"
 
 namespace vesk {
 namespace {
@@ -69,6 +72,16 @@ class Alarm {
   SourcePtr mSource;
 };
 
+constexpr int64_t kNoLimit = std::numeric_limits<int64_t>::max();
+std::atomic<int64_t> gLongestRun{kNoLimit};  // microseconds
+
+/// `deadline`, or the end of the longest run allowed, whichever is first.
+TimePoint limited(TimePoint deadline) {
+  const int64_t longest = gLongestRun;
+  return longest == kNoLimit ? deadline
+                             : std::min(deadline, TimePoint::clock::now() + std::chrono::microseconds(longest));
+}
+
 bool isMainThread() {
   return g_main_context_is_owner(g_main_context_default()) || gettid() == getpid();
 }
@@ -102,7 +115,12 @@ std::shared_ptr<NSRunLoop> NSRunLoop::currentRunLoop() {
   return loop;
 }
 
+void setLongestRunUntilDate(std::optional<std::chrono::microseconds> longest) {
+  gLongestRun = longest ? longest->count() : kNoLimit;
+}
+
 void NSRunLoop::runUntilDate(TimePoint deadline) {
+  deadline = limited(deadline);
   GMainContext* const context = mState->context();
   const ContextOwner owner(context);
   if (!owner) {
