@@ -82,8 +82,8 @@ void DelegateList::deliver(void* frame, uint32_t length, int64_t timestamp) {
 }
 
 void DelegateList::deliverMicLevel(float level) {
-  const RecursiveMutexLock lock(mLock);
   const RecursiveMutexLock levels(mLevelLock);
+  const RecursiveMutexLock lock(mLock);
   for (size_t i = 0; i < mDelegates.size(); ++i)
     if (const auto delegate = micLevelDelegate(mDelegates[i]))
       callDelegate([&] { delegate->didMicLevelEventOccured(level); });
@@ -100,14 +100,17 @@ void DelegateList::queueMicLevel(float level, const std::shared_ptr<const std::a
   }
 }
 
+bool DelegateList::isThere(const VeskAVDeviceDelegate* delegate) {
+  const RecursiveMutexLock lock(mLock);
+  return std::any_of(mDelegates.begin(), mDelegates.end(),
+                     [delegate](const auto& each) { return each.get() == delegate; });
+}
+
 void DelegateList::deliverQueuedMicLevel(const std::shared_ptr<VeskAVDeviceDelegate>& delegate, float level,
                                          const std::atomic<bool>& isCurrent) {
-  mLock.lock();
-  const bool isThere = std::find(mDelegates.begin(), mDelegates.end(), delegate) != mDelegates.end();
-  mLevelLock.lock();  // before the list is open again: a removal from now on waits for this level
-  mLock.unlock();
-  if (isThere && isCurrent) callDelegate([&] { micLevelDelegate(delegate)->didMicLevelEventOccured(level); });
-  mLevelLock.unlock();
+  const RecursiveMutexLock levels(mLevelLock);  // before the look: a removal after it waits for this level
+  if (isThere(delegate.get()) && isCurrent)
+    callDelegate([&] { micLevelDelegate(delegate)->didMicLevelEventOccured(level); });
 }
 
 void* DelegateList::ticketFor(const std::shared_ptr<DelegateList>& list) {

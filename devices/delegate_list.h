@@ -16,8 +16,9 @@ namespace vesk {
 ///
 /// Threads: every operation from any thread. mLock is recursive and held for a whole delivery, so add
 /// and remove wait for a delivery in progress on another thread. It is the outermost of the recording's
-/// locks: a delegate may take its own inside. mLevelLock, taken after it, is held alone while a level is
-/// delivered on the main thread: frames do not wait for what a host does with a level.
+/// locks: a delegate may take its own inside. mLevelLock comes before it, since a host may change the list
+/// inside a level, and is held alone while a queued level is delivered: frames do not wait for what a host
+/// does with it.
 class VESK_LOCAL DelegateList : public VeskDeviceDelegates, public std::enable_shared_from_this<DelegateList> {
  public:
   explicit DelegateList(std::shared_ptr<VeskDeviceInfo> info) : mInfo(std::move(info)) {}
@@ -48,6 +49,7 @@ class VESK_LOCAL DelegateList : public VeskDeviceDelegates, public std::enable_s
   static void deliver(const void* ticket, void* frame, uint32_t length, int64_t timestamp);
 
  private:
+  bool isThere(const VeskAVDeviceDelegate* delegate) VESK_EXCLUDES(mLock);
   void deliverQueuedMicLevel(const std::shared_ptr<VeskAVDeviceDelegate>& delegate, float level,
                              const std::atomic<bool>& isCurrent) VESK_EXCLUDES(mLock, mLevelLock);
 
