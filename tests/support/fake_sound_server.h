@@ -59,6 +59,8 @@ class FakeSoundServer {
   void behave(Manner manner) { mManner = manner; }
   /// How much it has been asked, greetings apart.
   int questions() const { return mQuestions; }
+  /// Waits for the first of them: a client with little patience may have given up before it comes.
+  void waitUntilAsked() const { mQuestions.wait(0); }
 
  private:
   // Of the protocol.
@@ -94,6 +96,7 @@ class FakeSoundServer {
     if (command == kAuthenticate) return reply(client, {kReply, tag, kVersion});
     if (command == kSetClientName) return reply(client, {kReply, tag, 0});
     ++mQuestions;
+    mQuestions.notify_all();
     if (manner == Manner::kHangsUp) return false;
     return manner == Manner::kHangs || reply(client, {kReply, tag});
   }
