@@ -9,6 +9,7 @@ set(VESK_PUBLIC_HEADERS
     decoding/icm_decoder.h
     devices/audio_device.h
     devices/camera_controls.h
+    devices/device_delegate.h
     devices/device_info.h
     devices/device_manager.h
     devices/video_device.h
@@ -21,6 +22,7 @@ set(VESK_PUBLIC_HEADERS
     platform/foundation/log.h
     platform/foundation/mutex.h
     platform/foundation/notification_center.h
+    platform/foundation/printable_text.h
     platform/foundation/property_list.h
     platform/foundation/run_loop.h
     platform/foundation/timer.h

@@ -162,7 +162,7 @@ void VeskPreviewSession::setAudioDevice(const std::shared_ptr<VeskAudioDevice>& 
   if (device == mAudioDevice) return;
   // The host may do anything when it gets the final level, also attach or detach again.
   const auto self = shared_from_this();
-  const auto next = device;
+  const auto next = device;  // NOLINT(performance-unnecessary-copy-initialization): the caller's may go meanwhile
   const auto previous = std::exchange(mAudioDevice, next);
   if (previous) {
     if (mIsRunning) previous->stopVUMeter();

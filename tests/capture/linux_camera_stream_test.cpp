@@ -389,6 +389,7 @@ TEST_F(LinuxCameraStream, MayBeAskedForAnythingWhileItStartsAndStops) {
   const auto camera = EncodedCamera::wrap(openCamera(), "Test Camera");
   std::atomic<bool> isDone{false};
   std::vector<std::thread> askers;
+  askers.reserve(2);
   for (int i = 0; i < 2; ++i) {
     askers.emplace_back([&] {
       while (!isDone) {

@@ -130,6 +130,7 @@ TEST_F(SoundServerTest, ThreadsWaitForTheConnectionThatOneOfThemMakes) {
     EXPECT_EQ(system->setMute("tone", true), kVCIFailed);
     server.behave(Manner::kAcknowledges);
     std::vector<std::thread> threads;
+    threads.reserve(4);
     test::Recorder<int32_t> statuses;
     for (int i = 0; i < 4; ++i) threads.emplace_back([&] { statuses.add(system->setMute("tone", true)); });
     for (std::thread& thread : threads) thread.join();
@@ -141,6 +142,7 @@ TEST_F(SoundServerTest, ThreadsMaySeeItGoWhileTheyUseIt) {
   FakeSoundServer server(Manner::kHangsUp);
   const auto system = connect(kLong);
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&, i] {
       for (int round = 0; round < 50; ++round) {

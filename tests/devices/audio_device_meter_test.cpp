@@ -150,7 +150,8 @@ TEST_F(AudioDeviceMeter, ListensToTheFirstMicrophoneWhoseIdentifierContainsThePa
 
 TEST_F(AudioDeviceMeter, ListensToMicrophonesWhosePathIsNotUtf8) {
   const auto latin = source->attachMicrophone("/d\xE9sk");
-  for (const auto& info : VeskDeviceManager::getSharedInstance()->enumarateAudioDevices()) {
+  const auto microphones = VeskDeviceManager::getSharedInstance()->enumarateAudioDevices();
+  for (const auto& info : microphones) {
     if (info->path() != "/d\uFFFDsk") continue;
     const auto other = VeskAudioDevice::initWithDeviceInfo(info);
     other->startVUMeter();
