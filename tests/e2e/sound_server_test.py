@@ -8,7 +8,6 @@ import pathlib
 import signal
 import subprocess
 import tempfile
-import time
 import unittest
 
 from program import TIMEOUT, probe, sound_bytes, start_vesk, vesk, warnings_of_ffmpeg
@@ -63,6 +62,16 @@ class SoundServerTest(unittest.TestCase):
         self.addCleanup(listener.stdout.close)
         self.assertTrue(listener.stdout.read(RATE))
 
+    def has_sound(self, movie):
+        """Whether there is sound already in a movie that is being recorded."""
+        for unfinished in self.folder.glob(f".{movie.name}.recording-*/{movie.name}"):
+            found = subprocess.run(["ffprobe", "-v", "quiet", "-select_streams", "a", "-count_packets", "-show_entries",
+                                    "stream=nb_read_packets", "-of", "csv=p=0", unfinished], capture_output=True, text=True,
+                                   timeout=TIMEOUT)
+            if found.stdout.strip(",\n") not in ("", "0", "N/A"):
+                return True
+        return False
+
     def stop_server(self):
         if self.server:
             self.server.send_signal(signal.SIGTERM)
@@ -104,13 +113,15 @@ class SoundServerTest(unittest.TestCase):
         self.listen()
         self.addCleanup(self.server.send_signal, signal.SIGCONT)
         movie = self.folder / "hung.mov"
-        recording = start_vesk(*SOURCE, "record", movie, "--mic", "tone", "--format", "avc1:320x240", "--duration", "3",
-                               env=self.environment)
+        recording = start_vesk(*SOURCE, "record", movie, "--mic", "tone", "--format", "avc1:320x240", env=self.environment)
         self.addCleanup(recording.wait, TIMEOUT)
         self.addCleanup(recording.kill)
-        time.sleep(1.5)
+        while not self.has_sound(movie):
+            self.assertIsNone(recording.poll())
         self.server.send_signal(signal.SIGSTOP)
-        recording.communicate(timeout=TIMEOUT)  # the movie ends in time: its microphone is not waited for
+        recording.send_signal(signal.SIGINT)
+        recording.communicate(timeout=TIMEOUT)  # the movie ends: its microphone is not waited for
+        self.assertEqual(recording.returncode, 0)
         self.assertEqual(probe(movie)["audio"]["channels"], 1)
         done = vesk(*SOURCE, "record", self.folder / "none.mov", "--mic", "tone", check=False, environment=self.environment)
         self.assertEqual(done.returncode, 3)
