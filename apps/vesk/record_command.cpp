@@ -247,8 +247,8 @@ class RecordCommand {
       mRateFrom = statistics.videoFrames;
       mRateSince = now;
     }
-    std::string text =
-        fmt::format("{}  {}  {:.1f}/s", humanTime(statistics.duration), humanSize(statistics.bytes), mRate);
+    std::string text = fmt::format("{}  {} pictures  {}  {:.1f}/s", humanTime(statistics.duration),
+                                   statistics.videoFrames, humanSize(statistics.bytes), mRate);
     if (mRoom) text += "  " + *mRoom;
     if (const auto& watch = mMovie->soundWatch(); watch && watch->isMeasuring())
       text += "  " + levelBar(mMicrophoneLost ? kSilenceLevel : watch->level(), kBarCells);

@@ -141,7 +141,7 @@ class WhileItRecords(MovieTest):
         os.close(reading)
         program.communicate(timeout=60)
         self.assertEqual(program.returncode, 0)
-        self.assertRegex(shown.decode(), r"\r\x1b\[K0:00:0\d  \d+(\.\d)? .B  \d+\.\d/s  \S+ left on disk  \[[# ]{10}\] *(-?[\d.]+ dB|silence)")
+        self.assertRegex(shown.decode(), r"\r\x1b\[K0:00:0\d  \d+ pictures  \d+(\.\d)? .B  \d+\.\d/s  \S+ left on disk  \[[# ]{10}\] *(-?[\d.]+ dB|silence)")
 
 
 class Help(unittest.TestCase):

@@ -41,7 +41,7 @@ def set_one_by_one():
 
 @step
 def saved_reset_loaded():
-    saved = vesk("controls", "save", "/tmp/kept.json")
+    saved = vesk("controls", "save", "/tmp/kept.json", "--force")
     before = values()
     reset = vesk("controls", "reset")
     initial = values()
@@ -69,7 +69,7 @@ def while_recording():
 @step
 def kept_over_replugs():
     vesk("controls", "set", "brightness", 200)
-    vesk("controls", "save", "/tmp/kept.json")
+    vesk("controls", "save", "/tmp/kept.json", "--force")
     running = Running("--json", "controls", "keep", "/tmp/kept.json")
     running.wait_for_text('"event":"applied"')
     change_from_outside(brightness=60)
@@ -100,13 +100,13 @@ def hung():
     """A camera that no longer answers, whose settings were saved while it did."""
     unplug()  # what the kernel knows by heart goes with it
     plug()
-    vesk("controls", "save", "/tmp/kept.json")
+    vesk("controls", "save", "/tmp/kept.json", "--force")
     saved = pathlib.Path("/tmp/kept.json").read_text()
     unplug()
     plug()
     tell_camera("mute on")
     answers = {name: vesk(*arguments, patience=120) for name, arguments in (
-        ("list", ("controls",)), ("save", ("controls", "save", "/tmp/kept.json")),
+        ("list", ("controls",)), ("save", ("controls", "save", "/tmp/kept.json", "--force")),
         ("nudge", ("nudge", "left")), ("info", ("info",)), ("record", ("record", "/tmp/hung.mov", *RAW, "--duration", "1")), ("doctor", ("doctor",)))}
     tell_camera("mute off")
     return {**answers, "kept": pathlib.Path("/tmp/kept.json").read_text() == saved, "later": vesk("controls")["status"]}
