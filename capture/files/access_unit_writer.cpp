@@ -43,13 +43,18 @@ uint32_t readLength(const uint8_t* bytes, size_t width) {
 }  // namespace
 
 AccessUnitWriter::AccessUnitWriter(std::span<const uint8_t> header) {
+  learn(header);
+}
+
+void AccessUnitWriter::learn(std::span<const uint8_t> header) {
   if (header.size() >= 7 && header[0] == 1) {
-    mForm = static_cast<NalForm>(mSets.learnRecord(header).value_or(4));
+    mForm = static_cast<NalForm>(mWatch.learnRecord(header).value_or(4));
     return;
   }
   std::vector<uint8_t> copy(header.begin(), header.end());
+  mNals.clear();
   splitStartCodes(copy);
-  for (const auto nal : mNals) mSets.learn(nal);
+  for (const auto nal : mNals) mWatch.look(nal);
   mNals.clear();
 }
 
@@ -97,12 +102,10 @@ void AccessUnitWriter::splitStartCodes(std::span<uint8_t> packet) {
 }
 
 void AccessUnitWriter::look(std::span<const uint8_t> nal) {
-  const uint8_t type = nalType(nal[0]);
-  if (type == kNalSequenceParameterSet || type == kNalPictureParameterSet) {
-    mSets.learn(nal);
-  } else if (type == kNalIDRSlice && !mIsIDR) {
+  mKeepsToItsSets = mWatch.look(nal) && mKeepsToItsSets;
+  if (nalType(nal[0]) == kNalIDRSlice && !mIsIDR) {
     mIsIDR = true;
-    mInUse = mSets.usedBy(nal);
+    mInUse = mWatch.sets().usedBy(nal);
   }
 }
 
@@ -117,7 +120,7 @@ bool AccessUnitWriter::needsParameterSets() {
     hasPicture |= type == kNalPictureParameterSet && ParameterSets::pictureNumber(nal) == mInUse->picture;
   }
   if (hasSequence && hasPicture) return false;
-  mSets.list(*mInUse, mMissing);
+  mWatch.sets().list(*mInUse, mMissing);
   std::erase_if(mMissing, [&](std::span<const uint8_t> set) {
     return std::any_of(mNals.begin(), mNals.end(), [&](std::span<const uint8_t> nal) {
       return std::equal(nal.begin(), nal.end(), set.begin(), set.end());

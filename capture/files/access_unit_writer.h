@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "capture/files/parameter_sets.h"
+#include "platform/media/h264_parameter_sets.h"
 
 namespace vesk::capture {
 
@@ -34,6 +34,11 @@ class AccessUnitWriter {
   /// again. @return none when the unit is damaged or holds no NAL unit.
   std::optional<AccessUnit> write(std::span<uint8_t> packet);
 
+  /// Takes up the sets of another header, for footage that goes on with it.
+  void learn(std::span<const uint8_t> header);
+  /// Whether all slices so far use the same two parameter sets, as those of a camera do.
+  bool keepsToItsSets() const { return mKeepsToItsSets; }
+
  private:
   bool split(std::span<uint8_t> packet);
   bool splitLengths(std::span<uint8_t> packet);
@@ -44,7 +49,8 @@ class AccessUnitWriter {
   std::span<uint8_t> assemble(bool withParameterSets);
 
   NalForm mForm = NalForm::kStartCodes;
-  ParameterSets mSets;
+  ParameterSetWatch mWatch;
+  bool mKeepsToItsSets = true;
   std::vector<std::span<uint8_t>> mNals;  // of the unit at hand
   bool mIsIDR = false;
   std::optional<ParameterSets::InUse> mInUse;

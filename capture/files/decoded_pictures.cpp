@@ -19,12 +19,20 @@ std::optional<MediaUnit> DecodedPictures::next() {
   while (const AVFrame* frame = mDecoder->next()) {
     mTime = std::max<int64_t>(mDecoder->time().value_or(mTime + mDecoder->reader().choice().timeOfPackets(1)), 0);
     if (mTime < mFrom) continue;
-    const bool fits = frame->width / 2 == mWidth / 2 && frame->height == mHeight;
-    if (fits && mConverter.convert(*frame, mWidth, mHeight, mPicture.data())) return MediaUnit{mPicture, mTime};
+    if (convert(*frame)) return MediaUnit{mPicture, mTime};
     mDecoder->reader().noteDamage(
-        fmt::format("a picture of {}x{} stands among those of {}x{}", frame->width, frame->height, mWidth, mHeight));
+        fmt::format("a picture of {}x{} is of a form that cannot be converted", frame->width, frame->height));
   }
   return std::nullopt;
+}
+
+bool DecodedPictures::convert(const AVFrame& frame) {
+  const int width = frame.width & ~1;
+  if (width == mWidth && frame.height == mHeight) return mConverter.convert(frame, mWidth, mHeight, mPicture.data());
+  if (width <= 0 || frame.height <= 0 || int64_t{width} * frame.height > kMaxFrameBytes / 2) return false;
+  mOther.resize(size_t{2} * width * frame.height);
+  return mConverter.convert(frame, width, frame.height, mOther.data()) &&
+         mConverter.fit(mOther, width, frame.height, mWidth, mHeight, mPicture.data());
 }
 
 }  // namespace vesk::capture

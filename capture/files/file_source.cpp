@@ -23,12 +23,16 @@ class SharedFootage {
   SharedFootage(std::unique_ptr<Footage> footage, std::string name, const SourceOptions& options, Transport& transport)
       : mFootage(std::move(footage)), mName(std::move(name)), mConductor(options.pace, transport) {
     if (!options.loop) return;
-    mLoopLength = std::max(pictures() ? pictures()->end : 0, sound() ? sound()->end : 0);
+    // The pictures say where, so that none are missing; the sound is cut or goes on in silence.
+    if (pictures())
+      mLoop = Loop{pictures()->begin, pictures()->end};
+    else
+      mLoop = Loop{0, sound()->end};
   }
 
   const std::optional<PictureTrack>& pictures() const { return mFootage->pictures; }
   const std::optional<SoundTrack>& sound() const { return mFootage->sound; }
-  std::optional<int64_t> loopLength() const { return mLoopLength; }
+  const std::optional<Loop>& loop() const { return mLoop; }
   const std::string& name() const { return mName; }
   Conductor& conductor() { return mConductor; }
 
@@ -59,7 +63,7 @@ class SharedFootage {
 
   const std::unique_ptr<Footage> mFootage;
   const std::string mName;
-  std::optional<int64_t> mLoopLength;
+  std::optional<Loop> mLoop;
   Mutex mMutex;
   bool mPicturesInUse VESK_GUARDED_BY(mMutex) = false;
   bool mSoundInUse VESK_GUARDED_BY(mMutex) = false;
@@ -87,8 +91,7 @@ class FileDevice : public CaptureDevice {
       if (mIsExclusive) mFootage->release(mKind);
       return kVCIFailed;
     }
-    mStream =
-        std::make_shared<TrackStream>(std::move(units), std::move(callback), mFootage->loopLength(), mFootage->name());
+    mStream = std::make_shared<TrackStream>(std::move(units), std::move(callback), mFootage->loop(), mFootage->name());
     mFootage->conductor().add(mStream);
     return kVCISuccess;
   }
@@ -186,7 +189,7 @@ class FileMicrophone : public FileDevice {
 
  protected:
   std::unique_ptr<UnitReader> makeUnits(std::unique_ptr<TrackReader> reader, std::string& error) override {
-    return soundUnits(*footage().sound(), mFormat.formatCode, std::move(reader), error);
+    return soundUnits(*footage().sound(), mFormat.formatCode, std::move(reader), error, footage().loop());
   }
 
  private:

@@ -6,7 +6,9 @@
 #include <climits>
 #include <limits>
 
+#include "capture/files/access_unit_writer.h"
 #include "capture/files/decoded_pictures.h"
+#include "capture/files/jpeg_size.h"
 #include "capture/files/picture_converter.h"
 #include "capture/files/picture_units.h"
 #include "capture/files/sound_units.h"
@@ -22,6 +24,9 @@ constexpr AVRational kUsualRate = {25, 1};
 /// Constrained Baseline has no pictures that could be reordered; the file's times tell at once.
 constexpr int kPicturesToCheckBaseline = 32;
 constexpr int kPicturesToCheck = 300;
+/// Changes of parameter sets and of size are looked for so far: to the end of most footage, and for 15 ms of
+/// work in the rest.
+constexpr size_t kBytesToCheck = size_t{32} << 20;
 constexpr int kAacFrames = 1024;
 constexpr int64_t kNever = std::numeric_limits<int64_t>::max();
 
@@ -63,40 +68,98 @@ struct Probe {
 
 // --- Pictures ---
 
-/// Looks at an H.264 track's first pictures: their size, and whether they are shown in the order in
-/// which they stand. @return false when there is no picture.
-bool lookAtH264(TrackReader& reader, PictureTrack& track, int64_t& start, AVRational& rate) {
-  CodecHandle context(avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_H264)));
-  ParserHandle parser(av_parser_init(AV_CODEC_ID_H264));
-  if (!context || !parser) return false;
-  if (avcodec_parameters_to_context(context.get(), reader.stream().codecpar) < 0) return false;
-  parser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
+/// Whether H.264 pictures are shown in the order in which they stand, as far as that has been looked at.
+class OrderCheck {
+ public:
+  explicit OrderCheck(const AVCodecParameters& parameters)
+      : mContext(avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_H264))),
+        mParser(av_parser_init(AV_CODEC_ID_H264)) {
+    mIsUsable = mContext && mParser && avcodec_parameters_to_context(mContext.get(), &parameters) >= 0;
+    if (mParser) mParser->flags |= PARSER_FLAG_COMPLETE_FRAMES;
+  }
 
-  bool isInOrder = true;
-  int lastNumber = std::numeric_limits<int>::min();
-  int64_t lastTime = std::numeric_limits<int64_t>::min();
-  int limit = kPicturesToCheck;
-  for (int count = 0; (count < limit || start == kNever) && isInOrder && reader.read(); ++count) {
+  bool isUsable() const { return mIsUsable; }
+  bool isInOrder() const { return mIsInOrder; }
+  bool isDone() const { return mCount >= mLimit || !mIsInOrder; }
+  // Of the first picture.
+  int width() const { return mWidth; }
+  int height() const { return mHeight; }
+  AVPixelFormat format() const { return mFormat; }
+  AVRational rate() const { return av_mul_q(mContext->framerate, {1, 2}); }  // the parser counts fields
+
+  void look(const TrackReader& reader) {
     const AVPacket& packet = *reader.packet();
     uint8_t* out = nullptr;
     int outSize = 0;
-    av_parser_parse2(parser.get(), context.get(), &out, &outSize, packet.data, packet.size, packet.pts, packet.dts, -1);
-    if (!reader.isHidden()) start = std::min(start, reader.time());
-    if (parser->key_frame == 1) lastNumber = std::numeric_limits<int>::min();
-    const bool isField = parser->picture_structure == AV_PICTURE_STRUCTURE_TOP_FIELD ||
-                         parser->picture_structure == AV_PICTURE_STRUCTURE_BOTTOM_FIELD;
-    isInOrder = parser->output_picture_number >= lastNumber && reader.time() >= lastTime && !isField &&
-                parser->pict_type != AV_PICTURE_TYPE_B;
-    lastNumber = parser->output_picture_number;
-    lastTime = reader.time();
-    if (context->profile == FF_PROFILE_H264_CONSTRAINED_BASELINE) limit = kPicturesToCheckBaseline;
+    av_parser_parse2(mParser.get(), mContext.get(), &out, &outSize, packet.data, packet.size, packet.pts, packet.dts,
+                     -1);
+    if (mWidth <= 0 || mHeight <= 0) {
+      mWidth = mParser->width;
+      mHeight = mParser->height;
+      mFormat = static_cast<AVPixelFormat>(mParser->format);
+    }
+    if (mParser->key_frame == 1) mLastNumber = std::numeric_limits<int>::min();
+    const bool isField = mParser->picture_structure == AV_PICTURE_STRUCTURE_TOP_FIELD ||
+                         mParser->picture_structure == AV_PICTURE_STRUCTURE_BOTTOM_FIELD;
+    mIsInOrder = mParser->output_picture_number >= mLastNumber && reader.time() >= mLastTime && !isField &&
+                 mParser->pict_type != AV_PICTURE_TYPE_B;
+    mLastNumber = mParser->output_picture_number;
+    mLastTime = reader.time();
+    if (mContext->profile == FF_PROFILE_H264_CONSTRAINED_BASELINE) mLimit = kPicturesToCheckBaseline;
+    ++mCount;
   }
-  if (parser->width <= 0 || parser->height <= 0 || start == kNever) return false;
-  track.width = parser->width;
-  track.height = parser->height;
-  track.canBeDecoded = PictureConverter::canConvert(static_cast<AVPixelFormat>(parser->format));
-  track.form = isInOrder ? PictureCoding::kH264 : PictureCoding::kOther;
-  rate = av_mul_q(context->framerate, {1, 2});  // the parser counts fields
+
+ private:
+  const CodecHandle mContext;
+  const ParserHandle mParser;
+  bool mIsUsable = false;
+  int mWidth = 0;
+  int mHeight = 0;
+  AVPixelFormat mFormat = AV_PIX_FMT_NONE;
+  bool mIsInOrder = true;
+  int mCount = 0;
+  int mLimit = kPicturesToCheck;
+  int mLastNumber = std::numeric_limits<int>::min();
+  int64_t mLastTime = std::numeric_limits<int64_t>::min();
+};
+
+/// Looks at an H.264 track: its size, whether its pictures are shown in the order in which they stand,
+/// and whether they keep to their parameter sets. @return false when there is no picture.
+bool lookAtH264(TrackReader& reader, PictureTrack& track, int64_t& start, AVRational& rate) {
+  const AVCodecParameters& parameters = *reader.stream().codecpar;
+  OrderCheck order(parameters);
+  if (!order.isUsable()) return false;
+  AccessUnitWriter units(reader.header());
+  bool isAsFromCamera = true;
+  size_t bytes = 0;
+  const auto isDone = [&] { return !isAsFromCamera || (order.isDone() && bytes >= kBytesToCheck); };
+  while ((start == kNever || !isDone()) && reader.read()) {
+    if (!order.isDone()) order.look(reader);
+    if (!reader.isHidden()) start = std::min(start, reader.time());
+    bytes += reader.bytes().size();
+    if (const auto header = reader.newHeader(); !header.empty()) units.learn(header);
+    units.write(reader.bytes());  // after all else: it rewrites the packet
+    isAsFromCamera = order.isInOrder() && units.keepsToItsSets();
+  }
+  if (order.width() <= 0 || order.height() <= 0 || start == kNever) return false;
+  track.width = order.width();
+  track.height = order.height();
+  track.canBeDecoded = PictureConverter::canConvert(order.format());
+  // What can neither be decoded nor kept to one set is still better than nothing.
+  const bool isDelivered = isAsFromCamera || (order.isInOrder() && !track.canBeDecoded);
+  track.form = isDelivered ? PictureCoding::kH264 : PictureCoding::kOther;
+  rate = order.rate();
+  return true;
+}
+
+/// Whether all pictures of a Motion JPEG track are of one size.
+bool keepsItsSize(TrackReader& reader) {
+  std::optional<JpegSize> first;
+  for (size_t bytes = 0; bytes < kBytesToCheck && reader.read(); bytes += reader.bytes().size()) {
+    const auto size = jpegSize(reader.bytes());
+    if (size && first && *size != *first) return false;
+    if (size) first = size;
+  }
   return true;
 }
 
@@ -125,6 +188,10 @@ bool lookAtDecoded(std::unique_ptr<TrackReader>& reader, PictureTrack& track, in
     return false;
   }
   reader = decoder->release();
+  if (track.form == PictureCoding::kMotionJPEG && track.canBeDecoded) {
+    if (!keepsItsSize(*reader)) track.form = PictureCoding::kOther;
+    reader->rewind();
+  }
   return true;
 }
 
@@ -280,6 +347,7 @@ std::unique_ptr<Footage> Footage::open(const std::string& path, bool wantsLength
     if (wantsLength) track->end = findEnd(*probe.reader, isAsItStands(*track));
     kept = std::move(probe.reader);
   };
+  if (footage->pictures) footage->pictures->begin = pictures.start - origin;
   settle(footage->pictures, pictures, footage->pictureReader);
   settle(footage->sound, sound, footage->soundReader);
   return footage;
@@ -298,16 +366,18 @@ std::unique_ptr<UnitReader> pictureUnits(const PictureTrack& track, uint32_t cod
 }
 
 std::unique_ptr<UnitReader> soundUnits(const SoundTrack& track, uint16_t formatCode,
-                                       std::unique_ptr<TrackReader> reader, std::string& error) {
+                                       std::unique_ptr<TrackReader> reader, std::string& error,
+                                       const std::optional<Loop>& loop) {
   if (formatCode == kWaveFormatAAC) {
-    return std::make_unique<AacUnits>(std::move(reader), track.samplesPerSecond, track.channels, track.isBareStream);
+    return std::make_unique<AacUnits>(std::move(reader), track.samplesPerSecond, track.channels, track.isBareStream,
+                                      loop);
   }
   if (track.form == SoundForm::kPCM) {
-    return std::make_unique<PcmUnits>(std::move(reader), track.samplesPerSecond, track.channels);
+    return std::make_unique<PcmUnits>(std::move(reader), track.samplesPerSecond, track.channels, loop);
   }
   auto decoder = TrackDecoder::open(std::move(reader), error);
   if (!decoder) return nullptr;
-  return std::make_unique<DecodedSound>(std::move(decoder), track.samplesPerSecond, track.channels);
+  return std::make_unique<DecodedSound>(std::move(decoder), track.samplesPerSecond, track.channels, loop);
 }
 
 }  // namespace vesk::capture

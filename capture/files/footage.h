@@ -32,6 +32,7 @@ struct PictureTrack {
   int height = 0;
   bool canBeDecoded = false;
   uint32_t interval = 0;  ///< average, ten-millionths of a second
+  int64_t begin = 0;      ///< microseconds of the footage at which the first picture is shown
   int64_t end = 0;        ///< microseconds of the footage; 0 unless asked for
   /// The codecs that the track is offered in, the native one first.
   std::vector<uint32_t> codecs() const;
@@ -65,7 +66,9 @@ struct Footage {
 /// `error` when the footage cannot be decoded as asked.
 std::unique_ptr<UnitReader> pictureUnits(const PictureTrack& track, uint32_t codec, std::unique_ptr<TrackReader> reader,
                                          std::string& error);
+/// Sound that is to be played in a `loop` is cut where that ends, or goes on in silence up to there.
 std::unique_ptr<UnitReader> soundUnits(const SoundTrack& track, uint16_t formatCode,
-                                       std::unique_ptr<TrackReader> reader, std::string& error);
+                                       std::unique_ptr<TrackReader> reader, std::string& error,
+                                       const std::optional<Loop>& loop = std::nullopt);
 
 }  // namespace vesk::capture

@@ -6,6 +6,7 @@ extern "C" {
 
 #include <libyuv.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -80,6 +81,50 @@ void squeezeLevels(uint8_t* pixels, size_t bytes) {
   }
 }
 
+/// The planes of a 4:2:2 picture, one behind the other.
+struct Planes {
+  Planes(uint8_t* memory, int pictureWidth, int pictureHeight)
+      : width(pictureWidth),
+        height(pictureHeight),
+        y(memory),
+        u(y + size_t{1} * width * height),
+        v(u + size_t{1} * (width / 2) * height) {}
+
+  static size_t bytes(int width, int height) { return size_t{2} * width * height; }
+
+  int width;
+  int height;
+  uint8_t* y;
+  uint8_t* u;
+  uint8_t* v;
+};
+
+void blacken(const Planes& picture) {
+  const size_t pixels = size_t{1} * picture.width * picture.height;
+  std::memset(picture.y, 16, pixels);
+  std::memset(picture.u, 128, pixels);  // both colour planes
+}
+
+/// Scales `from` into the middle of `to`, its shape kept.
+void scaleInto(const Planes& from, const Planes& to) {
+  const bool isWider = int64_t{from.width} * to.height > int64_t{to.width} * from.height;
+  const int64_t width = isWider ? to.width : int64_t{to.height} * from.width / from.height;
+  const int64_t height = isWider ? int64_t{to.width} * from.height / from.width : to.height;
+  const int scaledWidth = std::max(static_cast<int>(width) & ~1, 2);
+  const int scaledHeight = std::max(static_cast<int>(height), 1);
+  const int left = (to.width - scaledWidth) / 2 & ~1;
+  const int top = (to.height - scaledHeight) / 2;
+  const auto scale = [&](const uint8_t* source, uint8_t* target, int shift) {
+    const int rowBytes = to.width >> shift;
+    libyuv::ScalePlane(source, from.width >> shift, from.width >> shift, from.height,
+                       target + ptrdiff_t{rowBytes} * top + (left >> shift), rowBytes, scaledWidth >> shift,
+                       scaledHeight, libyuv::kFilterBox);
+  };
+  scale(from.y, to.y, 0);
+  scale(from.u, to.u, 1);
+  scale(from.v, to.v, 1);
+}
+
 }  // namespace
 
 bool PictureConverter::canConvert(AVPixelFormat format) {
@@ -109,6 +154,21 @@ bool PictureConverter::convert(const AVFrame& frame, int width, int height, uint
       isPlanarYUV(frame.format) ? convertPlanar(frame, width, height, out) : convertOther(frame, width, height, out);
   if (done && isFullRange(frame)) squeezeLevels(out, size_t{2} * width * height);
   return done;
+}
+
+bool PictureConverter::fit(std::span<const uint8_t> picture, int pictureWidth, int pictureHeight, int width, int height,
+                           uint8_t* out) {
+  const size_t pictureBytes = Planes::bytes(pictureWidth, pictureHeight);
+  if (picture.size() < pictureBytes) return false;
+  uint8_t* memory = scratch(pictureBytes + Planes::bytes(width, height));
+  const Planes from(memory, pictureWidth, pictureHeight);
+  const Planes to(memory + pictureBytes, width, height);
+  if (libyuv::UYVYToI422(picture.data(), pictureWidth * 2, from.y, pictureWidth, from.u, pictureWidth / 2, from.v,
+                         pictureWidth / 2, pictureWidth, pictureHeight) != 0)
+    return false;
+  blacken(to);
+  scaleInto(from, to);
+  return libyuv::I422ToUYVY(to.y, width, to.u, width / 2, to.v, width / 2, out, width * 2, width, height) == 0;
 }
 
 bool PictureConverter::convertPlanar(const AVFrame& frame, int width, int height, uint8_t* out) {

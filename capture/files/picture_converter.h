@@ -17,6 +17,9 @@ class PictureConverter {
   /// Writes width × height pixels to `out`, rows 2 × width bytes apart. `width` is even and not
   /// above the frame's, `height` is the frame's. @return false when the frame cannot be converted.
   bool convert(const AVFrame& frame, int width, int height, uint8_t* out);
+  /// Scales a packed picture of another size into width × height pixels at `out`, in the middle of black. All
+  /// sizes are above 0, widths even. @return false when it could not be done.
+  bool fit(std::span<const uint8_t> picture, int pictureWidth, int pictureHeight, int width, int height, uint8_t* out);
 
  private:
   bool convertPlanar(const AVFrame& frame, int width, int height, uint8_t* out);

@@ -4,15 +4,6 @@
 
 namespace vesk::capture {
 
-namespace {
-
-std::span<const uint8_t> headerOf(const AVStream& stream) {
-  const AVCodecParameters& parameters = *stream.codecpar;
-  return {parameters.extradata, static_cast<size_t>(std::max(parameters.extradata_size, 0))};
-}
-
-}  // namespace
-
 bool PictureUnits::start(int64_t time, bool) {
   mFrom = time;
   mWaitsForKey = time > 0;
@@ -35,9 +26,10 @@ std::optional<MediaUnit> PictureUnits::next() {
 }
 
 H264Units::H264Units(std::unique_ptr<TrackReader> reader)
-    : PictureUnits(std::move(reader)), mWriter(headerOf(track().stream())) {}
+    : PictureUnits(std::move(reader)), mWriter(track().header()) {}
 
 std::optional<PictureUnits::Picture> H264Units::picture(TrackReader& reader) {
+  if (const auto header = reader.newHeader(); !header.empty()) mWriter.learn(header);
   const auto unit = mWriter.write(reader.bytes());
   if (unit) return Picture{unit->bytes, unit->isIDR || reader.isKey()};
   reader.noteDamage("a picture's NAL units are broken");

@@ -13,6 +13,8 @@ namespace vesk::capture {
 namespace {
 
 constexpr int64_t kAacFrames = 1024;
+/// Of a microsecond: packets are no whole number of microseconds long, which adds up over hours.
+constexpr int64_t kNanoseconds = 1000;
 
 int16_t clip(long value) {
   return static_cast<int16_t>(std::clamp(value, -32768L, 32767L));
@@ -79,28 +81,28 @@ std::span<uint8_t> withoutADTS(std::span<uint8_t> packet) {
 
 }  // namespace
 
-bool PcmUnits::start(int64_t time, bool) {
-  mChunker.restart(time);
+bool PcmUnits::start(int64_t time, bool again) {
+  mChunker.restart(time, again);
   return time > 0 ? mReader->seek(time) : mReader->rewind();
 }
 
 std::optional<MediaUnit> PcmUnits::next() {
   for (;;) {
     if (const auto unit = mChunker.take(false)) return unit;
-    if (!mReader->read()) return mChunker.take(true);
+    if (mChunker.isFull() || !mReader->read()) return mChunker.take(true);
     mChunker.give(mReader->bytes(), mReader->time());
   }
 }
 
-bool DecodedSound::start(int64_t time, bool) {
-  mChunker.restart(time);
+bool DecodedSound::start(int64_t time, bool again) {
+  mChunker.restart(time, again);
   return mDecoder->start(time);
 }
 
 std::optional<MediaUnit> DecodedSound::next() {
   for (;;) {
     if (const auto unit = mChunker.take(false)) return unit;
-    const AVFrame* frame = mDecoder->next();
+    const AVFrame* frame = mChunker.isFull() ? nullptr : mDecoder->next();
     if (frame == nullptr) return mChunker.take(true);
     const size_t samples = static_cast<size_t>(frame->nb_samples) * mChannels;
     if (mSamples.size() < samples) mSamples.resize(samples);
@@ -113,10 +115,13 @@ std::optional<MediaUnit> DecodedSound::next() {
   }
 }
 
-AacUnits::AacUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, uint32_t channels, bool isBareStream)
+AacUnits::AacUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, uint32_t channels, bool isBareStream,
+                   const std::optional<Loop>& loop)
     : mReader(std::move(reader)),
       mPacketTime((kAacFrames * 1000000 + samplesPerSecond / 2) / samplesPerSecond),
+      mExactPacketTime(kAacFrames * 1000000000 / samplesPerSecond),
       mShift(isBareStream ? 0 : mPacketTime),
+      mLoop(loop),
       mSilentPacket(silentAACPacket(channels)) {}
 
 bool AacUnits::start(int64_t time, bool again) {
@@ -124,14 +129,41 @@ bool AacUnits::start(int64_t time, bool again) {
   mFillers = 0;
   mMayFill = time == 0 && !again;
   mEarliest = time;
-  if (time == 0 && mShift > 0) mEarliest = again ? mPacketTime / 2 : -mPacketTime / 2;
+  if (mShift > 0 && (again || time == 0)) mEarliest = again ? time + mPacketTime / 2 : -mPacketTime / 2;
+  if (again && mLoop && mPlace)
+    *mPlace -= mLoop->length() * kNanoseconds;
+  else
+    mPlace.reset();
   return time > mShift ? mReader->seek(time - mShift) : mReader->rewind();
 }
 
 std::optional<MediaUnit> AacUnits::next() {
+  if (mLoop && mPlace) return nextInLoop();
   if (mPacket.empty() && !readPacket()) return std::nullopt;
   if (const auto unit = filler()) return unit;
-  const MediaUnit unit{mPacket, std::max<int64_t>(mStamp, 0)};
+  return take(mStamp);
+}
+
+/// Every packet at its place, whatever the file says of it within half a packet.
+std::optional<MediaUnit> AacUnits::nextInLoop() {
+  const int64_t half = mPacketTime / 2;
+  const int64_t place = *mPlace / kNanoseconds;
+  if (place > mLoop->end + mShift - half) return std::nullopt;
+  do {
+    if (mPacket.empty() && !readPacket()) break;
+    if (mStamp < place - half) mPacket = {};  // its place has gone to the end of the turn before
+  } while (mPacket.empty());
+  if (mPacket.empty() || mStamp >= place + half) {
+    *mPlace += mExactPacketTime;
+    return silence(std::max<int64_t>(place, 0));
+  }
+  return take(place);
+}
+
+/// The packet at hand, stamped `time`.
+MediaUnit AacUnits::take(int64_t time) {
+  if (mLoop) mPlace = mPlace.value_or(time * kNanoseconds) + mExactPacketTime;
+  const MediaUnit unit{mPacket, std::max<int64_t>(time, 0)};
   mPacket = {};
   return unit;
 }
@@ -160,10 +192,14 @@ bool AacUnits::readPacket() {
 std::optional<MediaUnit> AacUnits::filler() {
   if (mFillers == 0) return std::nullopt;
   --mFillers;
-  mSilence.assign(mSilentPacket.begin(), mSilentPacket.end());  // whoever had the last one may have rewritten it
-  const MediaUnit unit{mSilence, mFillerTime};
+  const int64_t time = mFillerTime;
   mFillerTime += mPacketTime;
-  return unit;
+  return silence(time);
+}
+
+MediaUnit AacUnits::silence(int64_t time) {
+  mSilence.assign(mSilentPacket.begin(), mSilentPacket.end());  // whoever had the last one may have rewritten it
+  return {mSilence, time};
 }
 
 }  // namespace vesk::capture

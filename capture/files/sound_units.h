@@ -14,8 +14,9 @@ namespace vesk::capture {
 /// 16-bit little-endian PCM as it stands in the file.
 class PcmUnits : public UnitReader {
  public:
-  PcmUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, uint16_t channels)
-      : mReader(std::move(reader)), mChunker(samplesPerSecond, channels) {}
+  PcmUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, uint16_t channels,
+           const std::optional<Loop>& loop)
+      : mReader(std::move(reader)), mChunker(samplesPerSecond, channels, loop) {}
 
   bool start(int64_t time, bool again) override;
   std::optional<MediaUnit> next() override;
@@ -29,11 +30,12 @@ class PcmUnits : public UnitReader {
 /// Any sound that can be decoded, as 16-bit PCM of one rate.
 class DecodedSound : public UnitReader {
  public:
-  DecodedSound(std::unique_ptr<TrackDecoder> decoder, uint32_t samplesPerSecond, uint16_t channels)
+  DecodedSound(std::unique_ptr<TrackDecoder> decoder, uint32_t samplesPerSecond, uint16_t channels,
+               const std::optional<Loop>& loop)
       : mDecoder(std::move(decoder)),
         mRate(samplesPerSecond),
         mChannels(channels),
-        mChunker(samplesPerSecond, channels) {}
+        mChunker(samplesPerSecond, channels, loop) {}
 
   bool start(int64_t time, bool again) override;
   std::optional<MediaUnit> next() override;
@@ -58,10 +60,13 @@ class DecodedSound : public UnitReader {
 /// - less priming, or sound that begins up to one packet after the picture: a recording takes a
 ///   first packet that comes within 2 D for one at 0, so packets of silence go before it;
 /// - an ADTS stream says nothing of priming: its first packet is taken for it.
-/// In a loop the priming is left out after the first time: the packets follow on without a gap.
+/// In a loop the priming is left out after the first time, and the packets follow on without a gap: at the
+/// loop's end, packets are left out or silent ones put in, so that the sound is off by half a packet at most,
+/// however often the loop comes round.
 class AacUnits : public UnitReader {
  public:
-  AacUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, uint32_t channels, bool isBareStream);
+  AacUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, uint32_t channels, bool isBareStream,
+           const std::optional<Loop>& loop);
 
   bool start(int64_t time, bool again) override;
   std::optional<MediaUnit> next() override;
@@ -69,11 +74,16 @@ class AacUnits : public UnitReader {
 
  private:
   std::optional<MediaUnit> filler();
+  MediaUnit silence(int64_t time);
+  MediaUnit take(int64_t time);
   bool readPacket();
+  std::optional<MediaUnit> nextInLoop();
 
   const std::unique_ptr<TrackReader> mReader;
   const int64_t mPacketTime;
+  const int64_t mExactPacketTime;  ///< nanoseconds
   const int64_t mShift;
+  const std::optional<Loop> mLoop;
   std::span<uint8_t> mPacket;  ///< read but not delivered yet; empty when there is none
   int64_t mStamp = 0;          ///< of that packet
   int64_t mEarliest = 0;       ///< packets stamped earlier are left out
@@ -82,6 +92,7 @@ class AacUnits : public UnitReader {
   int64_t mFillerTime = 0;
   const std::span<const uint8_t> mSilentPacket;
   std::vector<uint8_t> mSilence;
+  std::optional<int64_t> mPlace;  ///< in a loop: where the next packet belongs, nanoseconds; none before the first
 };
 
 }  // namespace vesk::capture

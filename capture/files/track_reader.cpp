@@ -7,6 +7,8 @@ extern "C" {
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 namespace vesk::capture {
 
 namespace {
@@ -118,6 +120,17 @@ int64_t TrackReader::packetTime() {
 
 int64_t TrackReader::timeOf(int64_t timestamp) const {
   return av_rescale_q(timestamp, stream().time_base, kMicroseconds) - mChoice.origin;
+}
+
+std::span<const uint8_t> TrackReader::header() const {
+  const AVCodecParameters& parameters = *stream().codecpar;
+  return {parameters.extradata, static_cast<size_t>(std::max(parameters.extradata_size, 0))};
+}
+
+std::span<const uint8_t> TrackReader::newHeader() const {
+  size_t size = 0;
+  const uint8_t* data = av_packet_get_side_data(mPacket.get(), AV_PKT_DATA_NEW_EXTRADATA, &size);
+  return {data, data != nullptr ? size : 0};
 }
 
 uint32_t TrackReader::skippedFrames() const {

@@ -51,6 +51,8 @@ class TrackReader {
   bool isKey() const { return (mPacket->flags & AV_PKT_FLAG_KEY) != 0; }
   /// The file's edit list hides it: it only helps to decode what follows.
   bool isHidden() const { return (mPacket->flags & AV_PKT_FLAG_DISCARD) != 0; }
+  /// The header that holds from this packet on, where a new one came with it; else empty.
+  std::span<const uint8_t> newHeader() const;
   /// Frames of sound that an edit list cuts from the packet's beginning.
   uint32_t skippedFrames() const;
 
@@ -64,6 +66,8 @@ class TrackReader {
   /// Notes that something in the footage is broken; the first note stays.
   void noteDamage(const std::string& what);
 
+  /// The track's header: an avcC record, parameter sets, a decoder's configuration, or nothing.
+  std::span<const uint8_t> header() const;
   const AVStream& stream() const { return *mContainer->context()->streams[mChoice.index]; }
   const MediaContainer& container() const { return *mContainer; }
   bool isUntimed() const { return mIsUntimed; }

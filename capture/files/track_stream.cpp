@@ -9,23 +9,23 @@
 
 namespace vesk::capture {
 
-TrackStream::TrackStream(std::unique_ptr<UnitReader> reader, FrameCallback callback, std::optional<int64_t> loopLength,
+TrackStream::TrackStream(std::unique_ptr<UnitReader> reader, FrameCallback callback, std::optional<Loop> loop,
                          std::string name)
     : mReader(std::move(reader)),
       mCallback(std::move(callback)),
-      mLoopLength(loopLength && *loopLength > 0 ? loopLength : std::nullopt),
+      mLoop(loop && loop->length() > 0 ? loop : std::nullopt),
       mName(std::move(name)) {}
 
 void TrackStream::seek(int64_t time) {
   mNext.reset();
-  mHasEnded = !begin(std::max<int64_t>(time, 0));
+  mHasEnded = !begin(std::max<int64_t>(time, 0), false);
 }
 
-bool TrackStream::begin(int64_t time) {
+bool TrackStream::begin(int64_t time, bool again) {
   mHasBegun = true;
-  mTurnStart = mLoopLength ? time / *mLoopLength * *mLoopLength : 0;
-  mTurnGaveSome = mTurnStart != time;  // a turn joined midway may have nothing more to give
-  return mReader->start(time - mTurnStart, mTurnStart > 0);
+  mTurnStart = mLoop && time >= mLoop->end ? (time - mLoop->begin) / mLoop->length() * mLoop->length() : 0;
+  mTurnGaveSome = !again && time > 0;  // a turn joined midway may have nothing more to give
+  return mReader->start(time - mTurnStart, again);
 }
 
 std::optional<int64_t> TrackStream::nextTime() {
@@ -39,7 +39,7 @@ std::optional<int64_t> TrackStream::nextTime() {
     }
     logDamage();
     // A turn without anything would be followed by another one like it, for ever.
-    mHasEnded = !mLoopLength || !mTurnGaveSome || !begin(mTurnStart + *mLoopLength);
+    mHasEnded = !mLoop || !mTurnGaveSome || !begin(mTurnStart + mLoop->end, true);
   }
   return mNext ? std::optional(mNext->time) : std::nullopt;
 }

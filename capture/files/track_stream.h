@@ -13,29 +13,27 @@ namespace vesk::capture {
 /// Plays a track to the conductor, once or in a loop.
 class TrackStream : public PacedStream {
  public:
-  /// `loopLength`: microseconds from one beginning of the footage to the next; none plays it once.
-  /// `name` stands in the log.
-  TrackStream(std::unique_ptr<UnitReader> reader, FrameCallback callback, std::optional<int64_t> loopLength,
-              std::string name);
+  /// Plays to the end, then what `loop` says again and again; none plays it once. `name` stands in the log.
+  TrackStream(std::unique_ptr<UnitReader> reader, FrameCallback callback, std::optional<Loop> loop, std::string name);
 
   void seek(int64_t time) override;
   std::optional<int64_t> nextTime() override;
   void deliver(int64_t timestamp) override;
 
  private:
-  bool begin(int64_t time);
+  bool begin(int64_t time, bool again);
   void logDamage();
 
   const std::unique_ptr<UnitReader> mReader;
   const FrameCallback mCallback;
-  const std::optional<int64_t> mLoopLength;
+  const std::optional<Loop> mLoop;
   const std::string mName;
 
   bool mHasBegun = false;
   bool mHasEnded = false;
   bool mTurnGaveSome = false;
   bool mHasLogged = false;
-  int64_t mTurnStart = 0;
+  int64_t mTurnStart = 0;  ///< where the footage's time 0 lies in this turn
   int64_t mLastTime = 0;
   std::optional<MediaUnit> mNext;  ///< its time already counted from the first beginning
 };

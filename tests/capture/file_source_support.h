@@ -14,6 +14,8 @@ extern "C" {
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "capture/files/footage.h"
 #include "platform/media/four_char_code.h"
 
@@ -46,16 +48,60 @@ inline std::vector<Unit> unitsFrom(UnitReader& reader, int64_t from = 0, bool ag
   return units;
 }
 
+inline std::unique_ptr<Footage> footageAt(const std::string& path, bool wantsLength = false) {
+  std::string error;
+  auto footage = Footage::open(path, wantsLength, error);
+  EXPECT_TRUE(footage) << error;
+  return footage;
+}
+
+/// Copies a movie, its sound `shift` frames later, with or without edit lists.
+inline void copyMovie(const std::string& from, const std::string& to, int64_t shift, bool hasEditLists) {
+  AVFormatContext* in = nullptr;
+  ASSERT_GE(avformat_open_input(&in, from.c_str(), nullptr, nullptr), 0);
+  ASSERT_GE(avformat_find_stream_info(in, nullptr), 0);
+  AVFormatContext* out = nullptr;
+  ASSERT_GE(avformat_alloc_output_context2(&out, nullptr, "mov", to.c_str()), 0);
+  for (unsigned index = 0; index < in->nb_streams; ++index) {
+    AVStream* stream = avformat_new_stream(out, nullptr);
+    avcodec_parameters_copy(stream->codecpar, in->streams[index]->codecpar);
+    stream->codecpar->codec_tag = 0;
+    stream->time_base = in->streams[index]->time_base;
+  }
+  AVDictionary* options = nullptr;
+  av_dict_set(&options, "use_editlist", hasEditLists ? "1" : "0", 0);
+  out->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
+  ASSERT_GE(avio_open(&out->pb, to.c_str(), AVIO_FLAG_WRITE), 0);
+  ASSERT_GE(avformat_write_header(out, &options), 0);
+  av_dict_free(&options);
+  AVPacket* packet = av_packet_alloc();
+  while (av_read_frame(in, packet) >= 0) {
+    const int index = packet->stream_index;
+    if (in->streams[index]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
+      packet->pts += shift;
+      packet->dts += shift;
+    }
+    av_packet_rescale_ts(packet, in->streams[index]->time_base, out->streams[index]->time_base);
+    ASSERT_GE(av_interleaved_write_frame(out, packet), 0);
+  }
+  av_packet_free(&packet);
+  ASSERT_GE(av_write_trailer(out), 0);
+  avio_closep(&out->pb);
+  avformat_free_context(out);
+  avformat_close_input(&in);
+}
+
 inline std::unique_ptr<UnitReader> pictureReader(const Footage& footage, uint32_t codec) {
   std::string error;
   auto reader = TrackReader::open(footage.pictures->choice, error);
   return reader ? pictureUnits(*footage.pictures, codec, std::move(reader), error) : nullptr;
 }
 
-inline std::unique_ptr<UnitReader> soundReader(const Footage& footage, uint16_t formatCode) {
+inline std::unique_ptr<UnitReader> soundReader(const Footage& footage, uint16_t formatCode,
+                                               const std::optional<Loop>& loop = std::nullopt) {
   std::string error;
   auto reader = TrackReader::open(footage.sound->choice, error);
-  return reader ? soundUnits(*footage.sound, formatCode, std::move(reader), error) : nullptr;
+  return reader ? soundUnits(*footage.sound, formatCode, std::move(reader), error, loop) : nullptr;
 }
 
 /// A file as libav reads it by itself, without anything of ours.

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "capture/files/track_stream.h"
 #include "tests/capture/file_source_support.h"
 #include "tests/support/temporary_folder.h"
 
@@ -12,49 +11,6 @@ namespace {
 using vesk::test::TemporaryFolder;
 
 constexpr int64_t kAacPacket44100 = 23220;  // 1024 frames in microseconds
-
-std::unique_ptr<Footage> footageAt(const std::string& path, bool wantsLength = false) {
-  std::string error;
-  auto footage = Footage::open(path, wantsLength, error);
-  EXPECT_TRUE(footage) << error;
-  return footage;
-}
-
-/// Copies a movie, its sound `shift` frames later, with or without edit lists.
-void copyMovie(const std::string& from, const std::string& to, int64_t shift, bool hasEditLists) {
-  AVFormatContext* in = nullptr;
-  ASSERT_GE(avformat_open_input(&in, from.c_str(), nullptr, nullptr), 0);
-  ASSERT_GE(avformat_find_stream_info(in, nullptr), 0);
-  AVFormatContext* out = nullptr;
-  ASSERT_GE(avformat_alloc_output_context2(&out, nullptr, "mov", to.c_str()), 0);
-  for (unsigned index = 0; index < in->nb_streams; ++index) {
-    AVStream* stream = avformat_new_stream(out, nullptr);
-    avcodec_parameters_copy(stream->codecpar, in->streams[index]->codecpar);
-    stream->codecpar->codec_tag = 0;
-    stream->time_base = in->streams[index]->time_base;
-  }
-  AVDictionary* options = nullptr;
-  av_dict_set(&options, "use_editlist", hasEditLists ? "1" : "0", 0);
-  out->avoid_negative_ts = AVFMT_AVOID_NEG_TS_DISABLED;
-  ASSERT_GE(avio_open(&out->pb, to.c_str(), AVIO_FLAG_WRITE), 0);
-  ASSERT_GE(avformat_write_header(out, &options), 0);
-  av_dict_free(&options);
-  AVPacket* packet = av_packet_alloc();
-  while (av_read_frame(in, packet) >= 0) {
-    const int index = packet->stream_index;
-    if (in->streams[index]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
-      packet->pts += shift;
-      packet->dts += shift;
-    }
-    av_packet_rescale_ts(packet, in->streams[index]->time_base, out->streams[index]->time_base);
-    ASSERT_GE(av_interleaved_write_frame(out, packet), 0);
-  }
-  av_packet_free(&packet);
-  ASSERT_GE(av_write_trailer(out), 0);
-  avio_closep(&out->pb);
-  avformat_free_context(out);
-  avformat_close_input(&in);
-}
 
 TEST(FileTiming, SoundThatBeginsLaterStaysLater) {
   const auto footage = footageAt(dataPath("street-320x240-h264-latesound.mov"));
@@ -139,81 +95,6 @@ TEST(FileTiming, ALateJoinerBeginsAtTheNextKeyPictureAndAtTheNextSound) {
   EXPECT_EQ(unitsFrom(*soundReader(*movie, kWaveFormatLinearPCM), 100000).front().time, 400000);
   EXPECT_EQ(unitsFrom(*pictureReader(*movie, kCMVideoCodecType_H264), 100000).front().time, 4000000);
   EXPECT_EQ(unitsFrom(*pictureReader(*movie, kCMPixelFormat_422YpCbCr8), 100000).front().time, 133333);
-}
-
-/// What a stream delivers: its first `count` units, or all when it ends before.
-std::vector<Unit> played(std::unique_ptr<UnitReader> reader, std::optional<int64_t> loopLength, size_t count,
-                         int64_t from = 0) {
-  std::vector<Unit> units;
-  int64_t due = 0;
-  TrackStream stream(
-      std::move(reader),
-      [&](uint8_t* data, uint32_t length, int64_t) {
-        units.push_back({Bytes(data, data + length), due});
-        std::fill(data, data + length, uint8_t{0xEE});  // a receiver may do as it likes with the bytes
-      },
-      loopLength, "clip");
-  stream.seek(from);
-  while (units.size() < count) {
-    const auto next = stream.nextTime();
-    if (!next) break;
-    due = *next;
-    stream.deliver(due);
-  }
-  return units;
-}
-
-TEST(FileTiming, ALoopGoesOnWithoutAGapAndWithTheSameFootage) {
-  const struct {
-    const char* clip;
-    uint32_t codec;
-    size_t units;
-  } rows[] = {
-      {"street-320x240-h264-latesound.mov", kCMVideoCodecType_H264, 90},
-      {"SVA_Base_B.264", kCMVideoCodecType_H264, 17},
-      {"street-mjpeg.avi", kCMVideoCodecType_MotionJPEG, 6},
-      {"street-reordered.mp4", kCMPixelFormat_422YpCbCr8, 36},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.clip);
-    const auto footage = footageAt(dataPath(row.clip), true);
-    const int64_t length = footage->pictures->end;
-    EXPECT_NEAR(static_cast<double>(length), static_cast<double>(row.units) * footage->pictures->interval / 10, 40);
-    const auto units = played(pictureReader(*footage, row.codec), length, 3 * row.units + 1);
-    ASSERT_EQ(units.size(), 3 * row.units + 1);
-    for (size_t at = row.units; at < units.size(); ++at) {
-      ASSERT_EQ(units[at].time, units[at - row.units].time + length) << at;
-      ASSERT_EQ(units[at].bytes, units[at - row.units].bytes) << at;
-    }
-    const auto late = played(pictureReader(*footage, row.codec), length, 1, 2 * length);
-    ASSERT_EQ(late.size(), 1u);
-    EXPECT_EQ(late.front().time, 2 * length);
-  }
-}
-
-TEST(FileTiming, AACInALoopIsPrimedOnce) {
-  for (const char* clip : {"town-h264-aac.mp4", "voice-48k-mono.aac"}) {
-    SCOPED_TRACE(clip);
-    const auto footage = footageAt(dataPath(clip), true);
-    const size_t packets = unitsFrom(*soundReader(*footage, kWaveFormatAAC)).size();
-    const auto units = played(soundReader(*footage, kWaveFormatAAC), footage->sound->end, 3 * packets);
-    ASSERT_EQ(units.size(), 3 * packets);
-    const double packetTime = 1024e6 / footage->sound->samplesPerSecond;
-    for (size_t at = 0; at < units.size(); ++at) {
-      ASSERT_NEAR(static_cast<double>(units[at].time), static_cast<double>(at) * packetTime, 10) << at;
-    }
-  }
-}
-
-TEST(FileTiming, ALoopWithNothingInItEnds) {
-  struct Nothing : UnitReader {
-    bool start(int64_t, bool) override { return true; }
-    std::optional<MediaUnit> next() override { return std::nullopt; }
-    const std::string& damage() const override { return none; }
-    std::string none;
-  };
-  EXPECT_TRUE(played(std::make_unique<Nothing>(), 1000000, 1).empty());
-  EXPECT_TRUE(played(std::make_unique<Nothing>(), 1000000, 1, 1500000).empty());
 }
 
 }  // namespace

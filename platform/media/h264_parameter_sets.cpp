@@ -1,12 +1,16 @@
-#include "capture/files/parameter_sets.h"
+#include "platform/media/h264_parameter_sets.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "platform/foundation/byte_reader.h"
 
-namespace vesk::capture {
+namespace vesk {
 
 namespace {
+
+/// Zeros before a number: none that is read here is larger, not even the last macroblock of the largest picture.
+constexpr int kMostZeros = 17;
 
 /// Reads the Exp-Golomb numbers at the head of a NAL unit, past its emulation prevention bytes.
 class HeadReader {
@@ -14,12 +18,12 @@ class HeadReader {
   HeadReader(std::span<const uint8_t> nal, size_t skipped) : mBytes(nal), mAt(skipped) {}
 
   std::optional<unsigned> number() {
-    unsigned zeros = 0;
+    int zeros = 0;
     for (;;) {
       const auto next = bit();
       if (!next) return std::nullopt;
       if (*next) break;
-      if (++zeros > 16) return std::nullopt;  // no number that is read here is that large
+      if (++zeros > kMostZeros) return std::nullopt;
     }
     unsigned value = 1;
     for (; zeros > 0; --zeros) {
@@ -52,6 +56,37 @@ bool isSame(const std::vector<uint8_t>& kept, std::span<const uint8_t> nal) {
   return std::equal(kept.begin(), kept.end(), nal.begin(), nal.end());
 }
 
+/// A slice header's first numbers, read from eight bytes at once; none where they are not all in there.
+class HeadWord {
+ public:
+  explicit HeadWord(uint64_t word) : mWord(word) {}
+
+  std::optional<unsigned> number() {
+    const int zeros = std::countl_zero(mWord);
+    const int length = 2 * zeros + 1;
+    if (zeros > kMostZeros || length >= mLeft) return std::nullopt;
+    const auto value = static_cast<unsigned>(mWord >> (64 - length)) - 1;
+    mWord <<= length;
+    mLeft -= length;
+    return value;
+  }
+
+ private:
+  uint64_t mWord;
+  int mLeft = 64;
+};
+
+/// Whether one of the eight bytes is 0. Only after zeros may bytes have been put in.
+bool holdsZeroByte(uint64_t word) {
+  return ((word - 0x0101010101010101) & ~word & 0x8080808080808080) != 0;
+}
+
+template <class Head>
+std::optional<unsigned> pictureNumberIn(Head head) {
+  if (!head.number() || !head.number()) return std::nullopt;  // first macroblock, slice type
+  return head.number();
+}
+
 std::optional<unsigned> below(std::optional<unsigned> number, unsigned limit) {
   return number && *number < limit ? number : std::nullopt;
 }
@@ -66,19 +101,35 @@ std::optional<unsigned> ParameterSets::pictureNumber(std::span<const uint8_t> pi
   return below(HeadReader(pictureSet, 1).number(), kMaxPictureSets);
 }
 
-void ParameterSets::learn(std::span<const uint8_t> nal) {
-  if (nal.empty()) return;
+/// On a frame's way: of nearly every slice the numbers lie in the first eight bytes, and none of those is 0.
+std::optional<unsigned> ParameterSets::pictureNumberOfSlice(std::span<const uint8_t> slice) {
+  constexpr size_t kWordBytes = 8;
+  if (slice.size() > kWordBytes) {
+    uint64_t word = 0;
+    for (size_t at = 1; at <= kWordBytes; ++at) word = word << 8 | slice[at];
+    if (!holdsZeroByte(word)) {
+      if (const auto number = pictureNumberIn(HeadWord(word))) return below(number, kMaxPictureSets);
+    }
+  }
+  return below(pictureNumberIn(HeadReader(slice, 1)), kMaxPictureSets);
+}
+
+bool ParameterSets::learn(std::span<const uint8_t> nal) {
+  if (nal.empty()) return false;
   if (nalType(nal[0]) == kNalSequenceParameterSet) {
     const auto number = sequenceNumber(nal);
-    if (number && !isSame(mSequence[*number], nal)) mSequence[*number].assign(nal.begin(), nal.end());
-  } else if (nalType(nal[0]) == kNalPictureParameterSet) {
-    HeadReader head(nal, 1);
-    const auto number = below(head.number(), kMaxPictureSets);
-    const auto sequence = below(head.number(), kMaxSequenceSets);
-    if (!number || !sequence || isSame(mPicture[*number].bytes, nal)) return;
-    mPicture[*number].bytes.assign(nal.begin(), nal.end());
-    mPicture[*number].sequence = *sequence;
+    if (!number || isSame(mSequence[*number], nal)) return false;
+    mSequence[*number].assign(nal.begin(), nal.end());
+    return true;
   }
+  if (nalType(nal[0]) != kNalPictureParameterSet) return false;
+  HeadReader head(nal, 1);
+  const auto number = below(head.number(), kMaxPictureSets);
+  const auto sequence = below(head.number(), kMaxSequenceSets);
+  if (!number || !sequence || isSame(mPicture[*number].bytes, nal)) return false;
+  mPicture[*number].bytes.assign(nal.begin(), nal.end());
+  mPicture[*number].sequence = *sequence;
+  return true;
 }
 
 std::optional<int> ParameterSets::learnRecord(std::span<const uint8_t> record) {
@@ -102,9 +153,7 @@ std::optional<int> ParameterSets::learnRecord(std::span<const uint8_t> record) {
 }
 
 std::optional<ParameterSets::InUse> ParameterSets::usedBy(std::span<const uint8_t> slice) const {
-  HeadReader head(slice, 1);
-  if (!head.number() || !head.number()) return std::nullopt;  // first macroblock, slice type
-  const auto picture = below(head.number(), kMaxPictureSets);
+  const auto picture = pictureNumberOfSlice(slice);
   if (!picture || mPicture[*picture].bytes.empty()) return std::nullopt;
   const unsigned sequence = mPicture[*picture].sequence;
   if (mSequence[sequence].empty()) return std::nullopt;
@@ -123,4 +172,22 @@ void ParameterSets::list(InUse inUse, std::vector<std::span<const uint8_t>>& set
   }
 }
 
-}  // namespace vesk::capture
+bool ParameterSetWatch::isHeldUsedBy(std::span<const uint8_t> slice) {
+  if (mHeld)
+    return mAreInForce && ParameterSets::pictureNumberOfSlice(slice).value_or(mHeld->picture) == mHeld->picture;
+  mHeld = mSets.usedBy(slice);
+  if (!mHeld) return true;
+  const auto sequence = mSets.sequenceSet(mHeld->sequence);
+  const auto picture = mSets.pictureSet(mHeld->picture);
+  mHeldSequence.assign(sequence.begin(), sequence.end());
+  mHeldPicture.assign(picture.begin(), picture.end());
+  mAreInForce = true;
+  return true;
+}
+
+bool ParameterSetWatch::areInForce() const {
+  return isSame(mHeldSequence, mSets.sequenceSet(mHeld->sequence)) &&
+         isSame(mHeldPicture, mSets.pictureSet(mHeld->picture));
+}
+
+}  // namespace vesk

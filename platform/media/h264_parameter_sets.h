@@ -1,0 +1,111 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "platform/foundation/export.h"
+
+namespace vesk {
+
+/// NAL unit types of ITU-T H.264, table 7-1.
+enum NalType : uint8_t {
+  kNalSlice = 1,
+  kNalSlicePartitionA = 2,
+  kNalIDRSlice = 5,
+  kNalSequenceParameterSet = 7,
+  kNalPictureParameterSet = 8,
+  kNalAccessUnitDelimiter = 9,
+};
+
+constexpr uint8_t nalType(uint8_t header) {
+  return header & 0x1F;
+}
+
+/// The parameter sets of an H.264 stream that are in force, by their numbers.
+class VESK_EXPORT ParameterSets {
+ public:
+  static constexpr unsigned kMaxSequenceSets = 32;
+  static constexpr unsigned kMaxPictureSets = 256;
+
+  /// Keeps a copy of `nal` when it is a parameter set; it takes the place of the one with its number.
+  /// @return whether that changed anything: a set that only comes again does not.
+  bool learn(std::span<const uint8_t> nal);
+  /// Keeps the sets of an avcC record (ISO/IEC 14496-15, 5.3.3.1). @return the bytes of a length
+  /// field, 1, 2 or 4; none when the record is damaged.
+  std::optional<int> learnRecord(std::span<const uint8_t> record);
+
+  /// Numbers of the sets that a picture with this slice uses; none when they are not known.
+  struct InUse {
+    unsigned picture = 0;
+    unsigned sequence = 0;
+  };
+  std::optional<InUse> usedBy(std::span<const uint8_t> slice) const;
+  static std::optional<unsigned> sequenceNumber(std::span<const uint8_t> sequenceSet);
+  static std::optional<unsigned> pictureNumber(std::span<const uint8_t> pictureSet);
+  /// The number of the picture parameter set that a slice names.
+  static std::optional<unsigned> pictureNumberOfSlice(std::span<const uint8_t> slice);
+
+  /// The bytes of a set; empty when there is none of the number.
+  std::span<const uint8_t> sequenceSet(unsigned number) const { return mSequence[number]; }
+  std::span<const uint8_t> pictureSet(unsigned number) const { return mPicture[number].bytes; }
+
+  /// All sets in the order for a decoder, those in use first: sequence sets, then picture sets.
+  void list(InUse inUse, std::vector<std::span<const uint8_t>>& sets) const;
+
+ private:
+  struct PictureSet {
+    std::vector<uint8_t> bytes;
+    unsigned sequence = 0;
+  };
+  std::array<std::vector<uint8_t>, kMaxSequenceSets> mSequence;
+  std::vector<PictureSet> mPicture = std::vector<PictureSet>(kMaxPictureSets);
+};
+
+/// Watches whether all pictures of a stream use one sequence and one picture parameter set, which never
+/// change: those of a camera do as a rule, and a movie's track holds no others.
+class VESK_EXPORT ParameterSetWatch {
+ public:
+  /// Looks at the next NAL unit of the stream. The first slice whose sets are known takes hold of them.
+  /// @return false for a slice that needs other sets than those held, or the same numbers with other content
+  bool look(std::span<const uint8_t> nal) {
+    if (nal.empty()) return true;
+    const uint8_t type = nalType(nal[0]);
+    if (type == kNalSequenceParameterSet || type == kNalPictureParameterSet) {
+      if (mSets.learn(nal)) mAreInForce = !mHeld || areInForce();
+      return true;
+    }
+    const bool isSlice = type == kNalSlice || type == kNalIDRSlice || type == kNalSlicePartitionA;
+    return !isSlice || isHeldUsedBy(nal);
+  }
+
+  /// Takes up the sets of an avcC record, as ParameterSets does.
+  std::optional<int> learnRecord(std::span<const uint8_t> record) {
+    const auto lengthBytes = mSets.learnRecord(record);
+    mAreInForce = !mHeld || areInForce();
+    return lengthBytes;
+  }
+
+  bool isHolding() const { return mHeld.has_value(); }
+  /// The numbers of the sets held; none when none are.
+  std::optional<ParameterSets::InUse> held() const { return mHeld; }
+  /// Lets go of the sets held: the next slice takes hold of its own.
+  void release() { mHeld.reset(); }
+
+  const ParameterSets& sets() const { return mSets; }
+
+ private:
+  bool isHeldUsedBy(std::span<const uint8_t> slice);
+  bool areInForce() const;
+
+  ParameterSets mSets;
+  std::optional<ParameterSets::InUse> mHeld;
+  std::vector<uint8_t> mHeldSequence;
+  std::vector<uint8_t> mHeldPicture;
+  bool mAreInForce = true;  ///< the stream has not replaced the sets held by others of their numbers
+};
+
+}  // namespace vesk

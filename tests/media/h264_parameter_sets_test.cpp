@@ -1,0 +1,96 @@
+#include "platform/media/h264_parameter_sets.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace vesk {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+/// Bytes written as hexadecimal text: bytes("00 00 01").
+Bytes bytes(const std::string& text) {
+  Bytes out;
+  for (size_t at = 0; at < text.size(); at += 3) out.push_back(static_cast<uint8_t>(std::stoul(text.substr(at, 2), nullptr, 16)));
+  return out;
+}
+
+// Sequence sets 0 and 1; picture sets 0 and 1 of sequence set 0, and 2 of sequence set 1; slices of each.
+const char* const kSequence0 = "67 42 00 1E 80 11";
+const char* const kSequence0Changed = "67 42 00 1F 80 11";
+const char* const kSequence1 = "67 42 00 1E 40 11";
+const char* const kPicture0 = "68 C0 22";
+const char* const kPicture0Changed = "68 C0 23";
+const char* const kPicture1 = "68 50 33";
+const char* const kPicture2 = "68 65 44";  // 011 | 010
+const char* const kIDR0 = "65 B8 44";      // 1 | 011 | 1
+const char* const kIDR1 = "65 B4 55";      // 1 | 011 | 010
+const char* const kIDR2 = "65 B6 55";      // 1 | 011 | 011
+const char* const kSlice0 = "41 9A 66";    // 1 | 00110 | 1
+const char* const kBroken = "41 00 00";
+
+TEST(ParameterSetWatch, TellsSlicesThatNeedOtherSets) {
+  const struct {
+    const char* label;
+    std::vector<const char*> before;
+    const char* slice;
+    bool fits;
+  } rows[] = {
+      {"the first slice, whatever it is", {kSequence0, kPicture0, kPicture1}, kIDR1, true},
+      {"sets that are not known", {}, kIDR1, true},
+      {"the same again", {kSequence0, kPicture0, kIDR0, kSequence0, kPicture0}, kSlice0, true},
+      {"other sets that no slice uses", {kSequence0, kPicture0, kIDR0, kSequence1, kPicture1, kPicture2}, kSlice0, true},
+      {"another picture set", {kSequence0, kPicture0, kPicture1, kIDR0}, kIDR1, false},
+      {"another sequence set", {kSequence0, kPicture0, kIDR0, kSequence1, kPicture2}, kIDR2, false},
+      {"the picture set changed", {kSequence0, kPicture0, kIDR0, kPicture0Changed}, kSlice0, false},
+      {"the sequence set changed", {kSequence0, kPicture0, kIDR0, kSequence0Changed}, kIDR0, false},
+      {"changed and changed back", {kSequence0, kPicture0, kIDR0, kSequence0Changed, kSequence0}, kIDR0, true},
+      {"a slice that cannot be read", {kSequence0, kPicture0, kIDR0}, kBroken, true},
+      {"what is no slice", {kSequence0, kPicture0, kIDR0}, "06 B4 55", true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.label);
+    ParameterSetWatch watch;
+    for (const char* nal : row.before) EXPECT_TRUE(watch.look(bytes(nal))) << nal;
+    EXPECT_EQ(watch.look(bytes(row.slice)), row.fits);
+    if (row.fits) continue;
+    watch.release();
+    EXPECT_TRUE(watch.look(bytes(row.slice))) << "the new sets are held then";
+  }
+}
+
+/// The numbers are read from eight bytes at once where that can be done.
+TEST(ParameterSets, ReadTheHeadOfASliceWhateverStandsInIt) {
+  EXPECT_EQ(ParameterSets::pictureNumberOfSlice(bytes("41 9A")), 0U);
+  EXPECT_EQ(ParameterSets::pictureNumberOfSlice(bytes("41 9A 00 77 88 99 AA BB CC DD")), 0U);
+  EXPECT_EQ(ParameterSets::pictureNumberOfSlice(bytes("41")), std::nullopt);
+  EXPECT_EQ(ParameterSets::pictureNumberOfSlice(bytes("41 00 00 03 00 80 11 80 66 77 88 99")), std::nullopt);
+  // First macroblocks of every size, picture sets of every number: against a writer of bits.
+  for (const unsigned first : {0U, 1U, 39U, 8159U, 36863U, 139263U}) {
+    for (const unsigned set : {0U, 1U, 7U, 128U, 255U}) {
+      std::string bits;
+      const auto put = [&bits](unsigned value) {
+        unsigned length = 0;
+        while (value + 1 >= 2U << length) ++length;
+        bits += std::string(length, '0');
+        for (unsigned bit = length + 1; bit-- > 0;) bits += (value + 1) >> bit & 1 ? '1' : '0';
+      };
+      put(first);
+      put(7);
+      put(set);
+      bits += "1011011101111011";
+      Bytes slice = {0x41};
+      for (size_t at = 0; at + 8 <= bits.size(); at += 8) {
+        if (slice.size() >= 3 && slice.back() == 0 && slice[slice.size() - 2] == 0 && bits.substr(at, 6) == "000000")
+          slice.push_back(3);  // emulation prevention
+        slice.push_back(static_cast<uint8_t>(std::stoul(bits.substr(at, 8), nullptr, 2)));
+      }
+      slice.insert(slice.end(), 10, 0xA5);
+      EXPECT_EQ(ParameterSets::pictureNumberOfSlice(slice), set) << first;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace vesk
