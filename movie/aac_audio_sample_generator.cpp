@@ -1,5 +1,6 @@
 #include "movie/aac_audio_sample_generator.h"
 
+#include <limits>
 #include <new>
 #include <utility>
 #include <vector>
@@ -13,9 +14,6 @@ namespace {
 
 constexpr int32_t kMicroseconds = 1'000'000;
 constexpr uint32_t kFramesPerPacket = 1024;
-
-/// In one sample: kLongestSilence at any rate that AAC knows, and little memory at others.
-constexpr uint64_t kMostSilentPackets = 400'000;
 
 /// One packet of silence, shared by all that are put in.
 constexpr uint8_t kSilencePacket[4] = {0x00, 0xD0, 0x00, 0x07};
@@ -74,7 +72,7 @@ uint32_t AACAudioSampleGenerator::silencePackets(uint64_t timestamp) {
   if (duration == 0 || timestamp <= nextTime + 2 * duration) return 0;
 
   const uint64_t gap = timestamp - nextTime;
-  if (gap > kLongestSilence || gap / duration > kMostSilentPackets) {
+  if (gap > kLongestSilence || gap / duration >= std::numeric_limits<int32_t>::max()) {
     reportOpenGap(gap);
     mNextPresentationTime =
         CMTimeConvertScale(CMTimeMake(static_cast<int64_t>(timestamp), kMicroseconds), mPacketDuration.timescale);
@@ -86,9 +84,14 @@ uint32_t AACAudioSampleGenerator::silencePackets(uint64_t timestamp) {
 }
 
 CMSampleBufferRef AACAudioSampleGenerator::makeSample(uint32_t silence, const AudioBuffer& packet) const {
-  if (silence == 0) {
+  if (silence == 0 || silence > kMostSilentPackets) {
     const auto description = describePacket(0, packet.mDataByteSize);
-    return CreateSampleBufferFromBufferList({&packet, 1}, {&description, 1}, mNextPresentationTime);
+    auto sample = CreateSampleBufferFromBufferList({&packet, 1}, {&description, 1}, mNextPresentationTime);
+    if (sample) {
+      sample->attachments().insertedSilence = silence;
+      sample->attachments().isSilenceLeftOut = silence > 0;
+    }
+    return sample;
   }
   try {
     std::vector<AudioBuffer> buffers(silence, kSilenceBuffer);

@@ -9,8 +9,9 @@ namespace vesk {
 
 /// Samples from raw AAC packets of 1024 frames. Each follows the one before; when they have fallen
 /// more than two packets behind, the gap is filled with packets of silence in the same sample
-/// (BufferAttachments::insertedSilence counts them), unless it is longer than kLongestSilence. The
-/// track begins at 0, and its first packet, which only primes the decoder, is not to be heard.
+/// (BufferAttachments::insertedSilence counts them; many are not in its bytes), unless it is longer than
+/// kLongestSilence. The track begins at 0, and its first packet, which only primes the decoder, is not
+/// to be heard.
 class VESK_EXPORT AACAudioSampleGenerator final : public ISampleGenerator {
  public:
   /// @param sampleRate frames a second

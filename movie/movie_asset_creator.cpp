@@ -44,8 +44,9 @@ std::unique_ptr<ISampleGenerator> makeAudioGenerator(const _VeskAudioDescription
 
 /// How many packets of silence a sample holds: silence comes in multiples of the packet behind it.
 uint64_t silencePackets(const CMSampleBuffer& sample) {
-  const uint32_t silence = sample.attachments().insertedSilence;
-  return silence == 0 ? 0 : silence / (sample.numSamples() - silence);
+  const uint64_t silence = sample.attachments().insertedSilence;
+  const uint64_t inBuffer = sample.attachments().isSilenceLeftOut ? 0 : silence;
+  return silence == 0 ? 0 : silence / (sample.numSamples() - inBuffer);
 }
 
 }  // namespace

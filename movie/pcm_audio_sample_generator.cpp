@@ -56,19 +56,24 @@ CMSampleBufferRef PCMAudioSampleGenerator::CreateSample(const unsigned char* pac
   } else if (mNextTime < timestamp) {
     silentFrames = silencePackets(packetFrames, timestamp) * packetFrames;
   }
-  const uint64_t frames = silentFrames + packetFrames;
+  const bool isLeftOut = silentFrames > kMostSilentBytes / bytesPerFrame;
+  const uint64_t before = isLeftOut ? 0 : silentFrames;  // in the block
+  const uint64_t frames = before + packetFrames;
   if (frames > std::numeric_limits<uint32_t>::max()) return nullptr;
 
   auto block = CMBlockBuffer::create(frames * bytesPerFrame);
   if (!block) return nullptr;
-  block->fillDataBytes(0, 0, silentFrames * bytesPerFrame);
-  copyBytes(block->data().data() + silentFrames * bytesPerFrame, {packet, packetFrames * bytesPerFrame});
+  block->fillDataBytes(0, 0, before * bytesPerFrame);
+  copyBytes(block->data().data() + before * bytesPerFrame, {packet, packetFrames * bytesPerFrame});
 
   const CMTime start = CMTimeMake(static_cast<int64_t>(mNextTime), kTimeScale);
   auto sample = CMSampleBuffer::createAudioWithPacketDescriptions(std::move(block), mFormat,
                                                                   static_cast<uint32_t>(frames), start, {});
-  if (sample) sample->attachments().insertedSilence = static_cast<uint32_t>(silentFrames);
-  mNextTime += soundDuration(frames, mSampleRate);
+  if (sample) {
+    sample->attachments().insertedSilence = silentFrames;
+    sample->attachments().isSilenceLeftOut = isLeftOut;
+  }
+  mNextTime += soundDuration(silentFrames + packetFrames, mSampleRate);
   return sample;
 }
 
@@ -77,8 +82,7 @@ uint64_t PCMAudioSampleGenerator::silencePackets(uint64_t frames, uint64_t times
   const uint64_t duration = std::max<uint64_t>(soundDuration(frames, mSampleRate), 1);
   const uint64_t packets = gap / duration;
   if (packets == 0) return 0;
-  const uint64_t bytesPerPacket = frames * mStreamDescription->mBytesPerFrame;
-  if (packets > kMostSilentBytes / bytesPerPacket) {
+  if (gap > kLongestSilence || packets > std::numeric_limits<int32_t>::max()) {
     reportOpenGap(gap);
     mNextTime = timestamp;
     return 0;

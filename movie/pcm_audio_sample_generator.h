@@ -8,8 +8,8 @@ namespace vesk {
 
 /// Samples from packets of interleaved linear PCM (signed, little-endian). Each follows the one
 /// before; a gap of a whole packet or more is filled with zero frames in the same sample
-/// (BufferAttachments::insertedSilence counts them), unless that takes more than kMostSilentBytes. The
-/// track begins at its first packet's time.
+/// (BufferAttachments::insertedSilence counts them; many are not in its bytes), unless it is longer than
+/// kLongestSilence. The track begins at its first packet's time.
 class VESK_EXPORT PCMAudioSampleGenerator final : public ISampleGenerator {
  public:
   /// @param sampleRate frames a second

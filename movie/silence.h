@@ -4,18 +4,18 @@
 
 namespace vesk {
 
-// Silence that fills a gap lies in one sample, so it is bounded. A longer gap, say after the machine
-// slept or a clock jumped, is left open and the sound goes on at its capture time: the writer keeps
-// the track's time.
+/// The longest gap in the sound that is filled with silence: half a day. A longer one (a clock jumped)
+/// is left open and the sound goes on at its capture time: the writer keeps the track's time.
+constexpr uint64_t kLongestSilence = 12ULL * 3600 * 1'000'000;  // microseconds
 
-/// The longest gap that packets of AAC fill: an hour.
-constexpr uint64_t kLongestSilence = 3'600'000'000;  // microseconds
-/// Bytes of PCM silence in one sample: almost six minutes of 48 kHz stereo.
-constexpr uint64_t kMostSilentBytes = uint64_t{64} << 20;
+// So much silence lies in a sample itself; more is only counted there (BufferAttachments), so that a
+// gap takes no memory.
+constexpr uint64_t kMostSilentBytes = uint64_t{16} << 20;  ///< of PCM: a minute and a half of 48 kHz stereo
+constexpr uint64_t kMostSilentPackets = 4096;              ///< of AAC: as much
 
 /// Microseconds that `frames` last at `sampleRate` frames a second, which is not 0.
 constexpr uint64_t soundDuration(uint64_t frames, uint32_t sampleRate) {
-  return frames * 1'000'000 / sampleRate;
+  return static_cast<uint64_t>(static_cast<unsigned __int128>(frames) * 1'000'000 / sampleRate);
 }
 
 /// Says that a gap of `gap` microseconds was left open.

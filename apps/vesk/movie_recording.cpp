@@ -14,11 +14,11 @@
 #include "apps/vesk/argument_text.h"
 #include "apps/vesk/choices.h"
 #include "apps/vesk/host.h"
+#include "apps/vesk/movie_contents.h"
 #include "apps/vesk/output.h"
 #include "platform/foundation/file_manager.h"
 #include "platform/media/four_char_code.h"
 #include "platform/metering/power_meter.h"
-#include "platform/writing/movie_recovery.h"
 
 namespace vesk::program {
 namespace {
@@ -26,10 +26,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr float kBarFloor = -60.0F;
-
-/// Sound without a picture is kept from this length on, in microseconds: somebody may have spoken. Less is
-/// what microphones send while the camera is still being started.
-constexpr uint64_t kShortestSound = 5'000'000;
 
 }  // namespace
 
@@ -185,27 +181,6 @@ Failure MovieRecording::nothingRecorded(const RecordingStatistics& statistics) c
   return {kFailed,
           fmt::format("nothing was recorded: no picture came from \"{}\".", nameOf(*mPlan.camera->deviceInfo())),
           "Record for longer; if that does not help, plug the camera in again or choose another with --camera."};
-}
-
-/// Whether the movie of a failed writer holds anything. What the statistics count may have been lost on
-/// the way to the disk.
-bool MovieRecording::holdsPictures(const std::string& movie) {
-  std::error_code ignored;
-  if (!fs::exists(movie, ignored) || fs::file_size(movie, ignored) == 0) return false;
-  const RecoveryResult found = recoverMovie(movie);
-  switch (found.outcome) {
-    case RecoveryOutcome::kRecovered:
-    case RecoveryOutcome::kAlreadyPlain:
-      return found.frames != 0 || found.duration * 1e6 >= static_cast<double>(kShortestSound);
-    case RecoveryOutcome::kEmpty:
-      return false;
-    case RecoveryOutcome::kNothingToRecover:
-    case RecoveryOutcome::kLocked:
-    case RecoveryOutcome::kNotAMovie:
-    case RecoveryOutcome::kFailed:
-      return true;  // nobody knows: it stays
-  }
-  return true;
 }
 
 /// What the writer's status codes mean to a person.

@@ -70,7 +70,6 @@ class MovieRecording {
  private:
   void checkStarted(int32_t status);
   Failure nothingRecorded(const RecordingStatistics& statistics) const;
-  static bool holdsPictures(const std::string& movie);
   Failure writerFailure(const RecordingStatistics& statistics, const std::string& place) const;
   Failure notPlaced(const RecordingOutcome& outcome) const;
 

@@ -57,8 +57,10 @@ struct BufferAttachments {
   /// kCMSampleBufferAttachmentKey_TrimDurationAtStart: so much of the sound is not to be heard.
   std::optional<CMTime> trimDurationAtStart;
   /// How many frames (PCM) or packets (AAC) at the start are silence that was put in to fill a gap.
-  /// The writer leaves out those of PCM that would lie over sound already written.
-  uint32_t insertedSilence = 0;
+  /// The writer leaves out those that would lie over sound already written.
+  uint64_t insertedSilence = 0;
+  /// They are counted only: the buffer's time is theirs, and its bytes are those of the sound behind them.
+  bool isSilenceLeftOut = false;
 };
 
 /// One or more samples of one track with their format and time: a picture, a run of PCM frames, or

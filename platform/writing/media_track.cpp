@@ -9,9 +9,11 @@ namespace vesk {
 namespace {
 
 constexpr int64_t kSecond = 1'000'000;
-constexpr int64_t kSmallestGap = 2'000;                   // microseconds; less is rounding and jitter
-constexpr uint64_t kLongestGapSeconds = 3600;             // longer ones are cut to this
-constexpr uint64_t kMostSilentBytes = uint64_t{1} << 30;  // of PCM: it lies in one fragment
+constexpr int64_t kSmallestGap = 2'000;  // microseconds; less is rounding and jitter
+constexpr uint64_t kLongGapSeconds = 2;
+constexpr uint64_t kMostSilence = uint64_t{1} << 40;      // frames or packets: so many make sense
+constexpr uint64_t kMostSilentBytes = uint64_t{4} << 20;  // of PCM, in one fragment
+constexpr int64_t kLongestDuration = 1'800'000'000;       // of a picture, as its maker says
 constexpr size_t kLargestSample = size_t{1} << 30;
 constexpr int64_t kFarthestStamp = int64_t{1} << 61;
 constexpr uint32_t kDurationOfLastPicture = 33'333;  // when its maker gave none
@@ -33,11 +35,9 @@ uint64_t rounded(uint64_t value, uint64_t to, uint64_t from) {
   return static_cast<uint64_t>((static_cast<unsigned __int128>(value) * to + from / 2) / from);
 }
 
-/// Empty for all but AAC.
-std::span<const uint8_t> silentPacketOf(const CMFormatDescription& format) {
-  const auto* const sound = dynamic_cast<const CMAudioFormatDescription*>(&format);
-  if (!sound || sound->streamBasicDescription().mFormatID != kAudioFormatMPEG4AAC) return {};
-  return silentAACPacket(sound->streamBasicDescription().mChannelsPerFrame);
+/// Of the frames or packets in it, how many at its beginning are silence.
+uint64_t silenceInBuffer(const CMSampleBuffer& sample) {
+  return sample.attachments().isSilenceLeftOut ? 0 : sample.attachments().insertedSilence;
 }
 
 bool isKeySample(const CMSampleBuffer& sample) {
@@ -45,6 +45,17 @@ bool isKeySample(const CMSampleBuffer& sample) {
 }
 
 }  // namespace
+
+std::optional<int64_t> MediaTrack::timeOf(const CMSampleBuffer& sample) {
+  const auto stamp = microsecondsOf(sample.presentationTimeStamp());
+  const uint64_t silence = std::min(sample.attachments().insertedSilence, kMostSilence);
+  if (!stamp || silence == 0) return stamp;
+  const auto* const format = dynamic_cast<const CMAudioFormatDescription*>(sample.formatDescription().get());
+  if (!format || !(format->streamBasicDescription().mSampleRate >= 1)) return stamp;
+  const uint64_t frames = silence * std::max<uint64_t>(format->streamBasicDescription().mFramesPerPacket, 1);
+  const double duration = static_cast<double>(frames) / format->streamBasicDescription().mSampleRate * kSecond;
+  return *stamp + static_cast<int64_t>(std::min(duration, static_cast<double>(kFarthestStamp)));
+}
 
 bool MediaTrack::accept(const CMSampleBufferRef& sample, int64_t sessionStart) {
   if (!sample || mRefused || mFinished) return false;
@@ -74,9 +85,8 @@ bool MediaTrack::begin(const CMSampleBuffer& sample, int64_t at) {
   }
   mDescription = std::move(description);
   mFormat = sample.formatDescription();
-  mSilentPacket = silentPacketOf(*mFormat);
   mBegin = at;
-  mIndex = SampleIndex(mDescription->frameSize);
+  mIndex = SampleIndex::forTrack(*mDescription);
   return true;
 }
 
@@ -91,19 +101,15 @@ bool MediaTrack::acceptPicture(const CMSampleBuffer& sample, int64_t at) {
   uint64_t time = at > mBegin ? static_cast<uint64_t>(at - mBegin) : 0;
   if (mHasSamples) {
     if (time <= mLastTime) time = mLastTime + 1;
-    constexpr uint64_t kLongest = kLongestGapSeconds * kSecond;
-    if (time - mLastTime > kLongest) {
-      mBegin += static_cast<int64_t>(time - mLastTime - kLongest);
-      time = mLastTime + kLongest;
-    }
     stretchLast(time);
   }
   const auto duration = sample.duration().valid ? microsecondsOf(sample.duration()) : std::nullopt;
-  const bool usable = duration && *duration > 0 && *duration <= static_cast<int64_t>(kLongestGapSeconds) * kSecond;
   mEnd = time;
   mLastTime = time;
-  push(sample.data().data(), static_cast<uint32_t>(sample.data().size()),
-       usable ? static_cast<uint32_t>(*duration) : kDurationOfLastPicture, isKeySample(sample));
+  push(
+      sample.data().data(), static_cast<uint32_t>(sample.data().size()),
+      duration && *duration > 0 ? static_cast<uint32_t>(std::min(*duration, kLongestDuration)) : kDurationOfLastPicture,
+      isKeySample(sample));
   return true;
 }
 
@@ -116,28 +122,34 @@ int64_t MediaTrack::soundTime(int64_t at) const {
   return distance < 0 ? -bounded : bounded;
 }
 
+/// Units of silence that lie before the sound of `sample`: what its maker put in and the gap to the end of
+/// the track, without what would lie over that.
+uint64_t MediaTrack::silenceBefore(const CMSampleBuffer& sample, int64_t at) const {
+  const uint64_t unit = mDescription->frameSize != 0 ? 1 : kFramesPerAACPacket;
+  const auto silence = static_cast<int64_t>(std::min(sample.attachments().insertedSilence, kMostSilence) * unit);
+  if (!mHasSamples) return static_cast<uint64_t>(silence);
+  const int64_t gap = soundTime(at) - static_cast<int64_t>(mEnd);
+  const bool followsOn = gap >= 0 && gap <= kSmallestGap * mDescription->timescale / kSecond;
+  return static_cast<uint64_t>(std::max<int64_t>(followsOn ? silence : gap + silence, 0));
+}
+
+bool MediaTrack::isLong(uint64_t gap) const {
+  if (gap > kLongGapSeconds * mDescription->timescale) return true;
+  return mDescription->frameSize != 0 && gap > kMostSilentBytes / mDescription->frameSize;
+}
+
 bool MediaTrack::acceptFrames(const CMSampleBuffer& sample, int64_t at) {
   const uint32_t frameSize = mDescription->frameSize;
-  uint64_t frames = sample.numSamples();
+  const uint64_t frames = sample.numSamples();
   if (!sample.sampleSizes().empty() || frames > sample.data().size() / frameSize) return false;
-  const uint8_t* bytes = sample.data().data();
-  if (mHasSamples) {
-    const int64_t end = static_cast<int64_t>(mEnd);
-    const int64_t wanted = soundTime(at);
-    const int64_t smallestGap = kSmallestGap * mDescription->timescale / kSecond;
-    if (wanted < end) {
-      const uint64_t silence = std::min<uint64_t>(sample.attachments().insertedSilence, frames);
-      const uint64_t over = std::min(silence, static_cast<uint64_t>(end - wanted));
-      bytes += over * frameSize;
-      frames -= over;
-    } else if (wanted - end > smallestGap) {
-      const uint64_t gap = static_cast<uint64_t>(wanted - end);
-      const uint64_t longest = std::min(kLongestGapSeconds * mDescription->timescale, kMostSilentBytes / frameSize);
-      if (gap > longest) mBegin += static_cast<int64_t>(scaled(gap - longest, kSecond, mDescription->timescale));
-      pushSilence(std::min(gap, longest));
-    }
+  const uint64_t inBuffer = std::min(silenceInBuffer(sample), frames);
+  const uint64_t silence = silenceBefore(sample, at);
+  if (isLong(silence)) {
+    mEnd += silence;
+  } else {
+    pushSilence(silence);
   }
-  pushFrames(bytes, frames);
+  pushFrames(sample.data().data() + inBuffer * frameSize, frames - inBuffer);
   return true;
 }
 
@@ -145,24 +157,21 @@ bool MediaTrack::acceptPackets(const CMSampleBuffer& sample, int64_t at) {
   const auto sizes = sample.sampleSizes();
   const uint32_t count = sample.numSamples();
   if (sizes.empty() && sample.data().size() % count != 0) return false;
-  if (mHasSamples) {
-    const int64_t end = static_cast<int64_t>(mEnd);
-    const int64_t wanted = soundTime(at);
-    if (wanted - end > kSmallestGap * mDescription->timescale / kSecond) {
-      const uint64_t gap = static_cast<uint64_t>(wanted - end);
-      const uint64_t longest = kLongestGapSeconds * mDescription->timescale;
-      if (gap > longest) mBegin += static_cast<int64_t>(scaled(gap - longest, kSecond, mDescription->timescale));
-      mEnd += std::min(gap, longest);
-      stretchLast(mEnd);
-    }
-  }
+  const uint64_t silence = silenceBefore(sample, at);
+  const uint64_t given = std::min(sample.attachments().insertedSilence, kMostSilence);
+  const uint64_t packets = isLong(silence) ? 0 : std::min(given, silence / kFramesPerAACPacket);
+  mEnd += silence - packets * kFramesPerAACPacket;
+  if (silence > 0) stretchLast(mEnd);
+  const std::span<const uint8_t> silent = mDescription->silentPacket;
+  for (uint64_t i = 0; i < packets; ++i)
+    push(silent.data(), static_cast<uint32_t>(silent.size()), kFramesPerAACPacket, true);
+
   const uint8_t* bytes = sample.data().data();
   const auto same = static_cast<uint32_t>(sample.data().size() / count);
+  const uint64_t inBuffer = silenceInBuffer(sample);
   for (uint32_t i = 0; i < count; ++i) {
     const uint32_t size = sizes.empty() ? same : sizes[i];
-    const bool isSilence = i < sample.attachments().insertedSilence && !mSilentPacket.empty();
-    const std::span<const uint8_t> packet = isSilence ? mSilentPacket : std::span(bytes, size);
-    push(packet.data(), static_cast<uint32_t>(packet.size()), mDescription->defaultDuration, true);
+    if (i >= inBuffer) push(bytes, size, mDescription->defaultDuration, true);
     bytes += size;
   }
   return true;
@@ -205,11 +214,15 @@ void MediaTrack::pushSilence(uint64_t frames) {
 }
 
 bool MediaTrack::endsFragment(const CMSampleBuffer& sample, int64_t sessionStart, uint64_t microseconds) const {
-  if (mKind != TrackKind::kVideo || mWaiting.empty() || !isKeySample(sample)) return false;
+  if (mWaiting.empty()) return false;
   const auto stamp = microsecondsOf(sample.presentationTimeStamp());
   if (!stamp) return false;
-  const int64_t time = *stamp - sessionStart - mBegin;
-  return time > 0 && static_cast<uint64_t>(time) >= mWaiting.front().time + microseconds;
+  const int64_t at = *stamp - sessionStart;
+  if (mKind == TrackKind::kSound) return isLong(silenceBefore(sample, at));
+  if (at <= mBegin) return false;
+  const auto time = static_cast<uint64_t>(at - mBegin);
+  if (time > mLastTime && isLong(time - mLastTime)) return true;
+  return isKeySample(sample) && time >= mWaiting.front().time + microseconds;
 }
 
 uint64_t MediaTrack::waitingDuration() const {

@@ -15,10 +15,13 @@ namespace vesk {
 /// that wait for the next fragment, and the index of those that are in the file.
 ///
 /// Pictures last until the next one begins. Sound is placed by counting frames, so that stamps cut
-/// to whole microseconds do not let it drift; a gap of more than 2 ms behind its end is real: PCM
-/// gets frames of silence there, the packet before it a longer duration. Silence that the source
-/// put in is left out as far as it would lie over sound that is there already. Packets of silence that the source
-/// put in are written with the elements of the track's channels, whatever the source made them of.
+/// to whole microseconds do not let it drift; a gap of more than 2 ms behind its end is real and filled
+/// with silence, or, in compressed sound, covered by a longer duration of the packet before it. Silence
+/// that the source put in is left out as far as it would lie over sound that is there already; it is
+/// written with the elements of the track's channels, whatever the source made it of.
+///
+/// Silence of more than two seconds is no bytes: a fragment ends before it and the next one begins
+/// later. The index makes samples of it that share theirs.
 class MediaTrack {
  public:
   MediaTrack(TrackKind kind, uint32_t number) : mKind(kind), mNumber(number), mIndex(0) {}
@@ -32,13 +35,18 @@ class MediaTrack {
     bool isKey;
   };
 
+  /// Microseconds of the stamp at which the picture or, behind silence that was put in, the sound begins;
+  /// nothing when it has no usable one.
+  static std::optional<int64_t> timeOf(const CMSampleBuffer& sample);
+
   /// Takes the sample in. Its bytes are kept by reference until `clearWaiting`.
   /// @param sessionStart microseconds of the stamp that counts as the movie's zero.
   /// @return false when it does not fit: another format than the first sample's, one that cannot be
   ///         written, no time, or a size that cannot be.
   bool accept(const CMSampleBufferRef& sample, int64_t sessionStart);
 
-  /// Whether a fragment should end before `sample`: it is a key picture, and so much waits already.
+  /// Whether a fragment should end before `sample`: it is a key picture and so much waits already, or a
+  /// long gap lies before it.
   bool endsFragment(const CMSampleBuffer& sample, int64_t sessionStart, uint64_t microseconds) const;
 
   TrackKind kind() const { return mKind; }
@@ -68,6 +76,8 @@ class MediaTrack {
   bool acceptPicture(const CMSampleBuffer& sample, int64_t at);
   bool acceptFrames(const CMSampleBuffer& sample, int64_t at);
   bool acceptPackets(const CMSampleBuffer& sample, int64_t at);
+  uint64_t silenceBefore(const CMSampleBuffer& sample, int64_t at) const;
+  bool isLong(uint64_t gap) const;
   int64_t soundTime(int64_t at) const;
   void stretchLast(uint64_t time);
   void push(const uint8_t* bytes, uint32_t size, uint32_t duration, bool isKey);
@@ -84,7 +94,6 @@ class MediaTrack {
   uint64_t mEnd = 0;       ///< of the last sample, track's scale
   uint64_t mLastTime = 0;  ///< of the last picture
   bool mHasSamples = false;
-  std::span<const uint8_t> mSilentPacket;  ///< of this track's channels; empty for all but AAC
 
   std::vector<Waiting> mWaiting;
   std::vector<CMSampleBufferRef> mHeld;  ///< whose bytes mWaiting points at

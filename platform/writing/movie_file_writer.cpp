@@ -99,9 +99,12 @@ void MovieFileWriter::setSessionStart(const CMTime& time) {
 bool MovieFileWriter::append(size_t number, const CMSampleBufferRef& sample) {
   if (!isWriting() || !sample || number >= mTracks.size()) return false;
   MediaTrack& track = mTracks[number];
-  if (track.endsFragment(*sample, mSessionStart, kFragmentAtKeyPicture) && !flush()) return false;
+  const auto time = MediaTrack::timeOf(*sample);
+  if (!time) return false;
+  const int64_t zero = mSessionStart + mClock.skippedBefore(*time - mSessionStart);
+  if (track.endsFragment(*sample, zero, kFragmentAtKeyPicture) && !flush()) return false;
   const bool wasKnown = track.description().has_value();
-  if (!track.accept(sample, mSessionStart)) return false;
+  if (!track.accept(sample, zero)) return false;
   if (!mHasHeader) {
     if (shouldWriteHeader() && !writeHeader()) return false;
   } else if (!wasKnown && !writeSecondHeader(track)) {
@@ -263,9 +266,9 @@ bool MovieFileWriter::makePlain() {
   if (!fits) NSLog("The movie is too long for plain tables and stays in fragments: " + mPath);
   if (!fits) return sync() && mFile->truncate(mEnd) == 0;
 
-  const auto header = makePlainMovieHeader(mMovie, known, fourCharCode("free"));
-  if (const int error = makeMoviePlain(*mFile, header, mEnd)) return fail(error);
-  setEnd(mEnd + header.size());
+  const PlainMovieEnd end = makePlainMovieEnd(mMovie, known, mEnd);
+  if (const int error = makeMoviePlain(*mFile, end, mEnd)) return fail(error);
+  setEnd(mEnd + end.bytes.size());
   return true;
 }
 

@@ -13,6 +13,7 @@
 #include "platform/writing/durability_thread.h"
 #include "platform/writing/file_system.h"
 #include "platform/writing/media_track.h"
+#include "platform/writing/movie_clock.h"
 #include "platform/writing/movie_fragment.h"
 #include "platform/writing/movie_header.h"
 
@@ -26,6 +27,7 @@ namespace vesk {
 ///
 ///   ftyp | mdat (64-bit size, over everything up to here) | moov (all samples)
 ///
+/// (with silence that the gaps of the sound share at the end of its `mdat`)
 /// in steps each of which leaves a movie that can be read: what is new is written as `free`, which
 /// readers skip, and then its type is changed, four bytes that do not cross a page of memory. So it
 /// is for a fragment, for a second moov when a track's first sample comes late, and for the plain
@@ -93,6 +95,7 @@ class MovieFileWriter {
   MovieDescription mMovie;
   std::vector<MediaTrack> mTracks;
   int64_t mSessionStart = 0;
+  MovieClock mClock;
 
   bool mHasHeader = false;
   Slot mSlots[2];  ///< the `moov` in force, and the spare one

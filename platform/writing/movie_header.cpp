@@ -13,6 +13,7 @@ namespace vesk {
 namespace {
 
 constexpr uint64_t kSecondsFrom1904To1970 = 2'082'844'800;
+constexpr size_t kAlignment = 8;  // of the atoms whose types are changed
 constexpr std::string_view kSoftware = "Vesk " VESK_VERSION;
 
 /// The ends of a track's edits, movie's scale.
@@ -35,12 +36,12 @@ TrackTimes timesOf(const MovieDescription& movie, const TrackContents& track) {
   return {description.start, rescale(presented, description.timescale, movie.timescale)};
 }
 
-void writeEdits(AtomWriter& writer, const TrackDescription& track, uint64_t presented) {
+void writeEdits(AtomWriter& writer, const TrackDescription& track, uint64_t presented, uint32_t divisor) {
   if (track.start == 0 && track.trim == 0) return;
   const auto edits = writer.atom(fourCharCode("edts"));
   EditListAtom list;
   if (track.start > 0) list.edits.push_back({track.start, -1});
-  list.edits.push_back({presented, static_cast<int64_t>(track.trim)});
+  list.edits.push_back({presented, static_cast<int64_t>(track.trim / divisor)});
   writeAtom(writer, list);
 }
 
@@ -66,13 +67,14 @@ void writeMediaInformation(AtomWriter& writer, const TrackContents& track) {
     writer.zeros(8);  // centre
   }
   writeDataInformation(writer);
-  track.index->writeTables(writer, *track.description);
+  track.index->writeTables(writer, *track.description, track.silenceOffset);
 }
 
 void writeTrack(AtomWriter& writer, const MovieDescription& movie, const TrackContents& track) {
   const TrackDescription& description = *track.description;
   const bool isSound = description.kind == TrackKind::kSound;
   const TrackTimes times = timesOf(movie, track);
+  const uint32_t divisor = track.index->timeDivisor(description.timescale);
   const auto atom = writer.atom(fourCharCode("trak"));
   writeAtom(writer, TrackHeaderAtom{.creationTime = movie.creationTime,
                                     .track = description.track,
@@ -80,11 +82,20 @@ void writeTrack(AtomWriter& writer, const MovieDescription& movie, const TrackCo
                                     .volume = static_cast<uint16_t>(isSound ? 0x0100 : 0),
                                     .width = description.width,
                                     .height = description.height});
-  writeEdits(writer, description, times.presented);
+  writeEdits(writer, description, times.presented, divisor);
   const auto media = writer.atom(fourCharCode("mdia"));
-  writeAtom(writer, MediaHeaderAtom{movie.creationTime, description.timescale, track.index->duration()});
+  writeAtom(writer, MediaHeaderAtom{movie.creationTime, description.timescale / divisor,
+                                    (track.index->duration() + divisor / 2) / divisor});
   writeAtom(writer, HandlerAtom{fourCharCode("mhlr"), isSound ? fourCharCode("soun") : fourCharCode("vide")});
   writeMediaInformation(writer, track);
+}
+
+/// As many samples of silence as the track's gaps refer to.
+void writeSilence(AtomWriter& writer, const TrackContents& track) {
+  const uint64_t samples = track.index->silentStretch();
+  const TrackDescription& description = *track.description;
+  if (description.frameSize != 0) return writer.zeros(samples * description.frameSize);
+  for (uint64_t i = 0; i < samples; ++i) writer.bytes(description.silentPacket);
 }
 
 void writeMovieHeaderAtom(AtomWriter& writer, const MovieDescription& movie, std::span<const TrackContents> tracks) {
@@ -146,7 +157,11 @@ std::optional<TrackDescription> readTrack(std::span<const uint8_t> body) {
   if (!entry || !entries.empty()) return std::nullopt;
   track.sampleDescription.assign(whole.begin(), whole.end());
   track.hasKeySamples = entry->type == kCMVideoCodecType_H264;
-  track.frameSize = track.kind == TrackKind::kSound ? pcmFrameSize(track.sampleDescription) : 0;
+  if (track.kind == TrackKind::kSound) {
+    track.frameSize = pcmFrameSize(track.sampleDescription);
+    track.silentPacket = silentPacketFor(track.sampleDescription);
+  }
+  if (track.frameSize > kWidestFrame) return std::nullopt;
 
   if (const auto edits = findAtom(body, fourCharCode("edts"))) {
     const auto list = findAtom(*edits, EditListAtom::kType);
@@ -224,8 +239,7 @@ std::vector<uint8_t> makeFragmentedMovieHeader(const MovieDescription& movie, st
   return bytes;
 }
 
-std::vector<uint8_t> makePlainMovieHeader(const MovieDescription& movie, std::span<const TrackContents> tracks,
-                                          uint32_t type) {
+PlainMovieEnd makePlainMovieEnd(const MovieDescription& movie, std::span<const TrackContents> tracks, uint64_t offset) {
   std::vector<TrackContents> present;
   size_t samples = 0;
   for (const TrackContents& track : tracks) {
@@ -233,16 +247,25 @@ std::vector<uint8_t> makePlainMovieHeader(const MovieDescription& movie, std::sp
     present.push_back(track);
     samples += track.description->frameSize == 0 ? track.index->count() : 0;
   }
-  std::vector<uint8_t> bytes;
-  bytes.reserve(samples * 5 + 65536);
-  AtomWriter writer(bytes);
+  PlainMovieEnd end;
+  end.bytes.reserve(samples * 5 + 65536);
+  AtomWriter writer(end.bytes);
+  if (std::any_of(present.begin(), present.end(), [](const auto& track) { return track.index->silentStretch() > 0; })) {
+    const auto atom = writer.atom(fourCharCode("free"));
+    for (TrackContents& track : present) {
+      track.silenceOffset = offset + writer.position();
+      writeSilence(writer, track);
+    }
+    writer.zeros((kAlignment - writer.position() % kAlignment) % kAlignment);
+  }
+  end.header = end.bytes.size();
   {
-    const auto atom = writer.atom(type);
+    const auto atom = writer.atom(fourCharCode("free"));
     writeMovieHeaderAtom(writer, movie, present);
     for (const TrackContents& track : present) writeTrack(writer, movie, track);
     writeUserData(writer, movie);
   }
-  return bytes;
+  return end;
 }
 
 std::optional<ParsedMovieHeader> readMovieHeader(std::span<const uint8_t> body) {

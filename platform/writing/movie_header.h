@@ -28,15 +28,23 @@ MovieDescription describeMovie(int64_t unixTime);
 struct TrackContents {
   const TrackDescription* description = nullptr;
   const SampleIndex* index = nullptr;
+  uint64_t silenceOffset = 0;  ///< where the silence of its gaps lies in the file
 };
 
 /// A `moov` whose samples are all in fragments that follow.
 std::vector<uint8_t> makeFragmentedMovieHeader(const MovieDescription& movie, std::span<const TrackContents> tracks);
 
-/// A plain `moov` with the tables of all samples. Tracks without samples are left out.
-/// @param type what stands in the type field: `moov`, or `free` for an atom to be switched later.
-std::vector<uint8_t> makePlainMovieHeader(const MovieDescription& movie, std::span<const TrackContents> tracks,
-                                          uint32_t type);
+/// What follows the last fragment of a movie that is finished: the silence that its gaps share, if it has
+/// any, and a plain `moov` with the tables of all samples, both in `free` atoms. Tracks without samples are
+/// left out.
+struct PlainMovieEnd {
+  std::vector<uint8_t> bytes;
+  size_t header = 0;  ///< where in them the `moov` begins
+
+  uint64_t headerSize() const { return bytes.size() - header; }
+};
+/// @param offset where in the file it will lie.
+PlainMovieEnd makePlainMovieEnd(const MovieDescription& movie, std::span<const TrackContents> tracks, uint64_t offset);
 
 /// Of the track that ends last, movie's scale.
 uint64_t movieDuration(const MovieDescription& movie, std::span<const TrackContents> tracks);

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "platform/writing/file_system.h"
+#include "platform/writing/movie_header.h"
 
 namespace vesk {
 namespace {
@@ -26,16 +27,17 @@ int changeType(File& file, uint64_t offset, uint32_t before, uint32_t type) {
   return replaceBytes(file, offset + 4, typeBytes(type), typeBytes(before));
 }
 
-int makeMoviePlain(File& file, std::span<const uint8_t> header, uint64_t end) {
-  if (const int error = file.writeAll(header, end)) {
-    file.truncate(end);
+int makeMoviePlain(File& file, const PlainMovieEnd& end, uint64_t size) {
+  if (const int error = file.writeAll(end.bytes, size)) {
+    file.truncate(size);
     return error;
   }
+  const uint64_t header = size + end.header;
   if (const int error = file.makeDurable()) return error;
-  if (const int error = changeType(file, end, fourCharCode("free"), fourCharCode("moov"))) return error;
+  if (const int error = changeType(file, header, fourCharCode("free"), fourCharCode("moov"))) return error;
   if (const int error = file.makeDurable()) return error;
-  const int error = coverMediaData(file, end, header.size());
-  if (error != 0) changeType(file, end, fourCharCode("moov"), fourCharCode("free"));
+  const int error = coverMediaData(file, header, end.headerSize());
+  if (error != 0) changeType(file, header, fourCharCode("moov"), fourCharCode("free"));
   return error;
 }
 

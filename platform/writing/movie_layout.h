@@ -10,6 +10,7 @@
 namespace vesk {
 
 class File;
+struct PlainMovieEnd;
 
 // The places and steps that writing and recovery share.
 
@@ -37,12 +38,12 @@ inline std::vector<uint8_t> makeMovieBeginning() {
 /// when the offset is a multiple of four. When that fails, the type is still what it was.
 int changeType(File& file, uint64_t offset, uint32_t before, uint32_t type);
 
-/// Turns a fragmented movie of `end` bytes into a plain one. `header` is its `moov`, written as
-/// `free`: it is appended, becomes `moov`, and then the reserved header becomes one `mdat` over
-/// everything in between. Each step is on the disk before the next, so the movie can be read at any
-/// moment. Last, space set aside behind it is given back.
-/// @return 0 or an errno value; when the header could not be appended the file is cut back to `end`.
-int makeMoviePlain(File& file, std::span<const uint8_t> header, uint64_t end);
+/// Turns a fragmented movie of `size` bytes into a plain one, whose end was made for this place: it is
+/// appended, its header becomes `moov`, and then the reserved header becomes one `mdat` over everything
+/// in between. Each step is on the disk before the next, so the movie can be read at any moment. Last,
+/// space set aside behind it is given back.
+/// @return 0 or an errno value; when the end could not be appended the file is cut back to `size`.
+int makeMoviePlain(File& file, const PlainMovieEnd& end, uint64_t size);
 /// The last of these steps, for a movie whose `moov` of `size` bytes at `offset` is in force already.
 int coverMediaData(File& file, uint64_t offset, uint64_t size);
 

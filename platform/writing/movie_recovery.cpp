@@ -6,6 +6,7 @@
 #include <cstring>
 #include <deque>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "platform/writing/atom_reader.h"
@@ -22,6 +23,7 @@ constexpr uint64_t kLargestMovieHeader = uint64_t{128} << 20;
 constexpr size_t kMostTracks = 16;
 constexpr uint64_t kHeadersOfTrack = 1024;  // generously
 constexpr uint64_t kAlignment = 8;
+constexpr uint64_t kLatestTime = uint64_t{1} << 56;  // track's scale
 
 /// An atom at the top level of a file.
 struct FileAtom {
@@ -181,7 +183,7 @@ class MovieRecovery {
     // A second one has the tracks of the first and one that came late.
     if (mHeader && parsed->tracks.size() < mTracks.size()) return true;
     mTracks.clear();
-    for (TrackDescription& track : parsed->tracks) mTracks.push_back({track, SampleIndex(track.frameSize)});
+    for (TrackDescription& track : parsed->tracks) mTracks.push_back({track, SampleIndex::forTrack(track)});
     mHeader = std::move(*parsed);
     return true;
   }
@@ -226,17 +228,19 @@ class MovieRecovery {
       const auto track = std::find_if(mTracks.begin(), mTracks.end(),
                                       [&](const Track& one) { return one.description.track == part.track; });
       if (track == mTracks.end()) return;
-      if (!part.runs.empty()) track->index.moveEnd(part.time);
+      if (part.time > kLatestTime) return;
+      std::optional<uint64_t> time = part.time;  // of the first run
       for (const TrackRunAtom& run : part.runs) {
         const uint64_t at = offset + static_cast<uint64_t>(std::max(run.dataOffset, 0));
         if (at < begin || at > end || at < track->index.end()) break;
-        if (!enterRunUpTo(*track, run, at, end)) break;
+        if (!enterRunUpTo(*track, run, std::exchange(time, std::nullopt), at, end)) break;
       }
     }
   }
 
   /// Enters the samples that lie before `end`. False when some do not.
-  bool enterRunUpTo(Track& track, const TrackRunAtom& run, uint64_t at, uint64_t end) {
+  /// @param time of the first sample; none when it follows on.
+  bool enterRunUpTo(Track& track, const TrackRunAtom& run, std::optional<uint64_t> time, uint64_t at, uint64_t end) {
     const TrackDescription& description = track.description;
     std::vector<TrackRunAtom::Sample> samples;
     samples.reserve(run.samples.size());
@@ -255,6 +259,7 @@ class MovieRecovery {
       if (!complete) break;
     }
     if (samples.empty()) return complete;
+    if (time) track.index.moveEnd(*time);
     const uint64_t before = track.index.count();
     enterRun(track.index, description, at, samples);
     mSamples += track.index.count() - before;
@@ -272,30 +277,33 @@ class MovieRecovery {
     }
     const uint64_t dropped = mFileSize - std::min(mFileSize, mTornData ? mUsed : mTail);
     // Nothing is changed before the whole end is made and there is room for it.
-    const auto header = makePlainMovieHeader(mHeader->movie, tracks, fourCharCode("free"));
-    if (const int error = findRoom(header.size())) return failure(error);
-    uint64_t end = 0;
-    if (const int error = closeTail(end)) return failure(error);
-    if (const int error = makeMoviePlain(mFile, header, end)) return failure(error);
+    const uint64_t size = sizeWithTailClosed();
+    const PlainMovieEnd end = makePlainMovieEnd(mHeader->movie, tracks, size);
+    if (const int error = findRoom(size - mFileSize + end.bytes.size())) return failure(error);
+    if (const int error = closeTail(size)) return failure(error);
+    if (const int error = makeMoviePlain(mFile, end, size)) return failure(error);
     const double duration =
         static_cast<double>(movieDuration(mHeader->movie, tracks)) / static_cast<double>(mHeader->movie.timescale);
     return recovered(duration, pictures, dropped);
   }
 
   int findRoom(uint64_t size) {
-    constexpr uint64_t kClosedTail = 32;
-    const int error = mFile.preallocate(mFileSize, size + kClosedTail);
+    const int error = mFile.preallocate(mFileSize, size);
     if (error != ENOSPC && error != EDQUOT && error != EFBIG) return 0;  // there is, or it cannot be told
     mFile.truncate(mFileSize);
     return error;
   }
 
-  /// Makes one whole atom of the torn bytes at the end, so that readers find what comes behind it.
-  int closeTail(uint64_t& end) {
-    end = mFileSize;
-    if (mTail == mFileSize) return 0;
+  /// Of the file when the torn bytes at its end are one whole atom.
+  uint64_t sizeWithTailClosed() const {
+    if (mTail == mFileSize) return mFileSize;
     constexpr uint64_t kSmallest = 16;
-    end = (std::max(mFileSize, mTail + kSmallest) + kAlignment - 1) / kAlignment * kAlignment;
+    return (std::max(mFileSize, mTail + kSmallest) + kAlignment - 1) / kAlignment * kAlignment;
+  }
+
+  /// Makes one whole atom of the torn bytes, which ends at `end`, so that readers find what comes behind it.
+  int closeTail(uint64_t end) {
+    if (mTail == mFileSize) return 0;
     const uint64_t size = end - mTail;
     // What is left of a fragment's samples stays in force for readers.
     const bool keepsData = mTornData && size <= 0xFFFFFFFF;

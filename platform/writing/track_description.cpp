@@ -8,6 +8,7 @@
 #include <string>
 
 #include "platform/foundation/log.h"
+#include "platform/media/aac_silence.h"
 #include "platform/media/four_char_code.h"
 #include "platform/writing/atom_reader.h"
 #include "platform/writing/atom_writer.h"
@@ -18,8 +19,8 @@ namespace {
 
 constexpr uint32_t kSowt = fourCharCode("sowt");
 constexpr uint32_t kLpcm = fourCharCode("lpcm");
+constexpr uint32_t kMp4a = fourCharCode("mp4a");
 constexpr uint32_t kHighestRateOf16Bits = 65535;
-constexpr uint32_t kFramesPerAACPacket = 1024;
 constexpr size_t kLargestExtension = 4096;  // a decoder configuration takes some 50 bytes
 constexpr int32_t kLargestSide = 32767;
 
@@ -203,7 +204,6 @@ void writeChannelLayout(AtomWriter& writer, uint32_t channels) {
 }
 
 std::optional<TrackDescription> describePCM(const AudioStreamBasicDescription& sound, uint32_t rate) {
-  constexpr uint32_t kWidestFrame = 4096;
   if (sound.mBytesPerFrame == 0 || sound.mBytesPerFrame > kWidestFrame) return std::nullopt;
   if (sound.mFramesPerPacket > 1) return std::nullopt;
   TrackDescription track;
@@ -283,7 +283,7 @@ void writeElementaryStreamDescriptor(AtomWriter& writer, std::span<const uint8_t
 /// Version 0 with the descriptor beside the fields: read by QuickTime and by ISO readers alike.
 void writeAACDescription(std::vector<uint8_t>& out, uint32_t rate, uint32_t channels) {
   AtomWriter writer(out);
-  const auto entry = writer.atom(fourCharCode("mp4a"));
+  const auto entry = writer.atom(kMp4a);
   writeSoundFields(writer, 0, channels, rate);
   writeElementaryStreamDescriptor(writer, makeAudioSpecificConfig(rate, channels));
 }
@@ -293,6 +293,7 @@ std::optional<TrackDescription> describeAAC(const AudioStreamBasicDescription& s
   if (channels > 8 || channels == 7 || rate >= 1U << 24) return std::nullopt;
   TrackDescription track;
   track.defaultDuration = kFramesPerAACPacket;
+  track.silentPacket = silentAACPacket(channels);
   writeAACDescription(track.sampleDescription, rate, channels);
   return track;
 }
@@ -308,6 +309,23 @@ std::optional<TrackDescription> describeSound(const AudioStreamBasicDescription&
   track->kind = TrackKind::kSound;
   track->timescale = rate;
   return track;
+}
+
+/// What the fields say that versions 0 and 1 of sound descriptions begin with.
+struct SoundFields {
+  uint32_t type = 0;
+  uint16_t channels = 0;
+  uint16_t bits = 0;
+};
+
+std::optional<SoundFields> readSoundFields(ByteReader& reader) {
+  if (!reader.skip(4)) return std::nullopt;
+  const auto type = reader.u32();
+  if (!type || !reader.skip(16)) return std::nullopt;
+  const auto channels = reader.u16();
+  const auto bits = reader.u16();
+  if (!channels || !bits) return std::nullopt;
+  return SoundFields{*type, *channels, *bits};
 }
 
 }  // namespace
@@ -331,17 +349,18 @@ std::optional<TrackDescription> describeTrack(const CMFormatDescription& format)
 
 uint32_t pcmFrameSize(std::span<const uint8_t> sampleDescription) {
   ByteReader reader(sampleDescription);
-  if (!reader.skip(4)) return 0;
-  const auto type = reader.u32();
-  if (!type || !reader.skip(8)) return 0;
-  if (*type == kSowt) {
-    if (!reader.skip(8)) return 0;
-    const auto channels = reader.u16();
-    const auto bits = reader.u16();
-    return channels && bits ? uint32_t{*channels} * (*bits / 8) : 0;
-  }
-  if (*type != kLpcm || !reader.skip(48)) return 0;
+  const auto fields = readSoundFields(reader);
+  if (!fields) return 0;
+  if (fields->type == kSowt) return uint32_t{fields->channels} * (fields->bits / 8);
+  if (fields->type != kLpcm || !reader.skip(36)) return 0;
   return reader.u32().value_or(0);
+}
+
+std::span<const uint8_t> silentPacketFor(std::span<const uint8_t> sampleDescription) {
+  ByteReader reader(sampleDescription);
+  const auto fields = readSoundFields(reader);
+  if (!fields || fields->type != kMp4a) return {};
+  return silentAACPacket(fields->channels);
 }
 
 }  // namespace vesk

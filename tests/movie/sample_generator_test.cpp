@@ -247,18 +247,23 @@ TEST(PCMSamples, LeaveHugeGapsToTheWriter) {
   EXPECT_EQ(next->presentationTimeStamp().value, static_cast<int64_t>(years + 21'333));
 }
 
-TEST(PCMSamples, SilenceIsBoundedByItsBytesOnly) {
+TEST(PCMSamples, CountLongSilenceInsteadOfHoldingIt) {
   CapturedLines lines;
-  CapturedLines errors(CapturedLines::Stream::kError);
-  constexpr uint64_t kMostPackets = kMostSilentBytes / 4096;  // five minutes and more
-  for (const uint64_t packets : {uint64_t{2900}, kMostPackets, kMostPackets + 1}) {
+  constexpr uint64_t kMostPackets = kMostSilentBytes / 4096;  // a minute and a half
+  for (const uint64_t packets : {uint64_t{2900}, kMostPackets, kMostPackets + 1, kLongestSilence / 21'333}) {
     PCMAudioSampleGenerator generator(48'000, 2, 16);
     ASSERT_TRUE(make(generator, pcmPacket(), 1'000'000));
     const auto sample = make(generator, pcmPacket(), 1'021'333 + packets * 21'333);
     ASSERT_TRUE(sample);
-    EXPECT_EQ(sample->attachments().insertedSilence, packets > kMostPackets ? 0 : packets * 1024);
+    EXPECT_EQ(sample->presentationTimeStamp().value, 1'021'333);
+    EXPECT_EQ(sample->attachments().insertedSilence, packets * 1024);
+    EXPECT_EQ(sample->attachments().isSilenceLeftOut, packets > kMostPackets);
+    EXPECT_EQ(sample->numSamples(), 1024 * (packets > kMostPackets ? 1 : packets + 1));
+    EXPECT_EQ(lines.count("Inserting " + std::to_string(packets) + " silence packets!!!"), 1U);
+    const auto next = make(generator, pcmPacket(), 1'021'333 + packets * 21'333);
+    EXPECT_NEAR(static_cast<double>(next->presentationTimeStamp().value),
+                static_cast<double>(1'021'333 + (packets + 1) * 21'333), static_cast<double>(packets));
   }
-  EXPECT_EQ(errors.count("too long for silence"), 1U);
 }
 
 TEST(PCMSamples, SurviveDescriptionsThatMakeNoSense) {
@@ -352,7 +357,7 @@ TEST(AACSamples, LeaveHugeGapsToTheWriter) {
   EXPECT_EQ(sample->presentationTimeStamp().value, 150'000'000 * 48'000LL);
 }
 
-TEST(AACSamples, FillAGapOfAnHour) {
+TEST(AACSamples, FillAGapOfHalfADay) {
   CapturedLines lines(CapturedLines::Stream::kError);
   for (const unsigned rate : {8'000U, 48'000U, 96'000U}) {
     for (const uint64_t late : {0ULL, 1'000'000ULL}) {
@@ -361,6 +366,8 @@ TEST(AACSamples, FillAGapOfAnHour) {
       ASSERT_TRUE(sample);
       const uint64_t duration = 1024ULL * 1'000'000 / rate;
       EXPECT_EQ(sample->attachments().insertedSilence, late == 0 ? kLongestSilence / duration : 0) << rate;
+      EXPECT_EQ(sample->attachments().isSilenceLeftOut, late == 0) << rate;
+      EXPECT_EQ(sample->numSamples(), 1U) << rate;
     }
   }
 }

@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "platform/foundation/byte_reader.h"
+#include "platform/writing/movie_recovery.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/writing/movie_probe.h"
 #include "tests/writing/recording.h"
@@ -306,18 +307,6 @@ TEST_F(PCMTimingTest, FillsAGapWithSilence) {
   EXPECT_EQ(values[1440], 2000);
 }
 
-TEST_F(PCMTimingTest, KeepsSoundInStepOverALongGap) {
-  mFormat = pcmFormat(8000, 1);
-  append(80, 0, 1000);
-  constexpr int64_t kGap = 1'200'000'000;  // twenty minutes
-  append(80, kGap, 2000);
-  const auto values = finishAndRead();
-  ASSERT_EQ(values.size(), kGap / 125 + 80U);
-  EXPECT_EQ(values[80], 0);
-  EXPECT_EQ(values[kGap / 125 - 1], 0);
-  EXPECT_EQ(values[kGap / 125], 2000);
-}
-
 TEST_F(PCMTimingTest, TakesSmallJitterAsContinuous) {
   append(480, 0, 1000);
   append(480, 11'900, 2000);
@@ -363,6 +352,107 @@ TEST_F(PCMTimingTest, KeepsLongSoundInStep) {
   EXPECT_NEAR(static_cast<double>(movie.tracks[0].bytes) / 2, static_cast<double>(kPackets * kFrames), 48.0)
       << "a millisecond";
 }
+
+/// A pause in a movie whose pictures and packets of sound (8 kHz) are 128 ms apart.
+struct Pause {
+  const char* label;
+  bool isAAC;
+  int64_t seconds;  ///< a multiple of 16: of whole packets
+  bool isInPictures;
+  bool isInSound;
+  bool isPutIn = false;  ///< a count of silence comes with the sound behind it
+  int64_t left = 0;      ///< steps of it that are in the movie; 0: all
+};
+class PauseTest : public MovieFileWriterTest, public ::testing::WithParamInterface<Pause> {
+ protected:
+  static constexpr int64_t kStep = 128'000;  // microseconds
+  static constexpr int64_t kAround = 24;     // steps before it and behind it
+
+  static int64_t steps() { return GetParam().seconds * 1'000'000 / kStep; }
+
+  void SetUp() override {
+    mVideo = addVideo();
+    mSound = addSound();
+    ASSERT_TRUE(mWriter.start());
+    const Pause& pause = GetParam();
+    int64_t step = 0;
+    while (step < kAround) append(step++, true, true, 1);
+    if (pause.isInPictures && pause.isInSound) step += steps();
+    while (step < kAround + steps()) append(step++, !pause.isInPictures, !pause.isInSound, 1);
+    append(step++, true, true, 2, pause.isPutIn ? steps() : 0);
+    while (step < 2 * kAround + steps()) append(step++, true, true, 2);
+  }
+
+  void append(int64_t step, bool hasPicture, bool hasSound, uint32_t value, int64_t silence = 0) {
+    ASSERT_TRUE(!hasPicture || mWriter.append(mVideo, packedSample(mPacked, 1, step * kStep)));
+    if (!hasSound) return;
+    const bool isAAC = GetParam().isAAC;
+    const auto sample = isAAC ? aacSample(mAAC, 1, (step - silence) * 1024, false)
+                              : pcmSample(mPCM, 1024, (step - silence) * kStep, value << 12);
+    sample->attachments().insertedSilence = static_cast<uint64_t>(silence * (isAAC ? 1 : 1024));
+    sample->attachments().isSilenceLeftOut = silence > 0;
+    ASSERT_TRUE(mWriter.append(mSound, sample));
+  }
+
+  /// Steps after which the sound behind the pause begins, by counting what comes before it.
+  static double soundBehind(const ProbedTrack& sound) {
+    if (GetParam().isAAC) return static_cast<double>(sound.packets - kAround);
+    size_t frame = 0;
+    while (frame * 2 < sound.content.size() && (sound.content[frame * 2 + 1] & 0xF0) != 0x20) ++frame;
+    return static_cast<double>(frame) / 1024;
+  }
+
+  size_t mVideo = 0;
+  size_t mSound = 0;
+  const CMVideoFormatDescriptionRef mPacked = packedFormat(16, 16);
+  const CMAudioFormatDescriptionRef mPCM = pcmFormat(8000, 1);
+  const CMAudioFormatDescriptionRef mAAC = aacFormat(8000, 1);
+};
+
+TEST_P(PauseTest, KeepsSoundAndPictureTogetherAtTheCostOfNoBytes) {
+  const Pause& pause = GetParam();
+  const int64_t behind = kAround + (pause.left != 0 ? pause.left : steps());
+  const auto unfinished = mFiles.bytes(kPath);
+  const ProbedMovie growing = probe();
+  EXPECT_EQ(growing.complaints, "");
+  EXPECT_GE(growing.tracks[0].times.back(), behind * kStep);
+  EXPECT_GE(growing.tracks[1].endTime, behind * kStep + 1'000'000);
+
+  const ProbedMovie movie = finishAndProbe();
+  const auto count = static_cast<size_t>(steps());
+  const size_t media = movie.tracks[0].times.size() * 1200 + (pause.isInSound ? 0 : count * 2100);
+  EXPECT_LT(mFiles.bytes(kPath).size(), media + (pause.isAAC ? count * 4 : count / 4) + 250'000);
+  if (pause.isInPictures && pause.isInSound) {
+    EXPECT_LT(mWriter.indexMemory(), 90'000U);
+  }
+
+  mFiles.put("recovered.mov", unfinished);
+  ASSERT_EQ(recoverMovie("recovered.mov", mFiles).outcome, RecoveryOutcome::kRecovered);
+  const ProbedMovie recovered = probeMovie(mFiles.bytes("recovered.mov"));
+  EXPECT_EQ(recovered.complaints, "");
+  for (const ProbedMovie* one : {&movie, &recovered}) {
+    const auto& times = one->tracks[0].times;
+    EXPECT_NE(std::find(times.begin(), times.end(), behind * kStep), times.end());
+    if (one == &movie || !pause.isAAC) {
+      EXPECT_EQ(soundBehind(one->tracks[1]), static_cast<double>(behind));
+    }
+  }
+  EXPECT_EQ(movie.tracks[1].endTime, (behind + kAround) * kStep);
+}
+
+constexpr int64_t kHour = 3600;
+constexpr int64_t kLongestPause = 12 * kHour * 1000 / 128 - 1;  // between the beginnings of samples
+INSTANTIATE_TEST_SUITE_P(
+    All, PauseTest,
+    ::testing::Values(Pause{"PCM, all", false, 1808, true, true}, Pause{"AAC, all", true, 1808, true, true},
+                      Pause{"PCM, put in", false, 5408, true, true, true},
+                      Pause{"AAC, put in", true, 5408, true, true, true}, Pause{"PCM, sound", false, 1504, false, true},
+                      Pause{"AAC, sound put in", true, 1504, false, true, true},
+                      Pause{"PCM, pictures", false, 2400, true, false}, Pause{"AAC, pictures", true, 4496, true, false},
+                      Pause{"AAC, half a day", true, 12 * kHour - 16, true, true},
+                      Pause{"AAC, a clock that jumps", true, 30 * kHour, true, true, false, kLongestPause},
+                      Pause{"AAC, one that jumps years", true, 50'000 * kHour, true, true, true, kLongestPause}),
+    [](const auto& row) { return std::to_string(row.index); });
 
 TEST_F(MovieFileWriterTest, StretchesThePacketBeforeAGapInAAC) {
   const size_t sound = addSound();

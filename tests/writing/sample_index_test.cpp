@@ -80,6 +80,56 @@ TEST(SampleIndex, CountsFramesOfPCM) {
   EXPECT_EQ(numbersOf(tables, "stco"), (Numbers{2, 100, 10'000}));
 }
 
+TEST(SampleIndex, LetsAllGapsShareOneStretchOfSilence) {
+  SampleIndex pcm(4, {.size = 4});  // 64 kB of silence are 16384 frames
+  pcm.beginChunk(100);
+  pcm.addFrames(400);
+  pcm.moveEnd(100 + 40'000);
+  pcm.beginChunk(500);
+  pcm.addFrames(400);
+  pcm.moveEnd(40'200 + 7);
+  pcm.beginChunk(900);
+  pcm.addFrames(4);
+  EXPECT_EQ(pcm.silentStretch(), 16'384U);
+  std::vector<uint8_t> tables;
+  AtomWriter writer(tables);
+  pcm.writeTables(writer, {}, 5000);
+  EXPECT_EQ(numbersOf(tables, "stco"), (Numbers{7, 100, 5000, 5000, 5000, 500, 5000, 900}));
+  EXPECT_EQ(numbersOf(tables, "stsc"), (Numbers{6, 1, 100, 1, 2, 16'384, 1, 4, 7232, 1, 5, 100, 1, 6, 7, 1, 7, 1, 1}));
+  EXPECT_EQ(numbersOf(tables, "stts"), (Numbers{1, 40'208, 1}));
+  EXPECT_EQ(numbersOf(tables, "stsz"), (Numbers{4, 40'208}));
+
+  SampleIndex packets(0, {.size = 9, .duration = 1024, .longestStretch = 2048});
+  packets.moveEnd(3 * 1024);  // a track may begin with silence
+  packets.beginChunk(100);
+  packets.addSample(50, 1024, true);
+  packets.moveEnd(4 * 1024 + 2048);  // short enough
+  packets.beginChunk(200);
+  packets.addSample(60, 1024, true);
+  packets.moveEnd(7 * 1024 + 2049);
+  packets.beginChunk(300);
+  packets.addSample(60, 1024, true);
+  tables.clear();
+  packets.writeTables(writer, {}, 0x1'0000'0000);
+  EXPECT_EQ(numbersOf(tables, "stts"), (Numbers{5, 3, 1024, 1, 3072, 2, 1024, 1, 1025, 1, 1024}));
+  EXPECT_EQ(numbersOf(tables, "stsz"), (Numbers{0, 8, 9, 9, 9, 50, 60, 9, 9, 60}));
+  EXPECT_EQ(numbersOf(tables, "co64", 8), (Numbers{5, 0x1'0000'0000, 100, 200, 0x1'0000'0000, 300}));
+  EXPECT_EQ(packets.silentStretch(), 3U);
+}
+
+TEST(SampleIndex, TakesACoarserScaleForDurationsThatReadersTakeForNegative) {
+  SampleIndex index(0);
+  const TrackDescription track{.timescale = kVideoTimescale};
+  index.beginChunk(0);
+  for (int i = 0; i < 3; ++i) index.addSample(1, 33'333, true);
+  EXPECT_EQ(index.timeDivisor(kVideoTimescale), 1U);
+  index.moveEnd(5'000'066'666);  // of the third
+  for (int i = 0; i < 3; ++i) index.addSample(1, 33'337, true);
+  EXPECT_EQ(index.timeDivisor(kVideoTimescale), 10U);
+  const auto durations = numbersOf(tablesOf(index, track), "stts");
+  EXPECT_EQ(durations, (Numbers{5, 1, 3333, 1, 3334, 1, 500'000'000, 1, 3333, 2, 3334}));
+}
+
 TEST(SampleIndex, UsesWideOffsetsWhenTheLastChunkNeedsThem) {
   SampleIndex index(1);
   index.beginChunk(0xFFFFFFFF);
