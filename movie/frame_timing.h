@@ -9,7 +9,8 @@ enum class FrameTiming : int32_t {
   /// Each lasts 30 ms and follows the one before; pictures that have fallen 60 ms or more behind their
   /// capture times jump to them. Made for cameras of 30 pictures a second.
   kSteady = 0,
-  /// Each at its capture time, of any rate and with every gap; the jitter of the stamps is smoothed.
+  /// Each at its capture time, of any rate and with every gap; the jitter of the stamps is smoothed. 16-bit
+  /// PCM stays at its capture time as well, whatever its microphone's crystal does.
   kCapture = 1,
 };
 

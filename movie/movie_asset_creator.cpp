@@ -1,5 +1,6 @@
 #include "movie/movie_asset_creator.h"
 
+#include <algorithm>
 #include <exception>
 #include <limits>
 #include <new>
@@ -16,10 +17,13 @@
 namespace vesk {
 namespace {
 
+FrameTiming timingOf(const _VeskVideoDescription* video) {
+  const bool isCapture = video && video->reserved == static_cast<int32_t>(FrameTiming::kCapture);
+  return isCapture ? FrameTiming::kCapture : FrameTiming::kSteady;
+}
+
 /// Null for a codec that is not recorded.
-std::unique_ptr<ISampleGenerator> makeVideoGenerator(const _VeskVideoDescription& video) {
-  const auto timing =
-      video.reserved == static_cast<int32_t>(FrameTiming::kCapture) ? FrameTiming::kCapture : FrameTiming::kSteady;
+std::unique_ptr<ISampleGenerator> makeVideoGenerator(const _VeskVideoDescription& video, FrameTiming timing) {
   switch (video.codec) {
     case kCMPixelFormat_422YpCbCr8:
       return std::make_unique<UncompressedSampleGenerator>(video.width, video.height, video.frameRate, timing);
@@ -31,22 +35,23 @@ std::unique_ptr<ISampleGenerator> makeVideoGenerator(const _VeskVideoDescription
 }
 
 /// Null for a format that is not recorded.
-std::unique_ptr<ISampleGenerator> makeAudioGenerator(const _VeskAudioDescription& audio) {
+std::unique_ptr<ISampleGenerator> makeAudioGenerator(const _VeskAudioDescription& audio, FrameTiming timing) {
   switch (audio.format) {
     case kWaveFormatAAC:
       return std::make_unique<AACAudioSampleGenerator>(audio.sampleRate, audio.channels);
     case kWaveFormatLinearPCM:
-      return std::make_unique<PCMAudioSampleGenerator>(audio.sampleRate, audio.channels, audio.bitsPerChannel);
+      return std::make_unique<PCMAudioSampleGenerator>(audio.sampleRate, audio.channels, audio.bitsPerChannel, timing);
     default:
       return nullptr;
   }
 }
 
-/// How many packets of silence a sample holds: silence comes in multiples of the packet behind it.
+/// How many packets of silence a sample holds, of the size of the packet behind it.
 uint64_t silencePackets(const CMSampleBuffer& sample) {
   const uint64_t silence = sample.attachments().insertedSilence;
   const uint64_t inBuffer = sample.attachments().isSilenceLeftOut ? 0 : silence;
-  return silence == 0 ? 0 : silence / (sample.numSamples() - inBuffer);
+  const uint64_t packet = std::max<uint64_t>(sample.numSamples() - inBuffer, 1);
+  return (silence + packet / 2) / packet;
 }
 
 }  // namespace
@@ -76,13 +81,14 @@ int32_t VeskMovieAssetCreator::Open(const _VeskVideoDescription* video, const _V
 }
 
 void VeskMovieAssetCreator::openStreams(const _VeskVideoDescription* video, const _VeskAudioDescription* audio) {
+  const FrameTiming timing = timingOf(video);
   if (audio) {
     mAudioDescription = *audio;
-    mAudioGenerator = makeAudioGenerator(*audio);
+    mAudioGenerator = makeAudioGenerator(*audio, timing);
   }
   if (video) {
     mVideoDescription = *video;
-    mVideoGenerator = makeVideoGenerator(*video);
+    mVideoGenerator = makeVideoGenerator(*video, timing);
   }
   mFirstTimestamp = 0;
   mAdapter =

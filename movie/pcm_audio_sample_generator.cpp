@@ -13,6 +13,7 @@ namespace vesk {
 namespace {
 
 constexpr int32_t kTimeScale = 1'000'000;
+constexpr uint16_t kCorrectedBits = 16;
 
 AudioStreamBasicDescription describe(uint32_t sampleRate, uint16_t channels, uint16_t bitsPerChannel) {
   const uint32_t bytesPerFrame = uint32_t{channels} * bitsPerChannel / 8;
@@ -31,10 +32,13 @@ AudioStreamBasicDescription describe(uint32_t sampleRate, uint16_t channels, uin
 }  // namespace
 
 PCMAudioSampleGenerator::PCMAudioSampleGenerator(unsigned int sampleRate, unsigned short channels,
-                                                 unsigned short bitsPerChannel)
+                                                 unsigned short bitsPerChannel, FrameTiming timing)
     : mFormat(CMAudioFormatDescription::create(describe(sampleRate, channels, bitsPerChannel))),
       mStreamDescription(&mFormat->streamBasicDescription()),
-      mSampleRate(sampleRate) {}
+      mSampleRate(sampleRate) {
+  const bool canBeCorrected = bitsPerChannel == kCorrectedBits && channels > 0 && sampleRate > 0;
+  if (timing == FrameTiming::kCapture && canBeCorrected) mDriftCorrection.emplace(sampleRate, channels);
+}
 
 CMSampleBufferRef PCMAudioSampleGenerator::CreateSample(const unsigned char* packet, unsigned int length,
                                                         unsigned long long timestamp) {
@@ -49,46 +53,67 @@ CMSampleBufferRef PCMAudioSampleGenerator::CreateSample(const unsigned char* pac
   const uint32_t bytesPerFrame = mStreamDescription->mBytesPerFrame;
   if (mSampleRate == 0 || bytesPerFrame == 0 || length < bytesPerFrame) return nullptr;
   const uint64_t packetFrames = length / bytesPerFrame;
-
-  uint64_t silentFrames = 0;
-  if (mNextTime == 0) {
-    mNextTime = timestamp;
-  } else if (mNextTime < timestamp) {
-    silentFrames = silencePackets(packetFrames, timestamp) * packetFrames;
-  }
-  const bool isLeftOut = silentFrames > kMostSilentBytes / bytesPerFrame;
-  const uint64_t before = isLeftOut ? 0 : silentFrames;  // in the block
-  const uint64_t frames = before + packetFrames;
+  if (mNextTime == 0) mNextTime = timestamp;
+  const uint64_t silence = silenceBefore(packetFrames, timestamp);
+  std::span<const uint8_t> sound{packet, packetFrames * bytesPerFrame};
+  if (mDriftCorrection) sound = mDriftCorrection->apply(sound);
+  const bool isLeftOut = silence > kMostSilentBytes / bytesPerFrame;
+  const uint64_t before = isLeftOut ? 0 : silence;  // in the block
+  const uint64_t soundFrames = sound.size() / bytesPerFrame;
+  const uint64_t frames = before + soundFrames;
   if (frames > std::numeric_limits<uint32_t>::max()) return nullptr;
 
   auto block = CMBlockBuffer::create(frames * bytesPerFrame);
-  if (!block) return nullptr;
+  if (!block) {
+    if (mDriftCorrection) advance(silence + soundFrames);  // it has counted them
+    return nullptr;
+  }
   block->fillDataBytes(0, 0, before * bytesPerFrame);
-  copyBytes(block->data().data() + before * bytesPerFrame, {packet, packetFrames * bytesPerFrame});
+  copyBytes(block->data().data() + before * bytesPerFrame, sound);
 
   const CMTime start = CMTimeMake(static_cast<int64_t>(mNextTime), kTimeScale);
   auto sample = CMSampleBuffer::createAudioWithPacketDescriptions(std::move(block), mFormat,
                                                                   static_cast<uint32_t>(frames), start, {});
   if (sample) {
-    sample->attachments().insertedSilence = silentFrames;
+    sample->attachments().insertedSilence = silence;
     sample->attachments().isSilenceLeftOut = isLeftOut;
   }
-  mNextTime += soundDuration(silentFrames + packetFrames, mSampleRate);
+  advance(silence + soundFrames);
   return sample;
 }
 
-uint64_t PCMAudioSampleGenerator::silencePackets(uint64_t frames, uint64_t timestamp) {
-  const uint64_t gap = timestamp - mNextTime;
-  const uint64_t duration = std::max<uint64_t>(soundDuration(frames, mSampleRate), 1);
-  const uint64_t packets = gap / duration;
-  if (packets == 0) return 0;
+uint64_t PCMAudioSampleGenerator::silenceBefore(uint64_t packetFrames, uint64_t timestamp) {
+  const uint64_t missing = missingFrames(packetFrames, timestamp);
+  if (missing == 0) return 0;
+  const uint64_t packets = (missing + packetFrames / 2) / packetFrames;
+  const uint64_t gap = timestamp - std::min<uint64_t>(mNextTime, timestamp);
   if (gap > kLongestSilence || packets > std::numeric_limits<int32_t>::max()) {
     reportOpenGap(gap);
     mNextTime = timestamp;
+    mRemainder = 0;
     return 0;
   }
   printToOutput("[WARNING]: Inserting %d silence packets!!!\n", static_cast<int>(packets));
-  return packets;
+  return missing;
+}
+
+/// Whole packets of frames, but in kCapture as many as there are.
+uint64_t PCMAudioSampleGenerator::missingFrames(uint64_t packetFrames, uint64_t timestamp) {
+  if (mDriftCorrection) return mDriftCorrection->announce(timestamp, packetFrames);
+  if (timestamp <= mNextTime) return 0;
+  const uint64_t duration = std::max<uint64_t>(soundDuration(packetFrames, mSampleRate), 1);
+  constexpr uint64_t kTooMany = uint64_t{1} << 31;
+  return std::min((timestamp - mNextTime) / duration, kTooMany) * packetFrames;
+}
+
+void PCMAudioSampleGenerator::advance(uint64_t frames) {
+  if (!mDriftCorrection) {
+    mNextTime += soundDuration(frames, mSampleRate);
+    return;
+  }
+  const auto parts = static_cast<unsigned __int128>(frames) * kTimeScale + mRemainder;
+  mNextTime += static_cast<uint64_t>(parts / mSampleRate);
+  mRemainder = static_cast<uint64_t>(parts % mSampleRate);
 }
 
 }  // namespace vesk

@@ -74,7 +74,11 @@ class VESK_EXPORT VeskRecordSession : public VeskAVDeviceDelegate,
   std::shared_ptr<VeskAudioDevice> audioDevice() const VESK_EXCLUDES(mMutex);
   void setAudioDevice(std::shared_ptr<VeskAudioDevice> device) VESK_EXCLUDES(mMutex);
   /// When the pictures of the next recording are shown: kSteady unless the host chooses otherwise. kCapture
-  /// keeps the camera's own times, at any rate.
+  /// keeps the camera's own times, at any rate, and with them those of 16-bit PCM: sound of a microphone whose
+  /// crystal runs fast or slow is resampled, so that it stays within 20 ms of its capture time, and sound that
+  /// is in time is left as it is. AAC cannot be resampled: its packets follow one another, so that four hours
+  /// of a microphone 200 ppm fast end 2.9 s late, and a slow one's gaps get silence; ask for PCM where
+  /// recordings are long. Without a camera there is nothing to keep step with, and nothing is corrected.
   FrameTiming frameTiming() const VESK_EXCLUDES(mMutex);
   void setFrameTiming(FrameTiming timing) VESK_EXCLUDES(mMutex);
   const std::string& fileURL() const { return mFileURL; }

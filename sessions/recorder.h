@@ -42,7 +42,8 @@ class VESK_EXPORT VeskRecorder : public std::enable_shared_from_this<VeskRecorde
                                   const std::shared_ptr<VeskAudioDevice>& audioDevice)
       VESK_EXCLUDES(mOpenCloseLock, mMutex);
 
-  /// When the pictures of the next movie are shown: kSteady unless the host chooses otherwise.
+  /// When the pictures of the next movie are shown, and whether its sound keeps step with them
+  /// (VeskRecordSession::frameTiming): kSteady unless the host chooses otherwise.
   FrameTiming frameTiming() const VESK_EXCLUDES(mMutex);
   void setFrameTiming(FrameTiming timing) VESK_EXCLUDES(mMutex);
 

@@ -9,10 +9,6 @@ namespace vesk::capture {
 namespace {
 
 constexpr uint32_t kPacketsPerSecond = 50;
-constexpr double kMostCorrection = 500e-6;  // of the speed: beyond that the ear may notice
-constexpr double kCorrectionSeconds = 10;   // in which the count makes up for what it is off
-constexpr double kFarOff = 40'000;          // microseconds: beyond that lips and voice come apart,
-constexpr double kFastCorrection = 3e-3;    // which is worse than a twentieth of a semitone
 
 }  // namespace
 
@@ -21,8 +17,7 @@ SoundPacketizer::SoundPacketizer(const WaveFormat& format, Callback callback)
       mChannels(std::max<uint32_t>(format.channels, 1)),
       mPacketSamples(size_t{mRate / kPacketsPerSecond} * mChannels),
       mCallback(std::move(callback)),
-      mClock(mRate),
-      mResampler(mChannels) {}
+      mResampler(mRate, mChannels) {}
 
 void SoundPacketizer::add(std::span<const uint8_t> bytes, int64_t time) {
   bytes = joinSplitFrame(bytes, time);
@@ -52,48 +47,29 @@ std::span<const uint8_t> SoundPacketizer::joinSplitFrame(std::span<const uint8_t
 }
 
 void SoundPacketizer::lose(uint64_t frames) {
-  mHasLost = true;
   mSplitFrame.clear();
-  mClock.lose(frames);
+  mResampler.lose(frames);
 }
 
 void SoundPacketizer::addFrames(std::span<const int16_t> samples, int64_t time) {
-  const auto stamp = mClock.next(time, samples.size() / mChannels);
-  if (!mHasBegun) {
-    mHasBegun = true;
-    mOrigin = stamp.time;
-  } else if (stamp.missingTime > 0 || mHasLost) {
-    leaveGap(lateness(stamp.time, 0));
-  }
-  mHasLost = false;
-  mResampler.process(samples, correctedSpeed(stamp.time), mSamples);
+  if (!mHasBegun) mOrigin = time;
+  mHasBegun = true;
+  const uint64_t missing = mResampler.announce(time, samples.size() / mChannels);
+  if (missing > 0) leaveGap(missing);
+  mResampler.resample(samples, mSamples);
   deliver();
 }
 
-/// The packet in the making ends in silence; what is missing beyond it is left to the stamps.
-void SoundPacketizer::leaveGap(double missing) {
-  mResampler.restart();
-  const auto frames = static_cast<uint64_t>(std::llround(std::max(missing, 0.0) * mRate / 1e6));
-  const uint64_t room = (mPacketSamples - mSamples.size()) / mChannels;
-  const bool isBegun = !mSamples.empty();
-  const uint64_t silent = isBegun ? std::min(frames, room) : 0;
+/// Silence ends the packet in the making and begins the next one; whole packets between are left to the stamps.
+void SoundPacketizer::leaveGap(uint64_t frames) {
+  const uint64_t packetFrames = mPacketSamples / mChannels;
+  const uint64_t begun = mSamples.size() / mChannels;
+  const uint64_t silent = begun > 0 ? std::min(frames, packetFrames - begun) : 0;
   mSamples.resize(mSamples.size() + silent * mChannels, 0);
   deliver();
-  mOutTime += duration(static_cast<double>(frames - silent));
-}
-
-/// By how many microseconds the count of frames, `heldFrames` among them, is behind `time`.
-double SoundPacketizer::lateness(int64_t time, double heldFrames) const {
-  const double counted = mOutTime + duration(static_cast<double>(mSamples.size()) / mChannels + heldFrames);
-  return static_cast<double>(time - mOrigin) - counted;
-}
-
-/// The device's speed, and a little more or less while the count of frames is off.
-double SoundPacketizer::correctedSpeed(int64_t time) const {
-  const double late = lateness(time, mResampler.heldFrames());
-  const double most = std::abs(late) > kFarOff ? kFastCorrection : kMostCorrection;
-  const double correction = std::clamp(-late / (kCorrectionSeconds * 1e6), -most, most);
-  return mClock.speed() + correction;
+  const uint64_t next = (frames - silent) % packetFrames;
+  mOutTime += duration(static_cast<double>(frames - silent - next));
+  mSamples.resize(mSamples.size() + next * mChannels, 0);
 }
 
 void SoundPacketizer::deliver() {

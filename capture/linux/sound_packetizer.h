@@ -5,17 +5,15 @@
 #include <vector>
 
 #include "capture/capture_source.h"
-#include "capture/linux/sound_clock.h"
-#include "capture/linux/sound_resampler.h"
+#include "platform/media/adaptive_resampler.h"
 
 namespace vesk::capture {
 
 /// Makes stamped packets of 20 ms out of the portions of any size that a stream hands over: 16-bit
 /// PCM whose count of frames follows the monotonic clock, however fast the device runs.
 ///
-/// What was lost appears as a jump of the stamps; the packet before it is filled up with silence. A gap
-/// is as long as the count of frames is behind the clock then: where the clock has gone back before, what
-/// the count was ahead by is paid back first.
+/// What was lost appears as a jump of the stamps by whole packets; the rest of it is silence at the end of
+/// the packet before and at the beginning of the one after.
 ///
 /// Threads: one at a time; the callback runs inside the calls, and may end delivery.
 class SoundPacketizer {
@@ -29,15 +27,11 @@ class SoundPacketizer {
   void add(std::span<const uint8_t> bytes, int64_t time);
   /// Frames are missing before the next bytes; 0 when it is not known how many.
   void lose(uint64_t frames);
-  /// How fast the device runs against the monotonic clock.
-  double deviceSpeed() const { return mClock.speed(); }
 
  private:
   std::span<const uint8_t> joinSplitFrame(std::span<const uint8_t> bytes, int64_t time);
   void addFrames(std::span<const int16_t> samples, int64_t time);
-  void leaveGap(double missing);
-  double lateness(int64_t time, double heldFrames) const;
-  double correctedSpeed(int64_t time) const;
+  void leaveGap(uint64_t frames);
   void deliver();
   double duration(double frames) const { return frames * 1e6 / mRate; }
 
@@ -45,15 +39,13 @@ class SoundPacketizer {
   const uint32_t mChannels;
   const size_t mPacketSamples;
   const Callback mCallback;
-  SoundClock mClock;
-  SoundResampler mResampler;
+  AdaptiveResampler mResampler;
   std::vector<uint8_t> mSplitFrame;  ///< the beginning of a frame that a portion ended in
   std::vector<int16_t> mSamples;     ///< made, not delivered yet
   std::vector<int16_t> mWhole;       ///< the samples of a portion, aligned
   double mOutTime = 0;               ///< microseconds after mOrigin, of the first of mSamples by count
   int64_t mOrigin = 0;
   bool mHasBegun = false;
-  bool mHasLost = false;
   bool mIsWanted = true;
 };
 

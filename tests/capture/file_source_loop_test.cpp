@@ -157,7 +157,8 @@ TEST(FileLoop, PacketsOfAACFollowThePicturesOverAHundredTurns) {
     int known = 0;
     for (size_t at = 0; at < units.size(); ++at) {
       ASSERT_NEAR(static_cast<double>(units[at].time), static_cast<double>(at) * packetTime, 10) << "packet " << at;
-      const auto same = std::find_if(once.begin(), once.end(), [&](const Unit& unit) { return unit.bytes == units[at].bytes; });
+      const auto same =
+          std::find_if(once.begin(), once.end(), [&](const Unit& unit) { return unit.bytes == units[at].bytes; });
       if (same == once.end()) continue;  // silence
       ++known;
       const int64_t turn = (units[at].time - loop.begin - 23220 + 11610) / loop.length();
@@ -194,7 +195,8 @@ TEST(FileLoop, LeavesNoHoleInThePictures) {
     const auto times = pictures.waitFor(300);
     camera->stop(1);
     microphone->stop(0);
-    for (size_t at = 1; at < times.size(); ++at) ASSERT_NEAR(static_cast<double>(times[at] - times[at - 1]), 66667, 400) << at;
+    for (size_t at = 1; at < times.size(); ++at)
+      ASSERT_NEAR(static_cast<double>(times[at] - times[at - 1]), 66667, 400) << at;
     const auto heard = packets.items();
     for (size_t at = 1; at < heard.size(); ++at) ASSERT_LE(heard[at] - heard[at - 1], 64500) << at;
   }

@@ -12,7 +12,8 @@ using Bytes = std::vector<uint8_t>;
 /// Bytes written as hexadecimal text: bytes("00 00 01").
 Bytes bytes(const std::string& text) {
   Bytes out;
-  for (size_t at = 0; at < text.size(); at += 3) out.push_back(static_cast<uint8_t>(std::stoul(text.substr(at, 2), nullptr, 16)));
+  for (size_t at = 0; at < text.size(); at += 3)
+    out.push_back(static_cast<uint8_t>(std::stoul(text.substr(at, 2), nullptr, 16)));
   return out;
 }
 
@@ -40,7 +41,10 @@ TEST(ParameterSetWatch, TellsSlicesThatNeedOtherSets) {
       {"the first slice, whatever it is", {kSequence0, kPicture0, kPicture1}, kIDR1, true},
       {"sets that are not known", {}, kIDR1, true},
       {"the same again", {kSequence0, kPicture0, kIDR0, kSequence0, kPicture0}, kSlice0, true},
-      {"other sets that no slice uses", {kSequence0, kPicture0, kIDR0, kSequence1, kPicture1, kPicture2}, kSlice0, true},
+      {"other sets that no slice uses",
+       {kSequence0, kPicture0, kIDR0, kSequence1, kPicture1, kPicture2},
+       kSlice0,
+       true},
       {"another picture set", {kSequence0, kPicture0, kPicture1, kIDR0}, kIDR1, false},
       {"another sequence set", {kSequence0, kPicture0, kIDR0, kSequence1, kPicture2}, kIDR2, false},
       {"the picture set changed", {kSequence0, kPicture0, kIDR0, kPicture0Changed}, kSlice0, false},

@@ -267,9 +267,16 @@ TEST(PCMSamples, CountLongSilenceInsteadOfHoldingIt) {
 }
 
 TEST(PCMSamples, SurviveDescriptionsThatMakeNoSense) {
-  for (const auto& [rate, channels, bits] : std::vector<std::tuple<unsigned, uint16_t, uint16_t>>{
-           {0, 2, 16}, {48'000, 0, 16}, {48'000, 1, 7}, {4'000'000'000, 1, 8}, {1, 65'535, 65'535}}) {
-    PCMAudioSampleGenerator generator(rate, channels, bits);
+  struct Row {
+    unsigned rate;
+    uint16_t channels, bits;
+    FrameTiming timing = FrameTiming::kSteady;
+  };
+  for (const Row& row :
+       {Row{0, 2, 16}, Row{48'000, 0, 16}, Row{48'000, 1, 7}, Row{4'000'000'000, 1, 8}, Row{1, 65'535, 65'535},
+        Row{0, 2, 16, FrameTiming::kCapture}, Row{4'000'000'000, 1, 16, FrameTiming::kCapture},
+        Row{1, 2, 16, FrameTiming::kCapture}, Row{1, 65'535, 16, FrameTiming::kCapture}}) {
+    PCMAudioSampleGenerator generator(row.rate, row.channels, row.bits, row.timing);
     CapturedLines output;
     CapturedLines errors(CapturedLines::Stream::kError);
     for (const uint64_t timestamp : {0ULL, 1ULL, 1'000ULL, 59'000'000ULL, 1ULL << 50}) {

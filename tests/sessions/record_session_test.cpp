@@ -10,6 +10,7 @@
 #include "platform/foundation/dispatch_queue.h"
 #include "sessions/temporary_movie.h"
 #include "tests/sessions/recording_test.h"
+#include "tests/support/drifting_microphone.h"
 
 namespace vesk {
 namespace {
@@ -60,6 +61,34 @@ TEST_F(RecordSessionTest, RecordsBothDevicesAndPlacesTheMovie) {
   EXPECT_EQ(outcome.moveError, "");
   EXPECT_EQ(outcome.statistics.videoFrames, 30U);
   EXPECT_EQ(session->statistics().audioPackets, 30U);
+}
+
+/// Half a thousandth too fast, that is 60 ms in two minutes.
+TEST_F(RecordSessionTest, CorrectsAMicrophonesDriftWhereItKeepsCaptureTimes) {
+  fakeMicrophone->waveFormats = {{kWaveFormatLinearPCM, 1, 8'000, 16}};
+  microphone = VeskAudioDevice::initWithDeviceInfo(infoOf("/mic"));
+  microphone->openDevice();
+  microphone->setFormat(microphone->getSupportedFormats()->at(0));
+  for (const auto& [timing, tooLong] :
+       {std::pair(FrameTiming::kSteady, 0.060), std::pair(FrameTiming::kCapture, 0.0)}) {
+    session = sessionFor(path);
+    session->setFrameTiming(timing);
+    ASSERT_EQ(session->startSession(), 0);
+    test::DriftingMicrophone drifting(8'000, 500, 2'000, 1'000'000);
+    fakeCamera->deliver(picture, drifting.measure());
+    std::array<uint8_t, 1'600> tenth{};
+    while (drifting.truth() < 121'000'000) {
+      while (session->isWriterBusy()) std::this_thread::yield();
+      fakeMicrophone->deliver(tenth, drifting.measure());
+      drifting.advance(800);
+    }
+    session->stopSession();
+    const auto movie = test::probe(path);
+    const auto* sound = movie.find("pcm_s16le");
+    ASSERT_NE(sound, nullptr);
+    EXPECT_NEAR(static_cast<double>(sound->bytes) / 16'000, (drifting.truth() - 1e6) / 1e6 + tooLong, 0.015);
+    std::filesystem::remove(path);
+  }
 }
 
 TEST_F(RecordSessionTest, JoinsACameraThatIsCapturing) {

@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-namespace vesk::capture {
+namespace vesk {
 
 /// Plays 16-bit PCM a little faster or slower (by some hundred ppm, inaudibly), by cubic
 /// interpolation, so that the count of frames follows another clock than the device's.
@@ -31,4 +31,4 @@ class SoundResampler {
   double mPosition = 1;           ///< of the next frame out, within mWaiting
 };
 
-}  // namespace vesk::capture
+}  // namespace vesk

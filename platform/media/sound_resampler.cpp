@@ -1,10 +1,10 @@
-#include "capture/linux/sound_resampler.h"
+#include "platform/media/sound_resampler.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
 
-namespace vesk::capture {
+namespace vesk {
 
 void SoundResampler::process(std::span<const int16_t> in, double speed, std::vector<int16_t>& out) {
   if (in.empty()) return;
@@ -48,4 +48,4 @@ int16_t SoundResampler::interpolate(size_t frame, uint32_t channel, double fract
   return static_cast<int16_t>(std::lround(std::clamp(value, kLeast, kMost)));
 }
 
-}  // namespace vesk::capture
+}  // namespace vesk

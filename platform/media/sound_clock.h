@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-namespace vesk::capture {
+namespace vesk {
 
 /// Turns noisy measurements of when a packet's first frame was recorded into smooth time stamps, by
 /// a second-order loop that learns how fast the device's crystal really runs.
@@ -27,6 +27,8 @@ class SoundClock {
   /// Frames were lost before the next packet; 0 when nobody knows how many, so that only the next
   /// measurement tells.
   void lose(uint64_t frames);
+  /// By how many microseconds `measured` is later than the next frame is expected; 0 before the first.
+  double deviation(int64_t measured) const { return mHasBegun ? static_cast<double>(measured - mOrigin) - mTime : 0; }
   /// How fast the device runs against the monotonic clock: 1.0002 when it is 200 ppm fast.
   double speed() const { return mNominalPeriod / mPeriod; }
 
@@ -48,4 +50,4 @@ class SoundClock {
   bool mMustMeasure = false;  ///< frames were lost, nobody knows how many
 };
 
-}  // namespace vesk::capture
+}  // namespace vesk

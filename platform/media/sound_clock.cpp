@@ -1,10 +1,10 @@
-#include "capture/linux/sound_clock.h"
+#include "platform/media/sound_clock.h"
 
 #include <algorithm>
 #include <cmath>
 #include <numbers>
 
-namespace vesk::capture {
+namespace vesk {
 namespace {
 
 constexpr double kMicroseconds = 1e6;
@@ -36,7 +36,7 @@ SoundClock::Stamp SoundClock::next(int64_t measured, uint64_t frames) {
     mTime = static_cast<double>(frames) * mPeriod;
     return stamp;
   }
-  const double error = static_cast<double>(measured - mOrigin) - mTime;
+  const double error = deviation(measured);
   const double seconds = static_cast<double>(frames) * mNominalPeriod / kMicroseconds;
   if (mMustMeasure) {
     // What was lost cannot be less than nothing.
@@ -90,4 +90,4 @@ void SoundClock::adjust(double error, double seconds) {
   mPeriod = std::clamp(mPeriod, mNominalPeriod * (1 - kMostDeviation), mNominalPeriod * (1 + kMostDeviation));
 }
 
-}  // namespace vesk::capture
+}  // namespace vesk
