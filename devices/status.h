@@ -17,6 +17,7 @@ enum : int32_t {
   kVeskStatusFailed = 7,            ///< the device could not be opened, started or stopped
   kVeskStatusMovieNotOpened = 8,    ///< the movie's creator refused to open
   kVeskStatusAlreadyRecording = 9,  ///< a recording is under way; it goes on undisturbed
+  kVeskStatusNotRecording = 10,     ///< there is no recording that could go on in another movie
 };
 
 }  // namespace vesk

@@ -1,18 +1,24 @@
 #include "movie/movie_asset_creator.h"
 
 #include <algorithm>
+#include <chrono>
 #include <exception>
 #include <limits>
 #include <new>
+#include <optional>
+#include <thread>
 #include <utility>
 
 #include "movie/aac_audio_sample_generator.h"
 #include "movie/h264_bitstream.h"
 #include "movie/h264_sample_generator.h"
+#include "movie/nal_unit_walk.h"
 #include "movie/pcm_audio_sample_generator.h"
 #include "movie/uncompressed_sample_generator.h"
+#include "platform/foundation/byte_reader.h"
 #include "platform/foundation/log.h"
 #include "platform/media/four_char_code.h"
+#include "platform/writing/h264_picture_geometry.h"
 
 namespace vesk {
 namespace {
@@ -45,6 +51,10 @@ std::unique_ptr<ISampleGenerator> makeAudioGenerator(const _VeskAudioDescription
       return nullptr;
   }
 }
+
+/// Samples that wait are handed on in portions, which the next movie's queues hold.
+constexpr size_t kSamplesAtOnce = 100;
+constexpr std::chrono::milliseconds kMoment{1};
 
 /// How many packets of silence a sample holds, of the size of the packet behind it.
 uint64_t silencePackets(const CMSampleBuffer& sample) {
@@ -89,6 +99,7 @@ void VeskMovieAssetCreator::openStreams(const _VeskVideoDescription* video, cons
   if (video) {
     mVideoDescription = *video;
     mVideoGenerator = makeVideoGenerator(*video, timing);
+    noteSize(video->width, video->height);
   }
   mFirstTimestamp = 0;
   mAdapter =
@@ -97,7 +108,9 @@ void VeskMovieAssetCreator::openStreams(const _VeskVideoDescription* video, cons
 
 int32_t VeskMovieAssetCreator::AddSampleToMovie(void* buffer, unsigned long length, unsigned long long timestamp,
                                                 VeskMediaType type) {
+  if (auto* const next = mNext.load()) return next->AddSampleToMovie(buffer, length, timestamp, type);
   MutexLock lock(mMutex);
+  if (mNextOwner) return mNextOwner->AddSampleToMovie(buffer, length, timestamp, type);
   if (!mAdapter) return 0;
   if (timestamp < mFirstTimestamp) {
     if (type == VeskMediaTypeVideo) RecordingCounters::add(mCounters->video.heldBack);
@@ -126,14 +139,121 @@ int32_t VeskMovieAssetCreator::addSample(uint8_t* buffer, unsigned long length, 
 }
 
 int32_t VeskMovieAssetCreator::addVideo(uint8_t* buffer, uint32_t length, uint64_t time) {
-  if (mVideoDescription.codec == kCMVideoCodecType_H264) EnsureH264BoxFormat(buffer, length);
-  const auto sample = mVideoGenerator->CreateSample(buffer, length, time);
+  if (mVideoDescription.codec != kCMVideoCodecType_H264) return addPicture({buffer, length}, time);
+  EnsureH264BoxFormat(buffer, length);
+  return addH264({buffer, length}, time);
+}
+
+int32_t VeskMovieAssetCreator::addPicture(std::span<const uint8_t> picture, uint64_t time) {
+  const auto sample = mVideoGenerator->CreateSample(picture.data(), static_cast<uint32_t>(picture.size()), time);
   if (sample) return mAdapter->addVideoSample(sample);
   RecordingCounters::add(mCounters->video.heldBack);
   return 0;
 }
 
+/// A movie's track holds one sequence and one picture parameter set: those of the picture that it begins with.
+int32_t VeskMovieAssetCreator::addH264(std::span<const uint8_t> unit, uint64_t time) {
+  const bool wasHolding = mSets.isHolding();
+  UnitLook found = look(unit);
+  if (!found.fits && mCounters->video.queued == 0) {  // nothing is in the movie yet: it can begin with these
+    mSets.release();
+    found = look(unit);
+  } else if (wasHolding || !mSets.isHolding()) {
+    if (!found.fits) mHasOtherSets = true;
+    if (found.fits && found.isKey && !mContinues) mHasOtherSets = false;
+    const bool isForNext = mHasOtherSets && (found.hasSlices || mForNext.hasBegun());
+    return isForNext ? leaveOut(unit, found.isKey, time) : addPicture(unit, time);
+  }
+  if (!found.fits) return leaveOut(unit, found.isKey, time);
+  // The generator keeps the first sets that it is shown, which need not be those in use.
+  mVideoGenerator = makeVideoGenerator(mVideoDescription, timingOf(&mVideoDescription));
+  if (const auto held = mSets.held()) {
+    const auto geometry = readH264PictureGeometry(mSets.sets().sequenceSet(held->sequence));
+    if (geometry) noteSize(static_cast<int32_t>(geometry->width), static_cast<int32_t>(geometry->height));
+  }
+  return addPicture(withSets(unit), time);
+}
+
+void VeskMovieAssetCreator::noteSize(int32_t width, int32_t height) {
+  mCounters->width = static_cast<uint32_t>(std::max(width, 0));
+  mCounters->height = static_cast<uint32_t>(std::max(height, 0));
+}
+
+VeskMovieAssetCreator::UnitLook VeskMovieAssetCreator::look(std::span<const uint8_t> unit) {
+  UnitLook found;
+  NALUnitWalk walk(unit);
+  while (const auto nal = walk.next()) {
+    if (nal->empty()) continue;
+    const uint8_t type = nalUnitType(nal->front());
+    found.fits &= mSets.look(*nal);
+    found.hasSlices |= type <= kNALUnitTypeIDRSlice;
+    found.isKey |= type == kNALUnitTypeIDRSlice;
+  }
+  return found;
+}
+
+/// The access unit after the two parameter sets that its first slice uses, wherever those came from.
+std::vector<uint8_t> VeskMovieAssetCreator::withSets(std::span<const uint8_t> unit) const {
+  std::optional<ParameterSets::InUse> inUse;
+  NALUnitWalk walk(unit);
+  while (const auto nal = walk.next()) {
+    if (!nal->empty() && nalUnitType(nal->front()) <= kNALUnitTypeIDRSlice) inUse = mSets.sets().usedBy(*nal);
+    if (inUse) break;
+  }
+  std::vector<uint8_t> result;
+  const auto append = [&result](std::span<const uint8_t> set) {
+    const size_t at = result.size();
+    result.resize(at + NALUnitWalk::kLengthSize);
+    writeBigEndian32(result.data() + at, static_cast<uint32_t>(set.size()));
+    result.insert(result.end(), set.begin(), set.end());
+  };
+  if (inUse) {
+    append(mSets.sets().sequenceSet(inUse->sequence));
+    append(mSets.sets().pictureSet(inUse->picture));
+  }
+  result.insert(result.end(), unit.begin(), unit.end());
+  return result;
+}
+
+int32_t VeskMovieAssetCreator::leaveOut(std::span<const uint8_t> unit, bool isKey, uint64_t time) {
+  const bool isFirst = !mCounters->formatChanged.exchange(true);
+  if (isFirst && !mContinues) {
+    NSLog("The camera has changed its pictures on the way, which \"" + mFilePath +
+          "\" cannot hold: they are left out. Start another recording.");
+  }
+  const uint64_t timestamp = mFirstTimestamp + time;
+  if (!mContinues || (!mForNext.hasBegun() && !isKey)) {
+    RecordingCounters::add(mCounters->unfit);
+    return kMovieFormatChanged;
+  }
+  if (mForNext.hasBegun())
+    keepForNext(unit, timestamp, VeskMediaTypeVideo);
+  else
+    keepForNext(withSets(unit), timestamp, VeskMediaTypeVideo);
+  return kMovieFormatChanged;
+}
+
+void VeskMovieAssetCreator::keepForNext(std::span<const uint8_t> bytes, uint64_t timestamp, VeskMediaType type) {
+  if (!mForNext.hasRoom(bytes.size())) {
+    // Rather a movie that begins later than one with a hole, behind which nothing can be decoded.
+    for (const auto& lost : mForNext.giveUp())
+      RecordingCounters::add(lost.type == VeskMediaTypeVideo ? mCounters->video.dropped : mCounters->audio.dropped);
+    RecordingCounters::add(type == VeskMediaTypeVideo ? mCounters->video.dropped : mCounters->audio.dropped);
+  } else {
+    mForNext.add(bytes, timestamp, type);
+  }
+  mCounters->forNext = mForNext.pictures();
+}
+
 int32_t VeskMovieAssetCreator::addAudio(const uint8_t* buffer, uint32_t length, uint64_t time) {
+  if (mForNext.isFrom(mFirstTimestamp + time)) {
+    keepForNext({buffer, length}, mFirstTimestamp + time, VeskMediaTypeAudio);
+    return 0;
+  }
+  return recordAudio(buffer, length, time);
+}
+
+int32_t VeskMovieAssetCreator::recordAudio(const uint8_t* buffer, uint32_t length, uint64_t time) {
   const auto sample = mAudioGenerator->CreateSample(buffer, length, time);
   if (!sample) {
     RecordingCounters::add(mCounters->audio.dropped);
@@ -143,8 +263,57 @@ int32_t VeskMovieAssetCreator::addAudio(const uint8_t* buffer, uint32_t length, 
   return mAdapter->addAudioSample(sample);
 }
 
+void VeskMovieAssetCreator::SetContinues(bool continues) {
+  MutexLock lock(mMutex);
+  mContinues = continues;
+  if (!continues) giveUpWaiting();
+}
+
+void VeskMovieAssetCreator::ContinueIn(std::shared_ptr<VeskMovieCreator> next) {
+  if (!next) return;
+  const auto add = [&next](std::vector<WaitingSamples::Sample> samples) {
+    for (auto& sample : samples)
+      next->AddSampleToMovie(sample.bytes.data(), sample.bytes.size(), sample.timestamp, sample.type);
+  };
+  // More than the queues to the writer hold may wait, after a host that was held up.
+  for (;;) {
+    std::vector<WaitingSamples::Sample> samples;
+    {
+      MutexLock lock(mMutex);
+      if (mNextOwner) return;
+      samples = mForNext.take(kSamplesAtOnce);
+      mCounters->forNext = mForNext.pictures();
+      if (samples.size() < kSamplesAtOnce) {
+        add(std::move(samples));
+        mNextOwner = std::move(next);
+        mNext = mNextOwner.get();
+        return;
+      }
+    }
+    add(std::move(samples));
+    while (next->waiting().isBusy() && next->statistics().status == 0) std::this_thread::sleep_for(kMoment);
+  }
+}
+
+/// No other movie comes: sound that waited belongs into this one after all.
+void VeskMovieAssetCreator::giveUpWaiting() {
+  try {
+    for (const auto& sample : mForNext.giveUp()) {
+      if (sample.type == VeskMediaTypeVideo)
+        RecordingCounters::add(mCounters->unfit);
+      else if (mAdapter && mAudioGenerator)
+        recordAudio(sample.bytes.data(), static_cast<uint32_t>(sample.bytes.size()),
+                    sample.timestamp - mFirstTimestamp);
+    }
+  } catch (const std::exception& error) {
+    NSLog(std::string("Sound could not be recorded: ") + error.what());
+  }
+  mCounters->forNext = 0;
+}
+
 int32_t VeskMovieAssetCreator::Close() {
   MutexLock lock(mMutex);
+  giveUpWaiting();
   mAdapter.reset();
   mAudioGenerator.reset();
   mVideoGenerator.reset();

@@ -53,10 +53,19 @@ class VESK_EXPORT VeskMovieCreator {
   /// Adds one captured buffer. H.264 is rewritten in place from start codes to lengths, unless it is
   /// so already. Nothing is recorded before Open, after Close and for a stream that was left out.
   /// @param timestamp microseconds from any origin; the first one becomes the movie's zero
-  /// @return 0; -197 for another media type; -198, -199 or -200 when the file's writer has failed
+  /// @return 0; -195 for a picture that the movie cannot hold: the camera has changed its parameter sets;
+  ///         -197 for another media type; -198, -199 or -200 when the file's writer has failed
   ///         (asset_writer_adapter.h). The recording goes on as far as it can: stopping is up to the caller.
   virtual int32_t AddSampleToMovie(void* buffer, unsigned long length, unsigned long long timestamp,
                                    VeskMediaType type) = 0;
+
+  /// Whether the host goes on in another movie when the camera has changed its parameter sets: from the
+  /// next key picture on, everything then waits for ContinueIn (statistics: videoForNext). Otherwise such
+  /// pictures are left out, until the camera returns to the sets that the movie holds. False at first.
+  virtual void SetContinues(bool continues) = 0;
+  /// Ends this movie where the camera changed: what waits, and everything that is still added here, goes
+  /// into `next`, which is open. Close comes next.
+  virtual void ContinueIn(std::shared_ptr<VeskMovieCreator> next) = 0;
 
   /// Finishes the movie: the file is complete when this returns. @return 0
   virtual int32_t Close() = 0;
@@ -72,6 +81,7 @@ class VESK_EXPORT VeskMovieCreator {
   const std::string mFilePath;
 };
 
+constexpr int32_t kMovieFormatChanged = -195;
 constexpr int32_t kMovieUnsupportedMediaType = -197;
 constexpr int32_t kMovieAlreadyOpen = -196;
 

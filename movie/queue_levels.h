@@ -18,11 +18,13 @@ struct QueueLevels {
   uint32_t videoCapacity = kVideoQueueCapacity;
   uint32_t audioCapacity = kAudioQueueCapacity;
   uint64_t bytesWaiting = 0;  ///< in both queues together
+  bool isForNext = false;     ///< pictures wait for the movie that goes on
 
   /// Whether a source that can wait should: more than half of a queue is waiting, or so much that raw
   /// pictures would pile up in memory.
   bool isBusy() const {
-    return videoWaiting > videoCapacity / 2 || audioWaiting > audioCapacity / 2 || bytesWaiting > kManyBytes;
+    return isForNext || videoWaiting > videoCapacity / 2 || audioWaiting > audioCapacity / 2 ||
+           bytesWaiting > kManyBytes;
   }
 
  private:

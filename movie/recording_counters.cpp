@@ -37,6 +37,10 @@ RecordingStatistics RecordingCounters::statistics() const {
   result.videoFrames = difference(video.queued, video.refused);
   result.videoDropped = value(video.dropped) + value(video.refused);
   result.videoHeldBack = value(video.heldBack);
+  result.videoWidth = width.load(std::memory_order_relaxed);
+  result.videoHeight = height.load(std::memory_order_relaxed);
+  result.videoUnfit = value(unfit);
+  result.videoForNext = static_cast<uint32_t>(value(forNext));
   result.audioPackets = difference(audio.queued, audio.refused);
   result.audioDropped = value(audio.dropped) + value(audio.refused);
   result.audioHeldBack = value(audio.heldBack);
@@ -48,6 +52,7 @@ RecordingStatistics RecordingCounters::statistics() const {
   result.videoCapacity = queues.videoCapacity;
   result.audioCapacity = queues.audioCapacity;
   result.status = mStatus.load(std::memory_order_relaxed);
+  result.formatChanged = formatChanged.load(std::memory_order_relaxed);
   result.writerMissing = writerMissing.load(std::memory_order_relaxed);
   return result;
 }
@@ -57,6 +62,7 @@ QueueLevels RecordingCounters::levels() const {
   result.videoWaiting = static_cast<uint32_t>(difference(video.queued, video.taken));
   result.audioWaiting = static_cast<uint32_t>(difference(audio.queued, audio.taken));
   result.bytesWaiting = video.bytesWaiting() + audio.bytesWaiting();
+  result.isForNext = value(forNext) != 0;
   return result;
 }
 

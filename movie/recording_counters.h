@@ -45,6 +45,11 @@ class VESK_EXPORT RecordingCounters {
   Track audio;
   Count silence{0};  ///< packets put in to fill gaps
   Count bytes{0};
+  Count unfit{0};  ///< pictures that the movie cannot hold
+  std::atomic<uint32_t> width{0};
+  std::atomic<uint32_t> height{0};
+  Count forNext{0};  ///< pictures that wait for the next movie
+  std::atomic<bool> formatChanged{false};
   std::atomic<bool> writerMissing{false};
 
  private:

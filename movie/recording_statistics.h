@@ -9,6 +9,10 @@ struct RecordingStatistics {
   uint64_t videoFrames = 0;    ///< queued for the file
   uint64_t videoDropped = 0;   ///< lost: the queue was full or the writer refused them
   uint64_t videoHeldBack = 0;  ///< not recorded: before the first key picture or parameter sets, or out of order
+  uint32_t videoWidth = 0;     ///< pixels of the movie's pictures, as far as they are known: a camera may send
+  uint32_t videoHeight = 0;    ///< others than its format says
+  uint64_t videoUnfit = 0;     ///< not recorded: they need other parameter sets than the movie holds
+  uint32_t videoForNext = 0;   ///< of those after formatChanged, how many wait for the movie that goes on
   uint64_t audioPackets = 0;
   uint64_t audioDropped = 0;   ///< lost, as above
   uint64_t audioHeldBack = 0;  ///< not recorded: older than the movie's beginning
@@ -19,7 +23,10 @@ struct RecordingStatistics {
   uint32_t audioWaiting = 0;
   uint32_t videoCapacity = 0;  ///< of the queues
   uint32_t audioCapacity = 0;
-  int32_t status = 0;          ///< 0, or the first of the writer's status codes (-198 to -200)
+  int32_t status = 0;  ///< 0, or the first of the writer's status codes (-198 to -200)
+  /// The camera has changed its parameter sets, with its size for instance: this movie cannot hold its
+  /// pictures any more (VeskMovieCreator: SetContinues).
+  bool formatChanged = false;
   bool writerMissing = false;  ///< the file's writer could not be made: nothing is being recorded
 };
 

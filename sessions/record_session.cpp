@@ -1,5 +1,6 @@
 #include "sessions/record_session.h"
 
+#include <optional>
 #include <utility>
 
 #include "devices/audio_device.h"
@@ -40,11 +41,16 @@ class VeskRecordSession::FrameRelay : public VeskAVDeviceDelegate {
 
 /// One recording, from its start to its stop, with the devices it was started with.
 struct VeskRecordSession::Recording {
-  Recording(TemporaryMovie temporaryMovie, std::shared_ptr<VeskVideoDevice> video,
+  Recording(TemporaryMovie temporaryMovie, std::string path, std::shared_ptr<VeskVideoDevice> video,
             std::shared_ptr<VeskAudioDevice> audio)
-      : movie(std::move(temporaryMovie)), videoDevice(std::move(video)), audioDevice(std::move(audio)) {}
+      : movie(std::move(temporaryMovie)),
+        finalPath(std::move(path)),
+        videoDevice(std::move(video)),
+        audioDevice(std::move(audio)) {}
 
-  TemporaryMovie movie;  // gives its path back after the recorder has closed
+  // By the thread that starts, continues or stops the session.
+  std::optional<TemporaryMovie> movie;  // gives its path back after the recorder has closed
+  std::string finalPath;
   const std::shared_ptr<VeskVideoDevice> videoDevice;
   const std::shared_ptr<VeskAudioDevice> audioDevice;
   const std::shared_ptr<VeskRecorder> recorder = VeskRecorder::init();
@@ -106,11 +112,13 @@ int32_t VeskRecordSession::openRecording(std::shared_ptr<Recording>& opened) {
   if (microphone && !microphone->isOpen()) microphone->openDevice();
   if (microphone && !microphone->getFormat()) microphone = nullptr;
 
-  auto movie = TemporaryMovie::reserve(mFileURL);
+  const std::string finalPath = fileURL();
+  auto movie = TemporaryMovie::reserve(finalPath);
   if (!movie) return kVeskStatusMovieNotOpened;
-  auto recording = std::make_shared<Recording>(std::move(*movie), camera, microphone);
+  auto recording = std::make_shared<Recording>(std::move(*movie), finalPath, camera, microphone);
   recording->recorder->setFrameTiming(frameTiming());
-  const int32_t status = recording->recorder->openRecorderWithFilPath(recording->movie.path(), camera, microphone);
+  recording->recorder->setContinues(continues());
+  const int32_t status = recording->recorder->openRecorderWithFilPath(recording->movie->path(), camera, microphone);
   if (status == kVeskStatusSuccess) opened = std::move(recording);
   return status;
 }
@@ -128,6 +136,7 @@ int32_t VeskRecordSession::stopSession() {
   bool wasRunning = false;
   {
     const MutexLock lock(mMutex);
+    while (mState == State::kContinuing) mContinued.wait(mMutex);
     if (mState != State::kRunning && mState != State::kRefused) return kVeskStatusSuccess;
     wasRunning = mState == State::kRunning;
     mState = wasRunning ? State::kStopping : State::kClearing;
@@ -147,15 +156,47 @@ int32_t VeskRecordSession::stopSession() {
   return kVeskStatusSuccess;
 }
 
-RecordingOutcome VeskRecordSession::finish(Recording& recording) const {
+int32_t VeskRecordSession::continueSession(const std::string& fileURL) {
+  const auto self = shared_from_this();
+  std::shared_ptr<Recording> current;
+  {
+    const MutexLock lock(mMutex);
+    if (mState != State::kRunning) return kVeskStatusNotRecording;
+    mState = State::kContinuing;
+    current = mRecording;
+  }
+  auto movie = TemporaryMovie::reserve(fileURL);
+  RecordingStatistics ended;
+  const int32_t status =
+      movie ? current->recorder->continueRecorder(movie->path(), ended) : int32_t{kVeskStatusMovieNotOpened};
+  std::optional<RecordingOutcome> outcome;
+  if (status == kVeskStatusSuccess) {
+    outcome = place(*current, ended);
+    current->movie.emplace(std::move(*movie));
+    current->finalPath = fileURL;
+  }
+  const MutexLock lock(mMutex);
+  mState = State::kRunning;
+  mContinued.notify_all();
+  if (!outcome) return status;
+  mLastOutcome = std::move(*outcome);
+  mFileURL = fileURL;
+  return status;
+}
+
+RecordingOutcome VeskRecordSession::finish(Recording& recording) {
   if (recording.audioDevice) recording.audioDevice->stopCapture();
   leaveDevices(recording);
   recording.recorder->closeRecorder();
+  return place(recording, recording.recorder->statistics());
+}
 
+/// Moves the movie that has ended to its final path.
+RecordingOutcome VeskRecordSession::place(Recording& recording, RecordingStatistics statistics) {
   RecordingOutcome outcome;
-  outcome.finalPath = mFileURL;
-  outcome.statistics = recording.recorder->statistics();
-  TemporaryMovie::Placing placing = recording.movie.moveTo(mFileURL);
+  outcome.finalPath = recording.finalPath;
+  outcome.statistics = statistics;
+  TemporaryMovie::Placing placing = recording.movie->moveTo(recording.finalPath);
   outcome.moveError = std::move(placing.error);
   outcome.temporaryPath = std::move(placing.left);
   return outcome;
@@ -164,7 +205,7 @@ RecordingOutcome VeskRecordSession::finish(Recording& recording) const {
 void VeskRecordSession::discard(Recording& recording) {
   leaveDevices(recording);
   recording.recorder->closeRecorder();
-  recording.movie.remove();
+  recording.movie->remove();
 }
 
 void VeskRecordSession::leaveDevices(const Recording& recording) {
@@ -219,9 +260,29 @@ void VeskRecordSession::setFrameTiming(FrameTiming timing) {
   mFrameTiming = timing;
 }
 
+bool VeskRecordSession::continues() const {
+  const MutexLock lock(mMutex);
+  return mContinues;
+}
+
+void VeskRecordSession::setContinues(bool continues) {
+  std::shared_ptr<Recording> current;
+  {
+    const MutexLock lock(mMutex);
+    mContinues = continues;
+    current = mRecording;
+  }
+  if (current) current->recorder->setContinues(continues);
+}
+
+std::string VeskRecordSession::fileURL() const {
+  const MutexLock lock(mMutex);
+  return mFileURL;
+}
+
 bool VeskRecordSession::isRunning() const {
   const MutexLock lock(mMutex);
-  return mState == State::kRunning || mState == State::kStopping;
+  return mState == State::kRunning || mState == State::kContinuing || mState == State::kStopping;
 }
 
 RecordingStatistics VeskRecordSession::statistics() const {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -63,6 +64,18 @@ class VESK_EXPORT VeskRecordSession : public VeskAVDeviceDelegate,
   /// Serves this thread's run loop for half a second meanwhile. @return 0
   int32_t stopSession() VESK_EXCLUDES(mMutex);
 
+  /// Whether the host goes on, with continueSession, when the camera changes its parameter sets on the way,
+  /// which no movie can hold together: with its size for instance. False unless it chooses otherwise: such
+  /// pictures are then left out (statistics: formatChanged, videoUnfit).
+  bool continues() const VESK_EXCLUDES(mMutex);
+  void setContinues(bool continues) VESK_EXCLUDES(mMutex);
+  /// Goes on in another movie, which ends up at `fileURL`. The recording so far goes to its own place, and
+  /// lastOutcome tells how that went. For a host that sees pictures wait (statistics: videoForNext): they,
+  /// and the sound from then on, are what the other movie begins with. Nothing is stopped meanwhile.
+  /// @return 0; 1 or 8 the other movie could not be opened, and the recording goes on as it was; 10 it is not
+  ///         running
+  int32_t continueSession(const std::string& fileURL) VESK_EXCLUDES(mMutex);
+
   /// Hands a buffer to the recording, if there is one: video for device type 0, else sound. The
   /// devices' buffers come by a way of their own.
   void didCaptureFrame(void* frame, uint32_t length, int64_t timestamp,
@@ -81,7 +94,8 @@ class VESK_EXPORT VeskRecordSession : public VeskAVDeviceDelegate,
   /// recordings are long. Without a camera there is nothing to keep step with, and nothing is corrected.
   FrameTiming frameTiming() const VESK_EXCLUDES(mMutex);
   void setFrameTiming(FrameTiming timing) VESK_EXCLUDES(mMutex);
-  const std::string& fileURL() const { return mFileURL; }
+  /// Where the movie goes that is being written, or the next one.
+  std::string fileURL() const VESK_EXCLUDES(mMutex);
   bool isRunning() const VESK_EXCLUDES(mMutex);
 
   /// Of the recording under way, else of the last one that was stopped.
@@ -96,7 +110,7 @@ class VESK_EXPORT VeskRecordSession : public VeskAVDeviceDelegate,
  private:
   class FrameRelay;
   struct Recording;
-  enum class State { kIdle, kStarting, kRefused, kRunning, kStopping, kClearing };
+  enum class State { kIdle, kStarting, kRefused, kRunning, kContinuing, kStopping, kClearing };
 
   VeskRecordSession(std::shared_ptr<VeskVideoDevice> videoDevice, std::shared_ptr<VeskAudioDevice> audioDevice,
                     std::string fileURL);
@@ -107,14 +121,17 @@ class VESK_EXPORT VeskRecordSession : public VeskAVDeviceDelegate,
   static int32_t startCaptures(const Recording& recording);
   static void leaveDevices(const Recording& recording);
   static void discard(Recording& recording);
-  RecordingOutcome finish(Recording& recording) const;
+  static RecordingOutcome finish(Recording& recording);
+  static RecordingOutcome place(Recording& recording, RecordingStatistics statistics);
 
-  const std::string mFileURL;
   mutable Mutex mMutex;
+  std::string mFileURL VESK_GUARDED_BY(mMutex);
+  std::condition_variable_any mContinued;  ///< kContinuing has ended
   State mState VESK_GUARDED_BY(mMutex) = State::kIdle;
   std::shared_ptr<VeskVideoDevice> mVideoDevice VESK_GUARDED_BY(mMutex);
   std::shared_ptr<VeskAudioDevice> mAudioDevice VESK_GUARDED_BY(mMutex);
   FrameTiming mFrameTiming VESK_GUARDED_BY(mMutex) = FrameTiming::kSteady;
+  bool mContinues VESK_GUARDED_BY(mMutex) = false;
   std::shared_ptr<Recording> mRecording VESK_GUARDED_BY(mMutex);
   RecordingOutcome mLastOutcome VESK_GUARDED_BY(mMutex);
 };

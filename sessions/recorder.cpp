@@ -50,16 +50,45 @@ int32_t VeskRecorder::openRecorderWithFilPath(const std::string& path,
   // A movie without the picture that was asked for is not what anybody wants.
   if (!videoFormat && (videoDevice || !audioFormat)) return kVeskStatusNoFormat;
 
-  std::shared_ptr<VeskMovieCreator> newCreator = CreateMovieCreator(path.c_str());
-  if (!newCreator) return kVeskStatusNoMovieCreator;
-  const auto video = videoFormat ? describe(*videoFormat, frameTiming()) : _VeskVideoDescription();
-  const auto audio = audioFormat ? describe(*audioFormat) : _VeskAudioDescription();
-  if (newCreator->Open(videoFormat ? &video : nullptr, audioFormat ? &audio : nullptr) != 0)
-    return kVeskStatusMovieNotOpened;
+  mVideo = videoFormat ? std::optional(describe(*videoFormat, frameTiming())) : std::nullopt;
+  mAudio = audioFormat ? std::optional(describe(*audioFormat)) : std::nullopt;
+  std::shared_ptr<VeskMovieCreator> newCreator;
+  const int32_t status = openCreator(path, newCreator);
+  if (status != kVeskStatusSuccess) return status;
 
   const MutexLock fields(mMutex);
   mMovieCreator = std::move(newCreator);
   mFileURL = path;
+  return kVeskStatusSuccess;
+}
+
+int32_t VeskRecorder::openCreator(const std::string& path, std::shared_ptr<VeskMovieCreator>& opened) {
+  std::shared_ptr<VeskMovieCreator> creator = CreateMovieCreator(path.c_str());
+  if (!creator) return kVeskStatusNoMovieCreator;
+  if (creator->Open(mVideo ? &*mVideo : nullptr, mAudio ? &*mAudio : nullptr) != 0) return kVeskStatusMovieNotOpened;
+  creator->SetContinues(continues());
+  opened = std::move(creator);
+  return kVeskStatusSuccess;
+}
+
+int32_t VeskRecorder::continueRecorder(const std::string& path, RecordingStatistics& ended) {
+  const auto self = weak_from_this().lock();
+  const RecursiveMutexLock lock(mOpenCloseLock);
+  const auto ending = creator();
+  if (!ending || mIsClosing) return kVeskStatusNotRecording;
+  std::shared_ptr<VeskMovieCreator> next;
+  const int32_t status = openCreator(path, next);
+  if (status != kVeskStatusSuccess) return status;
+  if (next->statistics().writerMissing) return kVeskStatusMovieNotOpened;
+
+  ending->ContinueIn(next);
+  {
+    const MutexLock fields(mMutex);
+    mMovieCreator = std::move(next);
+    mFileURL = path;
+  }
+  ending->Close();
+  ended = ending->statistics();
   return kVeskStatusSuccess;
 }
 
@@ -109,6 +138,21 @@ FrameTiming VeskRecorder::frameTiming() const {
 void VeskRecorder::setFrameTiming(FrameTiming timing) {
   const MutexLock lock(mMutex);
   mFrameTiming = timing;
+}
+
+bool VeskRecorder::continues() const {
+  const MutexLock lock(mMutex);
+  return mContinues;
+}
+
+void VeskRecorder::setContinues(bool continues) {
+  std::shared_ptr<VeskMovieCreator> current;
+  {
+    const MutexLock lock(mMutex);
+    mContinues = continues;
+    current = mMovieCreator;
+  }
+  if (current) current->SetContinues(continues);
 }
 
 std::optional<std::string> VeskRecorder::fileURL() const {

@@ -57,6 +57,17 @@ class VESK_EXPORT VeskRecorder : public std::enable_shared_from_this<VeskRecorde
   /// @return the creator's status; 0 at once when not recording.
   int32_t closeRecorder() VESK_EXCLUDES(mOpenCloseLock, mMutex);
 
+  /// Whether movies are gone on from when the camera changes its parameter sets (SetContinues of the movie's
+  /// creator): the one being written, and the next ones. False unless the host chooses otherwise.
+  bool continues() const VESK_EXCLUDES(mMutex);
+  void setContinues(bool continues) VESK_EXCLUDES(mMutex);
+  /// Goes on in another movie at `path`, as openRecorderWithFilPath makes it: the one being written ends, and
+  /// everything from the change on goes into the new one. Does not serve the run loop.
+  /// @param ended what became of the movie that ended, on success
+  /// @return 0; 1 or 8 the new movie could not be opened, and the present one goes on; 10 no movie is being
+  ///         written, or it is being closed
+  int32_t continueRecorder(const std::string& path, RecordingStatistics& ended) VESK_EXCLUDES(mOpenCloseLock, mMutex);
+
   /// The path of the movie being written; none when not recording. From any thread.
   std::optional<std::string> fileURL() const VESK_EXCLUDES(mMutex);
   void setFileURL(std::optional<std::string> path) VESK_EXCLUDES(mMutex);
@@ -76,6 +87,8 @@ class VESK_EXPORT VeskRecorder : public std::enable_shared_from_this<VeskRecorde
  private:
   VeskRecorder() = default;
 
+  int32_t openCreator(const std::string& path, std::shared_ptr<VeskMovieCreator>& opened) VESK_REQUIRES(mOpenCloseLock)
+      VESK_EXCLUDES(mMutex);
   /// The creator, held for the length of a call; null when not recording.
   std::shared_ptr<VeskMovieCreator> creator() const VESK_EXCLUDES(mMutex);
   int32_t addSample(void* bytes, uint32_t length, int64_t timestamp, VeskMovieCreator::VeskMediaType type)
@@ -83,6 +96,8 @@ class VESK_EXPORT VeskRecorder : public std::enable_shared_from_this<VeskRecorde
 
   RecursiveMutex mOpenCloseLock;
   bool mIsClosing VESK_GUARDED_BY(mOpenCloseLock) = false;
+  std::optional<_VeskVideoDescription> mVideo VESK_GUARDED_BY(mOpenCloseLock);  ///< of the movie being written
+  std::optional<_VeskAudioDescription> mAudio VESK_GUARDED_BY(mOpenCloseLock);
 
   mutable Mutex mMutex;
   /// Present while recording. Shared, so that the last of the sample calls under way lets it go.
@@ -92,6 +107,7 @@ class VESK_EXPORT VeskRecorder : public std::enable_shared_from_this<VeskRecorde
   std::weak_ptr<VeskAudioDevice> mAudioStream VESK_GUARDED_BY(mMutex);
   RecordingStatistics mLastStatistics VESK_GUARDED_BY(mMutex);
   FrameTiming mFrameTiming VESK_GUARDED_BY(mMutex) = FrameTiming::kSteady;
+  bool mContinues VESK_GUARDED_BY(mMutex) = false;
 };
 
 }  // namespace vesk

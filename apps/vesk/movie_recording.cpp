@@ -29,12 +29,20 @@ constexpr float kBarFloor = -60.0F;
 
 }  // namespace
 
-std::string freeName(const std::string& name, const std::string& ending) {
-  std::error_code ignored;
+std::string freeName(const std::string& name, const std::string& ending, const std::string& taken) {
+  const auto isThere = [&](const std::string& file) {
+    std::error_code ignored;
+    return file == taken || fs::exists(fs::symlink_status(file, ignored));
+  };
   std::string free = name;
-  for (int number = 2; fs::exists(fs::symlink_status(free + ending, ignored)); ++number)
-    free = fmt::format("{}-{}", name, number);
+  for (int number = 2; isThere(free + ending); ++number) free = fmt::format("{}-{}", name, number);
   return free;
+}
+
+std::string nextName(const std::string& first, const std::string& taken) {
+  const fs::path path(first);
+  const std::string ending = path.extension().string();
+  return freeName((path.parent_path() / path.stem()).string(), ending, taken) + ending;
 }
 
 std::string humanSize(uint64_t bytes) {
@@ -93,7 +101,11 @@ MovieRecording::MovieRecording(RecordingPlan plan)
       mSession(VeskRecordSession::initWithVideoDevice(mPlan.camera, mPlan.microphone, mPlan.file)),
       mSoundWatch(mPlan.soundFormat ? std::make_shared<SoundWatch>(*mPlan.soundFormat) : nullptr) {
   mSession->setFrameTiming(FrameTiming::kCapture);
+  mSession->setContinues(true);
 }
+
+MovieRecording::MovieRecording(RecordingPlan plan, const MovieRecording& before)
+    : mPlan(std::move(plan)), mFolder(mPlan.file), mSession(before.mSession), mSoundWatch(before.mSoundWatch) {}
 
 void MovieRecording::start() {
   setTemporaryDirectory(mFolder.path());
@@ -139,24 +151,44 @@ void MovieRecording::checkStarted(int32_t status) {
 
 /// A session whose microphone started has recorded a moment of sound alone: nobody asked for that.
 void MovieRecording::remove() const {
-  const RecordingOutcome outcome = mSession->lastOutcome();
+  const RecordingOutcome outcome = mOutcome ? *mOutcome : mSession->lastOutcome();
   const std::string& place = outcome.moveError.empty() ? outcome.finalPath : outcome.temporaryPath;
   std::error_code ignored;
   if (!place.empty()) fs::remove(place, ignored);
 }
 
+std::unique_ptr<MovieRecording> MovieRecording::continueIn(const std::string& file) {
+  RecordingPlan plan = mPlan;
+  plan.file = file;
+  plan.force = false;
+  std::unique_ptr<MovieRecording> next;
+  try {
+    next.reset(new MovieRecording(std::move(plan), *this));
+    setTemporaryDirectory(next->mFolder.path());
+    if (mSession->continueSession(file) != 0)
+      throw Failure(kFailed, fmt::format("a movie could not be begun at \"{}\".", file),
+                    "See that there is room for it.");
+  } catch (const Failure&) {
+    mSession->setContinues(false);
+    throw;
+  }
+  mOutcome = mSession->lastOutcome();
+  return next;
+}
+
 void MovieRecording::stop() {
   mSession->stopSession();
+  mOutcome = mSession->lastOutcome();
   if (mSoundWatch) mPlan.microphone->removeDelegate(mSoundWatch);
 }
 
 bool MovieRecording::isEmpty() const {
-  const RecordingStatistics statistics = mSession->lastOutcome().statistics;
+  const RecordingStatistics& statistics = outcome().statistics;
   return statistics.videoFrames == 0 && (statistics.audioPackets == 0 || statistics.duration < kShortestSound);
 }
 
 RecordingStatistics MovieRecording::finish() {
-  const RecordingOutcome outcome = mSession->lastOutcome();
+  const RecordingOutcome& outcome = this->outcome();
   const RecordingStatistics& statistics = outcome.statistics;
   if (statistics.writerMissing || statistics.status != 0)
     throw writerFailure(statistics, outcome.moveError.empty() ? mPlan.file : outcome.temporaryPath);
@@ -235,14 +267,13 @@ std::optional<Failure> MovieRecording::missingTrack(const RecordingStatistics& s
 
 nlohmann::ordered_json MovieRecording::document(const RecordingStatistics& statistics) const {
   std::error_code ignored;
-  const auto size = mPlan.videoFormat->dimensions();
   nlohmann::ordered_json document = {{"file", mPlan.file},
                                      {"duration", static_cast<double>(statistics.duration) / 1e6},
                                      {"bytes", fs::file_size(mPlan.file, ignored)},
                                      {"video",
                                       {{"codec", fourCharString(mPlan.videoFormat->mediaSubType())},
-                                       {"width", size.width},
-                                       {"height", size.height},
+                                       {"width", statistics.videoWidth},
+                                       {"height", statistics.videoHeight},
                                        {"frames", statistics.videoFrames},
                                        {"dropped", statistics.videoDropped}}},
                                      {"sound", nullptr}};
@@ -259,11 +290,10 @@ nlohmann::ordered_json MovieRecording::document(const RecordingStatistics& stati
 
 std::string MovieRecording::summary(const RecordingStatistics& statistics) const {
   std::error_code ignored;
-  const auto size = mPlan.videoFormat->dimensions();
   std::string text =
       fmt::format("{}: {:.2f} s, {}, {} {}x{}, {} pictures", mPlan.file, static_cast<double>(statistics.duration) / 1e6,
                   humanSize(fs::file_size(mPlan.file, ignored)), codecName(mPlan.videoFormat->mediaSubType()),
-                  size.width, size.height, statistics.videoFrames);
+                  statistics.videoWidth, statistics.videoHeight, statistics.videoFrames);
   if (statistics.videoDropped != 0) text += fmt::format(", {} DROPPED", statistics.videoDropped);
   if (!mPlan.soundFormat || statistics.audioPackets == 0) return text + ", no sound";
   const auto& sound = mPlan.soundFormat->streamBasicDescription();

@@ -44,6 +44,11 @@ class MovieRecording {
   std::optional<std::string> quietMicrophone();
   /// Ends it and puts the movie in its place; finish tells how that went.
   void stop();
+  /// Whether the camera has changed its pictures on the way, so that they wait for another movie.
+  bool isToContinue() const { return !mOutcome && mSession->statistics().videoForNext != 0; }
+  /// Ends this movie there and goes on in one at `file`, without a gap between the two; finish tells how this
+  /// one went. @throws Failure when the other cannot be begun: this one goes on without those pictures
+  std::unique_ptr<MovieRecording> continueIn(const std::string& file);
   /// What was recorded, after stop. A movie that is empty or that its writer gave up before the first
   /// picture is removed. @throws Failure when the writer gave up, the movie could not be placed, or it is empty
   RecordingStatistics finish();
@@ -68,16 +73,19 @@ class MovieRecording {
   std::string summary(const RecordingStatistics& statistics) const;
 
  private:
+  MovieRecording(RecordingPlan plan, const MovieRecording& before);
   void checkStarted(int32_t status);
   Failure nothingRecorded(const RecordingStatistics& statistics) const;
   Failure writerFailure(const RecordingStatistics& statistics, const std::string& place) const;
   Failure notPlaced(const RecordingOutcome& outcome) const;
+  const RecordingOutcome& outcome() const { return *mOutcome; }
 
   const RecordingPlan mPlan;
   const RecordingFolder mFolder;
   const std::shared_ptr<VeskRecordSession> mSession;
   const std::shared_ptr<SoundWatch> mSoundWatch;
-  double mQuietLimit = 10;  ///< seconds
+  std::optional<RecordingOutcome> mOutcome;  ///< after the end
+  double mQuietLimit = 10;                   ///< seconds
   bool mIsQuietTold = false;
 };
 
@@ -86,8 +94,12 @@ std::string levelBar(float level, int cells);
 /// For how much longer there is room on the disk of a movie that has grown like this; none when that is unknown.
 std::optional<std::string> timeLeftOnDisk(const std::string& file, const RecordingStatistics& statistics);
 
-/// `name`, or `name`-2, -3, … where a file of that name with `ending` is there already.
-std::string freeName(const std::string& name, const std::string& ending);
+/// `name`, or `name`-2, -3, … where a file of that name with `ending` is there already, or is `taken`: a movie
+/// that is still being recorded is not in its place yet.
+std::string freeName(const std::string& name, const std::string& ending, const std::string& taken = "");
+
+/// The name of the movie after those that began with `first`: NAME-2, or the next number that is free.
+std::string nextName(const std::string& first, const std::string& taken = "");
 
 /// "0:01:05" and "12.3 MB".
 std::string humanTime(uint64_t microseconds);

@@ -182,6 +182,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
       plan.microphone = nullptr;
       plan.soundFormat = nullptr;
     }
+    mFirstMovie = file;
     plan.file = file;
     plan.force = force;
     auto movie = std::make_unique<MovieRecording>(std::move(plan));
@@ -197,6 +198,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   }
 
   void stopRecording() {
+    if (mMovie->isToContinue()) continueRecording();
     mIsChangingRecording = true;
     const bool hasReturned = std::exchange(mReturned, nullptr) != nullptr;
     mMovie->stop();
@@ -205,10 +207,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     showRecording(0);
     const auto movie = std::move(mMovie);
     try {
-      const RecordingStatistics statistics = movie->finish();
-      mRecordings.push_back(movie->document(statistics));
-      say(movie->summary(statistics));
-      if (const auto failure = movie->missingTrack(statistics)) throw *failure;
+      tellRecorded(*movie);
     } catch (const Failure& failure) {
       keep(failure);
     }
@@ -218,6 +217,25 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     } catch (const Failure& failure) {
       warn(failure);
     }
+  }
+
+  /// The camera has changed its pictures: what came since goes into the next movie.
+  void continueRecording() {
+    const std::string next = nextName(mFirstMovie, mMovie->plan().file);
+    try {
+      const auto ended = std::exchange(mMovie, mMovie->continueIn(next));
+      tellRecorded(*ended);
+      say(fmt::format("The camera has changed its pictures; the recording goes on in \"{}\".", next));
+    } catch (const Failure& failure) {
+      keep(failure);
+    }
+  }
+
+  void tellRecorded(MovieRecording& movie) {
+    const RecordingStatistics statistics = movie.finish();
+    mRecordings.push_back(movie.document(statistics));
+    say(movie.summary(statistics));
+    if (const auto failure = movie.missingTrack(statistics)) throw *failure;
   }
 
   void showRecording(uint32_t isRecording) {
@@ -317,6 +335,8 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
       const RecordingStatistics statistics = mMovie->statistics();
       if (statistics.writerMissing || statistics.status != 0)
         stopRecording();
+      else if (mMovie->isToContinue())
+        continueRecording();
       else if (const auto quiet = mIsMicrophoneGone ? std::nullopt : mMovie->quietMicrophone())
         say("vesk: " + *quiet);
     }
@@ -407,6 +427,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   std::optional<DeviceWatch> mAdded;
   std::optional<DeviceWatch> mRemoved;
   std::optional<Failure> mFailure;
+  std::string mFirstMovie;  ///< of the recording that is being made
   std::string mScreenshot;
   std::vector<std::string> mPhotos;
   std::vector<nlohmann::ordered_json> mRecordings;

@@ -5,6 +5,7 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <utility>
 
 #include "apps/vesk/argument_text.h"
 #include "apps/vesk/commands.h"
@@ -160,27 +161,51 @@ class RecordCommand {
   }
 
   void record() {
-    mPlan.file = mMovies == 0 ? mOptions.file : nextFile();
+    mPlan.file = mMovies == 0 ? mOptions.file : nextName(mOptions.file);
     mPlan.force = mMovies == 0 && mOptions.force;
-    mMovie.emplace(mPlan);
+    mMovie = std::make_unique<MovieRecording>(mPlan);
     start();
-    mLoop.runUntil([this] { return isOver() || mIsCameraGone; });
+    do {
+      mLoop.runUntil([this] { return isOver() || mIsCameraGone || mMovie->isToContinue(); });
+      if (mMovie->isToContinue()) continueMovie();
+    } while (!isOver() && !mIsCameraGone);
     mIsRecording = false;
     mProgress.clear();
     mReturned.reset();
     mMovie->stop();
     closeDevices(mPlan);
-    finishMovie();
+    finishMovie(*mMovie);
+    if (mFailure) throw *mFailure;
     mWish.camera = mPlan.camera->deviceInfo()->path().value_or("");
     if (mPlan.microphone) mWish.microphone = mPlan.microphone->deviceInfo()->path().value_or("");
     if (!mOptions.wait || remaining().value_or(kShortest) < kShortest) mIsOver = true;
   }
 
-  /// The name of the movie after the first: NAME-2, or the next number that is free.
-  std::string nextFile() const {
-    const fs::path first(mOptions.file);
-    const std::string ending = first.extension().string();
-    return freeName((first.parent_path() / first.stem()).string(), ending) + ending;
+  /// The camera has changed its pictures: what came since goes into the next movie.
+  /// Where that cannot be begun, the movie goes on without it.
+  void continueMovie() {
+    mProgress.clear();
+    std::unique_ptr<MovieRecording> ended;
+    const std::string file = nextName(mOptions.file, mPlan.file);
+    try {
+      ended = std::exchange(mMovie, mMovie->continueIn(file));
+    } catch (const Failure& failure) {
+      say(fmt::format("The camera has changed its pictures, and the new ones are left out: {} {}", failure.what(),
+                      failure.hint));
+      return;
+    }
+    mPlan.file = file;
+    mPlan.force = false;
+    mRateFrom = 0;
+    mRoom.reset();
+    try {
+      finishMovie(*ended);
+    } catch (const Failure& failure) {
+      say(fmt::format("{} {}", failure.what(), failure.hint));
+      if (!mFailure) mFailure = failure;
+    }
+    say(fmt::format("The camera has changed its pictures; the recording goes on in \"{}\".", file));
+    if (mGlobal.json && mOptions.wait) printJson({{"event", "recording"}, {"file", file}});
   }
 
   void start() {
@@ -230,6 +255,7 @@ class RecordCommand {
     const auto left = remaining();
     const bool isLongEnough = left && static_cast<double>(statistics.duration) >= *left * 1e6;
     if (statistics.writerMissing || statistics.status != 0 || isLongEnough) return end();
+    if (mMovie->isToContinue()) return mLoop.stop();
     tellLoss();
     if (const auto quiet = mMicrophoneLost ? std::nullopt : mMovie->quietMicrophone()) say(*quiet);
     if (mProgress.isShown()) mProgress.show(progress(statistics));
@@ -265,18 +291,18 @@ class RecordCommand {
                     nameOf(*mPlan.microphone->deviceInfo())));
   }
 
-  void finishMovie() {
+  void finishMovie(MovieRecording& movie) {
     // A camera that came for less than a picture leaves no movie behind, which is no failure here.
-    if (mOptions.wait && mIsCameraGone && mMovie->isEmpty()) return mMovie->remove();
-    const RecordingStatistics statistics = mMovie->finish();
+    if (mOptions.wait && mIsCameraGone && movie.isEmpty()) return movie.remove();
+    const RecordingStatistics statistics = movie.finish();
     ++mMovies;
     mRecorded += static_cast<double>(statistics.duration) / 1e6;
     if (mGlobal.json) {
-      printJson(mMovie->document(statistics));
+      printJson(movie.document(statistics));
     } else {
-      printLine("{}", mMovie->summary(statistics));
+      printLine("{}", movie.summary(statistics));
     }
-    if (const auto failure = mMovie->missingTrack(statistics)) {
+    if (const auto failure = movie.missingTrack(statistics)) {
       if (!mIsCameraGone && !mOptions.wait) throw *failure;
       say(fmt::format("{} {}", failure->what(), failure->hint));
     }
@@ -312,7 +338,8 @@ class RecordCommand {
   ProgressLine mProgress;
   CaptureWish mWish;  ///< after the first movie, its devices by their paths
   RecordingPlan mPlan;
-  std::optional<MovieRecording> mMovie;
+  std::unique_ptr<MovieRecording> mMovie;
+  std::optional<Failure> mFailure;  ///< of a movie that was gone on from
   std::unique_ptr<ReturnedMicrophone> mReturned;
   std::optional<DeviceWatch> mAdded;
   std::optional<DeviceWatch> mRemoved;

@@ -40,11 +40,22 @@ struct AccessUnit {
   bool isKey = false;
 };
 
-/// The access units of a clip in tests/data. A picture begins with the slice of its first macroblock.
-inline std::vector<AccessUnit> accessUnitsOf(const std::string& name) {
+/// The stream with four-byte start codes only.
+inline Bytes withLongCodes(const Bytes& stream) {
+  Bytes result;
+  for (size_t at = 0; at < stream.size(); ++at) {
+    const bool isCode = at + 3 <= stream.size() && stream[at] == 0 && stream[at + 1] == 0 && stream[at + 2] == 1;
+    if (isCode && (at == 0 || stream[at - 1] != 0)) result.push_back(0);
+    result.push_back(stream[at]);
+  }
+  return result;
+}
+
+/// The access units of a stream. A picture begins with the slice of its first macroblock.
+inline std::vector<AccessUnit> accessUnitsIn(const Bytes& stream) {
   std::vector<AccessUnit> pictures;
   Bytes before;  // parameter sets that belong to the next picture
-  for (const Bytes& unit : unitsOf(contentOfData(name))) {
+  for (const Bytes& unit : unitsOf(stream)) {
     const int type = unit[0] & 0x1F;
     Bytes coded{0, 0, 0, 1};
     coded.insert(coded.end(), unit.begin(), unit.end());
@@ -63,6 +74,11 @@ inline std::vector<AccessUnit> accessUnitsOf(const std::string& name) {
     picture.slices.insert(picture.slices.end(), unit.begin(), unit.end());
   }
   return pictures;
+}
+
+/// The access units of a clip in tests/data.
+inline std::vector<AccessUnit> accessUnitsOf(const std::string& name) {
+  return accessUnitsIn(contentOfData(name));
 }
 
 /// A packet of 48 kHz 16-bit stereo sound whose bytes differ from one packet to the next.
