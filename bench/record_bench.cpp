@@ -6,7 +6,9 @@
 ///
 /// The pictures of CLIP (H.264) are repeated as often as needed; --raw WxH records 2vuy pictures
 /// instead. 30 pictures a second and 48 kHz stereo PCM in packets of 1024 frames; time stamps as in
-/// real time. --real-time waits for them.
+/// real time. --real-time waits for them. With --stamps FILE there is a picture for each line of FILE,
+/// which is its stamp in microseconds from the beginning of the sound. --capture keeps these times in
+/// our movie (FrameTiming::kCapture).
 
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -20,6 +22,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <fstream>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -40,6 +43,7 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 constexpr int64_t kFrameDistance = 33'333;  // microseconds
+constexpr int64_t kBeginning = 1'000'000;
 constexpr uint32_t kPacketFrames = 1024;
 constexpr uint32_t kRate = 48'000;
 
@@ -53,6 +57,8 @@ struct Settings {
   bool raw = false;
   bool realTime = false;
   bool dump = false;
+  bool keepsTimes = false;
+  std::vector<int64_t> stamps;  // microseconds from the first sound; empty for one every kFrameDistance
 };
 
 struct Footage {
@@ -158,6 +164,8 @@ class VeskWriter : public Recorder {
     video.height = footage.height;
     video.codec = settings.raw ? vesk::kCMPixelFormat_422YpCbCr8 : vesk::kCMVideoCodecType_H264;
     video.frameRate = 30;
+    video.reserved =
+        static_cast<int32_t>(settings.keepsTimes ? vesk::FrameTiming::kCapture : vesk::FrameTiming::kSteady);
     vesk::_VeskAudioDescription audio{};
     audio.format = vesk::kWaveFormatLinearPCM;
     audio.channels = 2;
@@ -295,6 +303,14 @@ int64_t residentBytes() {
   return int64_t{pages} * sysconf(_SC_PAGESIZE);
 }
 
+std::vector<int64_t> readStamps(const std::string& path) {
+  std::ifstream file(path);
+  std::vector<int64_t> stamps;
+  for (int64_t stamp = 0; file >> stamp;) stamps.push_back(stamp);
+  if (stamps.empty()) fail("no stamps in " + path);
+  return stamps;
+}
+
 Settings readSettings(int argc, char** argv) {
   Settings settings;
   for (int i = 1; i < argc; ++i) {
@@ -309,6 +325,10 @@ Settings readSettings(int argc, char** argv) {
       settings.clip = next();
     else if (word == "--minutes")
       settings.minutes = std::atof(next().c_str());
+    else if (word == "--stamps")
+      settings.stamps = readStamps(next());
+    else if (word == "--capture")
+      settings.keepsTimes = true;
     else if (word == "--dump")
       settings.dump = true;
     else if (word == "--real-time")
@@ -344,22 +364,24 @@ int main(int argc, char** argv) {
   else
     recorder = std::make_unique<AvformatWriter>(settings, footage);
 
-  const auto frames = static_cast<int64_t>(settings.minutes * 60 * 1e6 / kFrameDistance);
+  const auto frames = settings.stamps.empty() ? static_cast<int64_t>(settings.minutes * 60 * 1e6 / kFrameDistance)
+                                              : static_cast<int64_t>(settings.stamps.size());
   const int64_t warm = frames / 10;
   int64_t residentWhenWarm = 0;
   int64_t packets = 0;
   const auto begun = std::chrono::steady_clock::now();
   const double cpuAtStart = cpuSeconds();
   for (int64_t number = 0; number < frames; ++number) {
-    const int64_t time = 1'000'000 + number * kFrameDistance;
-    if (settings.realTime) std::this_thread::sleep_until(begun + std::chrono::microseconds(number * kFrameDistance));
-    for (; 1'000'000 + packets * kPacketFrames * 1'000'000 / kRate <= time; ++packets)
-      recorder->sound(packet.data(), packet.size(), 1'000'000 + packets * kPacketFrames * 1'000'000 / kRate);
+    const int64_t since =
+        settings.stamps.empty() ? number * kFrameDistance : settings.stamps[static_cast<size_t>(number)];
+    if (settings.realTime) std::this_thread::sleep_until(begun + std::chrono::microseconds(since));
+    for (; packets * kPacketFrames * 1'000'000 / kRate <= since; ++packets)
+      recorder->sound(packet.data(), packet.size(), kBeginning + packets * kPacketFrames * 1'000'000 / kRate);
     const size_t index = static_cast<size_t>(number) % footage.frames.size();
     const Bytes& frame = footage.frames[index];
     std::memcpy(buffer.data(), frame.data(), frame.size());
     while (recorder->isBusy()) usleep(1000);
-    recorder->video(buffer.data(), frame.size(), time, footage.isKey[index]);
+    recorder->video(buffer.data(), frame.size(), kBeginning + since, footage.isKey[index]);
     if (number == warm) residentWhenWarm = residentBytes();
   }
   recorder->drain();

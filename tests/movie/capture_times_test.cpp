@@ -52,26 +52,28 @@ TEST(CaptureTimes, GiveACameraOfConstantRateConstantDurations) {
       for (const double lost : {0.0, 0.01}) {
         const Camera camera{rate, jitter, lost};
         SCOPED_TRACE(testing::Message() << rate << " a second, jitter " << jitter << " ms, lost " << lost);
+        // Where stamps scatter by more than a quarter of the interval, none says at once whether a frame is
+        // late or one was lost.
+        const bool isClear = lost == 0 || jitter * 1000 <= 250'000 / rate;
         const auto frames = film(camera);
         const double interval = 1e6 / rate;
         std::vector<double> unevenness;
         for (size_t i = 1; i < frames.size(); ++i) {
-          const double error = static_cast<double>(frames[i].placed) - static_cast<double>(frames[i].stamp);
-          // Until the interval is known, and where two stamps tell little of it, it may be taken for longer.
-          const double tolerance = i < 32 || jitter * 1000 > interval / 5 ? 1.5 : 1.05;
-          ASSERT_LE(std::abs(error), farthest(camera) * tolerance) << i;
+          const auto placed = static_cast<double>(frames[i].placed);
           ASSERT_GT(frames[i].placed, frames[i - 1].placed) << i;
+          ASSERT_LE(std::abs(placed - static_cast<double>(frames[i].stamp)), 8'001) << i;
+          if (frames[i].time < 600'000 || !isClear) continue;  // the rate is known after half a second
+          ASSERT_LE(std::abs(placed - frames[i].time), farthest(camera)) << i;
           if (frames[i].time < 1e6) continue;
           const auto duration = static_cast<double>(frames[i].placed - frames[i - 1].placed);
           const double intervals = std::round((frames[i].time - frames[i - 1].time) / interval);
           unevenness.push_back(std::abs(duration / intervals - interval));
         }
-        // Jitter of more than a quarter of the interval shows, since no frame is moved further than that.
-        if (jitter * 1000 > interval / 5) continue;
+        if (!isClear) continue;
         std::sort(unevenness.begin(), unevenness.end());
         EXPECT_LE(unevenness[unevenness.size() / 2], 5);
-        EXPECT_LE(unevenness[unevenness.size() * 95 / 100], jitter == 0 ? 1 : 200);
-        EXPECT_LE(unevenness.back(), jitter == 0 ? 1 : interval / 10);
+        EXPECT_LE(unevenness[unevenness.size() * 95 / 100], jitter == 0 ? 1 : 300);
+        EXPECT_LE(unevenness.back(), jitter == 0 ? 1 : interval / 4);
       }
     }
   }
