@@ -44,6 +44,10 @@ SimulatedSource::SimulatedSource(const SourceOptions& options, Transport& transp
     : mConductor(std::make_shared<Conductor>(options.pace, transport)),
       mEvents(DispatchQueue::createSerial("vesk hot-plug")) {
   for (const DeviceDescription& description : kFirstDevices) mUnits.push_back(makeUnit(description));
+  {
+    MutexLock lock(mListing->mutex);
+    mListing->devices.assign(std::begin(kFirstDevices), std::end(kFirstDevices));
+  }
   recallSettings();
   mCommands = std::make_unique<SimulatedCommands>(*this);
 }
@@ -56,10 +60,9 @@ void SimulatedSource::setHotplugHandler(HotplugHandler handler) {
 
 std::vector<DeviceDescription> SimulatedSource::devices(DeviceKind kind) {
   std::vector<DeviceDescription> descriptions;
-  MutexLock lock(mMutex);
-  for (const auto& unit : mUnits) {
-    if (unit->description().kind == kind) descriptions.push_back(unit->description());
-  }
+  MutexLock lock(mListing->mutex);
+  std::copy_if(mListing->devices.begin(), mListing->devices.end(), std::back_inserter(descriptions),
+               [kind](const DeviceDescription& description) { return description.kind == kind; });
   return descriptions;
 }
 
@@ -77,8 +80,8 @@ bool SimulatedSource::plugIn(const DeviceDescription& description) {
     const auto unit = makeUnit(description);
     if (const std::string file = placeOfSettings(*unit); !file.empty()) keepSettings(*unit, file);
     mUnits.push_back(unit);
+    tell(description, true);
   }
-  tell(description.kind, true);
   return true;
 }
 
@@ -95,14 +98,24 @@ bool SimulatedSource::plugOut(const std::string& path) {
     unit = findUnit(path);
     if (!unit) return false;
     std::erase(mUnits, unit);
+    unit->detach();
+    tell(unit->description(), false);
   }
-  unit->detach();
-  tell(unit->description().kind, false);
   return true;
 }
 
-void SimulatedSource::tell(DeviceKind kind, bool arrived) {
-  mEvents->async([slot = mHotplug, kind, arrived] { slot->call(kind, arrived); });
+/// On the queue, which may outlive the source; in the order in which the devices come and go.
+void SimulatedSource::tell(const DeviceDescription& description, bool arrived) {
+  mEvents->async([slot = mHotplug, listing = mListing, description, arrived] {
+    {
+      MutexLock lock(listing->mutex);
+      if (arrived)
+        listing->devices.push_back(description);
+      else
+        std::erase_if(listing->devices, [&](const auto& each) { return each.path == description.path; });
+    }
+    slot->call(description.kind, arrived);
+  });
 }
 
 void SimulatedSource::waitForHotplug() {

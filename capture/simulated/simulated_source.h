@@ -45,12 +45,13 @@ class VESK_EXPORT SimulatedSource : public CaptureSource {
   std::unique_ptr<CaptureDevice> open(DeviceKind kind, const std::string& path) override;
 
   /// Plugs a device in, after those that are there: one of the four that was plugged out, or one
-  /// more of the full model of its kind. False when its path is taken or empty.
+  /// more of the full model of its kind. It can be opened at once, and is listed as soon as the handler is told.
+  /// False when its path is taken or empty.
   bool plugIn(const DeviceDescription& description);
   /// Plugs one of the four in again, with its controls at their defaults.
   bool plugIn(const std::string& path);
-  /// Pulls a device out: it leaves the list, what captures from it gets nothing more, and starts
-  /// fail. False when it is not there.
+  /// Pulls a device out: what captures from it gets nothing more, starts fail, and it leaves the list as soon as
+  /// the handler is told. False when it is not there.
   bool plugOut(const std::string& path);
   /// Waits until the handler has been told of everything so far. Not from inside the handler.
   void waitForHotplug();
@@ -68,14 +69,20 @@ class VESK_EXPORT SimulatedSource : public CaptureSource {
  private:
   std::shared_ptr<SimulatedUnit> find(const std::string& path) VESK_EXCLUDES(mMutex);
   std::shared_ptr<SimulatedUnit> findUnit(const std::string& path) const VESK_REQUIRES(mMutex);
-  void tell(DeviceKind kind, bool arrived);
+  void tell(const DeviceDescription& description, bool arrived);
   void recallSettings();
   static void keepSettings(SimulatedUnit& unit, const std::string& file);
 
   using HotplugSlot = CallbackSlot<DeviceKind, bool>;
+  /// What is listed: each change comes into it just before it is told, so that whoever compares lists finds one.
+  struct Listing {
+    Mutex mutex;
+    std::vector<DeviceDescription> devices VESK_GUARDED_BY(mutex);
+  };
 
   const std::shared_ptr<Conductor> mConductor;
   const std::shared_ptr<HotplugSlot> mHotplug = std::make_shared<HotplugSlot>();
+  const std::shared_ptr<Listing> mListing = std::make_shared<Listing>();
   Mutex mMutex;
   std::vector<std::shared_ptr<SimulatedUnit>> mUnits VESK_GUARDED_BY(mMutex);
   std::shared_ptr<DispatchQueue> mEvents;        // tells of arrivals and departures

@@ -209,6 +209,25 @@ TEST_F(SimulatedSourceTest, ComesAndGoes) {
   EXPECT_EQ(events.items().size(), 2u);
 }
 
+/// Whoever is told compares its own list with the present one and finds one change.
+TEST_F(SimulatedSourceTest, DevicesThatComeAtOnceAreListedOneByOne) {
+  Gate allChanged;
+  Recorder<size_t> cameras;
+  source.setHotplugHandler([&](DeviceKind, bool) {
+    allChanged.wait();
+    cameras.add(source.devices(DeviceKind::kVideo).size());
+  });
+  for (const char* path : {SimulatedSource::kCameraPath, SimulatedSource::kPlainCameraPath})
+    EXPECT_TRUE(source.plugOut(path));
+  for (const char* path : {SimulatedSource::kPlainCameraPath, SimulatedSource::kCameraPath})
+    EXPECT_TRUE(source.plugIn(path));
+  EXPECT_NE(source.open(DeviceKind::kVideo, SimulatedSource::kCameraPath), nullptr);
+  allChanged.open();
+  source.waitForHotplug();
+  EXPECT_EQ(cameras.items(), (std::vector<size_t>{1, 0, 1, 2}));
+  EXPECT_EQ(source.devices(DeviceKind::kVideo).front().path, SimulatedSource::kPlainCameraPath);
+}
+
 TEST_F(SimulatedSourceTest, AppliesVolumeAndMuteToTheSamples) {
   const auto device = microphone();
   const auto peak = [&] {  // of the first packet, which lies in a beep
