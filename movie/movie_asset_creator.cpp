@@ -23,6 +23,8 @@
 namespace vesk {
 namespace {
 
+constexpr uint64_t kMostLate = 1'000'000;  // microseconds that a frame is shown late without a word
+
 FrameTiming timingOf(const _VeskVideoDescription* video) {
   const bool isCapture = video && video->reserved == static_cast<int32_t>(FrameTiming::kCapture);
   return isCapture ? FrameTiming::kCapture : FrameTiming::kSteady;
@@ -146,9 +148,21 @@ int32_t VeskMovieAssetCreator::addVideo(uint8_t* buffer, uint32_t length, uint64
 
 int32_t VeskMovieAssetCreator::addPicture(std::span<const uint8_t> picture, uint64_t time) {
   const auto sample = mVideoGenerator->CreateSample(picture.data(), static_cast<uint32_t>(picture.size()), time);
-  if (sample) return mAdapter->addVideoSample(sample);
-  RecordingCounters::add(mCounters->video.heldBack);
-  return 0;
+  if (!sample) {
+    RecordingCounters::add(mCounters->video.heldBack);
+    return 0;
+  }
+  noteTime(*sample, time);
+  return mAdapter->addVideoSample(sample);
+}
+
+/// Frames that come too fast for a steady movie leave their sound further and further behind.
+void VeskMovieAssetCreator::noteTime(const CMSampleBuffer& sample, uint64_t time) {
+  const auto shown = static_cast<uint64_t>(sample.presentationTimeStamp().value);
+  if (mCounters->noteFrame(time, shown) < kMostLate || std::exchange(mIsLateTold, true)) return;
+  NSLog("Pictures come faster than the movie \"" + mFilePath +
+        "\" shows them, one in 30 ms, and fall behind their sound. Record at most 33 pictures a second, or keep the "
+        "camera's times.");
 }
 
 /// A movie's track holds one sequence and one picture parameter set: those of the picture that it begins with.

@@ -47,6 +47,7 @@ class VESK_EXPORT VeskMovieAssetCreator final : public VeskMovieCreator {
   int32_t addH264(std::span<const uint8_t> unit, uint64_t time) VESK_REQUIRES(mMutex);
   int32_t addPicture(std::span<const uint8_t> picture, uint64_t time) VESK_REQUIRES(mMutex);
   int32_t addAudio(const uint8_t* buffer, uint32_t length, uint64_t time) VESK_REQUIRES(mMutex);
+  void noteTime(const CMSampleBuffer& sample, uint64_t time) VESK_REQUIRES(mMutex);
   int32_t recordAudio(const uint8_t* buffer, uint32_t length, uint64_t time) VESK_REQUIRES(mMutex);
 
   // Parameter sets.
@@ -72,6 +73,7 @@ class VESK_EXPORT VeskMovieAssetCreator final : public VeskMovieCreator {
   std::unique_ptr<AVAssetWriterAdapter> mAdapter VESK_GUARDED_BY(mMutex);  ///< null before Open and after Close
   uint64_t mFirstTimestamp VESK_GUARDED_BY(mMutex) = 0;  ///< the movie's zero; 0 before the first sample
   bool mWasOpened VESK_GUARDED_BY(mMutex) = false;
+  bool mIsLateTold VESK_GUARDED_BY(mMutex) = false;
 
   ParameterSetWatch mSets VESK_GUARDED_BY(mMutex);
   bool mHasOtherSets VESK_GUARDED_BY(mMutex) = false;  ///< the camera has, until a key picture fits again

@@ -26,6 +26,12 @@ void RecordingCounters::noteEnd(uint64_t end) {
   }
 }
 
+uint64_t RecordingCounters::noteFrame(uint64_t captured, uint64_t shown) {
+  const uint64_t late = shown > captured ? shown - captured : 0;
+  mVideoLate.store(late, std::memory_order_relaxed);
+  return late;
+}
+
 void RecordingCounters::noteStatus(int32_t status) {
   int32_t none = 0;
   if (status != 0) mStatus.compare_exchange_strong(none, status, std::memory_order_relaxed);
@@ -46,6 +52,7 @@ RecordingStatistics RecordingCounters::statistics() const {
   result.audioHeldBack = value(audio.heldBack);
   result.audioSilence = value(silence);
   result.duration = value(mDuration);
+  result.videoLate = value(mVideoLate);
   result.bytes = value(bytes);
   result.videoWaiting = queues.videoWaiting;
   result.audioWaiting = queues.audioWaiting;

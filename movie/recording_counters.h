@@ -35,6 +35,8 @@ class VESK_EXPORT RecordingCounters {
 
   /// A sample that ends at `end` microseconds was queued.
   void noteEnd(uint64_t end);
+  /// A frame captured at `captured` is shown at `shown`, in microseconds. @return how late that is
+  uint64_t noteFrame(uint64_t captured, uint64_t shown);
   /// A status other than 0 came up; the first one stays.
   void noteStatus(int32_t status);
 
@@ -54,6 +56,7 @@ class VESK_EXPORT RecordingCounters {
 
  private:
   Count mDuration{0};
+  Count mVideoLate{0};
   std::atomic<int32_t> mStatus{0};
 };
 

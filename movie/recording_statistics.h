@@ -18,8 +18,11 @@ struct RecordingStatistics {
   uint64_t audioHeldBack = 0;  ///< not recorded: older than the movie's beginning
   uint64_t audioSilence = 0;   ///< packets of silence put in to fill gaps
   uint64_t duration = 0;       ///< end of the track that reaches furthest
-  uint64_t bytes = 0;          ///< in the file
-  uint32_t videoWaiting = 0;   ///< queued, not yet written
+  /// How much later the newest frame is shown than it was captured. It grows where frames come faster than a
+  /// movie takes them: one in 30 ms with FrameTiming::kSteady; with kCapture a movie takes any rate.
+  uint64_t videoLate = 0;
+  uint64_t bytes = 0;         ///< in the file
+  uint32_t videoWaiting = 0;  ///< queued, not yet written
   uint32_t audioWaiting = 0;
   uint32_t videoCapacity = 0;  ///< of the queues
   uint32_t audioCapacity = 0;

@@ -136,6 +136,33 @@ TEST_F(MovieCreator, KeepsCaptureTimesWhereTheHostChoosesThem) {
   EXPECT_EQ(movie.audio.samples.front().time, 0);
 }
 
+TEST_F(MovieCreator, TellsOnceWhenPicturesComeFasterThanItShowsThem) {
+  struct Row {
+    const char* label;
+    FrameTiming timing;
+    uint64_t interval;
+    uint64_t late;  ///< after 150 pictures
+  };
+  const Row rows[] = {{"60 a second, steady", FrameTiming::kSteady, 16'667, 149 * (30'000 - 16'667)},
+                      {"30 a second, steady", FrameTiming::kSteady, 33'333, 0},
+                      {"60 a second, as captured", FrameTiming::kCapture, 16'667, 0}};
+  for (const Row& row : rows) {
+    std::vector<std::string> lines;
+    setLogSink([&](std::string_view line) {
+      if (line.find("come faster") != std::string_view::npos) lines.emplace_back(line);
+    });
+    const _VeskVideoDescription video{4, 2, kCMPixelFormat_422YpCbCr8, 30, static_cast<int32_t>(row.timing)};
+    const auto creator = CreateMovieCreator(mPath.c_str());
+    ASSERT_EQ(creator->Open(&video, nullptr), 0);
+    for (uint64_t number = 0; number < 150; ++number)
+      ASSERT_EQ(add(*creator, Bytes(16), kStart + number * row.interval, kVideo), 0);
+    EXPECT_NEAR(static_cast<double>(creator->statistics().videoLate), static_cast<double>(row.late), 100) << row.label;
+    ASSERT_EQ(creator->Close(), 0);
+    setLogSink(nullptr);
+    EXPECT_EQ(lines.size(), row.late == 0 ? 0U : 1U) << row.label;
+  }
+}
+
 TEST_F(MovieCreator, FillsAGapInTheSoundAndCountsIt) {
   const _VeskAudioDescription formats[] = {kPCM, {kWaveFormatAAC, 2, 48'000, 0}};
   for (const _VeskAudioDescription& format : formats) {
