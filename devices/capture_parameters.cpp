@@ -1,14 +1,12 @@
 #include "devices/capture_parameters.h"
 
 #include "capture/encoding/usual_bit_rate.h"
+#include "capture/frame_intervals.h"
 #include "platform/media/four_char_code.h"
 
 namespace vesk {
 namespace {
 
-// One picture takes 333333 ten-millionths of a second.
-constexpr uint32_t kIntervalNumerator = 333333;
-constexpr uint32_t kIntervalDenominator = 10000000;
 constexpr uint32_t kH264Value = 24;
 
 /// A number that does not fit would be undefined to convert.
@@ -28,15 +26,15 @@ VCIFrameSize frameSizeRecord(const CMVideoFormatDescription& format) {
   return {format.dimensions().width, format.dimensions().height};
 }
 
-VCICaptureParameters videoCaptureParameters(const CMVideoFormatDescription& format) {
+VCICaptureParameters videoCaptureParameters(const CMVideoFormatDescription& format, std::optional<uint32_t> interval) {
   const bool isH264 = format.mediaSubType() == kCMVideoCodecType_H264;
   VCICaptureParameters record{};
   record.isH264 = isH264;
   record.format = pixelFormatRecord(format.mediaSubType());
   record.width = format.dimensions().width;
   record.height = format.dimensions().height;
-  record.intervalNumerator = kIntervalNumerator;
-  record.intervalDenominator = kIntervalDenominator;
+  record.intervalNumerator = interval.value_or(0) != 0 ? *interval : capture::kUsualInterval;
+  record.intervalDenominator = capture::kTenMillionths;
   record.bitRate = isH264 ? capture::usualH264BitRate(format.dimensions().width, format.dimensions().height) : 0;
   record.h264Value = isH264 ? kH264Value : 0;
   return record;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 
 #include "capture/records.h"
 #include "platform/foundation/export.h"
@@ -14,9 +15,10 @@ namespace vesk {
 VESK_LOCAL VCIPixelFormat pixelFormatRecord(uint32_t codec);
 VESK_LOCAL VCIFrameSize frameSizeRecord(const CMVideoFormatDescription& format);
 
-/// What a camera is asked for: always 30 pictures a second; for H.264 also a bit rate that suits
-/// the picture's size.
-VESK_LOCAL VCICaptureParameters videoCaptureParameters(const CMVideoFormatDescription& format);
+/// What a camera is asked for: pictures at `interval`, in ten-millionths of a second, or 30 a second where that
+/// is none or 0; for H.264 also a bit rate that suits the picture's size.
+VESK_LOCAL VCICaptureParameters videoCaptureParameters(const CMVideoFormatDescription& format,
+                                                       std::optional<uint32_t> interval = std::nullopt);
 
 /// A microphone's wave format as a description, whose format identifier is the wave format's code.
 VESK_LOCAL CMAudioFormatDescriptionRef audioFormatDescription(const ACIWaveFormat& format);

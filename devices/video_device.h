@@ -74,9 +74,18 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   CMVideoFormatDescriptionRef getFormat() const { return mFormat; }
   /// Chooses the format of the next start; null takes the choice back.
   void setFormat(CMVideoFormatDescriptionRef format) { mFormat = std::move(format); }
-  /// Asks the camera for a format at 30 pictures a second.
+  /// Asks the camera for a format at the chosen rate, 30 pictures a second unless the host chooses otherwise.
   /// @return 0 accepted; 2 refused, or no format given; 3 not open.
   int32_t setCaptureFormat(const CMVideoFormatDescriptionRef& format);
+
+  /// The rate of the next start, as the interval from picture to picture in ten-millionths of a second; none
+  /// or 0 leaves it at 30 pictures a second. Kept over stop and start, close and open, and changes of format.
+  ///
+  /// A camera takes the nearest of its own intervals (getSupportedFrameIntervals), and logs a line where its
+  /// driver makes another of it; footage keeps its own rate, and logs that. Movies that are faster than 33
+  /// pictures a second need FrameTiming::kCapture. From any thread.
+  std::optional<uint32_t> captureInterval() const { return mCaptureInterval; }
+  void setCaptureInterval(std::optional<uint32_t> interval) { mCaptureInterval = interval; }
 
   /// Starts capture in the chosen format; a camera that refuses the format captures with what it has.
   /// @return 0 started or already capturing; 2 no format chosen; 3 not open; 6 in use elsewhere; 7
@@ -99,7 +108,7 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   /// again meanwhile takes the close back.
   void closeUnlessRecorded() VESK_EXCLUDES(mRecordingMutex);
 
-  /// Kept for the host. Capture does not heed it. From any thread.
+  /// Kept for the host. Capture does not heed it: setCaptureInterval is what chooses a rate. From any thread.
   std::optional<uint32_t> frameInterval() const { return mFrameinterval; }
   void setFrameInterval(std::optional<uint32_t> interval) { mFrameinterval = interval; }
 
@@ -325,6 +334,7 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   void turnHead(int8_t pan, int8_t tilt);
 
   std::atomic<std::optional<uint32_t>> mFrameinterval{std::nullopt};
+  std::atomic<std::optional<uint32_t>> mCaptureInterval{std::nullopt};
   std::optional<std::vector<uint32_t>> mSupportedFrameIntervals;
   std::shared_ptr<const CMVideoFormatList> mSupportedFormats;
   uint32_t mSubstream = 0;  ///< of the capture under way: 1 for H.264

@@ -4,8 +4,9 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <cstdlib>
+#include <cmath>
 #include <optional>
+#include <set>
 
 #include "apps/vesk/argument_text.h"
 #include "apps/vesk/host.h"
@@ -52,14 +53,21 @@ bool isRecordable(uint32_t codec) {
   return codec == kCMVideoCodecType_H264 || codec == kCMPixelFormat_422YpCbCr8;
 }
 
-/// What every camera is asked for, in ten-millionths of a second from picture to picture; it takes the nearest
-/// that it has.
-constexpr int64_t kAskedInterval = 333'333;
+/// In ten-millionths of a second from picture to picture, as all intervals.
+constexpr double kUsualInterval = 333'333;
 /// People write 30 for 29.97.
 constexpr double kRateTolerance = 0.01;
 
-bool isNearRate(int64_t interval, double rate) {
-  return interval > 0 && std::abs(1e7 / static_cast<double>(interval) - rate) <= rate * kRateTolerance;
+/// The interval of those that a camera offers that is nearest to `wanted`.
+std::optional<uint32_t> nearestInterval(const std::vector<uint32_t>& intervals, double wanted) {
+  const auto distance = [wanted](double interval) { return std::abs(interval - wanted); };
+  const auto nearest = std::min_element(intervals.begin(), intervals.end(),
+                                        [&](uint32_t one, uint32_t other) { return distance(one) < distance(other); });
+  return nearest == intervals.end() ? std::nullopt : std::optional(*nearest);
+}
+
+bool isNearRate(uint32_t interval, double rate) {
+  return interval > 0 && std::abs(1e7 / interval - rate) <= rate * kRateTolerance;
 }
 
 WantedFormat readWantedFormat(const std::string& text) {
@@ -74,27 +82,28 @@ bool fits(const CMVideoFormatDescription& format, const WantedFormat& wanted) {
   return !wanted.width || (*wanted.width == format.dimensions().width && *wanted.height == format.dimensions().height);
 }
 
-/// Whether the camera gives so many pictures a second in the format: rates cannot be chosen, so that this is
-/// the one nearest to what it is asked for.
-bool hasRate(const std::vector<uint32_t>& intervals, double rate) {
-  const auto distance = [](int64_t interval) { return std::abs(interval - kAskedInterval); };
-  const auto taken = std::min_element(intervals.begin(), intervals.end(),
-                                      [&](int64_t one, int64_t other) { return distance(one) < distance(other); });
-  return taken != intervals.end() && isNearRate(*taken, rate);
-}
-
 /// Why none of the camera's formats will do.
-Failure noFormat(VeskVideoDevice& camera, const std::string& text, bool mustBeRecordable, bool isOtherRateOffered) {
+Failure noFormat(VeskVideoDevice& camera, const std::string& text, bool mustBeRecordable) {
   const std::string name = nameOf(*camera.deviceInfo());
-  if (isOtherRateOffered)
-    return {kFailed, fmt::format("\"{}\" cannot be set to {}: its rate cannot be chosen yet.", name, text),
-            "Leave the rate out: the camera then gives what is nearest to 30 pictures a second."};
   if (!text.empty())
     return {kFailed, fmt::format("\"{}\" does not offer {}.", name, text), "\"vesk formats\" lists what it offers."};
   return {kFailed,
           fmt::format("\"{}\" offers no format that can be {}.", name, mustBeRecordable ? "recorded" : "shown"),
           mustBeRecordable ? "\"vesk formats\" lists what it offers; h264 and raw can be recorded."
                            : "\"vesk formats\" lists what it offers."};
+}
+
+/// The camera has what is wanted at other rates only: those of `intervals`, of which there are some.
+Failure noRate(VeskVideoDevice& camera, const std::string& text, const std::set<uint32_t>& intervals) {
+  std::vector<std::string> rates;
+  for (const uint32_t interval : intervals) rates.push_back(fmt::format("{:.4g}", 1e7 / interval));
+  const std::string last = rates.back();
+  rates.pop_back();
+  return {kWrongUse,
+          fmt::format("\"{}\" does not offer {}: {} {} pictures a second.", nameOf(*camera.deviceInfo()), text,
+                      rates.empty() ? "its only rate is" : fmt::format("its rates are {} and", fmt::join(rates, ", ")),
+                      last),
+          "\"vesk formats\" lists sizes and rates."};
 }
 
 /// Lower is better. For movies and previews: H.264, raw pictures, others; then the largest up to
@@ -159,28 +168,32 @@ bool isRecordable(const CMVideoFormatDescription& format) {
   return isRecordable(format.mediaSubType());
 }
 
-CMVideoFormatDescriptionRef chooseVideoFormat(VeskVideoDevice& camera, const std::string& text, Purpose purpose) {
+CMVideoFormatDescriptionRef setVideoFormat(VeskVideoDevice& camera, const std::string& text, Purpose purpose) {
   const WantedFormat wanted = readWantedFormat(text);
   const bool mustBeRecordable = purpose == Purpose::kRecord;
   if (mustBeRecordable && wanted.codec && !isRecordable(*wanted.codec)) throw notRecordable(*wanted.codec);
   CMVideoFormatDescriptionRef best;
-  bool isOtherRateOffered = false;
+  std::optional<uint32_t> interval;
+  std::set<uint32_t> otherIntervals;
   if (const auto formats = camera.getSupportedFormats()) {
     for (const auto& format : *formats) {
       if ((mustBeRecordable && !isRecordable(*format)) || !fits(*format, wanted)) continue;
       if (best && preference(*format, purpose) >= preference(*best, purpose)) continue;
-      if (wanted.rate) {
-        const auto intervals = camera.getSupportedFrameIntervals(format);
-        if (!hasRate(intervals, *wanted.rate)) {
-          isOtherRateOffered |= std::any_of(intervals.begin(), intervals.end(),
-                                            [&](int64_t interval) { return isNearRate(interval, *wanted.rate); });
-          continue;
-        }
+      const auto intervals = camera.getSupportedFrameIntervals(format);
+      const auto nearest = nearestInterval(intervals, wanted.rate ? 1e7 / *wanted.rate : kUsualInterval);
+      if (wanted.rate && !isNearRate(nearest.value_or(0), *wanted.rate)) {
+        otherIntervals.insert(intervals.begin(), intervals.end());
+        continue;
       }
       best = format;
+      interval = nearest;
     }
   }
-  if (!best) throw noFormat(camera, text, mustBeRecordable, isOtherRateOffered);
+  otherIntervals.erase(0);
+  if (!best)
+    throw otherIntervals.empty() ? noFormat(camera, text, mustBeRecordable) : noRate(camera, text, otherIntervals);
+  camera.setFormat(best);
+  camera.setCaptureInterval(interval);
   return best;
 }
 

@@ -34,11 +34,12 @@ enum class Purpose {
   kPhoto,    ///< any that can be shown; the best is the largest, Motion JPEG before what is listed first
 };
 
-/// A picture format of an open camera that fits `text`, as readFormat takes it; empty for the best for the
-/// purpose.
+/// Sets an open camera to the picture format and rate that fit `text`, as readFormat takes it; empty for the best
+/// for the purpose. Without a rate it is the nearest to 30 pictures a second.
+/// @return the format
 /// @throws Failure when the text cannot be read or nothing fits.
-CMVideoFormatDescriptionRef chooseVideoFormat(VeskVideoDevice& camera, const std::string& text,
-                                              Purpose purpose = Purpose::kRecord);
+CMVideoFormatDescriptionRef setVideoFormat(VeskVideoDevice& camera, const std::string& text,
+                                           Purpose purpose = Purpose::kRecord);
 /// What to say of a format that no movie can hold.
 Failure notRecordable(uint32_t codec);
 /// Whether a movie can hold pictures of the format.

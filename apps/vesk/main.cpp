@@ -75,7 +75,8 @@ CLI::Option* addFormat(CLI::App* command, std::string& format, const char* other
   return command
       ->add_option("--format", format,
                    fmt::format("Picture format: h264, mjpeg or raw, with a size or not, as h264:1280x720,\n"
-                               "raw:640x480, 720p, 1080p, 4k; @30 asks for a rate (default: {})",
+                               "raw:640x480, 720p, 1080p, 4k; @25 sets the rate, which the camera must offer\n"
+                               "(default: {}, at the nearest to 30 a second)",
                                otherwise))
       ->type_name("FORMAT");
 }
@@ -216,6 +217,7 @@ int parseAndRun(int argc, char** argv) {
             {{"record lesson.mov", "until Ctrl-C"},
              {"record lesson.mov --duration 45m", "for three quarters of an hour"},
              {"record talk.mov --format 1080p --mic headset", "in full HD, with a microphone of choice"},
+             {"record race.mov --format 720p@60", "at 60 pictures a second"},
              {"record bench.mov --no-audio --wait", "from the moment the camera is plugged in"},
              {"--capture simulated record test.mov --duration 5", "without a camera, for a try"}});
 

@@ -239,9 +239,11 @@ class RecordCommand {
   void tellStart() {
     if (mGlobal.json && mOptions.wait) printJson({{"event", "recording"}, {"file", mPlan.file}});
     const auto& format = *mPlan.videoFormat;
+    const auto interval = mPlan.camera->captureInterval();
     if (!mGlobal.json && (mProgress.isShown() || mHasWaited))
-      sayLine("Recording {} {}x{}{}; Ctrl-C ends it.", codecName(format.mediaSubType()), format.dimensions().width,
-              format.dimensions().height, mPlan.soundFormat ? " with sound" : "");
+      sayLine("Recording {} {}x{}{}{}; Ctrl-C ends it.", codecName(format.mediaSubType()), format.dimensions().width,
+              format.dimensions().height, interval ? fmt::format(" at {:.4g}/s", 1e7 / *interval) : "",
+              mPlan.soundFormat ? " with sound" : "");
   }
 
   /// Seconds that are still to be recorded; none without --duration.
@@ -278,6 +280,8 @@ class RecordCommand {
     if (mRoom) text += "  " + *mRoom;
     if (const auto& watch = mMovie->soundWatch(); watch && watch->isMeasuring())
       text += "  " + levelBar(mMicrophoneLost ? kSilenceLevel : watch->level(), kBarCells);
+    else if (watch)
+      text += "  level unknown (" + soundCodecName(mPlan.soundFormat->streamBasicDescription().mFormatID) + ")";
     const uint64_t dropped = statistics.videoDropped + statistics.audioDropped;
     if (dropped != 0) text += fmt::format("  {} DROPPED", dropped);
     return text;

@@ -19,8 +19,7 @@ bool isAmong(const VeskDeviceList& records, const std::string& path) {
 void openCamera(RecordingPlan& plan, const CaptureWish& wish) {
   plan.camera = chooseCamera(wish.camera);
   openDevice(*plan.camera);
-  plan.videoFormat = chooseVideoFormat(*plan.camera, wish.format, wish.purpose);
-  plan.camera->setFormat(plan.videoFormat);
+  plan.videoFormat = setVideoFormat(*plan.camera, wish.format, wish.purpose);
 }
 
 void openMicrophone(RecordingPlan& plan, const CaptureWish& wish) {

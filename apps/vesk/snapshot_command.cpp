@@ -41,7 +41,7 @@ class SnapshotCommand {
     checkPictureTarget(mOptions.file, mOptions.force, PictureKind::kJPEG);
     mCamera = chooseCamera(mOptions.camera);
     openDevice(*mCamera);
-    mCamera->setFormat(chooseVideoFormat(*mCamera, mOptions.format, Purpose::kPhoto));
+    setVideoFormat(*mCamera, mOptions.format, Purpose::kPhoto);
     start();
     mLoop.run();
     const PhotoOutcome photo = mSession->lastPhoto();

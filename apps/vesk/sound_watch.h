@@ -16,6 +16,9 @@ constexpr float kQuietLevel = -60.0F;
 /// Listens to the packets of a microphone that is being recorded: how loud it is, and for how long it has been
 /// quiet. Time is that of the sound, so that footage that runs faster is measured the same.
 ///
+/// AAC is not decoded for it: only footage and simulated microphones send that, and it would put a decoder on
+/// the way of the sound into the movie. The progress line says then that the level is unknown.
+///
 /// Threads: packets on the capture thread, the rest from any thread.
 class SoundWatch : public VeskAVDeviceDelegate {
  public:

@@ -14,12 +14,12 @@ std::unique_ptr<CaptureDevice> EncodedCamera::wrap(std::unique_ptr<CaptureDevice
   const std::vector<VideoFormat> formats = camera->videoFormats();
   const bool hasOwn = std::any_of(formats.begin(), formats.end(),
                                   [](const VideoFormat& format) { return format.codec == kCMVideoCodecType_H264; });
-  std::vector<EncoderInput> inputs = encoderInputs(formats);
+  std::vector<VideoFormat> inputs = encoderInputs(formats);
   if (hasOwn || inputs.empty() || !H264Encoder::isPresent()) return camera;
   return std::make_unique<EncodedCamera>(std::move(camera), name, std::move(inputs));
 }
 
-EncodedCamera::EncodedCamera(std::unique_ptr<CaptureDevice> camera, std::string name, std::vector<EncoderInput> inputs)
+EncodedCamera::EncodedCamera(std::unique_ptr<CaptureDevice> camera, std::string name, std::vector<VideoFormat> inputs)
     : mName(std::move(name)), mInputs(std::move(inputs)), mCamera(std::move(camera)) {}
 
 EncodedCamera::~EncodedCamera() {
@@ -30,16 +30,16 @@ std::vector<VideoFormat> EncodedCamera::videoFormats() {
   std::vector<VideoFormat> formats = mCamera->videoFormats();
   VideoFormat& encoded = formats.emplace_back();
   encoded.codec = kCMVideoCodecType_H264;
-  for (const EncoderInput& input : mInputs) encoded.sizes.push_back(input.size);
+  encoded.sizes = sizesOf(mInputs);
   return formats;
 }
 
 int32_t EncodedCamera::setVideoParameters(const VideoParameters& parameters) {
   std::optional<Plan> plan;
   if (parameters.codec == kCMVideoCodecType_H264) {
-    const EncoderInput* const input = findInput(mInputs, parameters);
+    const auto input = inputFor(mInputs, parameters);
     if (!input) return kVCIFailed;
-    plan = Plan{parametersOf(*input, parameters), parameters.bitRate};
+    plan = Plan{*input, parameters.bitRate};
   }
   MutexLock lock(mMutex);
   const int32_t status = mCamera->setVideoParameters(plan ? plan->input : parameters);

@@ -22,7 +22,8 @@ class EncodedCamera : public CaptureDevice {
   /// `camera` itself when it gives H.264, has nothing that can be encoded, or this machine has no encoder.
   static std::unique_ptr<CaptureDevice> wrap(std::unique_ptr<CaptureDevice> camera, const std::string& name);
 
-  EncodedCamera(std::unique_ptr<CaptureDevice> camera, std::string name, std::vector<EncoderInput> inputs);
+  /// `inputs` are those of the camera's formats that can be encoded.
+  EncodedCamera(std::unique_ptr<CaptureDevice> camera, std::string name, std::vector<VideoFormat> inputs);
   ~EncodedCamera() override;
 
   int32_t start(uint32_t substream, FrameCallback callback) override VESK_EXCLUDES(mMutex);
@@ -51,7 +52,7 @@ class EncodedCamera : public CaptureDevice {
   int32_t end() VESK_EXCLUDES(mMutex);
 
   const std::string mName;
-  const std::vector<EncoderInput> mInputs;
+  const std::vector<VideoFormat> mInputs;
   Mutex mMutex;
   std::optional<Plan> mPlan VESK_GUARDED_BY(mMutex);  // none while the camera's own pictures are asked for
   // The last may be running; those before it were stopped from inside their callbacks.

@@ -2,20 +2,17 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <tuple>
 #include <utility>
 
+#include "capture/frame_intervals.h"
 #include "platform/media/four_char_code.h"
 
 namespace vesk::capture {
 namespace {
 
-constexpr uint32_t kTenMillionths = 10'000'000;
 constexpr int32_t kMostAside = 4096;  // what the encoder is good for, and decoders play
-
-uint32_t shortestInterval(const FrameSize& size) {
-  return *std::min_element(size.intervals.begin(), size.intervals.end());
-}
 
 bool isInputCodec(uint32_t codec) {
   return codec == kCMPixelFormat_422YpCbCr8 || codec == kCMVideoCodecType_MotionJPEG;
@@ -26,47 +23,46 @@ bool isEncodable(const FrameSize& size) {
   return isFine(size.width) && isFine(size.height) && !size.intervals.empty();
 }
 
-/// Lower is better.
-std::pair<uint32_t, bool> costOf(const EncoderInput& input) {
-  return {shortestInterval(input.size), input.codec != kCMPixelFormat_422YpCbCr8};
-}
-
 }  // namespace
 
-std::vector<EncoderInput> encoderInputs(const std::vector<VideoFormat>& formats) {
-  std::map<std::pair<int32_t, int32_t>, EncoderInput> best;
-  for (const VideoFormat& format : formats) {
+std::vector<VideoFormat> encoderInputs(const std::vector<VideoFormat>& formats) {
+  std::vector<VideoFormat> inputs;
+  for (VideoFormat format : formats) {
     if (!isInputCodec(format.codec)) continue;
-    for (const FrameSize& size : format.sizes) {
-      if (!isEncodable(size)) continue;
-      const EncoderInput input{format.codec, size};
-      const auto [place, isNew] = best.try_emplace({size.width, size.height}, input);
-      if (!isNew && costOf(input) < costOf(place->second)) place->second = input;
-    }
+    std::erase_if(format.sizes, [](const FrameSize& size) { return !isEncodable(size); });
+    if (!format.sizes.empty()) inputs.push_back(std::move(format));
   }
-  std::vector<EncoderInput> inputs;
-  inputs.reserve(best.size());
-  for (auto& [size, input] : best) inputs.push_back(std::move(input));
   return inputs;
 }
 
-const EncoderInput* findInput(const std::vector<EncoderInput>& inputs, const VideoParameters& parameters) {
-  const auto found = std::find_if(inputs.begin(), inputs.end(), [&](const EncoderInput& input) {
-    return input.size.width == parameters.width && input.size.height == parameters.height;
-  });
-  return found == inputs.end() ? nullptr : &*found;
+std::vector<FrameSize> sizesOf(const std::vector<VideoFormat>& inputs) {
+  std::map<std::pair<int32_t, int32_t>, std::set<uint32_t>> intervals;
+  for (const VideoFormat& input : inputs) {
+    for (const FrameSize& size : input.sizes)
+      intervals[{size.width, size.height}].insert(size.intervals.begin(), size.intervals.end());
+  }
+  std::vector<FrameSize> sizes;
+  sizes.reserve(intervals.size());
+  for (const auto& [size, ofSize] : intervals)
+    sizes.push_back({size.first, size.second, {ofSize.begin(), ofSize.end()}});
+  return sizes;
 }
 
-VideoParameters parametersOf(const EncoderInput& input, const VideoParameters& asked) {
-  const uint64_t wanted = asked.intervalDenominator == 0
-                              ? 0
-                              : uint64_t{asked.intervalNumerator} * kTenMillionths / asked.intervalDenominator;
-  const auto distance = [wanted](uint64_t interval) {
-    return interval < wanted ? wanted - interval : interval - wanted;
+std::optional<VideoParameters> inputFor(const std::vector<VideoFormat>& inputs, const VideoParameters& asked) {
+  const uint64_t wanted = askedInterval(asked);
+  std::optional<VideoParameters> best;
+  const auto costOf = [wanted](const VideoParameters& input) {
+    return std::pair(distanceOf(input.intervalNumerator, wanted), input.codec != kCMPixelFormat_422YpCbCr8);
   };
-  const auto nearest = std::min_element(input.size.intervals.begin(), input.size.intervals.end(),
-                                        [&](uint32_t one, uint32_t other) { return distance(one) < distance(other); });
-  return {input.codec, asked.width, asked.height, *nearest, kTenMillionths, 0};
+  for (const VideoFormat& input : inputs) {
+    for (const FrameSize& size : input.sizes) {
+      if (size.width != asked.width || size.height != asked.height) continue;
+      const uint32_t nearest = nearestInterval(size.intervals, wanted).value_or(kUsualInterval);
+      const VideoParameters candidate{input.codec, asked.width, asked.height, nearest, kTenMillionths, 0};
+      if (!best || costOf(candidate) < costOf(*best)) best = candidate;
+    }
+  }
+  return best;
 }
 
 }  // namespace vesk::capture

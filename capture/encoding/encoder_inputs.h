@@ -1,26 +1,20 @@
 #pragma once
 
-#include <cstdint>
+#include <optional>
 #include <vector>
 
 #include "capture/capture_source.h"
 
 namespace vesk::capture {
 
-/// What a camera delivers pictures of a size in, to be encoded.
-struct EncoderInput {
-  uint32_t codec = 0;
-  FrameSize size;
-};
+/// The formats that can be encoded, in the sizes of even sides.
+std::vector<VideoFormat> encoderInputs(const std::vector<VideoFormat>& formats);
 
-/// For each size of even sides the input that pictures come fastest in; "2vuy" where it is as fast as
-/// another, since it need not be decoded. From small to large.
-std::vector<EncoderInput> encoderInputs(const std::vector<VideoFormat>& formats);
+/// The sizes of all inputs with all their intervals, from small to large.
+std::vector<FrameSize> sizesOf(const std::vector<VideoFormat>& inputs);
 
-/// The input of the size that is asked for; null when there is none.
-const EncoderInput* findInput(const std::vector<EncoderInput>& inputs, const VideoParameters& parameters);
-
-/// Sets the camera to `input` for pictures as they are asked for, at the nearest interval that it has.
-VideoParameters parametersOf(const EncoderInput& input, const VideoParameters& asked);
+/// Sets the camera to the input for pictures as they are asked for: the one with the nearest interval; "2vuy"
+/// where others are as near, since it need not be decoded. None when there is none of that size.
+std::optional<VideoParameters> inputFor(const std::vector<VideoFormat>& inputs, const VideoParameters& asked);
 
 }  // namespace vesk::capture

@@ -8,6 +8,7 @@
 #include "capture/conductor.h"
 #include "capture/files/footage.h"
 #include "capture/files/track_stream.h"
+#include "capture/frame_intervals.h"
 #include "capture/vci.h"
 #include "platform/foundation/log.h"
 #include "platform/foundation/mutex.h"
@@ -145,6 +146,10 @@ class FileCamera : public FileDevice {
       return kVCIInvalidArgument;
     }
     mCodec = parameters.codec;
+    const uint64_t asked = askedInterval(parameters);
+    if (asked != 0 && asked != kUsualInterval && !isSameRate(track().interval, asked))
+      NSLog("The footage \"" + footage().name() + "\" has its own rate, " + rateText(track().interval) +
+            " pictures a second, and cannot be set to " + rateText(asked) + ".");
     return kVCISuccess;
   }
 

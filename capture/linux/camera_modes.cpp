@@ -1,7 +1,5 @@
 #include "capture/linux/camera_modes.h"
 
-#include <linux/videodev2.h>
-
 #include <algorithm>
 #include <array>
 #include <map>
@@ -9,13 +7,12 @@
 #include <tuple>
 #include <utility>
 
+#include "capture/frame_intervals.h"
 #include "platform/media/four_char_code.h"
 
 namespace vesk::capture {
 namespace {
 
-constexpr uint32_t kTenMillionths = 10'000'000;
-constexpr uint32_t kUsualInterval = 333333;
 constexpr uint32_t kLongestSide = 16384;
 constexpr uint32_t kMostEntries = 256;  // a driver that never comes to an end is not listened to for ever
 
@@ -29,8 +26,8 @@ constexpr Size kUsualSizes[] = {{160, 120},   {176, 144},   {320, 180},   {320, 
                                 {848, 480},   {864, 480},   {960, 540},   {960, 720},   {1024, 576},
                                 {1024, 768},  {1280, 720},  {1280, 960},  {1600, 900},  {1600, 1200},
                                 {1920, 1080}, {2048, 1536}, {2560, 1440}, {2592, 1944}, {3840, 2160}};
-/// Pictures a second: 60, 50, 30, 25, 20, 15, 10, 7.5 and 5.
-constexpr uint32_t kUsualIntervals[] = {166667, 200000, 333333, 400000, 500000, 666667, 1000000, 1333333, 2000000};
+constexpr v4l2_fract kUsualIntervals[] = {{1, 60}, {1, 50}, {1, 30}, {1, 25}, {1, 24},
+                                          {1, 20}, {1, 15}, {1, 10}, {2, 15}, {1, 5}};
 
 /// Packed 4:2:2 has an even width.
 bool isUsable(const Size& size) {
@@ -90,8 +87,9 @@ std::set<Size> sizesOf(V4L2Calls& calls, int descriptor, uint32_t fourcc) {
   return sizes;
 }
 
-std::vector<uint32_t> intervalsOf(V4L2Calls& calls, int descriptor, uint32_t fourcc, const Size& size) {
-  std::set<uint32_t> intervals;
+std::map<uint32_t, v4l2_fract> intervalsOf(V4L2Calls& calls, int descriptor, uint32_t fourcc, const Size& size) {
+  std::map<uint32_t, v4l2_fract> intervals;
+  const auto add = [&](const v4l2_fract& fraction) { intervals.try_emplace(intervalOf(fraction), fraction); };
   for (uint32_t index = 0; index < kMostEntries; ++index) {
     v4l2_frmivalenum entry{};
     entry.index = index;
@@ -100,28 +98,20 @@ std::vector<uint32_t> intervalsOf(V4L2Calls& calls, int descriptor, uint32_t fou
     entry.height = size.height;
     if (calls.ioctl(descriptor, VIDIOC_ENUM_FRAMEINTERVALS, &entry) < 0) break;
     if (entry.type == V4L2_FRMIVAL_TYPE_DISCRETE) {
-      intervals.insert(intervalOf(entry.discrete));
+      add(entry.discrete);
       continue;
     }
     const uint32_t least = intervalOf(entry.stepwise.min);
     const uint32_t most = intervalOf(entry.stepwise.max);
-    for (const uint32_t interval : kUsualIntervals) {
-      if (interval + 1 >= least && interval <= most) intervals.insert(interval);
+    for (const v4l2_fract& fraction : kUsualIntervals) {
+      if (intervalOf(fraction) >= least && intervalOf(fraction) <= most) add(fraction);
     }
-    if (intervals.empty()) intervals.insert(least);
+    if (intervals.empty()) add(entry.stepwise.min);
     break;
   }
   intervals.erase(0);
-  if (intervals.empty()) intervals.insert(kUsualInterval);
-  return {intervals.begin(), intervals.end()};
-}
-
-/// How far the nearest interval of the mode is from the one that is asked for.
-uint64_t distanceOf(const CameraMode& mode, uint64_t asked) {
-  uint64_t least = UINT64_MAX;
-  for (const uint64_t interval : mode.intervals)
-    least = std::min(least, interval > asked ? interval - asked : asked - interval);
-  return least <= 1 ? 0 : least;  // fractions are cut off here and there
+  if (intervals.empty()) add({1, 30});
+  return intervals;
 }
 
 }  // namespace
@@ -149,7 +139,7 @@ std::vector<VideoFormat> formatsOf(const std::vector<CameraMode>& modes) {
     std::map<std::pair<int32_t, int32_t>, std::set<uint32_t>> sizes;
     for (const CameraMode& mode : modes) {
       if (mode.format->codec == codec)
-        sizes[{mode.width, mode.height}].insert(mode.intervals.begin(), mode.intervals.end());
+        for (const auto& [interval, fraction] : mode.intervals) sizes[{mode.width, mode.height}].insert(interval);
     }
     if (sizes.empty()) continue;
     VideoFormat& format = formats.emplace_back();
@@ -161,19 +151,26 @@ std::vector<VideoFormat> formatsOf(const std::vector<CameraMode>& modes) {
 }
 
 const CameraMode* findMode(const std::vector<CameraMode>& modes, const VideoParameters& parameters) {
-  if (parameters.intervalNumerator == 0 || parameters.intervalDenominator == 0) return nullptr;
-  const uint64_t asked = uint64_t{parameters.intervalNumerator} * kTenMillionths / parameters.intervalDenominator;
+  const uint64_t asked = askedInterval(parameters);
+  if (asked == 0) return nullptr;
   const CameraMode* best = nullptr;
-  std::pair<uint64_t, size_t> bestRank;
+  std::pair<std::pair<bool, uint64_t>, size_t> bestRank;
   for (const CameraMode& mode : modes) {
     if (mode.format->codec != parameters.codec || mode.width != parameters.width || mode.height != parameters.height)
       continue;
-    const std::pair rank(distanceOf(mode, asked), rankOf(*mode.format));
+    const std::pair rank(distanceOf(nearestOf(mode, parameters).first, asked), rankOf(*mode.format));
     if (best && rank >= bestRank) continue;
     best = &mode;
     bestRank = rank;
   }
   return best;
+}
+
+std::pair<uint32_t, v4l2_fract> nearestOf(const CameraMode& mode, const VideoParameters& parameters) {
+  const uint64_t asked = askedInterval(parameters);
+  return *std::min_element(mode.intervals.begin(), mode.intervals.end(), [asked](const auto& one, const auto& other) {
+    return distanceOf(one.first, asked) < distanceOf(other.first, asked);
+  });
 }
 
 }  // namespace vesk::capture

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <linux/videodev2.h>
+
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -16,7 +19,8 @@ struct CameraMode {
   const PixelFormat* format = nullptr;
   int32_t width = 0;
   int32_t height = 0;
-  std::vector<uint32_t> intervals;  ///< ten-millionths of a second, rising
+  /// By ten-millionths of a second: as the driver writes them, which a rounded one would miss.
+  std::map<uint32_t, v4l2_fract> intervals;
 };
 
 /// Asks an open node what it can be set to, and adds what is taken. Of sizes and intervals that the
@@ -29,5 +33,8 @@ std::vector<VideoFormat> formatsOf(const std::vector<CameraMode>& modes);
 /// The best mode for `parameters`: of the codec and size that with the nearest interval, since cameras
 /// rarely have every one; null when none fits.
 const CameraMode* findMode(const std::vector<CameraMode>& modes, const VideoParameters& parameters);
+
+/// The interval of the mode that is nearest to what is asked for, see frame_intervals.h.
+std::pair<uint32_t, v4l2_fract> nearestOf(const CameraMode& mode, const VideoParameters& parameters);
 
 }  // namespace vesk::capture

@@ -4,13 +4,12 @@
 #include <exception>
 #include <utility>
 
+#include "capture/frame_intervals.h"
 #include "capture/vci.h"
 #include "platform/foundation/log.h"
 
 namespace vesk::capture {
 namespace {
-
-constexpr uint32_t kTenMillionths = 10'000'000;
 
 /// Those of `some`, then what `others` has beyond them.
 template <class Element>
@@ -39,7 +38,7 @@ LinuxCamera::LinuxCamera(std::string name, std::vector<std::shared_ptr<OpenNode>
       mModes(modesOf(mNodes)) {
   if (mModes.empty()) return;
   const CameraMode& first = mModes.front();
-  mParameters = {first.format->codec, first.width, first.height, first.intervals.front(), kTenMillionths, 0};
+  mParameters = {first.format->codec, first.width, first.height, kUsualInterval, kTenMillionths, 0};
 }
 
 LinuxCamera::~LinuxCamera() {

@@ -27,7 +27,7 @@ class LinuxCamera : public CaptureDevice {
   int32_t start(uint32_t substream, FrameCallback callback) override VESK_EXCLUDES(mMutex);
   int32_t stop(uint32_t substream) override;
   std::vector<VideoFormat> videoFormats() override;
-  /// Refuses what is not among the formats; takes effect at the next start.
+  /// Refuses what is not among the formats, and takes the nearest interval; takes effect at the next start.
   int32_t setVideoParameters(const VideoParameters& parameters) override VESK_EXCLUDES(mMutex);
   /// Properties are asked of the camera each time. What an extension unit has goes before a control.
   int32_t getProperty(uint32_t request, const PropertySetIdentifier& set, uint32_t property, std::span<uint8_t> value,

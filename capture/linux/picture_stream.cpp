@@ -12,6 +12,7 @@
 #include <system_error>
 #include <utility>
 
+#include "capture/frame_intervals.h"
 #include "capture/linux/node_holder.h"
 #include "capture/monotonic_clock.h"
 #include "capture/vci.h"
@@ -72,7 +73,7 @@ std::shared_ptr<PictureStream> PictureStream::start(std::shared_ptr<OpenNode> no
                                                     FrameCallback callback, int32_t& status) {
   std::shared_ptr<PictureStream> stream(new PictureStream(std::move(node), *mode.format, name, std::move(callback)));
   int error = stream->mWake < 0 ? -errno : stream->setForm(mode);
-  if (error == 0) error = stream->setInterval(parameters);
+  if (error == 0) error = stream->setInterval(mode, parameters);
   if (error == 0) error = stream->makeBuffers();
   if (error == 0) error = stream->flow();
   status = error == 0 ? kVCISuccess : error == -EBUSY ? kVCIBusy : kVCIFailed;
@@ -132,20 +133,26 @@ int PictureStream::setForm(const CameraMode& mode) {
   return 0;
 }
 
-int PictureStream::setInterval(const VideoParameters& parameters) {
+int PictureStream::setInterval(const CameraMode& mode, const VideoParameters& parameters) {
+  const auto [nearest, fraction] = nearestOf(mode, parameters);
   v4l2_streamparm wish{};
   wish.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-  wish.parm.capture.timeperframe = {parameters.intervalNumerator, parameters.intervalDenominator};
+  v4l2_fract& chosen = wish.parm.capture.timeperframe;
+  chosen = fraction;
   const int error = mNode->ioctl(VIDIOC_S_PARM, &wish);
   if (error == -EBUSY || error == -ENODEV) return error;
-  // Cameras without a choice have no such call.
-  const v4l2_fract chosen = error == 0 && wish.parm.capture.timeperframe.denominator != 0
-                                ? wish.parm.capture.timeperframe
-                                : v4l2_fract{parameters.intervalNumerator, parameters.intervalDenominator};
+  // Cameras without a choice have no such call, or leave it empty.
+  if (error != 0 || chosen.numerator == 0 || chosen.denominator == 0) chosen = fraction;
   const int64_t interval =
       std::clamp<int64_t>(chosen.numerator * kMicroseconds / chosen.denominator, 1, 10 * kMicroseconds);
   mClock.emplace(interval);
   mPatience = std::max(kPatience, 4 * interval);
+  // Who has not chosen a rate is not told that the camera lacks the usual one.
+  const uint64_t asked = askedInterval(parameters) == kUsualInterval ? nearest : askedInterval(parameters);
+  const uint64_t given = uint64_t{chosen.numerator} * kTenMillionths / chosen.denominator;
+  if (given != 0 && !isSameRate(given, asked))
+    NSLog("The camera \"" + mName + "\" was asked for " + rateText(asked) + " pictures a second and gives " +
+          rateText(given) + ".");
   if (mUnits && parameters.bitRate > 0)
     setIfThere(*mNode, V4L2_CID_MPEG_VIDEO_BITRATE,
                static_cast<int32_t>(std::min<uint32_t>(parameters.bitRate, INT32_MAX)));

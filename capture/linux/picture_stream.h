@@ -75,7 +75,7 @@ class PictureStream {
 
   // Setting up: 0 or a negated errno value.
   int setForm(const CameraMode& mode);
-  int setInterval(const VideoParameters& parameters);
+  int setInterval(const CameraMode& mode, const VideoParameters& parameters);
   int makeBuffers();
   int flow();
   void release() VESK_EXCLUDES(mMutex);

@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <utility>
 
+#include "capture/frame_intervals.h"
 #include "capture/simulated/picture_maker.h"
 #include "capture/simulated/simulated_pattern.h"
 #include "capture/vci.h"
@@ -14,7 +15,6 @@ namespace vesk::capture {
 namespace {
 
 constexpr int64_t kMicroseconds = 1'000'000;
-constexpr uint32_t kTenMillionths = 10'000'000;
 
 struct Size {
   int32_t width;
@@ -22,8 +22,9 @@ struct Size {
 };
 constexpr Size kSizes[] = {{320, 240}, {640, 360}, {640, 480}, {864, 480}, {1280, 720}, {1920, 1080}};
 constexpr Size kPlainSizes[] = {{320, 240}, {640, 480}};
-const std::vector<uint32_t> kIntervals = {333333, 400000, 500000, 666666, 1000000, 1333333};
-const std::vector<uint32_t> kPlainIntervals = {333333, 666666};
+/// Pictures a second: 60, 50, 30, 25, 24, 20, 15, 10 and 7.5.
+const std::vector<uint32_t> kIntervals = {166667, 200000, 333333, 400000, 416667, 500000, 666667, 1000000, 1333333};
+const std::vector<uint32_t> kPlainIntervals = {333333, 666667};
 constexpr uint32_t kRates[] = {48000, 44100, 16000};
 
 class PictureStream : public PacedStream {
@@ -87,14 +88,6 @@ std::vector<FrameSize> frameSizes(bool isPlain) {
   return answer;
 }
 
-bool offersInterval(const FrameSize& size, const VideoParameters& parameters) {
-  if (parameters.intervalNumerator == 0 || parameters.intervalDenominator == 0) return false;
-  const uint64_t asked = uint64_t{parameters.intervalNumerator} * kTenMillionths / parameters.intervalDenominator;
-  return std::any_of(size.intervals.begin(), size.intervals.end(), [&](uint64_t interval) {
-    return asked <= interval + 1 && interval <= asked + 1;  // fractions are cut off here and there
-  });
-}
-
 }  // namespace
 
 int32_t SimulatedDevice::start(uint32_t, FrameCallback callback) {
@@ -140,7 +133,7 @@ SimulatedCamera::SimulatedCamera(std::shared_ptr<SimulatedUnit> camera, std::sha
     : SimulatedDevice(std::move(camera), std::move(conductor)) {
   const VideoFormat first = videoFormats().front();
   const FrameSize& size = first.sizes.front();
-  mParameters = {first.codec, size.width, size.height, size.intervals.front(), kTenMillionths, 0};
+  mParameters = {first.codec, size.width, size.height, kUsualInterval, kTenMillionths, 0};
 }
 
 std::vector<VideoFormat> SimulatedCamera::videoFormats() {
@@ -153,13 +146,16 @@ std::vector<VideoFormat> SimulatedCamera::videoFormats() {
 }
 
 int32_t SimulatedCamera::setVideoParameters(const VideoParameters& parameters) {
+  const uint64_t asked = askedInterval(parameters);
+  if (asked == 0) return kVCIInvalidArgument;
   for (const VideoFormat& format : videoFormats()) {
     if (format.codec != parameters.codec) continue;
     for (const FrameSize& size : format.sizes) {
       if (size.width != parameters.width || size.height != parameters.height) continue;
-      if (!offersInterval(size, parameters)) continue;
       MutexLock lock(mMutex);
       mParameters = parameters;
+      mParameters.intervalNumerator = nearestInterval(size.intervals, asked).value_or(kUsualInterval);
+      mParameters.intervalDenominator = kTenMillionths;
       return kVCISuccess;
     }
   }

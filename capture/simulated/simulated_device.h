@@ -42,7 +42,7 @@ class SimulatedCamera : public SimulatedDevice {
   SimulatedCamera(std::shared_ptr<SimulatedUnit> unit, std::shared_ptr<Conductor> conductor);
 
   std::vector<VideoFormat> videoFormats() override;
-  /// Refuses what is not among the formats; takes effect at the next start.
+  /// Refuses what is not among the formats, and takes the nearest interval; takes effect at the next start.
   int32_t setVideoParameters(const VideoParameters& parameters) override;
   int32_t getProperty(uint32_t request, const PropertySetIdentifier& set, uint32_t number, std::span<uint8_t> value,
                       uint32_t& valueSize) override;

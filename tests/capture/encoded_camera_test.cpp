@@ -186,9 +186,9 @@ class EncodedCameraTest : public testing::Test {
   std::unique_ptr<CaptureDevice> mCamera;
 };
 
-TEST_F(EncodedCameraTest, OffersTheFastestInputOfEachSize) {
-  offer({{kJPEG, {{640, 480, {333333}}, {1280, 720, {333333, 666666}}, {1920, 1080, {333333}}}},
-         {kRaw, {{640, 480, {333333, 400000}}, {1280, 720, {1000000}}, {322, 241, {333333}}}}});
+TEST_F(EncodedCameraTest, OffersTheRatesOfAllInputsAndTakesTheOneThatHasTheRate) {
+  offer({{kJPEG, {{640, 480, {166667}}, {1280, 720, {333333, 666666}}, {1920, 1080, {333333}}}},
+         {kRaw, {{640, 480, {333333, 400000}}, {1280, 720, {666666, 1000000}}, {322, 241, {333333}}}}});
   const auto formats = mCamera->videoFormats();
   ASSERT_EQ(formats.size(), 3u);
   EXPECT_EQ(formats[0].codec, kJPEG);
@@ -196,7 +196,7 @@ TEST_F(EncodedCameraTest, OffersTheFastestInputOfEachSize) {
   EXPECT_EQ(formats[2].codec, kH264) << "after what the camera gives by itself";
   ASSERT_EQ(formats[2].sizes.size(), 3u) << "pictures of odd sides are left out";
   EXPECT_EQ(formats[2].sizes[1].width, 1280);
-  EXPECT_EQ(formats[2].sizes[1].intervals, (std::vector<uint32_t>{333333, 666666}));
+  EXPECT_EQ(formats[2].sizes[1].intervals, (std::vector<uint32_t>{333333, 666666, 1000000}));
 
   struct Case {
     VideoParameters asked;
@@ -204,10 +204,9 @@ TEST_F(EncodedCameraTest, OffersTheFastestInputOfEachSize) {
     uint32_t interval;
   };
   const Case cases[] = {
-      {{kH264, 640, 480, 1, 30, 1}, kRaw, 333333},
-      {{kH264, 640, 480, 1, 20, 1}, kRaw, 400000},
-      {{kH264, 1280, 720, 333333, 10'000'000, 1}, kJPEG, 333333},
-      {{kH264, 1280, 720, 1, 5, 1}, kJPEG, 666666},
+      {{kH264, 640, 480, 1, 30, 1}, kRaw, 333333},    {{kH264, 640, 480, 1, 20, 1}, kRaw, 400000},
+      {{kH264, 640, 480, 1, 60, 1}, kJPEG, 166667},   {{kH264, 1280, 720, 333333, 10'000'000, 1}, kJPEG, 333333},
+      {{kH264, 1280, 720, 1, 15, 1}, kRaw, 666666},   {{kH264, 1280, 720, 1, 5, 1}, kRaw, 1000000},
       {{kH264, 1920, 1080, 1, 60, 1}, kJPEG, 333333},
   };
   for (const Case& each : cases) {

@@ -106,6 +106,18 @@ TEST_F(FileDevices, AcceptOnlyWhatTheyOffer) {
   EXPECT_EQ(microphone->setWaveFormat({kWaveFormatAAC, 1, 16000, 16}), kVCIInvalidArgument);
 }
 
+TEST_F(FileDevices, KeepTheirOwnRateAndSaySoToWhoeverChoosesAnother) {
+  const auto source = open(dataPath("street-320x240-h264-latesound.mov"));
+  const auto camera = device(*source, DeviceKind::kVideo);
+  LogLines log;
+  for (const uint32_t interval : {333333u, 666667u, 662000u})  // the usual one, its own, as good as its own
+    EXPECT_EQ(camera->setVideoParameters({kCMVideoCodecType_H264, 320, 240, interval, 10000000, 0}), kVCISuccess);
+  EXPECT_TRUE(log.lines().empty());
+  EXPECT_EQ(camera->setVideoParameters({kCMVideoCodecType_H264, 320, 240, 166667, 10000000, 0}), kVCISuccess);
+  ASSERT_EQ(log.lines().size(), 1u);
+  EXPECT_NE(log.lines()[0].find("has its own rate, 15 pictures a second, and cannot be set to 60."), std::string::npos);
+}
+
 TEST_F(FileDevices, PlayTogetherToTheEnd) {
   const auto source = open(dataPath("street-320x240-h264-latesound.mov"));
   const auto camera = device(*source, DeviceKind::kVideo);

@@ -63,6 +63,24 @@ TEST(LinuxCameraModes, FindsTheFormatWithTheNearestInterval) {
   EXPECT_EQ(found({kCMVideoCodecType_H264, 640, 480, 1, 30, 0}), 0u);
 }
 
+TEST(LinuxCameraModes, TakesNoFasterModeForAnIntervalThatSteadyMoviesTake) {
+  const auto modes =
+      modesOf({{V4L2_PIX_FMT_YUYV, {{640, 480, {{1, 60}}}}}, {V4L2_PIX_FMT_UYVY, {{640, 480, {{1, 15}, {1, 50}}}}}});
+  struct Row {
+    VideoParameters asked;
+    uint32_t fourcc;
+    uint32_t interval;
+  };
+  for (const Row& row : {Row{{kRaw, 640, 480, 333333, 10000000, 0}, V4L2_PIX_FMT_UYVY, 666667},
+                         Row{{kRaw, 640, 480, 166667, 10000000, 0}, V4L2_PIX_FMT_YUYV, 166667},
+                         Row{{kRaw, 640, 480, 1, 50, 0}, V4L2_PIX_FMT_UYVY, 200000}}) {
+    const CameraMode* const mode = findMode(modes, row.asked);
+    ASSERT_NE(mode, nullptr);
+    EXPECT_EQ(mode->format->fourcc, row.fourcc);
+    EXPECT_EQ(nearestOf(*mode, row.asked).first, row.interval);
+  }
+}
+
 TEST(LinuxCameraModes, OffersTheUsualOfWhatIsFreelyChosen) {
   const v4l2_frmsize_stepwise wide = {320, 1280, 16, 180, 720, 4};
   const v4l2_frmival_stepwise rates = {{1, 30}, {1, 10}, {1, 1}};
@@ -73,7 +91,7 @@ TEST(LinuxCameraModes, OffersTheUsualOfWhatIsFreelyChosen) {
   EXPECT_EQ(sizes.front().width, 320);
   EXPECT_EQ(sizes.back().width, 1280);
   EXPECT_EQ(sizes.back().height, 720);
-  EXPECT_EQ(sizes.back().intervals, Intervals({333333, 400000, 500000, 666667, 1000000}));
+  EXPECT_EQ(sizes.back().intervals, Intervals({333333, 400000, 416667, 500000, 666667, 1000000}));
   for (const FrameSize& size : sizes) EXPECT_TRUE(size.width % 16 == 0 && size.height % 4 == 0) << size.width;
   const v4l2_frmsize_stepwise odd = {1000, 1002, 2, 700, 702, 2};
   const auto fallback = formatsOf(modesOf({{V4L2_PIX_FMT_NV12, {}, odd, rates}}));

@@ -249,6 +249,49 @@ TEST_F(LinuxCameraStream, RefusesWhatTheDriverChangesTheWishTo) {
   EXPECT_EQ(camera.start(0, receiver()), kVCIFailed);
 }
 
+/// Drivers that round down take 333333 ten-millionths for more than 30 pictures a second: they are given the
+/// fraction that they list.
+TEST_F(LinuxCameraStream, SetsTheRateInTheDriversOwnWordsAndTellsWhatItTook) {
+  struct Row {
+    VideoParameters asked;
+    v4l2_fract set;
+    std::optional<v4l2_fract> taken;
+    const char* told;
+  };
+  const auto jpegAt = [](uint32_t interval) {
+    return VideoParameters{kCMVideoCodecType_MotionJPEG, 640, 480, interval, 10'000'000, 0};
+  };
+  const Row rows[] = {
+      {jpegAt(333333), {1001, 30000}, {}, ""},
+      {jpegAt(166667), {1, 60}, {}, ""},
+      {jpegAt(666667), {1, 15}, {}, ""},
+      {jpegAt(400000), {1001, 30000}, {}, "asked for 25 pictures a second and gives 29.97."},
+      {jpegAt(166667), {1, 60}, {{1, 15}}, "asked for 60 pictures a second and gives 15."},
+      {jpegAt(333333), {1001, 30000}, {{1, 15}}, "asked for 29.97 pictures a second and gives 15."},
+      {jpegAt(166667), {1, 60}, {{0, 0}}, ""},  // it does not say
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(std::to_string(row.asked.intervalNumerator) + " " + row.told);
+    const std::string node = "/dev/video" + std::to_string(&row - rows + 1);
+    mCalls->addNode(node, {.formats = {{V4L2_PIX_FMT_MJPEG, {{640, 480, {{1, 15}, {1001, 30000}, {1, 60}}}}}},
+                           .onlyInterval = row.taken});
+    int error = 0;
+    LinuxCamera camera("Other", std::vector{OpenNode::open(mCalls, node, error)});
+    ASSERT_EQ(camera.setVideoParameters(row.asked), kVCISuccess);
+    const size_t linesBefore = mLog.items().size();
+    for (int start = 0; start < 2; ++start) {
+      ASSERT_EQ(camera.start(0, receiver()), kVCISuccess);
+      EXPECT_EQ(camera.stop(0), kVCISuccess);
+      EXPECT_EQ(mCalls->intervalOf(node).numerator, row.set.numerator) << "start " << start;
+      EXPECT_EQ(mCalls->intervalOf(node).denominator, row.set.denominator) << "start " << start;
+    }
+    const auto lines = mLog.items();
+    ASSERT_EQ(lines.size() - linesBefore, *row.told ? 2u : 0u);
+    for (size_t at = linesBefore; at < lines.size(); ++at)
+      EXPECT_NE(lines[at].find(row.told), std::string::npos) << lines[at];
+  }
+}
+
 TEST_F(LinuxCameraStream, EndsQuietlyWhenTheCameraIsPulledOut) {
   ASSERT_EQ(start(kJPEG), kVCISuccess);
   deliver(jpeg(1));

@@ -115,6 +115,31 @@ TEST_F(VideoDeviceTest, StartsInTheChosenFormat) {
   }
 }
 
+TEST_F(VideoDeviceTest, AsksForTheRateThatTheHostChose) {
+  struct Row {
+    const char* label;
+    std::optional<uint32_t> chosen;
+    uint32_t asked;
+  };
+  openWith(format("avc1", 640, 480));
+  camera->setFrameInterval(200000);
+  for (const Row& row : {Row{"nobody chose", std::nullopt, 333333}, Row{"60 a second", 166667, 166667},
+                         Row{"as it is", 1, 1}, Row{"no interval", 0, 333333}}) {
+    camera->setCaptureInterval(row.chosen);
+    ASSERT_EQ(camera->startCapture(), 0);
+    EXPECT_EQ(camera->stopCapture(), 0);
+    EXPECT_EQ(fake->videoParameters.back().intervalNumerator, row.asked) << row.label;
+    EXPECT_EQ(fake->videoParameters.back().intervalDenominator, 10000000U) << row.label;
+  }
+  // It stays chosen.
+  camera->setCaptureInterval(166667);
+  camera->closeDevice();
+  openWith(format("2vuy", 320, 240));
+  ASSERT_EQ(camera->startCapture(), 0);
+  EXPECT_EQ(fake->videoParameters.back().intervalNumerator, 166667U);
+  EXPECT_EQ(camera->captureInterval(), 166667U);
+}
+
 TEST_F(VideoDeviceTest, AnswersByState) {
   EXPECT_EQ(camera->stopCapture(), 0) << "closed and idle";
   camera->setFormat(format("avc1", 640, 480));

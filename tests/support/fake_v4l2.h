@@ -53,6 +53,7 @@ class FakeV4L2 : public capture::V4L2Calls {
     uint32_t stampFlags = V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC;
     int openError = 0;
     FakeControls controls = {};
+    std::optional<v4l2_fract> onlyInterval = {};  ///< what it makes of every other
   };
   struct Picture {
     std::vector<uint8_t> bytes;
@@ -140,6 +141,11 @@ class FakeV4L2 : public capture::V4L2Calls {
   bool isCalm(const std::string& name) VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
     return mNodes[name].failures.empty();
+  }
+  /// The interval that the node was set to last; 0/0 before that.
+  v4l2_fract intervalOf(const std::string& name) VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    return mNodes[name].interval;
   }
   size_t buffersOf(const std::string& name) VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
@@ -260,6 +266,7 @@ class FakeV4L2 : public capture::V4L2Calls {
     std::deque<v4l2_buffer> done;
     std::vector<std::pair<unsigned long, int>> failures;
     std::vector<std::pair<uint32_t, int32_t>> controls;
+    v4l2_fract interval = {};
   };
 
   static void reset(State& node) {
@@ -293,8 +300,13 @@ class FakeV4L2 : public capture::V4L2Calls {
       case VIDIOC_S_FMT:
         if (isOthers || !node.buffers.empty()) return -EBUSY;
         return choose(node.node, *static_cast<v4l2_format*>(argument));
-      case VIDIOC_S_PARM:
-        return isOthers ? -EBUSY : 0;
+      case VIDIOC_S_PARM: {
+        if (isOthers) return -EBUSY;
+        v4l2_fract& interval = static_cast<v4l2_streamparm*>(argument)->parm.capture.timeperframe;
+        node.interval = interval;
+        interval = node.node.onlyInterval.value_or(interval);
+        return 0;
+      }
       case VIDIOC_S_CTRL: {
         const auto& control = *static_cast<v4l2_control*>(argument);
         node.controls.emplace_back(control.id, control.value);

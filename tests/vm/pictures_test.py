@@ -65,6 +65,8 @@ class Pictures(MachineTest):
         self.assertGreaterEqual(video["frames"], 40)
         self.assertEqual(video["dropped"], 0)
         self.assert_numbers(numbers_of(self.assert_movie("recorded", video["frames"])), answer)
+        self.assertEqual([line.split()[4:8] for line in answer["asked"]], [["2A", "2C", "0A", "00"]], "15 a second")
+        self.assertEqual([line for line in answer["err"] if "pictures a second" in line], [])
 
     def test_encodes_what_the_camera_cannot(self):
         answer = self.result("encoded")

@@ -29,6 +29,10 @@ class TestDriver(MachineTest):
                  for at in range(0, 3 * BARS, 3)]
         self.assertEqual(names, ["RGB", "RG-", "-GB", "-G-", "R-B", "R--", "--B", "---"])
 
+    def test_takes_the_rate_as_it_lists_it(self):
+        """A fraction that is cut off would be the next faster rate to this driver, which the log would tell."""
+        self.assertEqual([line for line in self.result("recorded")["err"] if "pictures a second" in line], [])
+
     def test_stamps_rise(self):
         kept = self.result("stamped")
         self.assertEqual(kept["stamps"], sorted(set(kept["stamps"])))
