@@ -24,7 +24,7 @@ class AdaptiveResampler {
   /// Announces the next `frames` frames, the first of which was recorded at about `measured` microseconds.
   /// @return how many frames are missing before them
   uint64_t announce(int64_t measured, uint64_t frames);
-  /// Appends to `out` what the frames announced become, a few less or more; two are held back.
+  /// Appends to `out` what the frames announced become, a few less or more; some are held back.
   void resample(std::span<const int16_t> samples, std::vector<int16_t>& out);
   /// Counts the frames announced as they are. Only until the first are resampled.
   void pass(uint64_t frames) { mCounted += frames; }

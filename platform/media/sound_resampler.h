@@ -1,21 +1,23 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <vector>
 
 namespace vesk {
 
-/// Plays 16-bit PCM a little faster or slower (by some hundred ppm, inaudibly), by cubic
-/// interpolation, so that the count of frames follows another clock than the device's.
+/// Plays 16-bit PCM a little faster or slower (by some thousandths at most, inaudibly), so that the count of
+/// frames follows another clock than the device's: by a windowed sinc of 16 frames, exact to -76 dB up to
+/// five eighths of the highest frequency, and in the frames at whole positions.
 ///
 /// Threads: one at a time.
 class SoundResampler {
  public:
-  explicit SoundResampler(uint32_t channels) : mChannels(channels) {}
+  explicit SoundResampler(uint32_t channels);
 
   /// Appends to `out` what `in` (whole frames) becomes when `speed` frames of it make one frame.
-  /// Two frames are held back for the interpolation.
+  /// Half a sinc is held back.
   void process(std::span<const int16_t> in, double speed, std::vector<int16_t>& out);
   /// Forgets what came before: the next frames do not join it.
   void restart();
@@ -23,12 +25,17 @@ class SoundResampler {
   double heldFrames() const;
 
  private:
+  static constexpr size_t kTaps = 16;
+  static constexpr size_t kBefore = kTaps / 2 - 1;  ///< frames before the one at the position
+  struct Kernel;
+
   size_t frames() const { return mWaiting.size() / mChannels; }
-  int16_t interpolate(size_t frame, uint32_t channel, double fraction) const;
+  void appendFrame(std::vector<int16_t>& out) const;
 
   const uint32_t mChannels;
-  std::vector<int16_t> mWaiting;  ///< the frame before the position and those after it
-  double mPosition = 1;           ///< of the next frame out, within mWaiting
+  const Kernel& mKernel;
+  std::vector<int16_t> mWaiting;  ///< the frames around the position and those after them
+  double mPosition = kBefore;     ///< of the next frame out, within mWaiting
 };
 
 }  // namespace vesk

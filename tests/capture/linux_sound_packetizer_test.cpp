@@ -16,6 +16,7 @@ using test::DriftingMicrophone;
 
 constexpr uint32_t kRate = 48000;
 constexpr int64_t kStart = 86'400'000'000;  // a day of running before the capture
+constexpr uint32_t kSpeechRate = 8000;
 constexpr uint32_t kLowRate = 1000;
 
 class SoundPacketizerDrift : public testing::TestWithParam<double> {};
@@ -47,7 +48,7 @@ TEST_P(SoundPacketizerDrift, CountOfFramesStaysWithTheMonotonicClockForFourHours
   EXPECT_LT(worst, 40'000);  // up to one packet of it waits to be completed
 }
 
-INSTANTIATE_TEST_SUITE_P(Crystals, SoundPacketizerDrift, testing::Values(-500.0, 0.0, 500.0));
+INSTANTIATE_TEST_SUITE_P(Crystals, SoundPacketizerDrift, testing::Values(-500.0, 500.0));
 
 struct Packet {
   std::vector<int16_t> samples;
@@ -141,19 +142,19 @@ TEST(SoundPacketizer, GlitchesOfTheLatencyNeitherAddUpNorLast) {
     int64_t packets = 0;
     int64_t gaps = 0;
     int64_t last = kStart - 20'000;
-    SoundPacketizer packetizer({kWaveFormatLinearPCM, 1, kLowRate, 16}, [&](uint8_t*, uint32_t, int64_t timestamp) {
+    SoundPacketizer packetizer({kWaveFormatLinearPCM, 1, kSpeechRate, 16}, [&](uint8_t*, uint32_t, int64_t timestamp) {
       gaps += std::max<int64_t>(timestamp - last - 20'000, 0);
       last = timestamp;
       ++packets;
       return true;
     });
-    const std::vector<uint8_t> portion(10 * 2);
-    DriftingMicrophone device(kLowRate, 0, 2'000, kStart);
+    const std::vector<uint8_t> portion(80 * 2);
+    DriftingMicrophone device(kSpeechRate, 0, 2'000, kStart);
     for (int i = 0; i < row.until + 3000; ++i) {
       const int phase = (i - 1000) % row.every;
       const bool isOff = i >= 1000 && i < row.until && phase < row.for_;
       packetizer.add(portion, device.measure() + (isOff ? row.by : 0));
-      device.advance(10);
+      device.advance(80);
     }
     EXPECT_NEAR(static_cast<double>(last), device.truth() - 20'000, 20'000 + row.afterwards);
     EXPECT_LE(gaps, row.silence + 1'000);
