@@ -78,7 +78,9 @@ uint32_t AACAudioSampleGenerator::silencePackets(uint64_t timestamp) {
         CMTimeConvertScale(CMTimeMake(static_cast<int64_t>(timestamp), kMicroseconds), mPacketDuration.timescale);
     return 0;
   }
-  const auto packets = static_cast<uint32_t>(gap / duration);
+  auto packets = static_cast<uint32_t>(gap / duration);
+  if (packets > kMostSilentPackets)
+    packets = static_cast<uint32_t>(framesIn(gap, static_cast<uint32_t>(mPacketDuration.timescale)) / kFramesPerPacket);
   printToError("[WARNING]: Inserting %d silence packets\n", static_cast<int>(packets));
   return packets;
 }

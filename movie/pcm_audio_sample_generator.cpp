@@ -97,13 +97,16 @@ uint64_t PCMAudioSampleGenerator::silenceBefore(uint64_t packetFrames, uint64_t 
   return missing;
 }
 
-/// Whole packets of frames, but in kCapture as many as there are.
+/// Whole packets of frames, but in kCapture and when they are only counted as many as there are.
 uint64_t PCMAudioSampleGenerator::missingFrames(uint64_t packetFrames, uint64_t timestamp) {
   if (mDriftCorrection) return mDriftCorrection->announce(timestamp, packetFrames);
   if (timestamp <= mNextTime) return 0;
   const uint64_t duration = std::max<uint64_t>(soundDuration(packetFrames, mSampleRate), 1);
   constexpr uint64_t kTooMany = uint64_t{1} << 31;
-  return std::min((timestamp - mNextTime) / duration, kTooMany) * packetFrames;
+  const uint64_t gap = timestamp - mNextTime;
+  const uint64_t missing = std::min(gap / duration, kTooMany) * packetFrames;
+  const bool isCounted = missing > kMostSilentBytes / mStreamDescription->mBytesPerFrame;
+  return isCounted && gap <= kLongestSilence ? framesIn(gap, mSampleRate) : missing;
 }
 
 void PCMAudioSampleGenerator::advance(uint64_t frames) {

@@ -9,10 +9,11 @@ namespace vesk {
 namespace {
 
 constexpr int64_t kSecond = 1'000'000;
-constexpr int64_t kSmallestGap = 2'000;  // microseconds; less is rounding and jitter
-constexpr uint64_t kLongGapSeconds = 2;
+constexpr int64_t kSmallestGap = 2'000;                   // microseconds; less is rounding and jitter
+constexpr uint64_t kLongGapSeconds = 2;                   // of pictures
 constexpr uint64_t kMostSilence = uint64_t{1} << 40;      // frames or packets: so many make sense
-constexpr uint64_t kMostSilentBytes = uint64_t{4} << 20;  // of PCM, in one fragment
+constexpr uint64_t kMostSilentBytes = uint64_t{4} << 20;  // of PCM: 22 s of 48 kHz stereo
+constexpr uint64_t kMostSilentSeconds = 600;              // of packets, which take some 12 bytes each
 constexpr int64_t kLongestDuration = 1'800'000'000;       // of a picture, as its maker says
 constexpr size_t kLargestSample = size_t{1} << 30;
 constexpr int64_t kFarthestStamp = int64_t{1} << 61;
@@ -133,9 +134,12 @@ uint64_t MediaTrack::silenceBefore(const CMSampleBuffer& sample, int64_t at) con
   return static_cast<uint64_t>(std::max<int64_t>(followsOn ? silence : gap + silence, 0));
 }
 
+/// Whether a gap lies between two fragments instead of being filled. Silence that costs little is written
+/// out, so that programs which cannot seek play on.
 bool MediaTrack::isLong(uint64_t gap) const {
-  if (gap > kLongGapSeconds * mDescription->timescale) return true;
-  return mDescription->frameSize != 0 && gap > kMostSilentBytes / mDescription->frameSize;
+  if (mDescription->frameSize != 0) return gap > kMostSilentBytes / mDescription->frameSize;
+  const uint64_t most = mKind == TrackKind::kVideo ? kLongGapSeconds : kMostSilentSeconds;
+  return gap > most * mDescription->timescale;
 }
 
 bool MediaTrack::acceptFrames(const CMSampleBuffer& sample, int64_t at) {
@@ -158,8 +162,9 @@ bool MediaTrack::acceptPackets(const CMSampleBuffer& sample, int64_t at) {
   const uint32_t count = sample.numSamples();
   if (sizes.empty() && sample.data().size() % count != 0) return false;
   const uint64_t silence = silenceBefore(sample, at);
-  const uint64_t given = std::min(sample.attachments().insertedSilence, kMostSilence);
-  const uint64_t packets = isLong(silence) ? 0 : std::min(given, silence / kFramesPerAACPacket);
+  // The packet before the gap lasts over what its maker left open, unless that is much.
+  const bool isFilled = silence > mIndex.longestStretch() || sample.attachments().insertedSilence > 0;
+  const uint64_t packets = isFilled && !isLong(silence) ? silence / kFramesPerAACPacket : 0;
   mEnd += silence - packets * kFramesPerAACPacket;
   if (silence > 0) stretchLast(mEnd);
   const std::span<const uint8_t> silent = mDescription->silentPacket;

@@ -20,8 +20,8 @@ namespace vesk {
 /// that the source put in is left out as far as it would lie over sound that is there already; it is
 /// written with the elements of the track's channels, whatever the source made it of.
 ///
-/// Silence of more than two seconds is no bytes: a fragment ends before it and the next one begins
-/// later. The index makes samples of it that share theirs.
+/// Long silence (22 s of 48 kHz stereo, ten minutes of packets) is no bytes: a fragment ends before it and
+/// the next one begins later. The index makes samples of it that share theirs.
 class MediaTrack {
  public:
   MediaTrack(TrackKind kind, uint32_t number) : mKind(kind), mNumber(number), mIndex(0) {}

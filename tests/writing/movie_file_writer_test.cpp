@@ -449,6 +449,8 @@ INSTANTIATE_TEST_SUITE_P(
                       Pause{"AAC, put in", true, 5408, true, true, true}, Pause{"PCM, sound", false, 1504, false, true},
                       Pause{"AAC, sound put in", true, 1504, false, true, true},
                       Pause{"PCM, pictures", false, 2400, true, false}, Pause{"AAC, pictures", true, 4496, true, false},
+                      Pause{"AAC, written out", true, 480, true, true},
+                      Pause{"AAC, written out, put in", true, 480, false, true, true},
                       Pause{"AAC, half a day", true, 12 * kHour - 16, true, true},
                       Pause{"AAC, a clock that jumps", true, 30 * kHour, true, true, false, kLongestPause},
                       Pause{"AAC, one that jumps years", true, 50'000 * kHour, true, true, true, kLongestPause}),
