@@ -10,7 +10,7 @@ def listed():
 @step
 def recorded():
     """Colour bars."""
-    return record("bars", "--format", "2vuy:640x360@25", "--no-audio", pictures=20)
+    return record("bars", "--format", "2vuy:640x360@30", "--no-audio", pictures=20)
 
 
 @step
