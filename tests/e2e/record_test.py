@@ -97,9 +97,9 @@ class RecordSimulated(MovieTest):
         return movie
 
     def test_flash_and_beep_coincide(self):
-        for sound in ("pcm:48000:2", "pcm:44100", "aac"):
-            with self.subTest(sound=sound):
-                movie = self.record(5.5, "--format", "avc1:320x240", "--sound", sound)
+        for rate, sound in ((15, "pcm:48000:2"), (30, "pcm:44100"), (60, "aac"), (24, "pcm:16000")):
+            with self.subTest(rate=rate, sound=sound):
+                movie = self.record(5.5, "--format", f"avc1:320x240@{rate}", "--sound", sound)
                 flashes, beeps = flash_times(movie), beep_times(movie)
                 self.assertEqual(len(flashes), 6)
                 self.assertEqual(len(beeps), 6)
