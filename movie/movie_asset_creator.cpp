@@ -168,17 +168,14 @@ void VeskMovieAssetCreator::noteTime(const CMSampleBuffer& sample, uint64_t time
 /// A movie's track holds one sequence and one picture parameter set: those of the picture that it begins with.
 int32_t VeskMovieAssetCreator::addH264(std::span<const uint8_t> unit, uint64_t time) {
   const bool wasHolding = mSets.isHolding();
-  UnitLook found = look(unit);
-  if (!found.fits && mCounters->video.queued == 0) {  // nothing is in the movie yet: it can begin with these
+  bool fits = look(unit);
+  bool isFirst = !wasHolding && mSets.isHolding();
+  if (!fits && mCounters->video.queued == 0) {  // nothing is in the movie yet: it can begin with these
     mSets.release();
-    found = look(unit);
-  } else if (wasHolding || !mSets.isHolding()) {
-    if (!found.fits) mHasOtherSets = true;
-    if (found.fits && found.isKey && !mContinues) mHasOtherSets = false;
-    const bool isForNext = mHasOtherSets && (found.hasSlices || mForNext.hasBegun());
-    return isForNext ? leaveOut(unit, found.isKey, time) : addPicture(unit, time);
+    isFirst = fits = look(unit);
   }
-  if (!found.fits) return leaveOut(unit, found.isKey, time);
+  if (!fits || mHasOtherSets) return addChanged(unit, fits, time);
+  if (!isFirst) return addPicture(unit, time);
   // The generator keeps the first sets that it is shown, which need not be those in use.
   mVideoGenerator = makeVideoGenerator(mVideoDescription, timingOf(&mVideoDescription));
   if (const auto held = mSets.held()) {
@@ -193,17 +190,29 @@ void VeskMovieAssetCreator::noteSize(int32_t width, int32_t height) {
   mCounters->height = static_cast<uint32_t>(std::max(height, 0));
 }
 
-VeskMovieAssetCreator::UnitLook VeskMovieAssetCreator::look(std::span<const uint8_t> unit) {
-  UnitLook found;
+bool VeskMovieAssetCreator::look(std::span<const uint8_t> unit) {
+  bool fits = true;
+  NALUnitWalk walk(unit);
+  while (const auto nal = walk.next()) fits &= mSets.look(*nal);
+  return fits;
+}
+
+/// Once the camera has changed its sets: the unit goes into this movie again from a key picture on that fits, if
+/// no other movie is to go on.
+int32_t VeskMovieAssetCreator::addChanged(std::span<const uint8_t> unit, bool fits, uint64_t time) {
+  bool isKey = false;
+  bool hasSlices = false;
   NALUnitWalk walk(unit);
   while (const auto nal = walk.next()) {
     if (nal->empty()) continue;
     const uint8_t type = nalUnitType(nal->front());
-    found.fits &= mSets.look(*nal);
-    found.hasSlices |= type <= kNALUnitTypeIDRSlice;
-    found.isKey |= type == kNALUnitTypeIDRSlice;
+    hasSlices |= type <= kNALUnitTypeIDRSlice;
+    isKey |= type == kNALUnitTypeIDRSlice;
   }
-  return found;
+  if (!fits) mHasOtherSets = true;
+  if (fits && isKey && !mContinues) mHasOtherSets = false;
+  const bool isForNext = mHasOtherSets && (hasSlices || mForNext.hasBegun());
+  return isForNext ? leaveOut(unit, isKey, time) : addPicture(unit, time);
 }
 
 /// The access unit after the two parameter sets that its first slice uses, wherever those came from.

@@ -51,13 +51,10 @@ class VESK_EXPORT VeskMovieAssetCreator final : public VeskMovieCreator {
   int32_t recordAudio(const uint8_t* buffer, uint32_t length, uint64_t time) VESK_REQUIRES(mMutex);
 
   // Parameter sets.
-  struct UnitLook {
-    bool fits = true;  ///< the movie's sets are those that its slices use
-    bool isKey = false;
-    bool hasSlices = false;
-  };
   void noteSize(int32_t width, int32_t height);
-  UnitLook look(std::span<const uint8_t> unit) VESK_REQUIRES(mMutex);
+  /// @return whether the movie's sets are those that the slices use
+  bool look(std::span<const uint8_t> unit) VESK_REQUIRES(mMutex);
+  int32_t addChanged(std::span<const uint8_t> unit, bool fits, uint64_t time) VESK_REQUIRES(mMutex);
   int32_t leaveOut(std::span<const uint8_t> unit, bool isKey, uint64_t time) VESK_REQUIRES(mMutex);
   void keepForNext(std::span<const uint8_t> bytes, uint64_t timestamp, VeskMediaType type) VESK_REQUIRES(mMutex);
   std::vector<uint8_t> withSets(std::span<const uint8_t> unit) const VESK_REQUIRES(mMutex);

@@ -1,7 +1,6 @@
 #include "platform/media/h264_parameter_sets.h"
 
 #include <algorithm>
-#include <bit>
 
 #include "platform/foundation/byte_reader.h"
 
@@ -56,37 +55,6 @@ bool isSame(const std::vector<uint8_t>& kept, std::span<const uint8_t> nal) {
   return std::equal(kept.begin(), kept.end(), nal.begin(), nal.end());
 }
 
-/// A slice header's first numbers, read from eight bytes at once; none where they are not all in there.
-class HeadWord {
- public:
-  explicit HeadWord(uint64_t word) : mWord(word) {}
-
-  std::optional<unsigned> number() {
-    const int zeros = std::countl_zero(mWord);
-    const int length = 2 * zeros + 1;
-    if (zeros > kMostZeros || length >= mLeft) return std::nullopt;
-    const auto value = static_cast<unsigned>(mWord >> (64 - length)) - 1;
-    mWord <<= length;
-    mLeft -= length;
-    return value;
-  }
-
- private:
-  uint64_t mWord;
-  int mLeft = 64;
-};
-
-/// Whether one of the eight bytes is 0. Only after zeros may bytes have been put in.
-bool holdsZeroByte(uint64_t word) {
-  return ((word - 0x0101010101010101) & ~word & 0x8080808080808080) != 0;
-}
-
-template <class Head>
-std::optional<unsigned> pictureNumberIn(Head head) {
-  if (!head.number() || !head.number()) return std::nullopt;  // first macroblock, slice type
-  return head.number();
-}
-
 std::optional<unsigned> below(std::optional<unsigned> number, unsigned limit) {
   return number && *number < limit ? number : std::nullopt;
 }
@@ -101,17 +69,10 @@ std::optional<unsigned> ParameterSets::pictureNumber(std::span<const uint8_t> pi
   return below(HeadReader(pictureSet, 1).number(), kMaxPictureSets);
 }
 
-/// On a frame's way: of nearly every slice the numbers lie in the first eight bytes, and none of those is 0.
-std::optional<unsigned> ParameterSets::pictureNumberOfSlice(std::span<const uint8_t> slice) {
-  constexpr size_t kWordBytes = 8;
-  if (slice.size() > kWordBytes) {
-    uint64_t word = 0;
-    for (size_t at = 1; at <= kWordBytes; ++at) word = word << 8 | slice[at];
-    if (!holdsZeroByte(word)) {
-      if (const auto number = pictureNumberIn(HeadWord(word))) return below(number, kMaxPictureSets);
-    }
-  }
-  return below(pictureNumberIn(HeadReader(slice, 1)), kMaxPictureSets);
+std::optional<unsigned> ParameterSets::pictureNumberFromBits(std::span<const uint8_t> slice) {
+  HeadReader head(slice, 1);
+  if (!head.number() || !head.number()) return std::nullopt;  // first macroblock, slice type
+  return below(head.number(), kMaxPictureSets);
 }
 
 bool ParameterSets::learn(std::span<const uint8_t> nal) {
@@ -172,17 +133,14 @@ void ParameterSets::list(InUse inUse, std::vector<std::span<const uint8_t>>& set
   }
 }
 
-bool ParameterSetWatch::isHeldUsedBy(std::span<const uint8_t> slice) {
-  if (mHeld)
-    return mAreInForce && ParameterSets::pictureNumberOfSlice(slice).value_or(mHeld->picture) == mHeld->picture;
+void ParameterSetWatch::hold(std::span<const uint8_t> slice) {
   mHeld = mSets.usedBy(slice);
-  if (!mHeld) return true;
+  if (!mHeld) return;
   const auto sequence = mSets.sequenceSet(mHeld->sequence);
   const auto picture = mSets.pictureSet(mHeld->picture);
   mHeldSequence.assign(sequence.begin(), sequence.end());
   mHeldPicture.assign(picture.begin(), picture.end());
   mAreInForce = true;
-  return true;
 }
 
 bool ParameterSetWatch::areInForce() const {

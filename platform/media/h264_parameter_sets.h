@@ -1,12 +1,14 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <vector>
 
+#include "platform/foundation/byte_reader.h"
 #include "platform/foundation/export.h"
 
 namespace vesk {
@@ -46,8 +48,24 @@ class VESK_EXPORT ParameterSets {
   std::optional<InUse> usedBy(std::span<const uint8_t> slice) const;
   static std::optional<unsigned> sequenceNumber(std::span<const uint8_t> sequenceSet);
   static std::optional<unsigned> pictureNumber(std::span<const uint8_t> pictureSet);
-  /// The number of the picture parameter set that a slice names.
-  static std::optional<unsigned> pictureNumberOfSlice(std::span<const uint8_t> slice);
+  /// The number of the picture parameter set that a slice names. On a frame's way: nearly always the first
+  /// five bytes hold it, read at once where no emulation prevention can stand among them.
+  static std::optional<unsigned> pictureNumberOfSlice(std::span<const uint8_t> slice) {
+    if (slice.size() < 9) return pictureNumberFromBits(slice);
+    const uint64_t word = uint64_t{readBigEndian32(slice.data() + 1)} << 32 | readBigEndian32(slice.data() + 5);
+    const uint64_t zeroBytes = (word - 0x0101010101010101) & ~word & 0x8080808000000000;
+    if ((zeroBytes & zeroBytes >> 8) != 0) return pictureNumberFromBits(slice);
+    int used = 0;
+    uint64_t number = 0;
+    for (int numbers = 0; numbers < 3; ++numbers) {  // first macroblock, slice type, picture parameter set
+      const int zeros = std::countl_zero(word << used);
+      const int length = 2 * zeros + 1;
+      if (used + length > kBitsAtOnce) return pictureNumberFromBits(slice);
+      number = (word << used >> (64 - length)) - 1;
+      used += length;
+    }
+    return static_cast<unsigned>(number);
+  }
 
   /// The bytes of a set; empty when there is none of the number.
   std::span<const uint8_t> sequenceSet(unsigned number) const { return mSequence[number]; }
@@ -57,6 +75,9 @@ class VESK_EXPORT ParameterSets {
   void list(InUse inUse, std::vector<std::span<const uint8_t>>& sets) const;
 
  private:
+  static constexpr int kBitsAtOnce = 40;
+  static std::optional<unsigned> pictureNumberFromBits(std::span<const uint8_t> slice);
+
   struct PictureSet {
     std::vector<uint8_t> bytes;
     unsigned sequence = 0;
@@ -79,7 +100,11 @@ class VESK_EXPORT ParameterSetWatch {
       return true;
     }
     const bool isSlice = type == kNalSlice || type == kNalIDRSlice || type == kNalSlicePartitionA;
-    return !isSlice || isHeldUsedBy(nal);
+    if (!isSlice) return true;
+    if (mHeld)
+      return mAreInForce && ParameterSets::pictureNumberOfSlice(nal).value_or(mHeld->picture) == mHeld->picture;
+    hold(nal);
+    return true;
   }
 
   /// Takes up the sets of an avcC record, as ParameterSets does.
@@ -98,7 +123,7 @@ class VESK_EXPORT ParameterSetWatch {
   const ParameterSets& sets() const { return mSets; }
 
  private:
-  bool isHeldUsedBy(std::span<const uint8_t> slice);
+  void hold(std::span<const uint8_t> slice);
   bool areInForce() const;
 
   ParameterSets mSets;
