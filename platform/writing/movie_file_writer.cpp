@@ -148,9 +148,9 @@ size_t MovieFileWriter::indexMemory() const {
   return bytes;
 }
 
-std::vector<TrackContents> MovieFileWriter::knownTracks() const {
+std::vector<TrackContents> MovieFileWriter::knownTracks() {
   std::vector<TrackContents> known;
-  for (const MediaTrack& track : mTracks) {
+  for (MediaTrack& track : mTracks) {
     if (track.description()) known.push_back({&*track.description(), &track.index()});
   }
   return known;
@@ -266,6 +266,7 @@ bool MovieFileWriter::makePlain() {
   if (!fits) NSLog("The movie is too long for plain tables and stays in fragments: " + mPath);
   if (!fits) return sync() && mFile->truncate(mEnd) == 0;
 
+  extendShortTracks(mMovie, known);
   const PlainMovieEnd end = makePlainMovieEnd(mMovie, known, mEnd);
   if (const int error = makeMoviePlain(*mFile, end, mEnd)) return fail(error);
   setEnd(mEnd + end.bytes.size());

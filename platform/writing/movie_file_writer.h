@@ -74,7 +74,7 @@ class MovieFileWriter {
   };
 
   bool isWriting() const { return status() == AVAssetWriterStatus::Writing; }
-  std::vector<TrackContents> knownTracks() const;
+  std::vector<TrackContents> knownTracks();
   bool hasWaiting() const;
   bool hasSamples() const;
   bool shouldWriteHeader() const;

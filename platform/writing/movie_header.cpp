@@ -214,7 +214,7 @@ uint64_t movieDuration(const MovieDescription& movie, std::span<const TrackConte
 
 std::vector<uint8_t> makeFragmentedMovieHeader(const MovieDescription& movie, std::span<const TrackContents> tracks) {
   // The tables stay empty: what is in fragments is not in them.
-  const SampleIndex empty(0);
+  SampleIndex empty(0);
   std::vector<TrackContents> emptyTracks;
   for (const TrackContents& track : tracks) emptyTracks.push_back({track.description, &empty});
 
@@ -237,6 +237,19 @@ std::vector<uint8_t> makeFragmentedMovieHeader(const MovieDescription& movie, st
     writeUserData(writer, movie);
   }
   return bytes;
+}
+
+void extendShortTracks(const MovieDescription& movie, std::span<const TrackContents> tracks) {
+  constexpr uint64_t kLong = 4;            // a quarter of the movie
+  constexpr uint64_t kShortestMovie = 10;  // seconds; in a shorter one it may be what a crash left
+  const uint64_t longest = movieDuration(movie, tracks);
+  if (longest < kShortestMovie * movie.timescale) return;
+  for (const TrackContents& track : tracks) {
+    const TrackTimes times = timesOf(movie, track);
+    if (track.index->count() == 0 || times.presented >= longest / kLong || times.start >= longest) continue;
+    const TrackDescription& description = *track.description;
+    track.index->moveEnd(rescale(longest - times.start, movie.timescale, description.timescale) + description.trim);
+  }
 }
 
 PlainMovieEnd makePlainMovieEnd(const MovieDescription& movie, std::span<const TrackContents> tracks, uint64_t offset) {

@@ -27,12 +27,16 @@ MovieDescription describeMovie(int64_t unixTime);
 /// A track and its samples so far.
 struct TrackContents {
   const TrackDescription* description = nullptr;
-  const SampleIndex* index = nullptr;
+  SampleIndex* index = nullptr;
   uint64_t silenceOffset = 0;  ///< where the silence of its gaps lies in the file
 };
 
 /// A `moov` whose samples are all in fragments that follow.
 std::vector<uint8_t> makeFragmentedMovieHeader(const MovieDescription& movie, std::span<const TrackContents> tracks);
+
+/// Lets the last picture, or silence, of a track that ends long before the others last until they do. A track
+/// that is shorter than a fifth of its movie is taken for a preview by some readers (GStreamer), and not played.
+void extendShortTracks(const MovieDescription& movie, std::span<const TrackContents> tracks);
 
 /// What follows the last fragment of a movie that is finished: the silence that its gaps share, if it has
 /// any, and a plain `moov` with the tables of all samples, both in `free` atoms. Tracks without samples are

@@ -270,13 +270,14 @@ class MovieRecovery {
   RecoveryResult finish() {
     std::vector<TrackContents> tracks;
     uint64_t pictures = 0;
-    for (const Track& track : mTracks) {
+    for (Track& track : mTracks) {
       tracks.push_back({&track.description, &track.index});
       if (track.description.kind == TrackKind::kVideo) pictures += track.index.count();
       if (!track.index.fitsTables()) return nothing("It is too long for a plain movie and stays as it is.");
     }
     const uint64_t dropped = mFileSize - std::min(mFileSize, mTornData ? mUsed : mTail);
     // Nothing is changed before the whole end is made and there is room for it.
+    extendShortTracks(mHeader->movie, tracks);
     const uint64_t size = sizeWithTailClosed();
     const PlainMovieEnd end = makePlainMovieEnd(mHeader->movie, tracks, size);
     if (const int error = findRoom(size - mFileSize + end.bytes.size())) return failure(error);

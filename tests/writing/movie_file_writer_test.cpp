@@ -456,6 +456,33 @@ INSTANTIATE_TEST_SUITE_P(
                       Pause{"AAC, one that jumps years", true, 50'000 * kHour, true, true, true, kLongestPause}),
     [](const auto& row) { return std::to_string(row.index); });
 
+/// GStreamer takes a track of less than a fifth of the movie for a preview.
+TEST_F(MovieFileWriterTest, LetsATrackThatEndsEarlyLastAsLongAsTheMovie) {
+  for (const bool isSoundShort : {false, true}) {
+    MovieFileWriter writer(kPath, mFiles);
+    const size_t video = writer.addTrack(TrackKind::kVideo);
+    const size_t sound = writer.addTrack(TrackKind::kSound);
+    ASSERT_TRUE(writer.start());
+    for (int i = 0; i < 80; ++i) {
+      const bool isBoth = i < 10;
+      const auto picture = packedSample(packedFormat(16, 16), 1, i * 500'000);
+      ASSERT_TRUE((!isBoth && !isSoundShort) || writer.append(video, picture));
+      const auto packet = pcmSample(pcmFormat(8000, 1), 4000, i * 500'000);
+      ASSERT_TRUE((!isBoth && isSoundShort) || writer.append(sound, packet));
+    }
+    mFiles.put("recovered.mov", mFiles.bytes(kPath));
+    ASSERT_EQ(recoverMovie("recovered.mov", mFiles).outcome, RecoveryOutcome::kRecovered);
+    ASSERT_TRUE(writer.finish());
+    for (const char* path : {kPath, "recovered.mov"}) {
+      const ProbedMovie movie = probeMovie(mFiles.bytes(path));
+      EXPECT_EQ(movie.complaints, "");
+      ASSERT_EQ(movie.tracks.size(), 2U);
+      EXPECT_NEAR(static_cast<double>(movie.tracks[0].endTime), static_cast<double>(movie.tracks[1].endTime), 200);
+    }
+    mFiles.remove(kPath);
+  }
+}
+
 TEST_F(MovieFileWriterTest, StretchesThePacketBeforeAGapInAAC) {
   const size_t sound = addSound();
   const auto format = aacFormat(48000, 2);
