@@ -25,7 +25,7 @@ struct SoundResampler::Kernel {
       for (size_t tap = 0; tap < kTaps; ++tap) {
         const double x = static_cast<double>(tap) - kBefore - static_cast<double>(phase) / kPhases;
         const double turn = std::numbers::pi * x;
-        const double edge = x / (kTaps / 2);
+        const double edge = x / kAfter;
         const double window = std::cyl_bessel_i(0, kBeta * std::sqrt(std::max(1 - edge * edge, 0.0)));
         exact[tap] = (x == 0 ? 1 : std::sin(turn) / turn) * window;
         sum += exact[tap];
@@ -48,7 +48,7 @@ void SoundResampler::process(std::span<const int16_t> in, double speed, std::vec
     for (size_t i = 0; i < kBefore; ++i) mWaiting.insert(mWaiting.end(), in.begin(), in.begin() + mChannels);
   mWaiting.insert(mWaiting.end(), in.begin(), in.end());
   const size_t count = frames();
-  while (mPosition + kTaps / 2 < static_cast<double>(count)) {
+  while (mPosition + kAfter < static_cast<double>(count)) {
     appendFrame(out);
     mPosition += speed;
   }

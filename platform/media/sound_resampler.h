@@ -25,8 +25,9 @@ class SoundResampler {
   double heldFrames() const;
 
  private:
-  static constexpr size_t kTaps = 16;
-  static constexpr size_t kBefore = kTaps / 2 - 1;  ///< frames before the one at the position
+  static constexpr size_t kAfter = 8;            ///< frames of the sinc that lie after the position
+  static constexpr size_t kBefore = kAfter - 1;  ///< before the one at the position
+  static constexpr size_t kTaps = 2 * kAfter;
   struct Kernel;
 
   size_t frames() const { return mWaiting.size() / mChannels; }

@@ -26,9 +26,8 @@ class Track {
 
   /// The sample that a packet became; null for none.
   CMSampleBufferRef add(const std::vector<int16_t>& packet, int64_t timestamp) {
-    const auto sample =
-        mGenerator.CreateSample(reinterpret_cast<const uint8_t*>(packet.data()),
-                                static_cast<unsigned>(packet.size() * 2), static_cast<uint64_t>(timestamp));
+    auto sample = mGenerator.CreateSample(reinterpret_cast<const uint8_t*>(packet.data()),
+                                          static_cast<unsigned>(packet.size() * 2), static_cast<uint64_t>(timestamp));
     if (!sample) return nullptr;
     silence += sample->attachments().insertedSilence;
     const auto at = static_cast<double>(sample->presentationTimeStamp().value);
