@@ -96,6 +96,7 @@ Failure noFormat(VeskVideoDevice& camera, const std::string& text, bool mustBeRe
 /// The camera has what is wanted at other rates only: those of `intervals`, of which there are some.
 Failure noRate(VeskVideoDevice& camera, const std::string& text, const std::set<uint32_t>& intervals) {
   std::vector<std::string> rates;
+  rates.reserve(intervals.size());
   for (const uint32_t interval : intervals) rates.push_back(fmt::format("{:.4g}", 1e7 / interval));
   const std::string last = rates.back();
   rates.pop_back();
