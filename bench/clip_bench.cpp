@@ -81,8 +81,7 @@ int main(int argc, char** argv) {
   if (!error.empty()) fail(error);
   const auto manager = VeskDeviceManager::getSharedInstance();
   const uint32_t code = codec == "avc1" ? kCMVideoCodecType_H264 : kCMPixelFormat_422YpCbCr8;
-  const auto camera =
-      openFirst<VeskVideoDevice, CMVideoFormatDescriptionRef>(*manager->getVideoDeviceList(), code);
+  const auto camera = openFirst<VeskVideoDevice, CMVideoFormatDescriptionRef>(*manager->getVideoDeviceList(), code);
   const auto microphone = openFirst<VeskAudioDevice, CMAudioFormatDescriptionRef>(*manager->getAudioDeviceList(), 0);
   if (!camera) fail("no pictures of that codec");
   const auto noted = std::make_shared<Noted>();
@@ -112,8 +111,9 @@ int main(int argc, char** argv) {
   std::string sums;
   for (const int64_t time : noted->times) times += fmt::format("{}{}", times.empty() ? "" : ",", time);
   for (const std::string& sum : noted->sums) sums += fmt::format("{}\"{}\"", sums.empty() ? "" : ",", sum);
-  fmt::print("{{\"recorded\":{},\"lost\":{},\"unfit\":{},\"times\":[{}],\"md5\":[{}]}}\n", outcome.statistics.videoFrames,
-             outcome.statistics.videoDropped, outcome.statistics.videoUnfit, times, sums);
+  fmt::print("{{\"recorded\":{},\"lost\":{},\"unfit\":{},\"times\":[{}],\"md5\":[{}]}}\n",
+             outcome.statistics.videoFrames, outcome.statistics.videoDropped, outcome.statistics.videoUnfit, times,
+             sums);
   camera->closeDevice();
   if (microphone) microphone->closeDevice();
   VeskDeviceManager::destroy();

@@ -57,6 +57,7 @@ std::unique_ptr<ISampleGenerator> makeAudioGenerator(const _VeskAudioDescription
 /// Samples that wait are handed on in portions, which the next movie's queues hold.
 constexpr size_t kSamplesAtOnce = 100;
 constexpr std::chrono::milliseconds kMoment{1};
+constexpr int kMostMoments = 2000;  // for a writer that hangs
 
 /// How many packets of silence a sample holds, of the size of the packet behind it.
 uint64_t silencePackets(const CMSampleBuffer& sample) {
@@ -314,7 +315,8 @@ void VeskMovieAssetCreator::ContinueIn(std::shared_ptr<VeskMovieCreator> next) {
       }
     }
     add(std::move(samples));
-    while (next->waiting().isBusy() && next->statistics().status == 0) std::this_thread::sleep_for(kMoment);
+    for (int moments = 0; moments < kMostMoments && next->waiting().areQueuesFull(); ++moments)
+      std::this_thread::sleep_for(kMoment);
   }
 }
 

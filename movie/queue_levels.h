@@ -22,9 +22,10 @@ struct QueueLevels {
 
   /// Whether a source that can wait should: more than half of a queue is waiting, or so much that raw
   /// pictures would pile up in memory.
-  bool isBusy() const {
-    return isForNext || videoWaiting > videoCapacity / 2 || audioWaiting > audioCapacity / 2 ||
-           bytesWaiting > kManyBytes;
+  bool isBusy() const { return isForNext || areQueuesFull(); }
+  /// The same of the queues alone.
+  bool areQueuesFull() const {
+    return videoWaiting > videoCapacity / 2 || audioWaiting > audioCapacity / 2 || bytesWaiting > kManyBytes;
   }
 
  private:

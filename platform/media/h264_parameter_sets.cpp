@@ -76,6 +76,7 @@ std::optional<unsigned> ParameterSets::pictureNumberFromBits(std::span<const uin
 }
 
 bool ParameterSets::learn(std::span<const uint8_t> nal) {
+  while (!nal.empty() && nal.back() == 0) nal = nal.first(nal.size() - 1);  // stands between units, not in them
   if (nal.empty()) return false;
   if (nalType(nal[0]) == kNalSequenceParameterSet) {
     const auto number = sequenceNumber(nal);

@@ -41,6 +41,7 @@ TEST(ParameterSetWatch, TellsSlicesThatNeedOtherSets) {
       {"the first slice, whatever it is", {kSequence0, kPicture0, kPicture1}, kIDR1, true},
       {"sets that are not known", {}, kIDR1, true},
       {"the same again", {kSequence0, kPicture0, kIDR0, kSequence0, kPicture0}, kSlice0, true},
+      {"the same with zeros behind it", {kSequence0, kPicture0, kIDR0, "67 42 00 1E 80 11 00 00"}, kSlice0, true},
       {"other sets that no slice uses",
        {kSequence0, kPicture0, kIDR0, kSequence1, kPicture1, kPicture2},
        kSlice0,

@@ -1,6 +1,8 @@
 // A camera that changes its pictures' parameter sets, recorded by a session.
 
+#include <atomic>
 #include <thread>
+#include <vector>
 
 #include "platform/foundation/log.h"
 #include "sessions/record_session.h"
@@ -86,6 +88,58 @@ TEST_F(FormatChangeTest, TheSessionGoesOnInTheNextMovie) {
   expectMovie(path, 176, 144, 100);
   expectMovie(nextPath, 640, 480, 90);
   for (const auto& entry : std::filesystem::directory_iterator(temporary.path())) ADD_FAILURE() << entry.path();
+}
+
+/// Whatever the threads do meanwhile: everything is in one of the movies, and each of them is whole.
+TEST_F(FormatChangeTest, NothingIsLostWhileTheDevicesRunOn) {
+  constexpr int kTurn = 25;
+  constexpr int kTurns = 8;
+  session->setContinues(true);
+  ASSERT_EQ(session->startSession(), 0);
+  std::atomic<int> running = 2;
+  std::thread cameraThread([&] {
+    for (int number = 0; number < kTurn * kTurns; ++number) {
+      const auto& clip = number / kTurn % 2 == 0 ? small : large;
+      test::Bytes bytes = clip[static_cast<size_t>(number % kTurn)].stream;
+      fakeCamera->deliver(bytes, 1'000'000 + number * int64_t{33'333});
+      std::this_thread::yield();
+    }
+    --running;
+  });
+  std::thread microphoneThread([&] {
+    for (int number = 0; number < kTurn * kTurns; ++number) {
+      fakeMicrophone->deliver(packet, 1'000'000 + number * int64_t{33'333});
+      std::this_thread::yield();
+    }
+    --running;
+  });
+  std::vector<RecordingOutcome> outcomes;
+  const auto goOn = [&] {
+    const std::string next = movies.file("turn-" + std::to_string(outcomes.size() + 2) + ".mov");
+    ASSERT_EQ(session->continueSession(next), 0);
+    outcomes.push_back(session->lastOutcome());
+  };
+  while (running > 0 || session->statistics().videoForNext != 0) {
+    if (session->statistics().videoForNext != 0) goOn();
+  }
+  cameraThread.join();
+  microphoneThread.join();
+  if (session->statistics().videoForNext != 0) goOn();
+  session->stopSession();
+  outcomes.push_back(session->lastOutcome());
+
+  ASSERT_EQ(outcomes.size(), size_t{kTurns});
+  int64_t sound = 0;
+  for (size_t turn = 0; turn < outcomes.size(); ++turn) {
+    const auto movie = test::probe(outcomes[turn].finalPath, test::Probe::kDecode);
+    EXPECT_EQ(movie.find("h264")->decoded, kTurn) << turn;
+    EXPECT_EQ(movie.find("h264")->width, turn % 2 == 0 ? 176 : 640);
+    EXPECT_EQ(movie.complaints, "");
+    EXPECT_EQ(outcomes[turn].statistics.videoHeldBack + outcomes[turn].statistics.videoUnfit, 0U);
+    EXPECT_EQ(outcomes[turn].statistics.videoDropped + outcomes[turn].statistics.audioDropped, 0U);
+    sound += static_cast<int64_t>(outcomes[turn].statistics.audioPackets + outcomes[turn].statistics.audioHeldBack);
+  }
+  EXPECT_EQ(sound, kTurn * kTurns) << "each in one of them, or captured before the one that it came to began";
 }
 
 TEST_F(FormatChangeTest, AHostThatDoesNotGoOnIsTold) {
