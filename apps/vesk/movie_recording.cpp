@@ -169,6 +169,7 @@ std::unique_ptr<MovieRecording> MovieRecording::continueIn(const std::string& fi
       throw Failure(kFailed, fmt::format("a movie could not be begun at \"{}\".", file),
                     "See that there is room for it.");
   } catch (const Failure&) {
+    setTemporaryDirectory(mFolder.path());
     mSession->setContinues(false);
     throw;
   }

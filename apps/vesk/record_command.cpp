@@ -26,6 +26,7 @@ using capture::Transport;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kTick{200};
+constexpr int kTicksToChange = 2;
 /// A camera's own microphone arrives and goes within this time of the camera.
 constexpr std::chrono::milliseconds kArrival{2000};
 constexpr std::chrono::milliseconds kDeparture{600};
@@ -257,7 +258,9 @@ class RecordCommand {
     const auto left = remaining();
     const bool isLongEnough = left && static_cast<double>(statistics.duration) >= *left * 1e6;
     if (statistics.writerMissing || statistics.status != 0 || isLongEnough) return end();
-    if (mMovie->isToContinue()) return mLoop.stop();
+    // Not at once: sound that was heard before the change, and belongs into this movie, may still be on its way.
+    mChangeTicks = mMovie->isToContinue() ? mChangeTicks + 1 : 0;
+    if (mChangeTicks > kTicksToChange) return mLoop.stop();
     tellLoss();
     if (const auto quiet = mMicrophoneLost ? std::nullopt : mMovie->quietMicrophone()) say(*quiet);
     if (mProgress.isShown()) mProgress.show(progress(statistics));
@@ -356,6 +359,7 @@ class RecordCommand {
   Clock::time_point mRateSince;
   uint64_t mRateFrom = 0;  ///< pictures
   double mRate = 0;        ///< pictures a second
+  int mChangeTicks = 0;    ///< since the camera has changed its pictures
   bool mHasWaited = false;
   bool mIsRecording = false;
   bool mIsCameraGone = false;
