@@ -248,7 +248,8 @@ void extendShortTracks(const MovieDescription& movie, std::span<const TrackConte
     const TrackTimes times = timesOf(movie, track);
     if (track.index->count() == 0 || times.presented >= longest / kLong || times.start >= longest) continue;
     const TrackDescription& description = *track.description;
-    track.index->moveEnd(rescale(longest - times.start, movie.timescale, description.timescale) + description.trim);
+    const uint64_t end = rescale(longest - times.start, movie.timescale, description.timescale) + description.trim;
+    if (track.index->canReach(end)) track.index->moveEnd(end);
   }
 }
 

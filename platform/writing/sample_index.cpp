@@ -86,6 +86,15 @@ void SampleIndex::moveEnd(uint64_t time) {
   mDuration = begin + mLastDuration;
 }
 
+bool SampleIndex::canReach(uint64_t time) const {
+  if (mSilence.size == 0 || time <= mDuration) return true;
+  constexpr uint64_t kMostBytes = uint64_t{16} << 20;
+  constexpr uint64_t kMostSamples = 0xFFFFFFFF;
+  const uint64_t samples = (time - mDuration) / mSilence.duration;
+  if (mCount > kMostSamples || samples > kMostSamples - mCount) return false;
+  return samples / samplesPerSilentChunk() * 8 + (mFrameSize == 0 ? samples * 4 : 0) <= kMostBytes;
+}
+
 /// As many samples as lie in `duration`; what is left over lengthens the last one.
 void SampleIndex::addSilence(uint64_t duration) {
   const uint64_t samples = duration / mSilence.duration;

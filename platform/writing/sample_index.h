@@ -94,6 +94,8 @@ class SampleIndex {
   bool fitsTables() const { return mCount <= 0xFFFFFFFF; }
   /// Bytes that the tables take at most, sample description apart.
   uint64_t tablesSize() const;
+  /// Whether moveEnd(time) leaves tables that can be written and grow by little.
+  bool canReach(uint64_t time) const;
   /// Over a gap up to this long the last sample lasts; longer ones are filled with silence. Track's scale.
   uint64_t longestStretch() const { return mSilence.longestStretch; }
   /// How many samples of silence must lie one after the other somewhere in the file; 0 when there are no gaps.

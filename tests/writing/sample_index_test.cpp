@@ -117,6 +117,18 @@ TEST(SampleIndex, LetsAllGapsShareOneStretchOfSilence) {
   EXPECT_EQ(packets.silentStretch(), 3U);
 }
 
+TEST(SampleIndex, KnowsWhichSilenceMakesTablesTooLarge) {
+  SampleIndex pcm(4, {.size = 4});
+  EXPECT_TRUE(pcm.canReach(0xFFFFFFFF));
+  EXPECT_FALSE(pcm.canReach(0x1'0000'0000));
+  SampleIndex wide(4096, {.size = 4096});  // 16 frames a chunk
+  EXPECT_FALSE(wide.canReach(0xFFFFFFFF));
+  SampleIndex packets(0, {.size = 4, .duration = 1024, .longestStretch = 2048});
+  EXPECT_TRUE(packets.canReach(uint64_t{4'000'000} * 1024));
+  EXPECT_FALSE(packets.canReach(uint64_t{5'000'000} * 1024));
+  EXPECT_TRUE(SampleIndex(0).canReach(UINT64_MAX)) << "a picture may last as long as it likes";
+}
+
 TEST(SampleIndex, TakesACoarserScaleForDurationsThatReadersTakeForNegative) {
   SampleIndex index(0);
   const TrackDescription track{.timescale = kVideoTimescale};
