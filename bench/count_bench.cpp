@@ -1,7 +1,9 @@
 /// Records frames from a file that `record_bench --dump` made, for counting instructions: this
 /// program links nothing that valgrind cannot run.
 ///
-///   count_bench FRAMES PICTURES OUT
+///   count_bench FRAMES PICTURES OUT [capture]
+///
+/// With the last word the movie keeps the pictures' own times (FrameTiming::kCapture).
 
 #include <algorithm>
 #include <cstdint>
@@ -30,12 +32,14 @@ void fill(Bytes& buffer, const Bytes& frame) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) return 2;
+  if (argc < 4) return 2;
+  const bool keepsTimes = argc > 4 && std::strcmp(argv[4], "capture") == 0;
   const auto frames = readFrames(argv[1]);
   const int pictures = std::atoi(argv[2]);
   if (frames.empty() || pictures <= 0) return 2;
   vesk::setStandardOutput(stderr);
   vesk::_VeskVideoDescription video{1280, 720, vesk::kCMVideoCodecType_H264, 30, 0};
+  if (keepsTimes) video.reserved = static_cast<int32_t>(vesk::FrameTiming::kCapture);
   vesk::_VeskAudioDescription audio{vesk::kWaveFormatLinearPCM, 2, 48'000, 16};
   const auto creator = vesk::CreateMovieCreator(argv[3]);
   creator->Open(&video, &audio);
