@@ -130,7 +130,7 @@ std::vector<uint32_t> VeskVideoDevice::getSupportedFrameIntervals(const CMVideoF
 int32_t VeskVideoDevice::setCaptureFormat(const CMVideoFormatDescriptionRef& format) {
   if (!mIsOpen) return kVeskStatusNotOpen;
   if (!format) return kVeskStatusNoFormat;
-  const VCICaptureParameters parameters = videoCaptureParameters(*format, mCaptureInterval);
+  const VCICaptureParameters parameters = videoCaptureParameters(*format, mCaptureInterval.get());
   return VCI_Set_Capture_Parameters(mHandle, &parameters) == kVCISuccess ? kVeskStatusSuccess : kVeskStatusNoFormat;
 }
 

@@ -84,8 +84,8 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   /// A camera takes the nearest of its own intervals (getSupportedFrameIntervals), and logs a line where its
   /// driver makes another of it; footage keeps its own rate, and logs that. Movies that are faster than 33
   /// pictures a second need FrameTiming::kCapture. From any thread.
-  std::optional<uint32_t> captureInterval() const { return mCaptureInterval; }
-  void setCaptureInterval(std::optional<uint32_t> interval) { mCaptureInterval = interval; }
+  std::optional<uint32_t> captureInterval() const { return mCaptureInterval.get(); }
+  void setCaptureInterval(std::optional<uint32_t> interval) { mCaptureInterval.set(interval); }
 
   /// Starts capture in the chosen format; a camera that refuses the format captures with what it has.
   /// @return 0 started or already capturing; 2 no format chosen; 3 not open; 6 in use elsewhere; 7
@@ -109,8 +109,8 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   void closeUnlessRecorded() VESK_EXCLUDES(mRecordingMutex);
 
   /// Kept for the host. Capture does not heed it: setCaptureInterval is what chooses a rate. From any thread.
-  std::optional<uint32_t> frameInterval() const { return mFrameinterval; }
-  void setFrameInterval(std::optional<uint32_t> interval) { mFrameinterval = interval; }
+  std::optional<uint32_t> frameInterval() const { return mFrameinterval.get(); }
+  void setFrameInterval(std::optional<uint32_t> interval) { mFrameinterval.set(interval); }
 
   // Camera controls. Numbers are in the units of camera_controls.h; none where the camera does not
   // have the control or the device is not open. Setters send the low bytes of what they are given,
@@ -333,8 +333,20 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   void performNudge(int8_t pan, int8_t tilt, const char* line);
   void turnHead(int8_t pan, int8_t tilt);
 
-  std::atomic<std::optional<uint32_t>> mFrameinterval{std::nullopt};
-  std::atomic<std::optional<uint32_t>> mCaptureInterval{std::nullopt};
+  /// A number or none, for every thread; an atomic std::optional is not lock-free with every compiler.
+  class Interval {
+   public:
+    std::optional<uint32_t> get() const {
+      const int64_t value = mValue;
+      return value < 0 ? std::nullopt : std::optional(static_cast<uint32_t>(value));
+    }
+    void set(std::optional<uint32_t> interval) { mValue = interval ? int64_t{*interval} : -1; }
+
+   private:
+    std::atomic<int64_t> mValue{-1};
+  };
+  Interval mFrameinterval;
+  Interval mCaptureInterval;
   std::optional<std::vector<uint32_t>> mSupportedFrameIntervals;
   std::shared_ptr<const CMVideoFormatList> mSupportedFormats;
   uint32_t mSubstream = 0;  ///< of the capture under way: 1 for H.264

@@ -22,16 +22,24 @@ constexpr std::chrono::milliseconds kLongestWait{100};
 /// With less free space than this a failure counts as a full disk, whatever the writer says.
 constexpr uint64_t kLeastFreeSpace = 4'000'000;
 
+constexpr int32_t kMicroseconds = 1'000'000;
+
+int64_t durationOf(const CMSampleBuffer& sample) {
+  const auto& format = sample.formatDescription();
+  if (const auto* const sound = format ? format->asSound() : nullptr) {
+    const AudioStreamBasicDescription& description = sound->streamBasicDescription();
+    const double frames = static_cast<double>(sample.numSamples()) * description.mFramesPerPacket;
+    return description.mSampleRate >= 1 ? static_cast<int64_t>(frames * kMicroseconds / description.mSampleRate) : 0;
+  }
+  const CMTime duration = CMTimeConvertScale(sample.duration(), kMicroseconds);
+  return duration.valid ? duration.value : 0;
+}
+
 /// Where a sample ends, in microseconds of the movie; 0 when its times do not say.
 uint64_t endOf(const CMSampleBuffer& sample) {
-  CMTime duration = sample.duration();
-  if (const auto* sound = dynamic_cast<const CMAudioFormatDescription*>(sample.formatDescription().get())) {
-    const AudioStreamBasicDescription& description = sound->streamBasicDescription();
-    const double rate = std::min<double>(description.mSampleRate, std::numeric_limits<int32_t>::max());
-    duration = CMTimeMake(int64_t{sample.numSamples()} * description.mFramesPerPacket, static_cast<int32_t>(rate));
-  }
-  const CMTime end = CMTimeConvertScale(CMTimeAdd(sample.presentationTimeStamp(), duration), 1'000'000);
-  return end.valid && end.value > 0 ? static_cast<uint64_t>(end.value) : 0;
+  const CMTime start = CMTimeConvertScale(sample.presentationTimeStamp(), kMicroseconds);
+  const auto end = start.valid ? static_cast<uint64_t>(start.value) + static_cast<uint64_t>(durationOf(sample)) : 0;
+  return end <= static_cast<uint64_t>(std::numeric_limits<int64_t>::max()) ? end : 0;
 }
 
 }  // namespace

@@ -22,6 +22,11 @@ constexpr int kFewOdd = 2;
 constexpr double kFewOddLast = 40'000;  // microseconds
 constexpr int kManyOdd = 6;
 
+/// Of a number that is not negative.
+uint64_t rounded(double number) {
+  return static_cast<uint64_t>(number + 0.5);
+}
+
 }  // namespace
 
 uint64_t CaptureTimes::place(uint64_t timestamp) {
@@ -37,11 +42,11 @@ uint64_t CaptureTimes::place(uint64_t timestamp) {
 
   const double most = std::min(usualError(), kFarthest);
   const double place = std::clamp(mGridTime, std::max(time - most, 0.0), time + most);
-  const auto placed = std::max(static_cast<uint64_t>(std::llround(place)), isFirst ? 0 : mLastPlace + 1);
+  const auto placed = std::max(rounded(place), isFirst ? 0 : mLastPlace + 1);
   // To the grid's next place, so that the rounding of the durations does not add up.
   const double next = mGridTime + mFrames * mGridInterval;
   if (!isFirst) {
-    const auto end = static_cast<uint64_t>(std::llround(next));
+    const uint64_t end = rounded(next);
     mDuration = end > placed ? std::min(end - placed, kLongestDuration) : 1;
   }
   mLastPlace = placed;

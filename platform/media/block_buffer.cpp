@@ -1,16 +1,22 @@
 #include "platform/media/block_buffer.h"
 
 #include <cstring>
+#include <limits>
 #include <new>
+
+#include "platform/media/pool_allocator.h"
 
 namespace vesk {
 
 std::shared_ptr<CMBlockBuffer> CMBlockBuffer::create(size_t length) {
-  if (length == 0) return nullptr;
-  auto memory = MemoryPool::shared().allocate(length);
-  if (!memory) return nullptr;
+  constexpr size_t kMost = std::numeric_limits<size_t>::max() / 2;
+  if (length == 0 || length > kMost) return nullptr;
   try {
-    return std::make_shared<CMBlockBuffer>(std::move(memory), length);
+    uint8_t* bytes = nullptr;
+    auto block = std::allocate_shared<CMBlockBuffer>(PoolAllocator<CMBlockBuffer>(length, &bytes));
+    block->mBytes = bytes;
+    block->mLength = length;
+    return block;
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
@@ -18,13 +24,13 @@ std::shared_ptr<CMBlockBuffer> CMBlockBuffer::create(size_t length) {
 
 bool CMBlockBuffer::replaceDataBytes(std::span<const uint8_t> bytes, size_t offset) {
   if (offset > mLength || bytes.size() > mLength - offset) return false;
-  if (!bytes.empty()) std::memcpy(mMemory.get() + offset, bytes.data(), bytes.size());
+  if (!bytes.empty()) std::memcpy(mBytes + offset, bytes.data(), bytes.size());
   return true;
 }
 
 bool CMBlockBuffer::fillDataBytes(uint8_t value, size_t offset, size_t length) {
   if (offset > mLength || length > mLength - offset) return false;
-  std::memset(mMemory.get() + offset, value, length);
+  std::memset(mBytes + offset, value, length);
   return true;
 }
 

@@ -6,7 +6,6 @@
 #include <span>
 
 #include "platform/foundation/export.h"
-#include "platform/media/memory_pool.h"
 
 namespace vesk {
 
@@ -23,14 +22,15 @@ class VESK_EXPORT CMBlockBuffer {
   bool fillDataBytes(uint8_t value, size_t offset, size_t length);
 
   size_t length() const { return mLength; }
-  std::span<uint8_t> data() { return {mMemory.get(), mLength}; }
-  std::span<const uint8_t> data() const { return {mMemory.get(), mLength}; }
+  std::span<uint8_t> data() { return {mBytes, mLength}; }
+  std::span<const uint8_t> data() const { return {mBytes, mLength}; }
 
-  CMBlockBuffer(MemoryPool::Block memory, size_t length) : mMemory(std::move(memory)), mLength(length) {}
+  /// For the factory above; use that.
+  CMBlockBuffer() = default;
 
  private:
-  MemoryPool::Block mMemory;
-  size_t mLength;
+  uint8_t* mBytes = nullptr;  ///< behind this object, in the same memory
+  size_t mLength = 0;
 };
 
 using CMBlockBufferRef = std::shared_ptr<CMBlockBuffer>;

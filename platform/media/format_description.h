@@ -12,6 +12,8 @@
 
 namespace vesk {
 
+class CMAudioFormatDescription;
+
 /// What the samples of a track are. Immutable, so it may be shared between threads.
 class VESK_EXPORT CMFormatDescription {
  public:
@@ -21,6 +23,8 @@ class VESK_EXPORT CMFormatDescription {
 
   /// The codec of a picture, the format identifier of sound.
   uint32_t mediaSubType() const { return mSubType; }
+  /// This one where it describes sound, else null.
+  virtual const CMAudioFormatDescription* asSound() const { return nullptr; }
 
  protected:
   explicit CMFormatDescription(uint32_t subType) : mSubType(subType) {}
@@ -66,6 +70,7 @@ class VESK_EXPORT CMAudioFormatDescription final : public CMFormatDescription {
   static std::shared_ptr<const CMAudioFormatDescription> create(const AudioStreamBasicDescription& description);
 
   const AudioStreamBasicDescription& streamBasicDescription() const { return mDescription; }
+  const CMAudioFormatDescription* asSound() const override { return this; }
 
  private:
   explicit CMAudioFormatDescription(const AudioStreamBasicDescription& description);

@@ -8,6 +8,19 @@ namespace {
 
 constexpr size_t kSmallestShift = 9;  // 512 bytes
 
+// The address sanitizer is to see who uses a block that was given back.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool kKeepsBlocks = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+constexpr bool kKeepsBlocks = false;
+#else
+constexpr bool kKeepsBlocks = true;
+#endif
+#else
+constexpr bool kKeepsBlocks = true;
+#endif
+
 /// Size of the blocks of a class: 2^n, then 1.5 × 2^n.
 size_t classSize(size_t index) {
   const size_t base = size_t{1} << (kSmallestShift + index / 2);
@@ -30,6 +43,10 @@ MemoryPool& MemoryPool::shared() {
   return *pool;
 }
 
+bool MemoryPool::keepsBlocks() {
+  return kKeepsBlocks;
+}
+
 MemoryPool::Block MemoryPool::allocate(size_t length) {
   const size_t index = classFor(length);
   if (index >= kClasses) return nullptr;
@@ -46,10 +63,14 @@ MemoryPool::Block MemoryPool::allocate(size_t length) {
   return Block(static_cast<uint8_t*>(std::malloc(classSize(index))), Return{index});
 }
 
-void MemoryPool::giveBack(uint8_t* memory, size_t classIndex) noexcept {
+void MemoryPool::giveBack(uint8_t* memory, size_t length) noexcept {
+  keep(memory, classFor(length));
+}
+
+void MemoryPool::keep(uint8_t* memory, size_t classIndex) noexcept {
   {
     MutexLock lock(mMutex);
-    if (mKept + classSize(classIndex) <= kMostKept) {
+    if (kKeepsBlocks && mKept + classSize(classIndex) <= kMostKept) {
       try {
         mFree[classIndex].push_back(memory);
         mKept += classSize(classIndex);
@@ -69,7 +90,7 @@ MemoryPool::~MemoryPool() {
 }
 
 void MemoryPool::Return::operator()(uint8_t* memory) const noexcept {
-  if (memory) MemoryPool::shared().giveBack(memory, classIndex);
+  if (memory) MemoryPool::shared().keep(memory, classIndex);
 }
 
 }  // namespace vesk

@@ -29,6 +29,10 @@ class MemoryPool {
 
   /// A block of at least `length` bytes, aligned for any type; null when there is no memory.
   Block allocate(size_t length);
+  /// Takes back what `allocate` made for `length` bytes, for who has let go of its Block.
+  void giveBack(uint8_t* memory, size_t length) noexcept;
+  /// Whether what is given back is used again: not under the address sanitizer.
+  static bool keepsBlocks();
 
   MemoryPool() = default;
   MemoryPool(const MemoryPool&) = delete;
@@ -39,7 +43,7 @@ class MemoryPool {
   static constexpr size_t kClasses = 48;                 ///< 512 bytes to 4 GiB, two classes an octave
   static constexpr size_t kMostKept = size_t{64} << 20;  ///< bytes kept over all classes
 
-  void giveBack(uint8_t* memory, size_t classIndex) noexcept;
+  void keep(uint8_t* memory, size_t classIndex) noexcept;
 
   Mutex mMutex;
   std::array<std::vector<uint8_t*>, kClasses> mFree VESK_GUARDED_BY(mMutex);

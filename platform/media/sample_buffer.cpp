@@ -3,13 +3,15 @@
 #include <new>
 #include <utility>
 
+#include "platform/media/pool_allocator.h"
+
 namespace vesk {
 namespace {
 
 /// An empty sample buffer, or null when there is no memory.
 CMSampleBufferRef makeEmpty() {
   try {
-    return std::make_shared<CMSampleBuffer>();
+    return std::allocate_shared<CMSampleBuffer>(PoolAllocator<CMSampleBuffer>());
   } catch (const std::bad_alloc&) {
     return nullptr;
   }

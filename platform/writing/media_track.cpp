@@ -51,7 +51,7 @@ std::optional<int64_t> MediaTrack::timeOf(const CMSampleBuffer& sample) {
   const auto stamp = microsecondsOf(sample.presentationTimeStamp());
   const uint64_t silence = std::min(sample.attachments().insertedSilence, kMostSilence);
   if (!stamp || silence == 0) return stamp;
-  const auto* const format = dynamic_cast<const CMAudioFormatDescription*>(sample.formatDescription().get());
+  const auto* const format = sample.formatDescription() ? sample.formatDescription()->asSound() : nullptr;
   if (!format || !(format->streamBasicDescription().mSampleRate >= 1)) return stamp;
   const uint64_t frames = silence * std::max<uint64_t>(format->streamBasicDescription().mFramesPerPacket, 1);
   const double duration = static_cast<double>(frames) / format->streamBasicDescription().mSampleRate * kSecond;

@@ -331,7 +331,7 @@ std::optional<SoundFields> readSoundFields(ByteReader& reader) {
 }  // namespace
 
 std::optional<TrackDescription> describeTrack(const CMFormatDescription& format) {
-  if (const auto* sound = dynamic_cast<const CMAudioFormatDescription*>(&format)) {
+  if (const auto* sound = format.asSound()) {
     return describeSound(sound->streamBasicDescription());
   }
   const auto* video = dynamic_cast<const CMVideoFormatDescription*>(&format);

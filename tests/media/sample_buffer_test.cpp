@@ -104,7 +104,9 @@ TEST(MemoryPool, BlocksHoldWhatWasAskedForAndAreUsedAgain) {
     const auto block = MemoryPool::shared().allocate(700000);
     first = block.get();
   }  // given back at once
-  EXPECT_EQ(MemoryPool::shared().allocate(700000).get(), first);
+  if (MemoryPool::keepsBlocks()) {
+    EXPECT_EQ(MemoryPool::shared().allocate(700000).get(), first);
+  }
   EXPECT_FALSE(MemoryPool::shared().allocate(kTooMuch));
 }
 
