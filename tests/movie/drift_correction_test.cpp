@@ -57,11 +57,11 @@ INSTANTIATE_TEST_SUITE_P(Crystals, Drift, testing::Values(-500.0, 500.0));
 /// The sound tells when it was recorded: it counts the milliseconds. How many frames there are a second makes no
 /// difference but to the time that this takes.
 TEST_P(Drift, SoundStaysWithinTwentyMillisecondsOfItsCaptureTimeForFourHours) {
-  constexpr uint32_t kRate = 1000;
+  constexpr uint32_t kRate = 250;
   constexpr double kRange = 20'000;
   DriftingMicrophone microphone(kRate, GetParam(), 5'000, 7'000'000);
   Track track(kRate);
-  std::vector<int16_t> packet(40);
+  std::vector<int16_t> packet(25);
   double worst = 0;
   while (microphone.truth() < 4 * 3600 * kSecond) {
     for (size_t i = 0; i < packet.size(); ++i)
@@ -70,7 +70,7 @@ TEST_P(Drift, SoundStaysWithinTwentyMillisecondsOfItsCaptureTimeForFourHours) {
     microphone.advance(packet.size());
     ASSERT_TRUE(sample);
     const double shownAt = std::fmod(static_cast<double>(sample->presentationTimeStamp().value) / 1000, kRange);
-    if (shownAt < 50 || shownAt > kRange - 50) continue;  // where the count begins anew
+    if (shownAt < 100 || shownAt > kRange - 100) continue;  // where the count begins anew
     const double capturedAt = *reinterpret_cast<const int16_t*>(sample->data().data()) + kRange / 2;
     worst = std::max(worst, std::abs(shownAt - capturedAt));
   }
@@ -80,7 +80,7 @@ TEST_P(Drift, SoundStaysWithinTwentyMillisecondsOfItsCaptureTimeForFourHours) {
 
 /// The energy of `sound` further than 100 Hz from its tone, in decibels of the tone.
 double noiseBeside(double frequency, uint32_t rate, std::span<const double> sound) {
-  constexpr double kResolution = 10;  // hertz
+  constexpr double kResolution = 20;  // hertz
   const size_t count = static_cast<size_t>(rate / kResolution);
   double loudest = -300;
   for (size_t at = 0; at + count <= sound.size(); at += count / 2) {
@@ -128,7 +128,7 @@ TEST_P(Drift, IsCorrectedWithoutAClick) {
   // What the measure says of a click: one frame left out.
   heard.resize(kRate);
   heard.erase(heard.begin() + kRate / 2);
-  EXPECT_GT(noiseBeside(1000, kRate, heard), -60);
+  EXPECT_GT(noiseBeside(1000, kRate, heard), -40);
 }
 
 /// Sound of a source that corrects it already, or whose stamps jitter a little, is not touched.
