@@ -55,9 +55,12 @@ class Sound(MachineTest):
         self.assert_numbers(numbers_of(movie), answer)
         facts = program.probe(movie)
         self.assertEqual((facts["audio"]["codec_name"], int(facts["audio"]["sample_rate"])), ("pcm_s16le", 48000))
+        return movie
+
+    def assert_ends_together(self, movie):
+        facts = program.probe(movie)
         ends = [float(facts[kind]["start_time"]) + float(facts[kind]["duration"]) for kind in ("video", "audio")]
         self.assertAlmostEqual(*ends, delta=0.6)  # the last picture is shown as long as the one before
-        return movie
 
     def test_lists_what_the_drivers_have(self):
         listed = self.result("listed")
@@ -69,6 +72,7 @@ class Sound(MachineTest):
         movie = self.assert_picture_and_sound(self.result("recorded"), "camera")
         self.assertEqual(program.probe(movie)["audio"]["channels"], 1)
         self.skip_if_starved(self.result("recorded"))
+        self.assert_ends_together(movie)
         self.assert_tone(movie)
         self.assert_flash_and_beep_together(movie)
 
@@ -76,6 +80,7 @@ class Sound(MachineTest):
         answer = self.result("looped")
         movie = self.assert_picture_and_sound(answer, "looped")
         self.assertEqual(program.probe(movie)["audio"]["channels"], 2)
+        self.assert_ends_together(movie)
         self.assert_tone(movie)
 
     def test_tells_which_program_has_the_camera(self):
@@ -115,5 +120,6 @@ class Sound(MachineTest):
         answer = self.result("served")["recorded"]
         movie = self.assert_picture_and_sound(answer, "served")
         self.skip_if_starved(answer)
+        self.assert_ends_together(movie)
         self.assert_tone(movie)
         self.assert_flash_and_beep_together(movie)
