@@ -6,7 +6,7 @@ import struct
 from machine import MachineTest, numbers_of, program
 
 QUIET, LOUD = 3277, 26000  # amplitudes of the emulated tone, the latter while the picture is white
-MOST_OFFSET = 0.060
+MOST_OFFSET = 0.040
 
 
 def windows(movie):
