@@ -101,8 +101,8 @@ class Sound(MachineTest):
             self.assertAlmostEqual(asked, found, delta=6)  # the microphone has 48 steps
         self.assertTrue(any("selector=1" in line and "data=01" in line for line in settings["asked"]), settings["asked"])
         volumes = [line.split("data=")[1] for line in settings["asked"] if "selector=2" in line]
-        # The kernel sends the old value once more when it wakes the camera for the first.
-        self.assertIn("00 D0", volumes[:2])
+        # The kernel sends the old value once more whenever it wakes the camera.
+        self.assertIn("00 D0", volumes)
         self.assertEqual(volumes[-1], "00 00")
 
     def test_works_with_a_sound_server(self):
