@@ -83,10 +83,15 @@ void DelegateList::deliver(void* frame, uint32_t length, int64_t timestamp) {
 
 void DelegateList::deliverMicLevel(float level) {
   const RecursiveMutexLock levels(mLevelLock);
-  const RecursiveMutexLock lock(mLock);
-  for (size_t i = 0; i < mDelegates.size(); ++i)
-    if (const auto delegate = micLevelDelegate(mDelegates[i]))
-      callDelegate([&] { delegate->didMicLevelEventOccured(level); });
+  Delegates delegates;
+  {
+    const RecursiveMutexLock lock(mLock);
+    delegates = mDelegates;
+  }
+  for (const auto& each : delegates) {
+    const auto delegate = micLevelDelegate(each);
+    if (delegate && isThere(each.get())) callDelegate([&] { delegate->didMicLevelEventOccured(level); });
+  }
 }
 
 void DelegateList::queueMicLevel(float level, const std::shared_ptr<const std::atomic<bool>>& isCurrent) {

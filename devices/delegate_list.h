@@ -17,8 +17,8 @@ namespace vesk {
 /// Threads: every operation from any thread. mLock is recursive and held for a whole delivery, so add
 /// and remove wait for a delivery in progress on another thread. It is the outermost of the recording's
 /// locks: a delegate may take its own inside. mLevelLock comes before it, since a host may change the list
-/// inside a level, and is held alone while a queued level is delivered: frames do not wait for what a host
-/// does with it.
+/// inside a level, and is held alone while a level is delivered: neither frames nor who adds a delegate wait
+/// for what a host does with it.
 class VESK_LOCAL DelegateList : public VeskDeviceDelegates, public std::enable_shared_from_this<DelegateList> {
  public:
   explicit DelegateList(std::shared_ptr<VeskDeviceInfo> info) : mInfo(std::move(info)) {}

@@ -35,6 +35,8 @@ class VESK_EXPORT VeskDeviceManager {
   /// Stops the manager: events end (one being handled on another thread is waited for), motorised heads
   /// that are being nudged get their stop, and the capture library is shut down. Lists already handed
   /// out stay. While this runs, others still get the old manager; a second destroy meanwhile does nothing.
+  /// Not from inside a frame, nor from inside a level while a notification's handler on another thread may
+  /// remove a delegate: each would wait for the other.
   static void destroy();
 
   /// The devices attached, as of the first request or the last event: never null. Only the first request
