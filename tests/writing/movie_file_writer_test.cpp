@@ -363,6 +363,9 @@ struct Pause {
   bool isPutIn = false;  ///< a count of silence comes with the sound behind it
   int64_t left = 0;      ///< steps of it that are in the movie; 0: all
 };
+void PrintTo(const Pause& pause, std::ostream* out) {
+  *out << pause.label;
+}
 class PauseTest : public MovieFileWriterTest, public ::testing::WithParamInterface<Pause> {
  protected:
   static constexpr int64_t kStep = 128'000;  // microseconds
