@@ -6,7 +6,8 @@ Usage: bench/compare_times.py [--build DIR] [--seconds S] [--logs FILE…]
 Records pictures whose stamps come at many rates, with jitter, with lost pictures, and with a rate that
 changes, and prints for each movie how far its pictures lie from the stamps, what ffprobe takes its rate
 to be, how many of its durations differ from the others, and how many lines of warning ffmpeg, GStreamer
-and mpv write while they decode it. A log holds a camera's own stamps, one in each line, in microseconds.
+and mpv write while they decode it. With logs, these only: a log holds a camera's own stamps, one in each
+line, in microseconds (such as ffmpeg -f v4l2 -ts abs … -c copy -copyts -f framecrc tells).
 Needs a release build, ffmpeg, GStreamer's gst-launch-1.0 and mpv.
 """
 import argparse
@@ -57,25 +58,34 @@ def rates_of(movie):
     return Fraction(stream["r_frame_rate"]), Fraction(stream["avg_frame_rate"])
 
 
+def sentences(*texts):
+    """Lines without times, addresses and figures."""
+    return [re.sub(r"\d+", "N", re.sub(r"^\S+ +\d+ +0x\w+ |0x\w+", "", line)) for text in texts for line in text.splitlines()
+            if line.strip()]
+
+
 def said_by_gstreamer(movie):
-    """Its warnings, as sentences: without times, addresses and figures."""
-    out, error = run("env", "GST_DEBUG=2", "GST_DEBUG_NO_COLOR=1", "gst-launch-1.0", "-q", "filesrc", f"location={movie}", "!",
-                     "qtdemux", "name=d", "d.video_0", "!", "queue", "!", "decodebin", "!", "fakesink", "sync=false", "d.audio_0",
-                     "!", "queue", "!", "decodebin", "!", "fakesink", "sync=false")
-    return [re.sub(r"\d+", "N", re.sub(r"^\S+ +\d+ +0x\w+ ", "", line)) for line in (out + error).splitlines() if line.strip()]
+    return run("env", "GST_DEBUG=2", "GST_DEBUG_NO_COLOR=1", "gst-launch-1.0", "-q", "filesrc", f"location={movie}", "!",
+               "qtdemux", "name=d", "d.video_0", "!", "queue", "!", "decodebin", "!", "fakesink", "sync=false", "d.audio_0", "!",
+               "queue", "!", "decodebin", "!", "fakesink", "sync=false")
+
+
+def said_by_ffmpeg(movie):
+    """ffmpeg is to keep the times: else its null output counts in pictures of the rate that it guessed, and warns
+    of any that lies between two."""
+    return run("ffmpeg", "-v", "warning", "-i", movie, "-fps_mode", "passthrough", "-enc_time_base", "-1", "-f", "null", "-")
+
+
+def said_by_mpv(movie):
+    return run("mpv", "--no-config", "--msg-level=all=warn", "--vo=null", "--ao=null", "--ao-null-untimed", "--untimed", movie)
 
 
 def warnings(movie, peer):
-    """Lines that players write about a movie which they decode to its end: of GStreamer, those that it does
-    not write about the same movie as ffmpeg copies it. ffmpeg is to keep the times: without -enc_time_base its
-    null output counts in pictures of the rate that it guessed, and warns of any that lies between two."""
+    """Lines that players write about a movie which they decode to its end, and not about the same movie as
+    ffmpeg copies it."""
     run("ffmpeg", "-v", "error", "-y", "-i", movie, "-c", "copy", peer)
-    usual = said_by_gstreamer(peer)
-    lines = {"ffmpeg": run("ffmpeg", "-v", "warning", "-i", movie, "-fps_mode", "passthrough", "-enc_time_base", "-1", "-f", "null",
-                           "-"),
-             "mpv": run("mpv", "--no-config", "--msg-level=all=warn", "--vo=null", "--ao=null", "--ao-null-untimed", "--untimed", movie)}
-    said = {who: [line for text in pair for line in text.splitlines() if line.strip()] for who, pair in lines.items()}
-    return said | {"GStreamer": [line for line in said_by_gstreamer(movie) if line not in usual]}
+    said = {"ffmpeg": said_by_ffmpeg, "GStreamer": said_by_gstreamer, "mpv": said_by_mpv}
+    return {who: sorted(set(sentences(*ask(movie))) - set(sentences(*ask(peer)))) for who, ask in said.items()}
 
 
 def near(rate):
@@ -94,11 +104,12 @@ def main():
     bench = pathlib.Path(options.build) / "bench/record_bench"
 
     rows = []
-    for name, rate in RATES.items():
+    for name, rate in ({} if options.logs else RATES).items():
         for jitter, lost in ((0, 0.0), (2, 0.0), (5, 0.0), (2, 0.01)):
             what = f"{name} a second, jitter {jitter} ms" + (", 1 % lost" if lost else "")
             rows.append((what, *camera(rate, options.seconds, jitter, lost)))
-    rows.append(("30, then 15, jitter 2 ms", *camera(Fraction(30), options.seconds, 2, later=Fraction(15))))
+    if not options.logs:
+        rows.append(("30, then 15, jitter 2 ms", *camera(Fraction(30), options.seconds, 2, later=Fraction(15))))
     for log in map(pathlib.Path, options.logs):
         stamps = [int(line) for line in log.read_text().split()]
         rows.append((log.stem, [stamp - stamps[0] + FIRST for stamp in stamps], None))
