@@ -24,7 +24,7 @@ constexpr int kManyOdd = 6;
 
 /// Of a number that is not negative.
 uint64_t rounded(double number) {
-  return static_cast<uint64_t>(number + 0.5);
+  return static_cast<uint64_t>(std::llround(number));
 }
 
 }  // namespace
