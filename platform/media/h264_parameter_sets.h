@@ -64,7 +64,7 @@ class VESK_EXPORT ParameterSets {
       number = (word << used >> (64 - length)) - 1;
       used += length;
     }
-    return static_cast<unsigned>(number);
+    return number < kMaxPictureSets ? std::optional(static_cast<unsigned>(number)) : std::nullopt;
   }
 
   /// The bytes of a set; empty when there is none of the number.

@@ -299,9 +299,12 @@ TEST_F(MovieCreator, TakesTwoCaptureThreadsAndACloser) {
   mCreator->Open(&kH264, &kPCM);
   const auto pictures = test::accessUnitsOf("MIDR_MW_D.264");
   std::atomic<bool> closed{false};
-  std::atomic<int> rounds{0};
+  std::atomic<uint64_t> rounds{0};
+  std::atomic<uint64_t> packets{0};
   std::thread camera([&] {
     for (uint64_t number = 0; !closed; ++number) {
+      // Sound that ended in the first quarter of the movie would be lengthened.
+      while (number > packets + 30 && !closed) std::this_thread::yield();
       add(*mCreator, pictures[number % pictures.size()].stream, kStart + number * 33'333, kVideo);
       rounds.fetch_add(1);
     }
@@ -310,6 +313,7 @@ TEST_F(MovieCreator, TakesTwoCaptureThreadsAndACloser) {
     for (uint32_t number = 0; !closed; ++number) {
       while (mCreator->waiting().audioWaiting > kAudioQueueCapacity / 2) std::this_thread::yield();
       add(*mCreator, test::soundPacket(number), kStart + number * 21'334ULL, kAudio);
+      packets.fetch_add(1);
     }
   });
   while (rounds < 50) {
