@@ -22,10 +22,10 @@
 #include <string>
 #include <vector>
 
-#include "movie/h264_bitstream.h"
+#include <vesk/h264_bitstream.h>
+#include <vesk/log.h>
 #include "movie/nal_unit_walk.h"
 #include "movie/start_code_scan.h"
-#include "platform/foundation/log.h"
 
 namespace {
 

@@ -17,14 +17,14 @@ extern "C" {
 #include <libavutil/md5.h>
 }
 
-#include "capture/capture_host.h"
-#include "devices/audio_device.h"
-#include "devices/device_manager.h"
-#include "devices/video_device.h"
+#include <vesk/audio_device.h>
+#include <vesk/capture_host.h>
+#include <vesk/device_manager.h>
+#include <vesk/four_char_code.h>
+#include <vesk/log.h>
+#include <vesk/record_session.h>
+#include <vesk/video_device.h>
 #include "platform/foundation/file_manager.h"
-#include "platform/foundation/log.h"
-#include "platform/media/four_char_code.h"
-#include "sessions/record_session.h"
 
 namespace {
 

@@ -132,7 +132,7 @@ def compare(bench, clip, codec, folder):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", default=str(ROOT / "build/release"))
-    parser.add_argument("--media", default=os.environ.get("VESK_MEDIA", str(ROOT / "tests/data")))
+    parser.add_argument("--media", default=os.environ.get("VESK_MEDIA", str(ROOT / "footage")))
     parser.add_argument("clips", nargs="*")
     options = parser.parse_args()
     bench = pathlib.Path(options.build) / "bench/clip_bench"

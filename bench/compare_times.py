@@ -97,7 +97,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", default=str(ROOT / "build/release"))
     parser.add_argument("--seconds", type=int, default=60)
-    parser.add_argument("--clip", default=str(ROOT / "tests/data/street-320x240-h264-latesound.mov"))
+    parser.add_argument("--clip", default=str(ROOT / "footage/street.mov"))
     parser.add_argument("--logs", nargs="*", default=[])
     parser.add_argument("--show", action="store_true", help="print what the players said")
     options = parser.parse_args()

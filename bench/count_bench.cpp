@@ -13,10 +13,10 @@
 #include <ctime>
 #include <vector>
 
+#include <vesk/four_char_code.h>
+#include <vesk/log.h>
+#include <vesk/movie_creator.h>
 #include "bench/frame_file.h"
-#include "movie/movie_creator.h"
-#include "platform/foundation/log.h"
-#include "platform/media/four_char_code.h"
 
 namespace {
 

@@ -16,9 +16,9 @@
 #include <string>
 #include <vector>
 
+#include <vesk/four_char_code.h>
+#include <vesk/icm_decoder.h>
 #include "bench/bare_jpeg.h"
-#include "decoding/icm_decoder.h"
-#include "platform/media/four_char_code.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

@@ -11,13 +11,13 @@
 #include <memory>
 #include <vector>
 
+#include <vesk/four_char_code.h>
+#include <vesk/icm_decoder.h>
 #include "bench/bare_jpeg.h"
 #include "bench/frame_file.h"
-#include "decoding/icm_decoder.h"
 #include "platform/decompression/codec_info.h"
 #include "platform/decompression/frame_decoder.h"
 #include "platform/decompression/jpeg_frame_decoder.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk {
 

@@ -29,9 +29,9 @@
 
 #include <jpeglib.h>  // after <cstdio>, whose types it takes
 
-#include "platform/graphics/bitmap_image_rep.h"
+#include <vesk/bitmap_image_rep.h>
+#include <vesk/preview_view.h>
 #include "platform/graphics/picture_planes.h"
-#include "render/preview_view.h"
 #include "tests/support/offscreen_host.h"
 
 namespace {

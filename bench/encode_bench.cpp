@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
+#include <vesk/four_char_code.h>
+#include "capture/encoding/av_handles.h"
 #include "capture/encoding/encoded_camera.h"
-#include "capture/files/av_handles.h"
-#include "platform/media/four_char_code.h"
 
 namespace {
 

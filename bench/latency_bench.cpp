@@ -12,16 +12,16 @@
 #include <memory>
 #include <vector>
 
-#include "capture/capture_host.h"
-#include "decoding/icm_decoder.h"
-#include "devices/device_manager.h"
-#include "devices/video_device.h"
-#include "platform/foundation/dispatch_queue.h"
-#include "platform/foundation/log.h"
-#include "platform/foundation/run_loop.h"
-#include "platform/media/four_char_code.h"
-#include "render/preview_view.h"
-#include "sessions/preview_session.h"
+#include <vesk/capture_host.h>
+#include <vesk/device_manager.h>
+#include <vesk/dispatch_queue.h>
+#include <vesk/four_char_code.h>
+#include <vesk/icm_decoder.h>
+#include <vesk/log.h>
+#include <vesk/preview_session.h>
+#include <vesk/preview_view.h>
+#include <vesk/run_loop.h>
+#include <vesk/video_device.h>
 
 namespace {
 

@@ -34,9 +34,9 @@ extern "C" {
 #include <libavformat/avformat.h>
 }
 
-#include "movie/movie_creator.h"
-#include "platform/foundation/log.h"
-#include "platform/media/four_char_code.h"
+#include <vesk/four_char_code.h>
+#include <vesk/log.h>
+#include <vesk/movie_creator.h>
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <iterator>
 #include <string>
 
-#include "catalogue/xml_reader.h"
+#include <vesk/xml_reader.h>
 
 namespace {
 

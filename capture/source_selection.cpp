@@ -2,12 +2,12 @@
 
 #include <utility>
 
-#include "capture/combined_source.h"
 #include "capture/files/file_source.h"
-#include "capture/library.h"
+#include "capture/interface/library.h"
+#include "capture/interface/wide_text.h"
 #include "capture/linux/linux_source.h"
 #include "capture/simulated/simulated_source.h"
-#include "capture/wide_text.h"
+#include "capture/sources/combined_source.h"
 
 namespace vesk::capture {
 namespace {

@@ -1,6 +1,6 @@
-#include "catalogue/resolution_info.h"
+#include <vesk/resolution_info.h>
 
-#include "catalogue/xml_reader.h"
+#include <vesk/xml_reader.h>
 #include "platform/foundation/file_bytes.h"
 #include "platform/foundation/xml_parser.h"
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
 
 /// How texts become numbers here: leniently, a text that is no number being 0 or false.
 

@@ -1,4 +1,4 @@
-#include "catalogue/xml_node.h"
+#include <vesk/xml_node.h>
 
 #include "catalogue/text_number.h"
 

@@ -1,10 +1,10 @@
-#include "catalogue/xml_reader.h"
+#include <vesk/xml_reader.h>
 
 #include <algorithm>
 #include <utility>
 
+#include <vesk/bundle.h>
 #include "catalogue/text_number.h"
-#include "platform/foundation/bundle.h"
 #include "platform/foundation/file_bytes.h"
 
 namespace vesk {

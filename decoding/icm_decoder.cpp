@@ -1,4 +1,4 @@
-#include "decoding/icm_decoder.h"
+#include <vesk/icm_decoder.h>
 
 #include <algorithm>
 #include <array>
@@ -8,13 +8,13 @@
 #include <span>
 #include <utility>
 
+#include <vesk/four_char_code.h>
+#include <vesk/h264_bitstream.h>
+#include <vesk/log.h>
 #include "decoding/jpeg_huffman_table.h"
-#include "movie/h264_bitstream.h"
 #include "platform/decompression/codec_info.h"
 #include "platform/decompression/picture_limits.h"
 #include "platform/foundation/byte_reader.h"
-#include "platform/foundation/log.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk {
 namespace {

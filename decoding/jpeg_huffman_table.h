@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdint>
 
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
 
 namespace vesk {
 

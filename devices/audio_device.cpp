@@ -1,11 +1,11 @@
-#include "devices/audio_device.h"
+#include <vesk/audio_device.h>
 
 #include <utility>
 
-#include "capture/aci.h"
+#include <vesk/aci.h>
+#include <vesk/device_manager.h>
 #include "devices/capture_parameters.h"
 #include "devices/delegate_list.h"
-#include "devices/device_manager.h"
 #include "devices/enumeration.h"
 
 namespace vesk {

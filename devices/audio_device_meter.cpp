@@ -4,11 +4,11 @@
 #include <string>
 #include <utility>
 
-#include "devices/audio_device.h"
+#include <vesk/audio_device.h>
+#include <vesk/dispatch_queue.h>
+#include <vesk/log.h>
+#include <vesk/timer.h>
 #include "devices/delegate_list.h"
-#include "platform/foundation/dispatch_queue.h"
-#include "platform/foundation/log.h"
-#include "platform/foundation/timer.h"
 #include "platform/metering/av_capture_audio_preview_output.h"
 #include "platform/metering/av_capture_device.h"
 #include "platform/metering/av_capture_device_input.h"

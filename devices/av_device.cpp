@@ -1,14 +1,14 @@
-#include "devices/av_device.h"
+#include <vesk/av_device.h>
 
 #include <iterator>
 #include <string>
 #include <utility>
 
-#include "capture/vci.h"
-#include "devices/audio_device.h"
+#include <vesk/audio_device.h>
+#include <vesk/log.h>
+#include <vesk/vci.h>
+#include <vesk/video_device.h>
 #include "devices/delegate_list.h"
-#include "devices/video_device.h"
-#include "platform/foundation/log.h"
 
 namespace vesk {
 

@@ -1,4 +1,4 @@
-#include "devices/camera_controls.h"
+#include <vesk/camera_controls.h>
 
 #include <algorithm>
 

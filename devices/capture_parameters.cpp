@@ -1,8 +1,8 @@
 #include "devices/capture_parameters.h"
 
-#include "capture/encoding/usual_bit_rate.h"
-#include "capture/frame_intervals.h"
-#include "platform/media/four_char_code.h"
+#include <vesk/four_char_code.h>
+#include "capture/interface/frame_intervals.h"
+#include "capture/interface/usual_bit_rate.h"
 
 namespace vesk {
 namespace {

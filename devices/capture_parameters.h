@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <optional>
 
-#include "capture/records.h"
-#include "platform/foundation/export.h"
-#include "platform/media/format_description.h"
+#include <vesk/capture_records.h>
+#include <vesk/export.h>
+#include <vesk/format_description.h>
 
 /// Format descriptions as the capture library's records, and back.
 

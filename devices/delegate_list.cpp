@@ -6,8 +6,8 @@
 #include <unordered_map>
 #include <utility>
 
-#include "platform/foundation/dispatch_queue.h"
-#include "platform/foundation/log.h"
+#include <vesk/dispatch_queue.h>
+#include <vesk/log.h>
 
 namespace vesk {
 namespace {

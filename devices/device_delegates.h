@@ -4,8 +4,8 @@
 #include <memory>
 #include <vector>
 
-#include "devices/device_delegate.h"
-#include "platform/foundation/export.h"
+#include <vesk/device_delegate.h>
+#include <vesk/export.h>
 #include "platform/foundation/mutex.h"
 
 namespace vesk {

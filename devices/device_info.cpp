@@ -1,8 +1,8 @@
-#include "devices/device_info.h"
+#include <vesk/device_info.h>
 
 #include <utility>
 
-#include "Source/Utilities/unistr.h"
+#include <vesk/unistr.h>
 
 namespace vesk {
 

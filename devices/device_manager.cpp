@@ -1,20 +1,20 @@
-#include "devices/device_manager.h"
+#include <vesk/device_manager.h>
 
 #include <algorithm>
 #include <condition_variable>
 #include <utility>
 
-#include "Source/Utilities/unistr.h"
-#include "capture/aci.h"
-#include "capture/callback_slot.h"
-#include "capture/vci.h"
+#include <vesk/aci.h>
+#include <vesk/bundle.h>
+#include <vesk/log.h>
+#include <vesk/notification_center.h>
+#include <vesk/property_list.h>
+#include <vesk/unistr.h>
+#include <vesk/vci.h>
+#include "capture/interface/callback_slot.h"
 #include "devices/enumeration.h"
 #include "devices/nudge_gate.h"
-#include "platform/foundation/bundle.h"
-#include "platform/foundation/log.h"
 #include "platform/foundation/mutex.h"
-#include "platform/foundation/notification_center.h"
-#include "platform/foundation/property_list.h"
 
 namespace vesk {
 

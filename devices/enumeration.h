@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "capture/vci.h"
+#include <vesk/vci.h>
 
 namespace vesk {
 

@@ -2,7 +2,7 @@
 
 #include <condition_variable>
 
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
 #include "platform/foundation/mutex.h"
 
 namespace vesk {

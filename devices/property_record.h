@@ -1,8 +1,8 @@
 #pragma once
 
-#include "capture/property_sets.h"
-#include "capture/records.h"
-#include "platform/foundation/export.h"
+#include <vesk/capture_records.h>
+#include <vesk/export.h>
+#include <vesk/property_sets.h>
 
 namespace vesk {
 

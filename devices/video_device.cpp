@@ -1,17 +1,17 @@
-#include "devices/video_device.h"
+#include <vesk/video_device.h>
 
 #include <algorithm>
 #include <utility>
 
-#include "Source/Utilities/unistr.h"
-#include "capture/vci.h"
+#include <vesk/device_manager.h>
+#include <vesk/four_char_code.h>
+#include <vesk/unistr.h>
+#include <vesk/vci.h>
 #include "devices/capture_parameters.h"
 #include "devices/delegate_list.h"
-#include "devices/device_manager.h"
 #include "devices/enumeration.h"
 #include "devices/nudge_gate.h"
 #include "platform/foundation/byte_reader.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk {
 namespace {

@@ -1,10 +1,10 @@
 #include <algorithm>
 #include <iterator>
 
-#include "capture/vci.h"
+#include <vesk/vci.h>
+#include <vesk/video_device.h>
 #include "devices/enumeration.h"
 #include "devices/property_record.h"
-#include "devices/video_device.h"
 
 // Every control goes through readControl and writeControl, by its row of the table.
 

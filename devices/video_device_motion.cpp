@@ -5,14 +5,14 @@
 #include <thread>
 #include <utility>
 
-#include "capture/vci.h"
+#include <vesk/dispatch_queue.h>
+#include <vesk/log.h>
+#include <vesk/run_loop.h>
+#include <vesk/vci.h>
+#include <vesk/video_device.h>
 #include "devices/enumeration.h"
 #include "devices/nudge_gate.h"
 #include "devices/property_record.h"
-#include "devices/video_device.h"
-#include "platform/foundation/dispatch_queue.h"
-#include "platform/foundation/log.h"
-#include "platform/foundation/run_loop.h"
 
 // The motorised head, and what a camera says of itself.
 

@@ -1,7 +1,7 @@
 #include <algorithm>
 
-#include "devices/video_device.h"
-#include "platform/foundation/log.h"
+#include <vesk/log.h>
+#include <vesk/video_device.h>
 
 // A preview and recordings use one camera: whose stop takes effect when.
 

@@ -1,13 +1,13 @@
-#include "movie/aac_audio_sample_generator.h"
+#include <vesk/aac_audio_sample_generator.h>
 
 #include <limits>
 #include <new>
 #include <utility>
 #include <vector>
 
+#include <vesk/four_char_code.h>
+#include <vesk/log.h>
 #include "movie/silence.h"
-#include "platform/foundation/log.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk {
 namespace {

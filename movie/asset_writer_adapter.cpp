@@ -1,4 +1,4 @@
-#include "movie/asset_writer_adapter.h"
+#include <vesk/asset_writer_adapter.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -6,9 +6,9 @@
 #include <limits>
 #include <utility>
 
+#include <vesk/four_char_code.h>
+#include <vesk/log.h>
 #include "platform/foundation/file_manager.h"
-#include "platform/foundation/log.h"
-#include "platform/media/four_char_code.h"
 #include "platform/writing/file_system.h"
 
 namespace vesk {

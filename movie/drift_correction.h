@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
 #include "platform/media/adaptive_resampler.h"
 
 namespace vesk {

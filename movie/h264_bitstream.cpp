@@ -1,11 +1,11 @@
-#include "movie/h264_bitstream.h"
+#include <vesk/h264_bitstream.h>
 
 #include <cstring>
 #include <limits>
 
+#include <vesk/log.h>
 #include "movie/nal_unit_walk.h"
 #include "movie/start_code_scan.h"
-#include "platform/foundation/log.h"
 
 namespace vesk {
 namespace {

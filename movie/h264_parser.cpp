@@ -1,6 +1,6 @@
 #include "movie/h264_parser.h"
 
-#include "movie/h264_bitstream.h"
+#include <vesk/h264_bitstream.h>
 #include "movie/nal_unit_walk.h"
 
 namespace vesk {

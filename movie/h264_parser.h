@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
+#include <vesk/export.h>
 #include "movie/nal_unit.h"
-#include "platform/foundation/export.h"
 
 namespace vesk {
 

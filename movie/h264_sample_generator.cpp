@@ -1,11 +1,11 @@
-#include "movie/h264_sample_generator.h"
+#include <vesk/h264_sample_generator.h>
 
 #include <utility>
 
+#include <vesk/four_char_code.h>
+#include <vesk/h264_bitstream.h>
 #include "movie/copy_bytes.h"
-#include "movie/h264_bitstream.h"
 #include "movie/nal_unit_walk.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk {
 namespace {

@@ -1,4 +1,4 @@
-#include "movie/movie_asset_creator.h"
+#include <vesk/movie_asset_creator.h>
 
 #include <algorithm>
 #include <chrono>
@@ -9,15 +9,15 @@
 #include <thread>
 #include <utility>
 
-#include "movie/aac_audio_sample_generator.h"
-#include "movie/h264_bitstream.h"
-#include "movie/h264_sample_generator.h"
+#include <vesk/aac_audio_sample_generator.h>
+#include <vesk/four_char_code.h>
+#include <vesk/h264_bitstream.h>
+#include <vesk/h264_sample_generator.h>
+#include <vesk/log.h>
+#include <vesk/pcm_audio_sample_generator.h>
+#include <vesk/uncompressed_sample_generator.h>
 #include "movie/nal_unit_walk.h"
-#include "movie/pcm_audio_sample_generator.h"
-#include "movie/uncompressed_sample_generator.h"
 #include "platform/foundation/byte_reader.h"
-#include "platform/foundation/log.h"
-#include "platform/media/four_char_code.h"
 #include "platform/writing/h264_picture_geometry.h"
 
 namespace vesk {

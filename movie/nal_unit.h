@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
 
 namespace vesk {
 

@@ -1,13 +1,13 @@
-#include "movie/pcm_audio_sample_generator.h"
+#include <vesk/pcm_audio_sample_generator.h>
 
 #include <algorithm>
 #include <limits>
 #include <utility>
 
+#include <vesk/four_char_code.h>
+#include <vesk/log.h>
 #include "movie/copy_bytes.h"
 #include "movie/silence.h"
-#include "platform/foundation/log.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk {
 namespace {

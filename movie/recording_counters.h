@@ -3,9 +3,9 @@
 #include <atomic>
 #include <cstdint>
 
-#include "movie/queue_levels.h"
-#include "movie/recording_statistics.h"
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
+#include <vesk/queue_levels.h>
+#include <vesk/recording_statistics.h>
 
 namespace vesk {
 

@@ -1,6 +1,6 @@
 #include "movie/silence.h"
 
-#include "platform/foundation/log.h"
+#include <vesk/log.h>
 
 namespace vesk {
 

@@ -1,11 +1,11 @@
-#include "movie/uncompressed_sample_generator.h"
+#include <vesk/uncompressed_sample_generator.h>
 
 #include <algorithm>
 #include <cstring>
 #include <limits>
 #include <utility>
 
-#include "platform/media/four_char_code.h"
+#include <vesk/four_char_code.h>
 
 namespace vesk {
 namespace {

@@ -1,4 +1,4 @@
-#include "movie/video_sample_generator.h"
+#include <vesk/video_sample_generator.h>
 
 namespace vesk {
 namespace {

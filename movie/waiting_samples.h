@@ -6,8 +6,8 @@
 #include <span>
 #include <vector>
 
-#include "movie/movie_creator.h"
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
+#include <vesk/movie_creator.h>
 
 namespace vesk {
 

@@ -1,11 +1,11 @@
-#include "render/camera_status_display.h"
+#include <vesk/camera_status_display.h>
 
 #include <epoxy/gl.h>
 
 #include <utility>
 
-#include "platform/foundation/log.h"
-#include "platform/graphics/cg_image.h"
+#include <vesk/cg_image.h>
+#include <vesk/log.h>
 
 namespace vesk {
 namespace {

@@ -1,12 +1,12 @@
-#include "render/gl_string.h"
+#include <vesk/gl_string.h>
 
 #include <epoxy/gl.h>
 
 #include <utility>
 
-#include "platform/foundation/log.h"
-#include "platform/graphics/bezier_path.h"
-#include "platform/graphics/bitmap_image_rep.h"
+#include <vesk/bezier_path.h>
+#include <vesk/bitmap_image_rep.h>
+#include <vesk/log.h>
 #include "platform/graphics/graphics_context.h"
 #include "platform/graphics/image.h"
 

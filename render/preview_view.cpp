@@ -1,14 +1,14 @@
-#include "render/preview_view.h"
+#include <vesk/preview_view.h>
 
 #include <epoxy/gl.h>
 
 #include <array>
 #include <utility>
 
-#include "platform/foundation/log.h"
-#include "platform/graphics/attributed_string.h"
+#include <vesk/attributed_string.h>
+#include <vesk/gl_string.h>
+#include <vesk/log.h>
 #include "platform/graphics/graphics_context.h"
-#include "render/gl_string.h"
 
 namespace vesk {
 namespace {

@@ -1,18 +1,18 @@
-#include "sessions/preview_session.h"
+#include <vesk/preview_session.h>
 
 #include <limits>
 #include <utility>
 
-#include "decoding/icm_decoder.h"
-#include "devices/audio_device.h"
-#include "devices/video_device.h"
+#include <vesk/audio_device.h>
+#include <vesk/bitmap_image_rep.h>
+#include <vesk/ci_image.h>
+#include <vesk/dispatch_queue.h>
+#include <vesk/icm_decoder.h>
+#include <vesk/log.h>
+#include <vesk/ns_error.h>
+#include <vesk/preview_view.h>
+#include <vesk/video_device.h>
 #include "platform/foundation/atomic_file.h"
-#include "platform/foundation/dispatch_queue.h"
-#include "platform/foundation/error.h"
-#include "platform/foundation/log.h"
-#include "platform/graphics/bitmap_image_rep.h"
-#include "platform/graphics/ci_image.h"
-#include "render/preview_view.h"
 
 namespace vesk {
 namespace {

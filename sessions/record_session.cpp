@@ -1,11 +1,11 @@
-#include "sessions/record_session.h"
+#include <vesk/record_session.h>
 
 #include <optional>
 #include <utility>
 
-#include "devices/audio_device.h"
-#include "devices/video_device.h"
-#include "sessions/recorder.h"
+#include <vesk/audio_device.h>
+#include <vesk/recorder.h>
+#include <vesk/video_device.h>
 #include "sessions/temporary_movie.h"
 
 namespace vesk {

@@ -1,12 +1,12 @@
-#include "sessions/recorder.h"
+#include <vesk/recorder.h>
 
 #include <chrono>
 #include <utility>
 
-#include "devices/audio_device.h"
+#include <vesk/audio_device.h>
+#include <vesk/run_loop.h>
+#include <vesk/video_device.h>
 #include "devices/capture_parameters.h"
-#include "devices/video_device.h"
-#include "platform/foundation/run_loop.h"
 
 namespace vesk {
 namespace {

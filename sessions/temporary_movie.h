@@ -3,8 +3,8 @@
 #include <optional>
 #include <string>
 
+#include <vesk/export.h>
 #include "platform/foundation/descriptor.h"
-#include "platform/foundation/export.h"
 
 namespace vesk {
 

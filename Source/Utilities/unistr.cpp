@@ -1,4 +1,4 @@
-#include "Source/Utilities/unistr.h"
+#include <vesk/unistr.h>
 
 #include <glib.h>
 
@@ -8,7 +8,7 @@
 #include <memory>
 #include <optional>
 
-#include "platform/foundation/log.h"
+#include <vesk/log.h>
 
 namespace vesk {
 namespace {

@@ -7,8 +7,8 @@
 #include <cmath>
 #include <filesystem>
 
-#include "platform/media/format_description.h"
-#include "platform/media/four_char_code.h"
+#include <vesk/format_description.h>
+#include <vesk/four_char_code.h>
 
 namespace vesk::program {
 namespace {

@@ -6,10 +6,10 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include <vesk/vci.h>
 #include "apps/vesk/choices.h"
 #include "apps/vesk/device_events.h"
 #include "apps/vesk/output.h"
-#include "capture/vci.h"
 
 namespace vesk::program {
 namespace {

@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
+#include <vesk/video_device.h>
 #include "apps/vesk/control_settings.h"
 #include "apps/vesk/program.h"
-#include "devices/video_device.h"
 
 namespace vesk::program {
 

@@ -8,11 +8,11 @@
 #include <optional>
 #include <set>
 
+#include <vesk/capture_host.h>
+#include <vesk/four_char_code.h>
 #include "apps/vesk/argument_text.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/program.h"
-#include "capture/capture_host.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk::program {
 namespace {

@@ -5,11 +5,11 @@
 #include <string>
 #include <vector>
 
+#include <vesk/audio_device.h>
+#include <vesk/device_info.h>
+#include <vesk/format_description.h>
+#include <vesk/video_device.h>
 #include "apps/vesk/program.h"
-#include "devices/audio_device.h"
-#include "devices/device_info.h"
-#include "devices/video_device.h"
-#include "platform/media/format_description.h"
 
 namespace vesk::program {
 

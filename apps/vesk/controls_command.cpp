@@ -10,13 +10,13 @@
 #include <system_error>
 #include <vector>
 
+#include <vesk/vci.h>
+#include <vesk/video_device.h>
 #include "apps/vesk/camera_settings.h"
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/output.h"
-#include "capture/vci.h"
-#include "devices/video_device.h"
 
 namespace vesk::program {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-#include "devices/device_info.h"
+#include <vesk/device_info.h>
 
 namespace vesk::program {
 

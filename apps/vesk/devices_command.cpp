@@ -3,15 +3,15 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include <vesk/audio_device.h>
+#include <vesk/device_manager.h>
+#include <vesk/printable_text.h>
+#include <vesk/video_device.h>
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/device_events.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/output.h"
-#include "devices/audio_device.h"
-#include "devices/device_manager.h"
-#include "devices/video_device.h"
-#include "platform/foundation/printable_text.h"
 
 namespace vesk::program {
 namespace {

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
+#include <vesk/doctor.h>
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/output.h"
-#include "capture/diagnosis.h"
 
 namespace vesk::program {
 namespace {

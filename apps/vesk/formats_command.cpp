@@ -3,12 +3,12 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include <vesk/four_char_code.h>
 #include "apps/vesk/argument_text.h"
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/output.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk::program {
 namespace {

@@ -10,10 +10,10 @@
 #include <string_view>
 #include <utility>
 
+#include <vesk/capture_host.h>
+#include <vesk/device_manager.h>
+#include <vesk/log.h>
 #include "apps/vesk/log_lines.h"
-#include "capture/capture_host.h"
-#include "devices/device_manager.h"
-#include "platform/foundation/log.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk::program {

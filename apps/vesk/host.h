@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
+#include <vesk/device_info.h>
+#include <vesk/notification_center.h>
 #include "apps/vesk/output.h"
 #include "apps/vesk/program.h"
 #include "apps/vesk/signals.h"
-#include "devices/device_info.h"
-#include "platform/foundation/notification_center.h"
 
 namespace vesk::program {
 

@@ -2,11 +2,11 @@
 
 #include <nlohmann/json.hpp>
 
+#include <vesk/video_device.h>
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/output.h"
-#include "devices/video_device.h"
 
 namespace vesk::program {
 namespace {

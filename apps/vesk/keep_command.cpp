@@ -5,12 +5,12 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include <vesk/device_manager.h>
 #include "apps/vesk/camera_settings.h"
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/output.h"
-#include "devices/device_manager.h"
 
 namespace vesk::program {
 namespace {

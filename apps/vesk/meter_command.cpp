@@ -5,14 +5,14 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include <vesk/capture_host.h>
+#include <vesk/device_manager.h>
+#include <vesk/power_meter.h>
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/movie_recording.h"
 #include "apps/vesk/output.h"
-#include "capture/capture_host.h"
-#include "devices/device_manager.h"
-#include "platform/metering/power_meter.h"
 
 namespace vesk::program {
 namespace {

@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <system_error>
 
-#include "platform/writing/movie_recovery.h"
+#include <vesk/movie_recovery.h>
 
 namespace vesk::program {
 

@@ -11,14 +11,14 @@
 #include <utility>
 #include <vector>
 
+#include <vesk/four_char_code.h>
+#include <vesk/power_meter.h>
 #include "apps/vesk/argument_text.h"
 #include "apps/vesk/choices.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/movie_contents.h"
 #include "apps/vesk/output.h"
 #include "platform/foundation/file_manager.h"
-#include "platform/media/four_char_code.h"
-#include "platform/metering/power_meter.h"
 
 namespace vesk::program {
 namespace {

@@ -5,12 +5,12 @@
 #include <optional>
 #include <string>
 
+#include <vesk/audio_device.h>
+#include <vesk/record_session.h>
+#include <vesk/video_device.h>
 #include "apps/vesk/program.h"
 #include "apps/vesk/recording_folder.h"
 #include "apps/vesk/sound_watch.h"
-#include "devices/audio_device.h"
-#include "devices/video_device.h"
-#include "sessions/record_session.h"
 
 namespace vesk::program {
 

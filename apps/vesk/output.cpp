@@ -10,8 +10,8 @@
 #include <chrono>
 #include <string>
 
+#include <vesk/printable_text.h>
 #include "apps/vesk/signals.h"
-#include "platform/foundation/printable_text.h"
 
 namespace vesk::program {
 namespace {

@@ -11,6 +11,11 @@
 #include <optional>
 #include <utility>
 
+#include <vesk/bitmap_image_rep.h>
+#include <vesk/capture_host.h>
+#include <vesk/device_manager.h>
+#include <vesk/ns_error.h>
+#include <vesk/preview_session.h>
 #include "apps/vesk/commands.h"
 #include "apps/vesk/device_events.h"
 #include "apps/vesk/host.h"
@@ -18,12 +23,7 @@
 #include "apps/vesk/output.h"
 #include "apps/vesk/preview_window.h"
 #include "apps/vesk/recording_devices.h"
-#include "capture/capture_host.h"
-#include "devices/device_manager.h"
 #include "platform/foundation/atomic_file.h"
-#include "platform/foundation/error.h"
-#include "platform/graphics/bitmap_image_rep.h"
-#include "sessions/preview_session.h"
 
 namespace vesk::program {
 namespace {

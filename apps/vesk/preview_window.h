@@ -5,8 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "platform/graphics/host_window.h"
-#include "render/preview_view.h"
+#include <vesk/host_window.h>
+#include <vesk/preview_view.h>
 
 struct GLFWwindow;
 struct GLFWcursor;

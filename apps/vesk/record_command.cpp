@@ -7,6 +7,9 @@
 #include <optional>
 #include <utility>
 
+#include <vesk/capture_host.h>
+#include <vesk/device_manager.h>
+#include <vesk/power_meter.h>
 #include "apps/vesk/argument_text.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/device_events.h"
@@ -14,9 +17,6 @@
 #include "apps/vesk/movie_recording.h"
 #include "apps/vesk/output.h"
 #include "apps/vesk/recording_devices.h"
-#include "capture/capture_host.h"
-#include "devices/device_manager.h"
-#include "platform/metering/power_meter.h"
 
 namespace vesk::program {
 namespace {

@@ -7,12 +7,12 @@
 #include <system_error>
 #include <vector>
 
+#include <vesk/movie_recovery.h>
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/output.h"
 #include "apps/vesk/recording_folder.h"
 #include "platform/foundation/file_manager.h"
-#include "platform/writing/movie_recovery.h"
 
 namespace vesk::program {
 namespace {

@@ -10,11 +10,11 @@
 #include <system_error>
 #include <vector>
 
+#include <vesk/resolution_info.h>
+#include <vesk/xml_reader.h>
 #include "apps/vesk/commands.h"
 #include "apps/vesk/output.h"
 #include "apps/vesk/program.h"
-#include "catalogue/resolution_info.h"
-#include "catalogue/xml_reader.h"
 
 namespace vesk::program {
 namespace {

@@ -9,16 +9,16 @@
 #include <optional>
 #include <system_error>
 
+#include <vesk/capture_host.h>
+#include <vesk/device_manager.h>
+#include <vesk/preview_session.h>
+#include <vesk/preview_view.h>
 #include "apps/vesk/argument_text.h"
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
 #include "apps/vesk/movie_recording.h"
 #include "apps/vesk/output.h"
-#include "capture/capture_host.h"
-#include "devices/device_manager.h"
-#include "render/preview_view.h"
-#include "sessions/preview_session.h"
 
 namespace vesk::program {
 namespace {

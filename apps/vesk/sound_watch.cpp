@@ -6,7 +6,7 @@
 #include <cstring>
 #include <limits>
 
-#include "platform/media/four_char_code.h"
+#include <vesk/four_char_code.h>
 
 namespace vesk::program {
 namespace {

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "devices/device_delegate.h"
-#include "platform/media/format_description.h"
+#include <vesk/device_delegate.h>
+#include <vesk/format_description.h>
 
 namespace vesk::program {
 

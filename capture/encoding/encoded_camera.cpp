@@ -4,9 +4,9 @@
 #include <exception>
 #include <utility>
 
-#include "capture/vci.h"
-#include "platform/foundation/log.h"
-#include "platform/media/four_char_code.h"
+#include <vesk/four_char_code.h>
+#include <vesk/log.h>
+#include <vesk/vci.h>
 
 namespace vesk::capture {
 

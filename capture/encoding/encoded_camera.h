@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "capture/capture_source.h"
+#include <vesk/capture_source.h>
 #include "capture/encoding/encoded_stream.h"
 #include "capture/encoding/encoder_inputs.h"
 #include "platform/foundation/mutex.h"

@@ -5,9 +5,9 @@
 #include <system_error>
 #include <utility>
 
-#include "capture/encoding/usual_bit_rate.h"
-#include "platform/foundation/log.h"
-#include "platform/media/four_char_code.h"
+#include <vesk/four_char_code.h>
+#include <vesk/log.h>
+#include "capture/interface/usual_bit_rate.h"
 
 namespace vesk::capture {
 namespace {

@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "capture/capture_source.h"
+#include <vesk/capture_source.h>
 #include "capture/encoding/h264_encoder.h"
 #include "capture/encoding/picture_planes.h"
 #include "platform/foundation/mutex.h"

@@ -6,8 +6,8 @@
 #include <tuple>
 #include <utility>
 
-#include "capture/frame_intervals.h"
-#include "platform/media/four_char_code.h"
+#include <vesk/four_char_code.h>
+#include "capture/interface/frame_intervals.h"
 
 namespace vesk::capture {
 namespace {

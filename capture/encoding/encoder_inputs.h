@@ -3,7 +3,7 @@
 #include <optional>
 #include <vector>
 
-#include "capture/capture_source.h"
+#include <vesk/capture_source.h>
 
 namespace vesk::capture {
 

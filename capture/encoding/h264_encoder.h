@@ -4,8 +4,8 @@
 #include <memory>
 #include <optional>
 
-#include "capture/files/access_unit_writer.h"
-#include "capture/files/av_handles.h"
+#include "capture/encoding/access_unit_writer.h"
+#include "capture/encoding/av_handles.h"
 
 namespace vesk::capture {
 

@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-#include "capture/files/av_handles.h"
+#include "capture/encoding/av_handles.h"
 #include "platform/decompression/jpeg_frame_decoder.h"
 
 namespace vesk::capture {

@@ -3,7 +3,7 @@
 #include <memory>
 #include <vector>
 
-#include "capture/files/picture_converter.h"
+#include "capture/encoding/picture_converter.h"
 #include "capture/files/track_decoder.h"
 #include "capture/files/unit_reader.h"
 

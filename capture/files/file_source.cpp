@@ -5,14 +5,14 @@
 #include <optional>
 #include <utility>
 
-#include "capture/conductor.h"
+#include <vesk/four_char_code.h>
+#include <vesk/log.h>
+#include <vesk/vci.h>
 #include "capture/files/footage.h"
 #include "capture/files/track_stream.h"
-#include "capture/frame_intervals.h"
-#include "capture/vci.h"
-#include "platform/foundation/log.h"
+#include "capture/interface/frame_intervals.h"
+#include "capture/sources/conductor.h"
 #include "platform/foundation/mutex.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk::capture {
 

@@ -3,8 +3,8 @@
 #include <memory>
 #include <string>
 
-#include "capture/capture_host.h"
-#include "capture/capture_source.h"
+#include <vesk/capture_host.h>
+#include <vesk/capture_source.h>
 
 namespace vesk::capture {
 

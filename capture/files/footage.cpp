@@ -6,15 +6,15 @@
 #include <climits>
 #include <limits>
 
-#include "capture/files/access_unit_writer.h"
+#include <vesk/four_char_code.h>
+#include <vesk/log.h>
+#include "capture/encoding/access_unit_writer.h"
+#include "capture/encoding/picture_converter.h"
 #include "capture/files/decoded_pictures.h"
 #include "capture/files/jpeg_size.h"
-#include "capture/files/picture_converter.h"
 #include "capture/files/picture_units.h"
 #include "capture/files/sound_units.h"
 #include "capture/files/track_decoder.h"
-#include "platform/foundation/log.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk::capture {
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "capture/files/av_handles.h"
+#include "capture/encoding/av_handles.h"
 #include "capture/files/file_blocks.h"
 
 namespace vesk::capture {

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "capture/files/access_unit_writer.h"
+#include "capture/encoding/access_unit_writer.h"
 #include "capture/files/track_reader.h"
 #include "capture/files/unit_reader.h"
 

@@ -10,7 +10,7 @@ extern "C" {
 #include <libavutil/mathematics.h>
 }
 
-#include "capture/files/av_handles.h"
+#include "capture/encoding/av_handles.h"
 #include "capture/files/media_container.h"
 
 namespace vesk::capture {

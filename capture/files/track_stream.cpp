@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "platform/foundation/log.h"
+#include <vesk/log.h>
 
 namespace vesk::capture {
 

@@ -4,9 +4,9 @@
 #include <optional>
 #include <string>
 
-#include "capture/capture_source.h"
-#include "capture/conductor.h"
+#include <vesk/capture_source.h>
 #include "capture/files/unit_reader.h"
+#include "capture/sources/conductor.h"
 
 namespace vesk::capture {
 

@@ -3,9 +3,9 @@
 #include <memory>
 #include <string>
 
-#include "capture/combined_source.h"
-#include "capture/linux/linux_cameras.h"
-#include "capture/linux/sound_source.h"
+#include "capture/linux/cameras/linux_cameras.h"
+#include "capture/linux/sound/sound_source.h"
+#include "capture/sources/combined_source.h"
 
 namespace vesk::capture {
 

@@ -3,8 +3,8 @@
 #include <utility>
 #include <vector>
 
+#include <vesk/four_char_code.h>
 #include "capture/encoding/h264_encoder.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk::capture {
 namespace {

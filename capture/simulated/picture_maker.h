@@ -5,7 +5,7 @@
 #include <span>
 #include <string>
 
-#include "capture/capture_source.h"
+#include <vesk/capture_source.h>
 #include "capture/simulated/cadence.h"
 #include "capture/simulated/simulated_pattern.h"
 

@@ -10,9 +10,9 @@
 #include <cstdlib>
 #include <string>
 
+#include <vesk/log.h>
+#include <vesk/vci.h>
 #include "capture/simulated/simulated_source.h"
-#include "capture/vci.h"
-#include "platform/foundation/log.h"
 
 namespace vesk::capture {
 namespace {

@@ -4,12 +4,12 @@
 #include <cstdlib>
 #include <utility>
 
-#include "capture/frame_intervals.h"
+#include <vesk/four_char_code.h>
+#include <vesk/log.h>
+#include <vesk/vci.h>
+#include "capture/interface/frame_intervals.h"
 #include "capture/simulated/picture_maker.h"
 #include "capture/simulated/simulated_pattern.h"
-#include "capture/vci.h"
-#include "platform/foundation/log.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk::capture {
 namespace {

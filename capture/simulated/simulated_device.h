@@ -3,9 +3,9 @@
 #include <memory>
 #include <vector>
 
-#include "capture/capture_source.h"
-#include "capture/conductor.h"
+#include <vesk/capture_source.h>
 #include "capture/simulated/simulated_unit.h"
+#include "capture/sources/conductor.h"
 
 namespace vesk::capture {
 

@@ -7,7 +7,7 @@
 #include <sstream>
 #include <utility>
 
-#include "capture/vci.h"
+#include <vesk/vci.h>
 
 namespace vesk::capture {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "capture/property_sets.h"
+#include <vesk/property_sets.h>
 #include "capture/simulated/simulated_model.h"
 #include "capture/simulated/simulated_pattern.h"
 #include "platform/foundation/mutex.h"

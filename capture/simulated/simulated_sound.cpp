@@ -4,8 +4,8 @@
 #include <cmath>
 #include <numbers>
 
+#include <vesk/four_char_code.h>
 #include "capture/simulated/simulated_pattern.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk::capture {
 namespace {

@@ -6,8 +6,8 @@
 #include <span>
 #include <vector>
 
-#include "capture/capture_source.h"
-#include "capture/files/av_handles.h"
+#include <vesk/capture_source.h>
+#include "capture/encoding/av_handles.h"
 
 /// The sound of simulated microphones: a beep of 1 kHz on every whole second, silence between.
 

@@ -6,12 +6,12 @@
 #include <iterator>
 #include <utility>
 
-#include "capture/conductor.h"
+#include <vesk/dispatch_queue.h>
+#include <vesk/log.h>
 #include "capture/simulated/simulated_commands.h"
 #include "capture/simulated/simulated_device.h"
+#include "capture/sources/conductor.h"
 #include "platform/foundation/atomic_file.h"
-#include "platform/foundation/dispatch_queue.h"
-#include "platform/foundation/log.h"
 
 namespace vesk::capture {
 namespace {

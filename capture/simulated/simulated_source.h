@@ -4,12 +4,12 @@
 #include <string>
 #include <vector>
 
-#include "capture/callback_slot.h"
-#include "capture/capture_host.h"
-#include "capture/capture_source.h"
+#include <vesk/capture_host.h>
+#include <vesk/capture_source.h>
+#include <vesk/export.h>
+#include "capture/interface/callback_slot.h"
 #include "capture/simulated/simulated_faults.h"
 #include "capture/simulated/simulated_model.h"
-#include "platform/foundation/export.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk {

@@ -6,7 +6,7 @@
 #include <span>
 #include <utility>
 
-#include "capture/capture_source.h"
+#include <vesk/capture_source.h>
 #include "capture/simulated/simulated_faults.h"
 #include "capture/simulated/simulated_properties.h"
 #include "capture/simulated/simulated_sound.h"

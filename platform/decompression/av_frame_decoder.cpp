@@ -8,11 +8,11 @@
 #include <new>
 #include <utility>
 
+#include <vesk/four_char_code.h>
 #include "platform/decompression/av_codec_lookup.h"
 #include "platform/decompression/described_colour.h"
 #include "platform/decompression/picture_limits.h"
 #include "platform/foundation/byte_reader.h"
-#include "platform/media/four_char_code.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>

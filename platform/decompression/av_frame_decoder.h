@@ -6,9 +6,9 @@
 #include <span>
 #include <vector>
 
+#include <vesk/pixel_buffer.h>
 #include "platform/decompression/av_picture.h"
 #include "platform/decompression/frame_decoder.h"
-#include "platform/media/pixel_buffer.h"
 
 struct AVBufferPool;
 struct AVCodecContext;

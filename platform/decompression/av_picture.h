@@ -2,8 +2,8 @@
 
 #include <memory>
 
+#include <vesk/pixel_buffer.h>
 #include "platform/decompression/status.h"
-#include "platform/media/pixel_buffer.h"
 
 struct AVFrame;
 

@@ -2,9 +2,9 @@
 
 #include <cstdint>
 
+#include <vesk/export.h>
 #include "platform/decompression/image_description.h"
 #include "platform/decompression/status.h"
-#include "platform/foundation/export.h"
 
 namespace vesk {
 

@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <cstring>
 
+#include <vesk/four_char_code.h>
 #include "platform/decompression/av_codec_lookup.h"
 #include "platform/decompression/av_frame_decoder.h"
 #include "platform/decompression/codec_info.h"
 #include "platform/decompression/frame_decoder.h"
 #include "platform/decompression/jpeg_frame_decoder.h"
 #include "platform/decompression/packed_frame_decoder.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk {
 namespace {

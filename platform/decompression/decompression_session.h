@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include <vesk/export.h>
 #include "platform/decompression/decompression_session_options.h"
 #include "platform/decompression/decompression_tracking.h"
 #include "platform/decompression/frame_decoder.h"
@@ -13,7 +14,6 @@
 #include "platform/decompression/image_description.h"
 #include "platform/decompression/pixel_buffer_attributes.h"
 #include "platform/decompression/status.h"
-#include "platform/foundation/export.h"
 
 namespace vesk {
 

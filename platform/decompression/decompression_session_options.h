@@ -5,9 +5,9 @@
 #include <memory>
 #include <span>
 
+#include <vesk/export.h>
+#include <vesk/four_char_code.h>
 #include "platform/decompression/status.h"
-#include "platform/foundation/export.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk {
 

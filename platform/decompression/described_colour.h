@@ -1,7 +1,7 @@
 #pragma once
 
+#include <vesk/pixel_buffer.h>
 #include "platform/decompression/image_description.h"
-#include "platform/media/pixel_buffer.h"
 
 namespace vesk {
 

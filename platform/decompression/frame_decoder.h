@@ -5,9 +5,9 @@
 #include <span>
 #include <vector>
 
+#include <vesk/pixel_buffer.h>
 #include "platform/decompression/image_description.h"
 #include "platform/decompression/status.h"
-#include "platform/media/pixel_buffer.h"
 
 namespace vesk {
 

@@ -7,10 +7,10 @@
 #include <optional>
 #include <span>
 
+#include <vesk/export.h>
+#include <vesk/four_char_code.h>
 #include "platform/decompression/handle.h"
 #include "platform/decompression/status.h"
-#include "platform/foundation/export.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk {
 

@@ -2,9 +2,9 @@
 
 #include <utility>
 
+#include <vesk/four_char_code.h>
 #include "platform/decompression/picture_limits.h"
 #include "platform/decompression/picture_memory.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk {
 namespace {

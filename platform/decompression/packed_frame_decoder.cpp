@@ -2,8 +2,8 @@
 
 #include <cstring>
 
+#include <vesk/four_char_code.h>
 #include "platform/decompression/described_colour.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk {
 

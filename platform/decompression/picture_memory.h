@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include <vesk/pixel_buffer.h>
 #include "platform/media/memory_pool.h"
-#include "platform/media/pixel_buffer.h"
 
 namespace vesk {
 

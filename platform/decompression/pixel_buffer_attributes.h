@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/property_list.h"
+#include <vesk/property_list.h>
 
 namespace vesk {
 

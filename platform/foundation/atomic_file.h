@@ -4,8 +4,8 @@
 #include <span>
 #include <string>
 
-#include "platform/foundation/error.h"
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
+#include <vesk/ns_error.h>
 
 namespace vesk {
 

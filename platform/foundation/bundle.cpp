@@ -1,4 +1,4 @@
-#include "platform/foundation/bundle.h"
+#include <vesk/bundle.h>
 
 #include <sys/stat.h>
 #include <unistd.h>

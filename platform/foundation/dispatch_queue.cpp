@@ -1,4 +1,4 @@
-#include "platform/foundation/dispatch_queue.h"
+#include <vesk/dispatch_queue.h>
 
 #include <glib.h>
 #include <pthread.h>
@@ -17,8 +17,8 @@
 #include <unordered_map>
 #include <utility>
 
+#include <vesk/log.h>
 #include "platform/foundation/glib_ptr.h"
-#include "platform/foundation/log.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk {

@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "platform/foundation/error.h"
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
+#include <vesk/ns_error.h>
 
 namespace vesk {
 

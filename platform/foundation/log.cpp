@@ -1,4 +1,4 @@
-#include "platform/foundation/log.h"
+#include <vesk/log.h>
 
 #include <poll.h>
 #include <pthread.h>
@@ -12,8 +12,8 @@
 #include <optional>
 #include <utility>
 
+#include <vesk/printable_text.h>
 #include "platform/foundation/mutex.h"
-#include "platform/foundation/printable_text.h"
 
 namespace vesk {
 namespace {

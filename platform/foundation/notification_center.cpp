@@ -1,4 +1,4 @@
-#include "platform/foundation/notification_center.h"
+#include <vesk/notification_center.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/foundation/log.h"
+#include <vesk/log.h>
 #include "platform/foundation/mutex.h"
 
 namespace vesk {

@@ -1,4 +1,4 @@
-#include "platform/foundation/printable_text.h"
+#include <vesk/printable_text.h>
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "platform/foundation/property_list.h"
+#include <vesk/property_list.h>
 
 #include <glib.h>
 #include <plist/plist.h>

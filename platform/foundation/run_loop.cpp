@@ -1,4 +1,4 @@
-#include "platform/foundation/run_loop.h"
+#include <vesk/run_loop.h>
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "platform/foundation/timer.h"
+#include <vesk/timer.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -8,8 +8,8 @@
 #include <thread>
 #include <utility>
 
-#include "platform/foundation/dispatch_queue.h"
-#include "platform/foundation/log.h"
+#include <vesk/dispatch_queue.h>
+#include <vesk/log.h>
 #include "platform/foundation/mutex.h"
 
 namespace vesk {

@@ -1,4 +1,4 @@
-#include "platform/graphics/attributed_string.h"
+#include <vesk/attributed_string.h>
 
 #include <pango/pangocairo.h>
 

@@ -1,4 +1,4 @@
-#include "platform/graphics/bezier_path.h"
+#include <vesk/bezier_path.h>
 
 #include <cairo.h>
 

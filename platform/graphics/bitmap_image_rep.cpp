@@ -1,4 +1,4 @@
-#include "platform/graphics/bitmap_image_rep.h"
+#include <vesk/bitmap_image_rep.h>
 
 #include <cairo.h>
 #include <gdk-pixbuf/gdk-pixbuf.h>
@@ -6,8 +6,8 @@
 #include <algorithm>
 #include <new>
 
+#include <vesk/ci_context.h>
 #include "platform/graphics/cairo_handles.h"
-#include "platform/graphics/ci_context.h"
 #include "platform/graphics/graphics_context.h"
 #include "platform/graphics/jpeg_encoder.h"
 #include "platform/graphics/picture_planes.h"

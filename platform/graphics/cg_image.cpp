@@ -1,4 +1,4 @@
-#include "platform/graphics/cg_image.h"
+#include <vesk/cg_image.h>
 
 #include <gdk-pixbuf/gdk-pixbuf.h>
 

@@ -1,4 +1,4 @@
-#include "platform/graphics/ci_context.h"
+#include <vesk/ci_context.h>
 
 #include <epoxy/gl.h>
 #include <libyuv.h>

@@ -1,4 +1,4 @@
-#include "platform/graphics/ci_image.h"
+#include <vesk/ci_image.h>
 
 namespace vesk {
 

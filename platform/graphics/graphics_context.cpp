@@ -4,8 +4,8 @@
 
 #include <utility>
 
+#include <vesk/color.h>
 #include "platform/graphics/cairo_handles.h"
-#include "platform/graphics/color.h"
 
 namespace vesk {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "platform/foundation/export.h"
-#include "platform/graphics/cg_image.h"
-#include "platform/graphics/geometry.h"
+#include <vesk/cg_image.h>
+#include <vesk/export.h>
+#include <vesk/geometry.h>
 
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the name that cairo.h gives it
 typedef struct _cairo cairo_t;

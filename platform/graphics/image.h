@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "platform/foundation/export.h"
-#include "platform/graphics/geometry.h"
+#include <vesk/export.h>
+#include <vesk/geometry.h>
 #include "platform/graphics/graphics_context.h"
 
 namespace vesk {

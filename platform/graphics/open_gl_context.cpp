@@ -1,12 +1,12 @@
-#include "platform/graphics/open_gl_context.h"
+#include <vesk/open_gl_context.h>
 
 #include <epoxy/gl.h>
 
 #include <algorithm>
 #include <string>
 
-#include "platform/foundation/log.h"
-#include "platform/graphics/host_window.h"
+#include <vesk/host_window.h>
+#include <vesk/log.h>
 
 namespace vesk {
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/graphics/open_gl_view.h"
+#include <vesk/open_gl_view.h>
 
 #include <epoxy/gl.h>
 

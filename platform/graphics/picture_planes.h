@@ -5,7 +5,7 @@
 #include <memory>
 #include <new>
 
-#include "platform/media/pixel_buffer.h"
+#include <vesk/pixel_buffer.h>
 
 namespace vesk {
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "platform/media/pixel_buffer.h"
+#include <vesk/pixel_buffer.h>
 
 namespace libyuv {
 struct YuvConstants;

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <span>
 
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
 
 namespace vesk {
 

@@ -1,4 +1,4 @@
-#include "platform/media/block_buffer.h"
+#include <vesk/block_buffer.h>
 
 #include <cstring>
 #include <limits>

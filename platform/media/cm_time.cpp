@@ -1,4 +1,4 @@
-#include "platform/media/cm_time.h"
+#include <vesk/cm_time.h>
 
 #include <limits>
 #include <numeric>

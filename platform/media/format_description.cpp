@@ -1,8 +1,8 @@
-#include "platform/media/format_description.h"
+#include <vesk/format_description.h>
 
 #include <utility>
 
-#include "platform/media/four_char_code.h"
+#include <vesk/four_char_code.h>
 
 namespace vesk {
 

@@ -8,8 +8,8 @@
 #include <span>
 #include <vector>
 
+#include <vesk/export.h>
 #include "platform/foundation/byte_reader.h"
-#include "platform/foundation/export.h"
 
 namespace vesk {
 

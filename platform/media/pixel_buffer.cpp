@@ -1,4 +1,4 @@
-#include "platform/media/pixel_buffer.h"
+#include <vesk/pixel_buffer.h>
 
 #include <algorithm>
 #include <new>

@@ -1,4 +1,4 @@
-#include "platform/media/sample_buffer.h"
+#include <vesk/sample_buffer.h>
 
 #include <new>
 #include <utility>

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
 
 namespace vesk {
 

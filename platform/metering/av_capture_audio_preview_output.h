@@ -5,9 +5,9 @@
 #include <memory>
 #include <vector>
 
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
+#include <vesk/power_meter.h>
 #include "platform/foundation/mutex.h"
-#include "platform/metering/power_meter.h"
 
 namespace vesk {
 

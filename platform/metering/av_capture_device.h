@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
 #include "platform/foundation/media_type.h"
 
 namespace vesk {

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
 #include "platform/metering/audio_tap.h"
 #include "platform/metering/av_capture_device.h"
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
 #include "platform/foundation/mutex.h"
 #include "platform/metering/av_capture_audio_preview_output.h"
 #include "platform/metering/av_capture_device_input.h"

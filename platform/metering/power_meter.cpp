@@ -1,4 +1,4 @@
-#include "platform/metering/power_meter.h"
+#include <vesk/power_meter.h>
 
 #include <algorithm>
 #include <cmath>

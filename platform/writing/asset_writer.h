@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/error.h"
-#include "platform/foundation/export.h"
-#include "platform/media/cm_time.h"
+#include <vesk/cm_time.h>
+#include <vesk/export.h>
+#include <vesk/ns_error.h>
 #include "platform/writing/asset_writer_input.h"
 
 namespace vesk {

@@ -4,10 +4,10 @@
 #include <functional>
 #include <memory>
 
-#include "platform/foundation/dispatch_queue.h"
-#include "platform/foundation/export.h"
+#include <vesk/dispatch_queue.h>
+#include <vesk/export.h>
+#include <vesk/sample_buffer.h>
 #include "platform/foundation/media_type.h"
-#include "platform/media/sample_buffer.h"
 
 namespace vesk {
 

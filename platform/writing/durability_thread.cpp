@@ -7,7 +7,7 @@
 #include <system_error>
 #include <utility>
 
-#include "platform/foundation/log.h"
+#include <vesk/log.h>
 #include "platform/writing/file_system.h"
 
 namespace vesk {

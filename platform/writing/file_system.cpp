@@ -11,7 +11,7 @@
 #include <climits>
 #include <ctime>
 
-#include "platform/foundation/log.h"
+#include <vesk/log.h>
 
 namespace vesk {
 namespace {

@@ -8,7 +8,7 @@
 #include <span>
 #include <string>
 
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
 
 namespace vesk {
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
+#include <vesk/four_char_code.h>
 #include "platform/media/aac_silence.h"
-#include "platform/media/four_char_code.h"
 
 namespace vesk {
 namespace {

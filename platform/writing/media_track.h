@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/media/sample_buffer.h"
+#include <vesk/sample_buffer.h>
 #include "platform/writing/sample_index.h"
 #include "platform/writing/track_description.h"
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/media/four_char_code.h"
+#include <vesk/four_char_code.h>
 #include "platform/writing/atom_writer.h"
 
 namespace vesk {

@@ -7,7 +7,7 @@
 #include <tuple>
 #include <utility>
 
-#include "platform/foundation/log.h"
+#include <vesk/log.h>
 #include "platform/writing/movie_layout.h"
 
 namespace vesk {

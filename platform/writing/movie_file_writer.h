@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/error.h"
+#include <vesk/ns_error.h>
+#include <vesk/sample_buffer.h>
 #include "platform/foundation/mutex.h"
-#include "platform/media/sample_buffer.h"
 #include "platform/writing/asset_writer.h"
 #include "platform/writing/durability_thread.h"
 #include "platform/writing/file_system.h"

@@ -4,7 +4,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/media/four_char_code.h"
+#include <vesk/four_char_code.h>
 #include "platform/writing/atom_writer.h"
 
 namespace vesk {

@@ -1,4 +1,4 @@
-#include "platform/writing/movie_recovery.h"
+#include <vesk/movie_recovery.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -7,9 +7,9 @@
 #include <map>
 #include <string>
 
-#include "platform/foundation/log.h"
+#include <vesk/four_char_code.h>
+#include <vesk/log.h>
 #include "platform/media/aac_silence.h"
-#include "platform/media/four_char_code.h"
 #include "platform/writing/atom_reader.h"
 #include "platform/writing/atom_writer.h"
 #include "platform/writing/h264_picture_geometry.h"

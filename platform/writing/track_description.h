@@ -5,7 +5,7 @@
 #include <span>
 #include <vector>
 
-#include "platform/media/format_description.h"
+#include <vesk/format_description.h>
 
 namespace vesk {
 

@@ -1,16 +1,16 @@
 // Lists what is attached, through each of the doors a host uses.
 #include <cstdio>
 
-#include "capture/capture_host.h"
-#include "capture/vci.h"
-#include "devices/audio_device.h"
-#include "devices/device_manager.h"
-#include "devices/video_device.h"
-#include "platform/foundation/dispatch_queue.h"
-#include "platform/foundation/notification_center.h"
-#include "platform/foundation/run_loop.h"
-#include "platform/foundation/timer.h"
-#include "sessions/record_session.h"
+#include <vesk/audio_device.h>
+#include <vesk/capture_host.h>
+#include <vesk/device_manager.h>
+#include <vesk/dispatch_queue.h>
+#include <vesk/notification_center.h>
+#include <vesk/record_session.h>
+#include <vesk/run_loop.h>
+#include <vesk/timer.h>
+#include <vesk/vci.h>
+#include <vesk/video_device.h>
 
 int main() {
   const auto error = vesk::capture::selectSource("simulated", {});

@@ -6,7 +6,7 @@ import unittest
 
 from program import ROOT, MovieTest, tool, vesk
 
-CATALOGUE = ROOT / "tests/catalogue/resolutions.xml"
+CATALOGUE = ROOT / "tests/unit/catalogue/resolutions.xml"
 WIDTH, HEIGHT = 320, 240
 
 

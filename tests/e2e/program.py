@@ -15,7 +15,7 @@ import unittest
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PROGRAM = os.environ.get("VESK_PROGRAM", str(ROOT / "build/dev/apps/vesk"))
-DATA = ROOT / "tests/data"
+DATA = ROOT / "footage"
 TIMEOUT = 300
 
 

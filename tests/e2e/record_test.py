@@ -74,7 +74,7 @@ class RecordFootage(MovieTest):
 
     def test_a_loop_leaves_no_hole_in_the_pictures(self):
         movie = self.folder / "loop.mov"
-        clip = DATA / "street-320x240-h264-latesound.mov"  # 6 s of pictures, sound from 0.4 to 6.45 s
+        clip = DATA / "street.mov"  # 6 s of pictures, sound from 0.4 to 6.45 s
         vesk("--capture", f"file:{clip}", "--pace", "fast", "--loop", "record", movie, "--duration", "62")
         times = sorted(float(line.split(",")[0]) for line in tool(
             "ffprobe", "-v", "error", "-select_streams", "v", "-show_entries", "packet=pts_time", "-of", "csv=p=0",

@@ -6,10 +6,10 @@
 #include <cstring>
 #include <vector>
 
-#include "movie/h264_bitstream.h"
-#include "movie/h264_sample_generator.h"
+#include <vesk/h264_bitstream.h>
+#include <vesk/h264_sample_generator.h>
+#include <vesk/log.h>
 #include "movie/start_code_scan.h"
-#include "platform/foundation/log.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "platform/media/four_char_code.h"
+#include <vesk/four_char_code.h>
 #include "tests/fuzz/decoder_frames.h"
 
 /// Packed frames of any length, for pictures of any size. An odd first byte means YUYV, which takes

@@ -7,9 +7,9 @@
 #include <limits>
 #include <span>
 
-#include "decoding/icm_decoder.h"
+#include <vesk/icm_decoder.h>
+#include <vesk/log.h>
 #include "platform/foundation/byte_reader.h"
-#include "platform/foundation/log.h"
 
 namespace vesk::fuzz {
 

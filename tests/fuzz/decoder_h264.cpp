@@ -1,4 +1,4 @@
-#include "platform/media/four_char_code.h"
+#include <vesk/four_char_code.h>
 #include "tests/fuzz/decoder_frames.h"
 
 /// H.264 frames of any bytes are decoded, concealed or refused.

@@ -1,5 +1,5 @@
+#include <vesk/four_char_code.h>
 #include "platform/decompression/decompression_session.h"
-#include "platform/media/four_char_code.h"
 #include "tests/fuzz/decoder_frames.h"
 
 /// Motion JPEG of any bytes is decoded or refused, and so are tables of any bytes in a description.

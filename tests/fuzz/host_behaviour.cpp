@@ -20,18 +20,18 @@
 #include <utility>
 #include <vector>
 
-#include "devices/audio_device.h"
-#include "devices/device_manager.h"
-#include "devices/video_device.h"
-#include "platform/foundation/dispatch_queue.h"
+#include <vesk/audio_device.h>
+#include <vesk/device_manager.h>
+#include <vesk/dispatch_queue.h>
+#include <vesk/log.h>
+#include <vesk/movie_recovery.h>
+#include <vesk/notification_center.h>
+#include <vesk/preview_session.h>
+#include <vesk/preview_view.h>
+#include <vesk/record_session.h>
+#include <vesk/video_device.h>
 #include "platform/foundation/file_manager.h"
-#include "platform/foundation/log.h"
-#include "platform/foundation/notification_center.h"
 #include "platform/foundation/run_loop_limit.h"
-#include "platform/writing/movie_recovery.h"
-#include "render/preview_view.h"
-#include "sessions/preview_session.h"
-#include "sessions/record_session.h"
 #include "tests/support/fake_capture_source.h"
 
 // Hosts that do anything at any moment. The input is a script: each byte is an operation of a host or an event of the

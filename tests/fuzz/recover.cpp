@@ -2,7 +2,7 @@
 #include <cstdlib>
 #include <vector>
 
-#include "platform/writing/movie_recovery.h"
+#include <vesk/movie_recovery.h>
 #include "tests/support/memory_file_system.h"
 
 /// Any bytes are recovered or left as they are, and what was recovered is a plain movie.

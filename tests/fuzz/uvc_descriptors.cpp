@@ -3,7 +3,7 @@
 
 #include <cstdlib>
 
-#include "capture/linux/extension_units.h"
+#include "capture/linux/controls/extension_units.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   for (const uint8_t interface : {0, 1}) {

@@ -1,8 +1,8 @@
 // Documents as a hostile file might hold them: read or refused within the limits, and what was read
 // can be walked and searched.
 
-#include "catalogue/resolution_info.h"
-#include "catalogue/xml_reader.h"
+#include <vesk/resolution_info.h>
+#include <vesk/xml_reader.h>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   vesk::NSError error;

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "devices/av_device.h"
-#include "devices/device_manager.h"
+#include <vesk/av_device.h>
+#include <vesk/device_manager.h>
 #include "tests/support/fake_capture_source.h"
 
 namespace vesk::test {

@@ -14,8 +14,8 @@
 #include <utility>
 #include <vector>
 
-#include "capture/capture_host.h"
-#include "capture/capture_source.h"
+#include <vesk/capture_host.h>
+#include <vesk/capture_source.h>
 
 namespace vesk::test {
 

@@ -19,9 +19,9 @@
 #include <utility>
 #include <vector>
 
-#include "capture/linux/camera_finder.h"
-#include "capture/linux/v4l2_calls.h"
-#include "capture/monotonic_clock.h"
+#include "capture/interface/monotonic_clock.h"
+#include "capture/linux/cameras/camera_finder.h"
+#include "capture/linux/nodes/v4l2_calls.h"
 #include "platform/foundation/mutex.h"
 #include "tests/support/fake_controls.h"
 

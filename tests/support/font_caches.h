@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/foundation/export.h"
+#include <vesk/export.h>
 
 // Included by one file of each test program that paints text. Fontconfig keeps what it knows of the
 // fonts until the process ends, which the leak sanitizer takes for a leak. It does not grow with the

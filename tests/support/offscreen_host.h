@@ -6,7 +6,7 @@
 #include <array>
 #include <string>
 
-#include "platform/graphics/host_window.h"
+#include <vesk/host_window.h>
 
 namespace vesk::test {
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/graphics/cg_image.h"
-#include "platform/media/pixel_buffer.h"
+#include <vesk/cg_image.h>
+#include <vesk/pixel_buffer.h>
 
 namespace vesk::test {
 

@@ -1,0 +1,212 @@
+#include "capture/interface/library.h"
+
+#include <cstdlib>
+#include <exception>
+#include <thread>
+#include <utility>
+
+#include <vesk/aci.h>
+#include <vesk/capture_host.h>
+#include <vesk/log.h>
+#include "capture/interface/microphone_taps.h"
+#include "capture/interface/wide_text.h"
+
+namespace vesk::capture {
+namespace {
+
+constexpr uintptr_t kHandleStep = 16;  // never near null, never an address
+
+/// Nothing that a source throws may end the watch of the others.
+void setHandler(CaptureSource& source, CaptureSource::HotplugHandler handler) {
+  std::string reason;
+  try {
+    return source.setHotplugHandler(std::move(handler));
+  } catch (const std::exception& exception) {
+    reason = std::string(": ") + exception.what();
+  } catch (...) {
+  }
+  printToError("vesk: arrivals and departures of devices are not seen%s\n", reason.c_str());
+}
+
+}  // namespace
+
+Library& Library::shared() {
+  // Outlives every thread that may call in. Meters find its microphones from the first call on.
+  static Library* const library = [] {
+    AudioTapProvider::setShared(std::make_shared<MicrophoneTaps>());
+    return new Library;
+  }();
+  return *library;
+}
+
+void Library::setSource(std::shared_ptr<CaptureSource> source) {
+  {
+    MutexLock lock(mMutex);
+    mSource.swap(source);
+  }
+  watchSource();
+}
+
+std::shared_ptr<CaptureSource> Library::source() {
+  MutexLock lock(mMutex);
+  return mSource;
+}
+
+int32_t Library::initialise(DeviceKind kind) {
+  selectByEnvironment();
+  {
+    MutexLock lock(mMutex);
+    ++half(kind).users;
+  }
+  watchSource();
+  return source() ? kVCISuccess : kVCIFailed;
+}
+
+/// Chooses a source unless there is one. What cannot be chosen is said once.
+void Library::selectByEnvironment() {
+  MutexLock lock(mSelectionMutex);
+  if (source() || mHasSelected) return;
+  mHasSelected = true;
+  const char* const wish = std::getenv("VESK_CAPTURE");
+  const SourceError error = selectSource(wish && *wish ? wish : kDefaultSource, SourceOptions{});
+  if (!error.empty()) printToError("vesk: %s\n", error.c_str());
+}
+
+int32_t Library::cleanUp(DeviceKind kind) {
+  std::vector<uintptr_t> handles;
+  bool isLast = false;
+  {
+    MutexLock lock(mMutex);
+    Half& of = half(kind);
+    if (of.users == 0 || --of.users > 0) return kVCISuccess;
+    isLast = !isInUse();
+    for (const auto& [handle, device] : mDevices) {
+      if (device->kind() == kind) handles.push_back(handle);
+    }
+  }
+  hotplugSlot(kind, true).set({});
+  hotplugSlot(kind, false).set({});
+  for (const uintptr_t handle : handles) close(reinterpret_cast<Handle>(handle));
+  watchSource();
+  waitForDestruction();
+  if (isLast) {
+    MutexLock lock(mSelectionMutex);
+    mHasSelected = false;
+  }
+  return kVCISuccess;
+}
+
+std::vector<DeviceDescription> Library::devices(DeviceKind kind) {
+  const auto from = source();
+  return from ? from->devices(kind) : std::vector<DeviceDescription>();
+}
+
+Library::Handle Library::open(DeviceKind kind, std::u16string_view path) {
+  const auto from = source();
+  if (!from) return nullptr;
+  std::unique_ptr<CaptureDevice> device;
+  for (const DeviceDescription& description : from->devices(kind)) {
+    if (recordPath(description.path) != path) continue;
+    device = from->open(kind, description.path);
+    break;
+  }
+  if (!device) return nullptr;
+  auto opened = std::make_shared<OpenDevice>(kind, from, std::move(device));
+  MutexLock lock(mMutex);
+  do {
+    mLastHandle += kHandleStep;
+  } while (mLastHandle == 0 || mDevices.contains(mLastHandle));
+  mDevices.emplace(mLastHandle, std::move(opened));
+  return reinterpret_cast<Handle>(mLastHandle);
+}
+
+int32_t Library::close(Handle handle) {
+  std::shared_ptr<OpenDevice> device;
+  {
+    MutexLock lock(mMutex);
+    const auto found = mDevices.find(reinterpret_cast<uintptr_t>(handle));
+    if (found == mDevices.end()) return kVCIInvalidHandle;
+    device = std::move(found->second);
+    mDevices.erase(found);
+  }
+  const bool isInside = device->frames().isInside();
+  auto remains = device->close();
+  if (isInside) destroy(std::move(remains));
+  return kVCISuccess;
+}
+
+/// Destroys a closed device from a thread of its own: the caller is inside the device's callback,
+/// and a device ends only when its callbacks have returned.
+void Library::destroy(std::shared_ptr<void> remains) {
+  {
+    MutexLock lock(mMutex);
+    ++mDestructions;
+  }
+  std::thread([this, remains = std::move(remains)]() mutable {
+    remains.reset();
+    MutexLock lock(mMutex);
+    --mDestructions;
+    mDestroyed.notify_all();
+  }).detach();
+}
+
+void Library::waitForDestruction() {
+  if (isInsideCallback()) return;
+  MutexLock lock(mMutex);
+  while (mDestructions > 0) mDestroyed.wait(mMutex);
+}
+
+std::shared_ptr<OpenDevice> Library::find(DeviceKind kind, Handle handle) {
+  MutexLock lock(mMutex);
+  const auto found = mDevices.find(reinterpret_cast<uintptr_t>(handle));
+  return found != mDevices.end() && found->second->kind() == kind ? found->second : nullptr;
+}
+
+int32_t Library::subscribe(DeviceKind kind, Handle handle, uint32_t event, EventSlot::Callback callback) {
+  const bool isVideo = kind == DeviceKind::kVideo;
+  if (!handle) {
+    const uint32_t arrival = isVideo ? uint32_t{kVCIEventDeviceArrived} : uint32_t{kACIEventDeviceArrived};
+    const uint32_t departure = isVideo ? uint32_t{kVCIEventDeviceLeft} : uint32_t{kACIEventDeviceLeft};
+    if (event != arrival && event != departure) return kVCIInvalidArgument;
+    hotplugSlot(kind, event == arrival).set(std::move(callback));
+    return kVCISuccess;
+  }
+  const auto device = find(kind, handle);
+  if (!device) return kVCIInvalidHandle;
+  if (event != (isVideo ? uint32_t{kVCIEventFrame} : uint32_t{kACIEventPacket})) return kVCIInvalidArgument;
+  device->frames().set(std::move(callback));
+  return kVCISuccess;
+}
+
+/// Brings our hot-plug handler to where it belongs: the source in use while a half is started.
+/// Waits for no other thread that does the same, since that one may wait for our callback.
+void Library::watchSource() {
+  {
+    MutexLock lock(mMutex);
+    if (mIsWatchChanging) return;  // the other thread looks again when it is done
+    mIsWatchChanging = true;
+  }
+  for (;;) {
+    std::shared_ptr<CaptureSource> before, now;
+    {
+      MutexLock lock(mMutex);
+      now = isInUse() ? mSource : nullptr;
+      if (now == mWatched) {
+        mIsWatchChanging = false;
+        return;
+      }
+      before = std::exchange(mWatched, now);
+    }
+    if (before) setHandler(*before, {});
+    if (now) setHandler(*now, [this](DeviceKind kind, bool arrived) { hotplugSlot(kind, arrived).call({}); });
+  }
+}
+
+std::string sourcePathOf(CaptureSource& source, DeviceKind kind, const std::string& shown) {
+  for (DeviceDescription& device : source.devices(kind)) {
+    if (shownPath(device.path) == shown) return std::move(device.path);
+  }
+  return shown;
+}
+
+}  // namespace vesk::capture

@@ -1,0 +1,89 @@
+#include "capture/interface/open_device.h"
+
+#include <utility>
+
+namespace vesk::capture {
+
+OpenDevice::OpenDevice(DeviceKind kind, std::shared_ptr<CaptureSource> source, std::unique_ptr<CaptureDevice> device)
+    : mKind(kind), mSource(std::move(source)), mDevice(std::move(device)), mControlled(mDevice) {}
+
+int32_t OpenDevice::start(uint32_t substream) {
+  const bool isInside = mFrames->isInside();
+  {
+    MutexLock lock(mStateMutex);
+    // A stop on another thread waits for the callback that we are in: do not wait for the stop.
+    if (isInside && isChanging()) return kVCIFailed;
+    while (isChanging()) mStateChanged.wait(mStateMutex);
+    if (mState == State::kRunning) return kVCISuccess;
+    mState = State::kStarting;
+    mSubstream = substream;
+  }
+  const int32_t status = startDevice(substream);
+  setState(status == kVCISuccess ? State::kRunning : State::kIdle);
+  return status;
+}
+
+int32_t OpenDevice::stop() {
+  const bool isInside = mFrames->isInside();
+  uint32_t substream = 0;
+  {
+    MutexLock lock(mStateMutex);
+    if (isInside && mState == State::kStopping) return kVCISuccess;
+    while (isChanging()) mStateChanged.wait(mStateMutex);
+    if (mState == State::kIdle) return kVCISuccess;
+    mState = State::kStopping;
+    substream = mSubstream;
+  }
+  const int32_t status = stopDevice(substream);
+  setState(status == kVCISuccess ? State::kIdle : State::kRunning);
+  return status;
+}
+
+void OpenDevice::setState(State state) {
+  MutexLock lock(mStateMutex);
+  mState = state;
+  mStateChanged.notify_all();
+}
+
+int32_t OpenDevice::startDevice(uint32_t substream) try {
+  return setUp([&](CaptureDevice& device) {
+    return device.start(substream, [frames = mFrames](uint8_t* bytes, uint32_t length, int64_t timestamp) {
+      frames->call(Event{bytes, length, timestamp});
+    });
+  });
+} catch (...) {
+  return kVCIFailed;
+}
+
+// Without the mutex: the callback that it waits for may be making a call.
+int32_t OpenDevice::stopDevice(uint32_t substream) try {
+  std::shared_ptr<CaptureDevice> device;
+  {
+    MutexLock lock(mStreamingMutex);
+    device = mDevice;
+  }
+  return device ? device->stop(substream) : int32_t{kVCISuccess};
+} catch (...) {
+  return kVCIFailed;
+}
+
+std::shared_ptr<void> OpenDevice::close() {
+  stop();
+  mFrames->set({});
+  // The source must go after its device.
+  struct Remains {
+    std::shared_ptr<CaptureSource> source;
+    std::shared_ptr<CaptureDevice> device;
+  };
+  auto remains = std::make_shared<Remains>();
+  remains->source = mSource;
+  {
+    MutexLock lock(mControlMutex);
+    mControlled = nullptr;
+  }
+  MutexLock lock(mStreamingMutex);
+  remains->device = std::move(mDevice);
+  return remains;
+}
+
+}  // namespace vesk::capture

@@ -1,0 +1,192 @@
+#include "capture/linux/cameras/linux_cameras.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <utility>
+
+#include <vesk/log.h>
+#include "capture/encoding/encoded_camera.h"
+#include "capture/interface/callback_slot.h"
+#include "capture/linux/cameras/camera_records.h"
+#include "capture/linux/cameras/linux_camera.h"
+#include "capture/linux/controls/extension_units.h"
+#include "capture/linux/nodes/node_holder.h"
+#include "capture/sources/one_by_one.h"
+#include "platform/foundation/mutex.h"
+
+namespace vesk::capture {
+namespace {
+
+std::string whyNot(const DeviceDescription& camera, const std::string& node, int error) {
+  std::string reason = std::strerror(error);
+  if (error == EACCES || error == EPERM) reason = "no permission. Add the user to the group \"video\" and log in again";
+  if (error == EBUSY) reason = holderOf(node) + " has it for itself. Close that program";
+  return "The camera \"" + camera.name + "\" (" + node + ") could not be opened: " + reason + ".";
+}
+
+}  // namespace
+
+/// Who is there, and who was when the handler was last told. The finder's thread holds on to it.
+class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
+ public:
+  Roll(std::shared_ptr<V4L2Calls> calls, std::unique_ptr<CameraFinder> finder)
+      : mCalls(std::move(calls)), mFinder(std::move(finder)) {}
+
+  /// The cameras to list: while changes are being told, those told of so far.
+  std::vector<CameraRecord> records() VESK_EXCLUDES(mMutex) {
+    {
+      MutexLock lock(mMutex);
+      if (mTold) return *mTold;
+    }
+    return attached();
+  }
+
+  /// Asks each node once as long as it is attached: asking wakes a sleeping camera.
+  std::vector<CameraRecord> attached() VESK_EXCLUDES(mMutex) {
+    std::vector<KnownNode> known;
+    MutexLock lock(mMutex);
+    std::map<std::string, NodeIdentity> identities;
+    for (VideoNode& node : mFinder->nodes()) {
+      const std::string key = node.attachment + " " + node.systemPath;
+      const auto old = mIdentities.find(key);
+      auto identity = old != mIdentities.end() ? std::optional(old->second) : identify(*mCalls, node.node);
+      if (identity) identities[key] = *identity;
+      known.push_back({std::move(node), std::move(identity)});
+    }
+    mIdentities = std::move(identities);
+    return makeRecords(known);
+  }
+
+  /// The camera that is attached at `path`, told of or not.
+  std::optional<CameraRecord> record(const std::string& path) {
+    for (CameraRecord& record : attached()) {
+      if (record.description.path == path) return std::move(record);
+    }
+    return std::nullopt;
+  }
+
+  void setHandler(HotplugHandler handler) VESK_EXCLUDES(mRollMutex) {
+    const bool isSet = handler != nullptr;
+    mHandler.set(std::move(handler));
+    if (!isSet) return;
+    MutexLock lock(mRollMutex);
+    if (!std::exchange(mIsWatching, true))
+      mFinder->watch([roll = weak_from_this()] {
+        if (const auto self = roll.lock()) self->look();
+      });
+    mPresent = attached();
+  }
+
+  std::shared_ptr<V4L2Calls> sharedCalls() { return mCalls; }
+
+ private:
+  using Records = std::vector<CameraRecord>;
+
+  /// One that was away so shortly that it is there again has another attachment, and counts as another.
+  static bool isSame(const CameraRecord& one, const CameraRecord& other) {
+    return one.description.path == other.description.path && one.attachment == other.attachment;
+  }
+
+  /// Tells what has changed: comparing what is there, not counting events, tells everything once.
+  void look() noexcept VESK_EXCLUDES(mRollMutex, mMutex) try {
+    const EndOfTelling end{*this};
+    const Records now = attached();
+    Records before;
+    {
+      MutexLock lock(mRollMutex);
+      before = std::exchange(mPresent, now);
+    }
+    setTold(before);
+    tellOneByOne(before, now, isSame, [this](const Records& told, bool arrived) {
+      setTold(told);
+      mHandler.call(DeviceKind::kVideo, arrived);
+    });
+  } catch (const std::exception& exception) {
+    NSLog(std::string("The cameras could not be looked for: ") + exception.what());
+  } catch (...) {
+    NSLog("The cameras could not be looked for.");
+  }
+
+  struct EndOfTelling {
+    Roll& roll;
+    ~EndOfTelling() { roll.setTold(std::nullopt); }
+  };
+
+  void setTold(std::optional<Records> told) VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    mTold = std::move(told);
+  }
+
+  const std::shared_ptr<V4L2Calls> mCalls;
+  CallbackSlot<DeviceKind, bool> mHandler;
+  Mutex mRollMutex;                              // taken before mMutex
+  Records mPresent VESK_GUARDED_BY(mRollMutex);  // when was last looked
+  bool mIsWatching VESK_GUARDED_BY(mRollMutex) = false;
+  Mutex mMutex;
+  std::map<std::string, NodeIdentity> mIdentities VESK_GUARDED_BY(mMutex);
+  std::optional<Records> mTold VESK_GUARDED_BY(mMutex);  // there while changes are being told
+  const std::unique_ptr<CameraFinder> mFinder;           // ends its thread before the rest goes
+};
+
+LinuxCameras::LinuxCameras() : LinuxCameras(V4L2Calls::system(), CameraFinder::system()) {}
+
+LinuxCameras::LinuxCameras(std::shared_ptr<V4L2Calls> calls, std::unique_ptr<CameraFinder> finder)
+    : mRoll(std::make_shared<Roll>(std::move(calls), std::move(finder))) {}
+
+LinuxCameras::~LinuxCameras() {
+  mRoll->setHandler({});
+}
+
+void LinuxCameras::setHotplugHandler(HotplugHandler handler) {
+  mRoll->setHandler(std::move(handler));
+}
+
+std::vector<DeviceDescription> LinuxCameras::devices(DeviceKind kind) {
+  std::vector<DeviceDescription> descriptions;
+  if (kind != DeviceKind::kVideo) return descriptions;
+  for (CameraRecord& record : mRoll->records()) descriptions.push_back(std::move(record.description));
+  return descriptions;
+}
+
+std::string LinuxCameras::usbPathOf(const std::string& path) {
+  const auto record = mRoll->record(path);
+  return record ? record->usbPath : std::string();
+}
+
+std::string LinuxCameras::cameraAtNode(const std::string& node) {
+  std::error_code error;
+  const std::filesystem::path target = std::filesystem::canonical(node, error);
+  const std::string name = error ? node : target.string();
+  for (const CameraRecord& record : mRoll->records()) {
+    if (std::find(record.nodes.begin(), record.nodes.end(), name) != record.nodes.end()) return record.description.path;
+  }
+  return {};
+}
+
+std::unique_ptr<CaptureDevice> LinuxCameras::open(DeviceKind kind, const std::string& path) {
+  const auto record = kind == DeviceKind::kVideo ? mRoll->record(path) : std::nullopt;
+  if (!record) return nullptr;
+  std::vector<std::shared_ptr<OpenNode>> nodes;
+  std::vector<ExtensionUnit> units;
+  for (size_t at = 0; at < record->nodes.size(); ++at) {
+    const std::string& name = record->nodes[at];
+    int error = 0;
+    auto node = OpenNode::open(mRoll->sharedCalls(), name, error);
+    if (node) {
+      addExtensionUnits(record->systemPaths[at], nodes.size(), units);
+      nodes.push_back(std::move(node));
+    } else {
+      NSLog(whyNot(record->description, name, error));
+    }
+  }
+  if (nodes.empty()) return nullptr;
+  const std::string& name = record->description.name;
+  return EncodedCamera::wrap(std::make_unique<LinuxCamera>(name, std::move(nodes), std::move(units)), name);
+}
+
+}  // namespace vesk::capture

@@ -1,0 +1,136 @@
+#pragma once
+
+#include <linux/videodev2.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <vesk/capture_source.h>
+#include "capture/encoding/access_unit_writer.h"
+#include "capture/linux/cameras/camera_modes.h"
+#include "capture/linux/cameras/frame_clock.h"
+#include "capture/linux/cameras/pixel_formats.h"
+#include "capture/linux/nodes/open_node.h"
+#include "platform/foundation/mutex.h"
+
+namespace vesk::capture {
+
+/// What became of the pictures of a stream.
+struct StreamCounts {
+  uint64_t delivered = 0;
+  uint64_t damaged = 0;  ///< marked so by the driver, or not whole
+  uint64_t empty = 0;
+  uint64_t late = 0;  ///< let go for newer ones, the receiver being slow
+  uint64_t lost = 0;  ///< by the driver, as its numbers tell
+};
+
+/// A camera's pictures on their way from the driver to a receiver, on a thread of their own. The
+/// receiver is given the driver's own buffer where that holds what it asked for.
+///
+/// A receiver that is slow does not hold up the driver for longer than its call: of the pictures that
+/// wait meanwhile, the oldest are let go, except for H.264, where each needs the one before it.
+///
+/// A camera that sends nothing whole for three seconds, or fails, is started anew once at once. When that
+/// does not help, the log says so, and again every half minute with a further try, until pictures come
+/// again or the camera is taken away: whoever records goes on recording what there is.
+///
+/// Threads: stop from any thread, also from inside the receiver's call.
+class PictureStream {
+ public:
+  /// Sets the node to `mode` and starts.
+  /// @param name of the camera, for the log
+  /// @return null with the status in `status`: 19 when the camera is in use elsewhere
+  static std::shared_ptr<PictureStream> start(std::shared_ptr<OpenNode> node, const CameraMode& mode,
+                                              const VideoParameters& parameters, const std::string& name,
+                                              FrameCallback callback, int32_t& status);
+  ~PictureStream();
+  PictureStream(const PictureStream&) = delete;
+  PictureStream& operator=(const PictureStream&) = delete;
+
+  /// Once it has returned the receiver is not called any more, and the node may be started anew;
+  /// called from inside the receiver's call, that call is the last.
+  void stop() VESK_EXCLUDES(mMutex, mJoinMutex);
+  /// Waits until the call in progress, if any, has returned. Not from inside one.
+  void wait() VESK_EXCLUDES(mMutex, mJoinMutex);
+  bool isFinished() const VESK_EXCLUDES(mMutex);
+  /// Whether the calling thread is inside a call of this stream's receiver.
+  bool isInside() const { return tCurrent == this; }
+
+  StreamCounts counts() const VESK_EXCLUDES(mMutex);
+
+ private:
+  struct Buffer {
+    uint8_t* memory = nullptr;
+    size_t length = 0;
+  };
+
+  PictureStream(std::shared_ptr<OpenNode> node, const PixelFormat& format, std::string name, FrameCallback callback);
+
+  // Setting up: 0 or a negated errno value.
+  int setForm(const CameraMode& mode);
+  int setInterval(const CameraMode& mode, const VideoParameters& parameters);
+  int makeBuffers();
+  int flow();
+  void release() VESK_EXCLUDES(mMutex);
+
+  // On the thread.
+  void run();
+  void waitForPicture();
+  bool takeWaiting();
+  void deliverWaiting();
+  void deliver(const v4l2_buffer& buffer);
+  std::span<uint8_t> prepare(std::span<uint8_t> payload);
+  bool giveBack(uint32_t index);
+  bool isAttached() const;
+  bool recover();
+  bool restart();
+  void thrive();
+  void count(uint64_t StreamCounts::*counter, uint64_t by = 1) VESK_EXCLUDES(mMutex);
+  void countGap(uint32_t sequence);
+  void report();
+  void setFinished(bool isFinished) VESK_EXCLUDES(mMutex);
+
+  static thread_local const PictureStream* tCurrent;
+
+  const std::shared_ptr<OpenNode> mNode;
+  const PixelFormat& mFormat;
+  const std::string mName;
+  const FrameCallback mCallback;
+  const int mWake;
+  PictureForm mForm;
+  std::vector<Buffer> mBuffers;
+  std::optional<FrameClock> mClock;
+  std::optional<PixelConverter> mConverter;
+  std::optional<AccessUnitWriter> mUnits;
+  std::thread mThread;
+  Mutex mJoinMutex;  // two may wait at once
+  std::atomic<bool> mIsStopping = false;
+
+  // The thread's own.
+  std::vector<v4l2_buffer> mWaiting;
+  int64_t mEmptyAt = 0;
+  std::optional<uint32_t> mSequence;
+  bool mIsBroken = false;      // the node said so when it was last waited for
+  bool mIsDown = false;        // cannot be waited for until it has been started anew
+  bool mIsOverdue = false;     // the time to wait for a picture is over
+  int64_t mPatience = 0;       // microseconds without a whole picture that are borne
+  int64_t mDueAt = 0;          // when something must be done if no whole picture has come
+  int64_t mLastPictureAt = 0;  // or the start
+  int64_t mNextReportAt = 0;
+  int mTroubles = 0;  // since the last whole picture
+
+  mutable Mutex mMutex;
+  std::condition_variable_any mChanged;
+  bool mIsFinished VESK_GUARDED_BY(mMutex) = true;
+  bool mIsReleased VESK_GUARDED_BY(mMutex) = true;
+  StreamCounts mCounts VESK_GUARDED_BY(mMutex);
+};
+
+}  // namespace vesk::capture

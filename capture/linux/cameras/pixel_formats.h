@@ -1,0 +1,69 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "capture/encoding/picture_converter.h"
+
+namespace vesk::capture {
+
+/// How the pixels of a format lie in memory.
+enum class PixelLayout : uint8_t {
+  kCompressed,  ///< no pixels: MJPEG or H.264
+  kPacked422,   ///< two pixels in four bytes
+  kPacked,      ///< one plane, each pixel by itself
+  kSemiPlanar,  ///< luma, then pairs of chroma at half the rows
+  kPlanar420,   ///< three planes, chroma at half the rows and columns
+  kPlanar422,   ///< three planes, chroma at half the columns
+};
+
+/// A format of the kernel's that is taken from cameras.
+struct PixelFormat {
+  uint32_t fourcc;  ///< the kernel's code
+  uint32_t codec;   ///< what it is delivered as
+  PixelLayout layout;
+  int8_t order[4];        ///< packed 4:2:2: where the bytes of U, Y, V, Y stand; else unused
+  AVPixelFormat libav;    ///< for the converter; packed 4:2:2 is not converted by it
+  bool isVFirst;          ///< planar: V stands before U
+  uint8_t bytesPerPixel;  ///< of the first plane
+};
+
+/// The format of a code; null for those that are not taken. The best to convert come first.
+const PixelFormat* pixelFormat(uint32_t fourcc);
+/// How good a format is, among those that are delivered alike: the lower the better.
+size_t rankOf(const PixelFormat& format);
+
+/// The picture that a driver has been set to deliver.
+struct PictureForm {
+  const PixelFormat* format = nullptr;
+  int32_t width = 0;
+  int32_t height = 0;
+  uint32_t rowBytes = 0;  ///< of the first plane; 0 for compressed pictures
+  bool isFullRange = false;
+};
+
+/// Makes packed 4:2:2 pictures ("2vuy") from what cameras deliver.
+class PixelConverter {
+ public:
+  /// `form` is of a format with pixels, its width even, its rows at least as long as its pixels.
+  explicit PixelConverter(const PictureForm& form);
+
+  /// Bytes that a picture takes at least.
+  size_t neededBytes() const { return mNeededBytes; }
+  /// The picture as "2vuy", writable: `picture` itself where its layout is that already, else a
+  /// buffer that is valid until the next call. Empty when it cannot be converted.
+  std::span<uint8_t> convert(std::span<uint8_t> picture);
+
+ private:
+  bool isReadyAsItIs() const;
+  bool convertInto(uint8_t* out, uint8_t* picture);
+
+  PictureForm mForm;
+  size_t mNeededBytes = 0;
+  std::vector<uint8_t> mOut;
+  PictureConverter mConverter;
+  FrameHandle mFrame;
+};
+
+}  // namespace vesk::capture

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include <vesk/capture_host.h>
+#include <vesk/export.h>
+
+namespace vesk::capture {
+
+/// A device's flow of frames or packets in a source that keeps its own time. Times are microseconds
+/// of the source, counted from its beginning. Called on the conductor's thread only.
+class PacedStream {
+ public:
+  virtual ~PacedStream() = default;
+  /// Makes `time` the place from which the stream goes on; called before the first delivery.
+  virtual void seek(int64_t time) = 0;
+  /// When the next frame is due; none at the end.
+  virtual std::optional<int64_t> nextTime() = 0;
+  /// Delivers the frame that is due, stamped `timestamp` (microseconds of the process's monotonic clock).
+  virtual void deliver(int64_t timestamp) = 0;
+};
+
+/// Plays the streams of one source on one thread, in the order of their times: by the clock or as
+/// fast as the receivers take it, as the Transport says. A stream that joins late joins at the time
+/// the others have reached. Time stamps are the source's time on top of the monotonic clock's value
+/// at the first start (or at the release, when the transport was held), so they are never 0 and
+/// never go back. When the last stream has left, time begins anew: the next start plays from 0, its
+/// time stamps later than all before.
+///
+/// Threads: every operation from any thread. No lock is held while a stream is called.
+class VESK_EXPORT Conductor {
+ public:
+  /// `transport` must outlive the conductor.
+  explicit Conductor(Pace pace, Transport& transport = Transport::shared());
+  /// Ends the thread; waits for it, unless the call comes from inside a delivery.
+  ~Conductor();
+  Conductor(const Conductor&) = delete;
+  Conductor& operator=(const Conductor&) = delete;
+
+  void add(std::shared_ptr<PacedStream> stream);
+  /// Takes a stream out. Once it has returned the stream is not called any more, unless it was
+  /// called from inside a delivery.
+  void remove(const std::shared_ptr<PacedStream>& stream);
+
+ private:
+  class Player;
+  std::shared_ptr<Player> mPlayer;  // shared with its thread
+};
+
+}  // namespace vesk::capture

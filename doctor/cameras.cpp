@@ -1,0 +1,269 @@
+#include <linux/videodev2.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <unordered_map>
+
+#include <vesk/four_char_code.h>
+#include "capture/linux/cameras/camera_modes.h"
+#include "capture/linux/cameras/camera_records.h"
+#include "capture/linux/nodes/node_holder.h"
+#include "capture/linux/nodes/open_node.h"
+#include "doctor/checks.h"
+
+namespace vesk::capture {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kCamera = "camera";
+constexpr const char* kUsb = "usb";
+constexpr int kHighSpeed = 480;  // megabits per second: USB 2
+
+int numberIn(const std::string& text, int base = 10) {
+  int number = 0;
+  std::from_chars(text.data(), text.data() + text.size(), number, base);
+  return number;
+}
+
+std::string quoted(const std::string& name) {
+  return "\"" + name + "\"";
+}
+
+/// The folder of the USB device that a node's driver sits on; empty for other cameras.
+std::string usbFolderOf(const fs::path& node) {
+  std::error_code error;
+  fs::path folder = fs::canonical(node / "device", error);
+  // From the interface upwards; hubs above the device have identifiers of their own.
+  for (int steps = 0; !error && steps < 3 && folder.has_relative_path(); ++steps, folder = folder.parent_path())
+    if (fs::exists(folder / "idVendor", error)) return folder.string();
+  return "";
+}
+
+/// The nodes that the kernel has, in the order of their numbers.
+std::vector<VideoNode> nodesIn(const DiagnosisPlaces& places) {
+  std::vector<VideoNode> nodes;
+  std::error_code error;
+  fs::directory_iterator entry(places.sys + "/class/video4linux", error);
+  for (const fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
+    const std::string file = entry->path().filename().string();
+    if (!file.starts_with("video")) continue;  // radios and the like
+    VideoNode node;
+    node.node = places.dev + "/" + file;
+    node.systemPath = entry->path().string();
+    node.usbPath = usbFolderOf(entry->path());
+    node.product = withoutRepetition(sysfsText(node.systemPath + "/name"));
+    node.index = numberIn(sysfsText(node.systemPath + "/index"));
+    if (!node.usbPath.empty()) {
+      node.vendorID = static_cast<uint16_t>(numberIn(sysfsText(node.usbPath + "/idVendor"), 16));
+      node.productID = static_cast<uint16_t>(numberIn(sysfsText(node.usbPath + "/idProduct"), 16));
+    }
+    nodes.push_back(std::move(node));
+  }
+  std::sort(nodes.begin(), nodes.end(), [](const VideoNode& one, const VideoNode& other) {
+    return std::pair(one.node.size(), one.node) < std::pair(other.node.size(), other.node);
+  });
+  return nodes;
+}
+
+/// What a node is that no pictures come from.
+const char* purposeOf(const OpenNode& node) {
+  constexpr struct {
+    uint32_t capability;
+    const char* purpose;
+  } kPurposes[] = {
+      {V4L2_CAP_META_CAPTURE, "carries data about a camera's pictures, not the pictures"},
+      {V4L2_CAP_VIDEO_M2M | V4L2_CAP_VIDEO_M2M_MPLANE, "is a converter, no camera"},
+      {V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_VIDEO_OUTPUT_MPLANE, "is an output, no camera"},
+  };
+  v4l2_capability found{};
+  node.ioctl(VIDIOC_QUERYCAP, &found);
+  const uint32_t able = (found.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? found.device_caps : found.capabilities;
+  for (const auto& [capability, purpose] : kPurposes)
+    if ((able & capability) != 0) return purpose;
+  return "gives no pictures in a way that is understood here";
+}
+
+/// Looks through the nodes, one after the other, and then at the cameras that they make up.
+class CameraCheck {
+ public:
+  CameraCheck(const DiagnosisPlaces& places, V4L2Calls& calls, bool hasEncoder, Findings& findings)
+      : mPlaces(places), mCalls(std::shared_ptr<V4L2Calls>(), &calls), mHasEncoder(hasEncoder), mFindings(findings) {}
+
+  std::vector<DiagnosedCamera> run() {
+    checkDrivers();
+    std::vector<KnownNode> known;
+    for (VideoNode& node : nodesIn(mPlaces)) {
+      auto identity = checkNode(node);
+      mUsbFolders[node.node] = node.usbPath;
+      known.push_back({std::move(node), std::move(identity)});
+    }
+    std::vector<DiagnosedCamera> cameras;
+    for (const CameraRecord& record : makeRecords(known)) {
+      checkCamera(record);
+      cameras.push_back({record.description.name, mUsbFolders[record.nodes.front()]});
+    }
+    if (cameras.empty())
+      mFindings.problem(kCamera, "no camera was found.",
+                        "Plug one in; \"vesk --capture simulated\" has one for trying things out.");
+    checkBuses(cameras);
+    return cameras;
+  }
+
+ private:
+  /// USB video interfaces that no driver has taken.
+  void checkDrivers() {
+    std::set<std::string> devices;
+    std::error_code error;
+    fs::directory_iterator entry(mPlaces.sys + "/bus/usb/devices", error);
+    for (const fs::directory_iterator end; !error && entry != end; entry.increment(error)) {
+      std::error_code ignored;
+      if (sysfsText((entry->path() / "bInterfaceClass").string()) != "0e") continue;
+      if (fs::exists(entry->path() / "driver", ignored)) continue;
+      const std::string device = fs::canonical(entry->path(), ignored).parent_path().string();
+      if (!devices.insert(device).second) continue;
+      const std::string name = sysfsText(device + "/product");
+      mFindings.problem(kCamera,
+                        "the USB camera " + quoted(name.empty() ? device : name) + " is attached, but has no driver.",
+                        "Load it with \"sudo modprobe uvcvideo\", and see \"dmesg\" for why it was not.");
+    }
+  }
+
+  /// What the node says of itself; none when it cannot be asked.
+  std::optional<NodeIdentity> checkNode(const VideoNode& node) {
+    std::error_code ignored;
+    if (!fs::exists(node.node, ignored)) {
+      mFindings.problem(kCamera, "the kernel has " + quoted(node.product) + ", but " + node.node + " is not there.",
+                        "In a container, pass it in (as with --device " + node.node + "); else see that udev runs.");
+      return std::nullopt;
+    }
+    int error = 0;
+    const auto open = OpenNode::open(mCalls, node.node, error);
+    if (!open) {
+      addRefusal(kCamera, node.node, error, mFindings);
+      return std::nullopt;
+    }
+    auto identity = identify(*mCalls, node.node);
+    if (identity && !identity->canCapture)
+      mFindings.note(kCamera, node.node + " (" + node.product + ") " + purposeOf(*open) + ".");
+    return identity;
+  }
+
+  void checkCamera(const CameraRecord& record) {
+    std::vector<CameraMode> modes;
+    std::string nodes;
+    bool hasAnswered = true;
+    for (const std::string& name : record.nodes) {
+      int error = 0;
+      const auto node = OpenNode::open(mCalls, name, error);
+      if (!node) continue;  // said before
+      nodes.append(nodes.empty() ? "" : ", ").append(name);
+      addModes(*mCalls, node->descriptor(), 0, modes);
+      const bool isFree = checkUse(record.description.name, name, *node);
+      hasAnswered = hasAnswered && (!isFree || doesAnswer(*node, modes));
+    }
+    if (nodes.empty()) return;
+    const std::string who = quoted(record.description.name) + " at " + nodes;
+    const std::vector<VideoFormat> formats = formatsOf(modes);
+    if (formats.empty())
+      return mFindings.problem(kCamera, who + " offers no format that is understood here.",
+                               "See \"v4l2-ctl --list-formats\" for what it offers.");
+    if (!hasAnswered)
+      return mFindings.problem(kCamera, who + " does not answer when asked for a picture format.",
+                               "Plug it in again; if that does not help, try another port or cable.");
+    mFindings.ok(kCamera, who + ": " + describe(formats) + ".");
+  }
+
+  /// The kernel knows formats by heart, but asks the camera whether it would take one. Nothing is changed.
+  static bool doesAnswer(const OpenNode& node, const std::vector<CameraMode>& modes) {
+    if (modes.empty()) return true;
+    v4l2_format form{};
+    form.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    form.fmt.pix.width = static_cast<uint32_t>(modes.front().width);
+    form.fmt.pix.height = static_cast<uint32_t>(modes.front().height);
+    form.fmt.pix.pixelformat = modes.front().format->fourcc;
+    const int answer = node.ioctl(VIDIOC_TRY_FMT, &form);
+    return answer != -ETIMEDOUT && answer != -EIO && answer != -EPROTO;
+  }
+
+  /// "H.264 up to 1920x1080, Motion JPEG up to …", and where H.264 comes from.
+  std::string describe(const std::vector<VideoFormat>& formats) const {
+    std::string text;
+    bool hasOwn = false;
+    for (const VideoFormat& format : formats) {
+      const auto largest =
+          std::max_element(format.sizes.begin(), format.sizes.end(), [](const FrameSize& one, const FrameSize& other) {
+            return int64_t{one.width} * one.height < int64_t{other.width} * other.height;
+          });
+      if (largest == format.sizes.end()) continue;
+      const bool isH264 = format.codec == kCMVideoCodecType_H264;
+      hasOwn = hasOwn || isH264;
+      if (!text.empty()) text += ", ";
+      text += isH264                                         ? "H.264 of its own"
+              : format.codec == kCMVideoCodecType_MotionJPEG ? "Motion JPEG"
+                                                             : "raw pictures";
+      text += " up to " + std::to_string(largest->width) + "x" + std::to_string(largest->height);
+    }
+    if (hasOwn) return text;
+    return text + (mHasEncoder ? "; H.264 is encoded here" : "; no H.264");
+  }
+
+  /// Asking for no buffers changes nothing, and is refused while others have some. @return whether none has
+  bool checkUse(const std::string& camera, const std::string& name, const OpenNode& node) {
+    v4l2_requestbuffers none{};
+    none.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    none.memory = V4L2_MEMORY_MMAP;
+    const bool isBusy = node.ioctl(VIDIOC_REQBUFS, &none) == -EBUSY;
+    const NodeHolders holders = holdersOf(name, mPlaces.proc);
+    if (isBusy)
+      mFindings.problem(
+          kCamera, quoted(camera) + " is busy: " + holderText(holders) + " is using " + name + ".",
+          holders.programs.empty() ? "Close that program; \"sudo vesk doctor\" can name it." : "Close that program.");
+    else if (!holders.programs.empty())
+      mFindings.note(kCamera, holderText(holders) + " has " + name + " open, and is not using it now.");
+    return !isBusy;
+  }
+
+  void checkBuses(const std::vector<DiagnosedCamera>& cameras) {
+    std::map<std::string, std::vector<std::string>> sharers;  // by bus
+    for (const DiagnosedCamera& camera : cameras) {
+      const int speed = numberIn(sysfsText(camera.usbFolder + "/speed"));
+      if (camera.usbFolder.empty() || speed == 0) continue;
+      const std::string text = quoted(camera.name) + " is attached at " + std::to_string(speed) + " Mbit/s";
+      if (speed < kHighSpeed)
+        mFindings.note(kUsb, text + ": too slow for more than small pictures.",
+                       "Use another port or cable, and no old hub.");
+      else
+        mFindings.ok(kUsb, text + ".");
+      // Above that speed two cameras seldom fill a bus.
+      if (speed <= kHighSpeed) sharers[sysfsText(camera.usbFolder + "/busnum")].push_back(quoted(camera.name));
+    }
+    for (const auto& [bus, names] : sharers) {
+      if (names.size() < 2) continue;
+      std::string all;
+      for (const std::string& name : names) all.append(all.empty() ? "" : " and ").append(name);
+      mFindings.note(kUsb,
+                     all.append(" share USB bus ").append(bus) + ": there may be no room for the raw pictures of all.",
+                     "Use Motion JPEG, H.264 or smaller sizes, or ports of different controllers.");
+    }
+  }
+
+  const DiagnosisPlaces& mPlaces;
+  const std::shared_ptr<V4L2Calls> mCalls;  // not owned
+  const bool mHasEncoder;
+  Findings& mFindings;
+  std::unordered_map<std::string, std::string> mUsbFolders;  // by node
+};
+
+}  // namespace
+
+std::vector<DiagnosedCamera> checkCameras(const DiagnosisPlaces& places, V4L2Calls& calls, bool hasEncoder,
+                                          Findings& findings) {
+  return CameraCheck(places, calls, hasEncoder, findings).run();
+}
+
+}  // namespace vesk::capture

@@ -1,0 +1,70 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+
+#include <vesk/device_delegate.h>
+#include <vesk/device_info.h>
+#include <vesk/export.h>
+#include <vesk/status.h>
+#include "devices/device_delegates.h"
+
+namespace vesk {
+
+class DelegateList;
+
+/// What cameras and microphones have in common: the record, the delegates, whether the device is
+/// open and capturing. A device starts closed and idle.
+///
+/// Threads: delegates from any thread, see addDelegate; opening, closing, formats, starting and
+/// stopping from the host's thread, one at a time for each device. isOpen and isCapturing may be
+/// read from any thread.
+class VESK_EXPORT VeskAVDevice {
+ public:
+  /// A new device for the record: a VeskVideoDevice for type 0, a VeskAudioDevice for every other.
+  /// Null for no record.
+  static std::shared_ptr<VeskAVDevice> newDevice(std::shared_ptr<VeskDeviceInfo> info);
+
+  virtual ~VeskAVDevice();
+  VeskAVDevice(const VeskAVDevice&) = delete;
+  VeskAVDevice& operator=(const VeskAVDevice&) = delete;
+
+  /// Adds a receiver of what the device captures; nothing for null. The device holds its delegates
+  /// until they are removed or it goes itself, and calls them in the order in which they were
+  /// added; one that is added twice receives everything twice. Waits for a delivery in progress.
+  void addDelegate(std::shared_ptr<VeskAVDeviceDelegate> delegate);
+  /// Removes a delegate however often it was added; nothing for null. Waits for a delivery in
+  /// progress on another thread: once it has returned, the delegate receives nothing more.
+  void removeDelegate(const std::shared_ptr<VeskAVDeviceDelegate>& delegate);
+  /// The delegates themselves, not a copy, for as long as the device is there: walk them under their lock.
+  const VeskDeviceDelegates& delegates() const;
+
+  const std::shared_ptr<VeskDeviceInfo>& deviceInfo() const { return mDeviceInfo; }
+  bool isCapturing() const { return mIsCapturing; }
+  bool isOpen() const { return mIsOpen; }
+
+ protected:
+  explicit VeskAVDevice(std::shared_ptr<VeskDeviceInfo> info);
+
+  /// Opens the record's path with the capture library's `open`, once.
+  /// @return 0 open; 7 not opened, or the path is missing or longer than the library's records hold.
+  int32_t openHandle(void* (*open)(const char16_t* path));
+  /// Closes what openHandle opened, which ends capture.
+  void closeHandle();
+
+  /// What the capture library is given as a callback's context: never the device itself, which may
+  /// go while a callback is on its way.
+  void* captureContext() const { return mContext; }
+
+  const std::shared_ptr<VeskDeviceInfo> mDeviceInfo;
+  const std::shared_ptr<DelegateList> mDelegates;
+  std::atomic<bool> mIsCapturing{false};
+  std::atomic<bool> mIsOpen{false};
+  std::atomic<void*> mHandle{nullptr};  ///< the capture library's, null while closed; nudges read it on their queue
+
+ private:
+  void* const mContext;
+};
+
+}  // namespace vesk

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+
+#include <vesk/export.h>
+#include <vesk/geometry.h>
+#include <vesk/open_gl_context.h>
+#include "platform/foundation/mutex.h"
+
+namespace vesk {
+
+/// Shows a still picture at its own size in the middle of an area, on black.
+///
+/// Threads: the one of the GL context, which must be current through NSOpenGLContext; viewSize from
+/// any thread.
+class VESK_EXPORT CameraStatusDisplay {
+ public:
+  /// Reads the picture at `path` and makes its texture in the current context. A file that is missing,
+  /// damaged, cut off or larger than a texture can be is logged in one line; the object then draws
+  /// nothing.
+  static std::shared_ptr<CameraStatusDisplay> initWithStatusImage(const std::string& path);
+
+  CameraStatusDisplay() = default;
+  ~CameraStatusDisplay();
+  CameraStatusDisplay(const CameraStatusDisplay&) = delete;
+  CameraStatusDisplay& operator=(const CameraStatusDisplay&) = delete;
+
+  /// Decodes a picture: rows from the bottom up, 4 bytes a pixel that the texture takes as blue, green,
+  /// red and alpha. Its red is the picture's green, its green the picture's blue, its blue is 255 where
+  /// the picture's blue is above 128 and else 0, its alpha 255 (colours premultiplied).
+  /// @param rawData a buffer that is large enough, or null to have one allocated with malloc, which
+  ///        the caller frees
+  /// @return the size in pixels; (0, 0), with the pointer as it was, when there is no picture
+  static NSSize getImage(const std::string& path, uint8_t** rawData);
+  /// Makes the texture from such a buffer, which may go afterwards; nothing without a current context.
+  void createTexture(const uint8_t* buffer, NSSize size);
+
+  /// Clears the area and draws the picture, in a projection from (0, 0) to the area's size.
+  void renderStatus();
+  /// Lets go of picture and texture; renderStatus then does nothing.
+  void cleanup();
+
+  /// The area in whose middle the picture is shown.
+  NSSize viewSize() const VESK_EXCLUDES(mMutex);
+  void setViewSize(NSSize size) VESK_EXCLUDES(mMutex);
+
+ private:
+  void deleteTexture();
+
+  struct Free {
+    void operator()(uint8_t* memory) const noexcept { std::free(memory); }
+  };
+
+  std::unique_ptr<uint8_t, Free> mImage;
+  uint32_t mTexture = 0;
+  std::weak_ptr<NSOpenGLContext> mContext;  ///< that the texture lives in
+  NSSize mSize;
+  mutable Mutex mMutex;
+  NSSize mViewSize VESK_GUARDED_BY(mMutex);
+};
+
+}  // namespace vesk

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include <vesk/device_info.h>
+#include <vesk/export.h>
+
+namespace vesk {
+
+/// Receives what a device captures.
+class VESK_EXPORT VeskAVDeviceDelegate {
+ public:
+  virtual ~VeskAVDeviceDelegate() = default;
+
+  /// One video frame or one audio packet; the record's device type tells which.
+  ///
+  /// Called on the capture library's thread while the device's delegate list is locked. The bytes
+  /// belong to the library: they are valid during the call, and a delegate may have rewritten them
+  /// before the next one sees them. `timestamp` is in microseconds of the library's clock. Do not
+  /// block, and do not add or remove delegates of the same device: a delegate whose list changes
+  /// under it may miss this frame.
+  virtual void didCaptureFrame(void* frame, uint32_t length, int64_t timestamp,
+                               const std::shared_ptr<VeskDeviceInfo>& device) = 0;
+};
+
+/// What a delegate may offer besides: it takes the levels of a microphone that is being metered.
+class VESK_EXPORT VeskMicLevelDelegate {
+ public:
+  virtual ~VeskMicLevelDelegate() = default;
+
+  /// The microphone's level in decibels, 0 at full scale; negative infinity when metering stops.
+  virtual void didMicLevelEventOccured(float level) = 0;
+};
+
+}  // namespace vesk

@@ -1,0 +1,267 @@
+#include "capture/sources/conductor.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+
+#include "capture/interface/monotonic_clock.h"
+#include "tests/unit/capture/recorder.h"
+
+namespace vesk::capture {
+namespace {
+
+using test::Gate;
+using test::Recorder;
+
+struct Delivery {
+  std::string stream;
+  int64_t time;
+  int64_t timestamp;
+  int64_t at;  // by the clock
+};
+
+/// A frame every `interval`, `count` in all.
+class TestStream : public PacedStream {
+ public:
+  TestStream(std::string name, int64_t interval, int64_t count, Recorder<Delivery>& recorder)
+      : mName(std::move(name)), mInterval(interval), mCount(count), mRecorder(recorder) {}
+
+  std::function<void()> onDeliver;
+  std::atomic<int> asked = 0;
+
+  void seek(int64_t time) override { mNext = (time + mInterval - 1) / mInterval; }
+  std::optional<int64_t> nextTime() override {
+    ++asked;
+    return mNext < mCount ? std::optional(mNext * mInterval) : std::nullopt;
+  }
+  void deliver(int64_t timestamp) override {
+    mRecorder.add({mName, mNext * mInterval, timestamp, monotonicMicroseconds()});
+    ++mNext;
+    if (onDeliver) onDeliver();
+  }
+
+ private:
+  const std::string mName;
+  const int64_t mInterval;
+  const int64_t mCount;
+  Recorder<Delivery>& mRecorder;
+  int64_t mNext = 0;
+};
+
+constexpr int64_t kEndless = 1'000'000'000;
+
+class ConductorTest : public testing::Test {
+ protected:
+  std::shared_ptr<TestStream> stream(std::string name, int64_t interval, int64_t count = kEndless) {
+    return std::make_shared<TestStream>(std::move(name), interval, count, recorder);
+  }
+  /// Opens when every started stream has come to its end.
+  void expectEnd() {
+    transport.setEndHandler([this] {
+      ++ends;
+      ended.open();
+    });
+  }
+
+  Transport transport;
+  Recorder<Delivery> recorder;
+  Gate ended;
+  std::atomic<int> ends = 0;
+};
+
+TEST_F(ConductorTest, PlaysStreamsReleasedTogetherInTheOrderOfTheirTimesUpToTheLimit) {
+  for (const Pace pace : {Pace::kFast, Pace::kRealTime}) {
+    Recorder<Delivery> deliveries;
+    Transport hand;
+    Gate end;
+    hand.setLimit(0.05);
+    hand.setEndHandler([&] { end.open(); });
+    hand.hold();
+    Conductor conductor(pace, hand);
+    const auto quick = std::make_shared<TestStream>("quick", 3000, kEndless, deliveries);
+    const auto slow = std::make_shared<TestStream>("slow", 7000, kEndless, deliveries);
+    const int64_t before = monotonicMicroseconds();
+    conductor.add(quick);
+    conductor.add(slow);
+    EXPECT_TRUE(deliveries.items().empty());
+    hand.release();
+    end.wait();
+
+    const auto all = deliveries.items();
+    ASSERT_EQ(all.size(), 17u + 8u);  // 0 to 48 ms, 0 to 49 ms
+    const int64_t base = all.front().timestamp;
+    EXPECT_GE(base, before);
+    for (size_t i = 0; i < all.size(); ++i) {
+      EXPECT_EQ(all[i].timestamp, base + all[i].time);
+      EXPECT_GE(all[i].time, all[i > 0 ? i - 1 : 0].time);
+      EXPECT_GE(all[i].at, pace == Pace::kRealTime ? all[i].timestamp : 0) << "early";
+    }
+    EXPECT_LE(quick->asked, 18) << "the stream is asked once a delivery";
+  }
+}
+
+TEST_F(ConductorTest, StandsStillWhileHeldAndGoesOnWithoutAHole) {
+  Gate isHeld;
+  Conductor conductor(Pace::kRealTime, transport);
+  const auto ticks = stream("ticks", 1000);
+  std::atomic<int> count = 0;
+  ticks->onDeliver = [&] {
+    if (++count != 5) return;
+    transport.hold();
+    isHeld.open();
+  };
+  conductor.add(ticks);
+  isHeld.wait();
+  const int64_t held = monotonicMicroseconds();
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));  // may show a fault, never makes one
+  EXPECT_EQ(recorder.items().size(), 5u);
+  const int64_t released = monotonicMicroseconds();
+  transport.release();
+  const auto all = recorder.waitFor(10);
+  conductor.remove(ticks);
+  for (size_t i = 0; i < 10; ++i) {
+    EXPECT_EQ(all[i].time, static_cast<int64_t>(i) * 1000);
+    EXPECT_EQ(all[i].timestamp, all[0].timestamp + all[i].time);
+    EXPECT_GE(all[i].at, all[i].timestamp + (i < 5 ? 0 : released - held)) << "the time of the hold has run";
+  }
+}
+
+TEST_F(ConductorTest, WaitsWhileTheHostIsBusyWithoutALock) {
+  Conductor conductor(Pace::kFast, transport);
+  const auto ticks = stream("ticks", 1000, 3);
+  std::atomic<int> asked = 0;
+  transport.setBackpressure([&] {
+    transport.setLimit(1000);  // a host may use the transport from here
+    return ++asked % 4 != 0;
+  });
+  expectEnd();
+  conductor.add(ticks);
+  ended.wait();
+  EXPECT_EQ(recorder.items().size(), 3u);
+  EXPECT_EQ(asked, 12);
+}
+
+TEST_F(ConductorTest, CanRemoveAStreamWhileTheHostIsBusy) {
+  Gate asked;
+  Conductor conductor(Pace::kFast, transport);
+  const auto ticks = stream("ticks", 1000);
+  transport.setBackpressure([&] {
+    asked.open();
+    return true;
+  });
+  conductor.add(ticks);
+  asked.wait();
+  conductor.remove(ticks);
+  EXPECT_TRUE(recorder.items().empty());
+}
+
+TEST_F(ConductorTest, LetsALateStreamJoinWhereTheOthersAre) {
+  for (const Pace pace : {Pace::kFast, Pace::kRealTime}) {
+    Recorder<Delivery> deliveries;
+    Transport hand;
+    Gate joined;
+    Conductor conductor(pace, hand);
+    const auto first = std::make_shared<TestStream>("first", 1000, kEndless, deliveries);
+    const auto late = std::make_shared<TestStream>("late", 700, kEndless, deliveries);
+    std::atomic<int> count = 0;
+    first->onDeliver = [&] {
+      if (++count == 10) conductor.add(late);
+    };
+    late->onDeliver = [&] { joined.open(); };
+    conductor.add(first);
+    joined.wait();
+    conductor.remove(first);
+    conductor.remove(late);
+    const auto all = deliveries.items();
+    for (size_t i = 1; i < all.size(); ++i) EXPECT_GE(all[i].time, all[i - 1].time);
+    const auto where = std::find_if(all.begin(), all.end(), [](const Delivery& one) { return one.stream == "late"; });
+    EXPECT_GE(where->time, 9000);
+    EXPECT_LE(where->time, pace == Pace::kFast ? 9700 : kEndless);
+    EXPECT_EQ(where->timestamp, all.front().timestamp + where->time);
+  }
+}
+
+TEST_F(ConductorTest, WaitsForADeliveryBeforeAStreamIsOut) {
+  Gate inside, goOn;
+  Conductor conductor(Pace::kFast, transport);
+  const auto ticks = stream("ticks", 1000);
+  std::atomic<bool> isInside = false;
+  ticks->onDeliver = [&] {
+    isInside = true;
+    inside.open();
+    goOn.wait();
+    isInside = false;
+  };
+  conductor.add(ticks);
+  inside.wait();
+  std::thread opener([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));  // may show a fault, never makes one
+    goOn.open();
+  });
+  conductor.remove(ticks);
+  EXPECT_FALSE(isInside);
+  const size_t count = recorder.items().size();
+  opener.join();
+  EXPECT_EQ(recorder.items().size(), count);
+}
+
+TEST_F(ConductorTest, LetsStreamsLeaveAndTheConductorEndFromInsideADelivery) {
+  Gate left, gone;
+  auto conductor = std::make_unique<Conductor>(Pace::kFast, transport);
+  const auto leaving = stream("leaving", 1000);
+  leaving->onDeliver = [&] {
+    conductor->remove(leaving);
+    left.open();
+  };
+  conductor->add(leaving);
+  left.wait();
+  conductor->remove(leaving);
+  EXPECT_EQ(recorder.items().size(), 1u);
+
+  const auto last = stream("last", 1000);
+  last->onDeliver = [&] {
+    conductor.reset();
+    gone.open();
+  };
+  conductor->add(last);
+  gone.wait();
+  EXPECT_EQ(recorder.items().size(), 2u);
+}
+
+TEST_F(ConductorTest, EndsOnceWhenTheLastStreamOfTheLastSourceHasEnded) {
+  expectEnd();
+  transport.hold();
+  Conductor one(Pace::kFast, transport), other(Pace::kFast, transport);
+  one.add(stream("short", 1000, 2));
+  one.add(stream("longer", 1000, 5));
+  other.add(stream("elsewhere", 1000, 3));
+  const auto stopped = stream("stopped", 1000);
+  Conductor third(Pace::kFast, transport);
+  third.add(stopped);
+  third.remove(stopped);  // has no say in the end
+  transport.release();
+  ended.wait();
+  EXPECT_EQ(recorder.items().size(), 10u);
+  EXPECT_EQ(ends, 1);
+}
+
+TEST_F(ConductorTest, BeginsAnewAfterTheLastStreamHasLeftWithLaterTimeStamps) {
+  Conductor conductor(Pace::kFast, transport);
+  int64_t last = 0;
+  for (int round = 0; round < 3; ++round) {
+    const auto ticks = stream(std::to_string(round), 10'000'000);  // stamps run far ahead of the clock
+    const size_t before = recorder.items().size();
+    conductor.add(ticks);
+    recorder.waitFor(before + 3);
+    conductor.remove(ticks);
+    const auto all = recorder.items();
+    EXPECT_EQ(all[before].time, 0);
+    EXPECT_GT(all[before].timestamp, last);
+    last = all.back().timestamp;
+  }
+}
+
+}  // namespace
+}  // namespace vesk::capture

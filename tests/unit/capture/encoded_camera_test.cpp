@@ -1,0 +1,410 @@
+#include "capture/encoding/encoded_camera.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cmath>
+#include <thread>
+
+#include <vesk/four_char_code.h>
+#include <vesk/log.h>
+#include <vesk/vci.h>
+#include "tests/support/fake_capture_source.h"
+#include "tests/unit/capture/recorder.h"
+#include "tests/unit/decompression/jpeg_builder.h"
+
+namespace vesk::capture {
+namespace {
+
+using test::Bytes;
+using test::FakeCaptureSource;
+using test::Gate;
+
+constexpr uint32_t kRaw = kCMPixelFormat_422YpCbCr8;
+constexpr uint32_t kJPEG = kCMVideoCodecType_MotionJPEG;
+constexpr uint32_t kH264 = kCMVideoCodecType_H264;
+constexpr int kWidth = 320;
+constexpr int kHeight = 240;
+constexpr int64_t kInterval = 33'333;
+constexpr VideoParameters kAsked = {kH264, kWidth, kHeight, 333333, 10'000'000, 8'000'000};
+
+/// A picture as the encoder should see it: planar 4:2:0 in video levels.
+struct Planes {
+  Bytes y = Bytes(size_t{kWidth} * kHeight);
+  Bytes cb = Bytes(size_t{kWidth} * kHeight / 4);
+  Bytes cr = cb;
+};
+
+struct RawPicture {
+  Bytes bytes;
+  Planes planes;
+};
+
+/// Slopes in all directions, moving on from picture to picture.
+RawPicture makeRaw(int number) {
+  RawPicture raw;
+  raw.bytes.resize(size_t{kWidth} * kHeight * 2);
+  const auto luma = [number](int x, int y) { return static_cast<uint8_t>(16 + (x + y / 2 + number * 4) % 220); };
+  const auto cb = [](int x) { return static_cast<uint8_t>(48 + x / 2); };
+  const auto cr = [](int y) { return static_cast<uint8_t>(220 - y / 2); };
+  for (int y = 0; y < kHeight; ++y) {
+    for (int x = 0; x < kWidth; ++x) {
+      const size_t at = (static_cast<size_t>(y) * kWidth + static_cast<size_t>(x)) * 2;
+      raw.bytes[at] = x % 2 == 0 ? cb(x) : cr(y);
+      raw.bytes[at + 1] = luma(x, y);
+      raw.planes.y[at / 2] = luma(x, y);
+      const size_t chromaAt = static_cast<size_t>(y / 2) * (kWidth / 2) + static_cast<size_t>(x / 2);
+      raw.planes.cb[chromaAt] = cb(x & ~1);
+      raw.planes.cr[chromaAt] = cr(y & ~1);
+    }
+  }
+  return raw;
+}
+
+/// What a JPEG picture looks like, worked out from its pixels in floating point.
+Planes lookOf(const Bytes& jpeg, const test::JPEGOptions& options) {
+  const Bytes pixels = test::decodePlainly(jpeg);
+  const size_t components = options.across == 0 ? 1 : 3;
+  Planes planes;
+  std::vector<double> cb(planes.cb.size()), cr(planes.cr.size());
+  for (size_t at = 0; at < planes.y.size(); ++at) {
+    const uint8_t* const pixel = &pixels[at * components];
+    double luma = pixel[0], blue = 128, red = 128;
+    if (components == 3) blue = pixel[1], red = pixel[2];
+    if (options.isRGB) {
+      luma = 0.299 * pixel[0] + 0.587 * pixel[1] + 0.114 * pixel[2];
+      blue = 128 + (pixel[2] - luma) / 1.772;
+      red = 128 + (pixel[0] - luma) / 1.402;
+    }
+    const size_t chromaAt = at / kWidth / 2 * (kWidth / 2) + at % kWidth / 2;
+    planes.y[at] = static_cast<uint8_t>(std::lround(16 + luma * 219 / 255));
+    cb[chromaAt] += (128 + (blue - 128) * 224 / 255) / 4;
+    cr[chromaAt] += (128 + (red - 128) * 224 / 255) / 4;
+  }
+  for (size_t at = 0; at < cb.size(); ++at) {
+    planes.cb[at] = static_cast<uint8_t>(std::lround(cb[at]));
+    planes.cr[at] = static_cast<uint8_t>(std::lround(cr[at]));
+  }
+  return planes;
+}
+
+double psnr(const Bytes& expected, const uint8_t* actual, int rowBytes, size_t width) {
+  double sum = 0;
+  for (size_t at = 0; at < expected.size(); ++at) {
+    const size_t place = at / width * static_cast<size_t>(rowBytes) + at % width;
+    const double difference = expected[at] - actual[place];
+    sum += difference * difference;
+  }
+  return 10 * std::log10(255 * 255 * static_cast<double>(expected.size()) / std::max(sum, 1.0));
+}
+
+struct Frame {
+  Bytes bytes;
+  int64_t timestamp = 0;
+
+  /// The types of its NAL units, by four-byte start codes.
+  std::vector<int> units() const {
+    std::vector<int> types;
+    for (size_t at = 0; at + 4 < bytes.size(); ++at) {
+      if (bytes[at] == 0 && bytes[at + 1] == 0 && bytes[at + 2] == 0 && bytes[at + 3] == 1)
+        types.push_back(nalType(bytes[at + 4]));
+    }
+    return types;
+  }
+  bool isKey() const {
+    const auto types = units();
+    return std::find(types.begin(), types.end(), kNalIDRSlice) != types.end();
+  }
+};
+
+/// A plain decoder: each frame in, its picture out.
+class Decoder {
+ public:
+  Decoder() {
+    mDecoder->flags |= AV_CODEC_FLAG_LOW_DELAY;
+    mDecoder->thread_count = 1;
+    EXPECT_EQ(avcodec_open2(mDecoder.get(), nullptr, nullptr), 0);
+  }
+  const AVFrame* decode(const Frame& frame) {
+    PacketHandle packet(av_packet_alloc());
+    EXPECT_EQ(av_new_packet(packet.get(), static_cast<int>(frame.bytes.size())), 0);
+    std::copy(frame.bytes.begin(), frame.bytes.end(), packet->data);
+    EXPECT_EQ(avcodec_send_packet(mDecoder.get(), packet.get()), 0);
+    const bool isThere = avcodec_receive_frame(mDecoder.get(), mPicture.get()) == 0;
+    return isThere ? mPicture.get() : nullptr;
+  }
+
+ private:
+  CodecHandle mDecoder{avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_H264))};
+  FrameHandle mPicture{av_frame_alloc()};
+};
+
+void expectLikeness(const AVFrame* picture, const Planes& planes, double least) {
+  ASSERT_NE(picture, nullptr);
+  ASSERT_EQ(picture->width, kWidth);
+  ASSERT_EQ(picture->height, kHeight);
+  EXPECT_GE(psnr(planes.y, picture->data[0], picture->linesize[0], kWidth), least);
+  EXPECT_GE(psnr(planes.cb, picture->data[1], picture->linesize[1], kWidth / 2), least);
+  EXPECT_GE(psnr(planes.cr, picture->data[2], picture->linesize[2], kWidth / 2), least);
+  EXPECT_EQ(picture->color_range, AVCOL_RANGE_MPEG);
+  EXPECT_EQ(picture->colorspace, AVCOL_SPC_SMPTE170M);
+  EXPECT_EQ(picture->color_primaries, AVCOL_PRI_BT709);
+  EXPECT_EQ(picture->color_trc, AVCOL_TRC_BT709);
+}
+
+class EncodedCameraTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    setLogSink([this](std::string_view line) { mLog.add(std::string(line)); });
+    mFake = mSource.attachCamera("test");
+    offer({{kRaw, {{kWidth, kHeight, {333333}}}}});
+  }
+  void TearDown() override {
+    mCamera.reset();
+    setLogSink({});
+  }
+
+  void offer(std::vector<VideoFormat> formats) {
+    mFake->videoFormats = std::move(formats);
+    mCamera = EncodedCamera::wrap(mSource.open(DeviceKind::kVideo, "test"), "Test Camera");
+  }
+  int32_t start(FrameCallback callback) {
+    EXPECT_EQ(mCamera->setVideoParameters(kAsked), kVCISuccess);
+    return mCamera->start(1, std::move(callback));
+  }
+  FrameCallback receiver() {
+    return [this](uint8_t* bytes, uint32_t length, int64_t timestamp) {
+      mFrames.add({Bytes(bytes, bytes + length), timestamp});
+    };
+  }
+  EncodingCounts counts() { return dynamic_cast<EncodedCamera&>(*mCamera).counts(); }
+
+  test::Recorder<std::string> mLog;
+  test::Recorder<Frame> mFrames;
+  FakeCaptureSource mSource;
+  std::shared_ptr<test::FakeDevice> mFake;
+  std::unique_ptr<CaptureDevice> mCamera;
+};
+
+TEST_F(EncodedCameraTest, OffersTheRatesOfAllInputsAndTakesTheOneThatHasTheRate) {
+  offer({{kJPEG, {{640, 480, {166667}}, {1280, 720, {333333, 666666}}, {1920, 1080, {333333}}}},
+         {kRaw, {{640, 480, {333333, 400000}}, {1280, 720, {666666, 1000000}}, {322, 241, {333333}}}}});
+  const auto formats = mCamera->videoFormats();
+  ASSERT_EQ(formats.size(), 3u);
+  EXPECT_EQ(formats[0].codec, kJPEG);
+  EXPECT_EQ(formats[1].codec, kRaw);
+  EXPECT_EQ(formats[2].codec, kH264) << "after what the camera gives by itself";
+  ASSERT_EQ(formats[2].sizes.size(), 3u) << "pictures of odd sides are left out";
+  EXPECT_EQ(formats[2].sizes[1].width, 1280);
+  EXPECT_EQ(formats[2].sizes[1].intervals, (std::vector<uint32_t>{333333, 666666, 1000000}));
+
+  struct Case {
+    VideoParameters asked;
+    uint32_t codec;
+    uint32_t interval;
+  };
+  const Case cases[] = {
+      {{kH264, 640, 480, 1, 30, 1}, kRaw, 333333},    {{kH264, 640, 480, 1, 20, 1}, kRaw, 400000},
+      {{kH264, 640, 480, 1, 60, 1}, kJPEG, 166667},   {{kH264, 1280, 720, 333333, 10'000'000, 1}, kJPEG, 333333},
+      {{kH264, 1280, 720, 1, 15, 1}, kRaw, 666666},   {{kH264, 1280, 720, 1, 5, 1}, kRaw, 1000000},
+      {{kH264, 1920, 1080, 1, 60, 1}, kJPEG, 333333},
+  };
+  for (const Case& each : cases) {
+    EXPECT_EQ(mCamera->setVideoParameters(each.asked), kVCISuccess);
+    const VideoParameters& set = mFake->videoParameters.back();
+    EXPECT_EQ(set.codec, each.codec);
+    EXPECT_EQ(set.width, each.asked.width);
+    EXPECT_EQ(set.intervalNumerator, each.interval);
+    EXPECT_EQ(set.intervalDenominator, 10'000'000u);
+  }
+  EXPECT_NE(mCamera->setVideoParameters({kH264, 322, 241, 1, 30, 1}), kVCISuccess);
+}
+
+TEST_F(EncodedCameraTest, LeavesCamerasAloneThatHaveH264OrNothingToEncode) {
+  offer({{kH264, {{640, 480, {333333}}}}, {kRaw, {{1280, 720, {333333}}}}});
+  EXPECT_EQ(mCamera->videoFormats().size(), 2u);
+  offer({{fourCharCode("xxxx"), {{640, 480, {333333}}}}});
+  EXPECT_EQ(mCamera->videoFormats().size(), 1u);
+}
+
+TEST_F(EncodedCameraTest, GivesTheCamerasOwnPicturesUntouched) {
+  ASSERT_EQ(mCamera->setVideoParameters({kRaw, kWidth, kHeight, 1, 30, 0}), kVCISuccess);
+  const uint8_t* given = nullptr;
+  ASSERT_EQ(mCamera->start(0, [&](uint8_t* bytes, uint32_t, int64_t) { given = bytes; }), kVCISuccess);
+  Bytes picture(4);
+  mFake->deliver(picture, 1);
+  EXPECT_EQ(given, picture.data());
+  EXPECT_EQ(mCamera->stop(0), kVCISuccess);
+  EXPECT_FALSE(mFake->isCapturing());
+}
+
+TEST_F(EncodedCameraTest, EncodesRawPicturesAsTheyLook) {
+  ASSERT_EQ(start(receiver()), kVCISuccess);
+  Decoder decoder;
+  for (int number = 0; number < 12; ++number) {
+    RawPicture raw = makeRaw(number);
+    mFake->deliver(raw.bytes, 1'000'000 + number * kInterval);
+    const Frame frame = mFrames.waitFor(static_cast<size_t>(number) + 1).back();
+    EXPECT_EQ(frame.timestamp, 1'000'000 + number * kInterval);
+    EXPECT_EQ(frame.isKey(), number == 0);
+    expectLikeness(decoder.decode(frame), raw.planes, 60);
+  }
+  const auto units = mFrames.items()[0].units();
+  EXPECT_EQ(units[0], kNalSequenceParameterSet);
+  EXPECT_EQ(units[1], kNalPictureParameterSet);
+  Bytes cut(size_t{kWidth} * kHeight * 2 - 1);
+  mFake->deliver(cut, 5'000'000);
+  EXPECT_EQ(mCamera->stop(1), kVCISuccess);
+  EXPECT_EQ(counts().delivered, 12u);
+  EXPECT_EQ(counts().damaged, 1u);
+}
+
+TEST_F(EncodedCameraTest, EncodesJPEGPicturesOfEveryKindAsTheyLook) {
+  offer({{kJPEG, {{kWidth, kHeight, {333333}}}}});
+  const test::JPEGOptions kinds[] = {
+      {.width = kWidth, .height = kHeight, .across = 2, .down = 1},
+      {.width = kWidth, .height = kHeight, .across = 2, .down = 2},
+      {.width = kWidth, .height = kHeight, .across = 1, .down = 1},
+      {.width = kWidth, .height = kHeight, .across = 0, .down = 1},
+      {.width = kWidth, .height = kHeight, .across = 1, .down = 1, .isRGB = true},
+  };
+  for (const test::JPEGOptions& kind : kinds) {
+    SCOPED_TRACE(testing::Message() << kind.across << "x" << kind.down << (kind.isRGB ? " RGB" : ""));
+    const size_t before = mFrames.items().size();
+    ASSERT_EQ(start(receiver()), kVCISuccess);
+    Bytes jpeg = test::makeJPEG(kind);
+    Bytes bare = test::stripTables(jpeg).frame;
+    Decoder decoder;
+    const AVFrame* picture = nullptr;
+    for (size_t number = 0; number < 4; ++number) {
+      mFake->deliver(bare, static_cast<int64_t>(number) * kInterval);
+      picture = decoder.decode(mFrames.waitFor(before + number + 1).back());
+    }
+    expectLikeness(picture, lookOf(jpeg, kind), 45);
+    EXPECT_EQ(mCamera->stop(1), kVCISuccess);
+  }
+}
+
+TEST_F(EncodedCameraTest, LeavesDamagedJPEGPicturesOutAndGoesOn) {
+  offer({{kJPEG, {{kWidth, kHeight, {333333}}}}});
+  ASSERT_EQ(start(receiver()), kVCISuccess);
+  const Bytes whole = test::makeJPEG({.width = kWidth, .height = kHeight});
+  Bytes damaged[] = {
+      {whole.begin(), whole.begin() + static_cast<ptrdiff_t>(whole.size() / 2)},
+      {whole.begin(), whole.begin() + 100},
+      Bytes(5000, 0xA5),
+      test::makeJPEG({.width = kWidth / 2, .height = kHeight}),
+      test::makeJPEG({.width = kWidth * 8, .height = kHeight * 8}),
+      {},
+  };
+  size_t good = 0;
+  for (Bytes& each : damaged) {
+    mFake->deliver(each, 0);
+    Bytes picture = whole;
+    mFake->deliver(picture, static_cast<int64_t>(++good) * kInterval);
+    EXPECT_EQ(mFrames.waitFor(good).back().timestamp, static_cast<int64_t>(good) * kInterval);
+  }
+  mCamera->stop(1);
+  EXPECT_EQ(counts().damaged, std::size(damaged));
+  EXPECT_EQ(mLog.items().size(), 1u) << "told at the end";
+}
+
+TEST_F(EncodedCameraTest, MakesKeyPicturesByTheClockWhenTheCameraIsSlow) {
+  ASSERT_EQ(start(receiver()), kVCISuccess);
+  RawPicture raw = makeRaw(0);
+  std::vector<int64_t> keys;
+  for (size_t number = 0; number < 40; ++number) {
+    mFake->deliver(raw.bytes, static_cast<int64_t>(number) * 150'000);
+    const Frame frame = mFrames.waitFor(number + 1).back();
+    if (frame.isKey()) keys.push_back(frame.timestamp);
+  }
+  ASSERT_GE(keys.size(), 3u);
+  for (size_t at = 1; at < keys.size(); ++at) EXPECT_LE(keys[at] - keys[at - 1], 2'000'000);
+}
+
+TEST_F(EncodedCameraTest, LeavesOutOldPicturesWhenTheReceiverIsSlow) {
+  Gate gate;
+  test::Recorder<int64_t> inside;
+  ASSERT_EQ(start([&](uint8_t* bytes, uint32_t length, int64_t timestamp) {
+              inside.add(timestamp);
+              gate.wait();
+              receiver()(bytes, length, timestamp);
+            }),
+            kVCISuccess);
+  RawPicture raw = makeRaw(0);
+  mFake->deliver(raw.bytes, 0);
+  inside.waitFor(1);
+  for (int64_t number = 1; number < 20; ++number) mFake->deliver(raw.bytes, number);  // never waits
+  gate.open();
+  const auto frames = mFrames.waitFor(4);
+  mCamera->stop(1);
+  std::vector<int64_t> stamps;
+  stamps.reserve(frames.size());
+  for (const Frame& frame : frames) stamps.push_back(frame.timestamp);
+  EXPECT_EQ(stamps, (std::vector<int64_t>{0, 17, 18, 19}));
+  EXPECT_EQ(counts().late, 16u);
+  const auto lines = mLog.items();
+  ASSERT_EQ(lines.size(), 2u) << "once, and at the end";
+  EXPECT_NE(lines[0].find("Choose a smaller size"), std::string::npos);
+}
+
+TEST_F(EncodedCameraTest, StopsAndStartsFromInsideTheCallback) {
+  std::atomic<int> calls = 0;
+  test::Recorder<int32_t> answers;
+  RawPicture raw = makeRaw(0);
+  ASSERT_EQ(start([&](uint8_t*, uint32_t, int64_t) {
+              ++calls;
+              mFake->deliver(raw.bytes, 2);  // waits, and belongs to nobody once stopped
+              answers.add(mCamera->stop(1));
+              answers.add(mCamera->start(1, receiver()));
+            }),
+            kVCISuccess);
+  mFake->deliver(raw.bytes, 1);
+  EXPECT_EQ(answers.waitFor(2), (std::vector<int32_t>{kVCISuccess, kVCISuccess}));
+  mFake->deliver(raw.bytes, 3);
+  EXPECT_EQ(mFrames.waitFor(1).back().timestamp, 3);
+  EXPECT_EQ(mCamera->stop(1), kVCISuccess);
+  mFake->deliver(raw.bytes, 4);
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(mFrames.items().size(), 1u);
+}
+
+TEST_F(EncodedCameraTest, CallsNobodyOnceStoppedHoweverOften) {
+  RawPicture raw = makeRaw(0);
+  std::atomic<bool> isOver = false;
+  std::jthread camera([&] {
+    for (int64_t stamp = 0; !isOver; ++stamp) mFake->deliver(raw.bytes, stamp);
+  });
+  for (int round = 0; round < 10; ++round) {
+    std::atomic<bool> isStopped = false;
+    test::Recorder<int> calls;
+    ASSERT_EQ(start([&](uint8_t*, uint32_t, int64_t) {
+                EXPECT_FALSE(isStopped);
+                calls.add(round);
+              }),
+              kVCISuccess);
+    calls.waitFor(static_cast<size_t>(round % 3));
+    EXPECT_EQ(mCamera->stop(1), kVCISuccess);
+    isStopped = true;
+  }
+  isOver = true;
+}
+
+TEST_F(EncodedCameraTest, PassesOnWhatTheCameraRefuses) {
+  mFake->startStatus = kVCIBusy;
+  EXPECT_EQ(start(receiver()), kVCIBusy);
+  mFake->startStatus = kVCISuccess;
+  EXPECT_EQ(start(receiver()), kVCISuccess);
+  mFake->stopStatus = kVCIFailed;
+  EXPECT_EQ(mCamera->stop(1), kVCIFailed);
+  RawPicture raw = makeRaw(0);
+  mFake->deliver(raw.bytes, 1);
+  mFrames.waitFor(1);  // it still runs
+  mFake->stopStatus = kVCISuccess;
+  EXPECT_EQ(mCamera->stop(1), kVCISuccess);
+  mFake->parametersStatus = kVCIFailed;
+  EXPECT_EQ(mCamera->setVideoParameters(kAsked), kVCIFailed);
+}
+
+}  // namespace
+}  // namespace vesk::capture

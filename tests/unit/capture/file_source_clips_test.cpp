@@ -1,0 +1,176 @@
+// Every clip of tests/data, and of the folder that VESK_MEDIA names, is delivered whole and unchanged.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <numeric>
+#include <sstream>
+
+#include <vesk/four_char_code.h>
+#include "tests/support/temporary_folder.h"
+#include "tests/unit/capture/file_source_support.h"
+
+namespace vesk::capture::test {
+namespace {
+
+struct Clip {
+  std::string path;
+  std::string frames;  ///< what the folder's list says, where there is one
+};
+
+void PrintTo(const Clip& clip, std::ostream* out) {
+  *out << clip.path;
+}
+
+bool isClip(const std::filesystem::path& path) {
+  const std::string suffix = path.extension().string();
+  return suffix != ".md" && suffix != ".tsv" && suffix != ".sh" && suffix != ".py" &&
+         path.filename().string()[0] != '.';
+}
+
+std::vector<Clip> clips() {
+  std::vector<Clip> found;
+  for (const auto& entry : std::filesystem::directory_iterator(VESK_TEST_DATA)) {
+    if (entry.is_regular_file() && isClip(entry.path())) found.push_back({entry.path().string(), ""});
+  }
+  const char* media = std::getenv("VESK_MEDIA");
+  std::ifstream list(std::string(media ? media : "") + "/MANIFEST.tsv");
+  for (std::string line; media != nullptr && std::getline(list, line);) {
+    std::vector<std::string> fields;
+    std::istringstream row(line);
+    for (std::string field; std::getline(row, field, '\t');) fields.push_back(field);
+    if (fields.size() < 7 || fields[2] != "well-formed") continue;
+    found.push_back({std::string(media) + "/" + fields[0], fields[6]});
+  }
+  std::sort(found.begin(), found.end(), [](const Clip& a, const Clip& b) { return a.path < b.path; });
+  return found;
+}
+
+void expectRisingTimes(const std::vector<Unit>& units) {
+  for (size_t at = 1; at < units.size(); ++at) {
+    ASSERT_GT(units[at].time, units[at - 1].time) << "unit " << at;
+  }
+}
+
+void expectAccessUnits(const std::vector<Unit>& units) {
+  for (size_t at = 0; at < units.size(); ++at) {
+    const auto& unit = units[at].bytes;
+    const auto nals = nalsOf(unit);
+    ASSERT_FALSE(nals.empty()) << "unit " << at;
+    ASSERT_EQ(nals.front().data(), unit.data() + 4) << "unit " << at << " begins with something else";
+    bool hasSequence = false;
+    bool hasPicture = false;
+    for (const auto nal : nals) {
+      ASSERT_FALSE(nal.empty()) << "unit " << at;
+      ASSERT_NE(nal.back(), 0) << "unit " << at << " holds trailing zeros";
+      ASSERT_FALSE(holdsThreeByteCode(nal)) << "unit " << at;
+      hasSequence |= (nal[0] & 0x1F) == 7;
+      hasPicture |= (nal[0] & 0x1F) == 8;
+      if ((nal[0] & 0x1F) == 5) {
+        ASSERT_TRUE(hasSequence && hasPicture) << "unit " << at;
+      }
+    }
+  }
+}
+
+void expectAsInFile(const std::vector<Unit>& units, const std::vector<Bytes>& packets) {
+  ASSERT_EQ(units.size(), packets.size());
+  for (size_t at = 0; at < units.size(); ++at) ASSERT_EQ(units[at].bytes, packets[at]) << "unit " << at;
+}
+
+/// Raw pictures have no container that libav could open by itself: the file is what they are.
+Original rawPictures(const std::string& path, size_t pictureBytes) {
+  const std::string content = vesk::test::contentOf(path);
+  Original original;
+  for (size_t at = 0; at + pictureBytes <= content.size(); at += pictureBytes) {
+    original.packets.emplace_back(content.begin() + at, content.begin() + at + pictureBytes);
+    original.pictures.push_back(at);
+  }
+  return original;
+}
+
+void checkPictures(const Clip& clip, const Footage& footage) {
+  const PictureTrack& track = *footage.pictures;
+  const bool isRaw = std::filesystem::path(clip.path).extension() == ".uyvy";
+  const Original original = isRaw ? rawPictures(clip.path, size_t{2} * track.width * track.height)
+                                  : readOriginal(clip.path, AVMEDIA_TYPE_VIDEO);
+  for (const uint32_t codec : track.codecs()) {
+    SCOPED_TRACE(fourCharString(codec));
+    const auto reader = pictureReader(footage, codec);
+    ASSERT_TRUE(reader);
+    const auto units = unitsFrom(*reader);
+    EXPECT_EQ(reader->damage(), "");
+    std::cout << "  " << fourCharString(codec) << " " << track.width << "x" << track.height << " interval "
+              << track.interval << ": " << units.size() << " frames\n";
+    expectRisingTimes(units);
+    EXPECT_EQ(units.size(), original.pictures.size());
+    if (!clip.frames.empty()) {
+      EXPECT_EQ(std::to_string(units.size()), clip.frames);
+    }
+    if (codec == kCMVideoCodecType_H264) {
+      expectAccessUnits(units);
+      EXPECT_EQ(decodeUnits(units, AV_CODEC_ID_H264), original.pictures);
+    } else if (codec == kCMVideoCodecType_MotionJPEG || track.form == PictureCoding::kPacked422) {
+      expectAsInFile(units, original.packets);
+    } else {
+      for (const Unit& unit : units) ASSERT_EQ(unit.bytes.size(), size_t{2} * track.decodedWidth() * track.height);
+    }
+  }
+}
+
+void checkSound(const Clip& clip, const Footage& footage) {
+  const Original original = readOriginal(clip.path, AVMEDIA_TYPE_AUDIO);
+  const SoundTrack& track = *footage.sound;
+  const uint16_t code = track.form == SoundForm::kAAC ? kWaveFormatAAC : kWaveFormatLinearPCM;
+  const auto reader = soundReader(footage, code);
+  ASSERT_TRUE(reader);
+  auto units = unitsFrom(*reader);
+  EXPECT_EQ(reader->damage(), "");
+  std::cout << "  " << (code == kWaveFormatAAC ? "aac " : "pcm ") << track.samplesPerSecond << " x " << track.channels
+            << ": " << units.size() << " packets\n";
+  expectRisingTimes(units);
+  if (track.form == SoundForm::kPCM) {
+    Bytes delivered;
+    Bytes inFile;
+    for (const Unit& unit : units) delivered.insert(delivered.end(), unit.bytes.begin(), unit.bytes.end());
+    for (const Bytes& packet : original.packets) inFile.insert(inFile.end(), packet.begin(), packet.end());
+    EXPECT_EQ(delivered, inFile);
+    for (size_t at = 0; at + 1 < units.size(); ++at) ASSERT_EQ(units[at].bytes.size(), size_t{2048} * track.channels);
+  } else if (track.isBareStream) {
+    ASSERT_EQ(units.size(), original.packets.size());
+    for (size_t at = 0; at < units.size(); ++at) {
+      const Bytes& packet = original.packets[at];
+      ASSERT_EQ(units[at].bytes, Bytes(packet.begin() + 7, packet.end())) << "packet " << at;
+    }
+  } else if (track.form == SoundForm::kAAC) {
+    expectAsInFile(units, original.packets);
+  }
+}
+
+class EveryClip : public ::testing::TestWithParam<Clip> {};
+
+TEST_P(EveryClip, IsDeliveredWholeAndUnchanged) {
+  std::string error;
+  const auto footage = Footage::open(GetParam().path, false, error);
+  ASSERT_TRUE(footage) << error;
+  std::cout << std::filesystem::path(GetParam().path).filename().string() << "\n";
+  if (footage->pictures) checkPictures(GetParam(), *footage);
+  if (footage->sound) checkSound(GetParam(), *footage);
+}
+
+std::string nameOf(const ::testing::TestParamInfo<Clip>& clip) {
+  std::string name = std::filesystem::path(clip.param.path).filename().string() + "_" + std::to_string(clip.index);
+  for (char& character : name) {
+    if (!isalnum(static_cast<unsigned char>(character))) character = '_';
+  }
+  return name;
+}
+
+INSTANTIATE_TEST_SUITE_P(Footage, EveryClip, ::testing::ValuesIn(clips()), nameOf);
+
+}  // namespace
+}  // namespace vesk::capture::test

@@ -1,0 +1,101 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "tests/support/temporary_folder.h"
+#include "tests/unit/capture/file_source_support.h"
+
+namespace vesk::capture::test {
+namespace {
+
+using vesk::test::TemporaryFolder;
+
+constexpr int64_t kAacPacket44100 = 23220;  // 1024 frames in microseconds
+
+TEST(FileTiming, SoundThatBeginsLaterStaysLater) {
+  const auto footage = footageAt(dataPath("street.mov"));
+  EXPECT_EQ(unitsFrom(*pictureReader(*footage, kCMVideoCodecType_H264)).front().time, 0);
+  const auto sound = unitsFrom(*soundReader(*footage, kWaveFormatLinearPCM));
+  EXPECT_EQ(sound.front().time, 400000);
+  EXPECT_EQ(sound[1].time, 464000);
+}
+
+TEST(FileTiming, DecodedPicturesComeInTheOrderOfPresentation) {
+  const auto footage = footageAt(dataPath("street-reordered.mp4"));
+  EXPECT_EQ(footage->pictures->codecs(), (std::vector<uint32_t>{kCMPixelFormat_422YpCbCr8}));
+  const auto units = unitsFrom(*pictureReader(*footage, kCMPixelFormat_422YpCbCr8));
+  ASSERT_EQ(units.size(), 36u);
+  for (size_t at = 0; at < units.size(); ++at) {
+    EXPECT_NEAR(static_cast<double>(units[at].time), static_cast<double>(at) * 1e6 / 30, 2);
+  }
+}
+
+// A recording hides the first packet: a packet stamped s is heard 1024 frames before s.
+TEST(FileTiming, StampsAACSoThatItIsHeardWhereTheOriginalLetsItBeHeard) {
+  const TemporaryFolder folder;
+  const std::string original = dataPath("town-h264-aac.mp4");
+  const auto packets = readOriginal(original, AVMEDIA_TYPE_AUDIO).packets;
+  const Bytes silence = bytes("00 D0 00 07");
+  const struct {
+    const char* label;
+    int64_t shift;       // frames, on top of one packet of priming
+    bool hasEditLists;   // without, players hear the priming and the picture waits for it
+    size_t silent;       // packets of silence first
+    size_t leftOut;      // packets of the original at the beginning
+    int64_t firstStamp;  // of the first packet from the original
+  } rows[] = {
+      {"one packet of priming", 0, true, 0, 0, 0},
+      {"two packets of priming", -1024, true, 0, 1, 0},
+      {"priming of 2112 frames", -1088, true, 0, 1, 0},
+      {"no priming", 1024, true, 1, 0, kAacPacket44100},
+      {"heard two thirds of a packet after the picture", 1707, true, 2, 0, kAacPacket44100 * 1707 / 1024},
+      {"heard long after the picture", 1024 + 44100 / 2, true, 0, 0, kAacPacket44100 + 500000},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.label);
+    const std::string copy = folder.file("copy.mov");
+    copyMovie(original, copy, row.shift, row.hasEditLists);
+    const auto footage = footageAt(copy);
+    const auto units = unitsFrom(*soundReader(*footage, kWaveFormatAAC));
+    ASSERT_EQ(units.size(), packets.size() + row.silent - row.leftOut);
+    for (size_t at = 0; at < row.silent; ++at) {
+      EXPECT_EQ(units[at].bytes, silence);
+      EXPECT_EQ(units[at].time, static_cast<int64_t>(at) * kAacPacket44100);
+    }
+    EXPECT_EQ(units[row.silent].bytes, packets[row.leftOut]);
+    // The copy's edit lists are rounded to milliseconds.
+    EXPECT_NEAR(static_cast<double>(units[row.silent].time), static_cast<double>(row.firstStamp), 600);
+    EXPECT_EQ(unitsFrom(*pictureReader(*footage, kCMVideoCodecType_H264)).front().time, 0);
+  }
+}
+
+TEST(FileTiming, DecodedAACHasNoPriming) {
+  const auto footage = footageAt(dataPath("town-h264-aac.mp4"));
+  const auto units = unitsFrom(*soundReader(*footage, kWaveFormatLinearPCM));
+  size_t frames = 0;
+  for (const Unit& unit : units) frames += unit.bytes.size() / 2;
+  EXPECT_EQ(units.front().time, 0);
+  EXPECT_EQ(frames, 44u * 1024);  // 45 packets, the first of them priming
+}
+
+TEST(FileTiming, ALateJoinerBeginsAtTheNextKeyPictureAndAtTheNextSound) {
+  const auto clip = footageAt(dataPath("MIDR_MW_D.264"));
+  const auto all = unitsFrom(*pictureReader(*clip, kCMVideoCodecType_H264));
+  const auto late = unitsFrom(*pictureReader(*clip, kCMVideoCodecType_H264), 500000);
+  ASSERT_FALSE(late.empty());
+  EXPECT_GE(late.front().time, 500000);
+  const auto nals = nalsOf(late.front().bytes);
+  EXPECT_TRUE(std::any_of(nals.begin(), nals.end(), [](auto nal) { return (nal[0] & 0x1F) == 5; }));
+  EXPECT_EQ(decodeUnits(late, AV_CODEC_ID_H264).size(), late.size());
+  EXPECT_EQ(late.back().bytes, all.back().bytes);
+  EXPECT_EQ(late.back().time, all.back().time);
+
+  const auto movie = footageAt(dataPath("street.mov"));
+  EXPECT_EQ(unitsFrom(*soundReader(*movie, kWaveFormatLinearPCM), 2000000).front().time, 2000000);
+  EXPECT_EQ(unitsFrom(*soundReader(*movie, kWaveFormatLinearPCM), 100000).front().time, 400000);
+  EXPECT_EQ(unitsFrom(*pictureReader(*movie, kCMVideoCodecType_H264), 100000).front().time, 4000000);
+  EXPECT_EQ(unitsFrom(*pictureReader(*movie, kCMPixelFormat_422YpCbCr8), 100000).front().time, 133333);
+}
+
+}  // namespace
+}  // namespace vesk::capture::test

@@ -1,0 +1,605 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <thread>
+
+#include <alsa/asoundlib.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <vesk/four_char_code.h>
+#include <vesk/log.h>
+#include <vesk/vci.h>
+#include "capture/linux/sound/alsa_mixer.h"
+#include "capture/linux/sound/alsa_stream.h"
+#include "capture/linux/sound/delivery.h"
+#include "capture/linux/sound/node_watch.h"
+#include "capture/linux/sound/sound_source.h"
+#include "capture/linux/sound/usb_parent.h"
+#include "tests/unit/capture/recorder.h"
+
+extern "C" {  // which this one does not say itself
+#include <alsa/pcm_ioplug.h>
+}
+
+namespace vesk::capture {
+namespace {
+
+using test::Gate;
+using test::Recorder;
+
+constexpr WaveFormat kStereo{kWaveFormatLinearPCM, 2, 48000, 16};
+constexpr WaveFormat kMono{kWaveFormatLinearPCM, 1, 16000, 16};
+
+/// How many of the lines have the text in them.
+size_t countOf(const std::vector<std::string>& lines, const std::string& text) {
+  return static_cast<size_t>(std::count_if(
+      lines.begin(), lines.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; }));
+}
+
+/// A sound system whose microphones say what the test says.
+class FakeSoundSystem : public SoundSystem {
+ public:
+  explicit FakeSoundSystem(bool canShareStreams = true) : mCanShare(canShareStreams) {}
+
+  void plug(const std::string& path) {
+    MutexLock lock(mMutex);
+    mMicrophones.push_back({{DeviceKind::kAudio, path, "Microphone " + path}, ""});
+    if (mHandler) mHandler();
+  }
+  void unplug(const std::string& path) {
+    MutexLock lock(mMutex);
+    std::erase_if(mMicrophones, [&](const Microphone& one) { return one.description.path == path; });
+    if (mHandler) mHandler();
+  }
+  void report() {
+    MutexLock lock(mMutex);
+    if (mHandler) mHandler();
+  }
+  /// `frames` frames of `value` on every stream, in its own format.
+  void say(int16_t value, size_t frames, int64_t time) {
+    MutexLock lock(mMutex);
+    for (const auto& [stream, open] : mStreams) {
+      const std::vector<int16_t> samples(frames * open.format.channels, value);
+      open.sink->sound({reinterpret_cast<const uint8_t*>(samples.data()), samples.size() * 2}, time);
+    }
+  }
+  void lose(uint64_t frames) {
+    MutexLock lock(mMutex);
+    for (const auto& [stream, open] : mStreams) open.sink->lost(frames);
+  }
+  /// The server goes with its microphones; with another one it comes back, and tells nobody.
+  void crash() {
+    MutexLock lock(mMutex);
+    mIsAnswering = false;
+    mMicrophones.clear();
+    if (mHandler) mHandler();
+  }
+  void comeBack(const std::string& path) {
+    MutexLock lock(mMutex);
+    mReturning = {{{DeviceKind::kAudio, path, "Microphone " + path}, ""}};
+  }
+  void refuse(const WaveFormat& format) { mRefused = format; }
+  void refuseAll() { mRefusesAll = true; }
+  std::vector<WaveFormat> openFormats() {
+    MutexLock lock(mMutex);
+    std::vector<WaveFormat> formats;
+    for (const auto& [stream, open] : mStreams) formats.push_back(open.format);
+    return formats;
+  }
+
+  std::vector<Microphone> microphones() override {
+    MutexLock lock(mMutex);
+    if (!mReturning.empty()) {
+      mMicrophones = std::exchange(mReturning, {});
+      mIsAnswering = true;
+    }
+    return mMicrophones;
+  }
+  void forgetFormats() { mHasFormats = false; }
+  std::vector<WaveFormat> formats(const std::string&) override {
+    return mHasFormats ? std::vector{kStereo, kMono} : std::vector<WaveFormat>();
+  }
+  std::unique_ptr<SoundStream> record(const std::string&, const WaveFormat& format, std::shared_ptr<SoundSink> sink,
+                                      int32_t& status, std::string&) override {
+    status = mRefusesAll || format == mRefused ? kVCIFailed : kVCISuccess;
+    if (status != kVCISuccess) return nullptr;
+    auto stream = std::make_unique<Stream>(*this);
+    MutexLock lock(mMutex);
+    mStreams[stream.get()] = {format, std::move(sink)};
+    return stream;
+  }
+  bool canShare() const override { return mCanShare; }
+  bool isAnswering() override { return mIsAnswering; }
+  int32_t getVolume(const std::string&, uint32_t& volume) override {
+    volume = mVolume;
+    return kVCISuccess;
+  }
+  int32_t setVolume(const std::string&, uint8_t volume) override {
+    mVolume = volume;
+    return kVCISuccess;
+  }
+  int32_t getMute(const std::string&, bool&) override { return kVCIFailed; }
+  int32_t setMute(const std::string&, bool) override { return kVCIFailed; }
+  void setChangeHandler(std::function<void()> handler) override {
+    MutexLock lock(mMutex);
+    mHandler = std::move(handler);
+  }
+
+ private:
+  class Stream : public SoundStream {
+   public:
+    explicit Stream(FakeSoundSystem& system) : mSystem(system) {}
+    ~Stream() override {
+      MutexLock lock(mSystem.mMutex);
+      mSystem.mStreams.erase(this);
+    }
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+   private:
+    FakeSoundSystem& mSystem;
+  };
+  struct Open {
+    WaveFormat format;
+    std::shared_ptr<SoundSink> sink;
+  };
+
+  const bool mCanShare;
+  WaveFormat mRefused;
+  std::atomic<bool> mRefusesAll{false};
+  std::atomic<uint8_t> mVolume{255};
+  std::atomic<bool> mIsAnswering{true};
+  std::atomic<bool> mHasFormats{true};
+  Mutex mMutex;
+  std::vector<Microphone> mMicrophones VESK_GUARDED_BY(mMutex);
+  std::vector<Microphone> mReturning VESK_GUARDED_BY(mMutex);
+  std::map<const Stream*, Open> mStreams VESK_GUARDED_BY(mMutex);
+  std::function<void()> mHandler VESK_GUARDED_BY(mMutex);
+};
+
+class SoundSourceTest : public testing::Test {
+ protected:
+  void use(bool canShare) {
+    mSystem = std::make_shared<FakeSoundSystem>(canShare);
+    mSystem->plug("a");
+    mSource = std::make_unique<SoundSource>(mSystem, 20);
+  }
+  void SetUp() override {
+    use(true);
+    setLogSink([this](std::string_view line) { mLines.add(std::string(line)); });
+  }
+  void TearDown() override {
+    mSource.reset();
+    setLogSink({});
+  }
+  std::unique_ptr<CaptureDevice> open() { return mSource->open(DeviceKind::kAudio, "a"); }
+  FrameCallback into(Recorder<int64_t>& times) {
+    return [&times](const uint8_t*, uint32_t, int64_t timestamp) { times.add(timestamp); };
+  }
+
+  std::shared_ptr<FakeSoundSystem> mSystem;
+  std::unique_ptr<SoundSource> mSource;
+  Recorder<std::string> mLines;
+};
+
+TEST_F(SoundSourceTest, DeliversUntilStoppedAlsoFromInsideTheCallback) {
+  const auto device = open();
+  ASSERT_TRUE(device);
+  Recorder<int64_t> times;
+  ASSERT_EQ(device->start(0,
+                          [&](const uint8_t*, uint32_t length, int64_t timestamp) {
+                            EXPECT_EQ(length, 960U * 4);
+                            EXPECT_EQ(device->setVolume(9), kVCISuccess);
+                            device->stop(0);
+                            times.add(timestamp);
+                          }),
+            kVCISuccess);
+  mSystem->say(1, 960 * 10, 5'000'000);
+  EXPECT_EQ(times.waitFor(1).front(), 5'000'000);
+  ASSERT_EQ(device->start(0, into(times)), kVCISuccess);
+  mSystem->say(1, 1000, 9'000'000);  // some are held back
+  EXPECT_EQ(times.waitFor(2), (std::vector<int64_t>{5'000'000, 9'000'000}));
+  device->stop(0);
+  EXPECT_TRUE(mSystem->openFormats().empty());
+}
+
+TEST_F(SoundSourceTest, StartsAndStopsWhileSoundComes) {
+  std::atomic<bool> isDone{false};
+  std::thread speaker([&] {
+    for (int64_t time = 1; !isDone; time += 10'000) {
+      mSystem->say(1, 480, time);
+      if (time % 7 == 0) mSystem->lose(time % 2 == 0 ? 480 : 0);
+    }
+  });
+  for (int round = 0; round < 60; ++round) {
+    Recorder<int64_t> times;  // outlives the device, which half of the rounds end
+    const auto device = open();
+    ASSERT_EQ(device->start(0, into(times)), kVCISuccess);
+    times.waitFor(1);
+    if (round % 2 == 0) device->stop(0);
+  }
+  isDone = true;
+  speaker.join();
+  EXPECT_TRUE(mSystem->openFormats().empty());
+}
+
+TEST_F(SoundSourceTest, ASlowReceiverLosesSoundWhichTheStampsAndOneLineTell) {
+  const auto device = open();
+  Gate gate;
+  Recorder<int64_t> times;
+  device->start(0, [&](const uint8_t*, uint32_t, int64_t timestamp) {
+    times.add(timestamp);
+    gate.wait();
+  });
+  int64_t time = 1'000'000;
+  const auto say = [&](int seconds) {
+    for (int i = 0; i < seconds * 100; ++i, time += 10'000) mSystem->say(1, 480, time);
+  };
+  say(1);
+  times.waitFor(1);
+  say(14);  // ten seconds of it fit
+  gate.open();
+  times.waitFor(2 * 50);
+  const int64_t resumed = time;
+  while (times.items().back() < resumed - 100'000) {
+    say(1);
+    std::this_thread::yield();
+  }
+  device->stop(0);
+  const auto stamps = times.items();
+  int jumps = 0;
+  for (size_t i = 1; i < stamps.size(); ++i) {
+    EXPECT_GT(stamps[i], stamps[i - 1]);
+    if (stamps[i] - stamps[i - 1] > 1'000'000) ++jumps;
+  }
+  EXPECT_GE(jumps, 1);
+  const auto lines = mLines.waitFor(1);
+  EXPECT_LT(lines.size(), 5U);
+  EXPECT_NE(lines.front().find("Microphone a: sound was lost"), std::string::npos);
+}
+
+TEST(SoundDeliveryTest, TellsWhenNoSoundComesAndWhenItComesAgain) {
+  using std::chrono::milliseconds;
+  Recorder<std::string> lines;
+  setLogSink([&](std::string_view line) { lines.add(std::string(line)); });
+  const auto delivery = std::make_shared<SoundDelivery>(
+      "Mike", kMono, [](uint8_t*, uint32_t, int64_t) {}, milliseconds(5));
+  const std::vector<uint8_t> silence(320);
+  delivery->begin();
+  size_t count = lines.waitFor(2).size();
+  EXPECT_EQ(countOf(lines.items(), "The microphone \"Mike\" has sent no sound for "), lines.items().size());
+  delivery->sound(silence, 0);
+  while (countOf(lines.items(), "sends sound again, after ") == 0) lines.waitFor(++count);
+  delivery->ended();
+  EXPECT_EQ(countOf(lines.items(), "no more sound comes from it"), 1U);
+  delivery->end();
+  setLogSink({});
+}
+
+TEST(SoundDeliveryTest, KeepsABoundedNumberOfLossesAndTinyPortionsForASlowReceiver) {
+  Gate gate;
+  Recorder<int64_t> times;
+  const auto delivery = std::make_shared<SoundDelivery>("Mike", kMono, [&](uint8_t*, uint32_t, int64_t timestamp) {
+    times.add(timestamp);
+    gate.wait();
+  });
+  setLogSink([](std::string_view) {});
+  const std::vector<uint8_t> tone(2 * 640, 1);
+  delivery->begin();
+  delivery->sound(tone, 1'000'000);
+  times.waitFor(1);
+  for (int i = 0; i < 100'000; ++i) delivery->lost(i == 0 ? 16'000 : 0);
+  EXPECT_EQ(delivery->waiting(), 1U);
+  delivery->sound(tone, 5'000'000);
+  EXPECT_EQ(delivery->waiting(), 2U);
+  for (int64_t i = 0; i < 100'000; ++i) {
+    delivery->lost(1);
+    delivery->sound(std::span(tone).first(2), 5'040'000 + 125 * i);
+  }
+  EXPECT_LT(delivery->waiting(), 20'000U);
+  gate.open();
+  EXPECT_NEAR(static_cast<double>(times.waitFor(3)[2]), 5'000'000, 20'000) << "all that was lost is in the stamps";
+  delivery->end();
+  setLogSink({});
+}
+
+TEST_F(SoundSourceTest, ManyLossesAreCountedInFewLines) {
+  const auto device = open();
+  Recorder<int64_t> times;
+  device->start(0, into(times));
+  int64_t time = 1'000'000;
+  for (int i = 0; i < 100; ++i, time += 20'000) {
+    mSystem->say(1, 480, time);
+    mSystem->lose(480);
+  }
+  mSystem->say(1, 4800, time);
+  times.waitFor(50);
+  device->stop(0);
+  const auto lines = mLines.items();
+  ASSERT_GE(lines.size(), 1U);
+  EXPECT_LT(lines.size(), 10U);  // one at once, one for the rest at the end, and if the machine stalls
+  int told = 0;
+  for (const auto& line : lines) told += std::stoi(line.substr(line.find("lost ") + 5));
+  EXPECT_EQ(told, 100);
+}
+
+TEST_F(SoundSourceTest, MetersListenBesideACaptureWhereMicrophonesCannotBeShared) {
+  use(false);
+  const auto meter = mSource->openForMetering("a");
+  Recorder<int64_t> heard;
+  std::atomic<uint32_t> packetBytes{0};
+  ASSERT_EQ(meter->start(0,
+                         [&](const uint8_t* bytes, uint32_t length, int64_t timestamp) {
+                           EXPECT_TRUE(std::all_of(bytes, bytes + length, [](uint8_t byte) { return byte == 0x11; }));
+                           packetBytes = length;
+                           heard.add(timestamp);
+                         }),
+            kVCISuccess);
+  EXPECT_EQ(mSystem->openFormats(), std::vector{kStereo});
+  // A capture takes the stream over in its own format; the meter goes on.
+  const auto device = open();
+  ASSERT_EQ(device->setWaveFormat(kMono), kVCISuccess);
+  Recorder<int64_t> times;
+  mSystem->refuse(kMono);
+  ASSERT_EQ(device->start(0, into(times)), kVCIFailed);
+  EXPECT_EQ(mSystem->openFormats(), std::vector{kStereo});
+  mSystem->refuse({});
+  ASSERT_EQ(device->start(0, into(times)), kVCISuccess);
+  EXPECT_EQ(mSystem->openFormats(), std::vector{kMono});
+  EXPECT_EQ(open()->start(0, into(times)), kVCIBusy);
+  mSystem->say(0x1111, 330, 1'000'000);
+  EXPECT_EQ(heard.waitFor(1).front(), 1'000'000);
+  EXPECT_EQ(packetBytes, 960U * 4);  // 48 kHz stereo made of 16 kHz mono
+  EXPECT_EQ(times.waitFor(1).front(), 1'000'000);
+  // Ending either leaves the other its sound.
+  meter->stop(0);
+  mSystem->say(0x1111, 330, 1'020'625);
+  times.waitFor(2);
+  ASSERT_EQ(meter->start(0, into(heard)), kVCISuccess);
+  device->stop(0);
+  mSystem->say(0x1111, 330, 3'000'000);
+  heard.waitFor(2);
+  meter->stop(0);
+  EXPECT_TRUE(mSystem->openFormats().empty());
+}
+
+TEST_F(SoundSourceTest, AMeterThatLosesItsStreamToACaptureThatFailsSaysSo) {
+  use(false);
+  const auto meter = mSource->openForMetering("a");
+  const auto device = open();
+  Recorder<int64_t> times;
+  ASSERT_EQ(meter->start(0, into(times)), kVCISuccess);
+  mSystem->refuseAll();
+  EXPECT_EQ(device->start(0, into(times)), kVCIFailed);
+  EXPECT_EQ(countOf(mLines.items(), "no more sound comes from it"), 1U);
+}
+
+TEST_F(SoundSourceTest, AMicrophoneThatDoesNotSayItsFormatsIsNotOpened) {
+  mSystem->forgetFormats();
+  EXPECT_FALSE(open());
+  EXPECT_EQ(countOf(mLines.items(), "The microphone \"Microphone a\" could not be opened"), 1U);
+}
+
+TEST_F(SoundSourceTest, TellsOfEachMicrophoneThatComesOrGoesOnce) {
+  Recorder<bool> events;
+  mSource->setHotplugHandler([&](DeviceKind kind, bool arrived) {
+    EXPECT_EQ(kind, DeviceKind::kAudio);
+    events.add(arrived);
+  });
+  mSystem->plug("b");
+  for (int i = 0; i < 5; ++i) mSystem->report();
+  EXPECT_EQ(events.waitFor(1), std::vector{true});
+  mSystem->unplug("a");
+  mSystem->report();
+  EXPECT_EQ(events.waitFor(2), (std::vector{true, false}));
+  mSource->setHotplugHandler({});
+  mSystem->plug("c");
+  mSource.reset();
+  EXPECT_EQ(events.items().size(), 2U);
+}
+
+TEST_F(SoundSourceTest, TellsOfTwoThatComeAtOnceOneAfterTheOther) {
+  Recorder<size_t> lists;  // how many are listed at each event
+  mSource->setHotplugHandler([&](DeviceKind, bool) { lists.add(mSource->devices(DeviceKind::kAudio).size()); });
+  mSystem->plug("b");
+  mSystem->plug("c");
+  EXPECT_EQ(lists.waitFor(2), (std::vector<size_t>{2, 3}));
+  mSystem->crash();
+  EXPECT_EQ(lists.waitFor(5), (std::vector<size_t>{2, 3, 2, 1, 0}));
+}
+
+TEST_F(SoundSourceTest, TellsOfArrivalsWhileTheServerReportsChangesAllTheTime) {
+  Recorder<bool> events;
+  mSource->setHotplugHandler([&](DeviceKind, bool arrived) { events.add(arrived); });
+  std::atomic<bool> isDone{false};
+  std::thread server([&] {
+    while (!isDone) mSystem->report();
+  });
+  mSystem->plug("b");
+  EXPECT_EQ(events.waitFor(1), std::vector{true});
+  isDone = true;
+  server.join();
+}
+
+TEST_F(SoundSourceTest, FindsTheMicrophonesOfAServerThatComesBack) {
+  mSource = std::make_unique<SoundSource>(mSystem, 1);
+  Recorder<bool> events;
+  mSource->setHotplugHandler([&](DeviceKind, bool arrived) { events.add(arrived); });
+  mSystem->crash();
+  EXPECT_EQ(events.waitFor(1), std::vector{false});
+  mSystem->comeBack("a");
+  EXPECT_EQ(events.waitFor(2), (std::vector{false, true}));
+}
+
+/// A folder of the test's own, gone at its end.
+class Folder {
+ public:
+  Folder() {
+    std::string name = (std::filesystem::temp_directory_path() / "vesk-sound-XXXXXX").string();
+    mPath = mkdtemp(name.data());
+  }
+  ~Folder() { std::filesystem::remove_all(mPath); }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+  const std::filesystem::path& path() const { return mPath; }
+  void write(const std::string& name, const std::string& text) const { std::ofstream(mPath / name) << text; }
+
+ private:
+  std::filesystem::path mPath;
+};
+
+TEST(UsbParent, IsTheDeviceAboveTheCardsInterface) {
+  const Folder sysfs;
+  namespace fs = std::filesystem;
+  const fs::path hub = "devices/usb1/1-3";
+  fs::create_directories(sysfs.path() / hub / "1-3.2/1-3.2:1.2");
+  fs::create_directories(sysfs.path() / "devices/pci/sound");
+  for (const char* card : {"card0", "card1"}) fs::create_directories(sysfs.path() / "class/sound" / card);
+  fs::create_symlink(sysfs.path() / hub / "1-3.2/1-3.2:1.2", sysfs.path() / "class/sound/card1/device");
+  fs::create_symlink(sysfs.path() / "devices/pci", sysfs.path() / "class/sound/card0/device");
+  sysfs.write(hub / "idVendor", "1d6b\n");
+  sysfs.write(hub / "1-3.2/idVendor", "0a12\n");
+  sysfs.write(hub / "1-3.2/idProduct", "fffe\n");
+  sysfs.write(hub / "1-3.2/bcdDevice", "0103\n");
+  const UsbParent parent = usbParentOfCard(1, sysfs.path().string());
+  EXPECT_EQ(parent.folder, fs::canonical(sysfs.path() / hub / "1-3.2").string());
+  EXPECT_EQ(parent.vendorID, 0x0a12);
+  EXPECT_EQ(parent.productID, 0xfffe);
+  EXPECT_EQ(parent.revisionID, 0x0103);
+  EXPECT_TRUE(usbParentOfCard(0, sysfs.path().string()).folder.empty());
+  EXPECT_TRUE(usbParentOfCard(7, sysfs.path().string()).folder.empty());
+}
+
+TEST(SoundNodeWatchTest, FollowsAFolderThatComesLaterAndSaysWhatCannotBeWatched) {
+  Recorder<std::string> lines;
+  setLogSink([&](std::string_view line) { lines.add(std::string(line)); });
+  const Folder folder;
+  Recorder<int> changes;
+  {
+    const SoundNodeWatch watch(folder.path().string(), "snd", [&] { changes.add(0); });
+    std::filesystem::create_directory(folder.path() / "snd");
+    changes.waitFor(1);
+    folder.write("snd/pcmC0D0c", "");
+    changes.waitFor(2);
+  }
+  EXPECT_EQ(lines.items(), std::vector<std::string>());
+  const SoundNodeWatch watch((folder.path() / "none").string(), "snd", [] {});
+  EXPECT_EQ(countOf(lines.items(), "Microphones that come and go will not be noticed"), 1U);
+  setLogSink({});
+}
+
+/// A PCM of ALSA's whose sound never comes, and whose descriptor is in error: nobody reads from the pipe.
+class BrokenPcm {
+ public:
+  BrokenPcm() {
+    static constexpr auto kNothing = [](snd_pcm_ioplug_t*) { return 0; };
+    mCallbacks.start = mCallbacks.stop = kNothing;
+    mCallbacks.pointer = [](snd_pcm_ioplug_t*) { return snd_pcm_sframes_t{0}; };
+    int ends[2] = {};
+    if (pipe2(ends, O_CLOEXEC) == 0) close(ends[0]);
+    mDescriptor = ends[1];
+    mPlugin.version = SND_PCM_IOPLUG_VERSION;
+    mPlugin.name = "broken";
+    mPlugin.callback = &mCallbacks;
+    mPlugin.poll_fd = mDescriptor;
+    mPlugin.poll_events = POLLIN;
+    mPlugin.mmap_rw = 0;
+  }
+  ~BrokenPcm() { close(mDescriptor); }
+  BrokenPcm(const BrokenPcm&) = delete;
+  BrokenPcm& operator=(const BrokenPcm&) = delete;
+
+  AlsaPcm open() {
+    const bool isMade = snd_pcm_ioplug_create(&mPlugin, "broken", SND_PCM_STREAM_CAPTURE, SND_PCM_NONBLOCK) >= 0;
+    return AlsaPcm(isMade ? mPlugin.pcm : nullptr);
+  }
+
+ private:
+  snd_pcm_ioplug_callback_t mCallbacks{};
+  snd_pcm_ioplug_t mPlugin{};
+  int mDescriptor = -1;
+};
+
+class EndRecorder : public SoundSink {
+ public:
+  void sound(std::span<const uint8_t>, int64_t) override {}
+  void lost(uint64_t) override { ++losses; }
+  void ended() override { ends.add(0); }
+  std::atomic<int> losses{0};
+  Recorder<int> ends;
+};
+
+TEST(AlsaMixer, RoundsToTheNearestAndKeepsTheBalance) {
+  for (const auto& [least, most] : {std::pair(0L, 255L), std::pair(-10L, 990L), std::pair(0L, 65536L)}) {
+    for (int volume = 0; volume <= 255; ++volume) {
+      const long level = alsaLevelOfVolume(static_cast<uint8_t>(volume), least, most);
+      EXPECT_EQ(volumeOfAlsaLevel(level, least, most), static_cast<uint32_t>(volume)) << most;
+    }
+  }
+  // A card with few steps.
+  const std::pair<int, long> kNearest[] = {{0, 0}, {8, 0}, {9, 1}, {25, 1}, {26, 2}, {128, 8}, {246, 14}, {247, 15}};
+  for (const auto& [volume, level] : kNearest)
+    EXPECT_EQ(alsaLevelOfVolume(static_cast<uint8_t>(volume), 0, 15), level) << volume;
+  EXPECT_EQ(volumeOfAlsaLevel(7, 0, 15), 119U);
+  EXPECT_EQ(volumeOfAlsaLevel(99, 0, 31), 255U) << "beyond its own range";
+
+  using Levels = std::vector<long>;
+  EXPECT_EQ(scaledAlsaLevels({20, 10}, 0, 30), Levels({30, 15}));
+  EXPECT_EQ(scaledAlsaLevels({10, 20, 0}, -20, 0), Levels({-5, 0, -10}));
+  EXPECT_EQ(scaledAlsaLevels({5, 5}, 5, 9), Levels({9, 9})) << "none is above the least";
+  EXPECT_EQ(scaledAlsaLevels({3}, 0, 0), Levels({0}));
+}
+
+TEST(AlsaStreamTest, GivesUpAMicrophoneWhoseDescriptorStaysInError) {
+  BrokenPcm pcm;
+  const auto sink = std::make_shared<EndRecorder>();
+  AlsaStream stream(kMono, sink);
+  std::string error;
+  ASSERT_EQ(stream.begin(pcm.open(), error), kVCISuccess) << error;
+  sink->ends.waitFor(1);
+  EXPECT_LT(sink->losses, 10) << "it tries a few times, and does not spin";
+}
+
+TEST(SoundSystems, SayThatNoServerAnswersAndStartNone) {
+  const Folder folder;
+  setenv("PULSE_SERVER", ("unix:" + (folder.path() / "none").string()).c_str(), 1);
+  std::string error;
+  EXPECT_FALSE(makePulseSoundSystem(error));
+  EXPECT_NE(error.find("no sound server answers"), std::string::npos);
+  unsetenv("PULSE_SERVER");
+}
+
+/// The real code on a PCM of ALSA's that plays a file: it needs no sound card.
+TEST(SoundSystems, RecordFromTheDriversOwnInterface) {
+  const Folder folder;
+  folder.write("sound.raw", std::string(size_t{48000} * 4, '\x11'));
+  folder.write("asound.conf", "pcm.played { type file slave.pcm { type null } file \"/dev/null\" infile \"" +
+                                  (folder.path() / "sound.raw").string() + "\" format raw }\n");
+  setenv("ALSA_CONFIG_PATH", (folder.path() / "asound.conf").string().c_str(), 1);
+  std::string error;
+  SoundSource source(makeAlsaSoundSystem({"played"}, error));
+  ASSERT_EQ(error, "");
+  const auto known = source.devices(DeviceKind::kAudio);
+  const auto found =
+      std::find_if(known.begin(), known.end(), [](const auto& one) { return one.path == "alsa:played"; });
+  ASSERT_NE(found, known.end());
+  const auto device = source.open(DeviceKind::kAudio, "alsa:played");
+  ASSERT_TRUE(device);
+  const auto formats = device->waveFormats();
+  ASSERT_NE(std::find(formats.begin(), formats.end(), kStereo), formats.end());
+  ASSERT_EQ(device->setWaveFormat(kStereo), kVCISuccess);
+  Recorder<uint8_t> firsts;
+  ASSERT_EQ(device->start(0, [&](const uint8_t* bytes, uint32_t, int64_t) { firsts.add(*bytes); }), kVCISuccess);
+  EXPECT_EQ(firsts.waitFor(3).front(), 0x11);
+  device->stop(0);
+  unsetenv("ALSA_CONFIG_PATH");
+}
+
+}  // namespace
+}  // namespace vesk::capture

@@ -1,0 +1,179 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <vesk/decoder_protocol.h>
+#include <vesk/four_char_code.h>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/imgutils.h>
+}
+
+namespace vesk::test {
+
+using Bytes = std::vector<uint8_t>;
+
+/// A clip as a camera of its kind sends it.
+struct Footage {
+  uint32_t codec = 0;
+  uint32_t width = 0;
+  uint32_t height = 0;
+  std::vector<Bytes> frames;
+};
+
+/// A picture as its samples alone, plane after plane, without padding.
+using Samples = Bytes;
+
+struct CloseInput {
+  void operator()(AVFormatContext* input) const { avformat_close_input(&input); }
+};
+struct FreeCodec {
+  void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
+};
+
+/// The first video track of a clip, read packet by packet.
+class Clip {
+ public:
+  explicit Clip(const std::string& path) {
+    AVFormatContext* input = nullptr;
+    EXPECT_EQ(avformat_open_input(&input, path.c_str(), nullptr, nullptr), 0) << path;
+    mInput.reset(input);
+    if (!input) return;
+    EXPECT_GE(avformat_find_stream_info(input, nullptr), 0) << path;
+    mTrack = av_find_best_stream(input, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
+  }
+  const AVCodecParameters& parameters() const { return *mInput->streams[mTrack]->codecpar; }
+  void forEachPacket(const std::function<void(const AVPacket& packet)>& work) {
+    AVPacket* packet = av_packet_alloc();
+    while (av_read_frame(mInput.get(), packet) == 0) {
+      if (packet->stream_index == mTrack) work(*packet);
+      av_packet_unref(packet);
+    }
+    av_packet_free(&packet);
+  }
+
+ private:
+  std::unique_ptr<AVFormatContext, CloseInput> mInput;
+  int mTrack = 0;
+};
+
+inline void addUnit(Bytes& frame, const uint8_t* unit, size_t size) {
+  frame.insert(frame.end(), {0, 0, 0, 1});
+  frame.insert(frame.end(), unit, unit + size);
+}
+
+/// Start codes of three bytes become ones of four, as capture sources have to see to.
+inline Bytes withLongStartCodes(const uint8_t* data, size_t size) {
+  const Bytes code = {0, 0, 1};
+  Bytes frame;
+  const uint8_t* const end = data + size;
+  const uint8_t* unit = std::search(data, end, code.begin(), code.end());
+  while (unit != end) {
+    unit += 3;
+    const uint8_t* const next = std::search(unit, end, code.begin(), code.end());
+    const uint8_t* last = next;
+    while (last > unit && last[-1] == 0) --last;
+    addUnit(frame, unit, static_cast<size_t>(last - unit));
+    unit = next;
+  }
+  return frame;
+}
+
+/// Lengths become start codes, with the parameter sets of the record before a key picture.
+inline Bytes withStartCodes(const AVPacket& packet, const AVCodecParameters& parameters) {
+  Bytes frame;
+  const uint8_t* record = parameters.extradata + 5;
+  for (int kind = 0; kind < 2 && (packet.flags & AV_PKT_FLAG_KEY) != 0; ++kind)
+    for (int left = *record++ & 0x1F; left > 0; --left) {
+      const size_t size = size_t{record[0]} << 8 | record[1];
+      addUnit(frame, record + 2, size);
+      record += 2 + size;
+    }
+  for (const uint8_t* at = packet.data; at < packet.data + packet.size;) {
+    const size_t size = size_t{at[0]} << 24 | size_t{at[1]} << 16 | size_t{at[2]} << 8 | at[3];
+    addUnit(frame, at + 4, size);
+    at += 4 + size;
+  }
+  return frame;
+}
+
+inline Footage footageOf(const std::string& path) {
+  Clip clip(path);
+  const AVCodecParameters& parameters = clip.parameters();
+  const bool isH264 = parameters.codec_id == AV_CODEC_ID_H264;
+  const bool isBoxed = isH264 && parameters.extradata_size > 6 && parameters.extradata[0] == 1;
+  Footage footage;
+  footage.codec = isH264                                        ? kCMVideoCodecType_H264
+                  : parameters.codec_id == AV_CODEC_ID_RAWVIDEO ? kCMPixelFormat_422YpCbCr8
+                                                                : kCMVideoCodecType_MotionJPEG;
+  footage.width = static_cast<uint32_t>(parameters.width);
+  footage.height = static_cast<uint32_t>(parameters.height);
+  clip.forEachPacket([&](const AVPacket& packet) {
+    if (isBoxed)
+      footage.frames.push_back(withStartCodes(packet, parameters));
+    else if (isH264)
+      footage.frames.push_back(withLongStartCodes(packet.data, static_cast<size_t>(packet.size)));
+    else
+      footage.frames.emplace_back(packet.data, packet.data + packet.size);
+  });
+  return footage;
+}
+
+/// The pictures of a clip as libavcodec decodes it the usual way, from the packets of the file as they
+/// stand and with all the delay that it likes.
+inline std::vector<Samples> decodeConventionally(const std::string& path) {
+  Clip clip(path);
+  const AVCodec* const codec = avcodec_find_decoder(clip.parameters().codec_id);
+  std::unique_ptr<AVCodecContext, FreeCodec> context(avcodec_alloc_context3(codec));
+  avcodec_parameters_to_context(context.get(), &clip.parameters());
+  EXPECT_EQ(avcodec_open2(context.get(), codec, nullptr), 0);
+  std::vector<Samples> pictures;
+  AVFrame* frame = av_frame_alloc();
+  const auto decode = [&](const AVPacket* packet) {
+    avcodec_send_packet(context.get(), packet);
+    while (avcodec_receive_frame(context.get(), frame) == 0) {
+      const auto format = static_cast<AVPixelFormat>(frame->format);
+      Samples samples(static_cast<size_t>(av_image_get_buffer_size(format, frame->width, frame->height, 1)));
+      av_image_copy_to_buffer(samples.data(), static_cast<int>(samples.size()), frame->data, frame->linesize, format,
+                              frame->width, frame->height, 1);
+      pictures.push_back(std::move(samples));
+    }
+  };
+  clip.forEachPacket([&](const AVPacket& packet) { decode(&packet); });
+  decode(nullptr);
+  av_frame_free(&frame);
+  return pictures;
+}
+
+inline Samples samplesOf(const CVPixelBuffer& picture) {
+  const auto width = static_cast<size_t>(picture.width());
+  const auto height = static_cast<size_t>(picture.height());
+  const uint32_t format = picture.pixelFormat();
+  Samples samples;
+  for (size_t i = 0; i < picture.planeCount(); ++i) {
+    const bool isChroma = i > 0 && format != kCVPixelFormat_444Planar;
+    const size_t rows = isChroma && format == kCVPixelFormat_420Planar ? (height + 1) / 2 : height;
+    const size_t row = isChroma ? (width + 1) / 2 : format == kCMPixelFormat_422YpCbCr8 ? width * 2 : width;
+    const PixelPlane& plane = picture.plane(i);
+    for (size_t y = 0; y < rows; ++y)
+      samples.insert(samples.end(), plane.data + y * plane.bytesPerRow, plane.data + y * plane.bytesPerRow + row);
+  }
+  return samples;
+}
+
+/// Keeps every picture.
+struct Pictures : DecoderProtocol {
+  void displayData(CVImageBufferRef image) override { all.push_back(std::move(image)); }
+  std::vector<CVImageBufferRef> all;
+};
+
+}  // namespace vesk::test

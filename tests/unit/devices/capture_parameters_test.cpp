@@ -1,0 +1,129 @@
+#include "devices/capture_parameters.h"
+
+#include <gtest/gtest.h>
+
+#include <vesk/four_char_code.h>
+#include "devices/enumeration.h"
+#include "tests/support/device_test.h"
+
+namespace vesk {
+namespace {
+
+using test::hexOf;
+
+CMVideoFormatDescriptionRef video(const char (&code)[5], int32_t width, int32_t height) {
+  return CMVideoFormatDescription::create(fourCharCode(code), width, height);
+}
+
+TEST(CaptureParameters, OfH264AreExact) {
+  EXPECT_EQ(hexOf(videoCaptureParameters(*video("avc1", 1280, 720))),
+            "01000000"  // H.264
+            "6100760063003100"
+            "000000000000000000000000000000000000"  // avc1 in 13 units
+            "0000"
+            "00050000"
+            "d0020000"  // 1280 x 720
+            "15160500"
+            "80969800"  // 333333 / 10000000
+            "00000000"
+            "00401f00"    // 2048000 bits a second
+            "18000000");  // 24
+}
+
+TEST(CaptureParameters, OfOtherFormatsHaveNoBitRate) {
+  EXPECT_EQ(hexOf(videoCaptureParameters(*video("2vuy", 640, 480))),
+            "00000000"
+            "3200760075007900"
+            "000000000000000000000000000000000000"
+            "0000"
+            "80020000"
+            "e0010000"
+            "15160500"
+            "80969800"
+            "00000000"
+            "00000000"
+            "00000000");
+}
+
+TEST(CaptureParameters, BitRateFollowsTheSize) {
+  struct Row {
+    int32_t width, height;
+    uint32_t bitRate;
+  };
+  for (const Row& row : {Row{320, 240, 512000}, Row{640, 360, 819200}, Row{640, 480, 921600}, Row{1280, 720, 2048000},
+                         Row{864, 480, 1024000}, Row{480, 640, 1024000}, Row{1920, 1080, 1024000}})
+    EXPECT_EQ(videoCaptureParameters(*video("avc1", row.width, row.height)).bitRate, row.bitRate)
+        << row.width << "x" << row.height;
+}
+
+TEST(CaptureParameters, OfSoundTakeTheLowBitsAndWholeRates) {
+  AudioStreamBasicDescription description;
+  description.mSampleRate = 22050.9;
+  description.mFormatID = 0x6C70636D;
+  description.mChannelsPerFrame = 0x10002;
+  description.mBitsPerChannel = 0x10010;
+  EXPECT_EQ(hexOf(audioCaptureParameters(*CMAudioFormatDescription::create(description))),
+            "6d6302002256000010"
+            "00");
+
+  for (const double rate : {-1.0, 4294967296.0, std::numeric_limits<double>::quiet_NaN()}) {
+    description.mSampleRate = rate;
+    const auto parameters = audioCaptureParameters(*CMAudioFormatDescription::create(description));
+    EXPECT_EQ(uint32_t{parameters.samplesPerSecond}, 0U) << rate;
+  }
+}
+
+TEST(CaptureParameters, SoundDescriptionsCarryTheWaveFormatAndNothingElse) {
+  const auto format = audioFormatDescription({0x636D, 2, 48000, 16, 0xFFFF});
+  const AudioStreamBasicDescription& description = format->streamBasicDescription();
+  EXPECT_EQ(description.mSampleRate, 48000.0);
+  EXPECT_EQ(description.mFormatID, 0x636DU);
+  EXPECT_EQ(description.mChannelsPerFrame, 2U);
+  EXPECT_EQ(description.mBitsPerChannel, 16U);
+  EXPECT_EQ(description.mFormatFlags + description.mBytesPerPacket + description.mFramesPerPacket +
+                description.mBytesPerFrame + description.mReserved,
+            0U);
+}
+
+/// A library that answers as told, and checks how it is called.
+struct Library {
+  int32_t sizingStatus;
+  uint32_t count;
+  int32_t fillingStatus;
+  uint32_t filled;
+
+  int32_t operator()(uint32_t* records, uint32_t* size, uint32_t* countInOut) const {
+    EXPECT_EQ(*size, 0U);
+    if (!records) {
+      EXPECT_EQ(*countInOut, 0U);
+      *countInOut = count;
+      return sizingStatus;
+    }
+    for (uint32_t i = 0; i < *countInOut; ++i) records[i] = i;
+    *countInOut = filled;
+    return fillingStatus;
+  }
+};
+
+TEST(Enumeration, BelievesTheLibraryOnlySoFar) {
+  struct Row {
+    const char* label;
+    Library library;
+    size_t records;
+  };
+  const Row rows[] = {
+      {"as agreed", {8, 3, 0, 3}, 3},
+      {"one left between the calls", {8, 3, 0, 2}, 2},
+      {"claims more than there is room for", {8, 3, 0, 1000000}, 3},
+      {"nothing there", {0, 0, 0, 0}, 0},
+      {"sizing succeeds without an array", {0, 3, 0, 3}, 0},
+      {"something, but none", {8, 0, 0, 0}, 0},
+      {"sizing fails", {3, 3, 0, 3}, 0},
+      {"filling fails", {8, 3, 8, 3}, 0},
+      {"a count beyond reason", {8, 0xFFFFFFFF, 0, 0xFFFFFFFF}, kMostRecords},
+  };
+  for (const Row& row : rows) EXPECT_EQ(enumerateRecords<uint32_t>(row.library).size(), row.records) << row.label;
+}
+
+}  // namespace
+}  // namespace vesk

@@ -1,0 +1,315 @@
+#include <vesk/asset_writer_adapter.h>
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <condition_variable>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <thread>
+
+#include <vesk/h264_bitstream.h>
+#include <vesk/h264_sample_generator.h>
+#include <vesk/pcm_audio_sample_generator.h>
+#include <vesk/uncompressed_sample_generator.h>
+#include "tests/support/memory_file_system.h"
+#include "tests/support/temporary_folder.h"
+#include "tests/unit/movie/footage.h"
+#include "tests/unit/movie/movie_reader.h"
+#include "tests/unit/movie/movie_test_support.h"
+
+namespace vesk {
+namespace {
+
+using test::Bytes;
+using test::CapturedLines;
+using test::MemoryFileSystem;
+using test::TemporaryFolder;
+
+/// Samples of real pictures, and of sound, each at the time of its number.
+class Samples {
+ public:
+  CMSampleBufferRef picture(size_t number) {
+    Bytes stream = mPictures.at(number).stream;
+    EnsureH264BoxFormat(stream.data(), static_cast<uint32_t>(stream.size()));
+    return mVideo.CreateSample(stream.data(), static_cast<unsigned>(stream.size()), number * 30'000);
+  }
+  CMSampleBufferRef sound(uint32_t number, uint32_t frames = 1024) {
+    const Bytes packet = test::soundPacket(number, frames);
+    return mAudio.CreateSample(packet.data(), static_cast<unsigned>(packet.size()),
+                               uint64_t{number} * frames * 1'000'000 / 48'000);
+  }
+  const std::vector<test::AccessUnit>& pictures() const { return mPictures; }
+
+ private:
+  std::vector<test::AccessUnit> mPictures = test::accessUnitsOf("MIDR_MW_D.264");
+  H264SampleGenerator mVideo{176, 144, 30};
+  PCMAudioSampleGenerator mAudio{48'000, 2, 16};
+};
+
+/// Holds back the writer queue inside a write to the file for as long as it is closed.
+class Gate {
+ public:
+  void pass() {
+    std::unique_lock lock(mMutex);
+    mReached = true;
+    mChanged.notify_all();
+    mChanged.wait(lock, [this] { return mOpen; });
+  }
+  void waitUntilReached() {
+    std::unique_lock lock(mMutex);
+    mChanged.wait(lock, [this] { return mReached; });
+  }
+  void open() {
+    const std::lock_guard lock(mMutex);
+    mOpen = true;
+    mChanged.notify_all();
+  }
+
+ private:
+  std::mutex mMutex;
+  std::condition_variable mChanged;
+  bool mReached = false;
+  bool mOpen = false;
+};
+
+TEST(AssetWriterAdapter, HoldsPicturesBackUntilOneStandsAlone) {
+  const TemporaryFolder folder;
+  Samples samples;
+  const auto key = samples.picture(0);
+  const auto dependent = samples.picture(1);
+  const auto counters = std::make_shared<RecordingCounters>();
+  CapturedLines lines;
+  {
+    AVAssetWriterAdapter adapter(folder.file("a.mov"), true, false, counters);
+    EXPECT_EQ(adapter.addVideoSample(dependent), 0);
+    EXPECT_EQ(adapter.addVideoSample(dependent), 0);
+    EXPECT_EQ(adapter.addVideoSample(key), 0);
+    EXPECT_EQ(adapter.addVideoSample(dependent), 0);
+  }
+  EXPECT_EQ(lines.count("Samples are being discarded!!!\n"), 2U);
+  EXPECT_EQ(counters->statistics().videoHeldBack, 2U);
+  EXPECT_EQ(counters->statistics().videoFrames, 2U);
+  const auto movie = test::readMovie(folder.file("a.mov"));
+  ASSERT_EQ(movie.video.samples.size(), 2U);
+  EXPECT_TRUE(movie.video.samples[0].isKey);
+  EXPECT_FALSE(movie.video.samples[1].isKey);
+}
+
+TEST(AssetWriterAdapter, NeverHoldsUncompressedPicturesBack) {
+  const TemporaryFolder folder;
+  UncompressedSampleGenerator generator(16, 16, 30);
+  const Bytes frame(512, 0x55);
+  CapturedLines lines;
+  {
+    AVAssetWriterAdapter adapter(folder.file("a.mov"), true, false);
+    for (unsigned number = 0; number < 3; ++number)
+      EXPECT_EQ(adapter.addVideoSample(generator.CreateSample(frame.data(), 512, number * 30'000)), 0);
+  }
+  EXPECT_EQ(lines.count("discarded"), 0U);
+  EXPECT_EQ(test::readMovie(folder.file("a.mov")).video.samples.size(), 3U);
+}
+
+TEST(AssetWriterAdapter, SaysWhatItStartsAndFinishesAndDeletesTheOldFile) {
+  const TemporaryFolder folder;
+  const std::string path = folder.write("a.mov", "old");
+  CapturedLines lines;
+  {
+    AVAssetWriterAdapter adapter(path, true, false);
+    EXPECT_FALSE(std::filesystem::exists(path));
+    EXPECT_EQ(adapter.audioInput(), nullptr);
+    EXPECT_NE(adapter.videoInput(), nullptr);
+    EXPECT_EQ(adapter.addAudioSample(Samples().sound(0)), 0) << "a track that is not wanted";
+  }
+  EXPECT_EQ(lines.count("Starting writing [" + path + "] with audio = (nil), video = 0x"), 1U);
+  EXPECT_EQ(lines.count("Finished writing [" + path + "]\n"), 1U);
+  EXPECT_FALSE(std::filesystem::exists(path)) << "nothing came, nothing is written";
+}
+
+TEST(AssetWriterAdapter, TakesSamplesQuietlyWhereNoWriterCanBe) {
+  CapturedLines lines;
+  const auto counters = std::make_shared<RecordingCounters>();
+  Samples samples;
+  AVAssetWriterAdapter adapter("/no such folder/a.mov", true, true, counters);
+  EXPECT_EQ(adapter.addVideoSample(samples.picture(0)), 0);
+  EXPECT_EQ(adapter.addAudioSample(samples.sound(0)), 0);
+  EXPECT_TRUE(counters->statistics().writerMissing);
+  EXPECT_EQ(lines.count("with audio = (nil), video = (nil)\n"), 1U);
+}
+
+TEST(AssetWriterAdapter, WritesEverythingQueuedBeforeItFinishes) {
+  const TemporaryFolder folder;
+  Samples samples;
+  const auto counters = std::make_shared<RecordingCounters>();
+  CapturedLines lines;
+  AVAssetWriterAdapter adapter(folder.file("a.mov"), true, true, counters);
+  for (uint32_t number = 0; number < 100; ++number) {
+    ASSERT_EQ(adapter.addVideoSample(samples.picture(number)), 0);
+    ASSERT_EQ(adapter.addAudioSample(samples.sound(number)), 0);
+  }
+  adapter.finish();
+  EXPECT_EQ(adapter.addVideoSample(samples.picture(0)), 0) << "too late, and harmless";
+  adapter.finish();
+  EXPECT_EQ(lines.count("Finished writing"), 1U);
+
+  const auto movie = test::readMovie(folder.file("a.mov"));
+  EXPECT_EQ(movie.video.samples.size(), 100U);
+  EXPECT_EQ(movie.audio.allBytes().size(), 100U * 4096);
+  const RecordingStatistics statistics = counters->statistics();
+  EXPECT_EQ(statistics.videoFrames, 100U);
+  EXPECT_EQ(statistics.audioPackets, 100U);
+  EXPECT_EQ(statistics.videoWaiting + statistics.audioWaiting, 0U);
+  EXPECT_EQ(statistics.bytes, std::filesystem::file_size(folder.file("a.mov")));
+  EXPECT_EQ(statistics.duration, 3'000'000U) << "the pictures reach further than the sound";
+}
+
+TEST(AssetWriterAdapter, WakesTheWriterForASingleSample) {
+  const TemporaryFolder folder;
+  Samples samples;
+  const auto counters = std::make_shared<RecordingCounters>();
+  CapturedLines lines;
+  AVAssetWriterAdapter adapter(folder.file("a.mov"), false, true, counters);
+  for (uint32_t number = 0; number < 3; ++number) {
+    ASSERT_EQ(adapter.addAudioSample(samples.sound(number)), 0);
+    while (counters->levels().audioWaiting != 0) std::this_thread::yield();
+  }
+}
+
+TEST(AssetWriterAdapter, DropsWhatItsQueueCannotHold) {
+  Gate gate;
+  MemoryFileSystem files;
+  const auto counters = std::make_shared<RecordingCounters>();
+  Samples samples;
+  CapturedLines output;
+  CapturedLines lines(CapturedLines::Stream::kError);
+  AVAssetWriterAdapter adapter("a.mov", false, true, counters, &files);
+  ASSERT_EQ(adapter.addAudioSample(samples.sound(0)), 0);
+  files.setFaults([&](auto operation, size_t, uint64_t, size_t) {
+    if (operation == MemoryFileSystem::Operation::kWrite) gate.pass();
+    return MemoryFileSystem::Fault{};
+  });
+  // Enough for the writer to want to write, which then waits at the gate.
+  uint32_t number = 1;
+  for (; number < 200; ++number) ASSERT_EQ(adapter.addAudioSample(samples.sound(number)), 0);
+  gate.waitUntilReached();
+  while (counters->levels().audioWaiting < kAudioQueueCapacity)
+    ASSERT_EQ(adapter.addAudioSample(samples.sound(number++)), 0);
+  EXPECT_EQ(lines.text(), "");
+  EXPECT_EQ(adapter.addAudioSample(samples.sound(number++)), 0);
+  EXPECT_EQ(lines.text(), "[FATAL] dropping packet!\n");
+  EXPECT_EQ(counters->statistics().audioDropped, 1U);
+  EXPECT_EQ(counters->statistics().audioWaiting, kAudioQueueCapacity);
+  gate.open();
+  adapter.finish();
+  EXPECT_EQ(counters->statistics().audioPackets, number - 1);
+  EXPECT_EQ(counters->statistics().audioWaiting, 0U);
+}
+
+/// What waits for a disk that hangs is bounded in bytes too: large pictures fill memory long before
+/// there are 300 of them.
+TEST(AssetWriterAdapter, DropsWhatTakesTooManyBytes) {
+  constexpr uint32_t kSide = 4096;  // 32 MiB a picture
+  constexpr size_t kMost = kQueueBytes / (kSide * kSide * 2);
+  Gate gate;
+  MemoryFileSystem files;
+  const auto counters = std::make_shared<RecordingCounters>();
+  CapturedLines output;
+  CapturedLines lines(CapturedLines::Stream::kError);
+  UncompressedSampleGenerator generator(kSide, kSide, 30);
+  const auto picture = generator.CreateSample(Bytes(64, 0x55).data(), 64, 0);
+  ASSERT_TRUE(picture);
+  Samples samples;
+  AVAssetWriterAdapter adapter("a.mov", true, true, counters, &files);
+  files.setFaults([&](auto operation, size_t, uint64_t, size_t) {
+    if (operation == MemoryFileSystem::Operation::kWrite) gate.pass();
+    return MemoryFileSystem::Fault{ENOSPC};  // afterwards: nobody wants to write half a gigabyte
+  });
+  ASSERT_EQ(adapter.addAudioSample(samples.sound(0)), 0);
+  ASSERT_EQ(adapter.addVideoSample(picture), 0);
+  gate.waitUntilReached();  // with the first picture
+  for (size_t number = 0; number < kMost; ++number) ASSERT_EQ(adapter.addVideoSample(picture), 0);
+  EXPECT_EQ(counters->statistics().videoDropped, 0U);
+  EXPECT_EQ(adapter.addVideoSample(picture), 0);
+  EXPECT_EQ(adapter.addVideoSample(picture), 0);
+  EXPECT_EQ(adapter.addAudioSample(samples.sound(1)), 0);
+  EXPECT_EQ(counters->statistics().videoDropped, 2U);
+  EXPECT_EQ(counters->statistics().audioDropped, 0U) << "sound has a queue of its own";
+  EXPECT_EQ(lines.count("[FATAL] dropping packet!\n"), 2U);
+  gate.open();
+  adapter.finish();
+  EXPECT_EQ(counters->levels().bytesWaiting, 0U);
+}
+
+TEST(AssetWriterAdapter, LeavesAMovieAloneThatIsBeingRecorded) {
+  const TemporaryFolder folder;
+  Samples samples;
+  CapturedLines lines;
+  setLogSink([](std::string_view) {});
+  {
+    AVAssetWriterAdapter first(folder.file("a.mov"), true, false);
+    ASSERT_EQ(first.addVideoSample(samples.picture(0)), 0);
+    AVAssetWriterAdapter second(folder.file("a.mov"), true, false);
+    EXPECT_EQ(second.addVideoSample(samples.picture(0)), 0) << "finds the name taken";
+    EXPECT_NE(second.addVideoSample(samples.picture(0)), 0);
+  }
+  setLogSink(nullptr);
+  EXPECT_EQ(test::readMovie(folder.file("a.mov")).video.samples.size(), 1U);
+}
+
+TEST(AssetWriterAdapter, AnswersTheCodeOfTheFailure) {
+  const struct {
+    const char* label;
+    int error;
+    int32_t status;
+  } rows[] = {
+      {"disk full", ENOSPC, kMovieDiskFull},
+      {"file gone", ENOENT, kMovieFileFailedToWrite},
+      {"anything else, free space not known", EBADF, kMovieWriterFailed},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.label);
+    MemoryFileSystem files;
+    Samples samples;
+    const auto key = samples.picture(0);
+    const auto dependent = samples.picture(1);
+    const auto counters = std::make_shared<RecordingCounters>();
+    std::string log;
+    setLogSink([&log](std::string_view line) { log += std::string(line) + "\n"; });
+    CapturedLines lines;
+    {
+      AVAssetWriterAdapter adapter("no such folder/a.mov", true, true, counters, &files);
+      files.setFaults([&](auto, size_t, uint64_t, size_t) { return MemoryFileSystem::Fault{row.error}; });
+      ASSERT_EQ(adapter.addVideoSample(key), 0) << "starts the writer";
+      int32_t status = 0;
+      for (uint32_t number = 1; number < 90'000 && status == 0; ++number) {
+        status = adapter.addAudioSample(samples.sound(number));
+        if (status == 0 && counters->levels().audioWaiting > kAudioQueueCapacity / 2) std::this_thread::yield();
+      }
+      EXPECT_EQ(status, row.status);
+      EXPECT_EQ(adapter.addVideoSample(key), row.status);
+      EXPECT_EQ(adapter.addVideoSample(dependent), 0) << "held back until a picture stands alone";
+      EXPECT_EQ(lines.count("Samples are being discarded!!!\n"), 1U);
+      EXPECT_EQ(adapter.addVideoSample(key), row.status);
+    }
+    setLogSink(nullptr);
+    EXPECT_EQ(counters->statistics().status, row.status);
+    EXPECT_NE(log.find("Asset writer failed ["), std::string::npos);
+  }
+}
+
+TEST(AssetWriterAdapter, MapsErrorsByCodeThenByFreeSpace) {
+  const struct {
+    int64_t code;
+    std::optional<uint64_t> freeSpace;
+    int32_t status;
+  } rows[] = {
+      {-11807, 1ULL << 40, -199},   {-3000, 0, -198}, {-11800, 3'999'999, -199}, {-11800, 4'000'000, -200},
+      {-11800, std::nullopt, -200}, {-1, 0, -199},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(AVAssetWriterAdapter::movieCreatorError(row.code, row.freeSpace), row.status) << row.code;
+}
+
+}  // namespace
+}  // namespace vesk

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <vesk/log.h>
+
+namespace vesk::test {
+
+/// The bytes written as hex digits, spaces ignored: bytes("00 00 00 01 65").
+inline std::vector<uint8_t> bytes(std::string_view hex) {
+  std::vector<uint8_t> result;
+  std::string digits;
+  for (const char character : hex)
+    if (character != ' ') digits += character;
+  for (size_t index = 0; index + 1 < digits.size(); index += 2)
+    result.push_back(static_cast<uint8_t>(std::stoul(digits.substr(index, 2), nullptr, 16)));
+  return result;
+}
+
+/// Holds what the library prints, on one of its two streams, for as long as it lives.
+class CapturedLines {
+ public:
+  enum class Stream { kOutput, kError };
+  explicit CapturedLines(Stream stream = Stream::kOutput) : mStream(stream), mFile(open_memstream(&mText, &mSize)) {
+    set(mFile);
+  }
+  ~CapturedLines() {
+    set(nullptr);
+    std::fclose(mFile);
+    std::free(mText);
+  }
+  CapturedLines(const CapturedLines&) = delete;
+  CapturedLines& operator=(const CapturedLines&) = delete;
+
+  std::string text() {
+    std::fflush(mFile);
+    return {mText, mSize};
+  }
+  size_t count(std::string_view part) {
+    const std::string all = text();
+    size_t found = 0;
+    for (size_t at = all.find(part); at != std::string::npos; at = all.find(part, at + part.size())) ++found;
+    return found;
+  }
+
+ private:
+  void set(FILE* file) { mStream == Stream::kOutput ? setStandardOutput(file) : setStandardError(file); }
+
+  Stream mStream;
+  char* mText = nullptr;
+  size_t mSize = 0;
+  FILE* mFile;
+};
+
+}  // namespace vesk::test
