@@ -1,5 +1,6 @@
 #include <vesk/preview_session.h>
 
+#include <atomic>
 #include <limits>
 #include <utility>
 
@@ -13,6 +14,7 @@
 #include <vesk/preview_view.h>
 #include <vesk/video_device.h>
 #include "platform/foundation/atomic_file.h"
+#include "platform/foundation/mutex.h"
 
 namespace vesk {
 namespace {
@@ -45,83 +47,114 @@ class VeskPreviewSession::LevelRelay : public VeskAVDeviceDelegate, public VeskM
   const std::weak_ptr<VeskPreviewSession> mSession;
 };
 
+/// mMutex is held around each decoding and while the decoder is replaced; a device's delegate list is locked before
+/// it, and nothing of the devices is called under it.
+struct VeskPreviewSession::State {
+  void setDecoder(std::shared_ptr<ICMDecoder> decoder) VESK_EXCLUDES(mMutex);
+  bool hasDecoder() const VESK_EXCLUDES(mMutex);
+
+  // Main thread only, but for the atomic ones.
+  std::weak_ptr<VeskVideoDevice> mDevice;
+  std::shared_ptr<VeskAudioDevice> mAudioDevice;
+  std::shared_ptr<LevelRelay> mLevelRelay;  ///< among the microphone's delegates in the session's place
+  std::weak_ptr<VeskPreviewView> mPreviewView;
+  VeskPreviewSessionDelegate* mDelegate = nullptr;
+  std::atomic<bool> mIsRunning{false};
+  uint32_t mStarts = 0;  ///< so far, refused ones too
+  PhotoOutcome mLastPhoto;
+
+  mutable Mutex mMutex;
+  std::shared_ptr<ICMDecoder> mDecoder VESK_GUARDED_BY(mMutex);
+
+  Mutex mImageMutex;                                                    ///< innermost
+  std::shared_ptr<const CIImage> mNewest VESK_GUARDED_BY(mImageMutex);  ///< waits for the main thread
+
+  std::atomic<uint64_t> mFrames{0};
+  std::atomic<uint64_t> mShown{0};
+  std::atomic<uint64_t> mReplaced{0};
+};
+
 VeskPreviewSession::VeskPreviewSession(const std::shared_ptr<VeskVideoDevice>& device,
                                        VeskPreviewSessionDelegate* delegate)
-    : mDevice(device), mDelegate(delegate) {}
+    : mState(std::make_unique<State>()) {
+  mState->mDevice = device;
+  mState->mDelegate = delegate;
+}
 
 std::shared_ptr<VeskPreviewSession> VeskPreviewSession::initWithDevice(const std::shared_ptr<VeskVideoDevice>& device,
                                                                        VeskPreviewSessionDelegate* delegate) {
   if (!device) return nullptr;
   std::shared_ptr<VeskPreviewSession> session(new VeskPreviewSession(device, delegate));
-  session->mLevelRelay = std::make_shared<LevelRelay>(session);
+  session->mState->mLevelRelay = std::make_shared<LevelRelay>(session);
   return session;
 }
 
 VeskPreviewSession::~VeskPreviewSession() {
   // The microphone is metered on the main thread, and a session may go on any.
-  onMainThread([microphone = std::exchange(mAudioDevice, nullptr), relay = mLevelRelay, wasRunning = isRunning()] {
+  onMainThread([microphone = std::exchange(mState->mAudioDevice, nullptr), relay = mState->mLevelRelay,
+                wasRunning = isRunning()] {
     if (!microphone) return;
     if (wasRunning) microphone->stopVUMeter();
     microphone->removeDelegate(relay);
   });
-  if (mIsRunning) closeSession();
+  if (mState->mIsRunning) closeSession();
 }
 
 int32_t VeskPreviewSession::openSession() {
-  const auto device = mDevice.lock();
+  const auto device = mState->mDevice.lock();
   return device ? device->openDevice() : kVeskStatusNoDevice;
 }
 
 int32_t VeskPreviewSession::startSessionWithPreview(const std::shared_ptr<VeskPreviewView>& view) {
   const auto self = shared_from_this();
   if (!view) return kVeskStatusNoView;
-  const auto device = mDevice.lock();
+  const auto device = mState->mDevice.lock();
   if (!device) return kVeskStatusNoDevice;
 
   // It may be there already, after a refused start or a pause; it is never there twice. From here on no
   // frame is on its way to the session.
   device->removeDelegate(self);
-  if (!mIsRunning || !hasDecoder() || !device->isCapturing()) makeDecoder(*device);
-  mPreviewView = view;
-  view->setDelegate(mDelegate);
+  if (!mState->mIsRunning || !mState->hasDecoder() || !device->isCapturing()) makeDecoder(*device);
+  mState->mPreviewView = view;
+  view->setDelegate(mState->mDelegate);
   device->addDelegate(self);
-  const bool wasRunning = mIsRunning.exchange(true);
-  ++mStarts;
+  const bool wasRunning = mState->mIsRunning.exchange(true);
+  ++mState->mStarts;
   const int32_t status = device->startCapture();
   if (status != kVeskStatusSuccess) {
-    mIsRunning = false;
+    mState->mIsRunning = false;
     if (wasRunning) stopMeter();
     return status;
   }
-  if (const auto microphone = mAudioDevice) microphone->startVUMeter();
+  if (const auto microphone = mState->mAudioDevice) microphone->startVUMeter();
   return kVeskStatusSuccess;
 }
 
 int32_t VeskPreviewSession::pauseSession() {
   const auto self = shared_from_this();
-  const auto device = mDevice.lock();
+  const auto device = mState->mDevice.lock();
   const int32_t status = device ? device->stopUnlessRecorded() : kVeskStatusNoDevice;
-  setDecoder(nullptr);
+  mState->setDecoder(nullptr);
   return status;
 }
 
 int32_t VeskPreviewSession::resumeSession() {
-  const auto device = mDevice.lock();
-  if (device && !hasDecoder()) makeDecoder(*device);
+  const auto device = mState->mDevice.lock();
+  if (device && !mState->hasDecoder()) makeDecoder(*device);
   return kVeskStatusSuccess;
 }
 
 int32_t VeskPreviewSession::stopSession() {
   const auto self = weak_from_this().lock();  // the device's may be the last reference; null while going
-  const uint32_t starts = mStarts;
+  const uint32_t starts = mState->mStarts;
   clearView();
-  const auto device = mDevice.lock();
+  const auto device = mState->mDevice.lock();
   const int32_t status = device ? device->stopUnlessRecorded() : kVeskStatusNoDevice;
   stopMeter();
-  if (mStarts != starts) return status;  // the host has started it anew when it got the final level
+  if (mState->mStarts != starts) return status;  // the host has started it anew when it got the final level
   if (device) device->removeDelegate(self);
-  setDecoder(nullptr);
-  mIsRunning = false;
+  mState->setDecoder(nullptr);
+  mState->mIsRunning = false;
   clearView();
   stopMeter();  // of a microphone that was attached then
   return status;
@@ -129,77 +162,77 @@ int32_t VeskPreviewSession::stopSession() {
 
 void VeskPreviewSession::closeSession() {
   const auto self = weak_from_this().lock();
-  const auto device = mDevice.lock();
-  if (mIsRunning) stopSession();
-  if (device && !mIsRunning) device->closeUnlessRecorded();
+  const auto device = mState->mDevice.lock();
+  if (mState->mIsRunning) stopSession();
+  if (device && !mState->mIsRunning) device->closeUnlessRecorded();
 }
 
 int32_t VeskPreviewSession::capturePhotoFrameToPath(const std::string& path) {
-  mLastPhoto = {};
-  mLastPhoto.path = path + ".jpeg";
-  mLastPhoto.error = mIsRunning ? writePhoto(mLastPhoto.path) : "the preview is not running";
-  if (!mLastPhoto.error.empty())
-    NSLog("[WARNING]: the photo \"" + mLastPhoto.path + "\" was not written: " + mLastPhoto.error);
+  mState->mLastPhoto = {};
+  mState->mLastPhoto.path = path + ".jpeg";
+  mState->mLastPhoto.error = mState->mIsRunning ? writePhoto(mState->mLastPhoto.path) : "the preview is not running";
+  if (!mState->mLastPhoto.error.empty())
+    NSLog("[WARNING]: the photo \"" + mState->mLastPhoto.path + "\" was not written: " + mState->mLastPhoto.error);
   return kVeskStatusSuccess;
 }
 
 /// @return why it was not written; empty when it was.
 std::string VeskPreviewSession::writePhoto(const std::string& path) {
-  const auto view = mPreviewView.lock();
+  const auto view = mState->mPreviewView.lock();
   const auto bitmap = NSBitmapImageRep::initWithCIImage(view ? view->image() : nullptr);
   if (!bitmap) return "no picture is on show yet";
   const auto bytes = bitmap->representationUsingType(NSJPEGFileType);
   if (bytes.empty()) return "the picture could not be encoded";
   NSError error;
   if (!writeToFileAtomically(path, bytes, &error)) return error.description;
-  mLastPhoto.width = bitmap->pixelsWide();
-  mLastPhoto.height = bitmap->pixelsHigh();
-  mLastPhoto.bytes = bytes.size();
+  mState->mLastPhoto.width = bitmap->pixelsWide();
+  mState->mLastPhoto.height = bitmap->pixelsHigh();
+  mState->mLastPhoto.bytes = bytes.size();
   return {};
 }
 
 void VeskPreviewSession::setAudioDevice(const std::shared_ptr<VeskAudioDevice>& device) {
-  if (device == mAudioDevice) return;
+  if (device == mState->mAudioDevice) return;
   // The host may do anything when it gets the final level, also attach or detach again.
   const auto self = shared_from_this();
   const auto next = device;  // NOLINT(performance-unnecessary-copy-initialization): the caller's may go meanwhile
-  const auto previous = std::exchange(mAudioDevice, next);
+  const auto previous = std::exchange(mState->mAudioDevice, next);
   if (previous) {
-    if (mIsRunning) previous->stopVUMeter();
-    if (mAudioDevice != previous) previous->removeDelegate(mLevelRelay);
+    if (mState->mIsRunning) previous->stopVUMeter();
+    if (mState->mAudioDevice != previous) previous->removeDelegate(mState->mLevelRelay);
   }
-  if (!next || mAudioDevice != next) return;
-  next->removeDelegate(mLevelRelay);  // it may be there already, from inside the final level
-  next->addDelegate(mLevelRelay);
-  if (mIsRunning) next->startVUMeter();
+  if (!next || mState->mAudioDevice != next) return;
+  next->removeDelegate(mState->mLevelRelay);  // it may be there already, from inside the final level
+  next->addDelegate(mState->mLevelRelay);
+  if (mState->mIsRunning) next->startVUMeter();
 }
 
 /// Works on a reference of its own: the host may detach the microphone when it gets the final level.
 void VeskPreviewSession::stopMeter() {
-  if (const auto microphone = mAudioDevice) microphone->stopVUMeter();
+  if (const auto microphone = mState->mAudioDevice) microphone->stopVUMeter();
 }
 
 void VeskPreviewSession::didCaptureFrame(void* frame, uint32_t length, int64_t timestamp,
                                          const std::shared_ptr<VeskDeviceInfo>& device) {
-  if (!mIsRunning || !device || device->deviceType() != kVeskDeviceTypeVideo) return;
+  if (!mState->mIsRunning || !device || device->deviceType() != kVeskDeviceTypeVideo) return;
   if (length > static_cast<uint32_t>(std::numeric_limits<int32_t>::max())) return;
-  const MutexLock lock(mMutex);
-  if (!mIsRunning || !mDecoder) return;
+  const MutexLock lock(mState->mMutex);
+  if (!mState->mIsRunning || !mState->mDecoder) return;
   // A frame that cannot be decoded shows no picture; the next one may.
-  mDecoder->decompressData(static_cast<const uint8_t*>(frame), static_cast<int32_t>(length),
-                           static_cast<int32_t>(static_cast<uint32_t>(timestamp)));
+  mState->mDecoder->decompressData(static_cast<const uint8_t*>(frame), static_cast<int32_t>(length),
+                                   static_cast<int32_t>(static_cast<uint32_t>(timestamp)));
 }
 
 void VeskPreviewSession::displayData(CVImageBufferRef image) {
   auto wrapped = CIImage::imageWithCVImageBuffer(std::move(image));
   if (!wrapped) return;
-  ++mFrames;
+  ++mState->mFrames;
   {
-    const MutexLock lock(mImageMutex);
-    mNewest.swap(wrapped);
+    const MutexLock lock(mState->mImageMutex);
+    mState->mNewest.swap(wrapped);
   }
   if (wrapped) {  // the main thread is on its way for the one before and takes this one instead
-    ++mReplaced;
+    ++mState->mReplaced;
     return;
   }
   DispatchQueue::mainQueue()->async([self = shared_from_this()] { self->showNewest(); });
@@ -208,21 +241,57 @@ void VeskPreviewSession::displayData(CVImageBufferRef image) {
 void VeskPreviewSession::showNewest() {
   std::shared_ptr<const CIImage> image;
   {
-    const MutexLock lock(mImageMutex);
-    image.swap(mNewest);
+    const MutexLock lock(mState->mImageMutex);
+    image.swap(mState->mNewest);
   }
-  const auto view = mPreviewView.lock();
-  if (!image || !mIsRunning || !view) return;
-  if (!view->cannotDraw()) ++mShown;
+  const auto view = mState->mPreviewView.lock();
+  if (!image || !mState->mIsRunning || !view) return;
+  if (!view->cannotDraw()) ++mState->mShown;
   view->refresh(image);
 }
 
 void VeskPreviewSession::didMicLevelEventOccured(float level) {
-  if (mDelegate) mDelegate->audioGainChanged(level);
+  if (mState->mDelegate) mState->mDelegate->audioGainChanged(level);
+}
+
+const PhotoOutcome& VeskPreviewSession::lastPhoto() const {
+  return mState->mLastPhoto;
+}
+
+const std::shared_ptr<VeskAudioDevice>& VeskPreviewSession::audioDevice() const {
+  return mState->mAudioDevice;
+}
+
+VeskPreviewSessionDelegate* VeskPreviewSession::delegate() const {
+  return mState->mDelegate;
+}
+
+void VeskPreviewSession::setDelegate(VeskPreviewSessionDelegate* delegate) {
+  mState->mDelegate = delegate;
+}
+
+std::shared_ptr<VeskVideoDevice> VeskPreviewSession::device() const {
+  return mState->mDevice.lock();
+}
+
+void VeskPreviewSession::setDevice(const std::shared_ptr<VeskVideoDevice>& device) {
+  mState->mDevice = device;
+}
+
+std::shared_ptr<VeskPreviewView> VeskPreviewSession::previewView() const {
+  return mState->mPreviewView.lock();
+}
+
+void VeskPreviewSession::setPreviewView(const std::shared_ptr<VeskPreviewView>& view) {
+  mState->mPreviewView = view;
+}
+
+bool VeskPreviewSession::isRunning() const {
+  return mState->mIsRunning;
 }
 
 PreviewStatistics VeskPreviewSession::statistics() const {
-  return {mFrames, mShown, mReplaced};
+  return {mState->mFrames, mState->mShown, mState->mReplaced};
 }
 
 void VeskPreviewSession::makeDecoder(const VeskVideoDevice& device) {
@@ -232,26 +301,26 @@ void VeskPreviewSession::makeDecoder(const VeskVideoDevice& device) {
   auto decoder = ICMDecoder::initWithWidth(static_cast<uint32_t>(size.width), static_cast<uint32_t>(size.height),
                                            format->mediaSubType());
   if (decoder) decoder->setDelegate(this);
-  setDecoder(std::move(decoder));
+  mState->setDecoder(std::move(decoder));
   // A picture of the run before is not for this one.
   std::shared_ptr<const CIImage> dropped;
-  const MutexLock lock(mImageMutex);
-  dropped.swap(mNewest);
+  const MutexLock lock(mState->mImageMutex);
+  dropped.swap(mState->mNewest);
 }
 
-void VeskPreviewSession::setDecoder(std::shared_ptr<ICMDecoder> decoder) {
+void VeskPreviewSession::State::setDecoder(std::shared_ptr<ICMDecoder> decoder) {
   const MutexLock lock(mMutex);
   mDecoder.swap(decoder);
 }
 
-bool VeskPreviewSession::hasDecoder() const {
+bool VeskPreviewSession::State::hasDecoder() const {
   const MutexLock lock(mMutex);
   return mDecoder != nullptr;
 }
 
 /// Without a view's reference off the main thread: it might be the last one.
 void VeskPreviewSession::clearView() const {
-  onMainThread([view = mPreviewView] {
+  onMainThread([view = mState->mPreviewView] {
     if (const auto held = view.lock()) held->setImage(nullptr);
   });
 }

@@ -1,11 +1,13 @@
 #include <vesk/record_session.h>
 
+#include <condition_variable>
 #include <optional>
 #include <utility>
 
 #include <vesk/audio_device.h>
 #include <vesk/recorder.h>
 #include <vesk/video_device.h>
+#include "platform/foundation/mutex.h"
 #include "sessions/temporary_movie.h"
 
 namespace vesk {
@@ -18,11 +20,9 @@ void addSample(VeskRecorder& recorder, void* frame, uint32_t length, int64_t tim
     recorder.addAudioSample(frame, length, timestamp);
 }
 
-}  // namespace
-
 /// Stands in the devices' delegate lists for the session. It leads straight to the recorder and
 /// holds the session only while that is running: a session whose start was refused can be let go.
-class VeskRecordSession::FrameRelay : public VeskAVDeviceDelegate {
+class FrameRelay : public VeskAVDeviceDelegate {
  public:
   explicit FrameRelay(std::shared_ptr<VeskRecorder> recorder) : mRecorder(std::move(recorder)) {}
 
@@ -40,7 +40,7 @@ class VeskRecordSession::FrameRelay : public VeskAVDeviceDelegate {
 };
 
 /// One recording, from its start to its stop, with the devices it was started with.
-struct VeskRecordSession::Recording {
+struct Recording {
   Recording(TemporaryMovie temporaryMovie, std::string path, std::shared_ptr<VeskVideoDevice> video,
             std::shared_ptr<VeskAudioDevice> audio)
       : movie(std::move(temporaryMovie)),
@@ -57,6 +57,82 @@ struct VeskRecordSession::Recording {
   const std::shared_ptr<FrameRelay> relay = std::make_shared<FrameRelay>(recorder);
 };
 
+/// Opens what is closed, and a movie for the session's present choices.
+int32_t openRecording(const VeskRecordSession& session, std::shared_ptr<Recording>& opened) {
+  const auto camera = session.videoDevice();
+  auto microphone = session.audioDevice();
+  if (camera && !camera->isOpen()) camera->openDevice();
+  if (microphone && !microphone->isOpen()) microphone->openDevice();
+  if (microphone && !microphone->getFormat()) microphone = nullptr;
+
+  const std::string finalPath = session.fileURL();
+  auto movie = TemporaryMovie::reserve(finalPath);
+  if (!movie) return kVeskStatusMovieNotOpened;
+  auto recording = std::make_shared<Recording>(std::move(*movie), finalPath, camera, microphone);
+  recording->recorder->setFrameTiming(session.frameTiming());
+  recording->recorder->setContinues(session.continues());
+  const int32_t status = recording->recorder->openRecorderWithFilPath(recording->movie->path(), camera, microphone);
+  if (status == kVeskStatusSuccess) opened = std::move(recording);
+  return status;
+}
+
+int32_t startCaptures(const Recording& recording) {
+  int32_t status = kVeskStatusSuccess;
+  if (recording.videoDevice && !recording.videoDevice->isCapturing()) status = recording.videoDevice->startCapture();
+  if (recording.audioDevice && !recording.audioDevice->isCapturing()) status = recording.audioDevice->startCapture();
+  return status;
+}
+
+void leaveDevices(const Recording& recording) {
+  if (recording.videoDevice) recording.videoDevice->removeDelegate(recording.relay);
+  if (recording.audioDevice) recording.audioDevice->removeDelegate(recording.relay);
+}
+
+void discard(Recording& recording) {
+  leaveDevices(recording);
+  recording.recorder->closeRecorder();
+  recording.movie->remove();
+}
+
+/// Moves the movie that has ended to its final path.
+RecordingOutcome place(Recording& recording, RecordingStatistics statistics) {
+  RecordingOutcome outcome;
+  outcome.finalPath = recording.finalPath;
+  outcome.statistics = statistics;
+  TemporaryMovie::Placing placing = recording.movie->moveTo(recording.finalPath);
+  outcome.moveError = std::move(placing.error);
+  outcome.temporaryPath = std::move(placing.left);
+  return outcome;
+}
+
+RecordingOutcome finish(Recording& recording) {
+  if (recording.audioDevice) recording.audioDevice->stopCapture();
+  leaveDevices(recording);
+  recording.recorder->closeRecorder();
+  return place(recording, recording.recorder->statistics());
+}
+
+enum class Stage { kIdle, kStarting, kRefused, kRunning, kContinuing, kStopping, kClearing };
+
+}  // namespace
+
+/// mMutex is held for moments only, and nothing is called under it.
+struct VeskRecordSession::State {
+  std::shared_ptr<Recording> recording() const VESK_EXCLUDES(mMutex);
+  void setStage(Stage stage, std::shared_ptr<Recording> recording) VESK_EXCLUDES(mMutex);
+
+  mutable Mutex mMutex;
+  std::string mFileURL VESK_GUARDED_BY(mMutex);
+  std::condition_variable_any mContinued;  ///< kContinuing has ended
+  Stage mStage VESK_GUARDED_BY(mMutex) = Stage::kIdle;
+  std::shared_ptr<VeskVideoDevice> mVideoDevice VESK_GUARDED_BY(mMutex);
+  std::shared_ptr<VeskAudioDevice> mAudioDevice VESK_GUARDED_BY(mMutex);
+  FrameTiming mFrameTiming VESK_GUARDED_BY(mMutex) = FrameTiming::kSteady;
+  bool mContinues VESK_GUARDED_BY(mMutex) = false;
+  std::shared_ptr<Recording> mRecording VESK_GUARDED_BY(mMutex);
+  RecordingOutcome mLastOutcome VESK_GUARDED_BY(mMutex);
+};
+
 std::shared_ptr<VeskRecordSession> VeskRecordSession::initWithVideoDevice(std::shared_ptr<VeskVideoDevice> videoDevice,
                                                                           std::shared_ptr<VeskAudioDevice> audioDevice,
                                                                           std::string fileURL) {
@@ -66,67 +142,47 @@ std::shared_ptr<VeskRecordSession> VeskRecordSession::initWithVideoDevice(std::s
 
 VeskRecordSession::VeskRecordSession(std::shared_ptr<VeskVideoDevice> videoDevice,
                                      std::shared_ptr<VeskAudioDevice> audioDevice, std::string fileURL)
-    : mFileURL(std::move(fileURL)), mVideoDevice(std::move(videoDevice)), mAudioDevice(std::move(audioDevice)) {}
+    : mState(std::make_unique<State>()) {
+  const MutexLock lock(mState->mMutex);
+  mState->mFileURL = std::move(fileURL);
+  mState->mVideoDevice = std::move(videoDevice);
+  mState->mAudioDevice = std::move(audioDevice);
+}
 
 VeskRecordSession::~VeskRecordSession() {
   // A running session is held by its devices and does not come here.
-  if (mRecording) discard(*mRecording);
+  if (const auto refused = mState->recording()) discard(*refused);
 }
 
 int32_t VeskRecordSession::startSession() {
   const auto self = shared_from_this();  // what the run loop serves may let go of the host's last reference
   std::shared_ptr<Recording> refused;
   {
-    const MutexLock lock(mMutex);
-    if (mState != State::kIdle && mState != State::kRefused) return kVeskStatusAlreadyRecording;
-    mState = State::kStarting;
-    refused = std::move(mRecording);
+    const MutexLock lock(mState->mMutex);
+    if (mState->mStage != Stage::kIdle && mState->mStage != Stage::kRefused) return kVeskStatusAlreadyRecording;
+    mState->mStage = Stage::kStarting;
+    refused = std::move(mState->mRecording);
   }
   if (refused) discard(*refused);
 
   std::shared_ptr<Recording> started;
-  int32_t status = openRecording(started);
+  int32_t status = openRecording(*this, started);
   if (status != kVeskStatusSuccess) {
-    setState(State::kIdle, nullptr);
+    mState->setStage(Stage::kIdle, nullptr);
     return status;
   }
-  setState(State::kStarting, started);
+  mState->setStage(Stage::kStarting, started);
   if (started->videoDevice) started->videoDevice->addDelegate(started->relay);
   if (started->audioDevice) started->audioDevice->addDelegate(started->relay);
   if (started->videoDevice) started->videoDevice->beginRecording();
   status = startCaptures(*started);
   if (status == kVeskStatusSuccess) {
     started->relay->setRunningSession(self);
-    setState(State::kRunning, started);
+    mState->setStage(Stage::kRunning, started);
   } else {
-    setState(State::kRefused, started);
+    mState->setStage(Stage::kRefused, started);
     if (started->videoDevice) started->videoDevice->endRecording();
   }
-  return status;
-}
-
-int32_t VeskRecordSession::openRecording(std::shared_ptr<Recording>& opened) {
-  const auto camera = videoDevice();
-  auto microphone = audioDevice();
-  if (camera && !camera->isOpen()) camera->openDevice();
-  if (microphone && !microphone->isOpen()) microphone->openDevice();
-  if (microphone && !microphone->getFormat()) microphone = nullptr;
-
-  const std::string finalPath = fileURL();
-  auto movie = TemporaryMovie::reserve(finalPath);
-  if (!movie) return kVeskStatusMovieNotOpened;
-  auto recording = std::make_shared<Recording>(std::move(*movie), finalPath, camera, microphone);
-  recording->recorder->setFrameTiming(frameTiming());
-  recording->recorder->setContinues(continues());
-  const int32_t status = recording->recorder->openRecorderWithFilPath(recording->movie->path(), camera, microphone);
-  if (status == kVeskStatusSuccess) opened = std::move(recording);
-  return status;
-}
-
-int32_t VeskRecordSession::startCaptures(const Recording& recording) {
-  int32_t status = kVeskStatusSuccess;
-  if (recording.videoDevice && !recording.videoDevice->isCapturing()) status = recording.videoDevice->startCapture();
-  if (recording.audioDevice && !recording.audioDevice->isCapturing()) status = recording.audioDevice->startCapture();
   return status;
 }
 
@@ -135,22 +191,22 @@ int32_t VeskRecordSession::stopSession() {
   std::shared_ptr<Recording> stopping;
   bool wasRunning = false;
   {
-    const MutexLock lock(mMutex);
-    while (mState == State::kContinuing) mContinued.wait(mMutex);
-    if (mState != State::kRunning && mState != State::kRefused) return kVeskStatusSuccess;
-    wasRunning = mState == State::kRunning;
-    mState = wasRunning ? State::kStopping : State::kClearing;
-    stopping = mRecording;
+    const MutexLock lock(mState->mMutex);
+    while (mState->mStage == Stage::kContinuing) mState->mContinued.wait(mState->mMutex);
+    if (mState->mStage != Stage::kRunning && mState->mStage != Stage::kRefused) return kVeskStatusSuccess;
+    wasRunning = mState->mStage == Stage::kRunning;
+    mState->mStage = wasRunning ? Stage::kStopping : Stage::kClearing;
+    stopping = mState->mRecording;
   }
   if (wasRunning) {
     auto outcome = finish(*stopping);
-    const MutexLock lock(mMutex);
-    mLastOutcome = std::move(outcome);
+    const MutexLock lock(mState->mMutex);
+    mState->mLastOutcome = std::move(outcome);
   } else {
     discard(*stopping);
   }
   stopping->relay->setRunningSession(nullptr);
-  setState(State::kIdle, nullptr);
+  mState->setStage(Stage::kIdle, nullptr);
   // Last, since a camera may take its time to stop: the movie is in its place by now.
   if (wasRunning && stopping->videoDevice) stopping->videoDevice->endRecording();
   return kVeskStatusSuccess;
@@ -160,10 +216,10 @@ int32_t VeskRecordSession::continueSession(const std::string& fileURL) {
   const auto self = shared_from_this();
   std::shared_ptr<Recording> current;
   {
-    const MutexLock lock(mMutex);
-    if (mState != State::kRunning) return kVeskStatusNotRecording;
-    mState = State::kContinuing;
-    current = mRecording;
+    const MutexLock lock(mState->mMutex);
+    if (mState->mStage != Stage::kRunning) return kVeskStatusNotRecording;
+    mState->mStage = Stage::kContinuing;
+    current = mState->mRecording;
   }
   auto movie = TemporaryMovie::reserve(fileURL);
   RecordingStatistics ended;
@@ -175,128 +231,100 @@ int32_t VeskRecordSession::continueSession(const std::string& fileURL) {
     current->movie.emplace(std::move(*movie));
     current->finalPath = fileURL;
   }
-  const MutexLock lock(mMutex);
-  mState = State::kRunning;
-  mContinued.notify_all();
+  const MutexLock lock(mState->mMutex);
+  mState->mStage = Stage::kRunning;
+  mState->mContinued.notify_all();
   if (!outcome) return status;
-  mLastOutcome = std::move(*outcome);
-  mFileURL = fileURL;
+  mState->mLastOutcome = std::move(*outcome);
+  mState->mFileURL = fileURL;
   return status;
-}
-
-RecordingOutcome VeskRecordSession::finish(Recording& recording) {
-  if (recording.audioDevice) recording.audioDevice->stopCapture();
-  leaveDevices(recording);
-  recording.recorder->closeRecorder();
-  return place(recording, recording.recorder->statistics());
-}
-
-/// Moves the movie that has ended to its final path.
-RecordingOutcome VeskRecordSession::place(Recording& recording, RecordingStatistics statistics) {
-  RecordingOutcome outcome;
-  outcome.finalPath = recording.finalPath;
-  outcome.statistics = statistics;
-  TemporaryMovie::Placing placing = recording.movie->moveTo(recording.finalPath);
-  outcome.moveError = std::move(placing.error);
-  outcome.temporaryPath = std::move(placing.left);
-  return outcome;
-}
-
-void VeskRecordSession::discard(Recording& recording) {
-  leaveDevices(recording);
-  recording.recorder->closeRecorder();
-  recording.movie->remove();
-}
-
-void VeskRecordSession::leaveDevices(const Recording& recording) {
-  if (recording.videoDevice) recording.videoDevice->removeDelegate(recording.relay);
-  if (recording.audioDevice) recording.audioDevice->removeDelegate(recording.relay);
 }
 
 void VeskRecordSession::didCaptureFrame(void* frame, uint32_t length, int64_t timestamp,
                                         const std::shared_ptr<VeskDeviceInfo>& device) {
-  const auto current = recording();
+  const auto current = mState->recording();
   if (current && device) addSample(*current->recorder, frame, length, timestamp, *device);
 }
 
-std::shared_ptr<VeskRecordSession::Recording> VeskRecordSession::recording() const {
+std::shared_ptr<Recording> VeskRecordSession::State::recording() const {
   const MutexLock lock(mMutex);
   return mRecording;
 }
 
-void VeskRecordSession::setState(State state, std::shared_ptr<Recording> recording) {
+void VeskRecordSession::State::setStage(Stage stage, std::shared_ptr<Recording> recording) {
   const MutexLock lock(mMutex);
-  mState = state;
+  mStage = stage;
   mRecording.swap(recording);
 }
 
 std::shared_ptr<VeskVideoDevice> VeskRecordSession::videoDevice() const {
-  const MutexLock lock(mMutex);
-  return mVideoDevice;
+  const MutexLock lock(mState->mMutex);
+  return mState->mVideoDevice;
 }
 
 void VeskRecordSession::setVideoDevice(std::shared_ptr<VeskVideoDevice> device) {
-  const MutexLock lock(mMutex);
-  mVideoDevice.swap(device);
+  const MutexLock lock(mState->mMutex);
+  mState->mVideoDevice.swap(device);
 }
 
 std::shared_ptr<VeskAudioDevice> VeskRecordSession::audioDevice() const {
-  const MutexLock lock(mMutex);
-  return mAudioDevice;
+  const MutexLock lock(mState->mMutex);
+  return mState->mAudioDevice;
 }
 
 void VeskRecordSession::setAudioDevice(std::shared_ptr<VeskAudioDevice> device) {
-  const MutexLock lock(mMutex);
-  mAudioDevice.swap(device);
+  const MutexLock lock(mState->mMutex);
+  mState->mAudioDevice.swap(device);
 }
 
 FrameTiming VeskRecordSession::frameTiming() const {
-  const MutexLock lock(mMutex);
-  return mFrameTiming;
+  const MutexLock lock(mState->mMutex);
+  return mState->mFrameTiming;
 }
 
 void VeskRecordSession::setFrameTiming(FrameTiming timing) {
-  const MutexLock lock(mMutex);
-  mFrameTiming = timing;
+  const MutexLock lock(mState->mMutex);
+  mState->mFrameTiming = timing;
 }
 
 bool VeskRecordSession::continues() const {
-  const MutexLock lock(mMutex);
-  return mContinues;
+  const MutexLock lock(mState->mMutex);
+  return mState->mContinues;
 }
 
 void VeskRecordSession::setContinues(bool continues) {
   std::shared_ptr<Recording> current;
   {
-    const MutexLock lock(mMutex);
-    mContinues = continues;
-    current = mRecording;
+    const MutexLock lock(mState->mMutex);
+    mState->mContinues = continues;
+    current = mState->mRecording;
   }
   if (current) current->recorder->setContinues(continues);
 }
 
 std::string VeskRecordSession::fileURL() const {
-  const MutexLock lock(mMutex);
-  return mFileURL;
+  const MutexLock lock(mState->mMutex);
+  return mState->mFileURL;
 }
 
 bool VeskRecordSession::isRunning() const {
-  const MutexLock lock(mMutex);
-  return mState == State::kRunning || mState == State::kContinuing || mState == State::kStopping;
+  const MutexLock lock(mState->mMutex);
+  return mState->mStage == Stage::kRunning || mState->mStage == Stage::kContinuing ||
+         mState->mStage == Stage::kStopping;
 }
 
 RecordingStatistics VeskRecordSession::statistics() const {
-  const auto current = recording();
+  const auto current = mState->recording();
   return current ? current->recorder->statistics() : lastOutcome().statistics;
 }
 
 RecordingOutcome VeskRecordSession::lastOutcome() const {
-  const MutexLock lock(mMutex);
-  return mLastOutcome;
+  const MutexLock lock(mState->mMutex);
+  return mState->mLastOutcome;
 }
 
 QueueLevels VeskRecordSession::waiting() const {
-  const auto current = recording();
+  const auto current = mState->recording();
   return current ? current->recorder->waiting() : QueueLevels();
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -10,7 +9,6 @@
 #include <vesk/export.h>
 #include <vesk/preview_session_delegate.h>
 #include <vesk/status.h>
-#include "platform/foundation/mutex.h"
 
 namespace vesk {
 
@@ -54,8 +52,6 @@ struct PhotoOutcome {
 ///
 /// Threads: host calls from the main thread, one at a time; frames from the camera's. The last reference
 /// may go on any thread: view and microphone are then let go on the main thread, when that gets to it.
-/// mMutex is held around each decoding and while the decoder is replaced; a device's delegate list is
-/// locked before it, and nothing of the devices is called under it.
 ///
 /// The host may do anything when it gets a level, also stop, start, attach and let everything go.
 class VESK_EXPORT VeskPreviewSession : public VeskAVDeviceDelegate,
@@ -77,75 +73,57 @@ class VESK_EXPORT VeskPreviewSession : public VeskAVDeviceDelegate,
   /// @return 0 running; 2 no view; 3 no device; else startCapture's: the session then is not running
   ///         but remains among the device's delegates, until it is started again or stopped. A
   ///         microphone that was metered is let go.
-  int32_t startSessionWithPreview(const std::shared_ptr<VeskPreviewView>& view) VESK_EXCLUDES(mMutex);
+  int32_t startSessionWithPreview(const std::shared_ptr<VeskPreviewView>& view);
   /// Stops the camera; the view keeps its last picture, the level goes on.
   /// @return the camera's stopCapture's; 0 when a recording keeps it on
-  int32_t pauseSession() VESK_EXCLUDES(mMutex);
+  int32_t pauseSession();
   /// Makes ready for pictures again, in the device's current format. It does not start the camera:
   /// the device's startCapture or startSessionWithPreview does. @return 0
-  int32_t resumeSession() VESK_EXCLUDES(mMutex);
+  int32_t resumeSession();
   /// Stops the camera and clears the view. @return as pauseSession
-  int32_t stopSession() VESK_EXCLUDES(mMutex);
+  int32_t stopSession();
   /// Stops if running, and closes the device.
-  void closeSession() VESK_EXCLUDES(mMutex);
+  void closeSession();
 
   /// Writes the picture on show as a JPEG file at `path` with ".jpeg" appended, upright and at its
   /// full size; replaces what is there, whole or not at all. Nothing is written while the session is
   /// not running. lastPhoto tells how it went. @return 0
   int32_t capturePhotoFrameToPath(const std::string& path);
-  const PhotoOutcome& lastPhoto() const { return mLastPhoto; }
+  const PhotoOutcome& lastPhoto() const;
 
   /// The microphone whose level is passed on; null for none. Metered while the session runs.
   void setAudioDevice(const std::shared_ptr<VeskAudioDevice>& device);
-  const std::shared_ptr<VeskAudioDevice>& audioDevice() const { return mAudioDevice; }
+  const std::shared_ptr<VeskAudioDevice>& audioDevice() const;
 
   // Called by the devices and the decoder.
   void didCaptureFrame(void* frame, uint32_t length, int64_t timestamp,
-                       const std::shared_ptr<VeskDeviceInfo>& device) override VESK_EXCLUDES(mMutex);
-  void displayData(CVImageBufferRef image) override VESK_EXCLUDES(mImageMutex);
+                       const std::shared_ptr<VeskDeviceInfo>& device) override;
+  void displayData(CVImageBufferRef image) override;
   void didMicLevelEventOccured(float level) override;
 
-  VeskPreviewSessionDelegate* delegate() const { return mDelegate; }
-  void setDelegate(VeskPreviewSessionDelegate* delegate) { mDelegate = delegate; }
-  std::shared_ptr<VeskVideoDevice> device() const { return mDevice.lock(); }
-  void setDevice(const std::shared_ptr<VeskVideoDevice>& device) { mDevice = device; }
-  std::shared_ptr<VeskPreviewView> previewView() const { return mPreviewView.lock(); }
-  void setPreviewView(const std::shared_ptr<VeskPreviewView>& view) { mPreviewView = view; }
-  bool isRunning() const { return mIsRunning; }
+  VeskPreviewSessionDelegate* delegate() const;
+  void setDelegate(VeskPreviewSessionDelegate* delegate);
+  std::shared_ptr<VeskVideoDevice> device() const;
+  void setDevice(const std::shared_ptr<VeskVideoDevice>& device);
+  std::shared_ptr<VeskPreviewView> previewView() const;
+  void setPreviewView(const std::shared_ptr<VeskPreviewView>& view);
+  bool isRunning() const;
   /// From any thread.
   PreviewStatistics statistics() const;
 
  private:
+  struct State;
   class LevelRelay;
 
   VeskPreviewSession(const std::shared_ptr<VeskVideoDevice>& device, VeskPreviewSessionDelegate* delegate);
 
-  void makeDecoder(const VeskVideoDevice& device) VESK_EXCLUDES(mMutex, mImageMutex);
-  void setDecoder(std::shared_ptr<ICMDecoder> decoder) VESK_EXCLUDES(mMutex);
-  bool hasDecoder() const VESK_EXCLUDES(mMutex);
+  void makeDecoder(const VeskVideoDevice& device);
   void stopMeter();
   void clearView() const;
-  void showNewest() VESK_EXCLUDES(mImageMutex);
+  void showNewest();
   std::string writePhoto(const std::string& path);
 
-  std::weak_ptr<VeskVideoDevice> mDevice;
-  std::shared_ptr<VeskAudioDevice> mAudioDevice;
-  std::shared_ptr<LevelRelay> mLevelRelay;  ///< among the microphone's delegates in the session's place
-  std::weak_ptr<VeskPreviewView> mPreviewView;
-  VeskPreviewSessionDelegate* mDelegate;
-  std::atomic<bool> mIsRunning{false};
-  uint32_t mStarts = 0;  ///< so far, refused ones too
-  PhotoOutcome mLastPhoto;
-
-  mutable Mutex mMutex;
-  std::shared_ptr<ICMDecoder> mDecoder VESK_GUARDED_BY(mMutex);
-
-  Mutex mImageMutex;                                                    ///< innermost
-  std::shared_ptr<const CIImage> mNewest VESK_GUARDED_BY(mImageMutex);  ///< waits for the main thread
-
-  std::atomic<uint64_t> mFrames{0};
-  std::atomic<uint64_t> mShown{0};
-  std::atomic<uint64_t> mReplaced{0};
+  const std::unique_ptr<State> mState;
 };
 
 }  // namespace vesk

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -11,7 +10,6 @@
 #include <vesk/queue_levels.h>
 #include <vesk/recording_statistics.h>
 #include <vesk/status.h>
-#include "platform/foundation/mutex.h"
 
 namespace vesk {
 
@@ -37,8 +35,7 @@ struct RecordingOutcome {
 /// While a recording runs, its devices hold the session: letting it go does not end the recording,
 /// stopSession does. Do not stop a session from inside one of its devices' frames.
 ///
-/// Threads: every operation from any thread. mMutex is held for moments only, and nothing is called
-/// under it.
+/// Threads: every operation from any thread.
 class VESK_EXPORT VeskRecordSession : public VeskAVDeviceDelegate,
                                       public std::enable_shared_from_this<VeskRecordSession> {
  public:
@@ -58,82 +55,62 @@ class VESK_EXPORT VeskRecordSession : public VeskAVDeviceDelegate,
   ///         path that names no file); 9 it is running already, or being started or stopped; else
   ///         the status of the capture start that was made last, the microphone's after the
   ///         camera's: a camera's refusal alone does not stop a recording of sound.
-  int32_t startSession() VESK_EXCLUDES(mMutex);
+  int32_t startSession();
 
   /// Ends the recording and moves the movie to its final path; lastOutcome tells how that went.
   /// Serves this thread's run loop for half a second meanwhile. @return 0
-  int32_t stopSession() VESK_EXCLUDES(mMutex);
+  int32_t stopSession();
 
   /// Whether the host goes on, with continueSession, when the camera changes its parameter sets on the way,
   /// which no movie can hold together: with its size for instance. False unless it chooses otherwise: such
   /// pictures are then left out (statistics: formatChanged, videoUnfit).
-  bool continues() const VESK_EXCLUDES(mMutex);
-  void setContinues(bool continues) VESK_EXCLUDES(mMutex);
+  bool continues() const;
+  void setContinues(bool continues);
   /// Goes on in another movie, which ends up at `fileURL`. The recording so far goes to its own place, and
   /// lastOutcome tells how that went. For a host that sees pictures wait (statistics: videoForNext): they,
   /// and the sound from then on, are what the other movie begins with. Nothing is stopped meanwhile.
   /// @return 0; 1 or 8 the other movie could not be opened, and the recording goes on as it was; 10 it is not
   ///         running
-  int32_t continueSession(const std::string& fileURL) VESK_EXCLUDES(mMutex);
+  int32_t continueSession(const std::string& fileURL);
 
   /// Hands a buffer to the recording, if there is one: video for device type 0, else sound. The
   /// devices' buffers come by a way of their own.
   void didCaptureFrame(void* frame, uint32_t length, int64_t timestamp,
-                       const std::shared_ptr<VeskDeviceInfo>& device) override VESK_EXCLUDES(mMutex);
+                       const std::shared_ptr<VeskDeviceInfo>& device) override;
 
   /// The devices of the next start.
-  std::shared_ptr<VeskVideoDevice> videoDevice() const VESK_EXCLUDES(mMutex);
-  void setVideoDevice(std::shared_ptr<VeskVideoDevice> device) VESK_EXCLUDES(mMutex);
-  std::shared_ptr<VeskAudioDevice> audioDevice() const VESK_EXCLUDES(mMutex);
-  void setAudioDevice(std::shared_ptr<VeskAudioDevice> device) VESK_EXCLUDES(mMutex);
+  std::shared_ptr<VeskVideoDevice> videoDevice() const;
+  void setVideoDevice(std::shared_ptr<VeskVideoDevice> device);
+  std::shared_ptr<VeskAudioDevice> audioDevice() const;
+  void setAudioDevice(std::shared_ptr<VeskAudioDevice> device);
   /// When the pictures of the next recording are shown: kSteady unless the host chooses otherwise. kCapture
   /// keeps the camera's own times, at any rate, and with them those of 16-bit PCM: sound of a microphone whose
   /// crystal runs fast or slow is resampled, so that it stays within 20 ms of its capture time, and sound that
   /// is in time is left as it is. AAC cannot be resampled: its packets follow one another, so that four hours
   /// of a microphone 200 ppm fast end 2.9 s late, and a slow one's gaps get silence; ask for PCM where
   /// recordings are long. Without a camera there is nothing to keep step with, and nothing is corrected.
-  FrameTiming frameTiming() const VESK_EXCLUDES(mMutex);
-  void setFrameTiming(FrameTiming timing) VESK_EXCLUDES(mMutex);
+  FrameTiming frameTiming() const;
+  void setFrameTiming(FrameTiming timing);
   /// Where the movie goes that is being written, or the next one.
-  std::string fileURL() const VESK_EXCLUDES(mMutex);
-  bool isRunning() const VESK_EXCLUDES(mMutex);
+  std::string fileURL() const;
+  bool isRunning() const;
 
   /// Of the recording under way, else of the last one that was stopped.
-  RecordingStatistics statistics() const VESK_EXCLUDES(mMutex);
+  RecordingStatistics statistics() const;
   /// What became of the last recording that was stopped.
-  RecordingOutcome lastOutcome() const VESK_EXCLUDES(mMutex);
+  RecordingOutcome lastOutcome() const;
   /// How full the queues to the movie's writer are. Never waits: for asking on a capture thread.
-  QueueLevels waiting() const VESK_EXCLUDES(mMutex);
+  QueueLevels waiting() const;
   /// Whether more than half of a writer queue is waiting: time to hold back a source that can wait.
   bool isWriterBusy() const;
 
  private:
-  class FrameRelay;
-  struct Recording;
-  enum class State { kIdle, kStarting, kRefused, kRunning, kContinuing, kStopping, kClearing };
+  struct State;
 
   VeskRecordSession(std::shared_ptr<VeskVideoDevice> videoDevice, std::shared_ptr<VeskAudioDevice> audioDevice,
                     std::string fileURL);
 
-  std::shared_ptr<Recording> recording() const VESK_EXCLUDES(mMutex);
-  void setState(State state, std::shared_ptr<Recording> recording) VESK_EXCLUDES(mMutex);
-  int32_t openRecording(std::shared_ptr<Recording>& opened) VESK_EXCLUDES(mMutex);
-  static int32_t startCaptures(const Recording& recording);
-  static void leaveDevices(const Recording& recording);
-  static void discard(Recording& recording);
-  static RecordingOutcome finish(Recording& recording);
-  static RecordingOutcome place(Recording& recording, RecordingStatistics statistics);
-
-  mutable Mutex mMutex;
-  std::string mFileURL VESK_GUARDED_BY(mMutex);
-  std::condition_variable_any mContinued;  ///< kContinuing has ended
-  State mState VESK_GUARDED_BY(mMutex) = State::kIdle;
-  std::shared_ptr<VeskVideoDevice> mVideoDevice VESK_GUARDED_BY(mMutex);
-  std::shared_ptr<VeskAudioDevice> mAudioDevice VESK_GUARDED_BY(mMutex);
-  FrameTiming mFrameTiming VESK_GUARDED_BY(mMutex) = FrameTiming::kSteady;
-  bool mContinues VESK_GUARDED_BY(mMutex) = false;
-  std::shared_ptr<Recording> mRecording VESK_GUARDED_BY(mMutex);
-  RecordingOutcome mLastOutcome VESK_GUARDED_BY(mMutex);
+  const std::unique_ptr<State> mState;
 };
 
 }  // namespace vesk

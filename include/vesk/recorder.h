@@ -8,7 +8,6 @@
 #include <vesk/export.h>
 #include <vesk/movie_creator.h>
 #include <vesk/status.h>
-#include "platform/foundation/mutex.h"
 
 namespace vesk {
 
@@ -20,9 +19,6 @@ class VeskVideoDevice;
 ///
 /// Threads: opening and closing from the host's threads, samples from any thread, also while it is
 /// being closed: none waits for the close, and none reaches a movie's creator that is gone.
-///
-/// Locks: mOpenCloseLock is held for a whole open or close. mMutex guards the fields, is held for
-/// moments only, and nothing is called under it.
 class VESK_EXPORT VeskRecorder : public std::enable_shared_from_this<VeskRecorder> {
  public:
   /// A recorder without path and streams, not recording.
@@ -39,75 +35,56 @@ class VESK_EXPORT VeskRecorder : public std::enable_shared_from_this<VeskRecorde
   ///         neither camera nor microphone takes part; 8 the creator refused to open; 9 it is
   ///         recording already, which goes on undisturbed.
   int32_t openRecorderWithFilPath(const std::string& path, const std::shared_ptr<VeskVideoDevice>& videoDevice,
-                                  const std::shared_ptr<VeskAudioDevice>& audioDevice)
-      VESK_EXCLUDES(mOpenCloseLock, mMutex);
+                                  const std::shared_ptr<VeskAudioDevice>& audioDevice);
 
   /// When the pictures of the next movie are shown, and whether its sound keeps step with them
   /// (VeskRecordSession::frameTiming): kSteady unless the host chooses otherwise.
-  FrameTiming frameTiming() const VESK_EXCLUDES(mMutex);
-  void setFrameTiming(FrameTiming timing) VESK_EXCLUDES(mMutex);
+  FrameTiming frameTiming() const;
+  void setFrameTiming(FrameTiming timing);
 
   /// Adds one frame or packet, stamped in microseconds. H.264 may be rewritten in place.
   /// @return 0, also when not recording; else the creator's status, see AddSampleToMovie.
-  int32_t addVideoSample(void* frame, uint32_t length, int64_t timestamp) VESK_EXCLUDES(mMutex);
-  int32_t addAudioSample(void* packet, uint32_t length, int64_t timestamp) VESK_EXCLUDES(mMutex);
+  int32_t addVideoSample(void* frame, uint32_t length, int64_t timestamp);
+  int32_t addAudioSample(void* packet, uint32_t length, int64_t timestamp);
 
   /// Finishes the movie. Serves this thread's run loop for half a second first, so that frames on
   /// their way still get in; a close or open from inside that is refused with 0 and 9.
   /// @return the creator's status; 0 at once when not recording.
-  int32_t closeRecorder() VESK_EXCLUDES(mOpenCloseLock, mMutex);
+  int32_t closeRecorder();
 
   /// Whether movies are gone on from when the camera changes its parameter sets (SetContinues of the movie's
   /// creator): the one being written, and the next ones. False unless the host chooses otherwise.
-  bool continues() const VESK_EXCLUDES(mMutex);
-  void setContinues(bool continues) VESK_EXCLUDES(mMutex);
+  bool continues() const;
+  void setContinues(bool continues);
   /// Goes on in another movie at `path`, as openRecorderWithFilPath makes it: the one being written ends, and
   /// everything from the change on goes into the new one. Does not serve the run loop.
   /// @param ended what became of the movie that ended, on success
   /// @return 0; 1 or 8 the new movie could not be opened, and the present one goes on; 10 no movie is being
   ///         written, or it is being closed
-  int32_t continueRecorder(const std::string& path, RecordingStatistics& ended) VESK_EXCLUDES(mOpenCloseLock, mMutex);
+  int32_t continueRecorder(const std::string& path, RecordingStatistics& ended);
 
   /// The path of the movie being written; none when not recording. From any thread.
-  std::optional<std::string> fileURL() const VESK_EXCLUDES(mMutex);
-  void setFileURL(std::optional<std::string> path) VESK_EXCLUDES(mMutex);
-  bool isRecording() const VESK_EXCLUDES(mMutex);
+  std::optional<std::string> fileURL() const;
+  void setFileURL(std::optional<std::string> path);
+  bool isRecording() const;
 
   // For the host; the recorder does not use or hold them.
-  std::shared_ptr<VeskVideoDevice> videoStream() const VESK_EXCLUDES(mMutex);
-  void setVideoStream(const std::shared_ptr<VeskVideoDevice>& device) VESK_EXCLUDES(mMutex);
-  std::shared_ptr<VeskAudioDevice> audioStream() const VESK_EXCLUDES(mMutex);
-  void setAudioStream(const std::shared_ptr<VeskAudioDevice>& device) VESK_EXCLUDES(mMutex);
+  std::shared_ptr<VeskVideoDevice> videoStream() const;
+  void setVideoStream(const std::shared_ptr<VeskVideoDevice>& device);
+  std::shared_ptr<VeskAudioDevice> audioStream() const;
+  void setAudioStream(const std::shared_ptr<VeskAudioDevice>& device);
 
   /// Of the movie being written, or of the last one, as it was closed.
-  RecordingStatistics statistics() const VESK_EXCLUDES(mMutex);
+  RecordingStatistics statistics() const;
   /// How full the queues to the writer are; empty when not recording.
-  QueueLevels waiting() const VESK_EXCLUDES(mMutex);
+  QueueLevels waiting() const;
 
  private:
-  VeskRecorder() = default;
+  struct State;
 
-  int32_t openCreator(const std::string& path, std::shared_ptr<VeskMovieCreator>& opened) VESK_REQUIRES(mOpenCloseLock)
-      VESK_EXCLUDES(mMutex);
-  /// The creator, held for the length of a call; null when not recording.
-  std::shared_ptr<VeskMovieCreator> creator() const VESK_EXCLUDES(mMutex);
-  int32_t addSample(void* bytes, uint32_t length, int64_t timestamp, VeskMovieCreator::VeskMediaType type)
-      VESK_EXCLUDES(mMutex);
+  VeskRecorder();
 
-  RecursiveMutex mOpenCloseLock;
-  bool mIsClosing VESK_GUARDED_BY(mOpenCloseLock) = false;
-  std::optional<_VeskVideoDescription> mVideo VESK_GUARDED_BY(mOpenCloseLock);  ///< of the movie being written
-  std::optional<_VeskAudioDescription> mAudio VESK_GUARDED_BY(mOpenCloseLock);
-
-  mutable Mutex mMutex;
-  /// Present while recording. Shared, so that the last of the sample calls under way lets it go.
-  std::shared_ptr<VeskMovieCreator> mMovieCreator VESK_GUARDED_BY(mMutex);
-  std::optional<std::string> mFileURL VESK_GUARDED_BY(mMutex);
-  std::weak_ptr<VeskVideoDevice> mVideoStream VESK_GUARDED_BY(mMutex);
-  std::weak_ptr<VeskAudioDevice> mAudioStream VESK_GUARDED_BY(mMutex);
-  RecordingStatistics mLastStatistics VESK_GUARDED_BY(mMutex);
-  FrameTiming mFrameTiming VESK_GUARDED_BY(mMutex) = FrameTiming::kSteady;
-  bool mContinues VESK_GUARDED_BY(mMutex) = false;
+  const std::unique_ptr<State> mState;
 };
 
 }  // namespace vesk
