@@ -14,7 +14,11 @@ function(vesk_install)
   install(EXPORT vesk NAMESPACE vesk:: FILE veskTargets.cmake DESTINATION ${package_folder})
   configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/veskConfig.cmake.in ${CMAKE_BINARY_DIR}/veskConfig.cmake
                                 INSTALL_DESTINATION ${package_folder})
-  write_basic_package_version_file(${CMAKE_BINARY_DIR}/veskConfigVersion.cmake COMPATIBILITY SameMinorVersion)
+  set(compatibility SameMajorVersion)
+  if(PROJECT_VERSION_MAJOR EQUAL 0)
+    set(compatibility SameMinorVersion)
+  endif()
+  write_basic_package_version_file(${CMAKE_BINARY_DIR}/veskConfigVersion.cmake COMPATIBILITY ${compatibility})
   install(FILES ${CMAKE_BINARY_DIR}/veskConfig.cmake ${CMAKE_BINARY_DIR}/veskConfigVersion.cmake
           DESTINATION ${package_folder})
 

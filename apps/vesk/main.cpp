@@ -10,6 +10,8 @@
 #include <string>
 #include <system_error>
 
+#include <vesk/version.h>
+
 #include "apps/vesk/argument_text.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/output.h"
@@ -167,7 +169,7 @@ int parseAndRun(int argc, char** argv) {
   CLI::App app{kAbout, "vesk"};
   app.footer(kExamples);
   app.require_subcommand(1);
-  app.set_version_flag("--version", "vesk " VESK_VERSION);
+  app.set_version_flag("--version", "vesk " VESK_VERSION_STRING);
 
   GlobalOptions global;
   app.add_option("--capture", global.capture,

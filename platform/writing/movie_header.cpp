@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include <vesk/version.h>
+
 #include "platform/writing/atom_reader.h"
 #include "platform/writing/atom_writer.h"
 #include "platform/writing/movie_atoms.h"
@@ -14,7 +16,7 @@ namespace {
 
 constexpr uint64_t kSecondsFrom1904To1970 = 2'082'844'800;
 constexpr size_t kAlignment = 8;  // of the atoms whose types are changed
-constexpr std::string_view kSoftware = "Vesk " VESK_VERSION;
+constexpr std::string_view kSoftware = "Vesk " VESK_VERSION_STRING;
 
 /// The ends of a track's edits, movie's scale.
 struct TrackTimes {

@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include <vesk/movie_recovery.h>
+#include <vesk/version.h>
 #include "platform/foundation/byte_reader.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/unit/writing/movie_probe.h"
@@ -113,7 +114,7 @@ TEST_P(MovieContentTest, IsReadableWhileItGrowsAndPlainAtTheEnd) {
       ASSERT_EQ(sound.content[i * 4] | sound.content[i * 4 + 1] << 8, static_cast<int>(i & 0xFFFF));
     }
   }
-  EXPECT_EQ(movie.software, "Vesk " VESK_VERSION);
+  EXPECT_EQ(movie.software, "Vesk " VESK_VERSION_STRING);
   EXPECT_EQ(movie.date.size(), strlen("2026-01-01T00:00:00+0000"));
 }
 
