@@ -24,8 +24,8 @@
 
 #include <vesk/h264_bitstream.h>
 #include <vesk/log.h>
-#include "movie/nal_unit_walk.h"
-#include "movie/start_code_scan.h"
+#include "platform/foundation/byte_reader.h"
+#include "platform/h264/start_code_scan.h"
 
 namespace {
 
@@ -68,7 +68,7 @@ __attribute__((noinline)) void convertByteByByte(uint8_t* data, uint32_t length)
 __attribute__((noinline)) void convertPortably(uint8_t* data, uint32_t length) {
   uint8_t* const end = data + length;
   uint8_t* previous = data;
-  start_codes::forEachStartCode<start_codes::PortableBlock>(data, end, [&](const uint8_t* found) {
+  h264::start_codes::forEachStartCode<h264::start_codes::PortableBlock>(data, end, [&](const uint8_t* found) {
     if (found != data) writeBigEndian32(previous, static_cast<uint32_t>(found - previous - 4));
     previous = data + (found - data);
   });
@@ -86,7 +86,7 @@ struct Frames {
       putCode(at);
       bytes[std::min(at + mFrameSize, bytes.size()) - 1] = 0xFF;  // no frame ends in a start code
     }
-    start_codes::forEachStartCode<start_codes::PortableBlock>(
+    h264::start_codes::forEachStartCode<h264::start_codes::PortableBlock>(
         bytes.data(), bytes.data() + bytes.size(),
         [this](const uint8_t* found) { codes.push_back(static_cast<size_t>(found - bytes.data())); });
   }
@@ -139,7 +139,7 @@ Bytes fileBytes(const std::string& path) {
 Bytes payloadOf(const Bytes& clip) {
   Bytes payload;
   size_t from = 0;
-  start_codes::forEachStartCode<start_codes::PortableBlock>(
+  h264::start_codes::forEachStartCode<h264::start_codes::PortableBlock>(
       clip.data(), clip.data() + clip.size(), [&](const uint8_t* at) {
         const auto place = static_cast<size_t>(at - clip.data());
         payload.insert(payload.end(), clip.begin() + static_cast<ptrdiff_t>(from),

@@ -9,12 +9,13 @@
 #include <utility>
 
 #include <vesk/four_char_code.h>
-#include <vesk/h264_bitstream.h>
 #include <vesk/log.h>
 #include "decoding/jpeg_huffman_table.h"
 #include "platform/decompression/codec_info.h"
 #include "platform/decompression/picture_limits.h"
-#include "platform/foundation/byte_reader.h"
+#include "platform/h264/decoder_configuration.h"
+#include "platform/h264/nal_unit.h"
+#include "platform/h264/stream_conversion.h"
 
 namespace vesk {
 namespace {
@@ -30,13 +31,12 @@ constexpr size_t kLeastFrameBound = size_t{1} << 20;
 void keepParameterSet(uint8_t type, const uint8_t* data, uint32_t size, std::unique_ptr<uint8_t[]>& set,
                       uint32_t& setLength) {
   if (set) return;
-  uint32_t length = 0;
-  const uint8_t* unit = nullptr;
-  if (!FindNALUnit(type, data, size, &length, &unit) || length > kLongestParameterSet) return;
-  set.reset(new (std::nothrow) uint8_t[length]);
+  const auto unit = h264::findUnit(type, {data, size});
+  if (!unit || unit->size() > kLongestParameterSet) return;
+  set.reset(new (std::nothrow) uint8_t[unit->size()]);
   if (!set) return;
-  std::memcpy(set.get(), unit, length);
-  setLength = length;
+  std::memcpy(set.get(), unit->data(), unit->size());
+  setLength = static_cast<uint32_t>(unit->size());
 }
 
 /// Colours of standard-definition video: SMPTE 170M primaries, the transfer of BT.709, the matrix of BT.601.
@@ -84,7 +84,7 @@ int16_t ICMDecoder::decompressData(const uint8_t* data, int32_t inSizeUsed, int3
   }
   if (!makeRoom(length)) return memFullErr;
   std::memcpy(mConversionFrame.get(), data, length);
-  if (mCodec == kCMVideoCodecType_H264) EnsureH264BoxFormat(mConversionFrame.get(), length);
+  if (mCodec == kCMVideoCodecType_H264) h264::ensureLengths({mConversionFrame.get(), length});
   if (!mDecompS && !makeSession(length)) return noErr;
 
   mTimeScale = kUnitsPerSecond;
@@ -124,10 +124,8 @@ bool ICMDecoder::makeSession(uint32_t length) {
 }
 
 bool ICMDecoder::configH264DecoderWithData(const uint8_t* data, uint32_t size) {
-  constexpr uint8_t kTypeSPS = 7;
-  constexpr uint8_t kTypePPS = 8;
-  keepParameterSet(kTypeSPS, data, size, m_sps, m_sps_length);
-  keepParameterSet(kTypePPS, data, size, m_pps, m_pps_length);
+  keepParameterSet(h264::kSequenceParameterSet, data, size, m_sps, m_sps_length);
+  keepParameterSet(h264::kPictureParameterSet, data, size, m_pps, m_pps_length);
   return m_sps && m_pps;
 }
 
@@ -165,9 +163,9 @@ void ICMDecoder::addCodecExtension(ImageDescription& description) const {
       AddImageDescriptionExtension(description, PtrToHand(JPEGHuffmanTable), fourCharCode("mjht"));
       return;
     case kCMVideoCodecType_H264:
-      AddImageDescriptionExtension(description,
-                                   CreateH264ExtensionData(m_sps.get(), m_sps_length, m_pps.get(), m_pps_length),
-                                   fourCharCode("avcC"));
+      AddImageDescriptionExtension(
+          description, h264::makeDecoderConfiguration({m_sps.get(), m_sps_length}, {m_pps.get(), m_pps_length}),
+          fourCharCode("avcC"));
       return;
     case kCMPixelFormat_422YpCbCr8:
       addColours(description);

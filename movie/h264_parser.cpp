@@ -1,7 +1,7 @@
 #include "movie/h264_parser.h"
 
 #include <vesk/h264_bitstream.h>
-#include "movie/nal_unit_walk.h"
+#include "platform/h264/nal_unit.h"
 
 namespace vesk {
 
@@ -10,7 +10,7 @@ bool CH264Parser::FindNALUnit(int type, CNALUnit& unit) const {
   uint32_t length = 0;
   const uint8_t* header = nullptr;
   if (!vesk::FindNALUnit(static_cast<uint8_t>(type), mData, mLength, &length, &header)) return false;
-  unit = CNALUnit(header - NALUnitWalk::kLengthSize, length + NALUnitWalk::kLengthSize);
+  unit = CNALUnit(header - h264::NALUnitWalk::kLengthSize, length + h264::NALUnitWalk::kLengthSize);
   return true;
 }
 

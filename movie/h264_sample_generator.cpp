@@ -3,9 +3,9 @@
 #include <utility>
 
 #include <vesk/four_char_code.h>
-#include <vesk/h264_bitstream.h>
 #include "movie/copy_bytes.h"
-#include "movie/nal_unit_walk.h"
+#include "platform/h264/decoder_configuration.h"
+#include "platform/h264/nal_unit.h"
 
 namespace vesk {
 namespace {
@@ -19,15 +19,15 @@ struct Slices {
 /// Stops at a length that runs past the end. `block` is as long as the access unit.
 Slices copySlices(std::span<const uint8_t> accessUnit, uint8_t* block) {
   Slices slices;
-  NALUnitWalk walk(accessUnit);
+  h264::NALUnitWalk walk(accessUnit);
   while (const auto unit = walk.next()) {
     if (unit->empty()) continue;
-    const uint8_t type = nalUnitType(unit->front());
-    if (type > kNALUnitTypeIDRSlice) continue;
-    const size_t size = NALUnitWalk::kLengthSize + unit->size();
-    copyBytes(block + slices.size, {unit->data() - NALUnitWalk::kLengthSize, size});
+    const uint8_t type = h264::unitType(unit->front());
+    if (type > h264::kIDRSlice) continue;
+    const size_t size = h264::NALUnitWalk::kLengthSize + unit->size();
+    copyBytes(block + slices.size, {unit->data() - h264::NALUnitWalk::kLengthSize, size});
     slices.size += size;
-    slices.hasIDR |= type == kNALUnitTypeIDRSlice;
+    slices.hasIDR |= type == h264::kIDRSlice;
   }
   return slices;
 }
@@ -59,11 +59,10 @@ CMSampleBufferRef H264SampleGenerator::CreateVideoSampleBuffer(const unsigned ch
 }
 
 CMVideoFormatDescriptionRef H264SampleGenerator::CreateVideoFormat() const {
-  constexpr uint32_t kLengthSize = NALUnitWalk::kLengthSize;
-  const CNALUnit& sps = mHeaderInfo.mSPS;
-  const CNALUnit& pps = mHeaderInfo.mPPS;
-  auto record = CreateH264ExtensionData(sps.mData + kLengthSize, sps.mSize - kLengthSize, pps.mData + kLengthSize,
-                                        pps.mSize - kLengthSize);
+  const auto set = [](const CNALUnit& unit) {
+    return std::span(unit.mData, unit.mSize).subspan(h264::NALUnitWalk::kLengthSize);
+  };
+  auto record = h264::makeDecoderConfiguration(set(mHeaderInfo.mSPS), set(mHeaderInfo.mPPS));
   if (record.empty()) return nullptr;
   VideoFormatExtensions extensions;
   extensions.sampleDescriptionExtensionAtoms.emplace("avcC", std::move(record));

@@ -11,14 +11,13 @@
 
 #include <vesk/aac_audio_sample_generator.h>
 #include <vesk/four_char_code.h>
-#include <vesk/h264_bitstream.h>
 #include <vesk/h264_sample_generator.h>
 #include <vesk/log.h>
 #include <vesk/pcm_audio_sample_generator.h>
 #include <vesk/uncompressed_sample_generator.h>
-#include "movie/nal_unit_walk.h"
-#include "platform/foundation/byte_reader.h"
-#include "platform/writing/h264_picture_geometry.h"
+#include "platform/h264/nal_unit.h"
+#include "platform/h264/picture_geometry.h"
+#include "platform/h264/stream_conversion.h"
 
 namespace vesk {
 namespace {
@@ -143,7 +142,7 @@ int32_t VeskMovieAssetCreator::addSample(uint8_t* buffer, unsigned long length, 
 
 int32_t VeskMovieAssetCreator::addVideo(uint8_t* buffer, uint32_t length, uint64_t time) {
   if (mVideoDescription.codec != kCMVideoCodecType_H264) return addPicture({buffer, length}, time);
-  EnsureH264BoxFormat(buffer, length);
+  h264::ensureLengths({buffer, length});
   return addH264({buffer, length}, time);
 }
 
@@ -180,7 +179,7 @@ int32_t VeskMovieAssetCreator::addH264(std::span<const uint8_t> unit, uint64_t t
   // The generator keeps the first sets that it is shown, which need not be those in use.
   mVideoGenerator = makeVideoGenerator(mVideoDescription, timingOf(&mVideoDescription));
   if (const auto held = mSets.held()) {
-    const auto geometry = readH264PictureGeometry(mSets.sets().sequenceSet(held->sequence));
+    const auto geometry = h264::readPictureGeometry(mSets.sets().sequenceSet(held->sequence));
     if (geometry) noteSize(static_cast<int32_t>(geometry->width), static_cast<int32_t>(geometry->height));
   }
   return addPicture(withSets(unit), time);
@@ -193,7 +192,7 @@ void VeskMovieAssetCreator::noteSize(int32_t width, int32_t height) {
 
 bool VeskMovieAssetCreator::look(std::span<const uint8_t> unit) {
   bool fits = true;
-  NALUnitWalk walk(unit);
+  h264::NALUnitWalk walk(unit);
   while (const auto nal = walk.next()) fits &= mSets.look(*nal);
   return fits;
 }
@@ -203,12 +202,12 @@ bool VeskMovieAssetCreator::look(std::span<const uint8_t> unit) {
 int32_t VeskMovieAssetCreator::addChanged(std::span<const uint8_t> unit, bool fits, uint64_t time) {
   bool isKey = false;
   bool hasSlices = false;
-  NALUnitWalk walk(unit);
+  h264::NALUnitWalk walk(unit);
   while (const auto nal = walk.next()) {
     if (nal->empty()) continue;
-    const uint8_t type = nalUnitType(nal->front());
-    hasSlices |= type <= kNALUnitTypeIDRSlice;
-    isKey |= type == kNALUnitTypeIDRSlice;
+    const uint8_t type = h264::unitType(nal->front());
+    hasSlices |= type <= h264::kIDRSlice;
+    isKey |= type == h264::kIDRSlice;
   }
   if (!fits) mHasOtherSets = true;
   if (fits && isKey && !mContinues) mHasOtherSets = false;
@@ -218,22 +217,16 @@ int32_t VeskMovieAssetCreator::addChanged(std::span<const uint8_t> unit, bool fi
 
 /// The access unit after the two parameter sets that its first slice uses, wherever those came from.
 std::vector<uint8_t> VeskMovieAssetCreator::withSets(std::span<const uint8_t> unit) const {
-  std::optional<ParameterSets::InUse> inUse;
-  NALUnitWalk walk(unit);
+  std::optional<h264::ParameterSets::InUse> inUse;
+  h264::NALUnitWalk walk(unit);
   while (const auto nal = walk.next()) {
-    if (!nal->empty() && nalUnitType(nal->front()) <= kNALUnitTypeIDRSlice) inUse = mSets.sets().usedBy(*nal);
+    if (!nal->empty() && h264::unitType(nal->front()) <= h264::kIDRSlice) inUse = mSets.sets().usedBy(*nal);
     if (inUse) break;
   }
   std::vector<uint8_t> result;
-  const auto append = [&result](std::span<const uint8_t> set) {
-    const size_t at = result.size();
-    result.resize(at + NALUnitWalk::kLengthSize);
-    writeBigEndian32(result.data() + at, static_cast<uint32_t>(set.size()));
-    result.insert(result.end(), set.begin(), set.end());
-  };
   if (inUse) {
-    append(mSets.sets().sequenceSet(inUse->sequence));
-    append(mSets.sets().pictureSet(inUse->picture));
+    h264::appendUnit(result, mSets.sets().sequenceSet(inUse->sequence));
+    h264::appendUnit(result, mSets.sets().pictureSet(inUse->picture));
   }
   result.insert(result.end(), unit.begin(), unit.end());
   return result;

@@ -68,7 +68,7 @@ FrameHandle H264Encoder::makePicture() const {
   return av_frame_get_buffer(picture.get(), 0) == 0 ? std::move(picture) : nullptr;
 }
 
-std::optional<AccessUnitWriter::AccessUnit> H264Encoder::encode(AVFrame& picture, bool mustBeKey) {
+std::optional<h264::AccessUnitWriter::AccessUnit> H264Encoder::encode(AVFrame& picture, bool mustBeKey) {
   picture.pts = mCount++;
   picture.pict_type = mustBeKey ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
   av_packet_unref(mPacket.get());

@@ -4,8 +4,8 @@
 #include <memory>
 #include <optional>
 
-#include "capture/encoding/access_unit_writer.h"
 #include "capture/encoding/av_handles.h"
+#include "platform/h264/access_unit_writer.h"
 
 namespace vesk::capture {
 
@@ -39,14 +39,14 @@ class H264Encoder {
 
   /// Encodes a picture that makePicture made, as a key picture at least every two seconds of even
   /// intervals, and where it must be one. @return none when the encoder fails
-  std::optional<AccessUnitWriter::AccessUnit> encode(AVFrame& picture, bool mustBeKey = false);
+  std::optional<h264::AccessUnitWriter::AccessUnit> encode(AVFrame& picture, bool mustBeKey = false);
 
  private:
   explicit H264Encoder(CodecHandle encoder) : mEncoder(std::move(encoder)) {}
 
   const CodecHandle mEncoder;
   const PacketHandle mPacket{av_packet_alloc()};
-  AccessUnitWriter mWriter{{}};
+  h264::AccessUnitWriter mWriter{{}};
   int64_t mCount = 0;
 };
 

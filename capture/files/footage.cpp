@@ -8,13 +8,13 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/log.h>
-#include "capture/encoding/access_unit_writer.h"
 #include "capture/encoding/picture_converter.h"
 #include "capture/files/decoded_pictures.h"
 #include "capture/files/jpeg_size.h"
 #include "capture/files/picture_units.h"
 #include "capture/files/sound_units.h"
 #include "capture/files/track_decoder.h"
+#include "platform/h264/access_unit_writer.h"
 
 namespace vesk::capture {
 
@@ -129,7 +129,7 @@ bool lookAtH264(TrackReader& reader, PictureTrack& track, int64_t& start, AVRati
   const AVCodecParameters& parameters = *reader.stream().codecpar;
   OrderCheck order(parameters);
   if (!order.isUsable()) return false;
-  AccessUnitWriter units(reader.header());
+  h264::AccessUnitWriter units(reader.header());
   bool isAsFromCamera = true;
   size_t bytes = 0;
   const auto isDone = [&] { return !isAsFromCamera || (order.isDone() && bytes >= kBytesToCheck); };

@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "capture/encoding/access_unit_writer.h"
 #include "capture/files/track_reader.h"
 #include "capture/files/unit_reader.h"
+#include "platform/h264/access_unit_writer.h"
 
 namespace vesk::capture {
 
@@ -41,7 +41,7 @@ class H264Units : public PictureUnits {
   std::optional<Picture> picture(TrackReader& reader) override;
 
  private:
-  AccessUnitWriter mWriter;
+  h264::AccessUnitWriter mWriter;
 };
 
 /// Motion JPEG: every packet a picture of its own.

@@ -13,7 +13,7 @@
 #include "movie/recording_counters.h"
 #include "movie/waiting_samples.h"
 #include "platform/foundation/mutex.h"
-#include "platform/media/h264_parameter_sets.h"
+#include "platform/h264/parameter_sets.h"
 
 namespace vesk {
 
@@ -72,7 +72,7 @@ class VESK_EXPORT VeskMovieAssetCreator final : public VeskMovieCreator {
   bool mWasOpened VESK_GUARDED_BY(mMutex) = false;
   bool mIsLateTold VESK_GUARDED_BY(mMutex) = false;
 
-  ParameterSetWatch mSets VESK_GUARDED_BY(mMutex);
+  h264::ParameterSetWatch mSets VESK_GUARDED_BY(mMutex);
   bool mHasOtherSets VESK_GUARDED_BY(mMutex) = false;  ///< the camera has, until a key picture fits again
   bool mContinues VESK_GUARDED_BY(mMutex) = false;
   WaitingSamples mForNext VESK_GUARDED_BY(mMutex);

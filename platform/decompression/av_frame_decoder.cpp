@@ -12,7 +12,7 @@
 #include "platform/decompression/av_codec_lookup.h"
 #include "platform/decompression/described_colour.h"
 #include "platform/decompression/picture_limits.h"
-#include "platform/foundation/byte_reader.h"
+#include "platform/h264/nal_unit.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -53,15 +53,12 @@ struct Units {
 };
 
 Units unitsOf(std::span<const uint8_t> data) {
-  constexpr unsigned kLastSliceType = 5;
   Units units;
-  ByteReader reader(data);
-  while (const auto length = reader.u32()) {
-    const auto unit = reader.take(*length);
-    if (!unit) break;
-    units.whole = data.first(data.size() - reader.remaining());
-    const unsigned type = unit->empty() ? 0 : unit->front() & 0x1FU;
-    units.hasSlice |= type >= 1 && type <= kLastSliceType;
+  h264::NALUnitWalk walk(data);
+  while (const auto unit = walk.next()) {
+    units.whole = data.first(static_cast<size_t>(unit->data() - data.data()) + unit->size());
+    const uint8_t type = unit->empty() ? 0 : h264::unitType(unit->front());
+    units.hasSlice |= type >= h264::kSlice && type <= h264::kIDRSlice;
   }
   return units;
 }

@@ -9,10 +9,11 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/log.h>
+#include "platform/h264/decoder_configuration.h"
+#include "platform/h264/picture_geometry.h"
 #include "platform/media/aac_silence.h"
 #include "platform/writing/atom_reader.h"
 #include "platform/writing/atom_writer.h"
-#include "platform/writing/h264_picture_geometry.h"
 
 namespace vesk {
 namespace {
@@ -24,7 +25,7 @@ constexpr uint32_t kHighestRateOf16Bits = 65535;
 constexpr size_t kLargestExtension = 4096;  // a decoder configuration takes some 50 bytes
 constexpr int32_t kLargestSide = 32767;
 
-using Colour = H264PictureGeometry::Colour;
+using Colour = h264::PictureGeometry::Colour;
 
 struct PictureLooks {
   uint32_t width = 0;
@@ -111,8 +112,8 @@ std::optional<TrackDescription> describeH264(const CMVideoFormatDescription& for
   PictureLooks looks{.width = static_cast<uint32_t>(given.width),
                      .height = static_cast<uint32_t>(given.height),
                      .compressor = "H.264"};
-  if (const auto parameterSet = firstH264SequenceParameterSet(configuration->second)) {
-    if (const auto geometry = readH264PictureGeometry(*parameterSet)) {
+  if (const auto parameterSet = h264::firstSequenceParameterSet(configuration->second)) {
+    if (const auto geometry = h264::readPictureGeometry(*parameterSet)) {
       if (geometry->width != looks.width || geometry->height != looks.height) {
         NSLog("The camera's pictures are " + std::to_string(geometry->width) + " by " +
               std::to_string(geometry->height) + " pixels, not " + std::to_string(looks.width) + " by " +

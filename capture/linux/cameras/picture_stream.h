@@ -13,12 +13,12 @@
 #include <vector>
 
 #include <vesk/capture_source.h>
-#include "capture/encoding/access_unit_writer.h"
 #include "capture/linux/cameras/camera_modes.h"
 #include "capture/linux/cameras/frame_clock.h"
 #include "capture/linux/cameras/pixel_formats.h"
 #include "capture/linux/nodes/open_node.h"
 #include "platform/foundation/mutex.h"
+#include "platform/h264/access_unit_writer.h"
 
 namespace vesk::capture {
 
@@ -108,7 +108,7 @@ class PictureStream {
   std::vector<Buffer> mBuffers;
   std::optional<FrameClock> mClock;
   std::optional<PixelConverter> mConverter;
-  std::optional<AccessUnitWriter> mUnits;
+  std::optional<h264::AccessUnitWriter> mUnits;
   std::thread mThread;
   Mutex mJoinMutex;  // two may wait at once
   std::atomic<bool> mIsStopping = false;

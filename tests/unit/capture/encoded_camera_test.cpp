@@ -9,6 +9,7 @@
 #include <vesk/four_char_code.h>
 #include <vesk/log.h>
 #include <vesk/vci.h>
+#include "platform/h264/nal_unit.h"
 #include "tests/support/fake_capture_source.h"
 #include "tests/unit/capture/recorder.h"
 #include "tests/unit/decompression/jpeg_builder.h"
@@ -107,13 +108,13 @@ struct Frame {
     std::vector<int> types;
     for (size_t at = 0; at + 4 < bytes.size(); ++at) {
       if (bytes[at] == 0 && bytes[at + 1] == 0 && bytes[at + 2] == 0 && bytes[at + 3] == 1)
-        types.push_back(nalType(bytes[at + 4]));
+        types.push_back(h264::unitType(bytes[at + 4]));
     }
     return types;
   }
   bool isKey() const {
     const auto types = units();
-    return std::find(types.begin(), types.end(), kNalIDRSlice) != types.end();
+    return std::find(types.begin(), types.end(), h264::kIDRSlice) != types.end();
   }
 };
 
@@ -250,8 +251,8 @@ TEST_F(EncodedCameraTest, EncodesRawPicturesAsTheyLook) {
     expectLikeness(decoder.decode(frame), raw.planes, 60);
   }
   const auto units = mFrames.items()[0].units();
-  EXPECT_EQ(units[0], kNalSequenceParameterSet);
-  EXPECT_EQ(units[1], kNalPictureParameterSet);
+  EXPECT_EQ(units[0], h264::kSequenceParameterSet);
+  EXPECT_EQ(units[1], h264::kPictureParameterSet);
   Bytes cut(size_t{kWidth} * kHeight * 2 - 1);
   mFake->deliver(cut, 5'000'000);
   EXPECT_EQ(mCamera->stop(1), kVCISuccess);

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <fstream>
 
-#include "capture/encoding/access_unit_writer.h"
 #include "capture/files/jpeg_size.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/capture/file_source_support.h"
@@ -70,23 +69,6 @@ TEST(FootageChanges, PicturesOfAnotherSizeAreScaledToFit) {
   // What fills the width reaches both edges.
   EXPECT_NE(row(72)[1], 0x10);
   EXPECT_NE(row(72)[351], 0x10);
-}
-
-TEST(FootageChanges, AMoviesNextSampleDescriptionIsTakenUp) {
-  AccessUnitWriter writer(bytes("01 42 00 1E FF E1 00 06 67 42 00 1E 80 11 01 00 03 68 C0 22"));
-  Bytes picture = bytes("00 00 00 03 65 B8 44");
-  ASSERT_TRUE(writer.write(picture));
-  picture = bytes("00 00 00 03 65 B8 44");
-  writer.learn(bytes("01 42 00 1E FF E1 00 06 67 42 00 1E 80 11 01 00 03 68 C0 22"));
-  ASSERT_TRUE(writer.write(picture));
-  EXPECT_TRUE(writer.keepsToItsSets()) << "the same once more";
-  writer.learn(bytes("01 42 00 1E FF E1 00 06 67 42 00 1F 80 11 01 00 03 68 C0 22"));
-  picture = bytes("00 00 00 03 65 B8 44");
-  const auto unit = writer.write(picture);
-  ASSERT_TRUE(unit);
-  EXPECT_EQ(Bytes(unit->bytes.begin(), unit->bytes.end()),
-            bytes("00 00 00 01 67 42 00 1F 80 11 00 00 00 01 68 C0 22 00 00 00 01 65 B8 44"));
-  EXPECT_FALSE(writer.keepsToItsSets());
 }
 
 TEST(FootageChanges, MotionJPEGOfTwoSizesIsOfferedDecoded) {

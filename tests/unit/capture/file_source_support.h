@@ -18,22 +18,15 @@ extern "C" {
 
 #include <vesk/four_char_code.h>
 #include "capture/files/footage.h"
+#include "tests/support/bytes.h"
 
 namespace vesk::capture::test {
 
-using Bytes = std::vector<uint8_t>;
+using vesk::test::Bytes;
+using vesk::test::bytes;
 
 inline std::string dataPath(const std::string& name) {
   return std::string(VESK_TEST_DATA) + "/" + name;
-}
-
-/// Bytes written as hexadecimal text: bytes("00 00 01").
-inline Bytes bytes(const std::string& text) {
-  Bytes out;
-  for (size_t at = 0; at < text.size(); at += 3) {
-    out.push_back(static_cast<uint8_t>(std::stoul(text.substr(at, 2), nullptr, 16)));
-  }
-  return out;
 }
 
 struct Unit {

@@ -6,10 +6,10 @@
 #include <limits>
 #include <random>
 
-#include <vesk/h264_bitstream.h>
 #include "decoding/jpeg_huffman_table.h"
 #include "platform/decompression/codec_info.h"
 #include "platform/foundation/byte_reader.h"
+#include "platform/h264/stream_conversion.h"
 #include "tests/unit/decoding/footage_frames.h"
 #include "tests/unit/decompression/jpeg_builder.h"
 #include "tests/unit/movie/movie_test_support.h"
@@ -176,7 +176,7 @@ TEST(ICMDecoderH264, TakesFramesThatWereRewrittenBefore) {
   CapturedLines lines;
   for (size_t i = 0; i < 5; ++i) {
     Bytes frame = footage.frames[i];
-    if (i % 2 == 0) ConvertStreamToBoxFormat(frame.data(), static_cast<uint32_t>(frame.size()));
+    if (i % 2 == 0) h264::convertToLengths(frame);
     const Bytes before = frame;
     EXPECT_EQ(preview.decode(frame), 0);
     EXPECT_EQ(frame, before) << "the capture buffer is left as it is";

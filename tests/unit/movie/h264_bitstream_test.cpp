@@ -6,7 +6,6 @@
 
 #include "movie/h264_header_info.h"
 #include "movie/h264_parser.h"
-#include "movie/start_code_scan.h"
 #include "tests/unit/movie/movie_test_support.h"
 
 namespace vesk {
@@ -67,55 +66,6 @@ TEST(ConvertStream, SaysSoExactlyWhenTheLengthsDoNotAddUp) {
     CapturedLines lines;
     ConvertStreamToBoxFormat(data.data(), sizeOf(data));
     ASSERT_EQ(lines.text().empty(), IsH264BoxFormat(data.data(), sizeOf(data))) << testing::PrintToString(before);
-  }
-}
-
-/// Where start codes are, one byte at a time.
-std::vector<ptrdiff_t> startCodesByteByByte(const Bytes& data, size_t from) {
-  std::vector<ptrdiff_t> found;
-  for (size_t at = from; at + 4 <= data.size(); ++at)
-    if (data[at] == 0 && data[at + 1] == 0 && data[at + 2] == 0 && data[at + 3] == 1)
-      found.push_back(static_cast<ptrdiff_t>(at));
-  return found;
-}
-
-template <class Block>
-std::vector<ptrdiff_t> startCodes(const Bytes& data, size_t from) {
-  std::vector<ptrdiff_t> found;
-  start_codes::forEachStartCode<Block>(data.data() + from, data.data() + data.size(),
-                                       [&](const uint8_t* at) { found.push_back(at - data.data()); });
-  return found;
-}
-
-TEST(StartCodeScan, FindsWhatAByteByByteSearchFinds) {
-  std::mt19937 random(7);
-  for (const auto& alphabet :
-       {bytes("00"), bytes("0001"), bytes("00000001"), bytes("00000000000103FF"), bytes("FF0100")}) {
-    for (int round = 0; round < 400; ++round) {
-      Bytes data(random() % 700);
-      for (uint8_t& byte : data) byte = alphabet[random() % alphabet.size()];
-      data.shrink_to_fit();
-      const size_t from = random() % 40;
-      if (from > data.size()) continue;
-      const auto expected = startCodesByteByByte(data, from);
-      ASSERT_EQ(startCodes<start_codes::FastestBlock>(data, from), expected);
-      ASSERT_EQ(startCodes<start_codes::PortableBlock>(data, from), expected);
-    }
-  }
-}
-
-TEST(StartCodeScan, FindsASingleCodeAtEveryPlaceAndAlignment) {
-  for (size_t size : {4U, 21U, 150U, 300U}) {
-    for (size_t from = 0; from < 17; ++from) {
-      for (size_t at = from; at + 4 <= size; ++at) {
-        Bytes data(size, 0xFF);
-        data[at] = data[at + 1] = data[at + 2] = 0;
-        data[at + 3] = 1;
-        const std::vector<ptrdiff_t> expected{static_cast<ptrdiff_t>(at)};
-        ASSERT_EQ(startCodes<start_codes::FastestBlock>(data, from), expected) << size << " " << from;
-        ASSERT_EQ(startCodes<start_codes::PortableBlock>(data, from), expected) << size << " " << from;
-      }
-    }
   }
 }
 

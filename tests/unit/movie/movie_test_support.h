@@ -8,19 +8,9 @@
 #include <vector>
 
 #include <vesk/log.h>
+#include "tests/support/bytes.h"
 
 namespace vesk::test {
-
-/// The bytes written as hex digits, spaces ignored: bytes("00 00 00 01 65").
-inline std::vector<uint8_t> bytes(std::string_view hex) {
-  std::vector<uint8_t> result;
-  std::string digits;
-  for (const char character : hex)
-    if (character != ' ') digits += character;
-  for (size_t index = 0; index + 1 < digits.size(); index += 2)
-    result.push_back(static_cast<uint8_t>(std::stoul(digits.substr(index, 2), nullptr, 16)));
-  return result;
-}
 
 /// Holds what the library prints, on one of its two streams, for as long as it lives.
 class CapturedLines {

@@ -1,11 +1,16 @@
+#include "platform/h264/access_unit_writer.h"
+
 #include <gtest/gtest.h>
 
-#include "capture/encoding/access_unit_writer.h"
-#include "capture/files/pcm_chunker.h"
-#include "tests/unit/capture/file_source_support.h"
+#include <string>
 
-namespace vesk::capture::test {
+#include "tests/support/bytes.h"
+
+namespace vesk::h264 {
 namespace {
+
+using test::Bytes;
+using test::bytes;
 
 // A sequence parameter set numbered 0; picture parameter sets 0 and 1 that use it; IDR slices that
 // use each of them (first macroblock 0, slice type 2, then the set's number).
@@ -120,74 +125,22 @@ TEST(AccessUnitWriter, RefusesBrokenUnits) {
   }
 }
 
-TEST(ParameterSets, ReadARecordOnlyAsFarAsItIsWhole) {
-  for (size_t length = 0; length < record(4).size(); ++length) {
-    Bytes cut = record(4);
-    cut.resize(length);
-    ParameterSets sets;
-    EXPECT_FALSE(sets.learnRecord(cut)) << length;
-  }
-  ParameterSets sets;
-  EXPECT_EQ(sets.learnRecord(record(2)), 2);
-  EXPECT_FALSE(sets.learnRecord(record(3)));
-}
-
-// --- PCM ---
-
-struct Chunk {
-  size_t bytes;
-  int64_t time;
-  bool operator==(const Chunk&) const = default;
-};
-std::ostream& operator<<(std::ostream& out, const Chunk& chunk) {
-  return out << chunk.bytes << "@" << chunk.time;
-}
-
-struct Portion {
-  size_t bytes;
-  std::optional<int64_t> time;
-};
-
-/// Mono at 1024000 Hz: a packet of 1024 frames, 2048 bytes, lasts a millisecond.
-std::vector<Chunk> chunked(std::initializer_list<Portion> portions, int64_t from, Bytes* content = nullptr) {
-  PcmChunker chunker(1024000, 1);
-  chunker.restart(from);
-  std::vector<Chunk> chunks;
-  const auto drain = [&](bool end) {
-    while (const auto unit = chunker.take(end)) {
-      chunks.push_back({unit->bytes.size(), unit->time});
-      if (content) content->insert(content->end(), unit->bytes.begin(), unit->bytes.end());
-    }
-  };
-  uint8_t next = 0;
-  for (const Portion& portion : portions) {
-    Bytes sound(portion.bytes);
-    for (uint8_t& byte : sound) byte = next++;
-    chunker.give(sound, portion.time);
-    drain(false);
-  }
-  drain(true);
-  return chunks;
-}
-
-TEST(PcmChunker, MakesPacketsOf1024FramesOfAnyPortions) {
-  const std::vector<Chunk> whole = {{2048, 0}, {2048, 1000}, {2048, 2000}, {1024, 3000}};
-  EXPECT_EQ(chunked({{7168, 0}}, 0), whole);
-  EXPECT_EQ(chunked({{1000, 0}, {5144, 488}, {1024, 3000}}, 0), whole);
-  Bytes content;
-  EXPECT_EQ(chunked({{3001, 0}, {1, std::nullopt}, {4166, std::nullopt}}, 0, &content), whole) << "odd bytes";
-  for (size_t at = 0; at < content.size(); ++at) ASSERT_EQ(content[at], static_cast<uint8_t>(at));
-}
-
-TEST(PcmChunker, FollowsJumpsAndIgnoresRounding) {
-  EXPECT_EQ(chunked({{3072, 5000}, {2048, 6507}}, 0), (std::vector<Chunk>{{2048, 5000}, {2048, 6000}, {1024, 7000}}));
-  EXPECT_EQ(chunked({{3072, 0}, {2048, 50000}}, 0), (std::vector<Chunk>{{2048, 0}, {1024, 1000}, {2048, 50000}}));
-}
-
-TEST(PcmChunker, BeginsAtTheFrameAskedFor) {
-  EXPECT_EQ(chunked({{2048, 0}, {4096, 1000}}, 1500), (std::vector<Chunk>{{2048, 1500}, {1024, 2500}}));
-  EXPECT_EQ(chunked({{4096, -1000}}, 0), (std::vector<Chunk>{{2048, 0}}));
+TEST(AccessUnitWriter, TakesUpTheNextHeaderOfAMovie) {
+  AccessUnitWriter writer(bytes("01 42 00 1E FF E1 00 06 67 42 00 1E 80 11 01 00 03 68 C0 22"));
+  Bytes picture = bytes("00 00 00 03 65 B8 44");
+  ASSERT_TRUE(writer.write(picture));
+  picture = bytes("00 00 00 03 65 B8 44");
+  writer.learn(bytes("01 42 00 1E FF E1 00 06 67 42 00 1E 80 11 01 00 03 68 C0 22"));
+  ASSERT_TRUE(writer.write(picture));
+  EXPECT_TRUE(writer.keepsToItsSets()) << "the same once more";
+  writer.learn(bytes("01 42 00 1E FF E1 00 06 67 42 00 1F 80 11 01 00 03 68 C0 22"));
+  picture = bytes("00 00 00 03 65 B8 44");
+  const auto unit = writer.write(picture);
+  ASSERT_TRUE(unit);
+  EXPECT_EQ(Bytes(unit->bytes.begin(), unit->bytes.end()),
+            bytes("00 00 00 01 67 42 00 1F 80 11 00 00 00 01 68 C0 22 00 00 00 01 65 B8 44"));
+  EXPECT_FALSE(writer.keepsToItsSets());
 }
 
 }  // namespace
-}  // namespace vesk::capture::test
+}  // namespace vesk::h264

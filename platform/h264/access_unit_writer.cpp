@@ -1,43 +1,21 @@
-#include "capture/encoding/access_unit_writer.h"
+#include "platform/h264/access_unit_writer.h"
 
 #include <algorithm>
 #include <cstring>
 
 #include "platform/foundation/byte_reader.h"
+#include "platform/h264/byte_stream.h"
+#include "platform/h264/nal_unit.h"
 
-namespace vesk::capture {
+namespace vesk::h264 {
 
 namespace {
 
 constexpr size_t kStartCodeBytes = 4;
 
-/// The position of the next 00 00 01 at or after `from`, or the size.
-size_t findStartCode(std::span<const uint8_t> bytes, size_t from) {
-  const uint8_t* data = bytes.data();
-  const size_t size = bytes.size();
-  // Looks at the third byte of the three first: above 1 it rules out three positions at once.
-  for (size_t at = from; at + 3 <= size;) {
-    if (data[at + 2] > 1) {
-      at += 3;
-    } else if (data[at + 2] == 1) {
-      if (data[at] == 0 && data[at + 1] == 0) return at;
-      at += 3;
-    } else {
-      ++at;
-    }
-  }
-  return size;
-}
-
-size_t withoutTrailingZeros(const uint8_t* bytes, size_t size) {
-  while (size > 0 && bytes[size - 1] == 0) --size;
-  return size;
-}
-
-uint32_t readLength(const uint8_t* bytes, size_t width) {
-  uint32_t length = 0;
-  for (size_t at = 0; at < width; ++at) length = length << 8 | bytes[at];
-  return length;
+std::span<const uint8_t> withoutTrailingZeros(std::span<const uint8_t> unit) {
+  while (!unit.empty() && unit.back() == 0) unit = unit.first(unit.size() - 1);
+  return unit;
 }
 
 }  // namespace
@@ -48,14 +26,11 @@ AccessUnitWriter::AccessUnitWriter(std::span<const uint8_t> header) {
 
 void AccessUnitWriter::learn(std::span<const uint8_t> header) {
   if (header.size() >= 7 && header[0] == 1) {
-    mForm = static_cast<NalForm>(mWatch.learnRecord(header).value_or(4));
+    mForm = static_cast<NALForm>(mWatch.learnRecord(header).value_or(4));
     return;
   }
-  std::vector<uint8_t> copy(header.begin(), header.end());
-  mNals.clear();
-  splitStartCodes(copy);
-  for (const auto nal : mNals) mWatch.look(nal);
-  mNals.clear();
+  ByteStreamWalk walk(header);
+  while (const auto nal = walk.next()) mWatch.look(*nal);
 }
 
 std::optional<AccessUnitWriter::AccessUnit> AccessUnitWriter::write(std::span<uint8_t> packet) {
@@ -66,44 +41,31 @@ std::optional<AccessUnitWriter::AccessUnit> AccessUnitWriter::write(std::span<ui
   for (const auto nal : mNals) look(nal);
   const bool withParameterSets = mIsIDR && needsParameterSets();
   if (withParameterSets || !keepsPlaces(packet)) return AccessUnit{assemble(withParameterSets), mIsIDR};
-  for (const auto nal : mNals) writeBigEndian32(nal.data() - kStartCodeBytes, 1);
+  for (const auto nal : mNals) writeBigEndian32(packet.data() + (nal.data() - packet.data()) - kStartCodeBytes, 1);
   return AccessUnit{packet, mIsIDR};
 }
 
-bool AccessUnitWriter::split(std::span<uint8_t> packet) {
-  if (mForm != NalForm::kStartCodes) return splitLengths(packet);
+bool AccessUnitWriter::split(std::span<const uint8_t> packet) {
+  if (mForm != NALForm::kStartCodes) return splitLengths(packet);
   splitStartCodes(packet);
   return true;
 }
 
-bool AccessUnitWriter::splitLengths(std::span<uint8_t> packet) {
-  const size_t width = static_cast<size_t>(mForm);
-  while (!packet.empty()) {
-    if (packet.size() < width) return false;
-    const size_t length = readLength(packet.data(), width);
-    packet = packet.subspan(width);
-    if (length > packet.size()) return false;
-    if (const size_t kept = withoutTrailingZeros(packet.data(), length); kept > 0) {
-      mNals.push_back(packet.first(kept));
-    }
-    packet = packet.subspan(length);
-  }
-  return true;
+bool AccessUnitWriter::splitLengths(std::span<const uint8_t> packet) {
+  NALUnitWalk walk(packet, static_cast<size_t>(mForm));
+  while (const auto nal = walk.next())
+    if (const auto kept = withoutTrailingZeros(*nal); !kept.empty()) mNals.push_back(kept);
+  return walk.atEnd();
 }
 
-void AccessUnitWriter::splitStartCodes(std::span<uint8_t> packet) {
-  size_t code = findStartCode(packet, 0);
-  while (code < packet.size()) {
-    const size_t begin = code + 3;
-    code = findStartCode(packet, begin);
-    const size_t kept = withoutTrailingZeros(packet.data() + begin, code - begin);
-    if (kept > 0) mNals.push_back(packet.subspan(begin, kept));
-  }
+void AccessUnitWriter::splitStartCodes(std::span<const uint8_t> packet) {
+  ByteStreamWalk walk(packet);
+  while (const auto nal = walk.next()) mNals.push_back(*nal);
 }
 
 void AccessUnitWriter::look(std::span<const uint8_t> nal) {
   mKeepsToItsSets = mWatch.look(nal) && mKeepsToItsSets;
-  if (nalType(nal[0]) == kNalIDRSlice && !mIsIDR) {
+  if (unitType(nal[0]) == kIDRSlice && !mIsIDR) {
     mIsIDR = true;
     mInUse = mWatch.sets().usedBy(nal);
   }
@@ -115,9 +77,9 @@ bool AccessUnitWriter::needsParameterSets() {
   bool hasSequence = false;
   bool hasPicture = false;
   for (const auto nal : mNals) {
-    const uint8_t type = nalType(nal[0]);
-    hasSequence |= type == kNalSequenceParameterSet && ParameterSets::sequenceNumber(nal) == mInUse->sequence;
-    hasPicture |= type == kNalPictureParameterSet && ParameterSets::pictureNumber(nal) == mInUse->picture;
+    const uint8_t type = unitType(nal[0]);
+    hasSequence |= type == kSequenceParameterSet && ParameterSets::sequenceNumber(nal) == mInUse->sequence;
+    hasPicture |= type == kPictureParameterSet && ParameterSets::pictureNumber(nal) == mInUse->picture;
   }
   if (hasSequence && hasPicture) return false;
   mWatch.sets().list(*mInUse, mMissing);
@@ -154,7 +116,7 @@ std::span<uint8_t> AccessUnitWriter::assemble(bool withParameterSets) {
   };
   // A delimiter opens its access unit, so the parameter sets stand behind it.
   size_t next = 0;
-  while (next < mNals.size() && nalType(mNals[next][0]) == kNalAccessUnitDelimiter) append(mNals[next++]);
+  while (next < mNals.size() && unitType(mNals[next][0]) == kAccessUnitDelimiter) append(mNals[next++]);
   if (withParameterSets) {
     for (const auto set : mMissing) append(set);
   }
@@ -162,4 +124,4 @@ std::span<uint8_t> AccessUnitWriter::assemble(bool withParameterSets) {
   return {mBuffer.data(), total};
 }
 
-}  // namespace vesk::capture
+}  // namespace vesk::h264

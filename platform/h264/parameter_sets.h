@@ -8,27 +8,13 @@
 #include <span>
 #include <vector>
 
-#include <vesk/export.h>
 #include "platform/foundation/byte_reader.h"
+#include "platform/h264/nal_unit.h"
 
-namespace vesk {
-
-/// NAL unit types of ITU-T H.264, table 7-1.
-enum NalType : uint8_t {
-  kNalSlice = 1,
-  kNalSlicePartitionA = 2,
-  kNalIDRSlice = 5,
-  kNalSequenceParameterSet = 7,
-  kNalPictureParameterSet = 8,
-  kNalAccessUnitDelimiter = 9,
-};
-
-constexpr uint8_t nalType(uint8_t header) {
-  return header & 0x1F;
-}
+namespace vesk::h264 {
 
 /// The parameter sets of an H.264 stream that are in force, by their numbers.
-class VESK_EXPORT ParameterSets {
+class ParameterSets {
  public:
   static constexpr unsigned kMaxSequenceSets = 32;
   static constexpr unsigned kMaxPictureSets = 256;
@@ -88,18 +74,18 @@ class VESK_EXPORT ParameterSets {
 
 /// Watches whether all pictures of a stream use one sequence and one picture parameter set, which never
 /// change: those of a camera do as a rule, and a movie's track holds no others.
-class VESK_EXPORT ParameterSetWatch {
+class ParameterSetWatch {
  public:
   /// Looks at the next NAL unit of the stream. The first slice whose sets are known takes hold of them.
   /// @return false for a slice that needs other sets than those held, or the same numbers with other content
   bool look(std::span<const uint8_t> nal) {
     if (nal.empty()) return true;
-    const uint8_t type = nalType(nal[0]);
-    if (type == kNalSequenceParameterSet || type == kNalPictureParameterSet) {
+    const uint8_t type = unitType(nal[0]);
+    if (type == kSequenceParameterSet || type == kPictureParameterSet) {
       if (mSets.learn(nal)) mAreInForce = !mHeld || areInForce();
       return true;
     }
-    const bool isSlice = type == kNalSlice || type == kNalIDRSlice || type == kNalSlicePartitionA;
+    const bool isSlice = type == kSlice || type == kIDRSlice || type == kSlicePartitionA;
     if (!isSlice) return true;
     if (mHeld)
       return mAreInForce && ParameterSets::pictureNumberOfSlice(nal).value_or(mHeld->picture) == mHeld->picture;
@@ -133,4 +119,4 @@ class VESK_EXPORT ParameterSetWatch {
   bool mAreInForce = true;  ///< the stream has not replaced the sets held by others of their numbers
 };
 
-}  // namespace vesk
+}  // namespace vesk::h264

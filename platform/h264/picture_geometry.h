@@ -4,10 +4,10 @@
 #include <optional>
 #include <span>
 
-namespace vesk {
+namespace vesk::h264 {
 
 /// What a sequence parameter set says of the size, shape and colour of its pictures.
-struct H264PictureGeometry {
+struct PictureGeometry {
   uint32_t width = 0;  ///< pixels shown, after cropping
   uint32_t height = 0;
   uint32_t aspectWidth = 1;  ///< shape of a pixel
@@ -23,9 +23,6 @@ struct H264PictureGeometry {
 
 /// Reads a sequence parameter set, its NAL unit header included (ITU-T H.264, 7.3.2.1.1). Nothing
 /// when it is cut short or says what cannot be.
-std::optional<H264PictureGeometry> readH264PictureGeometry(std::span<const uint8_t> parameterSet);
+std::optional<PictureGeometry> readPictureGeometry(std::span<const uint8_t> parameterSet);
 
-/// The first sequence parameter set of a decoder configuration record (ISO/IEC 14496-15, 5.3.3.1).
-std::optional<std::span<const uint8_t>> firstH264SequenceParameterSet(std::span<const uint8_t> configuration);
-
-}  // namespace vesk
+}  // namespace vesk::h264

@@ -9,7 +9,7 @@
 #include <emmintrin.h>
 #endif
 
-namespace vesk {
+namespace vesk::h264 {
 
 /// Finding the four-byte start codes 00 00 00 01 of an H.264 byte stream at the speed of memory.
 ///
@@ -139,4 +139,4 @@ void forEachStartCode(const uint8_t* begin, const uint8_t* end, Found&& found) {
 }
 
 }  // namespace start_codes
-}  // namespace vesk
+}  // namespace vesk::h264

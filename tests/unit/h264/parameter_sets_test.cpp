@@ -1,21 +1,18 @@
-#include "platform/media/h264_parameter_sets.h"
+#include "platform/h264/parameter_sets.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
-namespace vesk {
+#include "platform/h264/decoder_configuration.h"
+#include "tests/support/bytes.h"
+
+namespace vesk::h264 {
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-
-/// Bytes written as hexadecimal text: bytes("00 00 01").
-Bytes bytes(const std::string& text) {
-  Bytes out;
-  for (size_t at = 0; at < text.size(); at += 3)
-    out.push_back(static_cast<uint8_t>(std::stoul(text.substr(at, 2), nullptr, 16)));
-  return out;
-}
+using test::Bytes;
+using test::bytes;
 
 // Sequence sets 0 and 1; picture sets 0 and 1 of sequence set 0, and 2 of sequence set 1; slices of each.
 const char* const kSequence0 = "67 42 00 1E 80 11";
@@ -70,7 +67,8 @@ TEST(ParameterSets, ReadTheHeadOfASliceWhateverStandsInIt) {
   EXPECT_EQ(ParameterSets::pictureNumberOfSlice(bytes("41 9A")), 0U);
   EXPECT_EQ(ParameterSets::pictureNumberOfSlice(bytes("41 9A 00 77 88 99 AA BB CC DD")), 0U);
   EXPECT_EQ(ParameterSets::pictureNumberOfSlice(bytes("41")), std::nullopt);
-  EXPECT_EQ(ParameterSets::pictureNumberOfSlice(bytes("41 00 00 03 00 80 11 80 66 77 88 99")), std::nullopt);
+  EXPECT_EQ(ParameterSets::pictureNumberOfSlice(bytes("41 00 00 03 00 00 03 00 80 11 80 66 77 88 99")), std::nullopt)
+      << "a number of more than 32 bits";
   // First macroblocks of every size, picture sets of every number: against a writer of bits.
   for (const unsigned first : {0U, 1U, 39U, 8159U, 36863U, 139263U}) {
     for (const unsigned set : {0U, 1U, 7U, 128U, 255U, 256U, 5000U}) {
@@ -98,5 +96,23 @@ TEST(ParameterSets, ReadTheHeadOfASliceWhateverStandsInIt) {
   }
 }
 
+TEST(DecoderConfiguration, IsReadOnlyAsFarAsItIsWhole) {
+  Bytes record = bytes("01 42001E FF E1 0006 67 42 00 1E 80 11 02 0003 68 C0 22 0003 68 50 33");
+  const Bytes sequence = bytes(kSequence0);
+  for (size_t length = 0; length <= record.size(); ++length) {
+    ParameterSets sets;
+    const std::span<const uint8_t> cut = std::span(record).first(length);
+    EXPECT_EQ(sets.learnRecord(cut), length == record.size() ? std::optional(4) : std::nullopt) << length;
+    const auto first = firstSequenceParameterSet(cut);
+    ASSERT_EQ(first.has_value(), length >= 14) << length;
+    EXPECT_TRUE(!first || std::ranges::equal(*first, sequence));
+  }
+  for (const auto& [lengthByte, size] : {std::pair{0xFD, 2}, std::pair{0xFC, 1}, std::pair{0xFE, 0}}) {
+    record[4] = static_cast<uint8_t>(lengthByte);
+    EXPECT_EQ(ParameterSets().learnRecord(record).value_or(0), size);
+  }
+  EXPECT_FALSE(firstSequenceParameterSet(bytes("01 42C01E FF E0"))) << "there is none";
+}
+
 }  // namespace
-}  // namespace vesk
+}  // namespace vesk::h264

@@ -1,72 +1,12 @@
-#include "platform/writing/h264_picture_geometry.h"
+#include "platform/h264/picture_geometry.h"
 
 #include <array>
-#include <vector>
 
-#include "platform/foundation/byte_reader.h"
+#include "platform/h264/bit_reader.h"
+#include "platform/h264/nal_unit.h"
 
-namespace vesk {
+namespace vesk::h264 {
 namespace {
-
-/// Reads bit fields and Exp-Golomb numbers (ITU-T H.264, 7.2 and 9.1). After the end everything is 0
-/// and `good` is false.
-class BitReader {
- public:
-  explicit BitReader(std::span<const uint8_t> bytes) : mBytes(bytes) {}
-
-  bool good() const { return mGood; }
-
-  uint32_t bits(uint32_t count) {
-    uint32_t value = 0;
-    for (uint32_t i = 0; i < count; ++i) value = value << 1 | bit();
-    return value;
-  }
-  bool flag() { return bit() != 0; }
-  uint32_t unsignedNumber() {
-    uint32_t zeros = 0;
-    while (mGood && bit() == 0) ++zeros;
-    if (zeros > 31) {
-      mGood = false;
-      return 0;
-    }
-    return (uint32_t{1} << zeros) - 1 + bits(zeros);
-  }
-  int32_t signedNumber() {
-    const uint32_t code = unsignedNumber();
-    return code & 1 ? static_cast<int32_t>(code / 2 + 1) : -static_cast<int32_t>(code / 2);
-  }
-
- private:
-  uint32_t bit() {
-    if (mAt >= mBytes.size() * 8) {
-      mGood = false;
-      return 0;
-    }
-    const uint32_t value = mBytes[mAt / 8] >> (7 - mAt % 8) & 1;
-    ++mAt;
-    return value;
-  }
-
-  std::span<const uint8_t> mBytes;
-  size_t mAt = 0;
-  bool mGood = true;
-};
-
-/// The bytes of a NAL unit without its emulation prevention bytes (7.3.1).
-std::vector<uint8_t> withoutEmulationPrevention(std::span<const uint8_t> unit) {
-  std::vector<uint8_t> bytes;
-  bytes.reserve(unit.size());
-  int zeros = 0;
-  for (const uint8_t byte : unit) {
-    if (zeros >= 2 && byte == 3) {
-      zeros = 0;
-      continue;
-    }
-    zeros = byte == 0 ? zeros + 1 : 0;
-    bytes.push_back(byte);
-  }
-  return bytes;
-}
 
 bool hasChromaFormat(uint32_t profile) {
   for (const uint32_t high : {100, 110, 122, 244, 44, 83, 86, 118, 128, 138, 139, 134, 135}) {
@@ -108,7 +48,7 @@ constexpr std::array<std::array<uint8_t, 2>, 17> kAspects{{{1, 1},
 constexpr uint32_t kExtendedAspect = 255;
 
 /// The start of the usability information (E.1.1), as far as colour.
-void readUsability(BitReader& reader, H264PictureGeometry& geometry) {
+void readUsability(BitReader& reader, PictureGeometry& geometry) {
   if (reader.flag()) {
     const uint32_t code = reader.bits(8);
     if (code == kExtendedAspect) {
@@ -127,7 +67,7 @@ void readUsability(BitReader& reader, H264PictureGeometry& geometry) {
   if (!reader.flag()) return;
   reader.bits(4);  // video format, full range
   if (!reader.flag()) return;
-  H264PictureGeometry::Colour colour{};
+  PictureGeometry::Colour colour{};
   colour.primaries = static_cast<uint8_t>(reader.bits(8));
   colour.transfer = static_cast<uint8_t>(reader.bits(8));
   colour.matrix = static_cast<uint8_t>(reader.bits(8));
@@ -136,11 +76,11 @@ void readUsability(BitReader& reader, H264PictureGeometry& geometry) {
 
 }  // namespace
 
-std::optional<H264PictureGeometry> readH264PictureGeometry(std::span<const uint8_t> parameterSet) {
+std::optional<PictureGeometry> readPictureGeometry(std::span<const uint8_t> parameterSet) {
   constexpr size_t kLongest = 4096;  // far above any real one: bounds the work on a hostile file
-  if (parameterSet.size() < 5 || parameterSet.size() > kLongest || (parameterSet[0] & 0x1F) != 7) return std::nullopt;
-  const auto bytes = withoutEmulationPrevention(parameterSet.subspan(1));
-  BitReader reader(bytes);
+  if (parameterSet.size() < 5 || parameterSet.size() > kLongest || unitType(parameterSet[0]) != kSequenceParameterSet)
+    return std::nullopt;
+  BitReader reader(parameterSet, 1);
   const uint32_t profile = reader.bits(8);
   reader.bits(16);  // constraint flags, level
   reader.unsignedNumber();
@@ -174,7 +114,7 @@ std::optional<H264PictureGeometry> readH264PictureGeometry(std::span<const uint8
   reader.flag();
   const uint64_t widthInBlocks = uint64_t{reader.unsignedNumber()} + 1;
   const uint64_t heightInUnits = uint64_t{reader.unsignedNumber()} + 1;
-  H264PictureGeometry geometry;
+  PictureGeometry geometry;
   geometry.progressive = reader.flag();
   if (!geometry.progressive) reader.flag();
   reader.flag();
@@ -200,14 +140,4 @@ std::optional<H264PictureGeometry> readH264PictureGeometry(std::span<const uint8
   return geometry;
 }
 
-std::optional<std::span<const uint8_t>> firstH264SequenceParameterSet(std::span<const uint8_t> configuration) {
-  ByteReader reader(configuration);
-  if (!reader.skip(5)) return std::nullopt;
-  const auto count = reader.u8();
-  if (!count || (*count & 0x1F) == 0) return std::nullopt;
-  const auto length = reader.u16();
-  if (!length) return std::nullopt;
-  return reader.take(*length);
-}
-
-}  // namespace vesk
+}  // namespace vesk::h264
