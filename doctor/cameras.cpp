@@ -107,9 +107,7 @@ class CameraCheck {
       checkCamera(record);
       cameras.push_back({record.description.name, mUsbFolders[record.nodes.front()]});
     }
-    if (cameras.empty())
-      mFindings.problem(kCamera, "no camera was found.",
-                        "Plug one in; \"vesk --capture simulated\" has one for trying things out.");
+    if (cameras.empty()) mFindings.problem(kCamera, Cause::kNoDevice, "no camera was found.", "Plug one in.");
     checkBuses(cameras);
     return cameras;
   }
@@ -127,7 +125,7 @@ class CameraCheck {
       const std::string device = fs::canonical(entry->path(), ignored).parent_path().string();
       if (!devices.insert(device).second) continue;
       const std::string name = sysfsText(device + "/product");
-      mFindings.problem(kCamera,
+      mFindings.problem(kCamera, Cause::kNoDevice,
                         "the USB camera " + quoted(name.empty() ? device : name) + " is attached, but has no driver.",
                         "Load it with \"sudo modprobe uvcvideo\", and see \"dmesg\" for why it was not.");
     }
@@ -137,7 +135,8 @@ class CameraCheck {
   std::optional<NodeIdentity> checkNode(const VideoNode& node) {
     std::error_code ignored;
     if (!fs::exists(node.node, ignored)) {
-      mFindings.problem(kCamera, "the kernel has " + quoted(node.product) + ", but " + node.node + " is not there.",
+      mFindings.problem(kCamera, Cause::kNoDevice,
+                        "the kernel has " + quoted(node.product) + ", but " + node.node + " is not there.",
                         "In a container, pass it in (as with --device " + node.node + "); else see that udev runs.");
       return std::nullopt;
     }
@@ -170,10 +169,10 @@ class CameraCheck {
     const std::string who = quoted(record.description.name) + " at " + nodes;
     const std::vector<VideoFormat> formats = formatsOf(modes);
     if (formats.empty())
-      return mFindings.problem(kCamera, who + " offers no format that is understood here.",
+      return mFindings.problem(kCamera, Cause::kNoFormat, who + " offers no format that is understood here.",
                                "See \"v4l2-ctl --list-formats\" for what it offers.");
     if (!hasAnswered)
-      return mFindings.problem(kCamera, who + " does not answer when asked for a picture format.",
+      return mFindings.problem(kCamera, Cause::kNotAnswering, who + " does not answer when asked for a picture format.",
                                "Plug it in again; if that does not help, try another port or cable.");
     mFindings.ok(kCamera, who + ": " + describe(formats) + ".");
   }
@@ -221,8 +220,8 @@ class CameraCheck {
     const NodeHolders holders = holdersOf(name, mPlaces.proc);
     if (isBusy)
       mFindings.problem(
-          kCamera, quoted(camera) + " is busy: " + holderText(holders) + " is using " + name + ".",
-          holders.programs.empty() ? "Close that program; \"sudo vesk doctor\" can name it." : "Close that program.");
+          kCamera, Cause::kBusy, quoted(camera) + " is busy: " + holderText(holders) + " is using " + name + ".",
+          holders.programs.empty() ? "Close that program; looking as root can name it." : "Close that program.");
     else if (!holders.programs.empty())
       mFindings.note(kCamera, holderText(holders) + " has " + name + " open, and is not using it now.");
     return !isBusy;

@@ -11,21 +11,30 @@
 
 namespace vesk::capture {
 
+/// Where a diagnosis looks. Tests have folders of their own there.
+struct DiagnosisPlaces {
+  std::string dev = "/dev";
+  std::string sys = "/sys";
+  std::string proc = "/proc";
+};
+
 /// What has been found so far.
 class Findings {
  public:
-  void ok(const char* subject, std::string text) { add(Finding::Mark::kOk, subject, std::move(text), ""); }
-  void note(const char* subject, std::string text, std::string remedy = "") {
-    add(Finding::Mark::kNote, subject, std::move(text), std::move(remedy));
+  void ok(const char* subject, std::string text) {
+    add(Finding::Mark::kOk, subject, std::move(text), "", Cause::kNone);
   }
-  void problem(const char* subject, std::string text, std::string remedy) {
-    add(Finding::Mark::kProblem, subject, std::move(text), std::move(remedy));
+  void note(const char* subject, std::string text, std::string remedy = "", Cause cause = Cause::kOther) {
+    add(Finding::Mark::kNote, subject, std::move(text), std::move(remedy), cause);
+  }
+  void problem(const char* subject, Cause cause, std::string text, std::string remedy) {
+    add(Finding::Mark::kProblem, subject, std::move(text), std::move(remedy), cause);
   }
   std::vector<Finding> take() { return std::move(mFindings); }
 
  private:
-  void add(Finding::Mark mark, const char* subject, std::string text, std::string remedy) {
-    mFindings.push_back({mark, subject, std::move(text), std::move(remedy)});
+  void add(Finding::Mark mark, const char* subject, std::string text, std::string remedy, Cause cause) {
+    mFindings.push_back({mark, subject, std::move(text), std::move(remedy), cause});
   }
 
   std::vector<Finding> mFindings;

@@ -54,7 +54,7 @@ void checkEncoder(bool hasEncoder, Findings& findings) {
     findings.ok("encoder", "H.264 can be encoded for cameras that do not do it themselves.");
   else
     findings.note("encoder", "there is no H.264 encoder: such cameras are recorded as raw pictures, in large movies.",
-                  "Install a libavcodec that has libx264.");
+                  "Install a libavcodec that has libx264.", Cause::kNoEncoder);
 }
 
 void checkDisplay(Findings& findings) {
@@ -63,10 +63,10 @@ void checkDisplay(Findings& findings) {
     return value && *value;
   };
   if (isSet("DISPLAY") || isSet("WAYLAND_DISPLAY"))
-    findings.ok("display", "there is one for \"vesk preview\".");
+    findings.ok("display", "there is one for a live preview.");
   else
-    findings.note("display", "there is none: \"vesk preview\" cannot open its window; all else works.",
-                  "Run it in a desktop session, or set DISPLAY to one.");
+    findings.note("display", "there is none: a live preview cannot open its window; all else works.",
+                  "Run it in a desktop session, or set DISPLAY to one.", Cause::kNoDisplay);
 }
 
 void checkDisk(const std::string& folder, Findings& findings) {
@@ -74,11 +74,12 @@ void checkDisk(const std::string& folder, Findings& findings) {
   const std::string place = fs::absolute(folder, error).lexically_normal().string();
   const fs::space_info space = fs::space(folder, error);
   if (error || access(folder.c_str(), W_OK | X_OK) != 0)
-    return findings.problem("disk", "movies cannot be written to " + place + ".", "Go to a folder of your own.");
+    return findings.problem("disk", Cause::kFolderGone, "movies cannot be written to " + place + ".",
+                            "Go to a folder of your own.");
   const std::string room = std::to_string(space.available / kGigabyte) + "." +
                            std::to_string(space.available % kGigabyte / (kGigabyte / 10)) + " GB are free in " + place;
   if (space.available < kLittleRoom)
-    findings.problem("disk", room + ".", "Make room, or record to another disk.");
+    findings.problem("disk", Cause::kDiskFull, room + ".", "Make room, or record to another disk.");
   else
     findings.ok("disk", room + ".");
 }
@@ -96,26 +97,36 @@ void addRefusal(const char* subject, const std::string& file, int error, Finding
   struct stat state {};
   const bool isRight = error == EACCES && stat(file.c_str(), &state) == 0;
   if (error == EPERM)
-    return findings.problem(subject, file + " may not be opened here, whatever the user.",
+    return findings.problem(subject, Cause::kNoPermission, file + " may not be opened here, whatever the user.",
                             "In a container, pass it in (as with --device " + file + ").");
   if (!isRight)
-    return findings.problem(subject, file + " could not be opened: " + std::strerror(error) + ".",
+    return findings.problem(subject, Cause::kOther, file + " could not be opened: " + std::strerror(error) + ".",
                             "Plug the device in again, and see \"dmesg\".");
   if (state.st_gid == 0)
-    return findings.problem(subject, "no permission for " + file + ", which belongs to the system alone.",
+    return findings.problem(subject, Cause::kNoPermission,
+                            "no permission for " + file + ", which belongs to the system alone.",
                             "See that udev runs: its rules give such files to the group \"video\" or \"audio\".");
   const std::string group = groupName(state.st_gid);
   const std::string text = "no permission for " + file + ", which belongs to the group \"" + group + "\"";
   if (isInGroup(state.st_gid))
-    findings.problem(subject, text + "; its members have no right to it either.", "See who changed its rights.");
+    findings.problem(subject, Cause::kNoPermission, text + "; its members have no right to it either.",
+                     "See who changed its rights.");
   else if (isListedInGroup(state.st_gid))
-    findings.problem(subject, text + "; you were added to it, but not in this session.", "Log out and in again.");
+    findings.problem(subject, Cause::kNoPermission, text + "; you were added to it, but not in this session.",
+                     "Log out and in again.");
   else
-    findings.problem(subject, text + "; you are not in it.",
+    findings.problem(subject, Cause::kNoPermission, text + "; you are not in it.",
                      "Run \"sudo usermod -aG " + group + " " + userName() + "\", then log out and in again.");
 }
 
-std::vector<Finding> diagnose(const DiagnosisPlaces& places) {
+}  // namespace vesk::capture
+
+namespace vesk {
+
+using namespace capture;
+
+std::vector<Finding> diagnose(const std::string& movies) {
+  const DiagnosisPlaces places;
   Findings findings;
   const bool hasEncoder = H264Encoder::isPresent();
   const std::vector<DiagnosedCamera> cameras = checkCameras(places, *V4L2Calls::system(), hasEncoder, findings);
@@ -125,8 +136,8 @@ std::vector<Finding> diagnose(const DiagnosisPlaces& places) {
   checkSound(places, sound, cameras, findings);
   checkEncoder(hasEncoder, findings);
   checkDisplay(findings);
-  checkDisk(places.movies, findings);
+  checkDisk(movies, findings);
   return findings.take();
 }
 
-}  // namespace vesk::capture
+}  // namespace vesk

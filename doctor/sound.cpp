@@ -30,7 +30,7 @@ void checkFiles(const DiagnosisPlaces& places, Findings& findings) {
     const std::string file = places.dev + "/snd/" + name;
     std::error_code ignored;
     if (!fs::exists(file, ignored)) {
-      findings.problem(kMicrophone, "the kernel has a sound card, but " + file + " is not there.",
+      findings.problem(kMicrophone, Cause::kNoDevice, "the kernel has a sound card, but " + file + " is not there.",
                        "In a container, pass it in (as with --device " + places.dev + "/snd).");
     } else if (access(file.c_str(), R_OK | W_OK) != 0) {
       addRefusal(kMicrophone, file, errno, findings);
@@ -52,7 +52,7 @@ void checkSound(const DiagnosisPlaces& places, const SoundSystems& sound, const 
     findings.ok(kMicrophone, "a sound server answers.");
   } else {
     findings.note(kMicrophone, "no sound server answers: sound is recorded from the drivers, one program at a time.",
-                  "Start PipeWire or PulseAudio in this session if other programs record too.");
+                  "Start PipeWire or PulseAudio in this session if other programs record too.", Cause::kNoSoundServer);
     checkFiles(places, findings);
   }
   const auto& system = sound.server ? sound.server : sound.drivers;
@@ -64,7 +64,8 @@ void checkSound(const DiagnosisPlaces& places, const SoundSystems& sound, const 
   }
   if (microphones.empty())
     findings.note(kMicrophone, "no microphone was found: movies have no sound.",
-                  "Plug one in, or see that it is not switched off in the settings of the sound server.");
+                  "Plug one in, or see that it is not switched off in the settings of the sound server.",
+                  Cause::kNoDevice);
 }
 
 }  // namespace vesk::capture

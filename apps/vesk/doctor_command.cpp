@@ -11,8 +11,6 @@
 namespace vesk::program {
 namespace {
 
-using capture::Finding;
-
 const char* nameOf(Finding::Mark mark) {
   switch (mark) {
     case Finding::Mark::kOk:
@@ -25,23 +23,31 @@ const char* nameOf(Finding::Mark mark) {
   return "";
 }
 
+/// What to do, with what this program has for it.
+std::string remedyOf(const Finding& finding) {
+  if (finding.subject == "camera" && finding.cause == Cause::kNoDevice)
+    return finding.remedy + " \"vesk --capture simulated\" has one for trying things out.";
+  if (finding.cause == Cause::kBusy) return finding.remedy + " \"sudo vesk doctor\" knows the programs of all users.";
+  return finding.remedy;
+}
+
 void print(const Finding& finding) {
   printLine("{:<8} {:<11} {}", nameOf(finding.mark), finding.subject, finding.text);
-  if (!finding.remedy.empty()) printLine("{:<8} {:<11} -> {}", "", "", finding.remedy);
+  if (const std::string remedy = remedyOf(finding); !remedy.empty()) printLine("{:<8} {:<11} -> {}", "", "", remedy);
 }
 
 }  // namespace
 
 int runDoctor(const GlobalOptions& global) {
   setUpLogLines(global.verbose);
-  const auto findings = capture::diagnose();
+  const auto findings = diagnose();
   const auto problems = std::count_if(findings.begin(), findings.end(),
                                       [](const Finding& each) { return each.mark == Finding::Mark::kProblem; });
   if (global.json) {
     auto list = nlohmann::ordered_json::array();
     for (const Finding& each : findings)
       list.push_back(
-          {{"mark", nameOf(each.mark)}, {"subject", each.subject}, {"text", each.text}, {"remedy", each.remedy}});
+          {{"mark", nameOf(each.mark)}, {"subject", each.subject}, {"text", each.text}, {"remedy", remedyOf(each)}});
     printJson({{"findings", list}, {"problems", problems}});
   } else {
     for (const Finding& each : findings) print(each);

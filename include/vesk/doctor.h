@@ -3,9 +3,10 @@
 #include <string>
 #include <vector>
 
+#include <vesk/error.h>
 #include <vesk/export.h>
 
-namespace vesk::capture {
+namespace vesk {
 
 /// Something that was found out about the machine, for a person.
 struct Finding {
@@ -16,23 +17,17 @@ struct Finding {
   };
 
   Mark mark = Mark::kOk;
-  std::string subject;  ///< "camera", "usb", "microphone", "encoder", "display" or "disk"
-  std::string text;     ///< one line
-  std::string remedy;   ///< what to do, one line; never empty for a problem
+  std::string subject;         ///< "camera", "usb", "microphone", "encoder", "display" or "disk"
+  std::string text;            ///< one line
+  std::string remedy;          ///< what to do, one line; never empty for a problem; names no program of ours
+  Cause cause = Cause::kNone;  ///< what kind of a problem; kNone where all is well
 };
 
-/// Where a diagnosis looks. Tests have folders of their own there.
-struct DiagnosisPlaces {
-  std::string dev = "/dev";
-  std::string sys = "/sys";
-  std::string proc = "/proc";
-  std::string movies = ".";  ///< where recordings are to go
-};
-
-/// Looks at what cameras and microphones need on this machine: nodes, rights, who uses them, formats,
-/// USB, the sound server, the encoder, the display, the disk. Changes nothing, and starts no capture.
+/// Looks at what cameras and microphones need on this machine: nodes, rights, who uses them, formats, USB, the sound
+/// server, the encoder, the display, and the disk of the folder `movies`, where recordings are to go. Changes
+/// nothing, and starts no capture.
 ///
 /// May take a second. Any thread.
-VESK_EXPORT std::vector<Finding> diagnose(const DiagnosisPlaces& places = {});
+VESK_EXPORT std::vector<Finding> diagnose(const std::string& movies = ".");
 
-}  // namespace vesk::capture
+}  // namespace vesk

@@ -18,7 +18,7 @@ using Mark = Finding::Mark;
 /// A machine in a folder: sysfs, device files and processes, with a kernel of the test's own.
 class DiagnosisTest : public testing::Test {
  protected:
-  DiagnosisTest() : mPlaces{mFolder.file("dev"), mFolder.file("sys"), mFolder.file("proc"), mFolder.path()} {
+  DiagnosisTest() : mPlaces{mFolder.file("dev"), mFolder.file("sys"), mFolder.file("proc")} {
     for (const char* folder : {"dev/snd", "sys/class/video4linux", "sys/class/sound", "sys/bus/usb/devices", "proc"})
       fs::create_directories(mFolder.file(folder));
   }
