@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <exception>
 #include <limits>
 #include <utility>
 
@@ -56,7 +57,11 @@ AVAssetWriterAdapter::AVAssetWriterAdapter(const std::string& path, bool hasVide
 }
 
 AVAssetWriterAdapter::~AVAssetWriterAdapter() {
-  finish();
+  try {
+    finish();
+  } catch (const std::exception& error) {  // no memory: the movie stays in fragments, and may be recovered
+    NSLog(error.what());
+  }
 }
 
 void AVAssetWriterAdapter::setup() {

@@ -1,10 +1,12 @@
 #include <vesk/record_session.h>
 
 #include <condition_variable>
+#include <exception>
 #include <optional>
 #include <utility>
 
 #include <vesk/audio_device.h>
+#include <vesk/log.h>
 #include <vesk/recorder.h>
 #include <vesk/video_device.h>
 #include "platform/foundation/mutex.h"
@@ -18,6 +20,20 @@ void addSample(VeskRecorder& recorder, void* frame, uint32_t length, int64_t tim
     recorder.addVideoSample(frame, length, timestamp);
   else
     recorder.addAudioSample(frame, length, timestamp);
+}
+
+/// Runs a step of a session's. What it throws, for want of memory, ends here, so that the session leaves no state
+/// half-way. @return its status, else `otherwise`
+template <class Step>
+int32_t guarded(int32_t otherwise, const Step& step) noexcept {
+  try {
+    return step();
+  } catch (const std::exception& error) {
+    NSLog(error.what());
+  } catch (...) {
+    NSLog("a recording met an unknown exception");
+  }
+  return otherwise;
 }
 
 /// Stands in the devices' delegate lists for the session. It leads straight to the recorder and
@@ -66,7 +82,7 @@ int32_t openRecording(const VeskRecordSession& session, std::shared_ptr<Recordin
   if (microphone && !microphone->getFormat()) microphone = nullptr;
 
   const std::string finalPath = session.fileURL();
-  auto movie = TemporaryMovie::reserve(finalPath);
+  auto movie = TemporaryMovie::reserve(finalPath, session.temporaryFolder());
   if (!movie) return kVeskStatusMovieNotOpened;
   auto recording = std::make_shared<Recording>(std::move(*movie), finalPath, camera, microphone);
   recording->recorder->setFrameTiming(session.frameTiming());
@@ -83,33 +99,47 @@ int32_t startCaptures(const Recording& recording) {
   return status;
 }
 
-void leaveDevices(const Recording& recording) {
-  if (recording.videoDevice) recording.videoDevice->removeDelegate(recording.relay);
-  if (recording.audioDevice) recording.audioDevice->removeDelegate(recording.relay);
+/// Ends what the recording takes part in, step by step: none is left out where another one fails.
+void close(const Recording& recording) {
+  guarded(kVeskStatusFailed, [&] {
+    if (recording.videoDevice) recording.videoDevice->removeDelegate(recording.relay);
+    return kVeskStatusSuccess;
+  });
+  guarded(kVeskStatusFailed, [&] {
+    if (recording.audioDevice) recording.audioDevice->removeDelegate(recording.relay);
+    return kVeskStatusSuccess;
+  });
+  guarded(kVeskStatusFailed, [&] { return recording.recorder->closeRecorder(); });
 }
 
 void discard(Recording& recording) {
-  leaveDevices(recording);
-  recording.recorder->closeRecorder();
+  close(recording);
   recording.movie->remove();
 }
 
-/// Moves the movie that has ended to its final path.
-RecordingOutcome place(Recording& recording, RecordingStatistics statistics) {
+/// Moves a movie that has ended to its final path.
+RecordingOutcome place(TemporaryMovie& movie, const std::string& finalPath, RecordingStatistics statistics) {
   RecordingOutcome outcome;
-  outcome.finalPath = recording.finalPath;
   outcome.statistics = statistics;
-  TemporaryMovie::Placing placing = recording.movie->moveTo(recording.finalPath);
-  outcome.moveError = std::move(placing.error);
-  outcome.temporaryPath = std::move(placing.left);
+  const int32_t status = guarded(kVeskStatusFailed, [&] {
+    outcome.finalPath = finalPath;
+    outcome.temporaryPath = movie.path();  // where it stays if it cannot be moved
+    TemporaryMovie::Placing placing = movie.moveTo(finalPath);
+    outcome.moveError = std::move(placing.error);
+    outcome.temporaryPath = std::move(placing.left);
+    return kVeskStatusSuccess;
+  });
+  if (status != kVeskStatusSuccess) outcome.moveError = "out of memory";
   return outcome;
 }
 
 RecordingOutcome finish(Recording& recording) {
-  if (recording.audioDevice) recording.audioDevice->stopCapture();
-  leaveDevices(recording);
-  recording.recorder->closeRecorder();
-  return place(recording, recording.recorder->statistics());
+  guarded(kVeskStatusFailed, [&] {
+    if (recording.audioDevice) recording.audioDevice->stopCapture();
+    return kVeskStatusSuccess;
+  });
+  close(recording);
+  return place(*recording.movie, recording.finalPath, recording.recorder->statistics());
 }
 
 enum class Stage { kIdle, kStarting, kRefused, kRunning, kContinuing, kStopping, kClearing };
@@ -123,6 +153,7 @@ struct VeskRecordSession::State {
 
   mutable Mutex mMutex;
   std::string mFileURL VESK_GUARDED_BY(mMutex);
+  std::string mTemporaryFolder VESK_GUARDED_BY(mMutex);
   std::condition_variable_any mContinued;  ///< kContinuing has ended
   Stage mStage VESK_GUARDED_BY(mMutex) = Stage::kIdle;
   std::shared_ptr<VeskVideoDevice> mVideoDevice VESK_GUARDED_BY(mMutex);
@@ -166,16 +197,18 @@ int32_t VeskRecordSession::startSession() {
   if (refused) discard(*refused);
 
   std::shared_ptr<Recording> started;
-  int32_t status = openRecording(*this, started);
+  int32_t status = guarded(kVeskStatusMovieNotOpened, [&] { return openRecording(*this, started); });
   if (status != kVeskStatusSuccess) {
     mState->setStage(Stage::kIdle, nullptr);
     return status;
   }
   mState->setStage(Stage::kStarting, started);
-  if (started->videoDevice) started->videoDevice->addDelegate(started->relay);
-  if (started->audioDevice) started->audioDevice->addDelegate(started->relay);
   if (started->videoDevice) started->videoDevice->beginRecording();
-  status = startCaptures(*started);
+  status = guarded(kVeskStatusFailed, [&] {
+    if (started->videoDevice) started->videoDevice->addDelegate(started->relay);
+    if (started->audioDevice) started->audioDevice->addDelegate(started->relay);
+    return startCaptures(*started);
+  });
   if (status == kVeskStatusSuccess) {
     started->relay->setRunningSession(self);
     mState->setStage(Stage::kRunning, started);
@@ -221,22 +254,29 @@ int32_t VeskRecordSession::continueSession(const std::string& fileURL) {
     mState->mStage = Stage::kContinuing;
     current = mState->mRecording;
   }
-  auto movie = TemporaryMovie::reserve(fileURL);
-  RecordingStatistics ended;
-  const int32_t status =
-      movie ? current->recorder->continueRecorder(movie->path(), ended) : int32_t{kVeskStatusMovieNotOpened};
-  std::optional<RecordingOutcome> outcome;
-  if (status == kVeskStatusSuccess) {
-    outcome = place(*current, ended);
+  RecordingOutcome outcome;
+  std::string sessionPath;
+  const int32_t status = guarded(kVeskStatusMovieNotOpened, [&]() -> int32_t {
+    auto movie = TemporaryMovie::reserve(fileURL, temporaryFolder());
+    if (!movie) return kVeskStatusMovieNotOpened;
+    sessionPath = fileURL;
+    std::string recordingPath = fileURL;
+    RecordingStatistics ended;
+    const int32_t continued = current->recorder->continueRecorder(movie->path(), ended);
+    if (continued != kVeskStatusSuccess) return continued;
+    // The recorder writes the other movie from here on, so nothing may stand in the way of that.
+    std::optional<TemporaryMovie> endedMovie = std::move(current->movie);
     current->movie.emplace(std::move(*movie));
-    current->finalPath = fileURL;
-  }
+    current->finalPath.swap(recordingPath);
+    outcome = place(*endedMovie, recordingPath, ended);
+    return kVeskStatusSuccess;
+  });
   const MutexLock lock(mState->mMutex);
   mState->mStage = Stage::kRunning;
   mState->mContinued.notify_all();
-  if (!outcome) return status;
-  mState->mLastOutcome = std::move(*outcome);
-  mState->mFileURL = fileURL;
+  if (status != kVeskStatusSuccess) return status;
+  mState->mLastOutcome = std::move(outcome);
+  mState->mFileURL.swap(sessionPath);
   return status;
 }
 
@@ -300,6 +340,16 @@ void VeskRecordSession::setContinues(bool continues) {
     current = mState->mRecording;
   }
   if (current) current->recorder->setContinues(continues);
+}
+
+std::string VeskRecordSession::temporaryFolder() const {
+  const MutexLock lock(mState->mMutex);
+  return mState->mTemporaryFolder;
+}
+
+void VeskRecordSession::setTemporaryFolder(std::string folder) {
+  const MutexLock lock(mState->mMutex);
+  mState->mTemporaryFolder.swap(folder);
 }
 
 std::string VeskRecordSession::fileURL() const {

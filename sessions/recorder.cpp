@@ -4,6 +4,7 @@
 #include <utility>
 
 #include <vesk/audio_device.h>
+#include <vesk/log.h>
 #include <vesk/run_loop.h>
 #include <vesk/video_device.h>
 #include "devices/capture_parameters.h"
@@ -113,13 +114,18 @@ int32_t VeskRecorder::continueRecorder(const std::string& path, RecordingStatist
   if (status != kVeskStatusSuccess) return status;
   if (next->statistics().writerMissing) return kVeskStatusMovieNotOpened;
 
+  std::optional<std::string> nextPath = path;  // before there is no way back
   ending->ContinueIn(next);
   {
     const MutexLock fields(mState->mMutex);
     mState->mMovieCreator = std::move(next);
-    mState->mFileURL = path;
+    mState->mFileURL.swap(nextPath);
   }
-  ending->Close();
+  try {
+    ending->Close();
+  } catch (const std::exception& error) {  // the recording has moved on all the same
+    NSLog(error.what());
+  }
   ended = ending->statistics();
   return kVeskStatusSuccess;
 }
@@ -146,8 +152,13 @@ int32_t VeskRecorder::closeRecorder() {
   if (!closing || mState->mIsClosing) return 0;
 
   mState->mIsClosing = true;
-  NSRunLoop::currentRunLoop()->runUntilDate(std::chrono::steady_clock::now() + kTimeBeforeClose);
-  const int32_t status = closing->Close();
+  int32_t status = 0;
+  try {
+    NSRunLoop::currentRunLoop()->runUntilDate(std::chrono::steady_clock::now() + kTimeBeforeClose);
+    status = closing->Close();
+  } catch (const std::exception& error) {  // letting the creator go closes it too
+    NSLog(error.what());
+  }
   mState->mIsClosing = false;
 
   const RecordingStatistics last = closing->statistics();

@@ -64,21 +64,22 @@ Claim claim(const Descriptor& folder, const std::string& name, Descriptor& lock)
 
 }  // namespace
 
-std::optional<TemporaryMovie> TemporaryMovie::reserve(const std::string& finalPath) {
+std::optional<TemporaryMovie> TemporaryMovie::reserve(const std::string& finalPath, const std::string& inFolder) {
   const std::string wanted = lastPathComponent(finalPath);
   if (wanted.empty() || wanted == "/" || wanted == "." || wanted == ".." || finalPath.back() == '/')
     return std::nullopt;
-  const std::string folderPath = NSTemporaryDirectory();
+  const std::string folderPath = inFolder.empty() ? NSTemporaryDirectory() : inFolder;
   for (int number = 1; number <= kMostNumbers; ++number) {
     const std::string name = numbered(wanted, number);
     std::string path = stringByAppendingPathComponent(folderPath, name);
+    const std::string lockName = lockNameOf(name);
     Descriptor folder(open(folderPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     // Where there is no folder, opening the movie says so.
-    if (!folder) return TemporaryMovie(std::move(path), name, Descriptor(), Descriptor());
+    if (!folder) return TemporaryMovie(std::move(path), name, lockName, Descriptor(), Descriptor());
     if (statusIn(folder, name)) continue;
     Descriptor lock;
-    if (claim(folder, lockNameOf(name), lock) == Claim::kTaken) continue;
-    TemporaryMovie movie(std::move(path), name, std::move(folder), std::move(lock));
+    if (claim(folder, lockName, lock) == Claim::kTaken) continue;
+    TemporaryMovie movie(std::move(path), name, lockName, std::move(folder), std::move(lock));
     if (!statusIn(movie.mFolder, name)) return movie;
   }
   return std::nullopt;
@@ -135,8 +136,8 @@ void TemporaryMovie::remove() {
 }
 
 /// The name of the lock goes while it is held: who takes it up next makes a new one.
-void TemporaryMovie::giveBack() {
-  if (mLock) unlinkat(mFolder.get(), lockNameOf(mName).c_str(), 0);
+void TemporaryMovie::giveBack() noexcept {
+  if (mLock) unlinkat(mFolder.get(), mLockName.c_str(), 0);
   mLock.reset();
 }
 

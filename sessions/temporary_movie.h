@@ -8,7 +8,7 @@
 
 namespace vesk {
 
-/// The path in the temporary folder at which a movie is written before it goes to its final place:
+/// The path in a temporary folder at which a movie is written before it goes to its final place:
 /// the final name, or "name 2", "name 3" and so on while that one is taken.
 ///
 /// Opening a movie deletes what is at its path, so a path is taken while anything is there, and while
@@ -18,8 +18,9 @@ namespace vesk {
 /// Threads: paths are reserved and given back from any thread.
 class VESK_LOCAL TemporaryMovie {
  public:
-  /// A path for the movie that ends up at `finalPath`; none when that names no file.
-  static std::optional<TemporaryMovie> reserve(const std::string& finalPath);
+  /// A path in `folder`, by default the process's temporary folder, for the movie that ends up at `finalPath`;
+  /// none when that names no file.
+  static std::optional<TemporaryMovie> reserve(const std::string& finalPath, const std::string& folder = "");
   /// Gives the path back.
   ~TemporaryMovie() { giveBack(); }
   TemporaryMovie(TemporaryMovie&&) noexcept = default;
@@ -40,16 +41,21 @@ class VESK_LOCAL TemporaryMovie {
   void remove();
 
  private:
-  TemporaryMovie(std::string path, std::string name, Descriptor folder, Descriptor lock)
-      : mPath(std::move(path)), mName(std::move(name)), mFolder(std::move(folder)), mLock(std::move(lock)) {}
+  TemporaryMovie(std::string path, std::string name, std::string lockName, Descriptor folder, Descriptor lock)
+      : mPath(std::move(path)),
+        mName(std::move(name)),
+        mLockName(std::move(lockName)),
+        mFolder(std::move(folder)),
+        mLock(std::move(lock)) {}
 
   Placing place(const std::string& finalPath) const;
   std::string whereabouts() const;
   bool isAlreadyAt(const std::string& finalPath) const;
-  void giveBack();
+  void giveBack() noexcept;
 
   std::string mPath;
   std::string mName;
+  std::string mLockName;
   Descriptor mFolder;  ///< the temporary folder, whatever it is called by now
   Descriptor mLock;
 };

@@ -52,9 +52,9 @@ class VESK_EXPORT VeskRecordSession : public VeskAVDeviceDelegate,
   /// After a refused start of a device the session stays among the devices' delegates with an open
   /// movie, until it is stopped, started again or let go: each of these deletes that movie first.
   /// @return 0 running; 1, 2 or 8 the movie could not be opened (VeskRecorder; 8 also for a final
-  ///         path that names no file); 9 it is running already, or being started or stopped; else
-  ///         the status of the capture start that was made last, the microphone's after the
-  ///         camera's: a camera's refusal alone does not stop a recording of sound.
+  ///         path that names no file, and where memory runs out); 9 it is running already, or being
+  ///         started or stopped; else the status of the capture start that was made last, the
+  ///         microphone's after the camera's: a camera's refusal alone does not stop a recording of sound.
   int32_t startSession();
 
   /// Ends the recording and moves the movie to its final path; lastOutcome tells how that went.
@@ -91,6 +91,11 @@ class VESK_EXPORT VeskRecordSession : public VeskAVDeviceDelegate,
   /// recordings are long. Without a camera there is nothing to keep step with, and nothing is corrected.
   FrameTiming frameTiming() const;
   void setFrameTiming(FrameTiming timing);
+  /// The folder in which the next movie is written before it is placed; empty, as at first, for the process's
+  /// temporary folder. A host that gives each session one of its own beside the final path has movies placed by a
+  /// rename, and finds what a crash left of each.
+  std::string temporaryFolder() const;
+  void setTemporaryFolder(std::string folder);
   /// Where the movie goes that is being written, or the next one.
   std::string fileURL() const;
   bool isRunning() const;
