@@ -35,7 +35,7 @@ VCICaptureParameters videoCaptureParameters(const CMVideoFormatDescription& form
   record.height = format.dimensions().height;
   record.intervalNumerator = interval.value_or(0) != 0 ? *interval : capture::kUsualInterval;
   record.intervalDenominator = capture::kTenMillionths;
-  record.bitRate = isH264 ? capture::usualH264BitRate(format.dimensions().width, format.dimensions().height) : 0;
+  record.bitRate = isH264 ? capture::usualH264BitRate(record.width, record.height, record.intervalNumerator) : 0;
   record.h264Value = isH264 ? kH264Value : 0;
   return record;
 }

@@ -7,6 +7,8 @@
 #include <vesk/four_char_code.h>
 #include <vesk/log.h>
 #include <vesk/vci.h>
+#include "capture/interface/frame_intervals.h"
+#include "capture/interface/usual_bit_rate.h"
 
 namespace vesk::capture {
 
@@ -39,7 +41,10 @@ int32_t EncodedCamera::setVideoParameters(const VideoParameters& parameters) {
   if (parameters.codec == kCMVideoCodecType_H264) {
     const auto input = inputFor(mInputs, parameters);
     if (!input) return kVCIFailed;
-    plan = Plan{*input, parameters.bitRate};
+    // What is usual for the rate asked for becomes what is usual for the rate that the camera has.
+    const bool isUsual =
+        parameters.bitRate == usualH264BitRate(parameters.width, parameters.height, askedInterval(parameters));
+    plan = Plan{*input, isUsual ? 0 : parameters.bitRate};
   }
   MutexLock lock(mMutex);
   const int32_t status = mCamera->setVideoParameters(plan ? plan->input : parameters);

@@ -45,7 +45,7 @@ class EncodedCamera : public CaptureDevice {
  private:
   struct Plan {
     VideoParameters input;
-    uint32_t bitRate = 0;
+    uint32_t bitRate = 0;  ///< bits per second; 0 for the usual
   };
 
   int32_t startEncoded(const Plan& plan, FrameCallback callback) VESK_EXCLUDES(mMutex);

@@ -58,7 +58,7 @@ bool EncodedStream::prepare(uint32_t bitRate) {
   settings.height = mInput.height;
   settings.intervalNumerator = mInput.intervalNumerator;
   settings.intervalDenominator = mInput.intervalDenominator;
-  settings.bitRate = bitRate > 0 ? bitRate : usualH264BitRate(mInput.width, mInput.height);
+  settings.bitRate = bitRate > 0 ? bitRate : usualH264BitRate(mInput.width, mInput.height, askedInterval(mInput));
   settings.preset = kPreset;
   settings.profile = kProfile;
   settings.threads = int64_t{mInput.width} * mInput.height > kMostPixelsOfOneThread ? 2 : 1;

@@ -1,11 +1,18 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+
+#include "capture/interface/frame_intervals.h"
 
 namespace vesk::capture {
 
-/// The bit rate that suits H.264 pictures of a size, in bits per second.
-constexpr uint32_t usualH264BitRate(int32_t width, int32_t height) {
+/// The bit rate that suits H.264 of a size and a frame interval (in ten-millionths of a second), in bits per second.
+///
+/// The table is for 30 frames a second. A quarter of it stays at any rate, the rest goes with the rate: frames that
+/// lie further apart have less in common. Street and town footage looks as good (PSNR) at 15, 10 and 5 frames a
+/// second with 0.61, 0.47 and 0.38 of the bits; this gives 0.63, 0.50 and 0.38.
+constexpr uint32_t usualH264BitRate(int32_t width, int32_t height, uint64_t interval) {
   struct Row {
     int32_t width;
     int32_t height;
@@ -17,11 +24,13 @@ constexpr uint32_t usualH264BitRate(int32_t width, int32_t height) {
       {640, 480, 921600},
       {1280, 720, 2048000},
   };
-  constexpr uint32_t kOther = 1024000;
+  uint64_t bitRate = 1024000;
   for (const Row& row : kRows) {
-    if (row.width == width && row.height == height) return row.bitRate;
+    if (row.width == width && row.height == height) bitRate = row.bitRate;
   }
-  return kOther;
+  constexpr uint64_t kMostFrames = 240;  // a second
+  const uint64_t frames = interval == 0 ? 30 : std::min((kTenMillionths + interval / 2) / interval, kMostFrames);
+  return static_cast<uint32_t>(bitRate * (10 + frames) / 40);
 }
 
 }  // namespace vesk::capture

@@ -286,6 +286,46 @@ TEST_F(EncodedCameraTest, EncodesJPEGPicturesOfEveryKindAsTheyLook) {
   }
 }
 
+/// What no encoder can make small.
+Bytes noise(uint32_t seed) {
+  Bytes picture(size_t{kWidth} * kHeight * 2);
+  for (uint8_t& byte : picture) {
+    seed = seed * 1664525U + 1013904223U;
+    byte = static_cast<uint8_t>(60 + (seed >> 25));
+  }
+  return picture;
+}
+
+TEST_F(EncodedCameraTest, SpendsTheBitsThatSuitTheRateUnlessANumberIsAskedFor) {
+  struct Case {
+    const char* label;
+    uint32_t asked, given;  ///< frames a second
+    uint32_t bitRate, expected;
+  };
+  const Case cases[] = {
+      {"30, as ever", 30, 30, 512'000, 512'000}, {"15", 15, 15, 320'000, 320'000},
+      {"60", 60, 60, 896'000, 896'000},          {"30 of a camera that has 15", 30, 15, 512'000, 320'000},
+      {"none asked for", 15, 15, 0, 320'000},    {"a number", 30, 15, 700'000, 700'000},
+  };
+  for (const Case& each : cases) {
+    SCOPED_TRACE(each.label);
+    offer({{kRaw, {{kWidth, kHeight, {10'000'000 / each.given}}}}});
+    ASSERT_EQ(mCamera->setVideoParameters({kH264, kWidth, kHeight, 1, each.asked, each.bitRate}), kVCISuccess);
+    const size_t before = mFrames.items().size();
+    ASSERT_EQ(mCamera->start(1, receiver()), kVCISuccess);
+    constexpr uint32_t kSeconds = 4;
+    size_t bytes = 0;
+    for (uint32_t number = 0; number < kSeconds * each.given; ++number) {
+      Bytes picture = noise(number + 1);
+      mFake->deliver(picture, int64_t{number} * 1'000'000 / each.given);
+      bytes += mFrames.waitFor(before + number + 1).back().bytes.size();
+    }
+    EXPECT_EQ(mCamera->stop(1), kVCISuccess);
+    // The encoder begins with some bits saved up.
+    EXPECT_NEAR(static_cast<double>(bytes) * 8 / kSeconds / each.expected, 1.05, 0.1);
+  }
+}
+
 TEST_F(EncodedCameraTest, LeavesDamagedJPEGPicturesOutAndGoesOn) {
   offer({{kJPEG, {{kWidth, kHeight, {333333}}}}});
   ASSERT_EQ(start(receiver()), kVCISuccess);

@@ -45,7 +45,7 @@ TEST(CaptureParameters, OfOtherFormatsHaveNoBitRate) {
             "00000000");
 }
 
-TEST(CaptureParameters, BitRateFollowsTheSize) {
+TEST(CaptureParameters, BitRateFollowsTheSizeAndTheRate) {
   struct Row {
     int32_t width, height;
     uint32_t bitRate;
@@ -54,6 +54,10 @@ TEST(CaptureParameters, BitRateFollowsTheSize) {
                          Row{864, 480, 1024000}, Row{480, 640, 1024000}, Row{1920, 1080, 1024000}})
     EXPECT_EQ(videoCaptureParameters(*video("avc1", row.width, row.height)).bitRate, row.bitRate)
         << row.width << "x" << row.height;
+  for (const auto& [interval, bitRate] :
+       {std::pair{333'667U, 2'048'000U}, std::pair{666'667U, 1'280'000U}, std::pair{2'000'000U, 768'000U},
+        std::pair{166'667U, 3'584'000U}, std::pair{1U, 12'800'000U}, std::pair{UINT32_MAX, 512'000U}})
+    EXPECT_EQ(videoCaptureParameters(*video("avc1", 1280, 720), interval).bitRate, bitRate) << interval;
 }
 
 TEST(CaptureParameters, OfSoundTakeTheLowBitsAndWholeRates) {
