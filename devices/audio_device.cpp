@@ -4,6 +4,7 @@
 
 #include <vesk/aci.h>
 #include <vesk/device_manager.h>
+#include "devices/audio_device_state.h"
 #include "devices/capture_parameters.h"
 #include "devices/delegate_list.h"
 #include "devices/enumeration.h"
@@ -26,6 +27,9 @@ std::shared_ptr<VeskAudioDevice> VeskAudioDevice::initWithDeviceInfo(std::shared
   return std::shared_ptr<VeskAudioDevice>(new VeskAudioDevice(std::move(info)));
 }
 
+VeskAudioDevice::VeskAudioDevice(std::shared_ptr<VeskDeviceInfo> info)
+    : VeskAVDevice(std::move(info)), mState(std::make_unique<State>()) {}
+
 VeskAudioDevice::~VeskAudioDevice() {
   endMeter();
   // Capture goes on, but its packets need not be sent to a device that is gone.
@@ -44,27 +48,31 @@ void VeskAudioDevice::closeDevice() {
 
 std::shared_ptr<const CMAudioFormatList> VeskAudioDevice::getSupportedFormats() {
   if (!mIsOpen) return nullptr;
-  if (mSupportedFormats) return mSupportedFormats;
+  if (mState->mSupportedFormats) return mState->mSupportedFormats;
   const auto records = enumerateRecords<ACIWaveFormat>([this](ACIWaveFormat* formats, uint32_t* size, uint32_t* count) {
     return ACI_Enum_Wave_Formats(mHandle, formats, size, count);
   });
   CMAudioFormatList formats;
   for (const ACIWaveFormat& record : records)
     if (auto format = audioFormatDescription(record)) formats.push_back(std::move(format));
-  if (!formats.empty()) mSupportedFormats = std::make_shared<const CMAudioFormatList>(std::move(formats));
-  return mSupportedFormats;
+  if (!formats.empty()) mState->mSupportedFormats = std::make_shared<const CMAudioFormatList>(std::move(formats));
+  return mState->mSupportedFormats;
+}
+
+CMAudioFormatDescriptionRef VeskAudioDevice::getFormat() const {
+  return mState->mFormat;
 }
 
 void VeskAudioDevice::setFormat(const CMAudioFormatDescriptionRef& format) {
-  mFormat = format ? CMAudioFormatDescription::create(format->streamBasicDescription()) : nullptr;
+  mState->mFormat = format ? CMAudioFormatDescription::create(format->streamBasicDescription()) : nullptr;
 }
 
 int32_t VeskAudioDevice::startCapture() {
   if (!mIsOpen) return kVeskStatusNotOpen;
   if (mIsCapturing) return kVeskStatusSuccess;
-  if (!mFormat) return kVeskStatusNoFormat;
+  if (!mState->mFormat) return kVeskStatusNoFormat;
 
-  const ACICaptureParameters parameters = audioCaptureParameters(*mFormat);
+  const ACICaptureParameters parameters = audioCaptureParameters(*mState->mFormat);
   if (ACI_Set_Capture_Parameters(mHandle, &parameters) != kVCISuccess) return kVeskStatusNoFormat;
   int32_t status = ACI_Subscribe_Event(mHandle, kACIEventPacket, AudioFrameCompletionCallback, captureContext());
   if (status != kVCISuccess) return status;

@@ -7,12 +7,9 @@
 #include <vesk/audio_device.h>
 #include <vesk/dispatch_queue.h>
 #include <vesk/log.h>
-#include <vesk/timer.h>
+#include "devices/audio_device_state.h"
 #include "devices/delegate_list.h"
-#include "platform/metering/av_capture_audio_preview_output.h"
 #include "platform/metering/av_capture_device.h"
-#include "platform/metering/av_capture_device_input.h"
-#include "platform/metering/av_capture_session.h"
 
 namespace vesk {
 namespace {
@@ -44,47 +41,47 @@ std::string namesOf(const std::vector<std::shared_ptr<AVCaptureDeviceInput>>& in
 }  // namespace
 
 int32_t VeskAudioDevice::startVUMeter() {
-  if (mSession) return kVeskStatusSuccess;
-  mSession = std::make_shared<AVCaptureSession>();
-  mAudioPreviewOutput = std::make_shared<AVCaptureAudioPreviewOutput>();
-  mAudioPreviewOutput->setVolume(0.0F);
-  mSession->addOutput(mAudioPreviewOutput);
+  if (mState->mSession) return kVeskStatusSuccess;
+  mState->mSession = std::make_shared<AVCaptureSession>();
+  mState->mAudioPreviewOutput = std::make_shared<AVCaptureAudioPreviewOutput>();
+  mState->mAudioPreviewOutput->setVolume(0.0F);
+  mState->mSession->addOutput(mState->mAudioPreviewOutput);
   setSelectedAudioDevice(microphoneOf(*mDeviceInfo));
-  mSession->startRunning();
+  mState->mSession->startRunning();
 
-  mIsMetering = std::make_shared<std::atomic<bool>>(true);
+  mState->isMetering = std::make_shared<std::atomic<bool>>(true);
   const auto weak = weak_from_this();
-  mMicLevelTimer = NSTimer::scheduledTimer(kLevelInterval, true, [weak] {
+  mState->mMicLevelTimer = NSTimer::scheduledTimer(kLevelInterval, true, [weak] {
     if (const auto self = weak.lock()) self->micLevelTimerFired();
   });
-  NSLog(std::string("IsRunning ") + (mSession->isRunning() ? "YES" : "NO"));
+  NSLog(std::string("IsRunning ") + (mState->mSession->isRunning() ? "YES" : "NO"));
   return kVeskStatusSuccess;
 }
 
 void VeskAudioDevice::setSelectedAudioDevice(const std::shared_ptr<const AVCaptureDevice>& device) {
-  if (!mSession) return;
-  mSession->beginConfiguration();
-  if (mAudioDeviceInput) {
-    mSession->removeInput(mAudioDeviceInput);
-    mAudioDeviceInput.reset();
+  if (!mState->mSession) return;
+  mState->mSession->beginConfiguration();
+  if (mState->mAudioDeviceInput) {
+    mState->mSession->removeInput(mState->mAudioDeviceInput);
+    mState->mAudioDeviceInput.reset();
   }
   if (auto input = AVCaptureDeviceInput::deviceInputWithDevice(device)) {
-    mSession->addInput(input);
-    NSLog(namesOf(mSession->inputs()));
-    mAudioDeviceInput = std::move(input);
+    mState->mSession->addInput(input);
+    NSLog(namesOf(mState->mSession->inputs()));
+    mState->mAudioDeviceInput = std::move(input);
   }
-  mSession->commitConfiguration();
+  mState->mSession->commitConfiguration();
 }
 
 void VeskAudioDevice::micLevelTimerFired() {
-  if (!mAudioPreviewOutput) return;
-  const auto connections = mAudioPreviewOutput->connections();
+  if (!mState->mAudioPreviewOutput) return;
+  const auto connections = mState->mAudioPreviewOutput->connections();
   if (connections.empty()) return;
-  mDelegates->queueMicLevel(averageLevel(*connections.front()), mIsMetering);
+  mDelegates->queueMicLevel(averageLevel(*connections.front()), mState->isMetering);
 }
 
 int32_t VeskAudioDevice::stopVUMeter() {
-  if (!mSession) return kVeskStatusSuccess;
+  if (!mState->mSession) return kVeskStatusSuccess;
   const auto delegates = mDelegates;  // the host may let the device go when it gets the level
   endMeter();
   delegates->deliverMicLevel(-std::numeric_limits<float>::infinity());
@@ -93,16 +90,16 @@ int32_t VeskAudioDevice::stopVUMeter() {
 
 /// Ends what the meter has going, without a word to the delegates.
 void VeskAudioDevice::endMeter() {
-  if (!mSession) return;
-  mMicLevelTimer->invalidate();
-  mMicLevelTimer.reset();
-  *mIsMetering = false;
+  if (!mState->mSession) return;
+  mState->mMicLevelTimer->invalidate();
+  mState->mMicLevelTimer.reset();
+  *mState->isMetering = false;
   // The microphone may take its time to stop, which nobody need wait for.
-  DispatchQueue::globalQueue()->async([session = std::exchange(mSession, nullptr)] {
+  DispatchQueue::globalQueue()->async([session = std::exchange(mState->mSession, nullptr)] {
     if (session->isRunning()) session->stopRunning();
   });
-  mAudioPreviewOutput.reset();
-  mAudioDeviceInput.reset();
+  mState->mAudioPreviewOutput.reset();
+  mState->mAudioDeviceInput.reset();
 }
 
 }  // namespace vesk

@@ -43,6 +43,13 @@ std::shared_ptr<VeskMicLevelDelegate> micLevelDelegate(const std::shared_ptr<Ves
 
 }  // namespace
 
+VeskDeviceDelegates::~VeskDeviceDelegates() = default;
+
+size_t DelegateList::size() const {
+  const RecursiveMutexLock lock(mLock);
+  return mDelegates.size();
+}
+
 void DelegateList::add(std::shared_ptr<VeskAVDeviceDelegate> delegate) {
   if (!delegate) return;
   const RecursiveMutexLock lock(mLock);

@@ -4,7 +4,9 @@
 #include <cstdint>
 #include <memory>
 
-#include "devices/device_delegates.h"
+#include <vesk/device_delegate.h>
+#include <vesk/export.h>
+#include "platform/foundation/mutex.h"
 
 namespace vesk {
 
@@ -19,9 +21,15 @@ namespace vesk {
 /// locks: a delegate may take its own inside. mLevelLock comes before it, since a host may change the list
 /// inside a level, and is held alone while a level is delivered: neither frames nor who adds a delegate wait
 /// for what a host does with it.
-class VESK_LOCAL DelegateList : public VeskDeviceDelegates, public std::enable_shared_from_this<DelegateList> {
+class VESK_LOCAL DelegateList final : public VeskDeviceDelegates, public std::enable_shared_from_this<DelegateList> {
  public:
   explicit DelegateList(std::shared_ptr<VeskDeviceInfo> info) : mInfo(std::move(info)) {}
+
+  void lock() const override VESK_NO_THREAD_SAFETY_ANALYSIS { mLock.lock(); }
+  void unlock() const override VESK_NO_THREAD_SAFETY_ANALYSIS { mLock.unlock(); }
+  Delegates::const_iterator begin() const override VESK_NO_THREAD_SAFETY_ANALYSIS { return mDelegates.begin(); }
+  Delegates::const_iterator end() const override VESK_NO_THREAD_SAFETY_ANALYSIS { return mDelegates.end(); }
+  size_t size() const override VESK_EXCLUDES(mLock);
 
   /// Appends a delegate, which is held until it is removed; nothing for null. One that is added
   /// twice receives everything twice.
@@ -55,6 +63,8 @@ class VESK_LOCAL DelegateList : public VeskDeviceDelegates, public std::enable_s
 
   const std::shared_ptr<VeskDeviceInfo> mInfo;
   RecursiveMutex mLevelLock;
+  mutable RecursiveMutex mLock;
+  Delegates mDelegates VESK_GUARDED_BY(mLock);
   bool mIsClosed VESK_GUARDED_BY(mLock) = false;
 };
 

@@ -18,14 +18,14 @@
 
 namespace vesk {
 
+namespace {
+
 /// What differs between cameras and microphones in the capture library.
 struct CaptureLibraryHalf {
   int32_t deviceType;
   bool hasRevision;
   int32_t (*enumDevices)(CaptureDeviceRecord* records, uint32_t* size, uint32_t* count);
 };
-
-namespace {
 
 /// Logs a line that the last call did not give; an empty one is not logged. For what is looked at anew
 /// for every device.
@@ -103,7 +103,72 @@ VeskDeviceList recordsOf(const CaptureLibraryHalf& half) {
   return devices;
 }
 
+/// The list of one half.
+class Devices {
+ public:
+  explicit Devices(const CaptureLibraryHalf& half) : mHalf(half) {}
+
+  /// The list; enumerates when there is none yet.
+  std::shared_ptr<const VeskDeviceList> get() VESK_EXCLUDES(mUpdating, mMutex);
+  /// Enumerates anew and posts what changed.
+  void update() VESK_EXCLUDES(mUpdating, mMutex);
+
+ private:
+  std::shared_ptr<const VeskDeviceList> current() const VESK_EXCLUDES(mMutex);
+  std::shared_ptr<const VeskDeviceList> enumerate() VESK_REQUIRES(mUpdating) VESK_EXCLUDES(mMutex);
+
+  const CaptureLibraryHalf& mHalf;
+  /// Held while enumerating, so that two updates see each other's list; never while calling out to
+  /// observers. Taken before mMutex.
+  Mutex mUpdating;
+  /// Held only to look at or exchange the pointer: a list in hand is given without waiting for devices.
+  mutable Mutex mMutex;
+  std::shared_ptr<const VeskDeviceList> mList VESK_GUARDED_BY(mMutex);
+};
+
+std::shared_ptr<const VeskDeviceList> Devices::current() const {
+  const MutexLock lock(mMutex);
+  return mList;
+}
+
+/// Makes the list anew and keeps it.
+std::shared_ptr<const VeskDeviceList> Devices::enumerate() {
+  const auto list = std::make_shared<const VeskDeviceList>(recordsOf(mHalf));
+  const MutexLock lock(mMutex);
+  return mList = list;
+}
+
+std::shared_ptr<const VeskDeviceList> Devices::get() {
+  if (auto list = current()) return list;
+  const MutexLock updating(mUpdating);
+  if (auto list = current()) return list;  // made while we waited
+  return enumerate();
+}
+
+void Devices::update() {
+  std::shared_ptr<VeskDeviceInfo> changed;
+  const char* name = KVXDeviceRemoved;
+  {
+    const MutexLock updating(mUpdating);
+    auto before = current();
+    if (!before) before = std::make_shared<const VeskDeviceList>();
+    const auto now = enumerate();
+    if (now->size() > before->size()) {
+      name = KVXDeviceAdded;
+      changed = VeskDeviceManager::getOddDevice(*now, *before);
+    } else {
+      changed = VeskDeviceManager::getOddDevice(*before, *now);
+    }
+  }
+  if (changed) NSNotificationCenter::defaultCenter().postNotificationName(name, nullptr, {{name, changed}});
+}
+
 }  // namespace
+
+struct VeskDeviceManager::State {
+  Devices mVideoDevices{kVideoHalf};
+  Devices mAudioDevices{kAudioHalf};
+};
 
 std::shared_ptr<VeskDeviceManager> VeskDeviceManager::getSharedInstance() {
   Shared& all = shared();
@@ -155,6 +220,7 @@ void VeskDeviceManager::stopShared() {
   all.isStopping = false;
 }
 
+VeskDeviceManager::VeskDeviceManager() : mState(std::make_unique<State>()) {}
 VeskDeviceManager::~VeskDeviceManager() = default;
 
 void VeskDeviceManager::start() {
@@ -174,18 +240,18 @@ void VeskDeviceManager::stop() {
 }
 
 VeskDeviceListPtr VeskDeviceManager::getVideoDeviceList() {
-  return mVideoDevices.get(kVideoHalf);
+  return mState->mVideoDevices.get();
 }
 
 VeskDeviceListPtr VeskDeviceManager::getAudioDeviceList() {
-  return mAudioDevices.get(kAudioHalf);
+  return mState->mAudioDevices.get();
 }
 
 void VeskDeviceManager::updateVideoDeviceList() {
-  mVideoDevices.update(kVideoHalf);
+  mState->mVideoDevices.update();
 }
 void VeskDeviceManager::updateAudioDevicelist() {
-  mAudioDevices.update(kAudioHalf);
+  mState->mAudioDevices.update();
 }
 
 VeskDeviceList VeskDeviceManager::enumarateVideoDevices() const {
@@ -193,43 +259,6 @@ VeskDeviceList VeskDeviceManager::enumarateVideoDevices() const {
 }
 VeskDeviceList VeskDeviceManager::enumarateAudioDevices() const {
   return recordsOf(kAudioHalf);
-}
-
-std::shared_ptr<const VeskDeviceList> VeskDeviceManager::Devices::current() const {
-  const MutexLock lock(mMutex);
-  return mList;
-}
-
-/// Makes the list anew and keeps it.
-std::shared_ptr<const VeskDeviceList> VeskDeviceManager::Devices::enumerate(const CaptureLibraryHalf& half) {
-  const auto list = std::make_shared<const VeskDeviceList>(recordsOf(half));
-  const MutexLock lock(mMutex);
-  return mList = list;
-}
-
-std::shared_ptr<const VeskDeviceList> VeskDeviceManager::Devices::get(const CaptureLibraryHalf& half) {
-  if (auto list = current()) return list;
-  const MutexLock updating(mUpdating);
-  if (auto list = current()) return list;  // made while we waited
-  return enumerate(half);
-}
-
-void VeskDeviceManager::Devices::update(const CaptureLibraryHalf& half) {
-  std::shared_ptr<VeskDeviceInfo> changed;
-  const char* name = KVXDeviceRemoved;
-  {
-    const MutexLock updating(mUpdating);
-    auto before = current();
-    if (!before) before = std::make_shared<const VeskDeviceList>();
-    const auto now = enumerate(half);
-    if (now->size() > before->size()) {
-      name = KVXDeviceAdded;
-      changed = getOddDevice(*now, *before);
-    } else {
-      changed = getOddDevice(*before, *now);
-    }
-  }
-  if (changed) NSNotificationCenter::defaultCenter().postNotificationName(name, nullptr, {{name, changed}});
 }
 
 std::shared_ptr<VeskDeviceInfo> VeskDeviceManager::getOddDevice(const VeskDeviceList& list,

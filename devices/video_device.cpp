@@ -10,7 +10,7 @@
 #include "devices/capture_parameters.h"
 #include "devices/delegate_list.h"
 #include "devices/enumeration.h"
-#include "devices/nudge_gate.h"
+#include "devices/video_device_state.h"
 #include "platform/foundation/byte_reader.h"
 
 namespace vesk {
@@ -46,7 +46,7 @@ std::shared_ptr<VeskVideoDevice> VeskVideoDevice::initWithDeviceInfo(std::shared
 }
 
 VeskVideoDevice::VeskVideoDevice(std::shared_ptr<VeskDeviceInfo> info)
-    : VeskAVDevice(std::move(info)), mNudgeGate(std::make_shared<NudgeGate>()) {}
+    : VeskAVDevice(std::move(info)), mState(std::make_unique<State>()) {}
 
 VeskVideoDevice::~VeskVideoDevice() {
   closeDevice();
@@ -54,12 +54,12 @@ VeskVideoDevice::~VeskVideoDevice() {
 
 int32_t VeskVideoDevice::openDevice() {
   const int32_t status = openHandle(VCI_Open_Device);
-  if (status == kVeskStatusSuccess) leaveAtMost(AfterRecording::kStop);
+  if (status == kVeskStatusSuccess) mState->recordings.leaveAtMost(AfterRecording::kStop);
   return status;
 }
 
 void VeskVideoDevice::closeDevice() {
-  const NudgeGate::Closing closing(*mNudgeGate);
+  const NudgeGate::Closing closing(mState->nudgeGate);
   if (mIsCapturing) stopCapture();
   closeHandle();
 }
@@ -92,7 +92,7 @@ CMVideoFormatList VeskVideoDevice::getResolutionsForCodec(uint32_t codec) const 
 }
 
 std::shared_ptr<const CMVideoFormatList> VeskVideoDevice::getSupportedFormats() {
-  if (mSupportedFormats) return mSupportedFormats;
+  if (mState->mSupportedFormats) return mState->mSupportedFormats;
   CMVideoFormatList all;
   for (const std::string& text : getMediaFormats().value_or(std::vector<std::string>())) {
     const auto codec = codeOf(text);
@@ -100,8 +100,8 @@ std::shared_ptr<const CMVideoFormatList> VeskVideoDevice::getSupportedFormats() 
     auto formats = getResolutionsForCodec(*codec);
     std::move(formats.begin(), formats.end(), std::back_inserter(all));
   }
-  mSupportedFormats = std::make_shared<const CMVideoFormatList>(std::move(all));
-  return mSupportedFormats;
+  mState->mSupportedFormats = std::make_shared<const CMVideoFormatList>(std::move(all));
+  return mState->mSupportedFormats;
 }
 
 std::optional<CMVideoFormatList> VeskVideoDevice::copyFormatsForCodec(uint32_t codec,
@@ -127,40 +127,68 @@ std::vector<uint32_t> VeskVideoDevice::getSupportedFrameIntervals(const CMVideoF
   return intervals;
 }
 
+std::optional<std::vector<uint32_t>> VeskVideoDevice::getSupportedFrameIntervals() const {
+  return mState->mSupportedFrameIntervals;
+}
+
+CMVideoFormatDescriptionRef VeskVideoDevice::getFormat() const {
+  return mState->mFormat;
+}
+
+void VeskVideoDevice::setFormat(CMVideoFormatDescriptionRef format) {
+  mState->mFormat = std::move(format);
+}
+
+std::optional<uint32_t> VeskVideoDevice::captureInterval() const {
+  return mState->captureInterval.get();
+}
+
+void VeskVideoDevice::setCaptureInterval(std::optional<uint32_t> interval) {
+  mState->captureInterval.set(interval);
+}
+
+std::optional<uint32_t> VeskVideoDevice::frameInterval() const {
+  return mState->mFrameinterval.get();
+}
+
+void VeskVideoDevice::setFrameInterval(std::optional<uint32_t> interval) {
+  mState->mFrameinterval.set(interval);
+}
+
 int32_t VeskVideoDevice::setCaptureFormat(const CMVideoFormatDescriptionRef& format) {
   if (!mIsOpen) return kVeskStatusNotOpen;
   if (!format) return kVeskStatusNoFormat;
-  const VCICaptureParameters parameters = videoCaptureParameters(*format, mCaptureInterval.get());
+  const VCICaptureParameters parameters = videoCaptureParameters(*format, mState->captureInterval.get());
   return VCI_Set_Capture_Parameters(mHandle, &parameters) == kVCISuccess ? kVeskStatusSuccess : kVeskStatusNoFormat;
 }
 
 int32_t VeskVideoDevice::startCapture() {
   if (mIsCapturing) {
-    leaveAtMost(AfterRecording::kStayOn);
+    mState->recordings.leaveAtMost(AfterRecording::kStayOn);
     return kVeskStatusSuccess;
   }
   if (!mIsOpen) return kVeskStatusNotOpen;
-  if (!mFormat) return kVeskStatusNoFormat;
+  if (!mState->mFormat) return kVeskStatusNoFormat;
 
-  setCaptureFormat(mFormat);
+  setCaptureFormat(mState->mFormat);
   if (VCI_Subscribe_Event(mHandle, kVCIEventFrame, VideoFrameCompletionCallback, captureContext()) != kVCISuccess)
     return kVeskStatusFailed;
-  mSubstream = mFormat->mediaSubType() == kCMVideoCodecType_H264 ? 1 : 0;
-  const int32_t status = VCI_Start_Capture(mHandle, mSubstream);
+  mState->mSubstream = mState->mFormat->mediaSubType() == kCMVideoCodecType_H264 ? 1 : 0;
+  const int32_t status = VCI_Start_Capture(mHandle, mState->mSubstream);
   if (status == kVCIBusy) {
     VCI_UnSubscribe_Event(mHandle, kVCIEventFrame);
     return kVeskStatusCameraInUse;
   }
   if (status != kVCISuccess) return kVeskStatusFailed;
   mIsCapturing = true;
-  leaveAtMost(AfterRecording::kStayOn);
+  mState->recordings.leaveAtMost(AfterRecording::kStayOn);
   return kVeskStatusSuccess;
 }
 
 int32_t VeskVideoDevice::stopCapture() {
   if (!mIsCapturing) return kVeskStatusSuccess;
   if (!mIsOpen) return kVeskStatusNotOpen;
-  if (VCI_Stop_Capture(mHandle, mSubstream) != kVCISuccess) return kVeskStatusFailed;
+  if (VCI_Stop_Capture(mHandle, mState->mSubstream) != kVCISuccess) return kVeskStatusFailed;
   if (VCI_UnSubscribe_Event(mHandle, kVCIEventFrame) != kVCISuccess) return kVeskStatusFailed;
   mIsCapturing = false;
   return kVeskStatusSuccess;

@@ -11,8 +11,8 @@
 #include <vesk/vci.h>
 #include <vesk/video_device.h>
 #include "devices/enumeration.h"
-#include "devices/nudge_gate.h"
 #include "devices/property_record.h"
+#include "devices/video_device_state.h"
 
 // The motorised head, and what a camera says of itself.
 
@@ -49,15 +49,15 @@ void VeskVideoDevice::tiltRelativeDown() {
 void VeskVideoDevice::nudge(int8_t pan, int8_t tilt, const char* line) {
   // Without a thread for the queue the head does not move.
   try {
-    if (!_localQueue) _localQueue = DispatchQueue::createSerial("com.orv.pt");
+    if (!mState->_localQueue) mState->_localQueue = DispatchQueue::createSerial("com.orv.pt");
   } catch (...) {
     return;
   }
-  mNudgeGate->add();
+  mState->nudgeGate.add();
   try {
-    _localQueue->async([self = shared_from_this(), pan, tilt, line] { self->performNudge(pan, tilt, line); });
+    mState->_localQueue->async([self = shared_from_this(), pan, tilt, line] { self->performNudge(pan, tilt, line); });
   } catch (...) {
-    mNudgeGate->remove();
+    mState->nudgeGate.remove();
   }
 }
 
@@ -65,14 +65,14 @@ void VeskVideoDevice::performNudge(int8_t pan, int8_t tilt, const char* line) {
   struct Ending {
     NudgeGate& gate;
     ~Ending() { gate.remove(); }
-  } const ending{*mNudgeGate};  // whatever the log's sink does
+  } const ending{mState->nudgeGate};  // whatever the log's sink does
   turnHead(pan, tilt);
   NSLog(line);
 }
 
 /// Turns the head for a moment, unless the camera is closed or about to be: then its stop would be lost.
 void VeskVideoDevice::turnHead(int8_t pan, int8_t tilt) {
-  const NudgeGate::Turn own(*mNudgeGate);
+  const NudgeGate::Turn own(mState->nudgeGate);
   const NudgeGate::Turn ofAll(NudgeGate::ofAllCameras());
   if (!own || !ofAll || !mIsOpen) return;
   setProperty(capture::kCameraControlSet, capture::kRelativePanTilt, motionValue(pan, tilt));
@@ -81,14 +81,14 @@ void VeskVideoDevice::turnHead(int8_t pan, int8_t tilt) {
 }
 
 int16_t VeskVideoDevice::relativePanTiltStop(int32_t) {
-  stop = 1;
+  mState->stop = 1;
   // The queue goes with its last piece of work, on its own thread: nobody waits for the nudges.
-  if (const auto queue = std::exchange(_localQueue, nullptr)) queue->async([queue] {});
+  if (const auto queue = std::exchange(mState->_localQueue, nullptr)) queue->async([queue] {});
   return 0;
 }
 
 void VeskVideoDevice::waitForNudges() {
-  mNudgeGate->waitUntilNone();
+  mState->nudgeGate.waitUntilNone();
 }
 
 int32_t VeskVideoDevice::resetPanTiltRel() {

@@ -1,23 +1,17 @@
-#include <algorithm>
-
 #include <vesk/log.h>
 #include <vesk/video_device.h>
+#include "devices/video_device_state.h"
 
 // A preview and recordings use one camera: whose stop takes effect when.
 
 namespace vesk {
 
 void VeskVideoDevice::beginRecording() {
-  const MutexLock lock(mRecordingMutex);
-  ++mRecordings;
+  mState->recordings.begin();
 }
 
 void VeskVideoDevice::endRecording() {
-  auto action = AfterRecording::kStayOn;
-  {
-    const MutexLock lock(mRecordingMutex);
-    if (--mRecordings == 0) std::swap(action, mAfterRecording);
-  }
+  const AfterRecording action = mState->recordings.end();
   if (action == AfterRecording::kClose) closeDevice();
   if (action == AfterRecording::kStop && stopCapture() != kVeskStatusSuccess)
     NSLog("[WARNING]: the camera \"" + mDeviceInfo->name().value_or("") +
@@ -25,25 +19,11 @@ void VeskVideoDevice::endRecording() {
 }
 
 int32_t VeskVideoDevice::stopUnlessRecorded() {
-  return leaveToRecording(AfterRecording::kStop) ? kVeskStatusSuccess : stopCapture();
+  return mState->recordings.leave(AfterRecording::kStop) ? kVeskStatusSuccess : stopCapture();
 }
 
 void VeskVideoDevice::closeUnlessRecorded() {
-  if (!leaveToRecording(AfterRecording::kClose)) closeDevice();
-}
-
-/// @return whether a recording is under way, which will do it when it ends.
-bool VeskVideoDevice::leaveToRecording(AfterRecording action) {
-  const MutexLock lock(mRecordingMutex);
-  if (mRecordings == 0) return false;
-  mAfterRecording = std::max(mAfterRecording, action);
-  return true;
-}
-
-/// The camera was opened or started anew: at most `action` is left to the recording.
-void VeskVideoDevice::leaveAtMost(AfterRecording action) {
-  const MutexLock lock(mRecordingMutex);
-  mAfterRecording = std::min(mAfterRecording, action);
+  if (!mState->recordings.leave(AfterRecording::kClose)) closeDevice();
 }
 
 }  // namespace vesk

@@ -2,9 +2,15 @@
 
 #include <vesk/vci.h>
 
-// What a device answers that does not have something.
+// What devices and sources answer that do not have something.
 
 namespace vesk::capture {
+
+CaptureDevice::~CaptureDevice() = default;
+
+std::vector<VideoFormat> CaptureDevice::videoFormats() {
+  return {};
+}
 
 int32_t CaptureDevice::setVideoParameters(const VideoParameters&) {
   return kVCIFailed;
@@ -18,7 +24,15 @@ int32_t CaptureDevice::setProperty(const PropertySetIdentifier&, uint32_t, std::
   return kVCIPropertyNotSupported;
 }
 
+std::vector<PropertySetIdentifier> CaptureDevice::propertySets() {
+  return {};
+}
+
 std::vector<uint32_t> CaptureDevice::propertyItems(const PropertySetIdentifier&) {
+  return {};
+}
+
+std::vector<WaveFormat> CaptureDevice::waveFormats() {
   return {};
 }
 
@@ -40,6 +54,20 @@ int32_t CaptureDevice::getVolume(uint32_t&) {
 
 int32_t CaptureDevice::setVolume(uint8_t) {
   return kVCIPropertyNotSupported;
+}
+
+CaptureSource::~CaptureSource() = default;
+
+std::unique_ptr<CaptureDevice> CaptureSource::openForMetering(const std::string& path) {
+  return open(DeviceKind::kAudio, path);
+}
+
+std::string CaptureSource::microphoneOf(const std::string&) {
+  return {};
+}
+
+std::string CaptureSource::cameraAtNode(const std::string&) {
+  return {};
 }
 
 }  // namespace vesk::capture

@@ -7,9 +7,15 @@
 /// The sound half of the capture interface. Conventions and status values are those of vci.h; a
 /// microphone's handle is closed by VCI_Close_Device.
 
+#ifdef __cplusplus
 extern "C" {
+#endif
 
+#ifdef __cplusplus
 enum : uint32_t {
+#else
+enum {
+#endif
   kACIEventPacket = 71,
   kACIEventDeviceArrived = 72,
   kACIEventDeviceLeft = 73,
@@ -32,4 +38,7 @@ VESK_EXPORT int32_t ACI_Get_Mic_Mute(ACI_HANDLE handle, uint8_t* mute);
 VESK_EXPORT int32_t ACI_Set_Mic_Mute(ACI_HANDLE handle, uint32_t mute);
 VESK_EXPORT int32_t ACI_Get_Mic_Volume(ACI_HANDLE handle, uint32_t* volume);
 VESK_EXPORT int32_t ACI_Set_Mic_Volume(ACI_HANDLE handle, uint8_t volume);
+
+#ifdef __cplusplus
 }
+#endif

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -12,11 +11,7 @@
 
 namespace vesk {
 
-class AVCaptureAudioPreviewOutput;
 class AVCaptureDevice;
-class AVCaptureDeviceInput;
-class AVCaptureSession;
-class NSTimer;
 
 using CMAudioFormatList = std::vector<CMAudioFormatDescriptionRef>;
 
@@ -48,7 +43,7 @@ class VESK_EXPORT VeskAudioDevice : public VeskAVDevice, public std::enable_shar
   std::shared_ptr<const CMAudioFormatList> getSupportedFormats();
 
   /// The chosen format; null when there is none.
-  CMAudioFormatDescriptionRef getFormat() const { return mFormat; }
+  CMAudioFormatDescriptionRef getFormat() const;
   /// Chooses the format of the next start by its stream description; null takes the choice back.
   void setFormat(const CMAudioFormatDescriptionRef& format);
 
@@ -92,19 +87,12 @@ class VESK_EXPORT VeskAudioDevice : public VeskAVDevice, public std::enable_shar
   void micLevelTimerFired();
 
  private:
-  using VeskAVDevice::VeskAVDevice;
+  explicit VeskAudioDevice(std::shared_ptr<VeskDeviceInfo> info);
 
   void endMeter();
 
-  std::shared_ptr<const CMAudioFormatList> mSupportedFormats;
-  CMAudioFormatDescriptionRef mFormat;
-
-  std::shared_ptr<NSTimer> mMicLevelTimer;
-  std::shared_ptr<AVCaptureSession> mSession;  ///< there while the meter runs
-  std::shared_ptr<AVCaptureAudioPreviewOutput> mAudioPreviewOutput;
-  std::shared_ptr<AVCaptureDeviceInput> mAudioDeviceInput;
-  /// False once the run that it was made for has ended: levels still on the main queue are left out.
-  std::shared_ptr<std::atomic<bool>> mIsMetering;
+  struct State;
+  const std::unique_ptr<State> mState;
 };
 
 }  // namespace vesk

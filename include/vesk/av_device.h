@@ -8,7 +8,6 @@
 #include <vesk/device_info.h>
 #include <vesk/export.h>
 #include <vesk/status.h>
-#include "devices/device_delegates.h"
 
 namespace vesk {
 

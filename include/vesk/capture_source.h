@@ -62,9 +62,9 @@ using FrameCallback = std::function<void(uint8_t* bytes, uint32_t length, int64_
 /// properties, mute and volume): one of either kind may run beside one of the other. Stop may come while
 /// a callback or a property call runs. Answers are the status values of vci.h. Destroying the device,
 /// which happens when no call runs, stops it.
-class CaptureDevice {
+class VESK_EXPORT CaptureDevice {
  public:
-  virtual ~CaptureDevice() = default;
+  virtual ~CaptureDevice();
 
   /// Starts delivery on a thread of the source's. 19 when the device is in use elsewhere.
   virtual int32_t start(uint32_t substream, FrameCallback callback) = 0;
@@ -72,16 +72,16 @@ class CaptureDevice {
   virtual int32_t stop(uint32_t substream) = 0;
 
   // Cameras.
-  virtual std::vector<VideoFormat> videoFormats() { return {}; }
+  virtual std::vector<VideoFormat> videoFormats();
   virtual int32_t setVideoParameters(const VideoParameters& parameters);
   virtual int32_t getProperty(uint32_t request, const PropertySetIdentifier& set, uint32_t property,
                               std::span<uint8_t> value, uint32_t& valueSize);
   virtual int32_t setProperty(const PropertySetIdentifier& set, uint32_t property, std::span<const uint8_t> value);
-  virtual std::vector<PropertySetIdentifier> propertySets() { return {}; }
+  virtual std::vector<PropertySetIdentifier> propertySets();
   virtual std::vector<uint32_t> propertyItems(const PropertySetIdentifier& set);
 
   // Microphones.
-  virtual std::vector<WaveFormat> waveFormats() { return {}; }
+  virtual std::vector<WaveFormat> waveFormats();
   virtual int32_t setWaveFormat(const WaveFormat& format);
   virtual int32_t getMute(bool& mute);
   virtual int32_t setMute(bool mute);
@@ -91,12 +91,12 @@ class CaptureDevice {
 
 /// Where devices come from: one source stands below the capture interface at a time (see
 /// capture_host.h); several are combined by CombinedSource.
-class CaptureSource {
+class VESK_EXPORT CaptureSource {
  public:
   /// Tells that a device of the kind came (`arrived`) or went. Called on a thread of the source's.
   using HotplugHandler = std::function<void(DeviceKind kind, bool arrived)>;
 
-  virtual ~CaptureSource() = default;
+  virtual ~CaptureSource();
 
   /// Begins watching for devices that come and go; an empty handler ends it. After that call has
   /// returned the old handler is not called any more, unless the call came from inside it.
@@ -107,14 +107,12 @@ class CaptureSource {
   virtual std::unique_ptr<CaptureDevice> open(DeviceKind kind, const std::string& path) = 0;
   /// Opens the microphone at `path` for its level only: it captures beside whoever else captures
   /// from it, and does not count as a use of it.
-  virtual std::unique_ptr<CaptureDevice> openForMetering(const std::string& path) {
-    return open(DeviceKind::kAudio, path);
-  }
+  virtual std::unique_ptr<CaptureDevice> openForMetering(const std::string& path);
   /// The path of the microphone that is built into the camera at `path`; empty when there is none.
-  virtual std::string microphoneOf(const std::string&) { return {}; }
+  virtual std::string microphoneOf(const std::string& cameraPath);
   /// The path of the camera whose pictures come from the device node ("/dev/video0", or a link to it);
   /// empty when there is none.
-  virtual std::string cameraAtNode(const std::string&) { return {}; }
+  virtual std::string cameraAtNode(const std::string& node);
 };
 
 }  // namespace vesk::capture

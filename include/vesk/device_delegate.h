@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include <vesk/device_info.h>
 #include <vesk/export.h>
@@ -31,6 +33,36 @@ class VESK_EXPORT VeskMicLevelDelegate {
 
   /// The microphone's level in decibels, 0 at full scale; negative infinity when metering stops.
   virtual void didMicLevelEventOccured(float level) = 0;
+};
+
+/// The delegates of one device in the order in which they were added, and the lock under which they
+/// are called. Whoever walks them holds the lock:
+///
+///     const std::lock_guard lock(camera->delegates());
+///     for (const auto& delegate : camera->delegates()) …
+///
+/// Threads: every operation from any thread. The lock is recursive, so it may be taken again, also
+/// inside a delivery; while it is held nothing is delivered, so hold it briefly.
+class VESK_EXPORT VeskDeviceDelegates {
+ public:
+  using Delegates = std::vector<std::shared_ptr<VeskAVDeviceDelegate>>;
+
+  VeskDeviceDelegates(const VeskDeviceDelegates&) = delete;
+  VeskDeviceDelegates& operator=(const VeskDeviceDelegates&) = delete;
+
+  virtual void lock() const = 0;
+  virtual void unlock() const = 0;
+
+  /// The caller holds the lock for as long as it uses the iterators.
+  virtual Delegates::const_iterator begin() const = 0;
+  virtual Delegates::const_iterator end() const = 0;
+
+  virtual size_t size() const = 0;
+  bool empty() const { return size() == 0; }
+
+ protected:
+  VeskDeviceDelegates() = default;
+  virtual ~VeskDeviceDelegates();
 };
 
 }  // namespace vesk

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include <vesk/export.h>
-#include "platform/foundation/mutex.h"
 
 namespace vesk {
 
@@ -22,17 +21,22 @@ constexpr int32_t kVeskDeviceTypeAudio = 1;
 /// Threads: name and path from any thread; the numbers are set before the record is shared.
 class VESK_EXPORT VeskDeviceInfo {
  public:
+  VeskDeviceInfo();
+  ~VeskDeviceInfo();
+  VeskDeviceInfo(const VeskDeviceInfo&) = delete;
+  VeskDeviceInfo& operator=(const VeskDeviceInfo&) = delete;
+
   /// What the user is shown, UTF-8.
-  std::optional<std::string> name() const VESK_EXCLUDES(mMutex);
-  void setName(std::optional<std::string> name) VESK_EXCLUDES(mMutex);
+  std::optional<std::string> name() const;
+  void setName(std::optional<std::string> name);
   /// The capture interface's path of the device, UTF-8; what has no place there (half a surrogate pair)
   /// is shown as U+FFFD.
-  std::optional<std::string> path() const VESK_EXCLUDES(mMutex);
-  void setPath(std::optional<std::string> path) VESK_EXCLUDES(mMutex);
+  std::optional<std::string> path() const;
+  void setPath(std::optional<std::string> path);
   /// The same path unit by unit, as the capture interface told it and takes it; none without a path, or
   /// when the one that was set is not UTF-8.
-  std::optional<std::u16string> pathUnits() const VESK_EXCLUDES(mMutex);
-  void setPathUnits(std::u16string_view units) VESK_EXCLUDES(mMutex);
+  std::optional<std::u16string> pathUnits() const;
+  void setPathUnits(std::u16string_view units);
 
   uint16_t productID() const { return mProductID; }
   void setProductID(uint16_t productID) { mProductID = productID; }
@@ -49,10 +53,8 @@ class VESK_EXPORT VeskDeviceInfo {
   bool isEqualToDevice(const VeskDeviceInfo& other) const;
 
  private:
-  mutable Mutex mMutex;
-  std::optional<std::string> mName VESK_GUARDED_BY(mMutex);
-  std::optional<std::string> mPath VESK_GUARDED_BY(mMutex);
-  std::optional<std::u16string> mPathUnits VESK_GUARDED_BY(mMutex);
+  struct State;
+  const std::unique_ptr<State> mState;
   uint16_t mProductID = 0;
   uint16_t mVendorID = 0;
   int32_t mDeviceType = kVeskDeviceTypeVideo;

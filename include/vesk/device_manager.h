@@ -7,7 +7,6 @@
 
 #include <vesk/device_info.h>
 #include <vesk/export.h>
-#include "platform/foundation/mutex.h"
 
 namespace vesk {
 
@@ -16,8 +15,6 @@ namespace vesk {
 /// Posted on the capture library's event thread.
 inline constexpr const char* KVXDeviceAdded = "kKVXDeviceAdded";
 inline constexpr const char* KVXDeviceRemoved = "kKVXDeviceRemoved";
-
-struct CaptureLibraryHalf;
 
 /// Knows which cameras and microphones are attached. The first getSharedInstance starts the capture
 /// library; from then on the manager follows arrivals and departures, and posts KVXDeviceAdded and
@@ -65,34 +62,14 @@ class VESK_EXPORT VeskDeviceManager {
   VeskDeviceManager& operator=(const VeskDeviceManager&) = delete;
 
  private:
-  class Devices {
-   public:
-    /// The list; enumerates when there is none yet.
-    std::shared_ptr<const VeskDeviceList> get(const CaptureLibraryHalf& half) VESK_EXCLUDES(mUpdating, mMutex);
-    /// Enumerates anew and posts what changed.
-    void update(const CaptureLibraryHalf& half) VESK_EXCLUDES(mUpdating, mMutex);
-
-   private:
-    std::shared_ptr<const VeskDeviceList> current() const VESK_EXCLUDES(mMutex);
-    std::shared_ptr<const VeskDeviceList> enumerate(const CaptureLibraryHalf& half) VESK_REQUIRES(mUpdating)
-        VESK_EXCLUDES(mMutex);
-
-    /// Held while enumerating, so that two updates see each other's list; never while calling out to
-    /// observers. Taken before mMutex.
-    Mutex mUpdating;
-    /// Held only to look at or exchange the pointer: a list in hand is given without waiting for devices.
-    mutable Mutex mMutex;
-    std::shared_ptr<const VeskDeviceList> mList VESK_GUARDED_BY(mMutex);
-  };
-
-  VeskDeviceManager() = default;
+  VeskDeviceManager();
 
   void start();
   void stop();
   static void stopShared();
 
-  Devices mVideoDevices;
-  Devices mAudioDevices;
+  struct State;
+  const std::unique_ptr<State> mState;
 };
 
 }  // namespace vesk

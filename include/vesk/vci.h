@@ -3,16 +3,22 @@
 #include <vesk/capture_records.h>
 #include <vesk/export.h>
 
-/// The video half of the capture interface.
+/// The video half of the capture interface, for C and C++.
 ///
 /// Every call may be made from any thread. A call answers 0 when it succeeded. Enumerations are
 /// made in two calls: without an array they answer 8 when there is something and fill in the count;
 /// with an array of that many elements they fill it and answer 0. The array call never fills more
 /// than the count it is given, and sets the count to what it filled.
 
+#ifdef __cplusplus
 extern "C" {
+#endif
 
+#ifdef __cplusplus
 enum : int32_t {
+#else
+enum {
+#endif
   kVCISuccess = 0,
   kVCIFailed = 1,  ///< anything that has no number of its own
   kVCIInvalidArgument = 2,
@@ -22,7 +28,11 @@ enum : int32_t {
   kVCIBusy = 19,  ///< the device is in use elsewhere
 };
 
+#ifdef __cplusplus
 enum : uint32_t {
+#else
+enum {
+#endif
   kVCIEventFrame = 1,
   kVCIEventDeviceArrived = 7,
   kVCIEventDeviceLeft = 8,
@@ -66,4 +76,7 @@ VESK_EXPORT int32_t VCI_Set_Property(VCI_HANDLE handle, const VCIPropertySet* se
 VESK_EXPORT int32_t VCI_Enum_Property_Sets(VCI_HANDLE handle, VCIPropertySet* sets, uint32_t* size, uint32_t* count);
 VESK_EXPORT int32_t VCI_Enum_Property_Items(VCI_HANDLE handle, const VCIPropertySet* set, uint32_t* items,
                                             uint32_t* size, uint32_t* count);
+
+#ifdef __cplusplus
 }
+#endif

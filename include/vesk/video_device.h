@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -13,7 +12,6 @@
 #include <vesk/camera_controls.h>
 #include <vesk/export.h>
 #include <vesk/format_description.h>
-#include "platform/foundation/mutex.h"
 
 namespace vesk {
 
@@ -26,9 +24,6 @@ using CMVideoFormatList = std::vector<CMVideoFormatDescriptionRef>;
 
 /// Numbers that a camera tells of itself, by name.
 using VeskInformation = std::map<std::string, int32_t>;
-
-class DispatchQueue;
-class NudgeGate;
 
 /// A camera: lists what it can deliver, captures, and hands every frame to its delegates. A format
 /// is chosen with setFormat before capture starts. Letting the camera go stops and closes it.
@@ -68,12 +63,12 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   /// of a second.
   std::vector<uint32_t> getSupportedFrameIntervals(const CMVideoFormatDescriptionRef& format) const;
   /// Always none: intervals are asked for format by format, above.
-  std::optional<std::vector<uint32_t>> getSupportedFrameIntervals() const { return mSupportedFrameIntervals; }
+  std::optional<std::vector<uint32_t>> getSupportedFrameIntervals() const;
 
   /// The chosen format; null when there is none.
-  CMVideoFormatDescriptionRef getFormat() const { return mFormat; }
+  CMVideoFormatDescriptionRef getFormat() const;
   /// Chooses the format of the next start; null takes the choice back.
-  void setFormat(CMVideoFormatDescriptionRef format) { mFormat = std::move(format); }
+  void setFormat(CMVideoFormatDescriptionRef format);
   /// Asks the camera for a format at the chosen rate, 30 pictures a second unless the host chooses otherwise.
   /// @return 0 accepted; 2 refused, or no format given; 3 not open.
   int32_t setCaptureFormat(const CMVideoFormatDescriptionRef& format);
@@ -84,8 +79,8 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   /// A camera takes the nearest of its own intervals (getSupportedFrameIntervals), and logs a line where its
   /// driver makes another of it; footage keeps its own rate, and logs that. Movies that are faster than 33
   /// pictures a second need FrameTiming::kCapture. From any thread.
-  std::optional<uint32_t> captureInterval() const { return mCaptureInterval.get(); }
-  void setCaptureInterval(std::optional<uint32_t> interval) { mCaptureInterval.set(interval); }
+  std::optional<uint32_t> captureInterval() const;
+  void setCaptureInterval(std::optional<uint32_t> interval);
 
   /// Starts capture in the chosen format; a camera that refuses the format captures with what it has.
   /// @return 0 started or already capturing; 2 no format chosen; 3 not open; 6 in use elsewhere; 7
@@ -99,18 +94,18 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
 
   /// A recording of this camera begins or has ended. The last one to end carries out what was asked
   /// for meanwhile, below, unless the camera was started anew in between.
-  void beginRecording() VESK_EXCLUDES(mRecordingMutex);
-  void endRecording() VESK_EXCLUDES(mRecordingMutex);
+  void beginRecording();
+  void endRecording();
   /// Stops capture, or, while it is being recorded, leaves that to the end of the recording.
   /// @return stopCapture's; 0 when it is left to the recording
-  int32_t stopUnlessRecorded() VESK_EXCLUDES(mRecordingMutex);
+  int32_t stopUnlessRecorded();
   /// Stops capture and closes the camera, or leaves both to the end of the recording; opening it
   /// again meanwhile takes the close back.
-  void closeUnlessRecorded() VESK_EXCLUDES(mRecordingMutex);
+  void closeUnlessRecorded();
 
   /// Kept for the host. Capture does not heed it: setCaptureInterval is what chooses a rate. From any thread.
-  std::optional<uint32_t> frameInterval() const { return mFrameinterval.get(); }
-  void setFrameInterval(std::optional<uint32_t> interval) { mFrameinterval.set(interval); }
+  std::optional<uint32_t> frameInterval() const;
+  void setFrameInterval(std::optional<uint32_t> interval);
 
   // Camera controls. Numbers are in the units of camera_controls.h; none where the camera does not
   // have the control or the device is not open. Setters send the low bytes of what they are given,
@@ -324,40 +319,12 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   int32_t setProperty(const capture::PropertySetIdentifier& set, uint32_t number, std::span<const uint8_t> value) const;
   bool readInformation(uint32_t number, std::span<uint8_t> value) const;
 
-  /// What is left to the end of the recordings.
-  enum class AfterRecording { kStayOn, kStop, kClose };
-  bool leaveToRecording(AfterRecording action) VESK_EXCLUDES(mRecordingMutex);
-  void leaveAtMost(AfterRecording action) VESK_EXCLUDES(mRecordingMutex);
-
   void nudge(int8_t pan, int8_t tilt, const char* line);
   void performNudge(int8_t pan, int8_t tilt, const char* line);
   void turnHead(int8_t pan, int8_t tilt);
 
-  /// A number or none, for every thread; an atomic std::optional is not lock-free with every compiler.
-  class Interval {
-   public:
-    std::optional<uint32_t> get() const {
-      const int64_t value = mValue;
-      return value < 0 ? std::nullopt : std::optional(static_cast<uint32_t>(value));
-    }
-    void set(std::optional<uint32_t> interval) { mValue = interval ? int64_t{*interval} : -1; }
-
-   private:
-    std::atomic<int64_t> mValue{-1};
-  };
-  Interval mFrameinterval;
-  Interval mCaptureInterval;
-  std::optional<std::vector<uint32_t>> mSupportedFrameIntervals;
-  std::shared_ptr<const CMVideoFormatList> mSupportedFormats;
-  uint32_t mSubstream = 0;  ///< of the capture under way: 1 for H.264
-  CMVideoFormatDescriptionRef mFormat;
-  int32_t stop = 0;  ///< 1 once nudges were told to stop; nothing heeds it
-  std::shared_ptr<DispatchQueue> _localQueue;
-  const std::shared_ptr<NudgeGate> mNudgeGate;
-
-  Mutex mRecordingMutex;
-  int mRecordings VESK_GUARDED_BY(mRecordingMutex) = 0;
-  AfterRecording mAfterRecording VESK_GUARDED_BY(mRecordingMutex) = AfterRecording::kStayOn;
+  struct State;
+  const std::unique_ptr<State> mState;
 };
 
 }  // namespace vesk
