@@ -9,8 +9,8 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/log.h>
+#include "movie/asset_writer_adapter_state.h"
 #include "platform/foundation/file_manager.h"
-#include "platform/writing/file_system.h"
 
 namespace vesk {
 namespace {
@@ -45,16 +45,11 @@ uint64_t endOf(const CMSampleBuffer& sample) {
 
 }  // namespace
 
-AVAssetWriterAdapter::AVAssetWriterAdapter(const std::string& path, bool hasVideo, bool hasAudio,
-                                           std::shared_ptr<RecordingCounters> counters, FileSystem* fileSystem)
-    : mFilePath(path),
-      mHasAudio(hasAudio),
-      mHasVideo(hasVideo),
-      mFileSystem(fileSystem ? *fileSystem : FileSystem::posix()),
-      mCounters(counters ? std::move(counters) : std::make_shared<RecordingCounters>()),
-      mWriting(std::make_shared<Writing>()) {
-  setup();
-}
+AVAssetWriterAdapter::AVAssetWriterAdapter(const std::string& path, bool hasVideo, bool hasAudio)
+    : AVAssetWriterAdapter(std::make_unique<State>(path, hasVideo, hasAudio, std::make_shared<RecordingCounters>(),
+                                                   FileSystem::posix())) {}
+
+AVAssetWriterAdapter::AVAssetWriterAdapter(std::unique_ptr<State> state) : mState(std::move(state)) {}
 
 AVAssetWriterAdapter::~AVAssetWriterAdapter() {
   try {
@@ -64,7 +59,58 @@ AVAssetWriterAdapter::~AVAssetWriterAdapter() {
   }
 }
 
-void AVAssetWriterAdapter::setup() {
+CountedAssetWriterAdapter::CountedAssetWriterAdapter(const std::string& path, bool hasVideo, bool hasAudio,
+                                                     std::shared_ptr<RecordingCounters> counters,
+                                                     FileSystem& fileSystem)
+    : AVAssetWriterAdapter(std::make_unique<State>(path, hasVideo, hasAudio, std::move(counters), fileSystem)) {}
+
+int32_t AVAssetWriterAdapter::addVideoSample(const CMSampleBufferRef& sample) {
+  return mState->addVideoSample(sample);
+}
+
+int32_t AVAssetWriterAdapter::addAudioSample(const CMSampleBufferRef& sample) {
+  return mState->addAudioSample(sample);
+}
+
+int32_t AVAssetWriterAdapter::addSample(const CMSampleBufferRef& sample,
+                                        const std::shared_ptr<AVAssetWriterInput>& input) {
+  return mState->addSample(sample, input);
+}
+
+std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::audioInput() const {
+  return mState->audioInput();
+}
+
+std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::videoInput() const {
+  return mState->videoInput();
+}
+
+void AVAssetWriterAdapter::finish() {
+  mState->finish();
+}
+
+int32_t AVAssetWriterAdapter::AVErrorToMovieCreatorError(int64_t code) const {
+  return mState->AVErrorToMovieCreatorError(code);
+}
+
+int32_t AVAssetWriterAdapter::movieCreatorError(int64_t code, std::optional<uint64_t> freeSpace) {
+  if (code == AVErrorDiskFull) return kMovieDiskFull;
+  if (code == AVErrorFileFailedToWrite) return kMovieFileFailedToWrite;
+  return freeSpace && *freeSpace < kLeastFreeSpace ? kMovieDiskFull : kMovieWriterFailed;
+}
+
+AVAssetWriterAdapter::State::State(const std::string& path, bool hasVideo, bool hasAudio,
+                                   std::shared_ptr<RecordingCounters> counters, FileSystem& fileSystem)
+    : mFilePath(path),
+      mHasAudio(hasAudio),
+      mHasVideo(hasVideo),
+      mFileSystem(fileSystem),
+      mCounters(std::move(counters)),
+      mWriting(std::make_shared<Writing>()) {
+  setup();
+}
+
+void AVAssetWriterAdapter::State::setup() {
   MutexLock lock(mMutex);
   deleteOldFile();
   NSError error;
@@ -81,14 +127,14 @@ void AVAssetWriterAdapter::setup() {
 }
 
 /// A movie that another recording is writing stays; the writer then finds its path taken.
-void AVAssetWriterAdapter::deleteOldFile() {
+void AVAssetWriterAdapter::State::deleteOldFile() {
   int error = 0;
   const auto old = mFileSystem.open(mFilePath, FileMode::kReadWrite, error);
   if (old && old->lock() == EWOULDBLOCK) return NSLog(mFilePath + " is being recorded by another program");
   mFileSystem.remove(mFilePath);
 }
 
-std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::makeInput(AVMediaType mediaType) {
+std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::State::makeInput(AVMediaType mediaType) {
   auto input = AVAssetWriterInput::initWithMediaType(mediaType);
   if (mWriter->canAddInput(*input)) {
     mWriter->addInput(input);
@@ -97,19 +143,19 @@ std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::makeInput(AVMediaType 
   return input;
 }
 
-std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::audioInput() const {
+std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::State::audioInput() const {
   MutexLock lock(mMutex);
   return mAudioInput;
 }
 
-std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::videoInput() const {
+std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::State::videoInput() const {
   MutexLock lock(mMutex);
   return mVideoInput;
 }
 
 // Adding samples, on the callers' threads.
 
-int32_t AVAssetWriterAdapter::addVideoSample(const CMSampleBufferRef& sample) {
+int32_t AVAssetWriterAdapter::State::addVideoSample(const CMSampleBufferRef& sample) {
   if (!sample) return 0;
   MutexLock lock(mMutex);
   if (mDiscardSamples && mustBeDiscarded(*sample)) {
@@ -122,24 +168,24 @@ int32_t AVAssetWriterAdapter::addVideoSample(const CMSampleBufferRef& sample) {
   return result;
 }
 
-bool AVAssetWriterAdapter::mustBeDiscarded(const CMSampleBuffer& sample) {
+bool AVAssetWriterAdapter::State::mustBeDiscarded(const CMSampleBuffer& sample) {
   if (sample.formatDescription()->mediaSubType() != kCMVideoCodecType_H264) return false;
   return sample.sampleAttachments().valueOr(kCMSampleAttachmentKey_DependsOnOthers, true);
 }
 
-int32_t AVAssetWriterAdapter::addAudioSample(const CMSampleBufferRef& sample) {
+int32_t AVAssetWriterAdapter::State::addAudioSample(const CMSampleBufferRef& sample) {
   MutexLock lock(mMutex);
   return addSampleLocked(sample, mAudioInput);
 }
 
-int32_t AVAssetWriterAdapter::addSample(const CMSampleBufferRef& sample,
-                                        const std::shared_ptr<AVAssetWriterInput>& input) {
+int32_t AVAssetWriterAdapter::State::addSample(const CMSampleBufferRef& sample,
+                                               const std::shared_ptr<AVAssetWriterInput>& input) {
   MutexLock lock(mMutex);
   return addSampleLocked(sample, input);
 }
 
-int32_t AVAssetWriterAdapter::addSampleLocked(const CMSampleBufferRef& sample,
-                                              const std::shared_ptr<AVAssetWriterInput>& input) {
+int32_t AVAssetWriterAdapter::State::addSampleLocked(const CMSampleBufferRef& sample,
+                                                     const std::shared_ptr<AVAssetWriterInput>& input) {
   if (!sample || !input || mFinished) return 0;
   const bool isVideo = input == mVideoInput;
   SampleQueue& queue = isVideo ? mVideoQueue : mAudioQueue;
@@ -163,8 +209,8 @@ int32_t AVAssetWriterAdapter::addSampleLocked(const CMSampleBufferRef& sample,
   return result;
 }
 
-int32_t AVAssetWriterAdapter::addSamplePriv(const CMSampleBufferRef& sample,
-                                            const std::shared_ptr<AVAssetWriterInput>& input) {
+int32_t AVAssetWriterAdapter::State::addSamplePriv(const CMSampleBufferRef& sample,
+                                                   const std::shared_ptr<AVAssetWriterInput>& input) {
   if (!sample || !input) return 0;
   switch (mWriter->status()) {
     case AVAssetWriterStatus::Unknown:
@@ -180,7 +226,7 @@ int32_t AVAssetWriterAdapter::addSamplePriv(const CMSampleBufferRef& sample,
   return 0;
 }
 
-void AVAssetWriterAdapter::startWriting() {
+void AVAssetWriterAdapter::State::startWriting() {
   if (mWriter->startWriting()) mWriter->startSessionAtSourceTime(kCMTimeZero);
   // The blocks belong to the inputs, so they hold neither; `writing` says whether those are still there.
   const auto request = [this, writerQueue = mWriterQueue](AVAssetWriterInput* input, SampleQueue& queue,
@@ -194,7 +240,7 @@ void AVAssetWriterAdapter::startWriting() {
   request(mVideoInput.get(), mVideoQueue, mCounters->video);
 }
 
-void AVAssetWriterAdapter::wakeWriter(size_t waiting, uint64_t bytes, AVAssetWriterInput& input) {
+void AVAssetWriterAdapter::State::wakeWriter(size_t waiting, uint64_t bytes, AVAssetWriterInput& input) {
   if (waiting >= kGatheredSamples || bytes >= kGatheredBytes) return input.mediaDataAvailable();
   // An exchange here and there: a sample queued while a wake is pending is seen by its pull.
   if (mWakePending.exchange(true)) return;
@@ -210,7 +256,7 @@ void AVAssetWriterAdapter::wakeWriter(size_t waiting, uint64_t bytes, AVAssetWri
   }
 }
 
-int32_t AVAssetWriterAdapter::reportFailure(const AVAssetWriter& writer) const {
+int32_t AVAssetWriterAdapter::State::reportFailure(const AVAssetWriter& writer) const {
   const NSError error = writer.error();
   NSLog("Asset writer failed [" + error.description + "]");
   const int32_t status = AVErrorToMovieCreatorError(error.code);
@@ -218,25 +264,19 @@ int32_t AVAssetWriterAdapter::reportFailure(const AVAssetWriter& writer) const {
   return status;
 }
 
-int32_t AVAssetWriterAdapter::AVErrorToMovieCreatorError(int64_t code) const {
+int32_t AVAssetWriterAdapter::State::AVErrorToMovieCreatorError(int64_t code) const {
   return movieCreatorError(code, NSFileManager::defaultManager().freeSpaceAtPath(mFilePath));
-}
-
-int32_t AVAssetWriterAdapter::movieCreatorError(int64_t code, std::optional<uint64_t> freeSpace) {
-  if (code == AVErrorDiskFull) return kMovieDiskFull;
-  if (code == AVErrorFileFailedToWrite) return kMovieFileFailedToWrite;
-  return freeSpace && *freeSpace < kLeastFreeSpace ? kMovieDiskFull : kMovieWriterFailed;
 }
 
 // Writing, on the writer queue.
 
-void AVAssetWriterAdapter::pullWaiting() {
+void AVAssetWriterAdapter::State::pullWaiting() {
   AddSampleFromQueue(mAudioQueue, mWriting->audioInput, mCounters->audio);
   AddSampleFromQueue(mVideoQueue, mWriting->videoInput, mCounters->video);
 }
 
-int32_t AVAssetWriterAdapter::AddSampleFromQueue(SampleQueue& queue, AVAssetWriterInput* input,
-                                                 RecordingCounters::Track& counters) {
+int32_t AVAssetWriterAdapter::State::AddSampleFromQueue(SampleQueue& queue, AVAssetWriterInput* input,
+                                                        RecordingCounters::Track& counters) {
   if (!input) return 0;
   while (input->isReadyForMoreMediaData()) {
     const CMSampleBufferRef sample = queue.dequeue();
@@ -258,7 +298,7 @@ int32_t AVAssetWriterAdapter::AddSampleFromQueue(SampleQueue& queue, AVAssetWrit
 
 // Finishing.
 
-void AVAssetWriterAdapter::finish() {
+void AVAssetWriterAdapter::State::finish() {
   std::shared_ptr<AVAssetWriterInput> audioInput;
   std::shared_ptr<AVAssetWriterInput> videoInput;
   std::shared_ptr<AVAssetWriter> writer;
@@ -287,7 +327,7 @@ void AVAssetWriterAdapter::finish() {
   printToOutput("Finished writing [%s]\n", mFilePath.c_str());
 }
 
-void AVAssetWriterAdapter::finishWriting(AVAssetWriter& writer) {
+void AVAssetWriterAdapter::State::finishWriting(AVAssetWriter& writer) {
   const AVAssetWriterStatus status = writer.status();
   if (status != AVAssetWriterStatus::Writing && status != AVAssetWriterStatus::Failed) return;
   pullWaiting();
@@ -297,7 +337,7 @@ void AVAssetWriterAdapter::finishWriting(AVAssetWriter& writer) {
   mCounters->bytes.store(writer.bytesWritten(), std::memory_order_relaxed);
 }
 
-void AVAssetWriterAdapter::drain(SampleQueue& queue, RecordingCounters::Track& counters) {
+void AVAssetWriterAdapter::State::drain(SampleQueue& queue, RecordingCounters::Track& counters) {
   while (const CMSampleBufferRef sample = queue.dequeue()) {
     RecordingCounters::add(counters.bytesTaken, sample->data().size());
     RecordingCounters::add(counters.refused);

@@ -4,6 +4,7 @@
 
 #include <vesk/four_char_code.h>
 #include "movie/copy_bytes.h"
+#include "movie/h264_header_info.h"
 #include "platform/h264/decoder_configuration.h"
 #include "platform/h264/nal_unit.h"
 
@@ -41,11 +42,16 @@ void attach(SampleAttachments& attachments, bool isSync) {
 
 }  // namespace
 
+H264SampleGenerator::H264SampleGenerator(int width, int height, int frameRate, FrameTiming timing)
+    : VideoSampleGenerator(width, height, frameRate, timing), mHeaderInfo(std::make_unique<CH264HeaderInfo>()) {}
+
+H264SampleGenerator::~H264SampleGenerator() = default;
+
 CMSampleBufferRef H264SampleGenerator::CreateVideoSampleBuffer(const unsigned char* buffer, unsigned long length,
                                                                const CMSampleTimingInfo& timing) {
   if (!mFormat) {
-    mHeaderInfo.Collect(buffer, static_cast<uint32_t>(length));
-    if (mHeaderInfo.isComplete()) mFormat = CreateVideoFormat();
+    mHeaderInfo->Collect(buffer, static_cast<uint32_t>(length));
+    if (mHeaderInfo->isComplete()) mFormat = CreateVideoFormat();
     if (!mFormat) return nullptr;
   }
   auto block = CMBlockBuffer::create(length);
@@ -62,7 +68,7 @@ CMVideoFormatDescriptionRef H264SampleGenerator::CreateVideoFormat() const {
   const auto set = [](const CNALUnit& unit) {
     return std::span(unit.mData, unit.mSize).subspan(h264::NALUnitWalk::kLengthSize);
   };
-  auto record = h264::makeDecoderConfiguration(set(mHeaderInfo.mSPS), set(mHeaderInfo.mPPS));
+  auto record = h264::makeDecoderConfiguration(set(mHeaderInfo->mSPS), set(mHeaderInfo->mPPS));
   if (record.empty()) return nullptr;
   VideoFormatExtensions extensions;
   extensions.sampleDescriptionExtensionAtoms.emplace("avcC", std::move(record));

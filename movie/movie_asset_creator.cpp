@@ -15,6 +15,7 @@
 #include <vesk/log.h>
 #include <vesk/pcm_audio_sample_generator.h>
 #include <vesk/uncompressed_sample_generator.h>
+#include "movie/movie_asset_creator_state.h"
 #include "platform/h264/nal_unit.h"
 #include "platform/h264/picture_geometry.h"
 #include "platform/h264/stream_conversion.h"
@@ -77,10 +78,47 @@ std::unique_ptr<VeskMovieCreator> CreateMovieCreator(const char* path) {
   }
 }
 
-VeskMovieAssetCreator::VeskMovieAssetCreator(std::string path, FileSystem* fileSystem)
-    : VeskMovieCreator(std::move(path)), mFileSystem(fileSystem), mCounters(std::make_shared<RecordingCounters>()) {}
+VeskMovieAssetCreator::VeskMovieAssetCreator(std::string path)
+    : VeskMovieCreator(std::move(path)), mState(std::make_unique<State>(mFilePath, FileSystem::posix())) {}
+
+VeskMovieAssetCreator::VeskMovieAssetCreator(std::string path, std::unique_ptr<State> state)
+    : VeskMovieCreator(std::move(path)), mState(std::move(state)) {}
+
+VeskMovieAssetCreator::~VeskMovieAssetCreator() = default;
 
 int32_t VeskMovieAssetCreator::Open(const _VeskVideoDescription* video, const _VeskAudioDescription* audio) {
+  return mState->Open(video, audio);
+}
+
+int32_t VeskMovieAssetCreator::AddSampleToMovie(void* buffer, unsigned long length, unsigned long long timestamp,
+                                                VeskMediaType type) {
+  return mState->AddSampleToMovie(buffer, length, timestamp, type);
+}
+
+void VeskMovieAssetCreator::SetContinues(bool continues) {
+  mState->SetContinues(continues);
+}
+
+void VeskMovieAssetCreator::ContinueIn(std::shared_ptr<VeskMovieCreator> next) {
+  mState->ContinueIn(std::move(next));
+}
+
+int32_t VeskMovieAssetCreator::Close() {
+  return mState->Close();
+}
+
+RecordingStatistics VeskMovieAssetCreator::statistics() const {
+  return mState->statistics();
+}
+
+QueueLevels VeskMovieAssetCreator::waiting() const {
+  return mState->waiting();
+}
+
+VeskMovieAssetCreator::State::State(std::string path, FileSystem& fileSystem)
+    : mFilePath(std::move(path)), mFileSystem(fileSystem), mCounters(std::make_shared<RecordingCounters>()) {}
+
+int32_t VeskMovieAssetCreator::State::Open(const _VeskVideoDescription* video, const _VeskAudioDescription* audio) {
   MutexLock lock(mMutex);
   if (std::exchange(mWasOpened, true)) return kMovieAlreadyOpen;
   try {
@@ -92,7 +130,7 @@ int32_t VeskMovieAssetCreator::Open(const _VeskVideoDescription* video, const _V
   return 0;
 }
 
-void VeskMovieAssetCreator::openStreams(const _VeskVideoDescription* video, const _VeskAudioDescription* audio) {
+void VeskMovieAssetCreator::State::openStreams(const _VeskVideoDescription* video, const _VeskAudioDescription* audio) {
   const FrameTiming timing = timingOf(video);
   if (audio) {
     mAudioDescription = *audio;
@@ -104,12 +142,12 @@ void VeskMovieAssetCreator::openStreams(const _VeskVideoDescription* video, cons
     noteSize(video->width, video->height);
   }
   mFirstTimestamp = 0;
-  mAdapter =
-      std::make_unique<AVAssetWriterAdapter>(mFilePath, video != nullptr, audio != nullptr, mCounters, mFileSystem);
+  mAdapter = std::make_unique<CountedAssetWriterAdapter>(mFilePath, video != nullptr, audio != nullptr, mCounters,
+                                                         mFileSystem);
 }
 
-int32_t VeskMovieAssetCreator::AddSampleToMovie(void* buffer, unsigned long length, unsigned long long timestamp,
-                                                VeskMediaType type) {
+int32_t VeskMovieAssetCreator::State::AddSampleToMovie(void* buffer, unsigned long length, unsigned long long timestamp,
+                                                       VeskMediaType type) {
   if (auto* const next = mNext.load()) return next->AddSampleToMovie(buffer, length, timestamp, type);
   MutexLock lock(mMutex);
   if (mNextOwner) return mNextOwner->AddSampleToMovie(buffer, length, timestamp, type);
@@ -128,7 +166,8 @@ int32_t VeskMovieAssetCreator::AddSampleToMovie(void* buffer, unsigned long leng
   }
 }
 
-int32_t VeskMovieAssetCreator::addSample(uint8_t* buffer, unsigned long length, uint64_t time, VeskMediaType type) {
+int32_t VeskMovieAssetCreator::State::addSample(uint8_t* buffer, unsigned long length, uint64_t time,
+                                                VeskMediaType type) {
   const bool isUsable = buffer && length <= std::numeric_limits<uint32_t>::max();
   switch (type) {
     case VeskMediaTypeVideo:
@@ -140,13 +179,13 @@ int32_t VeskMovieAssetCreator::addSample(uint8_t* buffer, unsigned long length, 
   return kMovieUnsupportedMediaType;
 }
 
-int32_t VeskMovieAssetCreator::addVideo(uint8_t* buffer, uint32_t length, uint64_t time) {
+int32_t VeskMovieAssetCreator::State::addVideo(uint8_t* buffer, uint32_t length, uint64_t time) {
   if (mVideoDescription.codec != kCMVideoCodecType_H264) return addPicture({buffer, length}, time);
   h264::ensureLengths({buffer, length});
   return addH264({buffer, length}, time);
 }
 
-int32_t VeskMovieAssetCreator::addPicture(std::span<const uint8_t> picture, uint64_t time) {
+int32_t VeskMovieAssetCreator::State::addPicture(std::span<const uint8_t> picture, uint64_t time) {
   const auto sample = mVideoGenerator->CreateSample(picture.data(), static_cast<uint32_t>(picture.size()), time);
   if (!sample) {
     RecordingCounters::add(mCounters->video.heldBack);
@@ -157,7 +196,7 @@ int32_t VeskMovieAssetCreator::addPicture(std::span<const uint8_t> picture, uint
 }
 
 /// Frames that come too fast for a steady movie leave their sound further and further behind.
-void VeskMovieAssetCreator::noteTime(const CMSampleBuffer& sample, uint64_t time) {
+void VeskMovieAssetCreator::State::noteTime(const CMSampleBuffer& sample, uint64_t time) {
   const auto shown = static_cast<uint64_t>(sample.presentationTimeStamp().value);
   if (mCounters->noteFrame(time, shown) < kMostLate || std::exchange(mIsLateTold, true)) return;
   NSLog("Pictures come faster than the movie \"" + mFilePath +
@@ -166,7 +205,7 @@ void VeskMovieAssetCreator::noteTime(const CMSampleBuffer& sample, uint64_t time
 }
 
 /// A movie's track holds one sequence and one picture parameter set: those of the picture that it begins with.
-int32_t VeskMovieAssetCreator::addH264(std::span<const uint8_t> unit, uint64_t time) {
+int32_t VeskMovieAssetCreator::State::addH264(std::span<const uint8_t> unit, uint64_t time) {
   const bool wasHolding = mSets.isHolding();
   bool fits = look(unit);
   bool isFirst = !wasHolding && mSets.isHolding();
@@ -185,12 +224,12 @@ int32_t VeskMovieAssetCreator::addH264(std::span<const uint8_t> unit, uint64_t t
   return addPicture(withSets(unit), time);
 }
 
-void VeskMovieAssetCreator::noteSize(int32_t width, int32_t height) {
+void VeskMovieAssetCreator::State::noteSize(int32_t width, int32_t height) {
   mCounters->width = static_cast<uint32_t>(std::max(width, 0));
   mCounters->height = static_cast<uint32_t>(std::max(height, 0));
 }
 
-bool VeskMovieAssetCreator::look(std::span<const uint8_t> unit) {
+bool VeskMovieAssetCreator::State::look(std::span<const uint8_t> unit) {
   bool fits = true;
   h264::NALUnitWalk walk(unit);
   while (const auto nal = walk.next()) fits &= mSets.look(*nal);
@@ -199,7 +238,7 @@ bool VeskMovieAssetCreator::look(std::span<const uint8_t> unit) {
 
 /// Once the camera has changed its sets: the unit goes into this movie again from a key picture on that fits, if
 /// no other movie is to go on.
-int32_t VeskMovieAssetCreator::addChanged(std::span<const uint8_t> unit, bool fits, uint64_t time) {
+int32_t VeskMovieAssetCreator::State::addChanged(std::span<const uint8_t> unit, bool fits, uint64_t time) {
   bool isKey = false;
   bool hasSlices = false;
   h264::NALUnitWalk walk(unit);
@@ -216,7 +255,7 @@ int32_t VeskMovieAssetCreator::addChanged(std::span<const uint8_t> unit, bool fi
 }
 
 /// The access unit after the two parameter sets that its first slice uses, wherever those came from.
-std::vector<uint8_t> VeskMovieAssetCreator::withSets(std::span<const uint8_t> unit) const {
+std::vector<uint8_t> VeskMovieAssetCreator::State::withSets(std::span<const uint8_t> unit) const {
   std::optional<h264::ParameterSets::InUse> inUse;
   h264::NALUnitWalk walk(unit);
   while (const auto nal = walk.next()) {
@@ -232,7 +271,7 @@ std::vector<uint8_t> VeskMovieAssetCreator::withSets(std::span<const uint8_t> un
   return result;
 }
 
-int32_t VeskMovieAssetCreator::leaveOut(std::span<const uint8_t> unit, bool isKey, uint64_t time) {
+int32_t VeskMovieAssetCreator::State::leaveOut(std::span<const uint8_t> unit, bool isKey, uint64_t time) {
   const bool isFirst = !mCounters->formatChanged.exchange(true);
   if (isFirst && !mContinues) {
     NSLog("The camera has changed its pictures on the way, which \"" + mFilePath +
@@ -250,7 +289,7 @@ int32_t VeskMovieAssetCreator::leaveOut(std::span<const uint8_t> unit, bool isKe
   return kMovieFormatChanged;
 }
 
-void VeskMovieAssetCreator::keepForNext(std::span<const uint8_t> bytes, uint64_t timestamp, VeskMediaType type) {
+void VeskMovieAssetCreator::State::keepForNext(std::span<const uint8_t> bytes, uint64_t timestamp, VeskMediaType type) {
   if (!mForNext.hasRoom(bytes.size())) {
     // Rather a movie that begins later than one with a hole, behind which nothing can be decoded.
     for (const auto& lost : mForNext.giveUp())
@@ -262,7 +301,7 @@ void VeskMovieAssetCreator::keepForNext(std::span<const uint8_t> bytes, uint64_t
   mCounters->forNext = mForNext.pictures();
 }
 
-int32_t VeskMovieAssetCreator::addAudio(const uint8_t* buffer, uint32_t length, uint64_t time) {
+int32_t VeskMovieAssetCreator::State::addAudio(const uint8_t* buffer, uint32_t length, uint64_t time) {
   if (mForNext.isFrom(mFirstTimestamp + time)) {
     keepForNext({buffer, length}, mFirstTimestamp + time, VeskMediaTypeAudio);
     return 0;
@@ -270,7 +309,7 @@ int32_t VeskMovieAssetCreator::addAudio(const uint8_t* buffer, uint32_t length, 
   return recordAudio(buffer, length, time);
 }
 
-int32_t VeskMovieAssetCreator::recordAudio(const uint8_t* buffer, uint32_t length, uint64_t time) {
+int32_t VeskMovieAssetCreator::State::recordAudio(const uint8_t* buffer, uint32_t length, uint64_t time) {
   const auto sample = mAudioGenerator->CreateSample(buffer, length, time);
   if (!sample) {
     RecordingCounters::add(mCounters->audio.dropped);
@@ -280,13 +319,13 @@ int32_t VeskMovieAssetCreator::recordAudio(const uint8_t* buffer, uint32_t lengt
   return mAdapter->addAudioSample(sample);
 }
 
-void VeskMovieAssetCreator::SetContinues(bool continues) {
+void VeskMovieAssetCreator::State::SetContinues(bool continues) {
   MutexLock lock(mMutex);
   mContinues = continues;
   if (!continues) giveUpWaiting();
 }
 
-void VeskMovieAssetCreator::ContinueIn(std::shared_ptr<VeskMovieCreator> next) {
+void VeskMovieAssetCreator::State::ContinueIn(std::shared_ptr<VeskMovieCreator> next) {
   if (!next) return;
   const auto add = [&next](std::vector<WaitingSamples::Sample> samples) {
     for (auto& sample : samples)
@@ -314,7 +353,7 @@ void VeskMovieAssetCreator::ContinueIn(std::shared_ptr<VeskMovieCreator> next) {
 }
 
 /// No other movie comes: sound that waited belongs into this one after all.
-void VeskMovieAssetCreator::giveUpWaiting() {
+void VeskMovieAssetCreator::State::giveUpWaiting() {
   try {
     for (const auto& sample : mForNext.giveUp()) {
       if (sample.type == VeskMediaTypeVideo)
@@ -329,21 +368,13 @@ void VeskMovieAssetCreator::giveUpWaiting() {
   mCounters->forNext = 0;
 }
 
-int32_t VeskMovieAssetCreator::Close() {
+int32_t VeskMovieAssetCreator::State::Close() {
   MutexLock lock(mMutex);
   giveUpWaiting();
   mAdapter.reset();
   mAudioGenerator.reset();
   mVideoGenerator.reset();
   return 0;
-}
-
-RecordingStatistics VeskMovieAssetCreator::statistics() const {
-  return mCounters->statistics();
-}
-
-QueueLevels VeskMovieAssetCreator::waiting() const {
-  return mCounters->levels();
 }
 
 }  // namespace vesk

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <limits>
+#include <span>
 #include <utility>
 
 #include <vesk/four_char_code.h>
 #include <vesk/log.h>
 #include "movie/copy_bytes.h"
+#include "movie/drift_correction.h"
 #include "movie/silence.h"
 
 namespace vesk {
@@ -37,8 +39,11 @@ PCMAudioSampleGenerator::PCMAudioSampleGenerator(unsigned int sampleRate, unsign
       mStreamDescription(&mFormat->streamBasicDescription()),
       mSampleRate(sampleRate) {
   const bool canBeCorrected = bitsPerChannel == kCorrectedBits && channels > 0 && sampleRate > 0;
-  if (timing == FrameTiming::kCapture && canBeCorrected) mDriftCorrection.emplace(sampleRate, channels);
+  if (timing == FrameTiming::kCapture && canBeCorrected)
+    mDriftCorrection = std::make_unique<DriftCorrection>(sampleRate, channels);
 }
+
+PCMAudioSampleGenerator::~PCMAudioSampleGenerator() = default;
 
 CMSampleBufferRef PCMAudioSampleGenerator::CreateSample(const unsigned char* packet, unsigned int length,
                                                         unsigned long long timestamp) {

@@ -1,5 +1,7 @@
 #include <vesk/video_sample_generator.h>
 
+#include "movie/capture_times.h"
+
 namespace vesk {
 namespace {
 
@@ -13,12 +15,20 @@ CMTime microseconds(uint64_t time) {
 
 }  // namespace
 
+VideoSampleGenerator::VideoSampleGenerator(int width, int height, int frameRate, FrameTiming timing)
+    : mWidth(width),
+      mHeight(height),
+      mFrameRate(frameRate),
+      mCaptureTimes(timing == FrameTiming::kCapture ? std::make_unique<CaptureTimes>() : nullptr) {}
+
+VideoSampleGenerator::~VideoSampleGenerator() = default;
+
 CMSampleBufferRef VideoSampleGenerator::CreateSample(const unsigned char* buffer, unsigned int length,
                                                      unsigned long long timestamp) {
   if (timestamp < mLastTimestamp || timestamp > kLatestTimestamp) return nullptr;
   mLastTimestamp = timestamp;
 
-  const auto [start, duration] = mTiming == FrameTiming::kCapture ? captureSpan(timestamp) : steadySpan(timestamp);
+  const auto [start, duration] = mCaptureTimes ? captureSpan(timestamp) : steadySpan(timestamp);
   auto sample = CreateVideoSampleBuffer(buffer, length, {microseconds(duration), microseconds(start), kCMTimeInvalid});
   if (sample) mNextTime = start + duration;
   return sample;
@@ -32,8 +42,8 @@ VideoSampleGenerator::Span VideoSampleGenerator::steadySpan(uint64_t timestamp) 
 
 /// The writer makes a frame last until the next one begins; the duration counts for the last frame only.
 VideoSampleGenerator::Span VideoSampleGenerator::captureSpan(uint64_t timestamp) {
-  const uint64_t start = mCaptureTimes.place(timestamp);
-  return {start, mCaptureTimes.duration()};
+  const uint64_t start = mCaptureTimes->place(timestamp);
+  return {start, mCaptureTimes->duration()};
 }
 
 }  // namespace vesk

@@ -1,83 +1,38 @@
 #pragma once
 
-#include <atomic>
+#include <cstdint>
 #include <memory>
-#include <span>
 #include <string>
-#include <vector>
 
-#include <vesk/asset_writer_adapter.h>
 #include <vesk/export.h>
 #include <vesk/movie_creator.h>
-#include <vesk/sample_generator.h>
-#include "movie/recording_counters.h"
-#include "movie/waiting_samples.h"
-#include "platform/foundation/mutex.h"
-#include "platform/h264/parameter_sets.h"
 
 namespace vesk {
 
 /// The movie creator over an asset writer: a sample generator for each stream, and the adapter that
 /// queues their samples.
-///
-/// Locks: mMutex is held for the whole of Open, AddSampleToMovie and Close, and comes before the
-/// adapter's. Close waits for the writer queue while it holds it; nothing there takes it. ContinueIn takes
-/// the next movie's while it holds it.
-class VESK_EXPORT VeskMovieAssetCreator final : public VeskMovieCreator {
+class VESK_EXPORT VeskMovieAssetCreator : public VeskMovieCreator {
  public:
-  /// @param fileSystem where the movie lives, which must outlive the creator; the machine's own without
-  explicit VeskMovieAssetCreator(std::string path, FileSystem* fileSystem = nullptr);
+  /// @param path where the movie goes, UTF-8
+  explicit VeskMovieAssetCreator(std::string path);
   /// Finishes the movie if nobody has closed it.
-  ~VeskMovieAssetCreator() override = default;
+  ~VeskMovieAssetCreator() override;
 
-  int32_t Open(const _VeskVideoDescription* video, const _VeskAudioDescription* audio) override VESK_EXCLUDES(mMutex);
+  int32_t Open(const _VeskVideoDescription* video, const _VeskAudioDescription* audio) override;
   int32_t AddSampleToMovie(void* buffer, unsigned long length, unsigned long long timestamp,
-                           VeskMediaType type) override VESK_EXCLUDES(mMutex);
-  void SetContinues(bool continues) override VESK_EXCLUDES(mMutex);
-  void ContinueIn(std::shared_ptr<VeskMovieCreator> next) override VESK_EXCLUDES(mMutex);
-  int32_t Close() override VESK_EXCLUDES(mMutex);
+                           VeskMediaType type) override;
+  void SetContinues(bool continues) override;
+  void ContinueIn(std::shared_ptr<VeskMovieCreator> next) override;
+  int32_t Close() override;
   RecordingStatistics statistics() const override;
   QueueLevels waiting() const override;
 
+ protected:
+  class VESK_LOCAL State;
+  VeskMovieAssetCreator(std::string path, std::unique_ptr<State> state);
+
  private:
-  void openStreams(const _VeskVideoDescription* video, const _VeskAudioDescription* audio) VESK_REQUIRES(mMutex);
-  int32_t addSample(uint8_t* buffer, unsigned long length, uint64_t timestamp, VeskMediaType type)
-      VESK_REQUIRES(mMutex);
-  int32_t addVideo(uint8_t* buffer, uint32_t length, uint64_t time) VESK_REQUIRES(mMutex);
-  int32_t addH264(std::span<const uint8_t> unit, uint64_t time) VESK_REQUIRES(mMutex);
-  int32_t addPicture(std::span<const uint8_t> picture, uint64_t time) VESK_REQUIRES(mMutex);
-  int32_t addAudio(const uint8_t* buffer, uint32_t length, uint64_t time) VESK_REQUIRES(mMutex);
-  void noteTime(const CMSampleBuffer& sample, uint64_t time) VESK_REQUIRES(mMutex);
-  int32_t recordAudio(const uint8_t* buffer, uint32_t length, uint64_t time) VESK_REQUIRES(mMutex);
-
-  // Parameter sets.
-  void noteSize(int32_t width, int32_t height);
-  /// @return whether the movie's sets are those that the slices use
-  bool look(std::span<const uint8_t> unit) VESK_REQUIRES(mMutex);
-  int32_t addChanged(std::span<const uint8_t> unit, bool fits, uint64_t time) VESK_REQUIRES(mMutex);
-  int32_t leaveOut(std::span<const uint8_t> unit, bool isKey, uint64_t time) VESK_REQUIRES(mMutex);
-  void keepForNext(std::span<const uint8_t> bytes, uint64_t timestamp, VeskMediaType type) VESK_REQUIRES(mMutex);
-  std::vector<uint8_t> withSets(std::span<const uint8_t> unit) const VESK_REQUIRES(mMutex);
-  void giveUpWaiting() VESK_REQUIRES(mMutex);
-
-  FileSystem* const mFileSystem;
-  const std::shared_ptr<RecordingCounters> mCounters;
-  Mutex mMutex;
-  _VeskVideoDescription mVideoDescription VESK_GUARDED_BY(mMutex);
-  _VeskAudioDescription mAudioDescription VESK_GUARDED_BY(mMutex);
-  std::unique_ptr<ISampleGenerator> mVideoGenerator VESK_GUARDED_BY(mMutex);
-  std::unique_ptr<ISampleGenerator> mAudioGenerator VESK_GUARDED_BY(mMutex);
-  std::unique_ptr<AVAssetWriterAdapter> mAdapter VESK_GUARDED_BY(mMutex);  ///< null before Open and after Close
-  uint64_t mFirstTimestamp VESK_GUARDED_BY(mMutex) = 0;  ///< the movie's zero; 0 before the first sample
-  bool mWasOpened VESK_GUARDED_BY(mMutex) = false;
-  bool mIsLateTold VESK_GUARDED_BY(mMutex) = false;
-
-  h264::ParameterSetWatch mSets VESK_GUARDED_BY(mMutex);
-  bool mHasOtherSets VESK_GUARDED_BY(mMutex) = false;  ///< the camera has, until a key picture fits again
-  bool mContinues VESK_GUARDED_BY(mMutex) = false;
-  WaitingSamples mForNext VESK_GUARDED_BY(mMutex);
-  std::shared_ptr<VeskMovieCreator> mNextOwner VESK_GUARDED_BY(mMutex);
-  std::atomic<VeskMovieCreator*> mNext{nullptr};  ///< the same, for threads that are not to wait for Close
+  const std::unique_ptr<State> mState;
 };
 
 }  // namespace vesk

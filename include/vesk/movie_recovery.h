@@ -4,7 +4,6 @@
 #include <string>
 
 #include <vesk/export.h>
-#include "platform/writing/file_system.h"
 
 namespace vesk {
 
@@ -31,6 +30,6 @@ struct RecoveryResult {
 /// last complete sample is in it. The file is changed in place, in steps each of which leaves it as
 /// readable as it was, and nothing is cut off; so it may be interrupted and run again. Nothing is
 /// changed before it is known that the movie can be finished. A link at the path is not followed.
-VESK_EXPORT RecoveryResult recoverMovie(const std::string& path, FileSystem& fileSystem = FileSystem::posix());
+VESK_EXPORT RecoveryResult recoverMovie(const std::string& path);
 
 }  // namespace vesk

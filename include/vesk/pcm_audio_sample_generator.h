@@ -1,14 +1,14 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
-#include <span>
+#include <memory>
 
 #include <vesk/frame_timing.h>
 #include <vesk/sample_generator.h>
-#include "movie/drift_correction.h"
 
 namespace vesk {
+
+class DriftCorrection;
 
 /// Samples from packets of interleaved linear PCM (signed, little-endian). Each follows the one
 /// before; a gap of a whole packet or more is filled with zero frames in the same sample
@@ -22,6 +22,9 @@ class VESK_EXPORT PCMAudioSampleGenerator final : public ISampleGenerator {
   /// @param sampleRate frames a second
   PCMAudioSampleGenerator(unsigned int sampleRate, unsigned short channels, unsigned short bitsPerChannel,
                           FrameTiming timing = FrameTiming::kSteady);
+  ~PCMAudioSampleGenerator() override;
+  PCMAudioSampleGenerator(const PCMAudioSampleGenerator&) = delete;
+  PCMAudioSampleGenerator& operator=(const PCMAudioSampleGenerator&) = delete;
 
   /// Null for a packet stamped before the last one, with a line on standard output, and for one
   /// without a whole frame. Bytes of a frame that is cut off at the packet's end are left out.
@@ -40,7 +43,7 @@ class VESK_EXPORT PCMAudioSampleGenerator final : public ISampleGenerator {
   uint64_t mRemainder = 0;      ///< of mNextTime, in parts of mSampleRate; only in kCapture
   const AudioStreamBasicDescription* mStreamDescription;  ///< inside mFormat
   const uint32_t mSampleRate;
-  std::optional<DriftCorrection> mDriftCorrection;
+  std::unique_ptr<DriftCorrection> mDriftCorrection;  ///< null where sound is taken as it comes
 };
 
 }  // namespace vesk

@@ -5,11 +5,9 @@
 #include <cstdint>
 #include <memory>
 #include <span>
-#include <utility>
 
 #include <vesk/export.h>
 #include <vesk/four_char_code.h>
-#include "platform/media/memory_pool.h"
 
 namespace vesk {
 
@@ -69,20 +67,21 @@ class VESK_EXPORT CVPixelBuffer {
   std::span<const uint8_t> data() const { return {mPlanes[0].data, dataSize()}; }
   size_t dataSize() const { return bytesPerRow() * static_cast<size_t>(mHeight); }
   /// To be written by its maker; empty for a picture that wrap made.
-  std::span<uint8_t> data() { return {mMemory.get(), mMemory ? dataSize() : 0}; }
+  std::span<uint8_t> data() { return {mMemory, mMemory ? dataSize() : 0}; }
 
-  CVPixelBuffer(int32_t width, int32_t height, uint32_t pixelFormat, const Planes& planes, YCbCrColour colour,
-                MemoryPool::Block memory, std::shared_ptr<const void> owner)
-      : mMemory(std::move(memory)),
-        mOwner(std::move(owner)),
-        mPlanes(planes),
-        mWidth(width),
-        mHeight(height),
-        mPixelFormat(pixelFormat),
-        mColour(colour) {}
+  ~CVPixelBuffer();
+  CVPixelBuffer(const CVPixelBuffer&) = delete;
+  CVPixelBuffer& operator=(const CVPixelBuffer&) = delete;
 
  private:
-  MemoryPool::Block mMemory;
+  struct Parts;
+
+ public:
+  /// For the factories above; use those.
+  explicit CVPixelBuffer(Parts&& parts);
+
+ private:
+  uint8_t* mMemory;  ///< of create, from the pool of sample memory; null for a picture that wrap made
   std::shared_ptr<const void> mOwner;
   Planes mPlanes;
   int32_t mWidth;

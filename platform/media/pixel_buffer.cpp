@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <new>
+#include <utility>
+
+#include "platform/media/memory_pool.h"
 
 namespace vesk {
 namespace {
@@ -47,6 +50,29 @@ bool holdsPicture(const Layout& layout, const CVPixelBuffer::Planes& planes, siz
 
 }  // namespace
 
+struct CVPixelBuffer::Parts {
+  int32_t width;
+  int32_t height;
+  uint32_t pixelFormat;
+  const Planes& planes;
+  YCbCrColour colour;
+  MemoryPool::Block memory;
+  std::shared_ptr<const void> owner;
+};
+
+CVPixelBuffer::CVPixelBuffer(Parts&& parts)
+    : mMemory(parts.memory.release()),
+      mOwner(std::move(parts.owner)),
+      mPlanes(parts.planes),
+      mWidth(parts.width),
+      mHeight(parts.height),
+      mPixelFormat(parts.pixelFormat),
+      mColour(parts.colour) {}
+
+CVPixelBuffer::~CVPixelBuffer() {
+  if (mMemory) MemoryPool::shared().giveBack(mMemory, dataSize());
+}
+
 std::shared_ptr<CVPixelBuffer> CVPixelBuffer::create(int32_t width, int32_t height, uint32_t pixelFormat) {
   if (width <= 0 || height <= 0 || pixelFormat != kCMPixelFormat_422YpCbCr8) return nullptr;
   const size_t bytesPerRow = static_cast<size_t>(width) * 2;
@@ -54,8 +80,8 @@ std::shared_ptr<CVPixelBuffer> CVPixelBuffer::create(int32_t width, int32_t heig
   if (!memory) return nullptr;
   const Planes planes{PixelPlane{memory.get(), bytesPerRow}};
   try {
-    return std::make_shared<CVPixelBuffer>(width, height, pixelFormat, planes, YCbCrColour{}, std::move(memory),
-                                           nullptr);
+    return std::make_shared<CVPixelBuffer>(
+        Parts{width, height, pixelFormat, planes, YCbCrColour{}, std::move(memory), nullptr});
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
@@ -68,8 +94,8 @@ std::shared_ptr<CVPixelBuffer> CVPixelBuffer::wrap(int32_t width, int32_t height
   if (width <= 0 || height <= 0 || !layout || !holdsPicture(*layout, planes, static_cast<size_t>(width)))
     return nullptr;
   try {
-    return std::make_shared<CVPixelBuffer>(width, height, pixelFormat, planes, colour, MemoryPool::Block{},
-                                           std::move(owner));
+    return std::make_shared<CVPixelBuffer>(
+        Parts{width, height, pixelFormat, planes, colour, MemoryPool::Block{}, std::move(owner)});
   } catch (const std::bad_alloc&) {
     return nullptr;
   }

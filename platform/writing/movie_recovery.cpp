@@ -13,6 +13,7 @@
 #include "platform/writing/movie_fragment.h"
 #include "platform/writing/movie_header.h"
 #include "platform/writing/movie_layout.h"
+#include "platform/writing/movie_recovery_in.h"
 
 namespace vesk {
 namespace {
@@ -386,7 +387,11 @@ class MovieRecovery {
 
 }  // namespace
 
-RecoveryResult recoverMovie(const std::string& path, FileSystem& fileSystem) {
+RecoveryResult recoverMovie(const std::string& path) {
+  return recoverMovieIn(FileSystem::posix(), path);
+}
+
+RecoveryResult recoverMovieIn(FileSystem& fileSystem, const std::string& path) {
   int error = 0;
   const auto file = fileSystem.open(path, FileMode::kReadWrite, error);
   if (file) error = file->lock();

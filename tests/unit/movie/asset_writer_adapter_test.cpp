@@ -13,6 +13,7 @@
 #include <vesk/h264_sample_generator.h>
 #include <vesk/pcm_audio_sample_generator.h>
 #include <vesk/uncompressed_sample_generator.h>
+#include "movie/asset_writer_adapter_state.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/movie/footage.h"
@@ -82,7 +83,7 @@ TEST(AssetWriterAdapter, HoldsPicturesBackUntilOneStandsAlone) {
   const auto counters = std::make_shared<RecordingCounters>();
   CapturedLines lines;
   {
-    AVAssetWriterAdapter adapter(folder.file("a.mov"), true, false, counters);
+    CountedAssetWriterAdapter adapter(folder.file("a.mov"), true, false, counters);
     EXPECT_EQ(adapter.addVideoSample(dependent), 0);
     EXPECT_EQ(adapter.addVideoSample(dependent), 0);
     EXPECT_EQ(adapter.addVideoSample(key), 0);
@@ -131,7 +132,7 @@ TEST(AssetWriterAdapter, TakesSamplesQuietlyWhereNoWriterCanBe) {
   CapturedLines lines;
   const auto counters = std::make_shared<RecordingCounters>();
   Samples samples;
-  AVAssetWriterAdapter adapter("/no such folder/a.mov", true, true, counters);
+  CountedAssetWriterAdapter adapter("/no such folder/a.mov", true, true, counters);
   EXPECT_EQ(adapter.addVideoSample(samples.picture(0)), 0);
   EXPECT_EQ(adapter.addAudioSample(samples.sound(0)), 0);
   EXPECT_TRUE(counters->statistics().writerMissing);
@@ -143,7 +144,7 @@ TEST(AssetWriterAdapter, WritesEverythingQueuedBeforeItFinishes) {
   Samples samples;
   const auto counters = std::make_shared<RecordingCounters>();
   CapturedLines lines;
-  AVAssetWriterAdapter adapter(folder.file("a.mov"), true, true, counters);
+  CountedAssetWriterAdapter adapter(folder.file("a.mov"), true, true, counters);
   for (uint32_t number = 0; number < 100; ++number) {
     ASSERT_EQ(adapter.addVideoSample(samples.picture(number)), 0);
     ASSERT_EQ(adapter.addAudioSample(samples.sound(number)), 0);
@@ -169,7 +170,7 @@ TEST(AssetWriterAdapter, WakesTheWriterForASingleSample) {
   Samples samples;
   const auto counters = std::make_shared<RecordingCounters>();
   CapturedLines lines;
-  AVAssetWriterAdapter adapter(folder.file("a.mov"), false, true, counters);
+  CountedAssetWriterAdapter adapter(folder.file("a.mov"), false, true, counters);
   for (uint32_t number = 0; number < 3; ++number) {
     ASSERT_EQ(adapter.addAudioSample(samples.sound(number)), 0);
     while (counters->levels().audioWaiting != 0) std::this_thread::yield();
@@ -183,7 +184,7 @@ TEST(AssetWriterAdapter, DropsWhatItsQueueCannotHold) {
   Samples samples;
   CapturedLines output;
   CapturedLines lines(CapturedLines::Stream::kError);
-  AVAssetWriterAdapter adapter("a.mov", false, true, counters, &files);
+  CountedAssetWriterAdapter adapter("a.mov", false, true, counters, files);
   ASSERT_EQ(adapter.addAudioSample(samples.sound(0)), 0);
   files.setFaults([&](auto operation, size_t, uint64_t, size_t) {
     if (operation == MemoryFileSystem::Operation::kWrite) gate.pass();
@@ -220,7 +221,7 @@ TEST(AssetWriterAdapter, DropsWhatTakesTooManyBytes) {
   const auto picture = generator.CreateSample(Bytes(64, 0x55).data(), 64, 0);
   ASSERT_TRUE(picture);
   Samples samples;
-  AVAssetWriterAdapter adapter("a.mov", true, true, counters, &files);
+  CountedAssetWriterAdapter adapter("a.mov", true, true, counters, files);
   files.setFaults([&](auto operation, size_t, uint64_t, size_t) {
     if (operation == MemoryFileSystem::Operation::kWrite) gate.pass();
     return MemoryFileSystem::Fault{ENOSPC};  // afterwards: nobody wants to write half a gigabyte
@@ -278,7 +279,7 @@ TEST(AssetWriterAdapter, AnswersTheCodeOfTheFailure) {
     setLogSink([&log](std::string_view line) { log += std::string(line) + "\n"; });
     CapturedLines lines;
     {
-      AVAssetWriterAdapter adapter("no such folder/a.mov", true, true, counters, &files);
+      CountedAssetWriterAdapter adapter("no such folder/a.mov", true, true, counters, files);
       files.setFaults([&](auto, size_t, uint64_t, size_t) { return MemoryFileSystem::Fault{row.error}; });
       ASSERT_EQ(adapter.addVideoSample(key), 0) << "starts the writer";
       int32_t status = 0;

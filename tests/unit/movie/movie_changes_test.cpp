@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <vesk/four_char_code.h>
-#include <vesk/movie_asset_creator.h>
+#include <vesk/movie_creator.h>
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/movie/footage.h"
 #include "tests/unit/movie/movie_reader.h"

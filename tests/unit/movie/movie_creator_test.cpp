@@ -8,7 +8,7 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/h264_bitstream.h>
-#include <vesk/movie_asset_creator.h>
+#include "movie/movie_asset_creator_state.h"
 #include "platform/media/aac_silence.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/support/temporary_folder.h"
@@ -276,7 +276,7 @@ TEST_F(MovieCreator, MakesNoneWithoutAPathAndReportsAMissingWriter) {
 
 TEST_F(MovieCreator, HandsTheWritersFailureToTheCallerAndGoesOn) {
   test::MemoryFileSystem files;
-  VeskMovieAssetCreator creator("no such folder/a.mov", &files);
+  MovieAssetCreatorIn creator(files, "no such folder/a.mov");
   setLogSink([](std::string_view) {});
   creator.Open(nullptr, &kPCM);
   files.setFaults([](auto, size_t number, uint64_t, size_t) {

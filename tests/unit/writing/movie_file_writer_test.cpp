@@ -7,9 +7,9 @@
 #include <cstring>
 #include <mutex>
 
-#include <vesk/movie_recovery.h>
 #include <vesk/version.h>
 #include "platform/foundation/byte_reader.h"
+#include "platform/writing/movie_recovery_in.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/unit/writing/movie_probe.h"
 #include "tests/unit/writing/recording.h"
@@ -431,7 +431,7 @@ TEST_P(PauseTest, KeepsSoundAndPictureTogetherAtTheCostOfNoBytes) {
   }
 
   mFiles.put("recovered.mov", unfinished);
-  ASSERT_EQ(recoverMovie("recovered.mov", mFiles).outcome, RecoveryOutcome::kRecovered);
+  ASSERT_EQ(recoverMovieIn(mFiles, "recovered.mov").outcome, RecoveryOutcome::kRecovered);
   const ProbedMovie recovered = probeMovie(mFiles.bytes("recovered.mov"));
   EXPECT_EQ(recovered.complaints, "");
   for (const ProbedMovie* one : {&movie, &recovered}) {
@@ -475,7 +475,7 @@ TEST_F(MovieFileWriterTest, LetsATrackThatEndsEarlyLastAsLongAsTheMovie) {
       ASSERT_TRUE((!isBoth && isSoundShort) || writer.append(sound, packet));
     }
     mFiles.put("recovered.mov", mFiles.bytes(kPath));
-    ASSERT_EQ(recoverMovie("recovered.mov", mFiles).outcome, RecoveryOutcome::kRecovered);
+    ASSERT_EQ(recoverMovieIn(mFiles, "recovered.mov").outcome, RecoveryOutcome::kRecovered);
     ASSERT_TRUE(writer.finish());
     for (const char* path : {kPath, "recovered.mov"}) {
       const ProbedMovie movie = probeMovie(mFiles.bytes(path));

@@ -11,6 +11,7 @@
 #include <set>
 
 #include "platform/writing/movie_atoms.h"
+#include "platform/writing/movie_recovery_in.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/writing/movie_probe.h"
@@ -40,7 +41,7 @@ Recovered recover(const std::vector<uint8_t>& bytes) {
   MemoryFileSystem files;
   files.put(kPath, bytes);
   Recovered recovered;
-  recovered.result = recoverMovie(kPath, files);
+  recovered.result = recoverMovieIn(files, kPath);
   recovered.bytes = files.bytes(kPath);
   return recovered;
 }
@@ -132,7 +133,7 @@ TEST_P(RecoveryContentTest, TakesOverFromEveryState) {
     files.put(kPath, state);
     if (collect) files.setObserver([&](const std::vector<uint8_t>& bytes) { statesOfRecovery.insert(bytes); });
     const int frames = probeMovie(state).tracks.empty() ? 0 : probeMovie(state).tracks[0].packets;
-    const RecoveryResult result = recoverMovie(kPath, files);
+    const RecoveryResult result = recoverMovieIn(files, kPath);
     if (frames > 0) {
       EXPECT_TRUE(result.outcome == RecoveryOutcome::kRecovered || result.outcome == RecoveryOutcome::kAlreadyPlain);
     }
@@ -256,7 +257,7 @@ TEST(MovieRecovery, ChangesNothingWithoutRoomForTheEnd) {
   files.setFaults([](auto operation, size_t, uint64_t, size_t) {
     return MemoryFileSystem::Fault{operation == MemoryFileSystem::Operation::kPreallocate ? ENOSPC : 0};
   });
-  EXPECT_EQ(recoverMovie(kPath, files).outcome, RecoveryOutcome::kFailed);
+  EXPECT_EQ(recoverMovieIn(files, kPath).outcome, RecoveryOutcome::kFailed);
   EXPECT_EQ(files.bytes(kPath), torn);
 }
 
@@ -296,9 +297,9 @@ TEST(MovieRecovery, LosesNothingWhenItFails) {
         if (operation == MemoryFileSystem::Operation::kTruncate || changes++ < victim) return MemoryFileSystem::Fault{};
         return MemoryFileSystem::Fault{ENOSPC, bytes > 16 ? bytes / 2 : 0};
       });
-      const RecoveryResult first = recoverMovie(kPath, files);
+      const RecoveryResult first = recoverMovieIn(files, kPath);
       files.setFaults({});
-      const RecoveryResult second = recoverMovie(kPath, files);
+      const RecoveryResult second = recoverMovieIn(files, kPath);
       EXPECT_EQ(second.frames, frames) << "cut " << cut << ", operation " << victim << ": " << first.text;
       EXPECT_EQ(probeMovie(files.bytes(kPath)).complaints, "");
     }
