@@ -2,13 +2,12 @@
 
 #include <cstdint>
 
-#include <vesk/export.h>
 #include "movie/nal_unit.h"
 
 namespace vesk {
 
 /// The parameter sets that a stream has shown so far, each a private copy.
-class VESK_EXPORT CH264HeaderInfo {
+class CH264HeaderInfo {
  public:
   /// Looks for a sequence and a picture parameter set in a length-prefixed buffer. One that is found
   /// takes the place of the one held; one that is not found changes nothing.

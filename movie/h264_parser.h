@@ -2,13 +2,12 @@
 
 #include <cstdint>
 
-#include <vesk/export.h>
 #include "movie/nal_unit.h"
 
 namespace vesk {
 
 /// Finds units in a length-prefixed H.264 buffer, which it does not own.
-class VESK_EXPORT CH264Parser {
+class CH264Parser {
  public:
   CH264Parser(const uint8_t* data, uint32_t length) : mData(data), mLength(length) {}
 

@@ -2,13 +2,11 @@
 
 #include <cstdint>
 
-#include <vesk/export.h>
-
 namespace vesk {
 
 /// One NAL unit of a length-prefixed H.264 stream: a place in someone else's buffer, or a copy of
 /// its own. Moved, not copied.
-class VESK_EXPORT CNALUnit {
+class CNALUnit {
  public:
   CNALUnit() = default;
   /// A view of `size` bytes at `data`, which must outlive it.

@@ -3,7 +3,6 @@
 #include <atomic>
 #include <cstdint>
 
-#include <vesk/export.h>
 #include <vesk/queue_levels.h>
 #include <vesk/recording_statistics.h>
 
@@ -13,7 +12,7 @@ namespace vesk {
 ///
 /// Threads: everything from any thread, without a lock. The numbers of one snapshot may lie a few
 /// samples apart.
-class VESK_EXPORT RecordingCounters {
+class RecordingCounters {
  public:
   using Count = std::atomic<uint64_t>;
 

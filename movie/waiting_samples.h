@@ -6,7 +6,6 @@
 #include <span>
 #include <vector>
 
-#include <vesk/export.h>
 #include <vesk/movie_creator.h>
 
 namespace vesk {
@@ -15,7 +14,7 @@ namespace vesk {
 /// until the next movie takes it.
 ///
 /// Threads: one call at a time; the movie creator holds its mutex.
-class VESK_EXPORT WaitingSamples {
+class WaitingSamples {
  public:
   struct Sample {
     std::vector<uint8_t> bytes;

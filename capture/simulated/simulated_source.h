@@ -6,7 +6,6 @@
 
 #include <vesk/capture_host.h>
 #include <vesk/capture_source.h>
-#include <vesk/export.h>
 #include "capture/interface/callback_slot.h"
 #include "capture/simulated/simulated_faults.h"
 #include "capture/simulated/simulated_model.h"
@@ -30,7 +29,7 @@ class SimulatedUnit;
 /// Commands come from outside the process too: see SimulatedCommands.
 ///
 /// Threads: every operation from any thread.
-class VESK_EXPORT SimulatedSource : public CaptureSource {
+class SimulatedSource : public CaptureSource {
  public:
   static constexpr const char* kCameraPath = "simulated:camera";
   static constexpr const char* kPlainCameraPath = "simulated:camera:plain";

@@ -5,7 +5,6 @@
 #include <optional>
 
 #include <vesk/capture_host.h>
-#include <vesk/export.h>
 
 namespace vesk::capture {
 
@@ -30,7 +29,7 @@ class PacedStream {
 /// time stamps later than all before.
 ///
 /// Threads: every operation from any thread. No lock is held while a stream is called.
-class VESK_EXPORT Conductor {
+class Conductor {
  public:
   /// `transport` must outlive the conductor.
   explicit Conductor(Pace pace, Transport& transport = Transport::shared());

@@ -2,7 +2,6 @@
 
 #include <cstdint>
 
-#include <vesk/export.h>
 #include "platform/decompression/image_description.h"
 #include "platform/decompression/status.h"
 
@@ -18,6 +17,6 @@ struct CodecInfo {
 
 /// Fills in `info` for a four-character code.
 /// @return noCodecErr, with `info` cleared, when nothing here decodes it.
-VESK_EXPORT OSStatus GetCodecInfo(CodecInfo* info, uint32_t codec);
+OSStatus GetCodecInfo(CodecInfo* info, uint32_t codec);
 
 }  // namespace vesk

@@ -6,7 +6,6 @@
 #include <span>
 #include <vector>
 
-#include <vesk/export.h>
 #include "platform/decompression/decompression_session_options.h"
 #include "platform/decompression/decompression_tracking.h"
 #include "platform/decompression/frame_decoder.h"
@@ -25,7 +24,7 @@ namespace vesk {
 ///
 /// Threads: one at a time. The callback is called on the caller's thread, from inside decodeFrame,
 /// setNonScheduledDisplayTime or the destructor; it must not release the session.
-class VESK_EXPORT ICMDecompressionSession {
+class ICMDecompressionSession {
  public:
   /// Makes a session for frames that `description` describes. `options` may be null.
   /// @return paramErr when the description has no possible size, or the attributes ask for another

@@ -5,7 +5,6 @@
 #include <memory>
 #include <span>
 
-#include <vesk/export.h>
 #include <vesk/four_char_code.h>
 #include "platform/decompression/status.h"
 
@@ -17,7 +16,7 @@ constexpr uint32_t kICMDecompressionSessionOptionsPropertyID_Accuracy = fourChar
 constexpr uint32_t codecNormalQuality = 0x200;
 
 /// How a session is to decode.
-class VESK_EXPORT ICMDecompressionSessionOptions {
+class ICMDecompressionSessionOptions {
  public:
   /// Options with the defaults; null when there is no memory.
   static std::unique_ptr<ICMDecompressionSessionOptions> create();

@@ -7,7 +7,6 @@
 #include <optional>
 #include <span>
 
-#include <vesk/export.h>
 #include <vesk/four_char_code.h>
 #include "platform/decompression/handle.h"
 #include "platform/decompression/status.h"
@@ -19,7 +18,7 @@ namespace vesk {
 /// description of a QuickTime movie stands in the file.
 ///
 /// Threads: like a plain value.
-class VESK_EXPORT ImageDescription {
+class ImageDescription {
  public:
   static constexpr size_t kSize = 86;  ///< without extensions
 
@@ -82,7 +81,7 @@ using ImageDescriptionHandle = std::unique_ptr<ImageDescription>;
 
 /// Appends a copy of `body` to `description` as an extension of the given type.
 /// @return paramErr for a body that no 32-bit atom size can hold; memFullErr.
-VESK_EXPORT OSStatus AddImageDescriptionExtension(ImageDescription& description, const Handle& body, uint32_t type);
+OSStatus AddImageDescriptionExtension(ImageDescription& description, const Handle& body, uint32_t type);
 
 constexpr uint32_t kQTPropertyClass_ImageDescription = fourCharCode("idsc");
 /// Colours as code points of ISO/IEC 23091-2, ten bytes: "nclc", then primaries, transfer function
@@ -93,10 +92,10 @@ constexpr size_t kNCLCColorInfoSize = 10;
 /// Copies a property of the description into `value`, which has the property's exact size.
 /// @return kICMPropertyNotFoundErr when the description does not have it, or it is no property of
 ///         descriptions; paramErr for another size.
-VESK_EXPORT OSStatus ICMImageDescriptionGetProperty(const ImageDescription& description, uint32_t propertyClass,
-                                                    uint32_t property, std::span<uint8_t> value);
+OSStatus ICMImageDescriptionGetProperty(const ImageDescription& description, uint32_t propertyClass, uint32_t property,
+                                        std::span<uint8_t> value);
 /// Sets or replaces a property of the description. The same errors.
-VESK_EXPORT OSStatus ICMImageDescriptionSetProperty(ImageDescription& description, uint32_t propertyClass,
-                                                    uint32_t property, std::span<const uint8_t> value);
+OSStatus ICMImageDescriptionSetProperty(ImageDescription& description, uint32_t propertyClass, uint32_t property,
+                                        std::span<const uint8_t> value);
 
 }  // namespace vesk

@@ -5,7 +5,6 @@
 #include <span>
 #include <string_view>
 
-#include <vesk/export.h>
 #include <vesk/ns_error.h>
 
 namespace vesk {
@@ -21,7 +20,7 @@ using XMLAttributes = std::span<const XMLAttribute>;
 
 /// What a parser tells of a document while it reads it. All texts are UTF-8, with references
 /// resolved, and valid during the call.
-class VESK_EXPORT NSXMLParserDelegate {
+class NSXMLParserDelegate {
  public:
   virtual ~NSXMLParserDelegate() = default;
 
@@ -42,7 +41,7 @@ class VESK_EXPORT NSXMLParserDelegate {
 /// library knows are read, the first two and Latin-1 also under their usual misspellings.
 ///
 /// Threads: one parser is used by one thread.
-class VESK_EXPORT NSXMLParser {
+class NSXMLParser {
  public:
   static constexpr size_t kMostBytes = size_t{16} << 20;
   static constexpr size_t kMostItems = 500'000;  ///< elements and attributes

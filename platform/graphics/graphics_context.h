@@ -3,7 +3,6 @@
 #include <memory>
 
 #include <vesk/cg_image.h>
-#include <vesk/export.h>
 #include <vesk/geometry.h>
 
 // NOLINTNEXTLINE(bugprone-reserved-identifier): the name that cairo.h gives it
@@ -16,7 +15,7 @@ using CGContextRef = cairo_t*;
 /// Where paths, text and images are painted: a Cairo context whose y runs upwards.
 ///
 /// Threads: the current context is the main thread's.
-class VESK_EXPORT NSGraphicsContext {
+class NSGraphicsContext {
  public:
   /// Paints into `port`, which it keeps, with the origin at the lower left of a page `height` units
   /// high. `isDrawingToScreen` is false for a printer's page or a picture.
@@ -44,11 +43,11 @@ class VESK_EXPORT NSGraphicsContext {
   bool mIsDrawingToScreen;
 };
 
-VESK_EXPORT void CGContextSaveGState(CGContextRef port);
-VESK_EXPORT void CGContextRestoreGState(CGContextRef port);
-VESK_EXPORT void CGContextTranslateCTM(CGContextRef port, float x, float y);
-VESK_EXPORT void CGContextScaleCTM(CGContextRef port, float x, float y);
+void CGContextSaveGState(CGContextRef port);
+void CGContextRestoreGState(CGContextRef port);
+void CGContextTranslateCTM(CGContextRef port, float x, float y);
+void CGContextScaleCTM(CGContextRef port, float x, float y);
 /// Paints the image upright, scaled to fill `rect`.
-VESK_EXPORT void CGContextDrawImage(CGContextRef port, CGRect rect, const CGImageRef& image);
+void CGContextDrawImage(CGContextRef port, CGRect rect, const CGImageRef& image);
 
 }  // namespace vesk

@@ -2,14 +2,13 @@
 
 #include <memory>
 
-#include <vesk/export.h>
 #include <vesk/geometry.h>
 #include "platform/graphics/graphics_context.h"
 
 namespace vesk {
 
 /// An offscreen picture to paint into. Threads: the main thread.
-class VESK_EXPORT NSImage {
+class NSImage {
  public:
   /// A transparent image of `size` points, with `scale` pixels a point; broken pixels count whole.
   static std::shared_ptr<NSImage> initWithSize(NSSize size, float scale = 1);

@@ -5,14 +5,13 @@
 #include <memory>
 #include <vector>
 
-#include <vesk/export.h>
 #include <vesk/power_meter.h>
 #include "platform/foundation/mutex.h"
 
 namespace vesk {
 
 /// One channel of the sound that flows through a connection.
-class VESK_EXPORT AVCaptureAudioChannel {
+class AVCaptureAudioChannel {
  public:
   AVCaptureAudioChannel(std::shared_ptr<const PowerMeter> meter, uint32_t channel)
       : mMeter(std::move(meter)), mChannel(channel) {}
@@ -25,7 +24,7 @@ class VESK_EXPORT AVCaptureAudioChannel {
 };
 
 /// The flow from a session's input to its output.
-class VESK_EXPORT AVCaptureConnection {
+class AVCaptureConnection {
  public:
   explicit AVCaptureConnection(std::shared_ptr<PowerMeter> meter) : mMeter(std::move(meter)) {}
   std::vector<AVCaptureAudioChannel> audioChannels() const;
@@ -39,7 +38,7 @@ class VESK_EXPORT AVCaptureConnection {
 /// its connections tell how loud the sound is.
 ///
 /// Threads: every operation from any thread.
-class VESK_EXPORT AVCaptureAudioPreviewOutput {
+class AVCaptureAudioPreviewOutput {
  public:
   void setVolume(float volume) { mVolume = volume; }
   float volume() const { return mVolume; }

@@ -4,13 +4,12 @@
 #include <string>
 #include <vector>
 
-#include <vesk/export.h>
 #include "platform/foundation/media_type.h"
 
 namespace vesk {
 
 /// A microphone that can be metered, as the platform lists it.
-class VESK_EXPORT AVCaptureDevice {
+class AVCaptureDevice {
  public:
   /// The microphones attached now, in the order of the platform; none for pictures, which are not
   /// captured in this way.

@@ -3,14 +3,13 @@
 #include <memory>
 #include <string>
 
-#include <vesk/export.h>
 #include "platform/metering/audio_tap.h"
 #include "platform/metering/av_capture_device.h"
 
 namespace vesk {
 
 /// A microphone opened for a session, which calls it under the session's lock.
-class VESK_EXPORT AVCaptureDeviceInput {
+class AVCaptureDeviceInput {
  public:
   /// Opens the device a second time, beside whatever captures from it. Null when it cannot be.
   static std::shared_ptr<AVCaptureDeviceInput> deviceInputWithDevice(std::shared_ptr<const AVCaptureDevice> device);

@@ -4,7 +4,6 @@
 #include <memory>
 #include <vector>
 
-#include <vesk/export.h>
 #include "platform/foundation/mutex.h"
 #include "platform/metering/av_capture_audio_preview_output.h"
 #include "platform/metering/av_capture_device_input.h"
@@ -16,7 +15,7 @@ namespace vesk {
 ///
 /// Threads: every operation from any thread. The lock is held while the input starts and stops; no
 /// callback of ours takes it.
-class VESK_EXPORT AVCaptureSession {
+class AVCaptureSession {
  public:
   AVCaptureSession() = default;
   ~AVCaptureSession();

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include <vesk/cm_time.h>
-#include <vesk/export.h>
 #include <vesk/ns_error.h>
 #include "platform/writing/asset_writer_input.h"
 
@@ -28,7 +27,7 @@ constexpr int64_t AVErrorFileFailedToWrite = -3000;  ///< the file or its folder
 ///
 /// Threads: status and error from any thread; adding inputs and starting from one thread before
 /// the first append; finishWriting on the inputs' queue, or when that queue is idle.
-class VESK_EXPORT AVAssetWriter {
+class AVAssetWriter {
  public:
   /// A writer for a new file at `path`. The file is made when writing starts. Null, with the reason
   /// in `error`, when there is no such folder or it cannot be written.

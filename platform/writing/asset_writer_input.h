@@ -5,7 +5,6 @@
 #include <memory>
 
 #include <vesk/dispatch_queue.h>
-#include <vesk/export.h>
 #include <vesk/sample_buffer.h>
 #include "platform/foundation/media_type.h"
 
@@ -17,7 +16,7 @@ class MovieFileWriter;
 ///
 /// Threads: requestMediaData… and mediaDataAvailable from any thread; the block, appendSampleBuffer
 /// and markAsFinished on the queue given to requestMediaData….
-class VESK_EXPORT AVAssetWriterInput : public std::enable_shared_from_this<AVAssetWriterInput> {
+class AVAssetWriterInput : public std::enable_shared_from_this<AVAssetWriterInput> {
  public:
   /// An input for a track of the given type, without output settings: nothing is re-encoded.
   static std::shared_ptr<AVAssetWriterInput> initWithMediaType(AVMediaType mediaType);

@@ -8,8 +8,6 @@
 #include <span>
 #include <string>
 
-#include <vesk/export.h>
-
 namespace vesk {
 
 /// An open file of the file layer. Failures are errno values; 0 is success.
@@ -17,7 +15,7 @@ namespace vesk {
 /// The virtual operations are one system call each and may fall short or be interrupted; writeAll,
 /// readAll and makeDurable are the one place that copes with that. Threads: reading, writing and syncing may
 /// happen at the same time on different threads.
-class VESK_EXPORT File {
+class File {
  public:
   virtual ~File() = default;
 
@@ -61,7 +59,7 @@ enum class FileMode {
 };
 
 /// Where files live. The tests have one in memory that fails on command.
-class VESK_EXPORT FileSystem {
+class FileSystem {
  public:
   virtual ~FileSystem() = default;
 

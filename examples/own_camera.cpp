@@ -1,0 +1,106 @@
+// A camera of the host's own: a clock, drawn by the program, recorded to a movie like any camera's picture.
+//
+//   own_camera OUT.mov [SECONDS]
+#include <chrono>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <vesk/capture_host.h>
+#include <vesk/capture_source.h>
+#include <vesk/device_manager.h>
+#include <vesk/four_char_code.h>
+#include <vesk/record_session.h>
+#include <vesk/run_loop.h>
+#include <vesk/video_device.h>
+
+namespace {
+
+using namespace vesk::capture;
+using std::chrono::microseconds, std::chrono::steady_clock;
+
+constexpr int32_t kWidth = 320, kHeight = 240;
+constexpr microseconds kInterval{33'333};
+
+/// Draws a frame of "2vuy" (Cb, Y', Cr, Y'): grey, with a white bar as long as the second is old.
+void draw(std::vector<uint8_t>& frame, microseconds time) {
+  const auto end = static_cast<size_t>(time.count() % 1'000'000 * kWidth / 1'000'000);
+  for (size_t pixel = 0; pixel < frame.size() / 2; ++pixel) {
+    frame[pixel * 2] = 128;
+    frame[pixel * 2 + 1] = pixel % kWidth < end ? 235 : 80;
+  }
+}
+
+class Clock : public CaptureDevice {
+ public:
+  ~Clock() override { stop(0); }
+
+  int32_t start(uint32_t, FrameCallback callback) override {
+    mThread = std::jthread([callback = std::move(callback)](const std::stop_token& stop) {
+      std::vector<uint8_t> frame(size_t{kWidth} * kHeight * 2);
+      for (auto next = steady_clock::now(); !stop.stop_requested(); next += kInterval) {
+        std::this_thread::sleep_until(next);
+        const auto stamp = std::chrono::duration_cast<microseconds>(next.time_since_epoch());
+        draw(frame, stamp);
+        callback(frame.data(), static_cast<uint32_t>(frame.size()), stamp.count());
+      }
+    });
+    return 0;
+  }
+  /// Joins the thread; from inside its own callback it can only be asked to end.
+  int32_t stop(uint32_t) override {
+    mThread.request_stop();
+    if (mThread.get_id() == std::this_thread::get_id()) mThread.detach();
+    mThread = {};
+    return 0;
+  }
+  std::vector<VideoFormat> videoFormats() override {
+    return {{vesk::kCMPixelFormat_422YpCbCr8, {{kWidth, kHeight, {333'333}}}}};
+  }
+  int32_t setVideoParameters(const VideoParameters&) override { return 0; }
+
+ private:
+  std::jthread mThread;
+};
+
+class ClockSource : public CaptureSource {
+ public:
+  void setHotplugHandler(HotplugHandler) override {}  // it neither comes nor goes
+  std::vector<DeviceDescription> devices(DeviceKind kind) override {
+    if (kind == DeviceKind::kAudio) return {};
+    return {{.kind = kind, .path = "own:clock", .name = "Clock"}};
+  }
+  std::unique_ptr<CaptureDevice> open(DeviceKind kind, const std::string&) override {
+    return kind == DeviceKind::kVideo ? std::make_unique<Clock>() : nullptr;
+  }
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) return std::fprintf(stderr, "usage: own_camera OUT.mov [SECONDS]\n"), 2;
+  setSource(std::make_shared<ClockSource>());  // before the first use of a device
+  const auto cameras = vesk::VeskDeviceManager::getSharedInstance()->getVideoDeviceList();
+  const auto camera = vesk::VeskVideoDevice::initWithDeviceInfo(cameras->front());
+  camera->openDevice();
+  camera->setFormat(camera->getSupportedFormats()->front());
+
+  const auto session = vesk::VeskRecordSession::initWithVideoDevice(camera, nullptr, argv[1]);
+  session->setFrameTiming(vesk::FrameTiming::kCapture);
+  if (session->startSession() != 0) return std::fprintf(stderr, "the recording could not be started\n"), 1;
+  const std::chrono::seconds time(argc > 2 ? std::atoi(argv[2]) : 3);
+  vesk::NSRunLoop::currentRunLoop()->runUntilDate(steady_clock::now() + time);
+  session->stopSession();
+
+  const auto outcome = session->lastOutcome();
+  camera->closeDevice();
+  vesk::VeskDeviceManager::destroy();
+  std::printf("%s: %llu frames\n", outcome.finalPath.c_str(),
+              static_cast<unsigned long long>(outcome.statistics.videoFrames));
+  return outcome.moveError.empty() ? 0 : 1;
+}
