@@ -23,7 +23,7 @@ FAILED = re.compile(rb"^\[  FAILED  \] ([^,\s]+).* \(\d+ ms\)$")
 ROUND = re.compile(rb"^Repeating all tests \(iteration (\d+)\)")
 SEED = re.compile(rb"^Note: Randomizing tests' orders with a seed of (\d+)")
 
-Program = collections.namedtuple("Program", "room path folder")
+Program = collections.namedtuple("Program", "module path folder")
 
 
 class Outcomes:
@@ -47,17 +47,17 @@ class Outcomes:
             self.texts.append(text)
 
 
-def programs(build, rooms):
-    """The test programs that the build's ctest knows, of these rooms or of all."""
+def programs(build, modules):
+    """The test programs that the build's ctest knows, of these modules or of all."""
     listed = subprocess.run(["ctest", "--test-dir", build, "--show-only=json-v1"], stdin=subprocess.DEVNULL,
                             stdout=subprocess.PIPE, check=True).stdout
     found = {}
     for test in json.loads(listed)["tests"]:
-        room = test["name"].split("/")[0]
-        if "command" not in test or rooms and room not in rooms:
+        module = test["name"].split("/")[0]
+        if "command" not in test or modules and module not in modules:
             continue
         folder = [each["value"] for each in test.get("properties", []) if each["name"] == "WORKING_DIRECTORY"]
-        found[test["command"][0]] = Program(room, pathlib.Path(test["command"][0]), folder[0] if folder else build)
+        found[test["command"][0]] = Program(module, pathlib.Path(test["command"][0]), folder[0] if folder else build)
     return list(found.values())
 
 
@@ -111,8 +111,8 @@ def run_share(program, excluded, rounds, share, shares):
         with subprocess.Popen(command, cwd=program.folder, env=environment, stdin=subprocess.DEVNULL,
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT) as process:
             def failure(test, why):
-                head = f"----- {program.room}/{test}: {why} (--gtest_shuffle --gtest_random_seed={seed})\n"
-                outcomes.fail(f"{program.room}/{test}", head + b"\n".join(said).decode(errors="replace"))
+                head = f"----- {program.module}/{test}: {why} (--gtest_shuffle --gtest_random_seed={seed})\n"
+                outcomes.fail(f"{program.module}/{test}", head + b"\n".join(said).decode(errors="replace"))
 
             for line in lines_of(process):
                 if line is None:
@@ -125,10 +125,10 @@ def run_share(program, excluded, rounds, share, shares):
                 elif match := RUN.match(line):
                     running, said = match[1].decode(), []
                 elif running and (match := OK.match(line)):
-                    outcomes.passed[f"{program.room}/{running}"] += 1
+                    outcomes.passed[f"{program.module}/{running}"] += 1
                     running = None
                 elif running and (match := SKIPPED.match(line)):
-                    outcomes.skipped[f"{program.room}/{running}"] += 1
+                    outcomes.skipped[f"{program.module}/{running}"] += 1
                     running = None
                 elif running and (match := FAILED.match(line)):
                     failure(running, "failed")
@@ -147,14 +147,14 @@ def run_share(program, excluded, rounds, share, shares):
     return outcomes
 
 
-def run(build, rooms, without, rounds, jobs):
+def run(build, modules, without, rounds, jobs):
     """Runs every test so many times."""
     outcomes = Outcomes()
     work = []
     pattern = re.compile(without) if without else None
-    for program in programs(build, rooms):
+    for program in programs(build, modules):
         tests = list(tests_of(program))
-        excluded = [test for test in tests if pattern and pattern.search(f"{program.room}/{test}")]
+        excluded = [test for test in tests if pattern and pattern.search(f"{program.module}/{test}")]
         shares = max(1, min(2 * jobs, len(tests) - len(excluded)))
         work += [(program, excluded, rounds, share, shares) for share in range(shares)]
     random.shuffle(work)  # what runs beside what differs, too

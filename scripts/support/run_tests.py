@@ -49,15 +49,15 @@ class Tally:
         return tally
 
 
-def run_ctest(build, rooms, without):
+def run_ctest(build, modules, without):
     """Runs the build's ctest; its own output goes to standard output."""
     tally = Tally()
     with tempfile.TemporaryDirectory() as folder:
         report = pathlib.Path(folder) / "report.xml"
         command = ["ctest", "--test-dir", build, "--output-on-failure", "--no-tests=error", "-j", str(JOBS), "--progress",
                    "--output-junit", str(report)]
-        if rooms:
-            command += ["-R", "^(" + "|".join(rooms) + ")/"]
+        if modules:
+            command += ["-R", "^(" + "|".join(modules) + ")/"]
         if without:
             command += ["-E", without]
         status = subprocess.run(command, stdin=subprocess.DEVNULL).returncode
@@ -75,9 +75,9 @@ def run_ctest(build, rooms, without):
     return tally
 
 
-def run_repeated(build, rooms, without, rounds):
+def run_repeated(build, modules, without, rounds):
     """Runs every test of the build's test programs so many times."""
-    outcomes = repeat_tests.run(build, rooms, without, rounds, JOBS)
+    outcomes = repeat_tests.run(build, modules, without, rounds, JOBS)
     for text in outcomes.texts:
         print(text)
     tally = Tally.of(outcomes, rounds)
@@ -161,7 +161,7 @@ def run_e2e(folder, build, words, jobs, rounds=1):
 def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("build", nargs="?", help="the build folder")
-    parser.add_argument("--rooms", default="", help="only the tests of these rooms")
+    parser.add_argument("--modules", default="", help="only the tests of these modules")
     parser.add_argument("--without", default="", metavar="REGEX", help="leave out tests whose names hold a match")
     parser.add_argument("--e2e", metavar="FOLDER", help="also the Python tests in this folder")
     parser.add_argument("--only", metavar="WORDS", help="only the files of that folder with such a word in their name")
@@ -178,9 +178,9 @@ def main():
     tally = Tally()
     with load(JOBS if options.load else 0):
         if options.only is None and options.repeat > 1:
-            tally.add(run_repeated(options.build, options.rooms.split(), options.without, options.repeat))
+            tally.add(run_repeated(options.build, options.modules.split(), options.without, options.repeat))
         elif options.only is None:
-            tally.add(run_ctest(options.build, options.rooms.split(), options.without))
+            tally.add(run_ctest(options.build, options.modules.split(), options.without))
         if options.e2e:
             rounds = options.repeat if options.repeat_e2e is None else options.repeat_e2e
             if rounds:
