@@ -24,8 +24,8 @@ constexpr int32_t kUnitsPerSecond = 10'000'000;
 constexpr uint32_t k72DotsPerInch = 72U << 16;
 constexpr int32_t kNormalRate = 1 << 16;
 constexpr uint16_t kNoColourTable = 0xFFFF;
-constexpr uint32_t kLongestParameterSet = 0xFFFF;  // its length has 16 bits in the description
-constexpr size_t kLeastFrameBound = size_t{1} << 20;
+constexpr uint32_t kLongestParameterSet = 0xFFFF;            // its length has 16 bits in the description
+constexpr size_t kLeastFrameBound = kMostPixelsUndescribed;  // a byte for each pixel of pictures that grow on the way
 
 /// Keeps a copy of the first parameter set of a type.
 void keepParameterSet(uint8_t type, const uint8_t* data, uint32_t size, std::unique_ptr<uint8_t[]>& set,

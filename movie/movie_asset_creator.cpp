@@ -254,21 +254,10 @@ int32_t VeskMovieAssetCreator::State::addChanged(std::span<const uint8_t> unit, 
   return isForNext ? leaveOut(unit, isKey, time) : addPicture(unit, time);
 }
 
-/// The access unit after the two parameter sets that its first slice uses, wherever those came from.
+/// The access unit after the parameter sets that its first slice uses, wherever those came from.
 std::vector<uint8_t> VeskMovieAssetCreator::State::withSets(std::span<const uint8_t> unit) const {
-  std::optional<h264::ParameterSets::InUse> inUse;
-  h264::NALUnitWalk walk(unit);
-  while (const auto nal = walk.next()) {
-    if (!nal->empty() && h264::unitType(nal->front()) <= h264::kIDRSlice) inUse = mSets.sets().usedBy(*nal);
-    if (inUse) break;
-  }
-  std::vector<uint8_t> result;
-  if (inUse) {
-    h264::appendUnit(result, mSets.sets().sequenceSet(inUse->sequence));
-    h264::appendUnit(result, mSets.sets().pictureSet(inUse->picture));
-  }
-  result.insert(result.end(), unit.begin(), unit.end());
-  return result;
+  const auto inUse = mSets.sets().usedIn(unit);
+  return inUse ? mSets.sets().before(unit, *inUse) : std::vector<uint8_t>(unit.begin(), unit.end());
 }
 
 int32_t VeskMovieAssetCreator::State::leaveOut(std::span<const uint8_t> unit, bool isKey, uint64_t time) {

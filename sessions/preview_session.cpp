@@ -2,12 +2,17 @@
 
 #include <atomic>
 #include <limits>
+#include <new>
+#include <optional>
+#include <span>
 #include <utility>
+#include <vector>
 
 #include <vesk/audio_device.h>
 #include <vesk/bitmap_image_rep.h>
 #include <vesk/ci_image.h>
 #include <vesk/dispatch_queue.h>
+#include <vesk/four_char_code.h>
 #include <vesk/icm_decoder.h>
 #include <vesk/log.h>
 #include <vesk/ns_error.h>
@@ -15,6 +20,9 @@
 #include <vesk/video_device.h>
 #include "platform/foundation/atomic_file.h"
 #include "platform/foundation/mutex.h"
+#include "platform/h264/nal_unit.h"
+#include "platform/h264/parameter_sets.h"
+#include "platform/h264/stream_conversion.h"
 
 namespace vesk {
 namespace {
@@ -50,8 +58,9 @@ class VeskPreviewSession::LevelRelay : public VeskAVDeviceDelegate, public VeskM
 /// mMutex is held around each decoding and while the decoder is replaced; a device's delegate list is locked before
 /// it, and nothing of the devices is called under it.
 struct VeskPreviewSession::State {
-  void setDecoder(std::shared_ptr<ICMDecoder> decoder) VESK_EXCLUDES(mMutex);
+  void setDecoder(std::shared_ptr<ICMDecoder> decoder, bool isH264 = false) VESK_EXCLUDES(mMutex);
   bool hasDecoder() const VESK_EXCLUDES(mMutex);
+  std::vector<uint8_t> firstPicture(std::span<const uint8_t> frame) VESK_REQUIRES(mMutex);
 
   // Main thread only, but for the atomic ones.
   std::weak_ptr<VeskVideoDevice> mDevice;
@@ -65,6 +74,8 @@ struct VeskPreviewSession::State {
 
   mutable Mutex mMutex;
   std::shared_ptr<ICMDecoder> mDecoder VESK_GUARDED_BY(mMutex);
+  /// Of H.264, until the decoder has begun.
+  std::optional<h264::ParameterSets> mFirstSets VESK_GUARDED_BY(mMutex);
 
   Mutex mImageMutex;                                                    ///< innermost
   std::shared_ptr<const CIImage> mNewest VESK_GUARDED_BY(mImageMutex);  ///< waits for the main thread
@@ -218,9 +229,33 @@ void VeskPreviewSession::didCaptureFrame(void* frame, uint32_t length, int64_t t
   if (length > static_cast<uint32_t>(std::numeric_limits<int32_t>::max())) return;
   const MutexLock lock(mState->mMutex);
   if (!mState->mIsRunning || !mState->mDecoder) return;
-  // A frame that cannot be decoded shows no picture; the next one may.
-  mState->mDecoder->decompressData(static_cast<const uint8_t*>(frame), static_cast<int32_t>(length),
-                                   static_cast<int32_t>(static_cast<uint32_t>(timestamp)));
+  std::span<const uint8_t> bytes(static_cast<const uint8_t*>(frame), frame ? length : 0);
+  try {
+    std::vector<uint8_t> first;
+    if (mState->mFirstSets) {
+      first = mState->firstPicture(bytes);
+      if (first.empty()) return;
+      bytes = first;
+    }
+    // A frame that cannot be decoded shows no picture; the next one may.
+    mState->mDecoder->decompressData(bytes.data(), static_cast<int32_t>(bytes.size()),
+                                     static_cast<int32_t>(static_cast<uint32_t>(timestamp)));
+    if (mState->mDecoder->frameCount() > 0) mState->mFirstSets.reset();
+  } catch (const std::bad_alloc&) {
+    NSLog("[WARNING]: a frame was not shown: there is no memory for it");
+  }
+}
+
+/// A decoder keeps the first parameter sets that it is given, and nothing of the frames before it has both. So it
+/// begins with a picture behind the sets that this one uses, which the camera may have sent before, by themselves, or
+/// changed since. @return nothing while there is no such picture
+std::vector<uint8_t> VeskPreviewSession::State::firstPicture(std::span<const uint8_t> frame) {
+  std::vector<uint8_t> accessUnit(frame.begin(), frame.end());
+  h264::ensureLengths(accessUnit);
+  h264::NALUnitWalk walk(accessUnit);
+  while (const auto unit = walk.next()) mFirstSets->learn(*unit);
+  const auto inUse = mFirstSets->usedIn(accessUnit);
+  return inUse ? mFirstSets->before(accessUnit, *inUse) : std::vector<uint8_t>();
 }
 
 void VeskPreviewSession::displayData(CVImageBufferRef image) {
@@ -301,16 +336,18 @@ void VeskPreviewSession::makeDecoder(const VeskVideoDevice& device) {
   auto decoder = ICMDecoder::initWithWidth(static_cast<uint32_t>(size.width), static_cast<uint32_t>(size.height),
                                            format->mediaSubType());
   if (decoder) decoder->setDelegate(this);
-  mState->setDecoder(std::move(decoder));
+  mState->setDecoder(std::move(decoder), format->mediaSubType() == kCMVideoCodecType_H264);
   // A picture of the run before is not for this one.
   std::shared_ptr<const CIImage> dropped;
   const MutexLock lock(mState->mImageMutex);
   dropped.swap(mState->mNewest);
 }
 
-void VeskPreviewSession::State::setDecoder(std::shared_ptr<ICMDecoder> decoder) {
+void VeskPreviewSession::State::setDecoder(std::shared_ptr<ICMDecoder> decoder, bool isH264) {
   const MutexLock lock(mMutex);
   mDecoder.swap(decoder);
+  mFirstSets.reset();
+  if (isH264) mFirstSets.emplace();
 }
 
 bool VeskPreviewSession::State::hasDecoder() const {

@@ -43,7 +43,7 @@ class VESK_EXPORT ICMDecoder {
   /// @return 0 for success, and for frames that are dropped because no session can be made (yet),
   ///         empty ones before the parameter sets included. paramErr for no bytes otherwise; codecBadDataErr for a
   ///         damaged frame, and for one longer than any frame of this size can be: four times its pixels at 16 bits
-  ///         each, but at least 1 MiB; codecUnimpErr for a kind of picture that cannot be shown; memFullErr.
+  ///         each, but at least 16 MiB; codecUnimpErr for a kind of picture that cannot be shown; memFullErr.
   int16_t decompressData(const uint8_t* data, int32_t inSizeUsed, int32_t inTime);
 
   /// Looks for the parameter sets that are still missing in a length-prefixed frame; the first of

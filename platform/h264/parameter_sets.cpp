@@ -80,6 +80,24 @@ void ParameterSets::list(InUse inUse, std::vector<std::span<const uint8_t>>& set
   }
 }
 
+std::optional<ParameterSets::InUse> ParameterSets::usedIn(std::span<const uint8_t> accessUnit) const {
+  NALUnitWalk walk(accessUnit);
+  while (const auto unit = walk.next()) {
+    if (unit->empty() || unitType(unit->front()) > kIDRSlice) continue;
+    if (const auto inUse = usedBy(*unit)) return inUse;
+  }
+  return std::nullopt;
+}
+
+std::vector<uint8_t> ParameterSets::before(std::span<const uint8_t> accessUnit, InUse inUse) const {
+  std::vector<std::span<const uint8_t>> sets;
+  list(inUse, sets);
+  std::vector<uint8_t> result;
+  for (const auto set : sets) appendUnit(result, set);
+  result.insert(result.end(), accessUnit.begin(), accessUnit.end());
+  return result;
+}
+
 void ParameterSetWatch::hold(std::span<const uint8_t> slice) {
   mHeld = mSets.usedBy(slice);
   if (!mHeld) return;

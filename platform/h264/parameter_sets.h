@@ -60,6 +60,12 @@ class ParameterSets {
   /// All sets in the order for a decoder, those in use first: sequence sets, then picture sets.
   void list(InUse inUse, std::vector<std::span<const uint8_t>>& sets) const;
 
+  /// Those of an access unit's first slice whose sets are known. Access units are length-prefixed here.
+  std::optional<InUse> usedIn(std::span<const uint8_t> accessUnit) const;
+  /// An access unit behind all sets, in that order: what a decoder or a movie can begin with, wherever the sets
+  /// came from.
+  std::vector<uint8_t> before(std::span<const uint8_t> accessUnit, InUse inUse) const;
+
  private:
   static constexpr int kBitsAtOnce = 40;
   static std::optional<unsigned> pictureNumberFromBits(std::span<const uint8_t> slice);

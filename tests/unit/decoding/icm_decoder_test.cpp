@@ -296,10 +296,10 @@ TEST(ICMDecoderMotionJPEG, TakesFramesLongerThanTheirPictureWithinReason) {
   };
   Preview preview(16, 16, kCMVideoCodecType_MotionJPEG);
   CapturedLines lines(CapturedLines::Stream::kError);
-  EXPECT_EQ(preview.decode(withComments(900'000)), 0);
+  EXPECT_EQ(preview.decode(withComments(16'000'000)), 0);
   EXPECT_EQ(preview.count(), 1U);
   EXPECT_EQ(lines.text(), "");
-  EXPECT_LT(preview.decode(withComments(1'100'000)), 0);
+  EXPECT_LT(preview.decode(withComments(17'000'000)), 0);
   EXPECT_EQ(preview.count(), 1U);
   EXPECT_NE(lines.text(), "");
   EXPECT_EQ(preview.decode(small), 0);
