@@ -11,7 +11,7 @@
 #include "capture/files/footage.h"
 #include "capture/files/track_stream.h"
 #include "capture/interface/frame_intervals.h"
-#include "capture/sources/conductor.h"
+#include "capture/sources/paced_scheduler.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk::capture {
@@ -22,7 +22,7 @@ namespace {
 class SharedFootage {
  public:
   SharedFootage(std::unique_ptr<Footage> footage, std::string name, const SourceOptions& options, Transport& transport)
-      : mFootage(std::move(footage)), mName(std::move(name)), mConductor(options.pace, transport) {
+      : mFootage(std::move(footage)), mName(std::move(name)), mScheduler(options.pace, transport) {
     if (!options.loop) return;
     // The pictures say where, so that none are missing; the sound is cut or goes on in silence.
     if (pictures())
@@ -35,7 +35,7 @@ class SharedFootage {
   const std::optional<SoundTrack>& sound() const { return mFootage->sound; }
   const std::optional<Loop>& loop() const { return mLoop; }
   const std::string& name() const { return mName; }
-  Conductor& conductor() { return mConductor; }
+  PacedScheduler& scheduler() { return mScheduler; }
 
   /// Takes hold of a track. @return false when another device has it.
   bool acquire(DeviceKind kind) VESK_EXCLUDES(mMutex) {
@@ -68,7 +68,7 @@ class SharedFootage {
   Mutex mMutex;
   bool mPicturesInUse VESK_GUARDED_BY(mMutex) = false;
   bool mSoundInUse VESK_GUARDED_BY(mMutex) = false;
-  Conductor mConductor;
+  PacedScheduler mScheduler;
 };
 
 /// What camera and microphone have in common.
@@ -93,7 +93,7 @@ class FileDevice : public CaptureDevice {
       return kVCIFailed;
     }
     mStream = std::make_shared<TrackStream>(std::move(units), std::move(callback), mFootage->loop(), mFootage->name());
-    mFootage->conductor().add(mStream);
+    mFootage->scheduler().add(mStream);
     return kVCISuccess;
   }
 
@@ -115,7 +115,7 @@ class FileDevice : public CaptureDevice {
       stream = std::move(mStream);
     }
     if (!stream) return;
-    mFootage->conductor().remove(stream);
+    mFootage->scheduler().remove(stream);
     if (mIsExclusive) mFootage->release(mKind);
   }
 

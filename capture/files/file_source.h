@@ -11,7 +11,7 @@ namespace vesk::capture {
 /// The file at `path` as a camera (its best picture track) and a microphone (its best sound track),
 /// played by the clock or as fast as the receivers take it, once or in a loop.
 ///
-/// A device is in use by one holder at a time; the two play on one conductor, so that they keep the
+/// A device is in use by one holder at a time; the two play on one scheduler, so that they keep the
 /// file's synchrony. @return null with one line for a person in `error` when the file is no footage.
 std::shared_ptr<CaptureSource> makeFileSource(const std::string& path, const SourceOptions& options,
                                               SourceError& error);

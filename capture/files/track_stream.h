@@ -6,11 +6,11 @@
 
 #include <vesk/capture_source.h>
 #include "capture/files/unit_reader.h"
-#include "capture/sources/conductor.h"
+#include "capture/sources/paced_scheduler.h"
 
 namespace vesk::capture {
 
-/// Plays a track to the conductor, once or in a loop.
+/// Plays a track to the scheduler, once or in a loop.
 class TrackStream : public PacedStream {
  public:
   /// Plays to the end, then what `loop` says again and again; none plays it once. `name` stands in the log.

@@ -108,7 +108,7 @@ int32_t SimulatedDevice::start(uint32_t, FrameCallback callback) {
     MutexLock lock(mMutex);
     mStream = stream;
   }
-  mConductor->add(std::move(stream));
+  mScheduler->add(std::move(stream));
   return kVCISuccess;
 }
 
@@ -125,12 +125,12 @@ void SimulatedDevice::end() {
     stream.swap(mStream);
   }
   if (!stream) return;
-  mConductor->remove(stream);
+  mScheduler->remove(stream);
   mUnit->vacate();
 }
 
-SimulatedCamera::SimulatedCamera(std::shared_ptr<SimulatedUnit> camera, std::shared_ptr<Conductor> conductor)
-    : SimulatedDevice(std::move(camera), std::move(conductor)) {
+SimulatedCamera::SimulatedCamera(std::shared_ptr<SimulatedUnit> camera, std::shared_ptr<PacedScheduler> scheduler)
+    : SimulatedDevice(std::move(camera), std::move(scheduler)) {
   const VideoFormat first = videoFormats().front();
   const FrameSize& size = first.sizes.front();
   mParameters = {first.codec, size.width, size.height, kUsualInterval, kTenMillionths, 0};
@@ -201,8 +201,8 @@ std::shared_ptr<PacedStream> SimulatedCamera::makeStream(FrameCallback callback)
 }
 
 SimulatedMicrophone::SimulatedMicrophone(std::shared_ptr<SimulatedUnit> microphone,
-                                         std::shared_ptr<Conductor> conductor)
-    : SimulatedDevice(std::move(microphone), std::move(conductor)) {
+                                         std::shared_ptr<PacedScheduler> scheduler)
+    : SimulatedDevice(std::move(microphone), std::move(scheduler)) {
   mFormat = waveFormats().front();
 }
 

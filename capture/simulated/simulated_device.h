@@ -5,7 +5,7 @@
 
 #include <vesk/capture_source.h>
 #include "capture/simulated/simulated_unit.h"
-#include "capture/sources/conductor.h"
+#include "capture/sources/paced_scheduler.h"
 
 namespace vesk::capture {
 
@@ -14,8 +14,8 @@ namespace vesk::capture {
 /// Threads: every operation from any thread, start one at a time; stop also from inside a callback.
 class SimulatedDevice : public CaptureDevice {
  public:
-  SimulatedDevice(std::shared_ptr<SimulatedUnit> unit, std::shared_ptr<Conductor> conductor)
-      : mUnit(std::move(unit)), mConductor(std::move(conductor)) {}
+  SimulatedDevice(std::shared_ptr<SimulatedUnit> unit, std::shared_ptr<PacedScheduler> scheduler)
+      : mUnit(std::move(unit)), mScheduler(std::move(scheduler)) {}
   ~SimulatedDevice() override { end(); }
 
   int32_t start(uint32_t substream, FrameCallback callback) override;
@@ -33,13 +33,13 @@ class SimulatedDevice : public CaptureDevice {
   void end() VESK_EXCLUDES(mMutex);
 
   const std::shared_ptr<SimulatedUnit> mUnit;
-  const std::shared_ptr<Conductor> mConductor;
+  const std::shared_ptr<PacedScheduler> mScheduler;
   std::shared_ptr<PacedStream> mStream VESK_GUARDED_BY(mMutex);
 };
 
 class SimulatedCamera : public SimulatedDevice {
  public:
-  SimulatedCamera(std::shared_ptr<SimulatedUnit> unit, std::shared_ptr<Conductor> conductor);
+  SimulatedCamera(std::shared_ptr<SimulatedUnit> unit, std::shared_ptr<PacedScheduler> scheduler);
 
   std::vector<VideoFormat> videoFormats() override;
   /// Refuses what is not among the formats, and takes the nearest interval; takes effect at the next start.
@@ -59,7 +59,7 @@ class SimulatedCamera : public SimulatedDevice {
 
 class SimulatedMicrophone : public SimulatedDevice {
  public:
-  SimulatedMicrophone(std::shared_ptr<SimulatedUnit> unit, std::shared_ptr<Conductor> conductor);
+  SimulatedMicrophone(std::shared_ptr<SimulatedUnit> unit, std::shared_ptr<PacedScheduler> scheduler);
 
   std::vector<WaveFormat> waveFormats() override;
   /// Refuses what is not among the formats; takes effect at the next start.

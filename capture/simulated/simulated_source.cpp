@@ -10,7 +10,7 @@
 #include <vesk/log.h>
 #include "capture/simulated/simulated_commands.h"
 #include "capture/simulated/simulated_device.h"
-#include "capture/sources/conductor.h"
+#include "capture/sources/paced_scheduler.h"
 #include "platform/foundation/atomic_file.h"
 
 namespace vesk::capture {
@@ -41,7 +41,7 @@ std::shared_ptr<SimulatedUnit> makeUnit(const DeviceDescription& description) {
 }  // namespace
 
 SimulatedSource::SimulatedSource(const SourceOptions& options, Transport& transport)
-    : mConductor(std::make_shared<Conductor>(options.pace, transport)),
+    : mScheduler(std::make_shared<PacedScheduler>(options.pace, transport)),
       mEvents(DispatchQueue::createSerial("vesk hot-plug")) {
   for (const DeviceDescription& description : kFirstDevices) mUnits.push_back(makeUnit(description));
   {
@@ -69,8 +69,8 @@ std::vector<DeviceDescription> SimulatedSource::devices(DeviceKind kind) {
 std::unique_ptr<CaptureDevice> SimulatedSource::open(DeviceKind kind, const std::string& path) {
   auto unit = find(path);
   if (!unit || unit->description().kind != kind || unit->faults().openFails) return nullptr;
-  if (kind == DeviceKind::kVideo) return std::make_unique<SimulatedCamera>(std::move(unit), mConductor);
-  return std::make_unique<SimulatedMicrophone>(std::move(unit), mConductor);
+  if (kind == DeviceKind::kVideo) return std::make_unique<SimulatedCamera>(std::move(unit), mScheduler);
+  return std::make_unique<SimulatedMicrophone>(std::move(unit), mScheduler);
 }
 
 bool SimulatedSource::plugIn(const DeviceDescription& description) {

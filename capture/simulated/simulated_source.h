@@ -17,7 +17,7 @@ class DispatchQueue;
 
 namespace vesk::capture {
 
-class Conductor;
+class PacedScheduler;
 class SimulatedCommands;
 class SimulatedUnit;
 
@@ -79,7 +79,7 @@ class SimulatedSource : public CaptureSource {
     std::vector<DeviceDescription> devices VESK_GUARDED_BY(mutex);
   };
 
-  const std::shared_ptr<Conductor> mConductor;
+  const std::shared_ptr<PacedScheduler> mScheduler;
   const std::shared_ptr<HotplugSlot> mHotplug = std::make_shared<HotplugSlot>();
   const std::shared_ptr<Listing> mListing = std::make_shared<Listing>();
   Mutex mMutex;

@@ -1,4 +1,4 @@
-#include "capture/sources/conductor.h"
+#include "capture/sources/paced_scheduler.h"
 
 #include <pthread.h>
 
@@ -19,11 +19,11 @@ constexpr std::chrono::milliseconds kBusyPoll(1);
 
 }  // namespace
 
-/// The conductor's state and the work of its thread.
+/// The scheduler's state and the work of its thread.
 ///
 /// The thread takes one step after the other: under the lock it waits for the next thing to do
 /// and marks the stream it is about to call; the stream is called without the lock.
-class Conductor::Player : public std::enable_shared_from_this<Player> {
+class PacedScheduler::Player : public std::enable_shared_from_this<Player> {
  public:
   Player(Pace pace, Transport& transport) : mPace(pace), mTransport(transport) {}
 
@@ -86,14 +86,14 @@ class Conductor::Player : public std::enable_shared_from_this<Player> {
   int64_t mLastTimestamp VESK_GUARDED_BY(mMutex) = 0;
 };
 
-void Conductor::Player::observeTransport() {
+void PacedScheduler::Player::observeTransport() {
   mTransport.addObserver(weak_from_this(), [this] {
     MutexLock lock(mMutex);
     mChanged.notify_all();
   });
 }
 
-void Conductor::Player::add(std::shared_ptr<PacedStream> stream) {
+void PacedScheduler::Player::add(std::shared_ptr<PacedStream> stream) {
   MutexLock lock(mMutex);
   if (!stream || find(stream)) return;
   mEntries.push_back({std::move(stream), false, std::nullopt});
@@ -106,13 +106,13 @@ void Conductor::Player::add(std::shared_ptr<PacedStream> stream) {
   mChanged.notify_all();
 }
 
-void Conductor::Player::startThread() {
+void PacedScheduler::Player::startThread() {
   if (mThread.joinable() || mQuits) return;
   mThread = std::thread([self = shared_from_this()] { self->run(); });
   mThreadId = mThread.get_id();
 }
 
-void Conductor::Player::remove(const std::shared_ptr<PacedStream>& stream) {
+void PacedScheduler::Player::remove(const std::shared_ptr<PacedStream>& stream) {
   MutexLock lock(mMutex);
   const size_t removed = std::erase_if(mEntries, [&](const Entry& entry) { return entry.stream == stream; });
   if (removed && mEntries.empty()) endTime();
@@ -121,7 +121,7 @@ void Conductor::Player::remove(const std::shared_ptr<PacedStream>& stream) {
   while (mCalled == stream && stream) mReturned.wait(mMutex);
 }
 
-void Conductor::Player::quit() {
+void PacedScheduler::Player::quit() {
   std::thread thread;
   {
     MutexLock lock(mMutex);
@@ -138,8 +138,8 @@ void Conductor::Player::quit() {
   if (thread.joinable()) thread.join();
 }
 
-void Conductor::Player::run() {
-  pthread_setname_np(pthread_self(), "vesk conductor");
+void PacedScheduler::Player::run() {
+  pthread_setname_np(pthread_self(), "vesk paced");
   for (;;) {
     const Step step = waitForStep();
     switch (step.action) {
@@ -158,7 +158,7 @@ void Conductor::Player::run() {
   }
 }
 
-Conductor::Player::Step Conductor::Player::waitForStep() {
+PacedScheduler::Player::Step PacedScheduler::Player::waitForStep() {
   MutexLock lock(mMutex);
   for (;;) {
     if (mQuits) return {Action::kQuit, nullptr};
@@ -192,7 +192,7 @@ Conductor::Player::Step Conductor::Player::waitForStep() {
   }
 }
 
-void Conductor::Player::join(const Step& step) {
+void PacedScheduler::Player::join(const Step& step) {
   step.stream->seek(step.time);
   const auto next = step.stream->nextTime();
   MutexLock lock(mMutex);
@@ -200,7 +200,7 @@ void Conductor::Player::join(const Step& step) {
   called(step.stream, next);
 }
 
-void Conductor::Player::deliver(const Step& step) {
+void PacedScheduler::Player::deliver(const Step& step) {
   if (isBusy()) return;
   {
     MutexLock lock(mMutex);
@@ -216,7 +216,7 @@ void Conductor::Player::deliver(const Step& step) {
 }
 
 /// Whether the host is busy; then a moment has been waited before the question is asked again.
-bool Conductor::Player::isBusy() {
+bool PacedScheduler::Player::isBusy() {
   const bool isBusyNow = mTransport.isBusy();
   MutexLock lock(mMutex);
   if (isBusyNow) {
@@ -229,20 +229,20 @@ bool Conductor::Player::isBusy() {
   return false;
 }
 
-Conductor::Player::Entry* Conductor::Player::find(const std::shared_ptr<PacedStream>& stream) {
+PacedScheduler::Player::Entry* PacedScheduler::Player::find(const std::shared_ptr<PacedStream>& stream) {
   const auto found =
       std::find_if(mEntries.begin(), mEntries.end(), [&](const Entry& entry) { return entry.stream == stream; });
   return found == mEntries.end() ? nullptr : &*found;
 }
 
-Conductor::Player::Entry* Conductor::Player::newcomer() {
+PacedScheduler::Player::Entry* PacedScheduler::Player::newcomer() {
   const auto found =
       std::find_if(mEntries.begin(), mEntries.end(), [](const Entry& entry) { return !entry.hasJoined; });
   return found == mEntries.end() ? nullptr : &*found;
 }
 
 /// The stream whose frame is due first; none when all have come to their end or to the limit.
-Conductor::Player::Entry* Conductor::Player::earliest() {
+PacedScheduler::Player::Entry* PacedScheduler::Player::earliest() {
   const auto limit = mTransport.limit();
   Entry* first = nullptr;
   for (Entry& entry : mEntries) {
@@ -253,7 +253,7 @@ Conductor::Player::Entry* Conductor::Player::earliest() {
 }
 
 /// The source's time now.
-int64_t Conductor::Player::position() const {
+int64_t PacedScheduler::Player::position() const {
   if (!mBase) return 0;
   if (mPace == Pace::kFast) return mReached;
   const int64_t now = mBusySince ? *mBusySince : monotonicMicroseconds();
@@ -261,7 +261,7 @@ int64_t Conductor::Player::position() const {
 }
 
 // Sources released together begin at the same moment of the clock, whichever thread wakes first.
-void Conductor::Player::beginTime() {
+void PacedScheduler::Player::beginTime() {
   const int64_t now = mBeginsAtRelease ? mTransport.releasedAt() : monotonicMicroseconds();
   mBeginsAtRelease = false;
   mBase = std::max(now, mLastTimestamp + 1);
@@ -270,7 +270,7 @@ void Conductor::Player::beginTime() {
   mBusySince.reset();
 }
 
-void Conductor::Player::endTime() {
+void PacedScheduler::Player::endTime() {
   mBase.reset();
   mBeginsAtRelease = false;
   mBusySince.reset();
@@ -280,30 +280,30 @@ void Conductor::Player::endTime() {
 }
 
 /// How long time has stood still since it began.
-int64_t Conductor::Player::pauses() const {
+int64_t PacedScheduler::Player::pauses() const {
   return mTransport.heldTime() - mHeldBefore + mBusyTime;
 }
 
 /// Ends a call of a stream, which may have left during it, and even have come back anew.
-void Conductor::Player::called(const std::shared_ptr<PacedStream>& stream, std::optional<int64_t> nextTime) {
+void PacedScheduler::Player::called(const std::shared_ptr<PacedStream>& stream, std::optional<int64_t> nextTime) {
   if (Entry* entry = find(stream); entry && entry->hasJoined) entry->nextTime = nextTime;
   mCalled.reset();
   mReturned.notify_all();
 }
 
-Conductor::Conductor(Pace pace, Transport& transport) : mPlayer(std::make_shared<Player>(pace, transport)) {
+PacedScheduler::PacedScheduler(Pace pace, Transport& transport) : mPlayer(std::make_shared<Player>(pace, transport)) {
   mPlayer->observeTransport();
 }
 
-Conductor::~Conductor() {
+PacedScheduler::~PacedScheduler() {
   mPlayer->quit();
 }
 
-void Conductor::add(std::shared_ptr<PacedStream> stream) {
+void PacedScheduler::add(std::shared_ptr<PacedStream> stream) {
   mPlayer->add(std::move(stream));
 }
 
-void Conductor::remove(const std::shared_ptr<PacedStream>& stream) {
+void PacedScheduler::remove(const std::shared_ptr<PacedStream>& stream) {
   mPlayer->remove(stream);
 }
 

@@ -9,7 +9,7 @@
 namespace vesk::capture {
 
 /// A device's flow of frames or packets in a source that keeps its own time. Times are microseconds
-/// of the source, counted from its beginning. Called on the conductor's thread only.
+/// of the source, counted from its beginning. Called on the scheduler's thread only.
 class PacedStream {
  public:
   virtual ~PacedStream() = default;
@@ -29,14 +29,14 @@ class PacedStream {
 /// time stamps later than all before.
 ///
 /// Threads: every operation from any thread. No lock is held while a stream is called.
-class Conductor {
+class PacedScheduler {
  public:
-  /// `transport` must outlive the conductor.
-  explicit Conductor(Pace pace, Transport& transport = Transport::shared());
+  /// `transport` must outlive the scheduler.
+  explicit PacedScheduler(Pace pace, Transport& transport = Transport::shared());
   /// Ends the thread; waits for it, unless the call comes from inside a delivery.
-  ~Conductor();
-  Conductor(const Conductor&) = delete;
-  Conductor& operator=(const Conductor&) = delete;
+  ~PacedScheduler();
+  PacedScheduler(const PacedScheduler&) = delete;
+  PacedScheduler& operator=(const PacedScheduler&) = delete;
 
   void add(std::shared_ptr<PacedStream> stream);
   /// Takes a stream out. Once it has returned the stream is not called any more, unless it was

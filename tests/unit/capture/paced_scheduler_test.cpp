@@ -1,4 +1,4 @@
-#include "capture/sources/conductor.h"
+#include "capture/sources/paced_scheduler.h"
 
 #include <gtest/gtest.h>
 
@@ -52,7 +52,7 @@ class TestStream : public PacedStream {
 
 constexpr int64_t kEndless = 1'000'000'000;
 
-class ConductorTest : public testing::Test {
+class PacedSchedulerTest : public testing::Test {
  protected:
   std::shared_ptr<TestStream> stream(std::string name, int64_t interval, int64_t count = kEndless) {
     return std::make_shared<TestStream>(std::move(name), interval, count, recorder);
@@ -71,7 +71,7 @@ class ConductorTest : public testing::Test {
   std::atomic<int> ends = 0;
 };
 
-TEST_F(ConductorTest, PlaysStreamsReleasedTogetherInTheOrderOfTheirTimesUpToTheLimit) {
+TEST_F(PacedSchedulerTest, PlaysStreamsReleasedTogetherInTheOrderOfTheirTimesUpToTheLimit) {
   for (const Pace pace : {Pace::kFast, Pace::kRealTime}) {
     Recorder<Delivery> deliveries;
     Transport hand;
@@ -79,12 +79,12 @@ TEST_F(ConductorTest, PlaysStreamsReleasedTogetherInTheOrderOfTheirTimesUpToTheL
     hand.setLimit(0.05);
     hand.setEndHandler([&] { end.open(); });
     hand.hold();
-    Conductor conductor(pace, hand);
+    PacedScheduler scheduler(pace, hand);
     const auto quick = std::make_shared<TestStream>("quick", 3000, kEndless, deliveries);
     const auto slow = std::make_shared<TestStream>("slow", 7000, kEndless, deliveries);
     const int64_t before = monotonicMicroseconds();
-    conductor.add(quick);
-    conductor.add(slow);
+    scheduler.add(quick);
+    scheduler.add(slow);
     EXPECT_TRUE(deliveries.items().empty());
     hand.release();
     end.wait();
@@ -102,9 +102,9 @@ TEST_F(ConductorTest, PlaysStreamsReleasedTogetherInTheOrderOfTheirTimesUpToTheL
   }
 }
 
-TEST_F(ConductorTest, StandsStillWhileHeldAndGoesOnWithoutAHole) {
+TEST_F(PacedSchedulerTest, StandsStillWhileHeldAndGoesOnWithoutAHole) {
   Gate isHeld;
-  Conductor conductor(Pace::kRealTime, transport);
+  PacedScheduler scheduler(Pace::kRealTime, transport);
   const auto ticks = stream("ticks", 1000);
   std::atomic<int> count = 0;
   ticks->onDeliver = [&] {
@@ -112,7 +112,7 @@ TEST_F(ConductorTest, StandsStillWhileHeldAndGoesOnWithoutAHole) {
     transport.hold();
     isHeld.open();
   };
-  conductor.add(ticks);
+  scheduler.add(ticks);
   isHeld.wait();
   const int64_t held = monotonicMicroseconds();
   std::this_thread::sleep_for(std::chrono::milliseconds(20));  // may show a fault, never makes one
@@ -120,7 +120,7 @@ TEST_F(ConductorTest, StandsStillWhileHeldAndGoesOnWithoutAHole) {
   const int64_t released = monotonicMicroseconds();
   transport.release();
   const auto all = recorder.waitFor(10);
-  conductor.remove(ticks);
+  scheduler.remove(ticks);
   for (size_t i = 0; i < 10; ++i) {
     EXPECT_EQ(all[i].time, static_cast<int64_t>(i) * 1000);
     EXPECT_EQ(all[i].timestamp, all[0].timestamp + all[i].time);
@@ -128,8 +128,8 @@ TEST_F(ConductorTest, StandsStillWhileHeldAndGoesOnWithoutAHole) {
   }
 }
 
-TEST_F(ConductorTest, WaitsWhileTheHostIsBusyWithoutALock) {
-  Conductor conductor(Pace::kFast, transport);
+TEST_F(PacedSchedulerTest, WaitsWhileTheHostIsBusyWithoutALock) {
+  PacedScheduler scheduler(Pace::kFast, transport);
   const auto ticks = stream("ticks", 1000, 3);
   std::atomic<int> asked = 0;
   transport.setBackpressure([&] {
@@ -137,43 +137,43 @@ TEST_F(ConductorTest, WaitsWhileTheHostIsBusyWithoutALock) {
     return ++asked % 4 != 0;
   });
   expectEnd();
-  conductor.add(ticks);
+  scheduler.add(ticks);
   ended.wait();
   EXPECT_EQ(recorder.items().size(), 3u);
   EXPECT_EQ(asked, 12);
 }
 
-TEST_F(ConductorTest, CanRemoveAStreamWhileTheHostIsBusy) {
+TEST_F(PacedSchedulerTest, CanRemoveAStreamWhileTheHostIsBusy) {
   Gate asked;
-  Conductor conductor(Pace::kFast, transport);
+  PacedScheduler scheduler(Pace::kFast, transport);
   const auto ticks = stream("ticks", 1000);
   transport.setBackpressure([&] {
     asked.open();
     return true;
   });
-  conductor.add(ticks);
+  scheduler.add(ticks);
   asked.wait();
-  conductor.remove(ticks);
+  scheduler.remove(ticks);
   EXPECT_TRUE(recorder.items().empty());
 }
 
-TEST_F(ConductorTest, LetsALateStreamJoinWhereTheOthersAre) {
+TEST_F(PacedSchedulerTest, LetsALateStreamJoinWhereTheOthersAre) {
   for (const Pace pace : {Pace::kFast, Pace::kRealTime}) {
     Recorder<Delivery> deliveries;
     Transport hand;
     Gate joined;
-    Conductor conductor(pace, hand);
+    PacedScheduler scheduler(pace, hand);
     const auto first = std::make_shared<TestStream>("first", 1000, kEndless, deliveries);
     const auto late = std::make_shared<TestStream>("late", 700, kEndless, deliveries);
     std::atomic<int> count = 0;
     first->onDeliver = [&] {
-      if (++count == 10) conductor.add(late);
+      if (++count == 10) scheduler.add(late);
     };
     late->onDeliver = [&] { joined.open(); };
-    conductor.add(first);
+    scheduler.add(first);
     joined.wait();
-    conductor.remove(first);
-    conductor.remove(late);
+    scheduler.remove(first);
+    scheduler.remove(late);
     const auto all = deliveries.items();
     for (size_t i = 1; i < all.size(); ++i) EXPECT_GE(all[i].time, all[i - 1].time);
     const auto where = std::find_if(all.begin(), all.end(), [](const Delivery& one) { return one.stream == "late"; });
@@ -183,9 +183,9 @@ TEST_F(ConductorTest, LetsALateStreamJoinWhereTheOthersAre) {
   }
 }
 
-TEST_F(ConductorTest, WaitsForADeliveryBeforeAStreamIsOut) {
+TEST_F(PacedSchedulerTest, WaitsForADeliveryBeforeAStreamIsOut) {
   Gate inside, goOn;
-  Conductor conductor(Pace::kFast, transport);
+  PacedScheduler scheduler(Pace::kFast, transport);
   const auto ticks = stream("ticks", 1000);
   std::atomic<bool> isInside = false;
   ticks->onDeliver = [&] {
@@ -194,51 +194,51 @@ TEST_F(ConductorTest, WaitsForADeliveryBeforeAStreamIsOut) {
     goOn.wait();
     isInside = false;
   };
-  conductor.add(ticks);
+  scheduler.add(ticks);
   inside.wait();
   std::thread opener([&] {
     std::this_thread::sleep_for(std::chrono::milliseconds(10));  // may show a fault, never makes one
     goOn.open();
   });
-  conductor.remove(ticks);
+  scheduler.remove(ticks);
   EXPECT_FALSE(isInside);
   const size_t count = recorder.items().size();
   opener.join();
   EXPECT_EQ(recorder.items().size(), count);
 }
 
-TEST_F(ConductorTest, LetsStreamsLeaveAndTheConductorEndFromInsideADelivery) {
+TEST_F(PacedSchedulerTest, LetsStreamsLeaveAndTheSchedulerEndFromInsideADelivery) {
   Gate left, gone;
-  auto conductor = std::make_unique<Conductor>(Pace::kFast, transport);
+  auto scheduler = std::make_unique<PacedScheduler>(Pace::kFast, transport);
   const auto leaving = stream("leaving", 1000);
   leaving->onDeliver = [&] {
-    conductor->remove(leaving);
+    scheduler->remove(leaving);
     left.open();
   };
-  conductor->add(leaving);
+  scheduler->add(leaving);
   left.wait();
-  conductor->remove(leaving);
+  scheduler->remove(leaving);
   EXPECT_EQ(recorder.items().size(), 1u);
 
   const auto last = stream("last", 1000);
   last->onDeliver = [&] {
-    conductor.reset();
+    scheduler.reset();
     gone.open();
   };
-  conductor->add(last);
+  scheduler->add(last);
   gone.wait();
   EXPECT_EQ(recorder.items().size(), 2u);
 }
 
-TEST_F(ConductorTest, EndsOnceWhenTheLastStreamOfTheLastSourceHasEnded) {
+TEST_F(PacedSchedulerTest, EndsOnceWhenTheLastStreamOfTheLastSourceHasEnded) {
   expectEnd();
   transport.hold();
-  Conductor one(Pace::kFast, transport), other(Pace::kFast, transport);
+  PacedScheduler one(Pace::kFast, transport), other(Pace::kFast, transport);
   one.add(stream("short", 1000, 2));
   one.add(stream("longer", 1000, 5));
   other.add(stream("elsewhere", 1000, 3));
   const auto stopped = stream("stopped", 1000);
-  Conductor third(Pace::kFast, transport);
+  PacedScheduler third(Pace::kFast, transport);
   third.add(stopped);
   third.remove(stopped);  // has no say in the end
   transport.release();
@@ -247,15 +247,15 @@ TEST_F(ConductorTest, EndsOnceWhenTheLastStreamOfTheLastSourceHasEnded) {
   EXPECT_EQ(ends, 1);
 }
 
-TEST_F(ConductorTest, BeginsAnewAfterTheLastStreamHasLeftWithLaterTimeStamps) {
-  Conductor conductor(Pace::kFast, transport);
+TEST_F(PacedSchedulerTest, BeginsAnewAfterTheLastStreamHasLeftWithLaterTimeStamps) {
+  PacedScheduler scheduler(Pace::kFast, transport);
   int64_t last = 0;
   for (int round = 0; round < 3; ++round) {
     const auto ticks = stream(std::to_string(round), 10'000'000);  // stamps run far ahead of the clock
     const size_t before = recorder.items().size();
-    conductor.add(ticks);
+    scheduler.add(ticks);
     recorder.waitFor(before + 3);
-    conductor.remove(ticks);
+    scheduler.remove(ticks);
     const auto all = recorder.items();
     EXPECT_EQ(all[before].time, 0);
     EXPECT_GT(all[before].timestamp, last);
