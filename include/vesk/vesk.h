@@ -15,6 +15,7 @@
 #include <vesk/bundle.h>
 #include <vesk/camera_controls.h>
 #include <vesk/camera_status_display.h>
+#include <vesk/capture_choices.h>
 #include <vesk/capture_host.h>
 #include <vesk/capture_records.h>
 #include <vesk/capture_source.h>
@@ -62,7 +63,9 @@
 #include <vesk/queue_levels.h>
 #include <vesk/record_session.h>
 #include <vesk/recorder.h>
+#include <vesk/recording_leftovers.h>
 #include <vesk/recording_statistics.h>
+#include <vesk/recording_supervisor.h>
 #include <vesk/resolution_info.h>
 #include <vesk/run_loop.h>
 #include <vesk/sample_buffer.h>

@@ -1,4 +1,4 @@
-#include "apps/vesk/sound_watch.h"
+#include "sessions/sound_watch.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 
 #include <vesk/four_char_code.h>
 
-namespace vesk::program {
+namespace vesk {
 namespace {
 
 CMAudioFormatDescriptionRef format(uint32_t codec, uint32_t channels) {
@@ -66,4 +66,4 @@ TEST(SoundWatch, TakesPacketsOfAnyLength) {
 }
 
 }  // namespace
-}  // namespace vesk::program
+}  // namespace vesk

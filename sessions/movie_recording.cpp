@@ -1,0 +1,218 @@
+#include "sessions/movie_recording.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include <vesk/asset_writer_adapter.h>
+#include <vesk/movie_recovery.h>
+#include <vesk/status.h>
+#include "platform/foundation/file_manager.h"
+#include "sessions/device_name.h"
+
+namespace vesk {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Sound without a frame is kept from this length on, in microseconds: somebody may have spoken. Less is what
+/// microphones send while the camera is still being started.
+constexpr uint64_t kShortestSound = 5'000'000;
+
+}  // namespace
+
+bool holdsFilm(const std::string& movie) {
+  std::error_code ignored;
+  if (!fs::exists(movie, ignored) || fs::file_size(movie, ignored) == 0) return false;
+  const RecoveryResult found = recoverMovie(movie);
+  switch (found.outcome) {
+    case RecoveryOutcome::kRecovered:
+    case RecoveryOutcome::kAlreadyPlain:
+      return found.frames != 0 || found.duration * 1e6 >= static_cast<double>(kShortestSound);
+    case RecoveryOutcome::kEmpty:
+      return false;
+    case RecoveryOutcome::kNothingToRecover:
+    case RecoveryOutcome::kLocked:
+    case RecoveryOutcome::kNotAMovie:
+    case RecoveryOutcome::kFailed:
+      return true;  // nobody knows: it stays
+  }
+  return true;
+}
+
+std::shared_ptr<MovieRecording> MovieRecording::make(MoviePlan plan, FrameTiming timing, Error& error) {
+  auto folder = RecordingFolder::make(plan.file, error);
+  if (!folder) return nullptr;
+  auto session = VeskRecordSession::initWithVideoDevice(plan.camera, plan.microphone, plan.file);
+  session->setFrameTiming(timing);
+  session->setContinues(true);
+  session->setTemporaryFolder(folder->path());
+  auto soundWatch = plan.soundFormat ? std::make_shared<SoundWatch>(*plan.soundFormat) : nullptr;
+  return std::shared_ptr<MovieRecording>(
+      new MovieRecording(std::move(plan), std::move(folder), std::move(session), std::move(soundWatch)));
+}
+
+MovieRecording::MovieRecording(MoviePlan plan, std::unique_ptr<RecordingFolder> folder,
+                               std::shared_ptr<VeskRecordSession> session, std::shared_ptr<SoundWatch> soundWatch)
+    : mPlan(std::move(plan)),
+      mFolder(std::move(folder)),
+      mSession(std::move(session)),
+      mSoundWatch(std::move(soundWatch)) {}
+
+/// The session's status is that of the start made last; a camera that did not start shows only in its own state.
+DeviceError MovieRecording::start() {
+  if (mSoundWatch) mPlan.microphone->addDelegate(mSoundWatch);
+  const int32_t status = mSession->startSession();
+  const bool isCameraOn = mPlan.camera->isCapturing();
+  if (status == kVeskStatusSuccess && isCameraOn) return {};
+  const bool isSoundRefused = status != kVeskStatusSuccess && isCameraOn && mPlan.microphone;
+  mSession->stopSession();
+  mOutcome = mSession->lastOutcome();
+  if (mSoundWatch) mPlan.microphone->removeDelegate(mSoundWatch);
+  remove();  // a microphone that started has recorded a moment of sound alone: nobody asked for that
+  if (status == kVeskStatusNoMovieCreator || status == kVeskStatusMovieNotOpened)
+    return {{Cause::kFileError,
+             fmt::format("a movie could not be begun in \"{}\"", stringByDeletingLastPathComponent(mPlan.file)),
+             "Choose another place or another format"},
+            nullptr};
+  const auto& device = isSoundRefused ? mPlan.microphone->deviceInfo() : mPlan.camera->deviceInfo();
+  return {{Cause::kRefused, fmt::format("\"{}\" refused to start", displayName(*device)),
+           isSoundRefused ? "Close other programs that use it, or record without sound"
+                          : "Close other programs that use it, or choose another format"},
+          device};
+}
+
+std::string MovieRecording::growingMovie() const {
+  return mFolder ? stringByAppendingPathComponent(mFolder->path(), lastPathComponent(mPlan.file)) : std::string();
+}
+
+std::shared_ptr<MovieRecording> MovieRecording::continueIn(const std::string& file, Error& error) {
+  MoviePlan plan = mPlan;
+  plan.file = file;
+  plan.replacesFile = false;
+  auto folder = RecordingFolder::make(file, error);
+  if (folder) {
+    mSession->setTemporaryFolder(folder->path());
+    if (mSession->continueSession(file) == kVeskStatusSuccess) {
+      mOutcome = mSession->lastOutcome();
+      return std::shared_ptr<MovieRecording>(
+          new MovieRecording(std::move(plan), std::move(folder), mSession, mSoundWatch));
+    }
+    mSession->setTemporaryFolder(mFolder->path());
+    error = {Cause::kFileError, fmt::format("a movie could not be begun at \"{}\"", file),
+             "See that there is room for it"};
+  }
+  mSession->setContinues(false);
+  return nullptr;
+}
+
+void MovieRecording::stop() {
+  mSession->stopSession();
+  mOutcome = mSession->lastOutcome();
+}
+
+/// Whether nothing worth keeping had come when it was stopped: no frame, and less sound than microphones send while
+/// a camera is being started.
+bool MovieRecording::isEmpty() const {
+  const RecordingStatistics& statistics = mOutcome.statistics;
+  return statistics.videoFrames == 0 && (statistics.audioPackets == 0 || statistics.duration < kShortestSound);
+}
+
+void MovieRecording::remove() const {
+  const std::string& place = mOutcome.moveError.empty() ? mOutcome.finalPath : mOutcome.temporaryPath;
+  std::error_code ignored;
+  if (!place.empty()) fs::remove(place, ignored);
+}
+
+RecordedMovie MovieRecording::conclude(bool mayBeEmpty) {
+  RecordedMovie movie;
+  movie.statistics = mOutcome.statistics;
+  movie.videoFormat = mPlan.videoFormat;
+  movie.soundFormat = mPlan.soundFormat;
+  movie.isSilent = mSoundWatch && mSoundWatch->isMeasuring() && !mSoundWatch->wasHeard();
+  movie.error = errorOf(mayBeEmpty, movie.file);
+  if (!movie.error && !movie.file.empty()) movie.missing = missingTrack();
+  mFolder.reset();
+  return movie;
+}
+
+/// @param place where the movie is then; empty when nothing was kept
+Error MovieRecording::errorOf(bool mayBeEmpty, std::string& place) {
+  const RecordingStatistics& statistics = mOutcome.statistics;
+  place = mOutcome.moveError.empty() ? mPlan.file : mOutcome.temporaryPath;
+  if (statistics.writerMissing || statistics.status != 0) return writerError(place);
+  if (isEmpty()) {
+    remove();
+    place.clear();
+    return mayBeEmpty ? Error() : nothingRecorded();
+  }
+  if (mOutcome.moveError.empty()) return {};
+  // Only now: an earlier movie is not given away for one that failed.
+  if (mPlan.replacesFile && !place.empty() && std::rename(place.c_str(), mPlan.file.c_str()) == 0) {
+    giveOrdinaryMode(mPlan.file);
+    place = mPlan.file;
+    return {};
+  }
+  return notPlaced(place);
+}
+
+Error MovieRecording::nothingRecorded() const {
+  const std::string name = displayName(*mPlan.camera->deviceInfo());
+  if (mOutcome.statistics.videoHeldBack != 0)
+    return {Cause::kNoFormat,
+            fmt::format("nothing was recorded: \"{}\" sent {} pictures, none of which a movie can begin with", name,
+                        mOutcome.statistics.videoHeldBack),
+            "Record for longer, or choose another format"};
+  return {Cause::kStalled, fmt::format("nothing was recorded: no picture came from \"{}\"", name),
+          "Record for longer; if that does not help, plug the camera in again or choose another"};
+}
+
+/// What the writer's status codes mean.
+Error MovieRecording::writerError(std::string& place) const {
+  const auto error = [&]() -> Error {
+    switch (mOutcome.statistics.status) {
+      case kMovieDiskFull:
+        return {Cause::kDiskFull, fmt::format("the disk of \"{}\" is full", mPlan.file),
+                "Make room on it, or record to another disk"};
+      case kMovieFileFailedToWrite:
+        return {Cause::kFolderGone,
+                fmt::format("the movie's file in \"{}\" cannot be written any more",
+                            stringByDeletingLastPathComponent(mPlan.file)),
+                "See that the disk is attached and its folder still exists"};
+      default:
+        return {Cause::kFileError, fmt::format("writing \"{}\" failed", mPlan.file),
+                "See that its disk works and is not write-protected"};
+    }
+  }();
+  if (!place.empty() && !holdsFilm(place)) {
+    remove();
+    place.clear();
+  }
+  return error;
+}
+
+Error MovieRecording::notPlaced(const std::string& place) const {
+  return {Cause::kFileError,
+          fmt::format("the movie could not be placed at \"{}\": {}", mPlan.file, mOutcome.moveError),
+          place.empty() ? "Attach that disk again, and have the recording finished there"
+                        : fmt::format("It is whole, at \"{}\"; move it where you want it", place)};
+}
+
+Error MovieRecording::missingTrack() const {
+  const RecordingStatistics& statistics = mOutcome.statistics;
+  if (statistics.videoFrames == 0)
+    return {Cause::kStalled,
+            fmt::format("no picture came from \"{}\"; the movie has sound only",
+                        displayName(*mPlan.camera->deviceInfo())),
+            "See what it sends, or choose another camera"};
+  if (!mPlan.microphone || statistics.audioPackets != 0) return {};
+  return {Cause::kSilent,
+          fmt::format("no sound came from \"{}\"; the movie has pictures only",
+                      displayName(*mPlan.microphone->deviceInfo())),
+          "See what it hears, or choose another microphone"};
+}
+
+}  // namespace vesk

@@ -1,0 +1,99 @@
+#include <vesk/recording_leftovers.h>
+
+#include <fmt/format.h>
+
+#include <filesystem>
+#include <optional>
+#include <system_error>
+#include <utility>
+
+#include "platform/foundation/file_manager.h"
+#include "sessions/recording_folder.h"
+
+namespace vesk {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Why a movie is not whole now; none when it is.
+Error errorOf(const RecoveryResult& result) {
+  switch (result.outcome) {
+    case RecoveryOutcome::kAlreadyPlain:
+    case RecoveryOutcome::kRecovered:
+    case RecoveryOutcome::kEmpty:
+      return {};
+    case RecoveryOutcome::kLocked:
+      return {Cause::kBusy, result.text, "End that recording first"};
+    case RecoveryOutcome::kNothingToRecover:
+    case RecoveryOutcome::kNotAMovie:
+      return {Cause::kUnreadable, result.text, ""};
+    case RecoveryOutcome::kFailed:
+      break;
+  }
+  return {Cause::kFileError, result.text, "The file was left as it was; copy it to another disk and try there"};
+}
+
+/// @return nothing where there was no movie to finish
+std::optional<FinishedLeftover> finish(const std::string& file, const LockedLeftover& leftover) {
+  FinishedLeftover finished;
+  if (leftover.isInUse) {
+    finished.error = {Cause::kBusy, fmt::format("\"{}\" is being recorded at this moment", file),
+                      "End that recording first"};
+    return finished;
+  }
+  if (leftover.movie.empty()) {
+    leftover.removeFolder();
+    return std::nullopt;
+  }
+  finished.recovery = recoverMovie(leftover.movie);
+  if (finished.recovery.outcome == RecoveryOutcome::kEmpty) {
+    std::error_code ignored;
+    fs::remove(leftover.movie, ignored);
+    leftover.removeFolder();
+    finished.wasEmpty = true;
+    return finished;
+  }
+  finished.error = errorOf(finished.recovery);
+  if (finished.error) return finished;
+  const std::string target = freeName(file);
+  NSError error;
+  if (!NSFileManager::defaultManager().moveItemAtPath(leftover.movie, target, &error)) {
+    finished.error = {Cause::kFileError,
+                      fmt::format("the movie is whole, but it could not be moved to \"{}\": {}", target,
+                                  error.description),
+                      fmt::format("It is at \"{}\"", leftover.movie)};
+    return finished;
+  }
+  giveOrdinaryMode(target);
+  leftover.removeFolder();
+  finished.file = target;
+  return finished;
+}
+
+}  // namespace
+
+std::vector<RecordingLeftover> leftoversOf(const std::string& file) {
+  std::vector<RecordingLeftover> listed;
+  for (const LockedLeftover& found : findLeftovers(file, LeftoverLock::kLook))
+    listed.push_back({file, found.folder, found.movie, found.isInUse});
+  return listed;
+}
+
+std::vector<RecordingLeftover> leftoversIn(const std::string& folder) {
+  std::vector<RecordingLeftover> listed;
+  for (const LockedLeftover& found : findLeftoversIn(folder, LeftoverLock::kLook)) {
+    if (found.movie.empty()) continue;  // its name is in no file, so nobody can ask for it
+    listed.push_back({stringByAppendingPathComponent(folder, lastPathComponent(found.movie)), found.folder,
+                      found.movie, found.isInUse});
+  }
+  return listed;
+}
+
+std::vector<FinishedLeftover> finishLeftoversOf(const std::string& file) {
+  std::vector<FinishedLeftover> all;
+  for (const LockedLeftover& leftover : findLeftovers(file, LeftoverLock::kTake))
+    if (auto finished = finish(file, leftover)) all.push_back(std::move(*finished));
+  return all;
+}
+
+}  // namespace vesk

@@ -1,0 +1,850 @@
+#include <vesk/recording_supervisor.h>
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cctype>
+#include <exception>
+#include <filesystem>
+#include <future>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <vesk/audio_device.h>
+#include <vesk/capture_choices.h>
+#include <vesk/capture_host.h>
+#include <vesk/device_manager.h>
+#include <vesk/dispatch_queue.h>
+#include <vesk/log.h>
+#include <vesk/notification_center.h>
+#include <vesk/timer.h>
+#include <vesk/video_device.h>
+#include "platform/foundation/file_manager.h"
+#include "platform/foundation/mutex.h"
+#include "sessions/device_name.h"
+#include "sessions/movie_recording.h"
+#include "sessions/recording_watches.h"
+#include "sessions/returned_microphone.h"
+#include "sessions/supervisor_environment.h"
+
+namespace vesk {
+namespace {
+
+namespace fs = std::filesystem;
+using Kind = RecordingEventKind;
+using capture::Transport;
+
+/// How often a camera that has just come may refuse.
+constexpr int kMostRetries = 5;
+/// A camera that has changed its parameter sets is gone on from in another movie after so many looks: sound that was
+/// heard before the change, and belongs into this movie, may still be on its way.
+constexpr int kLooksToContinue = 2;
+/// Not worth a movie, in seconds.
+constexpr double kShortest = 0.1;
+
+std::string pathOf(const VeskAVDevice& device) {
+  return device.deviceInfo()->path().value_or("");
+}
+
+std::shared_ptr<VeskDeviceInfo> recordAt(const VeskDeviceList& records, const std::string& path) {
+  for (const auto& record : records)
+    if (record->path() == path) return record;
+  return nullptr;
+}
+
+bool isMovieName(const std::string& file) {
+  std::string ending = fs::path(file).extension().string();
+  for (char& character : ending) character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
+  return ending == ".mov" || ending == ".qt";
+}
+
+Error noCamera() {
+  return {Cause::kNoDevice, "no camera was found", "Plug one in"};
+}
+
+/// The writer of the movie under way, for those who ask on a capture thread.
+struct Writer {
+  bool isBusy() const {
+    std::shared_ptr<VeskRecordSession> held;
+    {
+      const MutexLock lock(mutex);
+      held = session.lock();
+    }
+    return held && held->isWriterBusy();
+  }
+  void set(const std::shared_ptr<VeskRecordSession>& newSession) {
+    const MutexLock lock(mutex);
+    session = newSession;
+  }
+
+  mutable Mutex mutex;
+  std::weak_ptr<VeskRecordSession> session VESK_GUARDED_BY(mutex);
+};
+
+/// The room on the disk, as of the last time that it was asked for: a disk may take its time to answer.
+struct RoomGauge {
+  std::atomic<bool> isAsking{false};
+  std::atomic<int64_t> bytes{-1};  ///< negative: not known
+};
+
+/// What a thread that finishes movies hands back.
+struct Finished {
+  std::vector<RecordedMovie> movies;
+  std::shared_ptr<MovieRecording> next;  ///< the one that goes on, after a change of the parameter sets
+  Error notContinued;
+  /// Kept until the main thread lets go of them: devices close with the last reference.
+  std::vector<std::shared_ptr<MovieRecording>> held;
+};
+
+/// Goes on in another movie, where the camera has changed its parameter sets.
+void continueMovie(Finished& finished, const std::string& firstFile) {
+  const std::shared_ptr<MovieRecording> ended = finished.held.back();
+  finished.next = ended->continueIn(freeName(firstFile, ended->plan().file), finished.notContinued);
+  if (!finished.next) return;
+  finished.movies.push_back(ended->conclude(false));
+  finished.held.push_back(finished.next);
+}
+
+}  // namespace
+
+std::optional<uint64_t> roomForMovie(const std::string& movie) {
+  constexpr int64_t kBlock = 512;
+  const auto free = NSFileManager::defaultManager().freeSpaceAtPath(stringByDeletingLastPathComponent(movie));
+  struct stat status = {};
+  if (!free || lstat(movie.c_str(), &status) != 0) return free;
+  const int64_t setAside = status.st_blocks * kBlock - status.st_size;
+  return *free + (setAside > 0 ? static_cast<uint64_t>(setAside) : 0);
+}
+
+/// The recording as a chain of states, all on the main thread. What waits for a disk runs on a thread of its own, one
+/// piece at a time, and hands back what it found. Events go through the main queue, so that a host that does whatever
+/// it likes in one is inside nothing of this.
+class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> {
+ public:
+  Core(EventHandler handler, SupervisorEnvironment environment)
+      : mHandler(std::move(handler)), mEnvironment(std::move(environment)) {}
+
+  bool start(RecordingSettings settings) {
+    if (mState != State::kIdle) return false;
+    reset(std::move(settings));
+    mState = State::kStarting;
+    try {
+      mError = checkFile(mSettings.file, mSettings.replacesFile);
+      if (mError) {
+        end();
+      } else {
+        watchDevices();
+        lookForCamera();
+      }
+    } catch (const std::exception& exception) {  // of the host's functions, or no memory
+      mError = {Cause::kOther, fmt::format("the recording could not be started: {}", exception.what()), ""};
+      end();
+    }
+    return true;
+  }
+
+  void stop() {
+    later([](Core& core) { core.askForEnd(); });
+  }
+
+  /// The host has let go: ends the recording with its movie in place.
+  void abandon() noexcept {
+    mIsAbandoned = true;
+    mHandler = nullptr;
+    try {
+      if (mState == State::kContinuing) {
+        mJob.wait();
+        if (mContinued->next) mMovie = mContinued->next;
+        finishMovie();
+      } else if (mState == State::kRecording) {
+        finishMovie();
+      }
+      if (mJob.valid()) mJob.wait();
+      letGo();
+    } catch (const std::exception& exception) {
+      NSLog(exception.what());
+    }
+  }
+
+  bool isActive() const { return mState != State::kIdle; }
+  FrameTiming frameTiming() const { return mFrameTiming; }
+  void setFrameTiming(FrameTiming timing) { mFrameTiming = timing; }
+  std::shared_ptr<VeskVideoDevice> camera() const { return mMovie ? mPlan.camera : nullptr; }
+  std::shared_ptr<VeskAudioDevice> microphone() const { return mMovie ? mPlan.microphone : nullptr; }
+  std::function<bool()> writerBusy() const {
+    return [writer = mWriter] { return writer->isBusy(); };
+  }
+
+  RecordingProgress progress() const {
+    RecordingProgress progress;
+    if (!mMovie) return progress;
+    progress.file = mMovie->plan().file;
+    progress.statistics = mMovie->statistics();
+    progress.isSoundMissing = mMicrophoneLost.has_value();
+    progress.secondsLeftOnDisk = mDiskWatch.secondsLeft();
+    if (const auto& watch = mMovie->soundWatch(); watch && watch->isMeasuring()) progress.level = watch->level();
+    return progress;
+  }
+
+ private:
+  enum class State {
+    kIdle,
+    kStarting,  ///< calls the host, and devices that may serve the main loop
+    kWaitingForCamera,      ///< until it is plugged in
+    kWaitingToTryAgain,     ///< with a camera that has just come, and refuses
+    kWaitingForMicrophone,  ///< which comes a little after its camera
+    kRecording,
+    kContinuing,  ///< one movie is being finished while the next one is recorded
+    kFinishing,
+  };
+
+  /// Runs `work` on the main thread, outside of what is under way.
+  template <class Work>
+  void later(Work work) {
+    DispatchQueue::mainQueue()->async([weak = weak_from_this(), work = std::move(work)] {
+      const auto self = weak.lock();
+      if (self && !self->mIsAbandoned) work(*self);
+    });
+  }
+
+  void emit(RecordingEvent event) {
+    later([event = std::move(event)](Core& core) {
+      const EventHandler handler = core.mHandler;  // the host may let go of this one inside
+      if (handler) handler(event);
+    });
+  }
+  void emit(Kind kind, std::shared_ptr<VeskDeviceInfo> device = nullptr, Error error = {}) {
+    RecordingEvent event;
+    event.kind = kind;
+    event.device = std::move(device);
+    event.error = std::move(error);
+    emit(std::move(event));
+  }
+  void emitFile(Kind kind, std::string file) {
+    RecordingEvent event;
+    event.kind = kind;
+    event.file = std::move(file);
+    emit(std::move(event));
+  }
+
+  void reset(RecordingSettings settings) {
+    mSettings = std::move(settings);
+    mPlan = {};
+    mFirstCamera = mSettings.camera;
+    mFirstMicrophone = mSettings.microphone;
+    mCameraPath.clear();
+    mMicrophonePath.clear();
+    mError = {};
+    mErrorDevice.reset();
+    mRecorded = 0;
+    mMovies = 0;
+    mRetries = 0;
+    mHasWaited = false;
+    mIsOver = false;
+  }
+
+  void watchDevices() {
+    mTimer = NSTimer::scheduledTimer(mEnvironment.tick, true, [weak = weak_from_this()] {
+      if (const auto self = weak.lock()) self->tick();
+    });
+    // Posted on the source's thread.
+    const auto observe = [this](const char* name, void (Core::*handle)(const std::shared_ptr<VeskDeviceInfo>&)) {
+      return NSNotificationCenter::defaultCenter().addObserver(
+          name, [weak = weak_from_this(), key = std::string(name), handle](const NSNotification& posted) {
+            const auto* const info = posted.value<std::shared_ptr<VeskDeviceInfo>>(key);
+            const auto self = weak.lock();
+            if (self && info) self->later([info = *info, handle](Core& core) { (core.*handle)(info); });
+          });
+    };
+    mAdded = observe(KVXDeviceAdded, &Core::deviceAdded);
+    mRemoved = observe(KVXDeviceRemoved, &Core::deviceRemoved);
+  }
+
+  void deviceAdded(const std::shared_ptr<VeskDeviceInfo>& info) {
+    if (mState == State::kWaitingForCamera) return lookForCamera();
+    if ((mState == State::kRecording || mState == State::kContinuing) && mMicrophoneLost &&
+        mPlan.microphone->deviceInfo()->isEqualToDevice(*info))
+      microphoneReturned(info);
+  }
+
+  void deviceRemoved(const std::shared_ptr<VeskDeviceInfo>& info) {
+    if (mState != State::kRecording && mState != State::kContinuing) return;
+    if (mPlan.camera->deviceInfo()->isEqualToDevice(*info)) {
+      emit(Kind::kCameraRemoved, info);
+      mIsCameraGone = true;
+      if (mState == State::kRecording) finishMovie();
+    } else if (mPlan.microphone && mPlan.microphone->deviceInfo()->isEqualToDevice(*info)) {
+      emit(Kind::kMicrophoneRemoved, info);
+      mReturned.reset();
+      mMicrophoneLost = mEnvironment.now();
+      mIsLossReported = false;
+    }
+  }
+
+  void microphoneReturned(const std::shared_ptr<VeskDeviceInfo>& info) {
+    mMicrophoneLost.reset();
+    mSoundStall.restart(mEnvironment.now());
+    Error error;
+    mReturned = ReturnedMicrophone::open(info, mPlan, *mMovie, error);
+    emit(Kind::kMicrophoneReturned, info, error);
+  }
+
+  void askForEnd() {
+    mIsOver = true;
+    switch (mState) {
+      case State::kRecording:
+        return finishMovie();
+      case State::kWaitingForCamera:
+      case State::kWaitingToTryAgain:
+      case State::kWaitingForMicrophone:
+        return end();
+      case State::kIdle:
+      case State::kStarting:
+      case State::kContinuing:
+      case State::kFinishing:
+        return;  // who comes to the end of that looks whether it is over
+    }
+  }
+
+  void tick() {
+    switch (mState) {
+      case State::kRecording:
+        return watchRecording();
+      case State::kWaitingToTryAgain:
+        if (mEnvironment.now() >= mDeadline) lookForCamera();
+        return;
+      case State::kWaitingForMicrophone:
+        if (mEnvironment.now() >= mDeadline || isMicrophoneThere()) begin();
+        return;
+      case State::kIdle:
+      case State::kStarting:
+      case State::kWaitingForCamera:
+      case State::kContinuing:
+      case State::kFinishing:
+        return;
+    }
+  }
+
+  // Before a movie.
+
+  std::shared_ptr<VeskDeviceInfo> findCamera() const {
+    if (!mCameraPath.empty()) return recordAt(*VeskVideoDevice::getVideoDeviceList(), mCameraPath);
+    return mSettings.findCamera ? mSettings.findCamera() : defaultCamera();
+  }
+
+  std::shared_ptr<VeskDeviceInfo> findMicrophone() const {
+    if (!mMicrophonePath.empty()) return recordAt(*VeskAudioDevice::getAudioDeviceList(), mMicrophonePath);
+    return mSettings.findMicrophone ? mSettings.findMicrophone() : defaultMicrophone(pathOf(*mPlan.camera));
+  }
+
+  /// Whether a microphone is meant that may still come.
+  bool isMicrophoneMeant() const { return !mMicrophonePath.empty() || mSettings.findMicrophone; }
+
+  bool isMicrophoneThere() const {
+    return isMicrophoneMeant() ? findMicrophone() != nullptr : !capture::microphoneOf(pathOf(*mPlan.camera)).empty();
+  }
+
+  // The host is called on the way, and may let go of everything: then this ends, and what is open closes.
+
+  void lookForCamera() {
+    mState = State::kStarting;
+    mPlan = {};
+    mPlan.file = mSettings.file;
+    mPlan.replacesFile = mMovies == 0 && mSettings.replacesFile;
+    auto camera = std::exchange(mFirstCamera, nullptr);
+    mIsCameraOurs = camera == nullptr;
+    if (!camera) {
+      const auto info = findCamera();
+      if (mIsAbandoned) return;
+      if (!info) return waitForCamera();
+      camera = VeskVideoDevice::initWithDeviceInfo(info);
+    }
+    mPlan.camera = camera;
+    if (const DeviceError error = openCamera(camera); error.error)
+      return error.error.cause == Cause::kRefused ? refused(error) : fail(error);
+    if (mIsAbandoned) return;
+    if (mIsOver) return end();
+    if (!mHasWaited || !mSettings.withSound || mFirstMicrophone) return begin();
+    mState = State::kWaitingForMicrophone;
+    mDeadline = mEnvironment.now() + mEnvironment.arrival;
+  }
+
+  void waitForCamera() {
+    if (mIsOver) return end();
+    if (!mSettings.waitsForCamera) return fail({noCamera(), nullptr});
+    mState = State::kWaitingForCamera;
+    mHasWaited = true;
+    emit(Kind::kWaiting);
+  }
+
+  DeviceError openCamera(const std::shared_ptr<VeskVideoDevice>& camera) {
+    const auto& info = camera->deviceInfo();
+    if (camera->openDevice() != 0)
+      return {{Cause::kRefused, fmt::format("\"{}\" could not be opened", displayName(*info)),
+               "Close other programs that use it, or plug it in again"},
+              info};
+    if (mIsCameraOurs || !camera->getFormat()) {
+      const auto choose = mSettings.setVideoFormat;
+      const Error error = choose ? choose(*camera) : chooseVideoFormat(*camera).error;
+      if (mIsAbandoned) return camera->closeDevice(), DeviceError();
+      if (error) return {error, info};
+    }
+    mPlan.videoFormat = camera->getFormat();
+    if (mPlan.videoFormat && isRecordable(*mPlan.videoFormat)) return {};
+    return {{Cause::kNoFormat, fmt::format("the format of \"{}\" cannot be recorded", displayName(*info)),
+             "H.264 and raw frames can be recorded; choose another format"},
+            info};
+  }
+
+  void begin() {
+    mState = State::kStarting;
+    if (mSettings.withSound) {
+      if (const DeviceError error = openMicrophone(); error.error)
+        return error.error.cause == Cause::kRefused ? refused(error) : fail(error);
+    }
+    if (mIsAbandoned) return;
+    if (mIsOver) return end();
+    record();
+  }
+
+  DeviceError openMicrophone() {
+    auto microphone = std::exchange(mFirstMicrophone, nullptr);
+    mIsMicrophoneOurs = microphone == nullptr;
+    if (!microphone) {
+      const bool isMeant = isMicrophoneMeant();
+      const auto info = findMicrophone();
+      if (mIsAbandoned) return {};
+      if (!info) {
+        if (!isMeant) return {};  // there is none at all
+        const Error error{Cause::kNoDevice, "the microphone is not there; the movie has no sound", "Plug it in"};
+        if (!mHasWaited) return {error, nullptr};
+        emit(Kind::kSoundMissing, nullptr, error);
+        return {};
+      }
+      microphone = VeskAudioDevice::initWithDeviceInfo(info);
+    }
+    mPlan.microphone = microphone;
+    const auto& info = microphone->deviceInfo();
+    if (microphone->openDevice() != 0)
+      return {{Cause::kRefused, fmt::format("\"{}\" could not be opened", displayName(*info)),
+               "Close other programs that use it, or record without sound"},
+              info};
+    if (mIsMicrophoneOurs || !microphone->getFormat()) {
+      const auto choose = mSettings.setSoundFormat;
+      const Error error = choose ? choose(*microphone) : chooseSoundFormat(*microphone).error;
+      if (mIsAbandoned) return microphone->closeDevice(), DeviceError();
+      if (error) return {error, info};
+    }
+    mPlan.soundFormat = microphone->getFormat();
+    return {};
+  }
+
+  void record() {
+    if (mMovies > 0) mPlan.file = freeName(mSettings.file);
+    Error error;
+    const auto movie = MovieRecording::make(mPlan, mFrameTiming, error);
+    if (!movie) return fail({error, nullptr});
+    // Sources that keep their own time let camera and microphone begin at the same moment of it.
+    Transport& transport = Transport::shared();
+    const bool isHeldByHost = transport.isHeld();
+    if (!isHeldByHost) transport.hold();
+    mWriter->set(movie->session());
+    const DeviceError refusal = movie->start();
+    if (!isHeldByHost) transport.release();
+    if (mIsAbandoned) {
+      movie->stop();
+      movie->conclude(true);
+      return;
+    }
+    if (refusal.error) return refusal.device ? refused(refusal) : fail(refusal);
+    mMovie = movie;
+    mState = State::kRecording;
+    mRetries = 0;
+    mIsCameraGone = false;
+    mMicrophoneLost.reset();
+    mPlan.camera->beginRecording();  // ends on the main thread, and with it what was asked of the camera meanwhile
+    mIsHoldingCamera = true;
+    beginWatching();
+    emitFile(Kind::kStarted, mPlan.file);
+    if (mIsOver) finishMovie();
+  }
+
+  /// A camera that has just come may refuse a few times.
+  void refused(const DeviceError& error) {
+    if (mIsAbandoned) return;
+    if (mIsOver) return end();
+    if (!mHasWaited || ++mRetries > kMostRetries) return fail(error);
+    closeDevices();
+    mState = State::kWaitingToTryAgain;
+    mDeadline = mEnvironment.now() + mEnvironment.retry;
+  }
+
+  void fail(const DeviceError& error) {
+    mError = error.error;
+    mErrorDevice = error.device;
+    end();
+  }
+
+  // During a movie.
+
+  void beginWatching() {
+    const auto now = mEnvironment.now();
+    mDiskWatch.restart(now);
+    mFrameStall.restart(now);
+    mSoundStall.restart(now);
+    mQuietWatch = {};
+    mLooksToContinue = 0;
+    mRoom = std::make_shared<RoomGauge>();
+    mRoomAsked = now - mEnvironment.roomInterval;
+  }
+
+  std::optional<double> remaining() const {
+    return mSettings.duration ? std::optional(*mSettings.duration - mRecorded) : std::nullopt;
+  }
+
+  void watchRecording() {
+    const RecordingStatistics statistics = mMovie->statistics();
+    const auto left = remaining();
+    if (left && static_cast<double>(statistics.duration) >= *left * 1e6) return askForEnd();
+    if (statistics.writerMissing || statistics.status != 0) return finishMovie();
+    mLooksToContinue = mMovie->isToContinue() ? mLooksToContinue + 1 : 0;
+    if (mLooksToContinue > kLooksToContinue) return continueInNext();
+    const auto now = mEnvironment.now();
+    watchFrames(statistics, now);
+    watchSound(now);
+    watchDisk(statistics, now);
+  }
+
+  void watchFrames(const RecordingStatistics& statistics, WatchClock::time_point now) {
+    if (Transport::shared().isHeld() || mWriter->isBusy()) return mFrameStall.restart(now);
+    const uint64_t came =
+        statistics.videoFrames + statistics.videoDropped + statistics.videoHeldBack + statistics.videoUnfit;
+    const auto& info = mPlan.camera->deviceInfo();
+    switch (mFrameStall.look(came, now)) {
+      case StallWatch::Change::kStalled:
+        return emit(Kind::kFramesStalled, info,
+                    {Cause::kStalled,
+                     fmt::format("\"{}\" has sent no picture for {} s", displayName(*info), StallWatch::kLimit.count()),
+                     "If it does not go on by itself, plug it in again"});
+      case StallWatch::Change::kResumed:
+        return emit(Kind::kFramesResumed, info);
+      case StallWatch::Change::kNone:
+        return;
+    }
+  }
+
+  void watchSound(WatchClock::time_point now) {
+    const auto& watch = mMovie->soundWatch();
+    if (!watch) return;
+    const auto& info = mPlan.microphone->deviceInfo();
+    if (mMicrophoneLost) {
+      // Not at once: where the camera is going too, that is what is to be said.
+      if (mIsLossReported || now - *mMicrophoneLost < mEnvironment.departure) return;
+      mIsLossReported = true;
+      return emit(Kind::kSoundMissing, info,
+                  {Cause::kUnplugged,
+                   fmt::format("\"{}\" was unplugged; the movie goes on without sound until it is back",
+                               displayName(*info)),
+                   ""});
+    }
+    if (Transport::shared().isHeld() || mWriter->isBusy()) {
+      mSoundStall.restart(now);
+    } else if (mSoundStall.look(watch->packets(), now) == StallWatch::Change::kStalled) {
+      return emit(Kind::kSoundQuiet, info,
+                  {Cause::kSilent,
+                   fmt::format("\"{}\" has sent no sound for {} s", displayName(*info), StallWatch::kLimit.count()),
+                   "Plug it in again, or choose another microphone"});
+    }
+    const auto quiet = mQuietWatch.look(watch->quietFor());
+    if (!quiet) return;
+    emit(Kind::kSoundQuiet, info,
+         {Cause::kSilent,
+          fmt::format("no sound above {:.0f} dB for {:.0f} s from \"{}\"", kQuietSoundLevel, *quiet,
+                      displayName(*info)),
+          mPlan.microphone->isMuteOn() ? "It is muted" : "See that it is not muted or turned down"});
+  }
+
+  void watchDisk(const RecordingStatistics& statistics, WatchClock::time_point now) {
+    if (!mRoom->isAsking && now - mRoomAsked >= mEnvironment.roomInterval) {
+      mRoomAsked = now;
+      mRoom->isAsking = true;
+      DispatchQueue::globalQueue()->async([gauge = mRoom, movie = mMovie->growingMovie(), room = mEnvironment.room] {
+        const auto bytes = room(movie);
+        gauge->bytes = bytes ? static_cast<int64_t>(std::min<uint64_t>(*bytes, INT64_MAX)) : -1;
+        gauge->isAsking = false;
+      });
+    }
+    const int64_t room = mRoom->bytes.exchange(-1);
+    if (room < 0) return;
+    const std::string folder = stringByDeletingLastPathComponent(mPlan.file);
+    switch (mDiskWatch.look(static_cast<uint64_t>(room), statistics, now)) {
+      case DiskWatch::Verdict::kEnough:
+        return;
+      case DiskWatch::Verdict::kFilling:
+        return emit(Kind::kDiskFilling, nullptr,
+                    {Cause::kDiskFull,
+                     fmt::format("the disk of \"{}\" has room for {:.0f} minutes more", mPlan.file,
+                                 std::max(1.0, mDiskWatch.secondsLeft().value_or(0) / 60)),
+                     "Make room on it; otherwise the recording ends before it is full"});
+      case DiskWatch::Verdict::kFull:
+        mError = {Cause::kDiskFull, fmt::format("the disk of \"{}\" is full", mPlan.file),
+                  "Make room on it, or record to another disk"};
+        return finishMovie();
+    }
+  }
+
+  // At the end of a movie.
+
+  /// Runs `work` on another thread, and then `handle` on the main thread with what it found.
+  template <class Work>
+  std::shared_ptr<Finished> run(Work work, void (Core::*handle)(Finished&)) {
+    auto finished = std::make_shared<Finished>();
+    finished->held.push_back(mMovie);
+    auto done = std::make_shared<std::promise<void>>();
+    mJob = done->get_future();
+    DispatchQueue::globalQueue()->async([weak = weak_from_this(), finished, done, work = std::move(work), handle]() {
+      try {
+        work(*finished);
+      } catch (const std::exception& exception) {
+        NSLog(exception.what());
+        if (finished->movies.empty()) finished->movies.emplace_back().error = {Cause::kOther, exception.what(), ""};
+      }
+      // The main thread lets go of the movies, and with them of the devices.
+      DispatchQueue::mainQueue()->async([weak, finished, handle] {
+        const auto self = weak.lock();
+        if (self && !self->mIsAbandoned) ((*self).*handle)(*finished);
+        *finished = {};
+      });
+      done->set_value();
+    });
+    return finished;
+  }
+
+  void continueInNext() {
+    mState = State::kContinuing;
+    mContinued = run([first = mSettings.file](Finished& finished) { continueMovie(finished, first); },
+                     &Core::movieContinued);
+  }
+
+  void movieContinued(Finished& finished) {
+    mContinued.reset();
+    mState = State::kRecording;
+    takeOver(finished);
+    if (mIsOver || mIsCameraGone) finishMovie();
+  }
+
+  /// The camera is left on for a preview, the microphone is not.
+  void finishMovie() {
+    mState = State::kFinishing;
+    mReturned.reset();
+    if (mPlan.microphone) {
+      mPlan.microphone->stopCapture();
+      if (mMovie->soundWatch()) mPlan.microphone->removeDelegate(mMovie->soundWatch());
+    }
+    // A camera that came for less than a frame leaves no movie behind, which is no failure there.
+    const bool mayBeEmpty = mSettings.waitsForCamera && mIsCameraGone;
+    run(
+        [first = mSettings.file, mayBeEmpty](Finished& finished) {
+          if (finished.held.back()->isToContinue()) continueMovie(finished, first);
+          MovieRecording& last = *finished.held.back();
+          last.stop();
+          finished.movies.push_back(last.conclude(mayBeEmpty));
+        },
+        &Core::movieFinished);
+  }
+
+  /// Reports the movies that are finished; the one that goes on takes their place.
+  void takeOver(Finished& finished) {
+    const auto report = [this](RecordedMovie& movie) {
+      if (movie.error.cause == Cause::kNone && movie.file.empty()) return;  // a camera that came for a moment
+      if (!movie.error) {
+        ++mMovies;
+        mRecorded += static_cast<double>(movie.statistics.duration) / 1e6;
+      } else if (!mError) {
+        mError = movie.error;
+      }
+      RecordingEvent event;
+      event.kind = Kind::kMovieFinished;
+      event.movie = movie;
+      emit(std::move(event));
+    };
+    if (finished.notContinued) emit(Kind::kNotContinued, mPlan.camera->deviceInfo(), finished.notContinued);
+    for (size_t index = 0; index < finished.movies.size(); ++index) {
+      report(finished.movies[index]);
+      if (index > 0 || !finished.next) continue;
+      mMovie = finished.next;
+      mPlan = mMovie->plan();
+      mPlan.replacesFile = false;
+      beginWatching();
+      emitFile(Kind::kContinued, mPlan.file);
+    }
+  }
+
+  void movieFinished(Finished& finished) {
+    takeOver(finished);
+    const auto camera = mPlan.camera->deviceInfo();
+    const std::string file = mPlan.file;
+    mCameraPath = camera->path().value_or("");
+    if (mPlan.microphone) mMicrophonePath = pathOf(*mPlan.microphone);
+    leaveMovie();
+    if (mError) return end();
+    const bool isLongEnough = remaining().value_or(kShortest) < kShortest;
+    if (mIsOver || isLongEnough) return end();
+    if (!mSettings.waitsForCamera)
+      return fail({{Cause::kUnplugged, fmt::format("\"{}\" was unplugged; the movie ends there", displayName(*camera)),
+                    fmt::format("What was recorded is whole, at \"{}\"", file)},
+                   camera});
+    mHasWaited = true;
+    lookForCamera();
+  }
+
+  /// Lets go of what a movie has held.
+  void leaveMovie() {
+    mReturned.reset();
+    mMovie.reset();
+    mWriter->set(nullptr);
+    mMicrophoneLost.reset();
+    if (std::exchange(mIsHoldingCamera, false)) mPlan.camera->endRecording();
+    closeDevices();
+  }
+
+  /// Those that the host has not given: afterwards no thread of the source calls back.
+  void closeDevices() {
+    if (mPlan.camera && mIsCameraOurs) mPlan.camera->closeDevice();
+    if (mPlan.microphone && mIsMicrophoneOurs) mPlan.microphone->closeDevice();
+    mPlan.camera.reset();
+    mPlan.microphone.reset();
+  }
+
+  void letGo() {
+    if (mTimer) mTimer->invalidate();
+    mTimer.reset();
+    mAdded = {};
+    mRemoved = {};
+    leaveMovie();
+    mState = State::kIdle;
+  }
+
+  void end() {
+    letGo();
+    emit(Kind::kEnded, std::exchange(mErrorDevice, nullptr), mError);
+    mSettings = {};  // what the host gave may be large, or hold the host
+  }
+
+  EventHandler mHandler;
+  const SupervisorEnvironment mEnvironment;
+  const std::shared_ptr<Writer> mWriter = std::make_shared<Writer>();
+  FrameTiming mFrameTiming = FrameTiming::kCapture;
+  State mState = State::kIdle;
+  bool mIsAbandoned = false;
+
+  // Of the recording.
+  RecordingSettings mSettings;
+  std::shared_ptr<VeskVideoDevice> mFirstCamera;      ///< the host's, until it is taken
+  std::shared_ptr<VeskAudioDevice> mFirstMicrophone;  ///< the same
+  std::string mCameraPath;                            ///< after the first movie
+  std::string mMicrophonePath;                        ///< the same
+  std::shared_ptr<NSTimer> mTimer;
+  NSNotificationObserver mAdded;
+  NSNotificationObserver mRemoved;
+  Error mError;  ///< why it ends
+  std::shared_ptr<VeskDeviceInfo> mErrorDevice;
+  double mRecorded = 0;  ///< seconds, in all movies
+  int mMovies = 0;
+  int mRetries = 0;
+  WatchClock::time_point mDeadline;
+  bool mHasWaited = false;
+  bool mIsOver = false;
+
+  // Of the movie.
+  MoviePlan mPlan;
+  std::shared_ptr<MovieRecording> mMovie;
+  std::unique_ptr<ReturnedMicrophone> mReturned;
+  std::future<void> mJob;                ///< of the thread that finishes movies
+  std::shared_ptr<Finished> mContinued;  ///< what it is finding, while it goes on in another movie
+  std::optional<WatchClock::time_point> mMicrophoneLost;
+  std::shared_ptr<RoomGauge> mRoom;
+  WatchClock::time_point mRoomAsked;
+  DiskWatch mDiskWatch;
+  StallWatch mFrameStall;
+  StallWatch mSoundStall;
+  QuietWatch mQuietWatch;
+  int mLooksToContinue = 0;
+  bool mIsCameraOurs = false;
+  bool mIsMicrophoneOurs = false;
+  bool mIsHoldingCamera = false;
+  bool mIsCameraGone = false;
+  bool mIsLossReported = false;
+};
+
+std::shared_ptr<VeskRecordingSupervisor> VeskRecordingSupervisor::initWithEventHandler(EventHandler handler) {
+  return SupervisorTesting::make(std::move(handler), {});
+}
+
+std::shared_ptr<VeskRecordingSupervisor> SupervisorTesting::make(VeskRecordingSupervisor::EventHandler handler,
+                                                                 SupervisorEnvironment environment) {
+  return std::shared_ptr<VeskRecordingSupervisor>(new VeskRecordingSupervisor(
+      std::make_shared<VeskRecordingSupervisor::Core>(std::move(handler), std::move(environment))));
+}
+
+VeskRecordingSupervisor::VeskRecordingSupervisor(std::shared_ptr<Core> core) : mCore(std::move(core)) {}
+
+VeskRecordingSupervisor::~VeskRecordingSupervisor() {
+  mCore->abandon();
+}
+
+Error VeskRecordingSupervisor::checkFile(const std::string& file, bool replacesFile) {
+  std::error_code ignored;
+  if (fs::is_directory(file, ignored) || fs::path(file).filename().empty())
+    return {Cause::kWrongUse, fmt::format("\"{}\" is a folder", file), "Name a file, for example lesson.mov"};
+  if (!isMovieName(file))
+    return {Cause::kWrongUse,
+            fmt::format("\"{}\" would not be what its name says: movies are QuickTime files", file),
+            fmt::format("Name it {}", fs::path(file).replace_extension(".mov").string())};
+  if (Error error = refusalIfRecorded(file, findLeftovers(file, LeftoverLock::kLook))) return error;
+  if (!replacesFile && fs::exists(fs::symlink_status(file, ignored)))
+    return {Cause::kFileExists, fmt::format("\"{}\" exists already", file), "Choose another name"};
+  return {};
+}
+
+bool VeskRecordingSupervisor::start(RecordingSettings settings) {
+  const auto core = mCore;
+  return core->start(std::move(settings));
+}
+
+void VeskRecordingSupervisor::stop() {
+  mCore->stop();
+}
+
+bool VeskRecordingSupervisor::isActive() const {
+  return mCore->isActive();
+}
+
+FrameTiming VeskRecordingSupervisor::frameTiming() const {
+  return mCore->frameTiming();
+}
+
+void VeskRecordingSupervisor::setFrameTiming(FrameTiming timing) {
+  mCore->setFrameTiming(timing);
+}
+
+RecordingProgress VeskRecordingSupervisor::progress() const {
+  return mCore->progress();
+}
+
+std::shared_ptr<VeskVideoDevice> VeskRecordingSupervisor::camera() const {
+  return mCore->camera();
+}
+
+std::shared_ptr<VeskAudioDevice> VeskRecordingSupervisor::microphone() const {
+  return mCore->microphone();
+}
+
+std::function<bool()> VeskRecordingSupervisor::writerBusy() const {
+  return mCore->writerBusy();
+}
+
+}  // namespace vesk

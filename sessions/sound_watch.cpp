@@ -1,0 +1,60 @@
+#include "sessions/sound_watch.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <limits>
+
+#include <vesk/four_char_code.h>
+
+namespace vesk {
+namespace {
+
+constexpr size_t kMostChannels = 8;  // those beyond are not measured
+constexpr double kFullScale = 32768;
+
+uint32_t measuredChannels(const AudioStreamBasicDescription& description) {
+  const bool isMeasurable = description.mFormatID == kWaveFormatLinearPCM && description.mBitsPerChannel == 16;
+  return isMeasurable && description.mSampleRate > 0 ? description.mChannelsPerFrame : 0;
+}
+
+}  // namespace
+
+SoundWatch::SoundWatch(const CMAudioFormatDescription& format)
+    : mChannels(measuredChannels(format.streamBasicDescription())),
+      mRate(format.streamBasicDescription().mSampleRate),
+      mLevel(-std::numeric_limits<float>::infinity()) {}
+
+void SoundWatch::didCaptureFrame(void* packet, uint32_t length, int64_t /*timestamp*/,
+                                 const std::shared_ptr<VeskDeviceInfo>& /*device*/) {
+  ++mPackets;
+  if (mChannels == 0) return;
+  const size_t frameBytes = size_t{mChannels} * sizeof(int16_t);
+  const size_t frames = length / frameBytes;
+  if (frames == 0) return;
+  std::array<double, kMostChannels> squares{};
+  const auto* const bytes = static_cast<const uint8_t*>(packet);
+  for (size_t frame = 0; frame < frames; ++frame) {
+    for (size_t channel = 0; channel < std::min<size_t>(mChannels, kMostChannels); ++channel) {
+      int16_t sample = 0;
+      std::memcpy(&sample, bytes + frame * frameBytes + channel * sizeof(sample), sizeof(sample));
+      squares.at(channel) += double{static_cast<double>(sample)} * sample;
+    }
+  }
+  const double loudest = *std::max_element(squares.begin(), squares.end()) / static_cast<double>(frames);
+  const auto level = static_cast<float>(10 * std::log10(loudest / (kFullScale * kFullScale)));
+  mLevel = level;
+  if (level > kQuietSoundLevel) {
+    mWasHeard = true;
+    mQuietFrames = 0;
+  } else {
+    mQuietFrames += frames;
+  }
+}
+
+double SoundWatch::quietFor() const {
+  return mChannels == 0 ? 0 : static_cast<double>(mQuietFrames) / mRate;
+}
+
+}  // namespace vesk
