@@ -10,7 +10,7 @@
 #include <memory>
 #include <vector>
 
-#include <vesk/power_meter.h>
+#include "platform/metering/power_meter.h"
 
 int main(int argc, char** argv) {
   using namespace vesk;

@@ -11,7 +11,10 @@
 #include <vesk/four_char_code.h>
 #include <vesk/log.h>
 #include "decoding/jpeg_huffman_table.h"
+#include "decoding/tracking_callback.h"
 #include "platform/decompression/codec_info.h"
+#include "platform/decompression/decompression_session.h"
+#include "platform/decompression/image_description.h"
 #include "platform/decompression/picture_limits.h"
 #include "platform/h264/decoder_configuration.h"
 #include "platform/h264/nal_unit.h"
@@ -59,21 +62,89 @@ void reportTooLong(uint32_t length, uint32_t width, uint32_t height) {
 
 }  // namespace
 
+/// Threads: like its decoder.
+class ICMDecoder::State {
+ public:
+  State(uint32_t width, uint32_t height, uint32_t codec) : mWidth(width), mHeight(height), mCodec(codec) {}
+
+  size_t rawSize() const;
+  bool makeRoom(size_t length);
+  int16_t decompressData(const uint8_t* data, int32_t inSizeUsed, int32_t inTime, void* refCon);
+  bool configH264DecoderWithData(const uint8_t* data, uint32_t size);
+  ImageDescription imageDescription() const;
+  std::shared_ptr<ICMDecompressionSession> createDecoderSession() const;
+
+  void setDelegate(DecoderProtocol* delegate) { mDelegate = delegate; }
+  uint32_t frameCount() const { return mFrameCount; }
+  int32_t timeScale() const { return mTimeScale; }
+
+ private:
+  bool makeSession(uint32_t length);
+  void addCodecExtension(ImageDescription& description) const;
+
+  DecoderProtocol* mDelegate = nullptr;
+  uint32_t mWidth;
+  uint32_t mHeight;
+  uint32_t mCodec;
+  std::shared_ptr<ICMDecompressionSession> mDecompS;
+  uint32_t mFrameCount = 0;
+  int32_t mTimeScale = 0;
+  std::unique_ptr<uint8_t[]> m_sps;  ///< from its header byte on
+  uint32_t m_sps_length = 0;
+  std::unique_ptr<uint8_t[]> m_pps;  ///< from its header byte on
+  uint32_t m_pps_length = 0;
+  std::unique_ptr<uint8_t[]> mConversionFrame;
+  size_t mConversionSize = 0;
+};
+
 std::shared_ptr<ICMDecoder> ICMDecoder::initWithWidth(uint32_t width, uint32_t inHeight, uint32_t inCodec) {
   try {
-    std::shared_ptr<ICMDecoder> decoder(new ICMDecoder(width, inHeight, inCodec));
-    return decoder->makeRoom(decoder->rawSize()) ? decoder : nullptr;
+    auto state = std::make_unique<State>(width, inHeight, inCodec);
+    if (!state->makeRoom(state->rawSize())) return nullptr;
+    return std::shared_ptr<ICMDecoder>(new ICMDecoder(std::move(state)));
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
 }
 
-ICMDecoder::ICMDecoder(uint32_t width, uint32_t height, uint32_t codec)
-    : mWidth(width), mHeight(height), mCodec(codec) {}
+ICMDecoder::ICMDecoder(std::unique_ptr<State> state) : mState(std::move(state)) {}
 
 ICMDecoder::~ICMDecoder() = default;
 
+void ICMDecoder::setDelegate(DecoderProtocol* delegate) {
+  mState->setDelegate(delegate);
+}
+
 int16_t ICMDecoder::decompressData(const uint8_t* data, int32_t inSizeUsed, int32_t inTime) {
+  return mState->decompressData(data, inSizeUsed, inTime, this);
+}
+
+bool ICMDecoder::configH264DecoderWithData(const uint8_t* data, uint32_t size) {
+  return mState->configH264DecoderWithData(data, size);
+}
+
+std::vector<uint8_t> ICMDecoder::createImageDescription() const {
+  try {
+    const ImageDescription description = mState->imageDescription();
+    return {description.bytes().begin(), description.bytes().end()};
+  } catch (const std::bad_alloc&) {
+    return {};
+  }
+}
+
+std::shared_ptr<ICMDecompressionSession> ICMDecoder::createDecoderSession() const {
+  return mState->createDecoderSession();
+}
+
+uint32_t ICMDecoder::frameCount() const {
+  return mState->frameCount();
+}
+
+int32_t ICMDecoder::timeScale() const {
+  return mState->timeScale();
+}
+
+int16_t ICMDecoder::State::decompressData(const uint8_t* data, int32_t inSizeUsed, int32_t inTime, void* refCon) {
   // An empty frame before the parameter sets is dropped like every other one then.
   if (inSizeUsed == 0 && mCodec == kCMVideoCodecType_H264 && !mDecompS) return noErr;
   if (!data || inSizeUsed <= 0) return paramErr;
@@ -95,19 +166,19 @@ int16_t ICMDecoder::decompressData(const uint8_t* data, int32_t inSizeUsed, int3
   frameTime.recordSize = sizeof frameTime;
   frameTime.frameNumber = static_cast<int32_t>(++mFrameCount);
   frameTime.flags = icmFrameTimeIsNonScheduledDisplayTime;
-  const OSStatus status = mDecompS->decodeFrame({mConversionFrame.get(), length}, frameTime, this);
+  const OSStatus status = mDecompS->decodeFrame({mConversionFrame.get(), length}, frameTime, refCon);
   mDecompS->setNonScheduledDisplayTime(inTime, mTimeScale, 0);
   return static_cast<int16_t>(status);
 }
 
 /// Bytes of a picture at 16 bits a pixel; 0 for a picture too large to be decoded.
-size_t ICMDecoder::rawSize() const {
+size_t ICMDecoder::State::rawSize() const {
   return isDecodableSize(mWidth, mHeight) ? size_t{mWidth} * mHeight * 2 : 0;
 }
 
 /// Sees to it that the conversion buffer holds `length` bytes. It grows with the odd frame that is
 /// longer than its raw picture, as tiny and very detailed ones can be.
-bool ICMDecoder::makeRoom(size_t length) {
+bool ICMDecoder::State::makeRoom(size_t length) {
   if (length <= mConversionSize) return true;
   mConversionSize = 0;
   mConversionFrame.reset();
@@ -117,29 +188,20 @@ bool ICMDecoder::makeRoom(size_t length) {
   return true;
 }
 
-bool ICMDecoder::makeSession(uint32_t length) {
+bool ICMDecoder::State::makeSession(uint32_t length) {
   if (mCodec == kCMVideoCodecType_H264 && !configH264DecoderWithData(mConversionFrame.get(), length)) return false;
   mDecompS = createDecoderSession();
   return mDecompS != nullptr;
 }
 
-bool ICMDecoder::configH264DecoderWithData(const uint8_t* data, uint32_t size) {
+bool ICMDecoder::State::configH264DecoderWithData(const uint8_t* data, uint32_t size) {
   keepParameterSet(h264::kSequenceParameterSet, data, size, m_sps, m_sps_length);
   keepParameterSet(h264::kPictureParameterSet, data, size, m_pps, m_pps_length);
   return m_sps && m_pps;
 }
 
-ImageDescriptionHandle ICMDecoder::createImageDescription() const {
-  try {
-    auto description = std::make_unique<ImageDescription>();
-    fillIn(*description);
-    return description;
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
-}
-
-void ICMDecoder::fillIn(ImageDescription& description) const {
+ImageDescription ICMDecoder::State::imageDescription() const {
+  ImageDescription description;
   CodecInfo info;
   GetCodecInfo(&info, mCodec);
   description.set(ImageDescription::kIDSize, static_cast<uint32_t>(ImageDescription::kSize));
@@ -155,9 +217,10 @@ void ICMDecoder::fillIn(ImageDescription& description) const {
   description.set(ImageDescription::kDepth, static_cast<uint16_t>(mCodec == kCMPixelFormat_422YpCbCr8 ? 16 : 24));
   description.set(ImageDescription::kClutID, kNoColourTable);
   addCodecExtension(description);
+  return description;
 }
 
-void ICMDecoder::addCodecExtension(ImageDescription& description) const {
+void ICMDecoder::State::addCodecExtension(ImageDescription& description) const {
   switch (mCodec) {
     case kCMVideoCodecType_MotionJPEG:
       AddImageDescriptionExtension(description, PtrToHand(JPEGHuffmanTable), fourCharCode("mjht"));
@@ -173,11 +236,9 @@ void ICMDecoder::addCodecExtension(ImageDescription& description) const {
   }
 }
 
-ICMDecompressionSessionRef ICMDecoder::createDecoderSession() {
-  ICMDecompressionSessionRef session;
+std::shared_ptr<ICMDecompressionSession> ICMDecoder::State::createDecoderSession() const {
   try {
-    const auto description = createImageDescription();
-    if (!description) return nullptr;
+    const ImageDescription description = imageDescription();
     PixelBufferAttributes attributes;
     attributes.emplace(kCVPixelBufferWidthKey, PropertyList(int64_t{mWidth}));
     attributes.emplace(kCVPixelBufferHeightKey, PropertyList(int64_t{mHeight}));
@@ -188,12 +249,13 @@ ICMDecompressionSessionRef ICMDecoder::createDecoderSession() {
       options->setProperty(kQTPropertyClass_ICMDecompressionSessionOptions,
                            kICMDecompressionSessionOptionsPropertyID_Accuracy, std::as_bytes(std::span(&accuracy, 1)));
     }
-    ICMDecompressionSession::create(*description, options.get(), attributes, {SGVideoDecompTrackingCallback, mDelegate},
+    ICMDecompressionSessionRef session;
+    ICMDecompressionSession::create(description, options.get(), attributes, {SGVideoDecompTrackingCallback, mDelegate},
                                     &session);
+    return session;
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
-  return session;
 }
 
 void SGVideoDecompTrackingCallback(void* decompressionTrackingRefCon, OSStatus result,

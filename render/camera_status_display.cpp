@@ -2,10 +2,13 @@
 
 #include <epoxy/gl.h>
 
+#include <atomic>
+#include <cstdlib>
 #include <utility>
 
 #include <vesk/cg_image.h>
 #include <vesk/log.h>
+#include <vesk/open_gl_context.h>
 
 namespace vesk {
 namespace {
@@ -22,14 +25,30 @@ void writePixel(const uint8_t* rgba, uint8_t* to) {
   to[3] = 0xFF;
 }
 
+struct Free {
+  void operator()(uint8_t* memory) const noexcept { std::free(memory); }
+};
+
 }  // namespace
+
+struct CameraStatusDisplay::State {
+  void deleteTexture();
+
+  std::unique_ptr<uint8_t, Free> image;
+  uint32_t texture = 0;
+  std::weak_ptr<NSOpenGLContext> context;  ///< that the texture lives in
+  NSSize size;
+  std::atomic<NSSize> viewSize{NSSize{}};
+};
+
+CameraStatusDisplay::CameraStatusDisplay() : mState(std::make_unique<State>()) {}
 
 std::shared_ptr<CameraStatusDisplay> CameraStatusDisplay::initWithStatusImage(const std::string& path) {
   auto display = std::make_shared<CameraStatusDisplay>();
   uint8_t* bytes = nullptr;
-  display->mSize = getImage(path, &bytes);
-  display->mImage.reset(bytes);
-  if (bytes) display->createTexture(bytes, display->mSize);
+  display->mState->size = getImage(path, &bytes);
+  display->mState->image.reset(bytes);
+  if (bytes) display->createTexture(bytes, display->mState->size);
   return display;
 }
 
@@ -62,14 +81,14 @@ NSSize CameraStatusDisplay::getImage(const std::string& path, uint8_t** rawData)
 void CameraStatusDisplay::createTexture(const uint8_t* buffer, NSSize size) {
   const auto context = CGLGetCurrentContext();
   if (!context || !context->canDraw()) return;
-  deleteTexture();
+  mState->deleteTexture();
   if (!CGLFitsTexture("a status picture", size)) return;
-  mContext = context;
-  glGenTextures(1, &mTexture);
+  mState->context = context;
+  glGenTextures(1, &mState->texture);
   glEnableClientState(GL_VERTEX_ARRAY);
   glEnableClientState(GL_TEXTURE_COORD_ARRAY);
   glEnable(GL_TEXTURE_RECTANGLE);
-  glBindTexture(GL_TEXTURE_RECTANGLE, mTexture);
+  glBindTexture(GL_TEXTURE_RECTANGLE, mState->texture);
   // Drivers here cannot keep reading a buffer of ours as a texture's storage: the pixels are copied
   // once, so texture range and storage hints have nothing to say.
   glTexParameteri(GL_TEXTURE_RECTANGLE, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
@@ -83,20 +102,21 @@ void CameraStatusDisplay::createTexture(const uint8_t* buffer, NSSize size) {
 }
 
 void CameraStatusDisplay::renderStatus() {
-  if (!mImage || mTexture == 0 || !CGLGetCurrentContext()) return;
+  if (!mState->image || mState->texture == 0 || !CGLGetCurrentContext()) return;
   const NSSize area = viewSize();
-  const float left = (area.width - mSize.width) * 0.5F;
-  const float right = (area.width + mSize.width) * 0.5F;
-  const float bottom = (area.height - mSize.height) * 0.5F;
-  const float top = (area.height + mSize.height) * 0.5F;
+  const NSSize size = mState->size;
+  const float left = (area.width - size.width) * 0.5F;
+  const float right = (area.width + size.width) * 0.5F;
+  const float bottom = (area.height - size.height) * 0.5F;
+  const float top = (area.height + size.height) * 0.5F;
   const GLfloat vertices[] = {left, bottom, 0, left, top, 0, right, top, 0, right, bottom, 0};
-  const GLfloat coordinates[] = {0, 0, 0, mSize.height, mSize.width, mSize.height, mSize.width, 0};
+  const GLfloat coordinates[] = {0, 0, 0, size.height, size.width, size.height, size.width, 0};
   glColor4f(1, 1, 1, 1);
   glClearColor(0, 0, 0, 1);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
   glPushMatrix();
   glTexCoordPointer(2, GL_FLOAT, 0, coordinates);
-  glBindTexture(GL_TEXTURE_RECTANGLE, mTexture);
+  glBindTexture(GL_TEXTURE_RECTANGLE, mState->texture);
   glVertexPointer(3, GL_FLOAT, 0, vertices);
   glDrawArrays(GL_QUADS, 0, 4);
   glPopMatrix();
@@ -105,26 +125,24 @@ void CameraStatusDisplay::renderStatus() {
 }
 
 void CameraStatusDisplay::cleanup() {
-  deleteTexture();
-  mImage.reset();
+  mState->deleteTexture();
+  mState->image.reset();
 }
 
-void CameraStatusDisplay::deleteTexture() {
-  if (const auto context = std::exchange(mContext, {}).lock()) {
-    const CurrentContextScope scope(*context);
-    if (scope) glDeleteTextures(1, &mTexture);
+void CameraStatusDisplay::State::deleteTexture() {
+  if (const auto current = std::exchange(context, {}).lock()) {
+    const CurrentContextScope scope(*current);
+    if (scope) glDeleteTextures(1, &texture);
   }
-  mTexture = 0;
+  texture = 0;
 }
 
 NSSize CameraStatusDisplay::viewSize() const {
-  MutexLock lock(mMutex);
-  return mViewSize;
+  return mState->viewSize;
 }
 
 void CameraStatusDisplay::setViewSize(NSSize size) {
-  MutexLock lock(mMutex);
-  mViewSize = size;
+  mState->viewSize = size;
 }
 
 }  // namespace vesk

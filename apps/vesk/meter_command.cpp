@@ -5,9 +5,9 @@
 #include <nlohmann/json.hpp>
 #include <optional>
 
+#include <vesk/audio_format.h>
 #include <vesk/capture_host.h>
 #include <vesk/device_manager.h>
-#include <vesk/power_meter.h>
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"

@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include <vesk/audio_format.h>
 #include <vesk/four_char_code.h>
-#include <vesk/power_meter.h>
 #include "apps/vesk/argument_text.h"
 #include "apps/vesk/choices.h"
 #include "apps/vesk/host.h"

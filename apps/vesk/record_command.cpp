@@ -7,9 +7,9 @@
 #include <optional>
 #include <utility>
 
+#include <vesk/audio_format.h>
 #include <vesk/capture_host.h>
 #include <vesk/device_manager.h>
-#include <vesk/power_meter.h>
 #include "apps/vesk/argument_text.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/device_events.h"

@@ -37,7 +37,7 @@ Failure missing(const std::string& path, uint32_t product) {
   // Opening a pipe would wait for its other end.
   if (std::filesystem::is_regular_file(path, ignored)) file.open(path, std::ios::binary);
   if (!file.is_open()) return {kFailed, fmt::format("\"{}\" cannot be read.", path), "Name a catalogue file."};
-  std::vector<char> bytes(NSXMLParser::kMostBytes + 1);
+  std::vector<char> bytes(SMXMLReader::kMostBytes + 1);
   file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
   NSError error;
   const auto count = static_cast<size_t>(file.gcount());

@@ -35,4 +35,8 @@ struct AudioBuffer {
   const void* mData = nullptr;
 };
 
+/// The level that silence reads, in decibels of full scale. Below anything that 16-bit sound can hold for
+/// long: one step in every sample is −90.3.
+constexpr float kSilenceLevel = -120.0F;
+
 }  // namespace vesk

@@ -1,14 +1,11 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 
 #include <vesk/export.h>
 #include <vesk/geometry.h>
-#include <vesk/open_gl_context.h>
-#include "platform/foundation/mutex.h"
 
 namespace vesk {
 
@@ -23,7 +20,7 @@ class VESK_EXPORT CameraStatusDisplay {
   /// nothing.
   static std::shared_ptr<CameraStatusDisplay> initWithStatusImage(const std::string& path);
 
-  CameraStatusDisplay() = default;
+  CameraStatusDisplay();
   ~CameraStatusDisplay();
   CameraStatusDisplay(const CameraStatusDisplay&) = delete;
   CameraStatusDisplay& operator=(const CameraStatusDisplay&) = delete;
@@ -44,22 +41,12 @@ class VESK_EXPORT CameraStatusDisplay {
   void cleanup();
 
   /// The area in whose middle the picture is shown.
-  NSSize viewSize() const VESK_EXCLUDES(mMutex);
-  void setViewSize(NSSize size) VESK_EXCLUDES(mMutex);
+  NSSize viewSize() const;
+  void setViewSize(NSSize size);
 
  private:
-  void deleteTexture();
-
-  struct Free {
-    void operator()(uint8_t* memory) const noexcept { std::free(memory); }
-  };
-
-  std::unique_ptr<uint8_t, Free> mImage;
-  uint32_t mTexture = 0;
-  std::weak_ptr<NSOpenGLContext> mContext;  ///< that the texture lives in
-  NSSize mSize;
-  mutable Mutex mMutex;
-  NSSize mViewSize VESK_GUARDED_BY(mMutex);
+  struct State;
+  const std::unique_ptr<State> mState;
 };
 
 }  // namespace vesk

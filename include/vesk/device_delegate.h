@@ -31,7 +31,8 @@ class VESK_EXPORT VeskMicLevelDelegate {
  public:
   virtual ~VeskMicLevelDelegate() = default;
 
-  /// The microphone's level in decibels, 0 at full scale; negative infinity when metering stops.
+  /// The microphone's level in decibels, 0 at full scale, kSilenceLevel at the least; negative infinity when
+  /// metering stops.
   virtual void didMicLevelEventOccured(float level) = 0;
 };
 

@@ -1,18 +1,15 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
 
 #include <vesk/decoder_protocol.h>
 #include <vesk/export.h>
-#include <vesk/pixel_buffer.h>
-#include "platform/decompression/decompression_session.h"
-#include "platform/decompression/decompression_tracking.h"
-#include "platform/decompression/image_description.h"
 
 namespace vesk {
+
+class ICMDecompressionSession;
 
 /// Turns the frames of one camera format into pictures and hands each to one receiver.
 ///
@@ -34,7 +31,7 @@ class VESK_EXPORT ICMDecoder {
 
   /// Sets the receiver, which must outlive the decoder or its last call. To be set before the first
   /// frame: the session takes it over when it is made.
-  void setDelegate(DecoderProtocol* delegate) { mDelegate = delegate; }
+  void setDelegate(DecoderProtocol* delegate);
 
   /// Decodes the frame of `inSizeUsed` bytes at `data`, which is copied first and never written to.
   /// H.264 may have start codes or be length-prefixed already. `inTime` is the frame's time, on a
@@ -51,47 +48,23 @@ class VESK_EXPORT ICMDecoder {
   /// @return whether both are held.
   bool configH264DecoderWithData(const uint8_t* data, uint32_t size);
 
-  /// A new description of the frames, with the extensions that their codec calls for; null when there
-  /// is no memory.
-  ImageDescriptionHandle createImageDescription() const;
+  /// A description of the frames, with the extensions that their codec calls for, byte for byte as a sample
+  /// description stands in a QuickTime movie; no bytes when there is no memory.
+  std::vector<uint8_t> createImageDescription() const;
 
-  /// A new session for this decoder's frames and receiver; null on failure.
-  ICMDecompressionSessionRef createDecoderSession();
+  /// A new session for this decoder's frames and receiver, as it makes for itself; null on failure.
+  std::shared_ptr<ICMDecompressionSession> createDecoderSession() const;
 
   /// Frames handed to the session so far.
-  uint32_t frameCount() const { return mFrameCount; }
+  uint32_t frameCount() const;
   /// Units of frame times a second: 0 before the first frame that was handed to the session.
-  int32_t timeScale() const { return mTimeScale; }
+  int32_t timeScale() const;
 
  private:
-  ICMDecoder(uint32_t width, uint32_t height, uint32_t codec);
-  size_t rawSize() const;
-  bool makeRoom(size_t length);
-  bool makeSession(uint32_t length);
-  void fillIn(ImageDescription& description) const;
-  void addCodecExtension(ImageDescription& description) const;
+  class State;
+  explicit ICMDecoder(std::unique_ptr<State> state);
 
-  DecoderProtocol* mDelegate = nullptr;
-  uint32_t mWidth;
-  uint32_t mHeight;
-  uint32_t mCodec;
-  ICMDecompressionSessionRef mDecompS;
-  uint32_t mFrameCount = 0;
-  int32_t mTimeScale = 0;
-  std::unique_ptr<uint8_t[]> m_sps;  ///< from its header byte on
-  uint32_t m_sps_length = 0;
-  std::unique_ptr<uint8_t[]> m_pps;  ///< from its header byte on
-  uint32_t m_pps_length = 0;
-  std::unique_ptr<uint8_t[]> mConversionFrame;
-  size_t mConversionSize = 0;
+  const std::unique_ptr<State> mState;
 };
-
-/// The tracking callback of a decoder's session; its reference constant is the DecoderProtocol. Hands
-/// on pictures that are being emitted and passes over everything else.
-VESK_EXPORT void SGVideoDecompTrackingCallback(void* decompressionTrackingRefCon, OSStatus result,
-                                               ICMDecompressionTrackingFlags flags, const CVImageBufferRef& pixelBuffer,
-                                               int64_t displayTime, int64_t displayDuration,
-                                               ICMValidTimeFlags validTimeFlags, void* reserved,
-                                               void* sourceFrameRefCon);
 
 }  // namespace vesk

@@ -53,7 +53,6 @@
 #include <vesk/open_gl_view.h>
 #include <vesk/pcm_audio_sample_generator.h>
 #include <vesk/pixel_buffer.h>
-#include <vesk/power_meter.h>
 #include <vesk/preview_session.h>
 #include <vesk/preview_session_delegate.h>
 #include <vesk/preview_view.h>

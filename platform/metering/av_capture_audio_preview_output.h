@@ -5,8 +5,8 @@
 #include <memory>
 #include <vector>
 
-#include <vesk/power_meter.h>
 #include "platform/foundation/mutex.h"
+#include "platform/metering/power_meter.h"
 
 namespace vesk {
 

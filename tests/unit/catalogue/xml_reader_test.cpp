@@ -6,6 +6,7 @@
 #include <string>
 
 #include <vesk/bundle.h>
+#include "catalogue/xml_tree_builder.h"
 #include "tests/support/temporary_folder.h"
 
 namespace vesk {
@@ -106,17 +107,16 @@ TEST(XmlReader, TurnsTextsIntoNumbers) {
 }
 
 TEST(XmlReader, TrimsEachPieceOnItsOwn) {
-  const auto reader = SMXMLReader::initWithError(nullptr);
-  const auto root = reader->objectWithData({});
-  EXPECT_EQ(root, nullptr);
+  XMLTreeBuilder builder(nullptr);
+  EXPECT_EQ(builder.build({}), nullptr);
   NSXMLParser parser = NSXMLParser::initWithData({});
   const XMLAttribute attribute{"k", "v"};
-  reader->parserDidStartElement(parser, "a", "", "a", {&attribute, 1});
-  reader->parserFoundCharacters(parser, "a ");
-  reader->parserFoundCharacters(parser, " b");
-  reader->parserDidEndElement(parser, "a", "", "a");
-  reader->parserDidEndElement(parser, "too", "", "many");
-  const auto again = reader->objectWithData(std::span(reinterpret_cast<const uint8_t*>("<b>1</b>"), 8));
+  builder.parserDidStartElement(parser, "a", "", "a", {&attribute, 1});
+  builder.parserFoundCharacters(parser, "a ");
+  builder.parserFoundCharacters(parser, " b");
+  builder.parserDidEndElement(parser, "a", "", "a");
+  builder.parserDidEndElement(parser, "too", "", "many");
+  const auto again = builder.build(std::span(reinterpret_cast<const uint8_t*>("<b>1</b>"), 8));
   ASSERT_TRUE(again);
   EXPECT_EQ(told(*again), "{b: 1}");
 }

@@ -7,6 +7,7 @@
 #include <random>
 
 #include "decoding/jpeg_huffman_table.h"
+#include "decoding/tracking_callback.h"
 #include "platform/decompression/codec_info.h"
 #include "platform/foundation/byte_reader.h"
 #include "platform/h264/stream_conversion.h"
@@ -45,8 +46,7 @@ struct Preview {
 // Descriptions.
 
 Bytes descriptionOf(const ICMDecoder& decoder) {
-  const auto description = decoder.createImageDescription();
-  return {description->bytes().begin(), description->bytes().end()};
+  return decoder.createImageDescription();
 }
 
 /// The record that all descriptions begin with, for 640 × 480 pixels, and then `extension`.

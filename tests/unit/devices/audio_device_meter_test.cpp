@@ -7,7 +7,7 @@
 #include <vector>
 
 #include <vesk/audio_device.h>
-#include <vesk/power_meter.h>
+#include <vesk/audio_format.h>
 #include <vesk/run_loop.h>
 #include "tests/support/device_test.h"
 

@@ -1,4 +1,4 @@
-#include <vesk/power_meter.h>
+#include "platform/metering/power_meter.h"
 
 #include <gtest/gtest.h>
 

@@ -8,19 +8,15 @@
 #include <span>
 #include <vector>
 
-#include <vesk/export.h>
+#include <vesk/audio_format.h>
 #include "platform/foundation/mutex.h"
 
 namespace vesk {
 
-/// What silence reads, in decibels. Below anything that 16-bit sound can hold for long: one step in
-/// every sample is −90.3.
-constexpr float kSilenceLevel = -120.0F;
-
 /// The average power of each channel over the last 50 ms or so of sound (whole packets).
 ///
 /// Threads: every operation from any thread.
-class VESK_EXPORT PowerMeter {
+class PowerMeter {
  public:
   using Clock = std::chrono::steady_clock;
   static constexpr uint32_t kMostChannels = 8;  ///< those beyond are not measured
