@@ -1,31 +1,37 @@
 #pragma once
 
-#include <algorithm>
-#include <condition_variable>
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <thread>
 #include <utility>
-#include <vector>
 
 #include "platform/foundation/mutex.h"
 
 namespace vesk::capture {
 
-/// How many callbacks of slots are running on this thread, one inside the other.
-inline thread_local int tCallbackDepth = 0;
+/// A slot that this thread is calling, and the one whose callback led to that.
+struct CallInProgress {
+  const void* slot;
+  const CallInProgress* outer;
+};
+inline thread_local const CallInProgress* tInnermostCall = nullptr;
+
+/// Whether this thread is inside a callback of any slot.
 inline bool isInsideCallback() {
-  return tCallbackDepth > 0;
+  return tInnermostCall != nullptr;
 }
 
-/// A callback that may be replaced or taken away while other threads are calling it. Once set has
-/// returned the callback of before does not run any more; only when set is called from inside a
-/// call of this slot does it return at once, and that call is the last. A callback that is set where
-/// there is none waits for nothing: what still runs took itself away from inside, and may be waiting
-/// for whoever sets the new one.
+/// A callback that may be replaced, taken away or shut out while other threads are calling it: the one place
+/// that keeps the promise "no callback after the end". What lies below it only joins its threads, and whoever
+/// is called trusts it.
 ///
-/// Threads: every operation from any thread; the callback runs without a lock.
+/// Once set has returned the callback of before does not run any more; only when set is called from inside a
+/// call of this slot does it return at once, and that call is the last. A callback that is set where there is
+/// none waits for nothing: what still runs took itself away from inside, and may be waiting for whoever sets
+/// the new one.
+///
+/// Threads: every operation from any thread; the callback runs without a lock. A call takes the lock once.
 template <class... Arguments>
 class CallbackSlot {
  public:
@@ -33,69 +39,113 @@ class CallbackSlot {
 
   /// An empty callback takes the present one away.
   void set(Callback callback) VESK_EXCLUDES(mMutex) {
-    auto next = callback ? std::make_shared<const Callback>(std::move(callback)) : nullptr;
-    MutexLock lock(mMutex);
-    const bool isFirst = next && !mCallback;
-    mCallback.swap(next);
-    const uint64_t newest = ++mGeneration;
-    if (isFirst || isCalledHere()) return;
-    while (isOlderCallRunning(newest)) mReturned.wait(mMutex);
+    auto next = callback ? std::make_shared<Subscription>(std::move(callback)) : nullptr;
+    uint64_t number = 0;
+    {
+      MutexLock lock(mMutex);
+      number = ++mLastNumber;
+      if (next) next->number = number;
+      const bool isFirst = next && !mCurrent;
+      if (mCurrent) {
+        mCurrent->older = std::move(mEnded);
+        mEnded = std::move(mCurrent);
+      }
+      mCurrent = std::move(next);
+      if (isFirst) return;
+    }
+    waitForCallsBefore(number);
   }
 
-  /// Runs the callback, if there is one, on the calling thread.
+  /// Whether calls reach the callback; they do unless they are shut out. Waits for nothing, see settle.
+  void setOpen(bool isOpen) VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    mIsOpen = isOpen;
+  }
+
+  /// Waits for the calls under way on other threads, when no new ones begin. Returns at once from inside a
+  /// call of this slot.
+  void settle() VESK_EXCLUDES(mMutex) { waitForCallsBefore(UINT64_MAX); }
+
+  /// Runs the callback, if there is one and it is not shut out, on the calling thread.
   void call(Arguments... arguments) VESK_EXCLUDES(mMutex) {
-    const auto callback = enter();
-    if (!callback) return;
-    const Leave leave{*this};
-    (*callback)(arguments...);
+    std::shared_ptr<Subscription> subscription;
+    {
+      MutexLock lock(mMutex);
+      if (!mCurrent || !mIsOpen) return;
+      subscription = mCurrent;
+      subscription->running.fetch_add(1, std::memory_order_relaxed);
+    }
+    const Inside inside{*this, *subscription};
+    subscription->callback(arguments...);
   }
 
   /// Whether the calling thread is inside a call of this slot.
-  bool isInside() const VESK_EXCLUDES(mMutex) {
-    MutexLock lock(mMutex);
-    return isCalledHere();
+  bool isInside() const {
+    const CallInProgress* call = tInnermostCall;
+    while (call && call->slot != this) call = call->outer;
+    return call != nullptr;
   }
 
  private:
-  struct Call {
-    std::thread::id thread;
-    uint64_t generation;
+  struct Subscription {
+    explicit Subscription(Callback of) : callback(std::move(of)) {}
+    const Callback callback;
+    uint64_t number = 0;
+    std::atomic<int> running{0};          ///< calls; begun under the slot's mutex, and none once it has ended
+    std::shared_ptr<Subscription> older;  ///< that has ended too and was still running then
   };
-  struct Leave {
-    CallbackSlot& slot;
-    ~Leave() { slot.leave(); }
+
+  struct Inside : CallInProgress {
+    Inside(const CallbackSlot& of, Subscription& called) : CallInProgress{&of, tInnermostCall}, subscription(called) {
+      tInnermostCall = this;
+    }
+    ~Inside() {
+      tInnermostCall = outer;
+      subscription.running.fetch_sub(1, std::memory_order_release);
+      subscription.running.notify_all();
+    }
+    Inside(const Inside&) = delete;
+    Inside& operator=(const Inside&) = delete;
+    Subscription& subscription;
   };
 
-  std::shared_ptr<const Callback> enter() {
+  void waitForCallsBefore(uint64_t number) VESK_EXCLUDES(mMutex) {
+    while (const auto running = runningBefore(number)) {
+      if (isInside()) return;
+      while (const int calls = running->running.load(std::memory_order_acquire)) running->running.wait(calls);
+    }
+  }
+
+  /// A subscription from before `number` that is being called; none when all such calls have returned.
+  /// Forgets those that have ended and are not called any more.
+  std::shared_ptr<Subscription> runningBefore(uint64_t number) VESK_EXCLUDES(mMutex) {
+    std::shared_ptr<Subscription> forgotten;  // goes after the lock: a callback may hold anything
     MutexLock lock(mMutex);
-    if (!mCallback) return nullptr;
-    mCalls.push_back({std::this_thread::get_id(), mGeneration});
-    ++tCallbackDepth;
-    return mCallback;
+    std::shared_ptr<Subscription> found;
+    if (mCurrent && mCurrent->number < number && isRunning(*mCurrent)) found = mCurrent;
+    for (std::shared_ptr<Subscription>* link = &mEnded; *link;) {
+      if (isRunning(**link)) {
+        if ((*link)->number < number) found = *link;
+        link = &(*link)->older;
+      } else {
+        auto ended = std::move(*link);
+        *link = std::move(ended->older);
+        ended->older = std::move(forgotten);
+        forgotten = std::move(ended);
+      }
+    }
+    return found;
   }
 
-  void leave() {
-    MutexLock lock(mMutex);
-    --tCallbackDepth;
-    const auto own = std::find_if(mCalls.rbegin(), mCalls.rend(),
-                                  [](const Call& call) { return call.thread == std::this_thread::get_id(); });
-    mCalls.erase(std::next(own).base());
-    mReturned.notify_all();
+  static bool isRunning(const Subscription& subscription) {
+    return subscription.running.load(std::memory_order_acquire) != 0;
   }
 
-  bool isCalledHere() const VESK_REQUIRES(mMutex) {
-    return std::any_of(mCalls.begin(), mCalls.end(),
-                       [](const Call& call) { return call.thread == std::this_thread::get_id(); });
-  }
-  bool isOlderCallRunning(uint64_t generation) const VESK_REQUIRES(mMutex) {
-    return std::any_of(mCalls.begin(), mCalls.end(), [&](const Call& call) { return call.generation < generation; });
-  }
-
-  mutable Mutex mMutex;
-  std::condition_variable_any mReturned;
-  std::shared_ptr<const Callback> mCallback VESK_GUARDED_BY(mMutex);
-  uint64_t mGeneration VESK_GUARDED_BY(mMutex) = 0;
-  std::vector<Call> mCalls VESK_GUARDED_BY(mMutex);
+  Mutex mMutex;
+  std::shared_ptr<Subscription> mCurrent VESK_GUARDED_BY(mMutex);
+  std::shared_ptr<Subscription> mEnded VESK_GUARDED_BY(mMutex);  ///< the newest; those before it behind it
+  uint64_t mLastNumber VESK_GUARDED_BY(mMutex) = 0;
+  bool mIsOpen VESK_GUARDED_BY(mMutex) = true;
 };
 
 }  // namespace vesk::capture

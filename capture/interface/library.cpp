@@ -121,29 +121,33 @@ Library::Handle Library::open(DeviceKind kind, std::u16string_view path) {
 }
 
 int32_t Library::close(Handle handle) {
-  std::shared_ptr<OpenDevice> device;
+  std::shared_ptr<OpenDevice> open;
   {
     MutexLock lock(mMutex);
     const auto found = mDevices.find(reinterpret_cast<uintptr_t>(handle));
     if (found == mDevices.end()) return kVCIInvalidHandle;
-    device = std::move(found->second);
-    mDevices.erase(found);
+    open = found->second;
   }
-  const bool isInside = device->frames().isInside();
-  auto remains = device->close();
-  if (isInside) destroy(std::move(remains));
+  const bool isInside = open->frames().isInside();
+  auto device = open->close();
+  {
+    MutexLock lock(mMutex);
+    mDevices.erase(reinterpret_cast<uintptr_t>(handle));  // last: who closes it meanwhile waits for callbacks too
+  }
+  if (isInside && device) destroy(std::move(open), std::move(device));
   return kVCISuccess;
 }
 
-/// Destroys a closed device from a thread of its own: the caller is inside the device's callback,
-/// and a device ends only when its callbacks have returned.
-void Library::destroy(std::shared_ptr<void> remains) {
+/// Destroys a closed device when its callbacks have returned, one of which the caller is inside of.
+void Library::destroy(std::shared_ptr<OpenDevice> open, std::shared_ptr<CaptureDevice> device) {
   {
     MutexLock lock(mMutex);
     ++mDestructions;
   }
-  std::thread([this, remains = std::move(remains)]() mutable {
-    remains.reset();
+  std::thread([this, open = std::move(open), device = std::move(device)]() mutable {
+    open->frames().settle();
+    device.reset();
+    open.reset();
     MutexLock lock(mMutex);
     --mDestructions;
     mDestroyed.notify_all();

@@ -57,7 +57,7 @@ class Library {
   bool isInUse() const VESK_REQUIRES(mMutex) { return mHalves[0].users > 0 || mHalves[1].users > 0; }
   void selectByEnvironment() VESK_EXCLUDES(mMutex, mSelectionMutex);
   void watchSource() VESK_EXCLUDES(mMutex);
-  void destroy(std::shared_ptr<void> remains) VESK_EXCLUDES(mMutex);
+  void destroy(std::shared_ptr<OpenDevice> open, std::shared_ptr<CaptureDevice> device) VESK_EXCLUDES(mMutex);
   void waitForDestruction() VESK_EXCLUDES(mMutex);
 
   Mutex mSelectionMutex;  // before mMutex

@@ -14,11 +14,14 @@ int32_t OpenDevice::start(uint32_t substream) {
     // A stop on another thread waits for the callback that we are in: do not wait for the stop.
     if (isInside && isChanging()) return kVCIFailed;
     while (isChanging()) mStateChanged.wait(mStateMutex);
+    if (mIsClosing) return kVCIInvalidHandle;
     if (mState == State::kRunning) return kVCISuccess;
     mState = State::kStarting;
     mSubstream = substream;
   }
+  mFrames->setOpen(true);
   const int32_t status = startDevice(substream);
+  if (status != kVCISuccess) shutOut();
   setState(status == kVCISuccess ? State::kRunning : State::kIdle);
   return status;
 }
@@ -26,17 +29,28 @@ int32_t OpenDevice::start(uint32_t substream) {
 int32_t OpenDevice::stop() {
   const bool isInside = mFrames->isInside();
   uint32_t substream = 0;
+  bool wasIdle = false;
   {
     MutexLock lock(mStateMutex);
     if (isInside && mState == State::kStopping) return kVCISuccess;
     while (isChanging()) mStateChanged.wait(mStateMutex);
-    if (mState == State::kIdle) return kVCISuccess;
-    mState = State::kStopping;
+    wasIdle = mState == State::kIdle;
+    if (!wasIdle) mState = State::kStopping;
     substream = mSubstream;
   }
+  if (wasIdle) {
+    mFrames->settle();  // the callback that stopped it may be running still
+    return kVCISuccess;
+  }
   const int32_t status = stopDevice(substream);
+  if (status == kVCISuccess) shutOut();
   setState(status == kVCISuccess ? State::kIdle : State::kRunning);
   return status;
+}
+
+void OpenDevice::shutOut() {
+  mFrames->setOpen(false);
+  mFrames->settle();
 }
 
 void OpenDevice::setState(State state) {
@@ -67,23 +81,19 @@ int32_t OpenDevice::stopDevice(uint32_t substream) try {
   return kVCIFailed;
 }
 
-std::shared_ptr<void> OpenDevice::close() {
+std::shared_ptr<CaptureDevice> OpenDevice::close() {
+  {
+    MutexLock lock(mStateMutex);
+    mIsClosing = true;
+  }
   stop();
   mFrames->set({});
-  // The source must go after its device.
-  struct Remains {
-    std::shared_ptr<CaptureSource> source;
-    std::shared_ptr<CaptureDevice> device;
-  };
-  auto remains = std::make_shared<Remains>();
-  remains->source = mSource;
   {
     MutexLock lock(mControlMutex);
     mControlled = nullptr;
   }
   MutexLock lock(mStreamingMutex);
-  remains->device = std::move(mDevice);
-  return remains;
+  return std::move(mDevice);
 }
 
 }  // namespace vesk::capture

@@ -51,9 +51,10 @@ class OpenDevice {
     return mControlled ? function(*mControlled) : int32_t{kVCIInvalidHandle};
   }
 
-  /// Stops the device and ends the subscription. What it answers must be destroyed by a thread that
-  /// is not inside the device's callback.
-  std::shared_ptr<void> close();
+  /// Stops the device for good and ends the subscription, also when another thread is doing the same.
+  /// @return the source's device, to be destroyed before this, when no callback runs any more; null when it
+  ///         was answered before
+  std::shared_ptr<CaptureDevice> close();
 
  private:
   enum class State { kIdle, kStarting, kRunning, kStopping };
@@ -62,6 +63,8 @@ class OpenDevice {
     return mState == State::kStarting || mState == State::kStopping;
   }
   void setState(State state) VESK_EXCLUDES(mStateMutex);
+  /// Ends the calls of a device that has stopped.
+  void shutOut();
   int32_t startDevice(uint32_t substream) VESK_EXCLUDES(mStreamingMutex);
   int32_t stopDevice(uint32_t substream) VESK_EXCLUDES(mStreamingMutex);
 
@@ -73,6 +76,7 @@ class OpenDevice {
   std::condition_variable_any mStateChanged;
   State mState VESK_GUARDED_BY(mStateMutex) = State::kIdle;
   uint32_t mSubstream VESK_GUARDED_BY(mStateMutex) = 0;  // of the last start
+  bool mIsClosing VESK_GUARDED_BY(mStateMutex) = false;
 
   // Neither is held while waiting for a callback, nor one inside the other. Both guard the same device.
   Mutex mStreamingMutex;

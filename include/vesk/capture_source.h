@@ -60,15 +60,16 @@ using FrameCallback = std::function<void(uint8_t* bytes, uint32_t length, int64_
 /// An open device of a source. Calls come from any thread, for each device at most one at a time of
 /// those that set it up and start it, and at most one of those that ask it or set a property (formats,
 /// properties, mute and volume): one of either kind may run beside one of the other. Stop may come while
-/// a callback or a property call runs. Answers are the status values of vci.h. Destroying the device,
-/// which happens when no call runs, stops it.
+/// a callback or a property call runs, also from inside the callback. Answers are the status values of vci.h.
+/// Destroying the device, which happens when no call and no callback runs, stops it.
 class VESK_EXPORT CaptureDevice {
  public:
   virtual ~CaptureDevice();
 
   /// Starts delivery on a thread of the source's. 19 when the device is in use elsewhere.
   virtual int32_t start(uint32_t substream, FrameCallback callback) = 0;
-  /// Ends delivery. Once it has returned no callback runs, unless it was called from inside one.
+  /// Ends delivery. The device may be started anew from then on. A callback that is under way, or comes late,
+  /// does no harm: the library sees to it that nobody is called after the end.
   virtual int32_t stop(uint32_t substream) = 0;
 
   // Cameras.

@@ -444,6 +444,57 @@ TEST_P(EndingTest, CanMeetItself) {
   delivery.join();
 }
 
+/// A callback that is held up, and says whether it has returned.
+struct HeldUp {
+  VCI_HANDLE handle;
+  bool stopsItself = false;
+  Gate inside{}, goOn{};
+  std::atomic<bool> hasReturned = false;
+
+  static void callback(void*, VCI_EVENT_INFO* info) {
+    auto& of = *static_cast<HeldUp*>(info->context);
+    if (of.stopsItself) VCI_Stop_Capture(of.handle, 0);
+    of.inside.open();
+    of.goOn.wait();
+    of.hasReturned = true;
+  }
+};
+
+TEST_P(EndingTest, WaitsForTheCallbackThatHasStoppedTheDeviceItself) {
+  HeldUp host{video, true};
+  VCI_Subscribe_Event(video, kVCIEventFrame, HeldUp::callback, &host);
+  VCI_Start_Capture(video, 0);
+  std::thread delivery = deliver(1);
+  host.inside.wait();
+  std::thread opener([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));  // may show a fault, never makes one
+    host.goOn.open();
+  });
+  kEndings[GetParam()].end(video);
+  EXPECT_TRUE(host.hasReturned);
+  opener.join();
+  delivery.join();
+}
+
+TEST_P(EndingTest, WaitsWhileAnotherThreadClosesTheDevice) {
+  HeldUp host{video};
+  VCI_Subscribe_Event(video, kVCIEventFrame, HeldUp::callback, &host);
+  VCI_Start_Capture(video, 0);
+  std::thread delivery = deliver(1);
+  host.inside.wait();
+  std::thread closer([&] { VCI_Close_Device(video); });
+  while (camera->stopped == 0) std::this_thread::yield();
+  std::thread opener([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));  // may show a fault, never makes one
+    host.goOn.open();
+  });
+  kEndings[GetParam()].end(video);
+  EXPECT_TRUE(host.hasReturned);
+  opener.join();
+  closer.join();
+  delivery.join();
+}
+
 std::string endingName(const testing::TestParamInfo<size_t>& ending) {
   std::string name = kEndings[ending.param].label;
   std::erase(name, ' ');
