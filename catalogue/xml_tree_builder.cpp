@@ -52,7 +52,7 @@ XMLDictionary& XMLTreeBuilder::dictionaryAt(size_t level) {
 }
 
 void XMLTreeBuilder::parserDidStartElement(NSXMLParser&, std::string_view, std::string_view, std::string_view,
-                                        XMLAttributes attributes) {
+                                           XMLAttributes attributes) {
   if (mDictionaryStack.empty()) begin();
   mDictionaryStack.emplace_back();
   for (const XMLAttribute& attribute : attributes) {
@@ -68,7 +68,8 @@ void XMLTreeBuilder::parserFoundCharacters(NSXMLParser&, std::string_view text) 
 }
 
 // Text belongs to the element that ends next, also where it stands before that element's start.
-void XMLTreeBuilder::parserDidEndElement(NSXMLParser&, std::string_view elementName, std::string_view, std::string_view) {
+void XMLTreeBuilder::parserDidEndElement(NSXMLParser&, std::string_view elementName, std::string_view,
+                                         std::string_view) {
   if (mDictionaryStack.size() < 2) return;
   const auto element = std::move(mDictionaryStack.back());
   mDictionaryStack.pop_back();

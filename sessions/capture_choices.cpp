@@ -52,10 +52,7 @@ std::pair<int64_t, int64_t> preference(const CMVideoFormatDescription& format, C
   const int64_t area = int64_t{size.width} * size.height;
   const uint32_t codec = format.mediaSubType();
   if (purpose == CapturePurpose::kPhoto) return {-area, codec == kCMVideoCodecType_MotionJPEG ? 0 : 1};
-  return {codec == kCMVideoCodecType_H264 ? 0
-          : isRecordableCodec(codec)      ? 1
-                                          : 2,
-          area <= kUsualArea ? -area : area};
+  return {codec == kCMVideoCodecType_H264 ? 0 : isRecordableCodec(codec) ? 1 : 2, area <= kUsualArea ? -area : area};
 }
 
 std::string inWords(const VideoFormatRequest& request) {
@@ -108,8 +105,7 @@ bool isRecordable(const CMVideoFormatDescription& format) {
 
 bool isRecordable(const CMAudioFormatDescription& format) {
   const AudioStreamBasicDescription& sound = format.streamBasicDescription();
-  return sound.mFormatID == kWaveFormatAAC ||
-         (sound.mFormatID == kWaveFormatLinearPCM && sound.mBitsPerChannel == 16);
+  return sound.mFormatID == kWaveFormatAAC || (sound.mFormatID == kWaveFormatLinearPCM && sound.mBitsPerChannel == 16);
 }
 
 VideoFormatChoice chooseVideoFormat(VeskVideoDevice& camera, const VideoFormatRequest& request,

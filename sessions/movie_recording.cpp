@@ -195,8 +195,7 @@ Error MovieRecording::writerError(std::string& place) const {
 }
 
 Error MovieRecording::notPlaced(const std::string& place) const {
-  return {Cause::kFileError,
-          fmt::format("the movie could not be placed at \"{}\": {}", mPlan.file, mOutcome.moveError),
+  return {Cause::kFileError, fmt::format("the movie could not be placed at \"{}\": {}", mPlan.file, mOutcome.moveError),
           place.empty() ? "Attach that disk again, and have the recording finished there"
                         : fmt::format("It is whole, at \"{}\"; move it where you want it", place)};
 }
@@ -204,10 +203,10 @@ Error MovieRecording::notPlaced(const std::string& place) const {
 Error MovieRecording::missingTrack() const {
   const RecordingStatistics& statistics = mOutcome.statistics;
   if (statistics.videoFrames == 0)
-    return {Cause::kStalled,
-            fmt::format("no picture came from \"{}\"; the movie has sound only",
-                        displayName(*mPlan.camera->deviceInfo())),
-            "See what it sends, or choose another camera"};
+    return {
+        Cause::kStalled,
+        fmt::format("no picture came from \"{}\"; the movie has sound only", displayName(*mPlan.camera->deviceInfo())),
+        "See what it sends, or choose another camera"};
   if (!mPlan.microphone || statistics.audioPackets != 0) return {};
   return {Cause::kSilent,
           fmt::format("no sound came from \"{}\"; the movie has pictures only",

@@ -58,10 +58,10 @@ std::optional<FinishedLeftover> finish(const std::string& file, const LockedLeft
   const std::string target = freeName(file);
   NSError error;
   if (!NSFileManager::defaultManager().moveItemAtPath(leftover.movie, target, &error)) {
-    finished.error = {Cause::kFileError,
-                      fmt::format("the movie is whole, but it could not be moved to \"{}\": {}", target,
-                                  error.description),
-                      fmt::format("It is at \"{}\"", leftover.movie)};
+    finished.error = {
+        Cause::kFileError,
+        fmt::format("the movie is whole, but it could not be moved to \"{}\": {}", target, error.description),
+        fmt::format("It is at \"{}\"", leftover.movie)};
     return finished;
   }
   giveOrdinaryMode(target);
@@ -83,8 +83,8 @@ std::vector<RecordingLeftover> leftoversIn(const std::string& folder) {
   std::vector<RecordingLeftover> listed;
   for (const LockedLeftover& found : findLeftoversIn(folder, LeftoverLock::kLook)) {
     if (found.movie.empty()) continue;  // its name is in no file, so nobody can ask for it
-    listed.push_back({stringByAppendingPathComponent(folder, lastPathComponent(found.movie)), found.folder,
-                      found.movie, found.isInUse});
+    listed.push_back({stringByAppendingPathComponent(folder, lastPathComponent(found.movie)), found.folder, found.movie,
+                      found.isInUse});
   }
   return listed;
 }

@@ -192,7 +192,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
  private:
   enum class State {
     kIdle,
-    kStarting,  ///< calls the host, and devices that may serve the main loop
+    kStarting,              ///< calls the host, and devices that may serve the main loop
     kWaitingForCamera,      ///< until it is plugged in
     kWaitingToTryAgain,     ///< with a camera that has just come, and refuses
     kWaitingForMicrophone,  ///< which comes a little after its camera
@@ -544,11 +544,11 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
       // Not at once: where the camera is going too, that is what is to be said.
       if (mIsLossReported || now - *mMicrophoneLost < mEnvironment.departure) return;
       mIsLossReported = true;
-      return emit(Kind::kSoundMissing, info,
-                  {Cause::kUnplugged,
-                   fmt::format("\"{}\" was unplugged; the movie goes on without sound until it is back",
-                               displayName(*info)),
-                   ""});
+      return emit(
+          Kind::kSoundMissing, info,
+          {Cause::kUnplugged,
+           fmt::format("\"{}\" was unplugged; the movie goes on without sound until it is back", displayName(*info)),
+           ""});
     }
     if (Transport::shared().isHeld() || mWriter->isBusy()) {
       mSoundStall.restart(now);
@@ -560,11 +560,11 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     }
     const auto quiet = mQuietWatch.look(watch->quietFor());
     if (!quiet) return;
-    emit(Kind::kSoundQuiet, info,
-         {Cause::kSilent,
-          fmt::format("no sound above {:.0f} dB for {:.0f} s from \"{}\"", kQuietSoundLevel, *quiet,
-                      displayName(*info)),
-          mPlan.microphone->isMuteOn() ? "It is muted" : "See that it is not muted or turned down"});
+    emit(
+        Kind::kSoundQuiet, info,
+        {Cause::kSilent,
+         fmt::format("no sound above {:.0f} dB for {:.0f} s from \"{}\"", kQuietSoundLevel, *quiet, displayName(*info)),
+         mPlan.microphone->isMuteOn() ? "It is muted" : "See that it is not muted or turned down"});
   }
 
   void watchDisk(const RecordingStatistics& statistics, WatchClock::time_point now) {
@@ -625,8 +625,8 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
 
   void continueInNext() {
     mState = State::kContinuing;
-    mContinued = run([first = mSettings.file](Finished& finished) { continueMovie(finished, first); },
-                     &Core::movieContinued);
+    mContinued =
+        run([first = mSettings.file](Finished& finished) { continueMovie(finished, first); }, &Core::movieContinued);
   }
 
   void movieContinued(Finished& finished) {
@@ -801,8 +801,7 @@ Error VeskRecordingSupervisor::checkFile(const std::string& file, bool replacesF
   if (fs::is_directory(file, ignored) || fs::path(file).filename().empty())
     return {Cause::kWrongUse, fmt::format("\"{}\" is a folder", file), "Name a file, for example lesson.mov"};
   if (!isMovieName(file))
-    return {Cause::kWrongUse,
-            fmt::format("\"{}\" would not be what its name says: movies are QuickTime files", file),
+    return {Cause::kWrongUse, fmt::format("\"{}\" would not be what its name says: movies are QuickTime files", file),
             fmt::format("Name it {}", fs::path(file).replace_extension(".mov").string())};
   if (Error error = refusalIfRecorded(file, findLeftovers(file, LeftoverLock::kLook))) return error;
   if (!replacesFile && fs::exists(fs::symlink_status(file, ignored)))

@@ -19,10 +19,10 @@ std::optional<uint64_t> roomForMovie(const std::string& movie);
 struct SupervisorEnvironment {
   std::function<std::optional<uint64_t>(const std::string& movie)> room = roomForMovie;  ///< on any thread
   std::function<WatchClock::time_point()> now = WatchClock::now;
-  std::chrono::milliseconds tick{200};        ///< between two looks at the recording
-  std::chrono::milliseconds arrival{2000};    ///< within which a camera's own microphone comes after it
-  std::chrono::milliseconds departure{600};   ///< within which a camera goes after its own microphone
-  std::chrono::milliseconds retry{1000};      ///< while a camera that is back refuses: the system prepares it
+  std::chrono::milliseconds tick{200};       ///< between two looks at the recording
+  std::chrono::milliseconds arrival{2000};   ///< within which a camera's own microphone comes after it
+  std::chrono::milliseconds departure{600};  ///< within which a camera goes after its own microphone
+  std::chrono::milliseconds retry{1000};     ///< while a camera that is back refuses: the system prepares it
   std::chrono::milliseconds roomInterval{1000};
 };
 

@@ -17,10 +17,10 @@ namespace vesk {
 
 /// One such folder. Those that are in use are listed too.
 struct RecordingLeftover {
-  std::string file;       ///< where the movie was to go
-  std::string folder;     ///< the hidden folder
-  std::string movie;      ///< the unfinished movie in it; empty when there is none
-  bool isInUse = false;   ///< a recording is under way in it, or somebody is finishing it
+  std::string file;      ///< where the movie was to go
+  std::string folder;    ///< the hidden folder
+  std::string movie;     ///< the unfinished movie in it; empty when there is none
+  bool isInUse = false;  ///< a recording is under way in it, or somebody is finishing it
 };
 
 /// Those of recordings that were to go to `file`.

@@ -53,7 +53,7 @@ struct RecordedMovie {
   RecordingStatistics statistics;
   CMVideoFormatDescriptionRef videoFormat;
   CMAudioFormatDescriptionRef soundFormat;  ///< null when it was to have no sound
-  bool isSilent = false;  ///< its sound was measured, and never came above kQuietSoundLevel
+  bool isSilent = false;                    ///< its sound was measured, and never came above kQuietSoundLevel
 };
 
 /// Sound below this level, in decibels of full scale, is what a muted microphone or one that is turned down sends.

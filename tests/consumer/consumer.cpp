@@ -1,5 +1,7 @@
 // Uses one operation of each interface that hosts are offered, against an installed libvesk: whatever is declared
 // and not exported, or exported and not declared, shows here. Prints what failed; the exit status is the number.
+#include <unistd.h>
+
 #include <array>
 #include <cstdio>
 #include <cstring>
@@ -144,7 +146,7 @@ void moviesAndImages(const std::string& folder) {
 }  // namespace
 
 int main() {
-  const auto folder = std::filesystem::temp_directory_path() / ("vesk-consumer-" + std::to_string(std::rand()));
+  const auto folder = std::filesystem::temp_directory_path() / ("vesk-consumer-" + std::to_string(getpid()));
   std::filesystem::create_directories(folder);
   vesk::setLogSink([](auto&&...) {});  // the library's lines stay out of the results
   if (!vesk::capture::selectSource("simulated", {}).empty()) return 1;

@@ -214,7 +214,8 @@ TEST_F(SupervisorTest, TwoRecordingsOfOneHostKeepApart) {
   const auto otherCamera = source->attachCamera("/other");
   source->announce(capture::DeviceKind::kVideo, true);
   std::vector<RecordingEvent> others;
-  const auto other = SupervisorTesting::make([&](const RecordingEvent& event) { others.push_back(event); }, environment);
+  const auto other =
+      SupervisorTesting::make([&](const RecordingEvent& event) { others.push_back(event); }, environment);
   supervisor->start(settingsFor("lesson.mov"));
   next(Kind::kStarted);
   RecordingSettings second = settingsFor("lesson.mov");
@@ -270,8 +271,8 @@ TEST_F(SupervisorTest, ACameraThatGoesEndsTheMovieWhole) {
   const Error error = next(Kind::kEnded).error;
   EXPECT_EQ(error.cause, Cause::kUnplugged);
   EXPECT_NE(error.remedy.find(movies.file("lesson.mov")), std::string::npos);
-  EXPECT_EQ(kinds(), (std::vector{Kind::kStarted, Kind::kMicrophoneRemoved, Kind::kCameraRemoved,
-                                  Kind::kMovieFinished, Kind::kEnded}))
+  EXPECT_EQ(kinds(), (std::vector{Kind::kStarted, Kind::kMicrophoneRemoved, Kind::kCameraRemoved, Kind::kMovieFinished,
+                                  Kind::kEnded}))
       << "and not that sound is missing";
   EXPECT_EQ(frames("lesson.mov"), 10);
 }
@@ -458,8 +459,9 @@ TEST_F(SupervisorTest, TheHostMayLetEverythingGoInAnyEvent) {
     int frames;  ///< that the movie then holds
     bool letsEverythingGo;
   };
-  for (const Row& row : {Row{Kind::kStarted, 5, true}, Row{Kind::kMicrophoneRemoved, 5, true},
-                         Row{Kind::kMovieFinished, 5, true}, Row{Kind::kEnded, 5, true}, Row{Kind::kStarted, 5, false}}) {
+  for (const Row& row :
+       {Row{Kind::kStarted, 5, true}, Row{Kind::kMicrophoneRemoved, 5, true}, Row{Kind::kMovieFinished, 5, true},
+        Row{Kind::kEnded, 5, true}, Row{Kind::kStarted, 5, false}}) {
     supervisor = make();
     supervisor->start(settingsFor("lesson.mov"));
     film(row.frames);
@@ -530,9 +532,8 @@ TEST_F(SupervisorTest, LeftoversOfACrashAreListedAndFinished) {
   film(90);
   const auto hidden = [&](const char* end) { return movies.file(std::string(".lesson.mov.recording-") + end); };
   serveUntil([&] { return supervisor->progress().statistics.videoWaiting == 0; });
-  ASSERT_TRUE(serveUntil([&] {
-    return std::filesystem::file_size(movies.file(names().front()) + "/lesson.mov") > 60 * 512;
-  }));
+  ASSERT_TRUE(
+      serveUntil([&] { return std::filesystem::file_size(movies.file(names().front()) + "/lesson.mov") > 60 * 512; }));
   const std::string inUse = movies.file(names().front());
   std::filesystem::create_directory(hidden("AAAAAA"));
   std::filesystem::copy(inUse + "/lesson.mov", hidden("AAAAAA") + "/lesson.mov");

@@ -38,7 +38,8 @@ TEST(DiskWatch, WarnsOnceAndEndsInTime) {
 }
 
 TEST(DiskWatch, KeepsRoomForTheIndexAndForWhatGrowsFasterThanItsTime) {
-  RecordingStatistics statistics{.videoFrames = 432'000, .audioPackets = 675'000, .duration = 14'400'000'000, .bytes = 1'000'000'000};
+  RecordingStatistics statistics{
+      .videoFrames = 432'000, .audioPackets = 675'000, .duration = 14'400'000'000, .bytes = 1'000'000'000};
   DiskWatch watch;
   watch.restart(kStart);
   watch.look(uint64_t{1} << 40, statistics, kStart);
