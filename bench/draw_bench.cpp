@@ -31,7 +31,7 @@
 
 #include <vesk/bitmap_image_rep.h>
 #include <vesk/preview_view.h>
-#include "platform/graphics/picture_planes.h"
+#include "platform/pixels/picture_planes.h"
 #include "tests/support/offscreen_host.h"
 
 namespace {

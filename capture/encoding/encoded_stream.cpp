@@ -8,6 +8,8 @@
 #include <vesk/four_char_code.h>
 #include <vesk/log.h>
 #include "capture/interface/usual_bit_rate.h"
+#include "platform/decompression/av_layout.h"
+#include "platform/pixels/picture_conversion.h"
 
 namespace vesk::capture {
 namespace {
@@ -112,7 +114,13 @@ EncodedStream::Slot* EncodedStream::emptySlot() {
 
 /// The bytes are the camera's for this call only. Raw pictures are converted rather than copied.
 bool EncodedStream::fill(Slot& slot, std::span<const uint8_t> bytes) const {
-  if (slot.pixels) return av_frame_make_writable(slot.pixels.get()) == 0 && fillFrom2vuy(*slot.pixels, bytes);
+  if (slot.pixels) {
+    const int rowBytes = mInput.width * 2;
+    const bool isWhole = bytes.size() >= static_cast<size_t>(rowBytes) * static_cast<size_t>(mInput.height);
+    const RawPicture picture{PixelLayout::kUYVY, mInput.width, mInput.height, {bytes.data()}, {rowBytes}};
+    return isWhole && av_frame_make_writable(slot.pixels.get()) == 0 &&
+           convertTo420(picture, planeMemoryOf(*slot.pixels));
+  }
   slot.jpeg.assign(bytes.begin(), bytes.end());
   return true;
 }
@@ -177,7 +185,7 @@ EncodedStream::Slot* EncodedStream::nextSlot() {
 
 /// Encodes and delivers a picture. @return what it is to be counted as
 uint64_t EncodingCounts::*EncodedStream::encode(Slot& slot) {
-  if (mJPEG && (av_frame_make_writable(mDecoded.get()) != 0 || !mJPEG->fill(*mDecoded, slot.jpeg)))
+  if (mJPEG && (av_frame_make_writable(mDecoded.get()) != 0 || !mJPEG->fill(planeMemoryOf(*mDecoded), slot.jpeg)))
     return &EncodingCounts::damaged;
   const auto unit = mEncoder->encode(mJPEG ? *mDecoded : *slot.pixels, isKeyDue(slot.timestamp));
   if (!unit) return &EncodingCounts::failed;

@@ -12,7 +12,7 @@
 
 #include <vesk/capture_source.h>
 #include "capture/encoding/h264_encoder.h"
-#include "capture/encoding/picture_planes.h"
+#include "capture/encoding/jpeg_to_planes.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk::capture {

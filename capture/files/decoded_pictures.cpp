@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "platform/decompression/av_layout.h"
+
 namespace vesk::capture {
 
 DecodedPictures::DecodedPictures(std::unique_ptr<TrackDecoder> decoder, int width, int height)
@@ -27,12 +29,14 @@ std::optional<MediaUnit> DecodedPictures::next() {
 }
 
 bool DecodedPictures::convert(const AVFrame& frame) {
-  const int width = frame.width & ~1;
-  if (width == mWidth && frame.height == mHeight) return mConverter.convert(frame, mWidth, mHeight, mPicture.data());
-  if (width <= 0 || frame.height <= 0 || int64_t{width} * frame.height > kMaxFrameBytes / 2) return false;
-  mOther.resize(size_t{2} * width * frame.height);
-  return mConverter.convert(frame, width, frame.height, mOther.data()) &&
-         mConverter.fit(mOther, width, frame.height, mWidth, mHeight, mPicture.data());
+  RawPicture picture = rawPictureOf(frame);
+  picture.width &= ~1;
+  if (picture.width == mWidth && picture.height == mHeight) return mConverter.convert(picture, mPicture.data());
+  if (picture.width <= 0 || picture.height <= 0) return false;
+  if (int64_t{picture.width} * picture.height > kMaxFrameBytes / 2) return false;
+  mOther.resize(size_t{2} * static_cast<size_t>(picture.width) * static_cast<size_t>(picture.height));
+  return mConverter.convert(picture, mOther.data()) &&
+         mConverter.fit(mOther, picture.width, picture.height, mWidth, mHeight, mPicture.data());
 }
 
 }  // namespace vesk::capture

@@ -3,9 +3,9 @@
 #include <memory>
 #include <vector>
 
-#include "capture/encoding/picture_converter.h"
 #include "capture/files/track_decoder.h"
 #include "capture/files/unit_reader.h"
+#include "platform/pixels/picture_conversion.h"
 
 namespace vesk::capture {
 
@@ -25,7 +25,7 @@ class DecodedPictures : public UnitReader {
   const std::unique_ptr<TrackDecoder> mDecoder;
   const int mWidth;
   const int mHeight;
-  PictureConverter mConverter;
+  Packed422Converter mConverter;
   std::vector<uint8_t> mPicture;
   std::vector<uint8_t> mOther;  ///< a picture of another size
   int64_t mFrom = 0;

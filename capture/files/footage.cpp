@@ -8,12 +8,12 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/log.h>
-#include "capture/encoding/picture_converter.h"
 #include "capture/files/decoded_pictures.h"
 #include "capture/files/jpeg_size.h"
 #include "capture/files/picture_units.h"
 #include "capture/files/sound_units.h"
 #include "capture/files/track_decoder.h"
+#include "platform/decompression/av_layout.h"
 #include "platform/h264/access_unit_writer.h"
 
 namespace vesk::capture {
@@ -144,7 +144,7 @@ bool lookAtH264(TrackReader& reader, PictureTrack& track, int64_t& start, AVRati
   if (order.width() <= 0 || order.height() <= 0 || start == kNever) return false;
   track.width = order.width();
   track.height = order.height();
-  track.canBeDecoded = PictureConverter::canConvert(order.format());
+  track.canBeDecoded = Packed422Converter::canConvert(pixelLayoutOf(order.format()));
   // What can neither be decoded nor kept to one set is still better than nothing.
   const bool isDelivered = isAsFromCamera || (order.isInOrder() && !track.canBeDecoded);
   track.form = isDelivered ? PictureCoding::kH264 : PictureCoding::kOther;
@@ -177,7 +177,7 @@ bool lookAtDecoded(std::unique_ptr<TrackReader>& reader, PictureTrack& track, in
   const auto format = static_cast<AVPixelFormat>(frame->format);
   track.width = frame->width;
   track.height = frame->height;
-  track.canBeDecoded = PictureConverter::canConvert(format);
+  track.canBeDecoded = Packed422Converter::canConvert(pixelLayoutOf(format));
   rate = isRate(decoder->codec().framerate) ? decoder->codec().framerate : rateOfPacket(decoder->reader());
   start = std::min(start, decoder->time().value_or(0));
   const bool isPacked = codec == AV_CODEC_ID_RAWVIDEO && format == AV_PIX_FMT_UYVY422 && frame->width % 2 == 0;

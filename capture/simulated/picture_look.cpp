@@ -30,7 +30,7 @@ LookFilter::LookFilter(PictureLayout layout, int width, int height)
       mColumns(static_cast<size_t>(width)),
       mRows(static_cast<size_t>(height)) {}
 
-void LookFilter::apply(const PictureLook& look, const PicturePlanes& scene, const PicturePlanes& picture) {
+void LookFilter::apply(const PictureLook& look, const PlaneMemory& scene, const PlaneMemory& picture) {
   if (!mIsPrepared || look != mLook) prepare(look);
   if (mLayout == PictureLayout::kPacked422)
     applyPacked(scene, picture);
@@ -89,7 +89,7 @@ void LookFilter::colour(uint8_t cb, uint8_t cr, uint8_t& toCb, uint8_t& toCr) co
 }
 
 /// Pixels lie in pairs of Cb Y Cr Y.
-void LookFilter::applyPacked(const PicturePlanes& scene, const PicturePlanes& picture) const {
+void LookFilter::applyPacked(const PlaneMemory& scene, const PlaneMemory& picture) const {
   for (size_t y = 0; y < mRows.size(); ++y) {
     const uint8_t* const from = scene.bytes[0] + static_cast<size_t>(mRows[y]) * scene.rowBytes[0];
     uint8_t* to = picture.bytes[0] + y * picture.rowBytes[0];
@@ -103,7 +103,7 @@ void LookFilter::applyPacked(const PicturePlanes& scene, const PicturePlanes& pi
   }
 }
 
-void LookFilter::applyPlanes(const PicturePlanes& scene, const PicturePlanes& picture) const {
+void LookFilter::applyPlanes(const PlaneMemory& scene, const PlaneMemory& picture) const {
   for (size_t y = 0; y < mRows.size(); ++y) {
     const uint8_t* const from = scene.bytes[0] + static_cast<size_t>(mRows[y]) * scene.rowBytes[0];
     uint8_t* const to = picture.bytes[0] + y * picture.rowBytes[0];

@@ -14,7 +14,7 @@ class LookFilter {
   LookFilter(PictureLayout layout, int width, int height);
 
   /// Fills `picture` from `scene`, both of the layout and size of the filter and not the same memory.
-  void apply(const PictureLook& look, const PicturePlanes& scene, const PicturePlanes& picture);
+  void apply(const PictureLook& look, const PlaneMemory& scene, const PlaneMemory& picture);
 
  private:
   void prepare(const PictureLook& look);
@@ -22,8 +22,8 @@ class LookFilter {
   void prepareColour(const PictureLook& look);
   void preparePlaces(const PictureLook& look);
   void colour(uint8_t cb, uint8_t cr, uint8_t& toCb, uint8_t& toCr) const;
-  void applyPacked(const PicturePlanes& scene, const PicturePlanes& picture) const;
-  void applyPlanes(const PicturePlanes& scene, const PicturePlanes& picture) const;
+  void applyPacked(const PlaneMemory& scene, const PlaneMemory& picture) const;
+  void applyPlanes(const PlaneMemory& scene, const PlaneMemory& picture) const;
 
   const PictureLayout mLayout;
   const int mWidth;

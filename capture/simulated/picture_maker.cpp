@@ -5,6 +5,7 @@
 
 #include <vesk/four_char_code.h>
 #include "capture/encoding/h264_encoder.h"
+#include "platform/decompression/av_layout.h"
 
 namespace vesk::capture {
 namespace {
@@ -39,12 +40,7 @@ class PlanesMaker : public PictureMaker {
 
   std::span<uint8_t> make(uint32_t counter, bool isFlash, const PictureLook& look) override {
     if (av_frame_make_writable(mFrame.get()) < 0) return {};
-    PicturePlanes planes;
-    for (size_t plane = 0; plane < 3; ++plane) {
-      planes.bytes[plane] = mFrame->data[plane];
-      planes.rowBytes[plane] = static_cast<size_t>(mFrame->linesize[plane]);
-    }
-    mPattern.paint(counter, isFlash, look, planes);
+    mPattern.paint(counter, isFlash, look, planeMemoryOf(*mFrame));
     return encode(*mFrame);
   }
 

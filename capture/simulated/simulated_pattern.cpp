@@ -70,8 +70,8 @@ size_t SimulatedPattern::bytesAcross(int plane) const {
   return static_cast<size_t>(plane == 0 ? mWidth : mWidth / 2);
 }
 
-PicturePlanes SimulatedPattern::planesOf(std::array<std::vector<uint8_t>, 3>& bytes) const {
-  PicturePlanes planes;
+PlaneMemory SimulatedPattern::planesOf(std::array<std::vector<uint8_t>, 3>& bytes) const {
+  PlaneMemory planes;
   for (size_t plane = 0; plane < 3; ++plane) {
     planes.bytes[plane] = bytes[plane].data();
     planes.rowBytes[plane] = bytesAcross(static_cast<int>(plane));
@@ -106,7 +106,7 @@ void SimulatedPattern::paintBackground() {
   }
 }
 
-void SimulatedPattern::paint(uint32_t counter, bool isFlash, const PictureLook& look, const PicturePlanes& picture) {
+void SimulatedPattern::paint(uint32_t counter, bool isFlash, const PictureLook& look, const PlaneMemory& picture) {
   if (look == PictureLook{}) {
     paintScene(counter, isFlash, picture);
   } else {
@@ -120,7 +120,7 @@ void SimulatedPattern::paint(uint32_t counter, bool isFlash, const PictureLook& 
   paintCounter(counter, picture);
 }
 
-void SimulatedPattern::paintScene(uint32_t counter, bool isFlash, const PicturePlanes& picture) const {
+void SimulatedPattern::paintScene(uint32_t counter, bool isFlash, const PlaneMemory& picture) const {
   if (isFlash) {
     fill({0, 0, mWidth, mHeight}, {kWhite, kNeutral, kNeutral}, picture);
   } else {
@@ -133,7 +133,7 @@ void SimulatedPattern::paintScene(uint32_t counter, bool isFlash, const PictureP
   }
 }
 
-void SimulatedPattern::copyBackground(const PicturePlanes& picture) const {
+void SimulatedPattern::copyBackground(const PlaneMemory& picture) const {
   for (int number = 0; number < planeCount(); ++number) {
     const auto plane = static_cast<size_t>(number);
     const size_t bytes = bytesAcross(number);
@@ -154,7 +154,7 @@ void SimulatedPattern::makeNoise() {
 }
 
 /// Each row of each picture begins at another place of the noise, so that none predicts the next.
-void SimulatedPattern::paintNoise(uint32_t counter, const PicturePlanes& picture) const {
+void SimulatedPattern::paintNoise(uint32_t counter, const PlaneMemory& picture) const {
   uint32_t number = scramble(counter);
   for (int row = mHeight - mHeight / kNoiseShare; row < mHeight; ++row) {
     number = scramble(number);
@@ -163,7 +163,7 @@ void SimulatedPattern::paintNoise(uint32_t counter, const PicturePlanes& picture
   }
 }
 
-void SimulatedPattern::paintCounter(uint32_t counter, const PicturePlanes& picture) const {
+void SimulatedPattern::paintCounter(uint32_t counter, const PlaneMemory& picture) const {
   const int side = squareSide(mWidth);
   const uint32_t bits = withCheck(counter & kCounterMask);
   for (int square = 0; square < kSquaresAcross * kSquareRows; ++square) {
@@ -182,7 +182,7 @@ SimulatedPattern::Colour SimulatedPattern::adapted(Colour colour) const {
 }
 
 /// Fills a rectangle whose edges are even.
-void SimulatedPattern::fill(const Rectangle& where, Colour asked, const PicturePlanes& picture) const {
+void SimulatedPattern::fill(const Rectangle& where, Colour asked, const PlaneMemory& picture) const {
   const Colour colour = adapted(asked);
   const auto x = static_cast<size_t>(where.x), width = static_cast<size_t>(where.width);
   for (int row = where.y; row < where.y + where.height; ++row) {

@@ -7,6 +7,8 @@
 #include <optional>
 #include <vector>
 
+#include "platform/pixels/raw_picture.h"
+
 /// The pictures of simulated cameras: colour bars with a light bar that moves over them, and in the
 /// top left corner the picture's number as two rows of black and white squares, large enough to
 /// survive compression. A band of noise at the bottom gives encoders as much to do as a real picture
@@ -23,12 +25,6 @@ enum class PictureLayout {
 
 /// Colours are by BT.601, but by BT.709 in pictures for H.264 (k420) of at least this many rows.
 constexpr int kFirstHighDefinitionLine = 720;
-
-/// A picture's memory; not owned. Packed layouts use the first plane.
-struct PicturePlanes {
-  std::array<uint8_t*, 3> bytes = {};
-  std::array<size_t, 3> rowBytes = {};
-};
 
 /// What a camera's controls do to its pictures. As it is made, nothing.
 struct PictureLook {
@@ -59,7 +55,7 @@ class SimulatedPattern {
   ~SimulatedPattern();
 
   /// The number is stamped on what the camera sees, as it is, whatever the look.
-  void paint(uint32_t counter, bool isFlash, const PictureLook& look, const PicturePlanes& picture);
+  void paint(uint32_t counter, bool isFlash, const PictureLook& look, const PlaneMemory& picture);
 
  private:
   struct Colour {
@@ -69,16 +65,16 @@ class SimulatedPattern {
     int x, y, width, height;
   };
 
-  void paintScene(uint32_t counter, bool isFlash, const PicturePlanes& picture) const;
-  void fill(const Rectangle& where, Colour colour, const PicturePlanes& picture) const;
+  void paintScene(uint32_t counter, bool isFlash, const PlaneMemory& picture) const;
+  void fill(const Rectangle& where, Colour colour, const PlaneMemory& picture) const;
   void paintBackground();
   void makeNoise();
-  void paintNoise(uint32_t counter, const PicturePlanes& picture) const;
-  void paintCounter(uint32_t counter, const PicturePlanes& picture) const;
-  void copyBackground(const PicturePlanes& picture) const;
+  void paintNoise(uint32_t counter, const PlaneMemory& picture) const;
+  void paintCounter(uint32_t counter, const PlaneMemory& picture) const;
+  void copyBackground(const PlaneMemory& picture) const;
   Colour adapted(Colour colour) const;
   std::array<std::vector<uint8_t>, 3> makePlanes() const;
-  PicturePlanes planesOf(std::array<std::vector<uint8_t>, 3>& bytes) const;
+  PlaneMemory planesOf(std::array<std::vector<uint8_t>, 3>& bytes) const;
   int planeCount() const { return mLayout == PictureLayout::kPacked422 ? 1 : 3; }
   int rowsOf(int plane) const { return plane > 0 && mLayout == PictureLayout::k420 ? mHeight / 2 : mHeight; }
   size_t bytesAcross(int plane) const;

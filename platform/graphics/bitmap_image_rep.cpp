@@ -10,7 +10,7 @@
 #include "platform/graphics/cairo_handles.h"
 #include "platform/graphics/graphics_context.h"
 #include "platform/graphics/jpeg_encoder.h"
-#include "platform/graphics/picture_planes.h"
+#include "platform/pixels/picture_planes.h"
 
 namespace vesk {
 namespace {

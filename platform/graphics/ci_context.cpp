@@ -1,7 +1,6 @@
 #include <vesk/ci_context.h>
 
 #include <epoxy/gl.h>
-#include <libyuv.h>
 
 #include <algorithm>
 #include <array>
@@ -11,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/graphics/picture_planes.h"
+#include "platform/pixels/picture_planes.h"
 
 namespace vesk {
 namespace {

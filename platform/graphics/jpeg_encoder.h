@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/graphics/picture_planes.h"
+#include "platform/pixels/picture_planes.h"
 
 namespace vesk {
 

@@ -127,7 +127,7 @@ int PictureStream::setForm(const CameraMode& mode) {
   mForm = {&mFormat, mode.width, mode.height, chosen.bytesperline == 0 ? pixelBytes : chosen.bytesperline,
            chosen.quantization == V4L2_QUANTIZATION_FULL_RANGE};
   if (mFormat.codec == kCMVideoCodecType_H264) mUnits.emplace(std::span<const uint8_t>());
-  if (mFormat.layout == PixelLayout::kCompressed) return 0;
+  if (mFormat.layout == PixelLayout::kNone) return 0;
   if (mForm.rowBytes < pixelBytes || mForm.rowBytes > 4 * pixelBytes) return -EINVAL;
   mConverter.emplace(mForm);
   return 0;

@@ -4,29 +4,17 @@
 #include <span>
 #include <vector>
 
-#include "capture/encoding/picture_converter.h"
+#include "platform/pixels/picture_conversion.h"
 
 namespace vesk::capture {
 
-/// How the pixels of a format lie in memory.
-enum class PixelLayout : uint8_t {
-  kCompressed,  ///< no pixels: MJPEG or H.264
-  kPacked422,   ///< two pixels in four bytes
-  kPacked,      ///< one plane, each pixel by itself
-  kSemiPlanar,  ///< luma, then pairs of chroma at half the rows
-  kPlanar420,   ///< three planes, chroma at half the rows and columns
-  kPlanar422,   ///< three planes, chroma at half the columns
-};
-
 /// A format of the kernel's that is taken from cameras.
 struct PixelFormat {
-  uint32_t fourcc;  ///< the kernel's code
-  uint32_t codec;   ///< what it is delivered as
-  PixelLayout layout;
-  int8_t order[4];        ///< packed 4:2:2: where the bytes of U, Y, V, Y stand; else unused
-  AVPixelFormat libav;    ///< for the converter; packed 4:2:2 is not converted by it
-  bool isVFirst;          ///< planar: V stands before U
+  uint32_t fourcc;        ///< the kernel's code
+  uint32_t codec;         ///< what it is delivered as
+  PixelLayout layout;     ///< kNone for compressed ones
   uint8_t bytesPerPixel;  ///< of the first plane
+  bool isVFirst = false;  ///< planar: V stands before U
 };
 
 /// The format of a code; null for those that are not taken. The best to convert come first.
@@ -57,13 +45,12 @@ class PixelConverter {
 
  private:
   bool isReadyAsItIs() const;
-  bool convertInto(uint8_t* out, uint8_t* picture);
+  RawPicture rawPicture(const uint8_t* picture) const;
 
   PictureForm mForm;
   size_t mNeededBytes = 0;
   std::vector<uint8_t> mOut;
-  PictureConverter mConverter;
-  FrameHandle mFrame;
+  Packed422Converter mConverter;
 };
 
 }  // namespace vesk::capture

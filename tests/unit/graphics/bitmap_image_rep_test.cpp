@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "platform/foundation/atomic_file.h"
-#include "platform/graphics/picture_planes.h"
+#include "platform/pixels/picture_planes.h"
 #include "tests/support/pictures.h"
 #include "tests/support/temporary_folder.h"
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/graphics/picture_planes.h"
+#include "platform/pixels/picture_planes.h"
 #include "tests/support/offscreen_host.h"
 #include "tests/support/pictures.h"
 

@@ -4,13 +4,10 @@
 #include <span>
 #include <vector>
 
-#include "capture/encoding/av_handles.h"
 #include "platform/decompression/jpeg_frame_decoder.h"
+#include "platform/pixels/raw_picture.h"
 
 namespace vesk::capture {
-
-/// Puts a "2vuy" picture into planar 4:2:0 memory of its size. @return false when it is not whole
-bool fillFrom2vuy(AVFrame& picture, std::span<const uint8_t> bytes);
 
 /// Puts Motion JPEG pictures into planar 4:2:0 memory, their levels those of video (luma 16 to 235).
 ///
@@ -21,9 +18,11 @@ class JPEGToPlanes {
   JPEGToPlanes(int width, int height);
 
   /// @return false when the picture is damaged or of another size
-  bool fill(AVFrame& picture, std::span<const uint8_t> jpeg);
+  bool fill(const PlaneMemory& planes, std::span<const uint8_t> jpeg);
 
  private:
+  const int mWidth;
+  const int mHeight;
   JPEGFrameDecoder mDecoder;
   std::vector<DecodedPicture> mDecoded;
 };

@@ -1,11 +1,11 @@
-#include "platform/graphics/picture_planes.h"
+#include "platform/pixels/picture_planes.h"
 
 #include <libyuv.h>
 
 #include <algorithm>
 #include <array>
 
-#include "platform/graphics/ycbcr_conversion.h"
+#include "platform/pixels/ycbcr_conversion.h"
 
 namespace vesk {
 namespace {

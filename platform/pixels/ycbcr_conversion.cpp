@@ -1,4 +1,4 @@
-#include "platform/graphics/ycbcr_conversion.h"
+#include "platform/pixels/ycbcr_conversion.h"
 
 #include <libyuv.h>
 #include <libyuv/row.h>
