@@ -1,5 +1,5 @@
 // Uses one operation of each interface that hosts are offered, against an installed libvesk: whatever is declared
-// and not exported, or exported and not declared, shows here. Prints what failed; the exit status is the number.
+// and not exported shows here. Prints what failed; the exit status is the number.
 #include <unistd.h>
 
 #include <array>
@@ -102,6 +102,11 @@ void devicesAndSessions(const std::string& folder) {
   expect(session->startSession() == 0 && session->stopSession() == 0, "a record session");
   camera->closeDevice();
   microphone->closeDevice();
+  const auto supervisor = vesk::VeskRecordingSupervisor::initWithEventHandler({});
+  expect(!supervisor->isActive() && vesk::VeskRecordingSupervisor::checkFile(folder + "/session.mov"), "a supervisor");
+  expect(vesk::leftoversIn(folder).empty() && vesk::finishLeftoversOf(folder + "/session.mov").empty(), "leftovers");
+  expect(vesk::defaultCamera() && vesk::defaultMicrophone() && vesk::chooseVideoFormat(*camera).format, "choices");
+  vesk::capture::Transport::shared().setLimit(std::nullopt);
   expect(vesk::recoverMovie(folder + "/none.mov").outcome == vesk::RecoveryOutcome::kFailed, "recovery");
 }
 
@@ -109,6 +114,7 @@ void moviesAndImages(const std::string& folder) {
   const auto creator = vesk::CreateMovieCreator((folder + "/creator.mov").c_str());
   const vesk::_VeskAudioDescription sound{0x636D, 1, 48000, 16};
   expect(creator && creator->Open(nullptr, &sound) == 0 && creator->Close() == 0, "a movie creator");
+  expect(vesk::VeskMovieAssetCreator(folder + "/asset.mov").Open(nullptr, &sound) == 0, "a movie asset creator");
   vesk::AVAssetWriterAdapter(folder + "/adapter.mov", false, true).finish();
   const std::array<uint8_t, 960> silence{};
   vesk::PCMAudioSampleGenerator pcm(48000, 1, 16);
@@ -126,6 +132,14 @@ void moviesAndImages(const std::string& folder) {
   const auto decoder = vesk::ICMDecoder::initWithWidth(4, 2, vesk::kCMPixelFormat_422YpCbCr8);
   decoder->setDelegate(&receiver);
   expect(decoder->decompressData(silence.data(), 16, 0) == 0 && receiver.images == 1, "a decoder");
+
+  const auto image =
+      vesk::CIImage::imageWithCVImageBuffer(vesk::CVPixelBuffer::create(4, 2, vesk::kCMPixelFormat_422YpCbCr8));
+  const auto bitmap = vesk::NSBitmapImageRep::initWithCIImage(image);
+  expect(bitmap && !bitmap->representationUsingType(vesk::NSJPEGFileType).empty(), "a picture file");
+  expect(vesk::CMBlockBuffer::create(8) != nullptr, "memory of samples");
+  expect(!vesk::PropertyList::dictionaryWithData({}).has_value(), "property lists");
+  vesk::NSBundle::mainBundle();
 
   const auto view = vesk::VeskPreviewView::initWithFrame({0, 0, 64, 48});
   view->setImage(nullptr);
