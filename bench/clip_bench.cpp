@@ -78,7 +78,7 @@ int main(int argc, char** argv) {
   const std::string out = argv[4];
   setStandardOutput(stderr);
   const auto error = capture::selectSource("file:" + std::string(argv[3]), {.pace = capture::Pace::kFast});
-  if (!error.empty()) fail(error);
+  if (error) fail(error.what);
   const auto manager = VeskDeviceManager::getSharedInstance();
   const uint32_t code = codec == "avc1" ? kCMVideoCodecType_H264 : kCMPixelFormat_422YpCbCr8;
   const auto camera = openFirst<VeskVideoDevice, CMVideoFormatDescriptionRef>(*manager->getVideoDeviceList(), code);

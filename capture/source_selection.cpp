@@ -13,14 +13,14 @@ namespace vesk::capture {
 namespace {
 
 using SourcePtr = std::shared_ptr<CaptureSource>;
-using Factory = SourcePtr (*)(const std::string& argument, const SourceOptions& options, SourceError& error);
+using Factory = SourcePtr (*)(const std::string& argument, const SourceOptions& options, Error& error);
 
-SourcePtr makeSimulated(const std::string&, const SourceOptions& options, SourceError&) {
+SourcePtr makeSimulated(const std::string&, const SourceOptions& options, Error&) {
   return std::make_shared<SimulatedSource>(options);
 }
 
-SourcePtr makeLinux(const std::string&, const SourceOptions&, SourceError&) {
-  std::string why;  // there are no microphones: that is told when one is asked for
+SourcePtr makeLinux(const std::string&, const SourceOptions&, Error&) {
+  Error why;  // there are no microphones: that is told when one is asked for
   return std::make_shared<LinuxSource>(std::make_shared<LinuxCameras>(),
                                        std::make_shared<SoundSource>(makeSoundSystem(why)));
 }
@@ -50,23 +50,29 @@ const SourceKind* kindOf(std::string_view text) {
   return nullptr;
 }
 
-SourcePtr makeOne(const std::string& text, const SourceOptions& options, SourceError& error) {
+Error notSetUp(const std::string& text, const std::string& why = {}) {
+  return {Cause::kOther, "the capture source \"" + text + "\" could not be set up" + (why.empty() ? "" : ": " + why),
+          ""};
+}
+
+SourcePtr makeOne(const std::string& text, const SourceOptions& options, Error& error) {
   const SourceKind* kind = kindOf(text);
   if (!kind) {
-    error = "there is no capture source \"" + text + "\": use simulated, file:PATH, linux, or several joined by +";
+    error = {Cause::kWrongUse, "there is no capture source \"" + text + "\"",
+             "Name simulated, file:PATH or linux, or several joined by +."};
     return nullptr;
   }
   if (!kind->make) {
-    error = "the capture source \"" + text + "\" is not built in";
+    error = {Cause::kNotSupported, "the capture source \"" + text + "\" is not built in", ""};
     return nullptr;
   }
   const std::string argument = kind->takesArgument ? text.substr(kind->name.size() + 1) : "";
   if (kind->takesArgument && argument.empty()) {
-    error = "the capture source \"" + text + "\" lacks a path";
+    error = {Cause::kWrongUse, "the capture source \"" + text + "\" lacks a path", "Write it behind the colon."};
     return nullptr;
   }
   SourcePtr source = kind->make(argument, options, error);
-  if (!source && error.empty()) error = "the capture source \"" + text + "\" could not be set up";
+  if (!source && !error) error = notSetUp(text);
   return source;
 }
 
@@ -88,7 +94,7 @@ std::vector<std::string> splitSourceText(const std::string& text) {
 namespace {
 
 /// The source that `text` names; null with the reason in `error`.
-SourcePtr makeSource(const std::string& text, const SourceOptions& options, SourceError& error) {
+SourcePtr makeSource(const std::string& text, const SourceOptions& options, Error& error) {
   std::vector<SourcePtr> sources;
   for (const std::string& name : splitSourceText(text)) {
     SourcePtr source = makeOne(name, options, error);
@@ -100,15 +106,15 @@ SourcePtr makeSource(const std::string& text, const SourceOptions& options, Sour
 
 }  // namespace
 
-SourceError selectSource(const std::string& text, const SourceOptions& options) {
-  SourceError error;
+Error selectSource(const std::string& text, const SourceOptions& options) {
+  Error error;
   try {
     SourcePtr source = makeSource(text, options, error);
     if (source) setSource(std::move(source));
   } catch (const std::exception& exception) {
-    error = "the capture source \"" + text + "\" could not be set up: " + exception.what();
+    error = notSetUp(text, exception.what());
   } catch (...) {
-    error = "the capture source \"" + text + "\" could not be set up";
+    error = notSetUp(text);
   }
   return error;
 }

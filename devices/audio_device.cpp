@@ -68,47 +68,46 @@ void VeskAudioDevice::setFormat(const CMAudioFormatDescriptionRef& format) {
 }
 
 int32_t VeskAudioDevice::startCapture() {
-  if (!mIsOpen) return kVeskStatusNotOpen;
-  if (mIsCapturing) return kVeskStatusSuccess;
-  if (!mState->mFormat) return kVeskStatusNoFormat;
+  if (!mIsOpen) return notOpen();
+  if (mIsCapturing) return answered(kVeskStatusSuccess);
+  if (!mState->mFormat) return noFormatChosen();
 
   const ACICaptureParameters parameters = audioCaptureParameters(*mState->mFormat);
-  if (ACI_Set_Capture_Parameters(mHandle, &parameters) != kVCISuccess) return kVeskStatusNoFormat;
+  if (ACI_Set_Capture_Parameters(mHandle, &parameters) != kVCISuccess) return answered(kVeskStatusNoFormat);
   int32_t status = ACI_Subscribe_Event(mHandle, kACIEventPacket, AudioFrameCompletionCallback, captureContext());
-  if (status != kVCISuccess) return status;
+  if (status != kVCISuccess) return answered(status);
   status = ACI_Start_Capture(mHandle);
-  if (status == kVCIBusy) return kVeskStatusMicrophoneInUse;
   mIsCapturing = status == kVCISuccess;
-  return status;
+  return answered(status == kVCIBusy ? int32_t{kVeskStatusMicrophoneInUse} : status);
 }
 
 int32_t VeskAudioDevice::stopCapture() {
-  if (!mIsOpen) return kVeskStatusNotOpen;
+  if (!mIsOpen) return notOpen();
   if (!mIsCapturing) return kVeskStatusSuccess;
-  if (ACI_Stop_Capture(mHandle) != kVCISuccess) return kVeskStatusFailed;
-  if (ACI_UnSubscribe_Event(mHandle, kACIEventPacket) != kVCISuccess) return kVeskStatusFailed;
+  if (ACI_Stop_Capture(mHandle) != kVCISuccess) return answered(kVeskStatusFailed);
+  if (ACI_UnSubscribe_Event(mHandle, kACIEventPacket) != kVCISuccess) return answered(kVeskStatusFailed);
   mIsCapturing = false;
-  return kVeskStatusSuccess;
+  return answered(kVeskStatusSuccess);
 }
 
 bool VeskAudioDevice::isMuteOn() const {
   uint8_t mute = 0;
-  ACI_Get_Mic_Mute(mHandle, &mute);
+  answered(ACI_Get_Mic_Mute(mHandle, &mute));
   return mute != 0;
 }
 
 void VeskAudioDevice::setMute(bool mute) {
-  ACI_Set_Mic_Mute(mHandle, mute ? 1 : 0);
+  answered(ACI_Set_Mic_Mute(mHandle, mute ? 1 : 0));
 }
 
 std::optional<int32_t> VeskAudioDevice::getVolumeCur() const {
   uint32_t volume = 0;
-  if (ACI_Get_Mic_Volume(mHandle, &volume) != kVCISuccess) return std::nullopt;
+  if (answered(ACI_Get_Mic_Volume(mHandle, &volume)) != kVCISuccess) return std::nullopt;
   return static_cast<int32_t>(volume);
 }
 
 void VeskAudioDevice::setVolumeCur(int32_t volume) {
-  ACI_Set_Mic_Volume(mHandle, static_cast<uint8_t>(volume));
+  answered(ACI_Set_Mic_Volume(mHandle, static_cast<uint8_t>(volume)));
 }
 
 }  // namespace vesk

@@ -5,10 +5,12 @@
 #include <utility>
 
 #include <vesk/audio_device.h>
+#include <vesk/capture_host.h>
 #include <vesk/dispatch_queue.h>
 #include <vesk/log.h>
 #include "devices/audio_device_state.h"
 #include "devices/delegate_list.h"
+#include "platform/foundation/errors.h"
 #include "platform/metering/av_capture_device.h"
 
 namespace vesk {
@@ -46,8 +48,11 @@ int32_t VeskAudioDevice::startVUMeter() {
   mState->mAudioPreviewOutput = std::make_shared<AVCaptureAudioPreviewOutput>();
   mState->mAudioPreviewOutput->setVolume(0.0F);
   mState->mSession->addOutput(mState->mAudioPreviewOutput);
-  setSelectedAudioDevice(microphoneOf(*mDeviceInfo));
+  Error why = listen();
   mState->mSession->startRunning();
+  if (!why && !mState->mSession->isFlowing()) why = capture::lastError();
+  logError(why);
+  failed(kVeskStatusFailed, std::move(why));
 
   mState->isMetering = std::make_shared<std::atomic<bool>>(true);
   const auto weak = weak_from_this();
@@ -56,6 +61,16 @@ int32_t VeskAudioDevice::startVUMeter() {
   });
   NSLog(std::string("IsRunning ") + (mState->mSession->isRunning() ? "YES" : "NO"));
   return kVeskStatusSuccess;
+}
+
+/// Makes the meter listen to the device itself. @return why it cannot
+Error VeskAudioDevice::listen() {
+  const auto microphone = microphoneOf(*mDeviceInfo);
+  const Error notFound = capture::lastError();
+  setSelectedAudioDevice(microphone);
+  if (mState->mAudioDeviceInput) return {};
+  if (microphone) return capture::lastError();
+  return notFound ? notFound : Error{Cause::kUnplugged, inText() + " is not there any more", "Plug it in again."};
 }
 
 void VeskAudioDevice::setSelectedAudioDevice(const std::shared_ptr<const AVCaptureDevice>& device) {

@@ -5,10 +5,12 @@
 #include <utility>
 
 #include <vesk/audio_device.h>
+#include <vesk/capture_host.h>
 #include <vesk/log.h>
 #include <vesk/vci.h>
 #include <vesk/video_device.h>
 #include "devices/delegate_list.h"
+#include "platform/foundation/errors.h"
 
 namespace vesk {
 
@@ -21,7 +23,8 @@ std::shared_ptr<VeskAVDevice> VeskAVDevice::newDevice(std::shared_ptr<VeskDevice
 VeskAVDevice::VeskAVDevice(std::shared_ptr<VeskDeviceInfo> info)
     : mDeviceInfo(std::move(info)),
       mDelegates(std::make_shared<DelegateList>(mDeviceInfo)),
-      mContext(DelegateList::ticketFor(mDelegates)) {}
+      mContext(DelegateList::ticketFor(mDelegates)),
+      mLastError(std::make_unique<LastError>()) {}
 
 VeskAVDevice::~VeskAVDevice() {
   DelegateList::withdrawTicket(mContext);
@@ -42,14 +45,45 @@ const VeskDeviceDelegates& VeskAVDevice::delegates() const {
   return *mDelegates;
 }
 
+Error VeskAVDevice::lastError() const {
+  return mLastError->get();
+}
+
+std::string VeskAVDevice::inText() const {
+  const bool isCamera = mDeviceInfo->deviceType() == kVeskDeviceTypeVideo;
+  return std::string(isCamera ? "the camera \"" : "the microphone \"") + mDeviceInfo->name().value_or("") + "\"";
+}
+
+int32_t VeskAVDevice::notOpen() const {
+  return failed(kVeskStatusNotOpen, {Cause::kWrongUse, inText() + " is not open", ""});
+}
+
+int32_t VeskAVDevice::noFormatChosen() const {
+  return failed(kVeskStatusNoFormat, {Cause::kNoFormat, "no format has been chosen for " + inText(), ""});
+}
+
+int32_t VeskAVDevice::failed(int32_t status, Error why) const {
+  mLastError->set(std::move(why));
+  return status;
+}
+
+int32_t VeskAVDevice::answered(int32_t status) const {
+  if (status == kVeskStatusSuccess)
+    mLastError->clear();
+  else
+    mLastError->set(capture::lastError());
+  return status;
+}
+
 int32_t VeskAVDevice::openHandle(void* (*open)(const char16_t* path)) {
-  if (mIsOpen) return kVeskStatusSuccess;
+  if (mIsOpen) return answered(kVeskStatusSuccess);
   const auto path = mDeviceInfo->pathUnits();
-  if (!path || path->size() >= std::size(CaptureDeviceRecord{}.path)) return kVeskStatusFailed;
+  if (!path || path->size() >= std::size(CaptureDeviceRecord{}.path))
+    return failed(kVeskStatusFailed, {Cause::kWrongUse, "the record of " + inText() + " has no path to open", ""});
   mHandle = open(path->c_str());
   mIsCapturing = false;  // a stop that failed before the last close is of no matter to a new handle
   mIsOpen = mHandle != nullptr;
-  return mIsOpen ? kVeskStatusSuccess : kVeskStatusFailed;
+  return answered(mIsOpen ? kVeskStatusSuccess : kVeskStatusFailed);
 }
 
 void VeskAVDevice::closeHandle() {

@@ -156,25 +156,27 @@ void VeskVideoDevice::setFrameInterval(std::optional<uint32_t> interval) {
 }
 
 int32_t VeskVideoDevice::setCaptureFormat(const CMVideoFormatDescriptionRef& format) {
-  if (!mIsOpen) return kVeskStatusNotOpen;
-  if (!format) return kVeskStatusNoFormat;
+  if (!mIsOpen) return notOpen();
+  if (!format) return noFormatChosen();
   const VCICaptureParameters parameters = videoCaptureParameters(*format, mState->captureInterval.get());
-  return VCI_Set_Capture_Parameters(mHandle, &parameters) == kVCISuccess ? kVeskStatusSuccess : kVeskStatusNoFormat;
+  const bool isSet = VCI_Set_Capture_Parameters(mHandle, &parameters) == kVCISuccess;
+  return answered(isSet ? kVeskStatusSuccess : kVeskStatusNoFormat);
 }
 
 int32_t VeskVideoDevice::startCapture() {
   if (mIsCapturing) {
     mState->recordings.leaveAtMost(AfterRecording::kStayOn);
-    return kVeskStatusSuccess;
+    return answered(kVeskStatusSuccess);
   }
-  if (!mIsOpen) return kVeskStatusNotOpen;
-  if (!mState->mFormat) return kVeskStatusNoFormat;
+  if (!mIsOpen) return notOpen();
+  if (!mState->mFormat) return noFormatChosen();
 
   setCaptureFormat(mState->mFormat);
   if (VCI_Subscribe_Event(mHandle, kVCIEventFrame, VideoFrameCompletionCallback, captureContext()) != kVCISuccess)
-    return kVeskStatusFailed;
+    return answered(kVeskStatusFailed);
   mState->mSubstream = mState->mFormat->mediaSubType() == kCMVideoCodecType_H264 ? 1 : 0;
   const int32_t status = VCI_Start_Capture(mHandle, mState->mSubstream);
+  if (status != kVCISuccess) answered(kVeskStatusFailed);  // what follows has an error of its own
   if (status == kVCIBusy) {
     VCI_UnSubscribe_Event(mHandle, kVCIEventFrame);
     return kVeskStatusCameraInUse;
@@ -182,16 +184,16 @@ int32_t VeskVideoDevice::startCapture() {
   if (status != kVCISuccess) return kVeskStatusFailed;
   mIsCapturing = true;
   mState->recordings.leaveAtMost(AfterRecording::kStayOn);
-  return kVeskStatusSuccess;
+  return answered(kVeskStatusSuccess);
 }
 
 int32_t VeskVideoDevice::stopCapture() {
   if (!mIsCapturing) return kVeskStatusSuccess;
-  if (!mIsOpen) return kVeskStatusNotOpen;
-  if (VCI_Stop_Capture(mHandle, mState->mSubstream) != kVCISuccess) return kVeskStatusFailed;
-  if (VCI_UnSubscribe_Event(mHandle, kVCIEventFrame) != kVCISuccess) return kVeskStatusFailed;
+  if (!mIsOpen) return notOpen();
+  if (VCI_Stop_Capture(mHandle, mState->mSubstream) != kVCISuccess) return answered(kVeskStatusFailed);
+  if (VCI_UnSubscribe_Event(mHandle, kVCIEventFrame) != kVCISuccess) return answered(kVeskStatusFailed);
   mIsCapturing = false;
-  return kVeskStatusSuccess;
+  return answered(kVeskStatusSuccess);
 }
 
 }  // namespace vesk

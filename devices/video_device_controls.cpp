@@ -76,23 +76,21 @@ int32_t VeskVideoDevice::getProperty(ControlRequest request, const capture::Prop
                                      std::span<uint8_t> value) const {
   const VCIPropertySet record = propertySetRecord(set);
   auto size = static_cast<uint32_t>(value.size());
-  return VCI_Get_Property(mHandle, static_cast<uint32_t>(request), &record, &number, value.data(), &size, 0, 0);
+  return answered(
+      VCI_Get_Property(mHandle, static_cast<uint32_t>(request), &record, &number, value.data(), &size, 0, 0));
 }
 
 int32_t VeskVideoDevice::setProperty(const capture::PropertySetIdentifier& set, uint32_t number,
                                      std::span<const uint8_t> value) const {
   const VCIPropertySet record = propertySetRecord(set);
   const auto size = static_cast<uint32_t>(value.size());
-  return VCI_Set_Property(mHandle, &record, &number, value.data(), &size, 0, 0);
+  return answered(VCI_Set_Property(mHandle, &record, &number, value.data(), &size, 0, 0));
 }
 
-std::optional<int64_t> VeskVideoDevice::readControl(const CameraControl& control, ControlRequest request,
-                                                    int32_t* status) const {
+std::optional<int64_t> VeskVideoDevice::readControl(const CameraControl& control, ControlRequest request) const {
   uint8_t bytes[kLargestValue] = {};
   const std::span value(bytes, control.size);
-  const int32_t answer = getProperty(request, control.set, control.number, value);
-  if (status) *status = answer;
-  if (answer != kVCISuccess) return std::nullopt;
+  if (getProperty(request, control.set, control.number, value) != kVCISuccess) return std::nullopt;
   return numberOf(control.type, value.subspan(isSecond(control) ? widthOf(control.type) : 0));
 }
 
@@ -104,11 +102,12 @@ int32_t VeskVideoDevice::writeControl(const CameraControl& control, int64_t numb
   if (control.place != ControlPlace::kAlone)
     putNumber(control.type, otherNumber(control), value.subspan(widthOf(control.type) - place));
   const int32_t status = setProperty(control.set, control.number, value);
-  if (control.type == ControlType::kExposureMode && number == 0) {
-    const uint8_t keepsRate = 0;
-    setProperty(control.set, capture::kAutoExposurePriority, {&keepsRate, 1});
-  }
-  return status;
+  if (control.type != ControlType::kExposureMode || number != 0) return status;
+  // Whether the camera can also be kept from slowing down is of no matter to whoever set the mode.
+  const Error why = lastError();
+  const uint8_t keepsRate = 0;
+  setProperty(control.set, capture::kAutoExposurePriority, {&keepsRate, 1});
+  return failed(status, why);
 }
 
 /// What is sent beside a number that shares its property's value: where the head points in the other

@@ -130,7 +130,7 @@ std::vector<Finding> diagnose(const std::string& movies) {
   Findings findings;
   const bool hasEncoder = H264Encoder::isPresent();
   const std::vector<DiagnosedCamera> cameras = checkCameras(places, *V4L2Calls::system(), hasEncoder, findings);
-  std::string ignored;
+  Error ignored;
   SoundSystems sound{makePulseSoundSystem(ignored), nullptr};
   if (!sound.server) sound.drivers = makeAlsaSoundSystem({}, ignored);
   checkSound(places, sound, cameras, findings);

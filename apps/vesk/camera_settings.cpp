@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include <vesk/vci.h>
 #include "apps/vesk/choices.h"
 #include "apps/vesk/device_events.h"
 #include "apps/vesk/output.h"
@@ -25,9 +24,8 @@ void applyOne(VeskVideoDevice& camera, const std::map<std::string, int64_t>& val
               const CameraControl* control, int64_t value, Outcome& outcome) {
   const auto refuse = [&](const std::string& reason) { outcome.refused.emplace_back(name, reason); };
   if (!control || control->isMomentary()) return refuse("there is no such setting");
-  int32_t status = kVCISuccess;
-  const auto state = stateOf(camera, *control, &status);
-  if (!state) return refuse(status == kVCIFailed ? "the camera does not answer" : "the camera does not have it");
+  const auto state = stateOf(camera, *control);
+  if (!state) return refuse(isMissing(camera.lastError()) ? "the camera does not have it" : camera.lastError().what);
   if (!state->takes(value)) return refuse(fmt::format("{} is out of its range, {}", value, rangeText(*state)));
   if (state->isAutomatic.value_or(false)) {
     const auto mode = values.find(std::string(cameraControl(*control->automatic).name));
@@ -36,8 +34,7 @@ void applyOne(VeskVideoDevice& camera, const std::map<std::string, int64_t>& val
       return;
     }
   }
-  status = camera.writeControl(*control, value);
-  if (status != kVCISuccess) return refuse(reasonOf(status, *state));
+  if (camera.writeControl(*control, value) != 0) return refuse(reasonOf(camera.lastError(), *state));
   outcome.applied.push_back(name);
 }
 
@@ -63,8 +60,8 @@ std::shared_ptr<VeskVideoDevice> cameraOf(const ControlSettings& settings) {
 
 }  // namespace
 
-std::optional<ControlState> stateOf(const VeskVideoDevice& camera, const CameraControl& control, int32_t* status) {
-  const auto current = camera.readControl(control, ControlRequest::kCurrent, status);
+std::optional<ControlState> stateOf(const VeskVideoDevice& camera, const CameraControl& control) {
+  const auto current = camera.readControl(control, ControlRequest::kCurrent);
   if (!current) return std::nullopt;
   ControlState state{control, {}, {}, *current, camera.readControl(control, ControlRequest::kDefault), {}};
   if (!control.isSwitch()) {
@@ -87,32 +84,32 @@ std::optional<ControlState> stateOf(const VeskVideoDevice& camera, const CameraC
 std::vector<ControlState> statesOf(const VeskVideoDevice& camera) {
   std::vector<ControlState> states;
   std::vector<std::string_view> silent;
+  Error why;
   for (const CameraControl& control : cameraControls()) {
-    int32_t status = kVCISuccess;
-    if (auto state = stateOf(camera, control, &status))
+    if (auto state = stateOf(camera, control)) {
       states.push_back(*state);
-    else if (status == kVCIFailed)
+    } else if (const Error error = camera.lastError(); !isMissing(error)) {
       silent.push_back(control.name);
+      why = error;
+    }
   }
   if (silent.empty()) return states;
-  const std::string name = nameOf(*camera.deviceInfo());
-  if (states.empty()) throw noAnswer(name);
-  sayLine("vesk: \"{}\" did not answer when asked for {}.", name, fmt::join(silent, ", "));
+  if (states.empty()) throw Failure(kFailed, why);
+  sayLine("vesk: \"{}\" did not answer when asked for {}.", nameOf(*camera.deviceInfo()), fmt::join(silent, ", "));
   return states;
 }
 
-Failure noAnswer(const std::string& name) {
-  return {kFailed, fmt::format("\"{}\" does not answer when asked for its controls.", name), "Plug it in again."};
+bool isMissing(const Error& error) {
+  return error.cause == Cause::kNotSupported || error.cause == Cause::kRefused;
 }
 
 std::string rangeText(const ControlState& state) {
   return state.minimum ? fmt::format("{} to {}", *state.minimum, *state.maximum) : "?";
 }
 
-std::string reasonOf(int32_t status, const ControlState& state) {
-  if (status == kVCIPropertyNotSupported) return "the camera does not have it";
+std::string reasonOf(const Error& error, const ControlState& state) {
   if (state.isAutomatic.value_or(false)) return fmt::format("{} is on", cameraControl(*state.control.automatic).name);
-  return fmt::format("the camera refused {}", status == kVCIInvalidArgument ? "the value" : "it");
+  return error.what;
 }
 
 Outcome applySettings(VeskVideoDevice& camera, const std::map<std::string, int64_t>& values) {

@@ -26,19 +26,17 @@ struct ControlState {
   bool takes(int64_t value) const { return !minimum || (value >= *minimum && value <= *maximum); }
 };
 
-/// A control of an open camera; none when the camera does not have it, or does not answer: `status`, where
-/// given, is then kVCIFailed.
-std::optional<ControlState> stateOf(const VeskVideoDevice& camera, const CameraControl& control,
-                                    int32_t* status = nullptr);
+/// A control of an open camera; none when the camera does not have it, or does not answer: its lastError says.
+std::optional<ControlState> stateOf(const VeskVideoDevice& camera, const CameraControl& control);
 /// All that the camera has; standard error names those that it did not answer for.
 /// @throws Failure when it answers for none
 std::vector<ControlState> statesOf(const VeskVideoDevice& camera);
-/// What to say of a camera that does not answer.
-Failure noAnswer(const std::string& name);
+/// Whether a camera does not have the control that it was asked for, rather than not answering.
+bool isMissing(const Error& error);
 /// "-64 to 64", or "?" where nobody tells it.
 std::string rangeText(const ControlState& state);
-/// Why a camera did not take a value.
-std::string reasonOf(int32_t status, const ControlState& state);
+/// Why a camera did not take a value, after "brightness was not set: ".
+std::string reasonOf(const Error& error, const ControlState& state);
 
 /// What becomes of settings that are applied together.
 struct Outcome {

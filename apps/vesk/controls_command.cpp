@@ -10,7 +10,6 @@
 #include <system_error>
 #include <vector>
 
-#include <vesk/vci.h>
 #include <vesk/video_device.h>
 #include "apps/vesk/camera_settings.h"
 #include "apps/vesk/choices.h"
@@ -33,9 +32,8 @@ const CameraControl& controlNamed(const std::string& name) {
 }
 
 ControlState requiredState(const VeskVideoDevice& camera, const CameraControl& control) {
-  int32_t status = kVCISuccess;
-  if (auto state = stateOf(camera, control, &status)) return *state;
-  if (status == kVCIFailed) throw noAnswer(nameOf(*camera.deviceInfo()));
+  if (auto state = stateOf(camera, control)) return *state;
+  if (const Error error = camera.lastError(); !isMissing(error)) throw Failure(kFailed, error);
   throw Failure(kFailed, fmt::format("\"{}\" has no {}.", nameOf(*camera.deviceInfo()), control.name),
                 "\"vesk controls list\" shows what it has.");
 }
@@ -166,9 +164,9 @@ class Controls {
 
   void write(const ControlState& before, int64_t value) {
     const std::string name(before.control.name);
-    if (const int32_t status = mCamera->writeControl(before.control, value)) {
+    if (mCamera->writeControl(before.control, value) != 0) {
       const bool isRuled = before.isAutomatic.value_or(false);
-      throw Failure(kBusy, fmt::format("{} was not set: {}.", name, reasonOf(status, before)),
+      throw Failure(kBusy, fmt::format("{} was not set: {}.", name, reasonOf(mCamera->lastError(), before)),
                     isRuled ? fmt::format("Turn it off first: vesk controls set {} off.",
                                           cameraControl(*before.control.automatic).name)
                             : "\"vesk controls list\" shows what it takes.");

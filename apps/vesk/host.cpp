@@ -148,9 +148,7 @@ Host::Host(const GlobalOptions& options) {
   }
   const capture::SourceOptions sourceOptions{options.pace == "fast" ? capture::Pace::kFast : capture::Pace::kRealTime,
                                              options.loop};
-  const capture::SourceError error = capture::selectSource(source, sourceOptions);
-  if (!error.empty())
-    throw Failure(kNoSuchDevice, error + ".", "Name a source with --capture: simulated, file:PATH or linux.");
+  if (const Error error = capture::selectSource(source, sourceOptions)) throw Failure(kNoSuchDevice, error);
   VeskDeviceManager::getSharedInstance();
 }
 

@@ -4,7 +4,6 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
-#include <vesk/vci.h>
 #include <vesk/video_device.h>
 #include "apps/vesk/camera_settings.h"
 #include "apps/vesk/choices.h"
@@ -29,9 +28,8 @@ std::shared_ptr<VeskVideoDevice> chooseHead(const std::string& text) {
   std::shared_ptr<VeskVideoDevice> camera = chooseCamera(text);
   openDevice(*camera);
   if (camera->isNudgeSupported()) return camera;
-  int32_t status = kVCISuccess;
-  stateOf(*camera, cameraControl(ControlID::kRelativePan), &status);
-  if (status == kVCIFailed) throw noAnswer(nameOf(*camera->deviceInfo()));
+  if (!stateOf(*camera, cameraControl(ControlID::kRelativePan)) && !isMissing(camera->lastError()))
+    throw Failure(kFailed, camera->lastError());
   const Failure failure(kFailed, fmt::format("\"{}\" has no head that can be nudged.", nameOf(*camera->deviceInfo())),
                         camera->getPanCur() ? "Its head is sent to positions: vesk controls set pan 36000."
                                             : "Name a camera that has one with --camera.");

@@ -3,6 +3,9 @@
 #include <nlohmann/json_fwd.hpp>
 #include <stdexcept>
 #include <string>
+#include <utility>
+
+#include <vesk/error.h>
 
 namespace vesk::program {
 
@@ -20,11 +23,17 @@ enum ExitStatus : int {
 class Failure : public std::runtime_error {
  public:
   Failure(ExitStatus exitStatus, const std::string& what, std::string remedy)
-      : std::runtime_error(what), status(exitStatus), hint(std::move(remedy)) {}
+      : std::runtime_error(what), status(exitStatus), hint(std::move(remedy)), cause(usualCause(exitStatus)) {}
+  /// Of an error of the library's, with the program's own commands added to its remedy.
+  Failure(ExitStatus exitStatus, const Error& error);
 
   ExitStatus status;
   std::string hint;
+  Cause cause;
   bool isTold = false;  ///< to the person already: a script is still told, and the exit status stands
+
+ private:
+  static Cause usualCause(ExitStatus status);
 };
 
 /// A device that is not there: it may come.

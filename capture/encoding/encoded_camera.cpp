@@ -5,8 +5,8 @@
 #include <utility>
 
 #include <vesk/four_char_code.h>
-#include <vesk/log.h>
 #include <vesk/vci.h>
+#include "capture/interface/call_error.h"
 #include "capture/interface/frame_intervals.h"
 #include "capture/interface/usual_bit_rate.h"
 
@@ -63,8 +63,8 @@ int32_t EncodedCamera::start(uint32_t substream, FrameCallback callback) {
   try {
     return startEncoded(*plan, std::move(callback));
   } catch (const std::exception& exception) {
-    NSLog("The camera \"" + mName + "\" could not be started: " + exception.what() + ".");
-    return kVCIFailed;
+    const std::string camera = deviceText(DeviceKind::kVideo, mName);
+    return failed(kVCIFailed, {Cause::kOther, camera + " could not be started: " + exception.what(), ""});
   }
 }
 

@@ -7,6 +7,8 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/log.h>
+#include <vesk/vci.h>
+#include "capture/interface/call_error.h"
 #include "capture/interface/usual_bit_rate.h"
 #include "platform/decompression/av_layout.h"
 #include "platform/pixels/picture_conversion.h"
@@ -31,14 +33,19 @@ std::shared_ptr<EncodedStream> EncodedStream::start(const std::string& camera, c
                                                     uint32_t bitRate, FrameCallback callback) {
   std::shared_ptr<EncodedStream> stream(new EncodedStream(camera, input, std::move(callback)));
   if (!stream->prepare(bitRate)) {
-    NSLog("The pictures of the camera \"" + camera +
-          "\" cannot be encoded: the H.264 encoder could not be set up. Choose another size or format.");
+    failed(kVCIFailed, {Cause::kNoEncoder,
+                        "the pictures of " + deviceText(DeviceKind::kVideo, camera) +
+                            " cannot be encoded: the H.264 encoder could not be set up",
+                        "Choose another size or format."});
     return nullptr;
   }
   try {
     stream->mThread = std::thread([stream] { stream->run(); });
   } catch (const std::system_error& failure) {
-    NSLog("The pictures of the camera \"" + camera + "\" cannot be encoded: " + failure.what() + ".");
+    failed(kVCIFailed,
+           {Cause::kOther,
+            "the pictures of " + deviceText(DeviceKind::kVideo, camera) + " cannot be encoded: " + failure.what(),
+            "Close other programs."});
     return nullptr;
   }
   return stream;

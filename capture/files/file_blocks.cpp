@@ -8,20 +8,33 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <system_error>
+
+#include "platform/foundation/errors.h"
 
 namespace vesk::capture {
+namespace {
 
-std::shared_ptr<FileBlocks> FileBlocks::open(const std::string& path, std::string& error) {
+Error notRegular(const std::string& path) {
+  return {Cause::kUnreadable, fmt::format("{}: is not a regular file", path), "Name a movie or sound file."};
+}
+
+}  // namespace
+
+std::shared_ptr<FileBlocks> FileBlocks::open(const std::string& path, Error& error) {
   // Looked at first: some devices take being opened for a command. A pipe is not waited for either.
   struct stat before {};
   if (stat(path.c_str(), &before) == 0 && !S_ISREG(before.st_mode) && !S_ISDIR(before.st_mode)) {
-    error = fmt::format("{}: is not a regular file", path);
+    error = notRegular(path);
     return nullptr;
   }
   const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
   if (descriptor < 0) {
-    error = errno == ENOENT ? fmt::format("{}: no such file; check the path after \"file:\"", path)
-                            : fmt::format("{}: cannot be opened: {}", path, std::strerror(errno));
+    const int reason = errno;
+    error = {fileCause(reason), fmt::format("{}: cannot be opened: {}", path, std::generic_category().message(reason)),
+             "Choose a file that you may read."};
+    if (reason == ENOENT || reason == ENOTDIR)
+      error = {Cause::kNoFile, fmt::format("{}: no such file", path), "Check the path."};
     return nullptr;
   }
   std::shared_ptr<FileBlocks> file(new FileBlocks(descriptor));
@@ -29,11 +42,11 @@ std::shared_ptr<FileBlocks> FileBlocks::open(const std::string& path, std::strin
   const bool isKnown = fstat(descriptor, &status) == 0;
   if (isKnown && S_ISREG(status.st_mode) && status.st_size > 0) return file;
   if (isKnown && S_ISREG(status.st_mode)) {
-    error = fmt::format("{}: the file is empty", path);
+    error = {Cause::kUnreadable, fmt::format("{}: the file is empty", path), "Name a movie or sound file."};
   } else if (isKnown && S_ISDIR(status.st_mode)) {
-    error = fmt::format("{}: is a folder; name a movie or sound file in it", path);
+    error = {Cause::kWrongUse, fmt::format("{}: is a folder", path), "Name a movie or sound file in it."};
   } else {
-    error = fmt::format("{}: is not a regular file", path);
+    error = notRegular(path);
   }
   return nullptr;
 }

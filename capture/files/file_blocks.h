@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include <vesk/error.h>
 #include "platform/foundation/mutex.h"
 
 namespace vesk::capture {
@@ -16,8 +17,8 @@ namespace vesk::capture {
 /// Threads: any.
 class FileBlocks {
  public:
-  /// @return null with one line for a person in `error`.
-  static std::shared_ptr<FileBlocks> open(const std::string& path, std::string& error);
+  /// @return null with the reason in `error`.
+  static std::shared_ptr<FileBlocks> open(const std::string& path, Error& error);
   ~FileBlocks();
   FileBlocks(const FileBlocks&) = delete;
   FileBlocks& operator=(const FileBlocks&) = delete;

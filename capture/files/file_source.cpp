@@ -88,9 +88,8 @@ class FileDevice : public CaptureDevice {
     auto reader = mFootage->reader(mKind, error);
     auto units = reader ? makeUnits(std::move(reader), error) : nullptr;
     if (!units) {
-      NSLog(error);
       if (mIsExclusive) mFootage->release(mKind);
-      return kVCIFailed;
+      return failed(kVCIFailed, {Cause::kUnreadable, std::move(error), "Name a movie or sound file that plays."});
     }
     mStream = std::make_shared<TrackStream>(std::move(units), std::move(callback), mFootage->loop(), mFootage->name());
     mFootage->scheduler().add(mStream);
@@ -251,14 +250,13 @@ class FileSource : public CaptureSource {
 
 }  // namespace
 
-std::shared_ptr<CaptureSource> makeFileSource(const std::string& path, const SourceOptions& options,
-                                              SourceError& error) {
+std::shared_ptr<CaptureSource> makeFileSource(const std::string& path, const SourceOptions& options, Error& error) {
   return makeFileSource(path, options, error, Transport::shared());
 }
 
-std::shared_ptr<CaptureSource> makeFileSource(const std::string& path, const SourceOptions& options, SourceError& error,
+std::shared_ptr<CaptureSource> makeFileSource(const std::string& path, const SourceOptions& options, Error& error,
                                               Transport& transport) {
-  error.clear();
+  error = {};
   auto footage = Footage::open(path, options.loop, error);
   if (!footage) return nullptr;
   return std::make_shared<FileSource>(std::move(footage), options, transport);

@@ -12,11 +12,10 @@ namespace vesk::capture {
 /// played by the clock or as fast as the receivers take it, once or in a loop.
 ///
 /// A device is in use by one holder at a time; the two play on one scheduler, so that they keep the
-/// file's synchrony. @return null with one line for a person in `error` when the file is no footage.
-std::shared_ptr<CaptureSource> makeFileSource(const std::string& path, const SourceOptions& options,
-                                              SourceError& error);
+/// file's synchrony. @return null with the reason in `error` when the file is no footage.
+std::shared_ptr<CaptureSource> makeFileSource(const std::string& path, const SourceOptions& options, Error& error);
 /// The same under a transport other than the process's, which must outlive the source and its devices.
-std::shared_ptr<CaptureSource> makeFileSource(const std::string& path, const SourceOptions& options, SourceError& error,
+std::shared_ptr<CaptureSource> makeFileSource(const std::string& path, const SourceOptions& options, Error& error,
                                               Transport& transport);
 
 }  // namespace vesk::capture

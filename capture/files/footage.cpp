@@ -307,16 +307,22 @@ std::vector<uint32_t> PictureTrack::codecs() const {
   return codecs;
 }
 
-std::unique_ptr<Footage> Footage::open(const std::string& path, bool wantsLength, std::string& error) {
+std::unique_ptr<Footage> Footage::open(const std::string& path, bool wantsLength, Error& error) {
   const auto file = FileBlocks::open(path, error);
-  auto container = file ? MediaContainer::open(path, file, error) : nullptr;
-  if (!container) return nullptr;
+  if (!file) return nullptr;
+  std::string unreadable;
+  auto container = MediaContainer::open(path, file, unreadable);
+  if (!container) {
+    error = {Cause::kUnreadable, unreadable, "Name a movie or sound file that plays."};
+    return nullptr;
+  }
   auto footage = std::make_unique<Footage>();
   footage->path = path;
   const int pictureIndex = container->bestTrack(AVMEDIA_TYPE_VIDEO);
   const int soundIndex = container->bestTrack(AVMEDIA_TYPE_AUDIO);
   if (pictureIndex < 0 && soundIndex < 0) {
-    error = fmt::format("{}: has neither a picture nor a sound track", path);
+    error = {Cause::kUnreadable, fmt::format("{}: has neither a picture nor a sound track", path),
+             "Name a movie or sound file that plays."};
     return nullptr;
   }
 
@@ -333,7 +339,8 @@ std::unique_ptr<Footage> Footage::open(const std::string& path, bool wantsLength
   if (pictures.reader) footage->pictures = lookAtPictures(pictures, pictureError);
   if (sound.reader) footage->sound = lookAtSound(sound, soundError);
   if (!footage->pictures && !footage->sound) {
-    error = pictureError.empty() ? soundError : pictureError;
+    error = {Cause::kUnreadable, pictureError.empty() ? soundError : pictureError,
+             "Name a movie or sound file that plays."};
     return nullptr;
   }
   if (!pictureError.empty()) NSLog(pictureError + "; only its sound is offered");

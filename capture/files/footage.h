@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include <vesk/error.h>
 #include "capture/files/track_reader.h"
 #include "capture/files/unit_reader.h"
 
@@ -58,8 +59,8 @@ struct Footage {
   std::unique_ptr<TrackReader> soundReader;
 
   /// Looks into the file at `path`. `wantsLength` has the ends of the tracks found out, for which
-  /// files without an index are read once. @return none with one line for a person in `error`.
-  static std::unique_ptr<Footage> open(const std::string& path, bool wantsLength, std::string& error);
+  /// files without an index are read once. @return none with the reason in `error`.
+  static std::unique_ptr<Footage> open(const std::string& path, bool wantsLength, Error& error);
 };
 
 /// Readers of units for the tracks; `reader` stands at the track's beginning. Null with one line in

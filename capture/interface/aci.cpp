@@ -11,20 +11,20 @@ constexpr DeviceKind kAudio = DeviceKind::kAudio;
 }  // namespace
 
 int32_t ACI_Init(void) {
-  return guarded([] { return Library::shared().initialise(kAudio); });
+  return guarded(kAudio, [] { return Library::shared().initialise(kAudio); });
 }
 
 int32_t ACI_Cleanup(void) {
-  return guarded([] { return Library::shared().cleanUp(kAudio); });
+  return guarded(kAudio, [] { return Library::shared().cleanUp(kAudio); });
 }
 
 int32_t ACI_Enum_Devices(CaptureDeviceRecord* records, uint32_t*, uint32_t* count) {
-  return guarded([&] { return enumerateDevices(kAudio, records, count); });
+  return guarded(kAudio, [&] { return enumerateDevices(kAudio, records, count); });
 }
 
 int32_t ACI_Subscribe_Event(ACI_HANDLE handle, uint32_t event, ACI_EVENT_CALLBACK callback, void* context) {
-  if (!callback) return kVCIInvalidArgument;
-  return guarded([&] {
+  return guarded(kAudio, [&] {
+    if (!callback) return missingArgument();
     const auto fill = [](ACI_EVENT_INFO& info, uint8_t* bytes) { info.packet = bytes; };
     return Library::shared().subscribe(kAudio, handle, event,
                                        eventCallback<ACI_EVENT_INFO>(event, callback, context, fill));
@@ -32,7 +32,7 @@ int32_t ACI_Subscribe_Event(ACI_HANDLE handle, uint32_t event, ACI_EVENT_CALLBAC
 }
 
 int32_t ACI_UnSubscribe_Event(ACI_HANDLE handle, uint32_t event) {
-  return guarded([&] { return Library::shared().subscribe(kAudio, handle, event, {}); });
+  return guarded(kAudio, [&] { return Library::shared().subscribe(kAudio, handle, event, {}); });
 }
 
 ACI_HANDLE ACI_Open_Device(const char16_t* path) {
@@ -51,11 +51,11 @@ int32_t ACI_Enum_Wave_Formats(ACI_HANDLE handle, ACIWaveFormat* formats, uint32_
 }
 
 int32_t ACI_Set_Capture_Parameters(ACI_HANDLE handle, const ACICaptureParameters* parameters) {
-  if (!parameters) return kVCIInvalidArgument;
-  const WaveFormat format{parameters->formatCode, parameters->channels, parameters->samplesPerSecond,
-                          parameters->bitsPerSample};
   return withOpenDevice(kAudio, handle, [&](OpenDevice& open) {
-    return open.setUp([&](CaptureDevice& device) { return device.setWaveFormat(format); });
+    if (!parameters) return missingArgument();
+    const WaveFormat format{parameters->formatCode, parameters->channels, parameters->samplesPerSecond,
+                            parameters->bitsPerSample};
+    return checkedFormat(open.setUp([&](CaptureDevice& device) { return device.setWaveFormat(format); }), kAudio, open);
   });
 }
 
@@ -68,8 +68,8 @@ int32_t ACI_Stop_Capture(ACI_HANDLE handle) {
 }
 
 int32_t ACI_Get_Mic_Mute(ACI_HANDLE handle, uint8_t* mute) {
-  if (!mute) return kVCIInvalidArgument;
   return withDevice(kAudio, handle, [&](CaptureDevice& device) {
+    if (!mute) return missingArgument();
     bool isMuted = false;
     const int32_t status = device.getMute(isMuted);
     if (status == kVCISuccess) *mute = isMuted ? 1 : 0;

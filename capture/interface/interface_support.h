@@ -10,6 +10,7 @@
 
 #include <vesk/capture_records.h>
 #include <vesk/log.h>
+#include "capture/interface/call_error.h"
 #include "capture/interface/library.h"
 #include "capture/interface/wide_text.h"
 
@@ -17,20 +18,32 @@
 
 namespace vesk::capture {
 
-/// Runs the body of an interface function; whatever it throws becomes kVCIFailed.
+/// Runs the body of an interface function, whose error lastError answers from then on; whatever it throws
+/// becomes kVCIFailed.
 template <class Body>
-int32_t guarded(Body&& body) noexcept {
+int32_t guarded(DeviceKind kind, Body&& body) noexcept try {
+  forgetError();
+  int32_t status = kVCIFailed;
   try {
-    return body();
-  } catch (...) {
-    return kVCIFailed;
+    status = body();
+  } catch (const std::exception& exception) {
+    status = failedUnlessSaid(kVCIFailed, {Cause::kOther, deviceText(kind, "") + " failed: " + exception.what(), ""});
+  } catch (...) {  // it has no more to say
   }
+  return endCall(status, kind, "");
+} catch (...) {
+  return kVCIFailed;
+}
+
+/// What a call without one of its arguments answers.
+inline int32_t missingArgument() {
+  return failed(kVCIInvalidArgument, {Cause::kWrongUse, "an argument of the call is missing or makes no sense", ""});
 }
 
 /// Answers an enumeration in two calls, see vci.h: fills `records` from `items` with `fill`.
 template <class Item, class Record, class Fill>
 int32_t enumerate(const std::vector<Item>& items, Record* records, uint32_t* count, Fill fill) {
-  if (!count) return kVCIInvalidArgument;
+  if (!count) return missingArgument();
   const auto available = static_cast<uint32_t>(items.size());
   if (!records) {
     *count = available;
@@ -46,7 +59,7 @@ int32_t enumerate(const std::vector<Item>& items, Record* records, uint32_t* cou
 
 /// The enumeration of a half's devices.
 inline int32_t enumerateDevices(DeviceKind kind, CaptureDeviceRecord* records, uint32_t* count) {
-  if (!count) return kVCIInvalidArgument;
+  if (!count) return missingArgument();
   return enumerate(Library::shared().devices(kind), records, count,
                    [&](const DeviceDescription& device, CaptureDeviceRecord& record) {
                      copyText(recordPath(device.path), record.path);
@@ -61,10 +74,10 @@ inline int32_t enumerateDevices(DeviceKind kind, CaptureDeviceRecord* records, u
 /// the kind, kVCIFailed when it throws.
 template <class Function>
 int32_t withOpenDevice(DeviceKind kind, void* handle, Function&& function) {
-  return guarded([&]() -> int32_t {
+  return guarded(kind, [&]() -> int32_t {
     const auto device = Library::shared().find(kind, handle);
     if (!device) return kVCIInvalidHandle;
-    return function(*device);
+    return endCall(function(*device), kind, device->name());
   });
 }
 
@@ -74,14 +87,21 @@ int32_t withDevice(DeviceKind kind, void* handle, Function&& function) {
   return withOpenDevice(kind, handle, [&](OpenDevice& device) { return device.control(function); });
 }
 
+/// What becomes of a format that a device is set to.
+inline int32_t checkedFormat(int32_t status, DeviceKind kind, const OpenDevice& device) {
+  if (status == kVCISuccess || status == kVCIInvalidHandle) return status;
+  return failedUnlessSaid(status, {Cause::kNoFormat, deviceText(kind, device.name()) + " does not offer this format",
+                                   "Choose one of its own formats."});
+}
+
 /// Opens the device at `path`; null when that cannot be, or `path` is null or has no end.
 inline void* openDevice(DeviceKind kind, const char16_t* path) {
   void* handle = nullptr;
-  guarded([&]() -> int32_t {
-    if (const auto text = readText(path, std::size(CaptureDeviceRecord{}.path))) {
-      handle = Library::shared().open(kind, *text);
-    }
-    return kVCISuccess;
+  guarded(kind, [&]() -> int32_t {
+    const auto text = readText(path, std::size(CaptureDeviceRecord{}.path));
+    if (!text) return failed(kVCIInvalidArgument, {Cause::kWrongUse, "there is no path, or it has no end", ""});
+    handle = Library::shared().open(kind, *text);
+    return handle ? kVCISuccess : kVCIFailed;
   });
   return handle;
 }

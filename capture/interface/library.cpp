@@ -1,5 +1,6 @@
 #include "capture/interface/library.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
 #include <thread>
@@ -8,8 +9,10 @@
 #include <vesk/aci.h>
 #include <vesk/capture_host.h>
 #include <vesk/log.h>
+#include "capture/interface/call_error.h"
 #include "capture/interface/microphone_taps.h"
 #include "capture/interface/wide_text.h"
+#include "platform/foundation/errors.h"
 
 namespace vesk::capture {
 namespace {
@@ -25,7 +28,7 @@ void setHandler(CaptureSource& source, CaptureSource::HotplugHandler handler) {
     reason = std::string(": ") + exception.what();
   } catch (...) {
   }
-  printToError("vesk: arrivals and departures of devices are not seen%s\n", reason.c_str());
+  NSLog("[WARNING]: devices that come and go will not be noticed" + reason);
 }
 
 }  // namespace
@@ -59,17 +62,19 @@ int32_t Library::initialise(DeviceKind kind) {
     ++half(kind).users;
   }
   watchSource();
-  return source() ? kVCISuccess : kVCIFailed;
+  if (source()) return kVCISuccess;
+  MutexLock lock(mSelectionMutex);
+  return failedUnlessSaid(kVCIFailed, mSelectionError);
 }
 
-/// Chooses a source unless there is one. What cannot be chosen is said once.
+/// Chooses a source unless there is one. What cannot be chosen is logged once.
 void Library::selectByEnvironment() {
   MutexLock lock(mSelectionMutex);
   if (source() || mHasSelected) return;
   mHasSelected = true;
   const char* const wish = std::getenv("VESK_CAPTURE");
-  const SourceError error = selectSource(wish && *wish ? wish : kDefaultSource, SourceOptions{});
-  if (!error.empty()) printToError("vesk: %s\n", error.c_str());
+  mSelectionError = selectSource(wish && *wish ? wish : kDefaultSource, SourceOptions{});
+  logError(mSelectionError);
 }
 
 int32_t Library::cleanUp(DeviceKind kind) {
@@ -103,15 +108,21 @@ std::vector<DeviceDescription> Library::devices(DeviceKind kind) {
 
 Library::Handle Library::open(DeviceKind kind, std::u16string_view path) {
   const auto from = source();
-  if (!from) return nullptr;
-  std::unique_ptr<CaptureDevice> device;
-  for (const DeviceDescription& description : from->devices(kind)) {
-    if (recordPath(description.path) != path) continue;
-    device = from->open(kind, description.path);
-    break;
+  const auto descriptions = from ? from->devices(kind) : std::vector<DeviceDescription>();
+  const auto description = std::find_if(descriptions.begin(), descriptions.end(),
+                                        [&](const auto& each) { return recordPath(each.path) == path; });
+  if (description == descriptions.end()) {
+    failedUnlessSaid(kVCIFailed, {Cause::kNoDevice, deviceText(kind, "") + " is not there", "Plug it in again."});
+    return nullptr;
   }
-  if (!device) return nullptr;
-  auto opened = std::make_shared<OpenDevice>(kind, from, std::move(device));
+  auto device = from->open(kind, description->path);
+  if (!device) {
+    failedUnlessSaid(kVCIFailed, {Cause::kOther, deviceText(kind, description->name) + " could not be opened",
+                                  "Close other programs that use it, or plug it in again."});
+    logError(lastError());
+    return nullptr;
+  }
+  auto opened = std::make_shared<OpenDevice>(kind, description->name, from, std::move(device));
   MutexLock lock(mMutex);
   do {
     mLastHandle += kHandleStep;

@@ -32,7 +32,7 @@ class Library {
   int32_t cleanUp(DeviceKind kind) VESK_EXCLUDES(mMutex);
 
   std::vector<DeviceDescription> devices(DeviceKind kind) VESK_EXCLUDES(mMutex);
-  /// Null when there is no device of the kind at `path` or it cannot be opened.
+  /// Null when there is no device of the kind at `path` or it cannot be opened: the call's error says why.
   Handle open(DeviceKind kind, std::u16string_view path) VESK_EXCLUDES(mMutex);
   int32_t close(Handle handle) VESK_EXCLUDES(mMutex);
   /// The open device; null when the handle is stale or of another kind.
@@ -62,6 +62,7 @@ class Library {
 
   Mutex mSelectionMutex;  // before mMutex
   bool mHasSelected VESK_GUARDED_BY(mSelectionMutex) = false;
+  Error mSelectionError VESK_GUARDED_BY(mSelectionMutex);
 
   Mutex mMutex;
   Half mHalves[2];  // video, audio; the counts are guarded by mMutex, the slots by themselves

@@ -7,23 +7,24 @@
 #include <utility>
 
 #include <vesk/four_char_code.h>
-#include <vesk/log.h>
 #include <vesk/vci.h>
+#include "capture/interface/call_error.h"
 #include "capture/interface/library.h"
 #include "capture/interface/wide_text.h"
 
 namespace vesk::capture {
 namespace {
 
-/// Nothing that a source throws may reach the meter.
+/// A call for the meter, whose error lastError answers; nothing that a source throws may reach the meter.
 template <class Answer, class Call>
 Answer guarded(Answer otherwise, const Call& call) {
   try {
+    forgetError();
     return call();
   } catch (const std::exception& error) {
-    NSLog(std::string("[WARNING]: a microphone could not be metered: ") + error.what());
+    failed(kVCIFailed, {Cause::kOther, std::string("the microphone could not be metered: ") + error.what(), ""});
   } catch (...) {
-    NSLog("[WARNING]: a microphone could not be metered");
+    failed(kVCIFailed, {Cause::kOther, "the microphone could not be metered", ""});
   }
   return otherwise;
 }
@@ -44,19 +45,22 @@ void forward(const uint8_t* bytes, uint32_t length, uint32_t channels, const Aud
 
 class MicrophoneTap : public AudioTap {
  public:
-  MicrophoneTap(std::shared_ptr<CaptureSource> source, std::unique_ptr<CaptureDevice> device, const WaveFormat& format)
-      : mSource(std::move(source)), mDevice(std::move(device)), mFormat(format) {}
+  MicrophoneTap(std::shared_ptr<CaptureSource> source, std::unique_ptr<CaptureDevice> device, const WaveFormat& format,
+                std::string name)
+      : mSource(std::move(source)), mDevice(std::move(device)), mFormat(format), mName(std::move(name)) {}
 
   uint32_t channels() const override { return mFormat.channels; }
   uint32_t samplesPerSecond() const override { return mFormat.samplesPerSecond; }
 
   bool start(Sink sink) override {
     return guarded(false, [&] {
-      if (mDevice->setWaveFormat(mFormat) != kVCISuccess) return false;
-      return mDevice->start(0, [sink = std::move(sink), channels = mFormat.channels](const uint8_t* bytes,
-                                                                                     uint32_t length, int64_t) {
-        forward(bytes, length, channels, sink);
-      }) == kVCISuccess;
+      int32_t status = mDevice->setWaveFormat(mFormat);
+      if (status == kVCISuccess)
+        status = mDevice->start(
+            0, [sink = std::move(sink), channels = mFormat.channels](const uint8_t* bytes, uint32_t length, int64_t) {
+              forward(bytes, length, channels, sink);
+            });
+      return endCall(status, DeviceKind::kAudio, mName) == kVCISuccess;
     });
   }
 
@@ -68,6 +72,7 @@ class MicrophoneTap : public AudioTap {
   const std::shared_ptr<CaptureSource> mSource;  // outlives the device
   const std::unique_ptr<CaptureDevice> mDevice;
   const WaveFormat mFormat;
+  const std::string mName;
 };
 
 constexpr uint16_t kMostChannels = 64;
@@ -75,6 +80,13 @@ constexpr uint16_t kMostChannels = 64;
 bool canBeMetered(const WaveFormat& format) {
   return format.formatCode == kWaveFormatLinearPCM && format.bitsPerSample == 16 && format.channels > 0 &&
          format.channels <= kMostChannels && format.samplesPerSecond > 0;
+}
+
+/// The name of the microphone at a path as meters know it; empty when it is not there.
+std::string nameAt(const std::string& shown) {
+  for (DeviceDescription& device : Library::shared().devices(DeviceKind::kAudio))
+    if (shownPath(device.path) == shown) return std::move(device.name);
+  return {};
 }
 
 }  // namespace
@@ -92,12 +104,21 @@ std::unique_ptr<AudioTap> MicrophoneTaps::openTap(const std::string& uniqueID) {
   return guarded(std::unique_ptr<AudioTap>(), [&]() -> std::unique_ptr<AudioTap> {
     auto source = Library::shared().source();
     if (!source) return nullptr;
+    const std::string name = nameAt(uniqueID);
     auto device = source->openForMetering(sourcePathOf(*source, DeviceKind::kAudio, uniqueID));
-    if (!device) return nullptr;
+    if (!device) {
+      endCall(kVCIFailed, DeviceKind::kAudio, name);
+      return nullptr;
+    }
     const auto formats = device->waveFormats();
     const auto format = std::find_if(formats.begin(), formats.end(), canBeMetered);
-    if (format == formats.end()) return nullptr;
-    return std::make_unique<MicrophoneTap>(std::move(source), std::move(device), *format);
+    if (format == formats.end()) {
+      failedUnlessSaid(kVCIFailed, {Cause::kNoFormat,
+                                    deviceText(DeviceKind::kAudio, name) + " offers no sound that can be metered", ""});
+      return nullptr;
+    }
+    forgetError();
+    return std::make_unique<MicrophoneTap>(std::move(source), std::move(device), *format, name);
   });
 }
 

@@ -1,11 +1,21 @@
 #include "capture/interface/open_device.h"
 
+#include <exception>
 #include <utility>
+
+#include <vesk/capture_host.h>
+#include "capture/interface/call_error.h"
+#include "platform/foundation/errors.h"
 
 namespace vesk::capture {
 
-OpenDevice::OpenDevice(DeviceKind kind, std::shared_ptr<CaptureSource> source, std::unique_ptr<CaptureDevice> device)
-    : mKind(kind), mSource(std::move(source)), mDevice(std::move(device)), mControlled(mDevice) {}
+OpenDevice::OpenDevice(DeviceKind kind, std::string name, std::shared_ptr<CaptureSource> source,
+                       std::unique_ptr<CaptureDevice> device)
+    : mKind(kind),
+      mName(std::move(name)),
+      mSource(std::move(source)),
+      mDevice(std::move(device)),
+      mControlled(mDevice) {}
 
 int32_t OpenDevice::start(uint32_t substream) {
   const bool isInside = mFrames->isInside();
@@ -20,9 +30,10 @@ int32_t OpenDevice::start(uint32_t substream) {
     mSubstream = substream;
   }
   mFrames->setOpen(true);
-  const int32_t status = startDevice(substream);
+  const int32_t status = endCall(startDevice(substream), mKind, mName);
   if (status != kVCISuccess) shutOut();
   setState(status == kVCISuccess ? State::kRunning : State::kIdle);
+  logError(lastError());
   return status;
 }
 
@@ -65,6 +76,9 @@ int32_t OpenDevice::startDevice(uint32_t substream) try {
       frames->call(Event{bytes, length, timestamp});
     });
   });
+} catch (const std::exception& exception) {
+  const std::string device = deviceText(mKind, mName);
+  return failed(kVCIFailed, {Cause::kOther, device + " could not be started: " + exception.what(), ""});
 } catch (...) {
   return kVCIFailed;
 }

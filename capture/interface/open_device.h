@@ -3,6 +3,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include <vesk/capture_source.h>
 #include <vesk/vci.h>
@@ -25,9 +26,11 @@ using EventSlot = CallbackSlot<const Event&>;
 /// Threads: every operation from any thread.
 class OpenDevice {
  public:
-  OpenDevice(DeviceKind kind, std::shared_ptr<CaptureSource> source, std::unique_ptr<CaptureDevice> device);
+  OpenDevice(DeviceKind kind, std::string name, std::shared_ptr<CaptureSource> source,
+             std::unique_ptr<CaptureDevice> device);
 
   DeviceKind kind() const { return mKind; }
+  const std::string& name() const { return mName; }
   /// The subscription to the device's frames.
   EventSlot& frames() { return *mFrames; }
 
@@ -69,6 +72,7 @@ class OpenDevice {
   int32_t stopDevice(uint32_t substream) VESK_EXCLUDES(mStreamingMutex);
 
   const DeviceKind mKind;
+  const std::string mName;
   const std::shared_ptr<CaptureSource> mSource;  // outlives its device
   const std::shared_ptr<EventSlot> mFrames = std::make_shared<EventSlot>();
 

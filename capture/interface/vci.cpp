@@ -58,20 +58,20 @@ PropertySetIdentifier readIdentifier(const VCIPropertySet& set) {
 }  // namespace
 
 int32_t VCI_Init(void) {
-  return guarded([] { return Library::shared().initialise(kVideo); });
+  return guarded(kVideo, [] { return Library::shared().initialise(kVideo); });
 }
 
 int32_t VCI_Cleanup(void) {
-  return guarded([] { return Library::shared().cleanUp(kVideo); });
+  return guarded(kVideo, [] { return Library::shared().cleanUp(kVideo); });
 }
 
 int32_t VCI_Enum_Devices(CaptureDeviceRecord* records, uint32_t*, uint32_t* count) {
-  return guarded([&] { return enumerateDevices(kVideo, records, count); });
+  return guarded(kVideo, [&] { return enumerateDevices(kVideo, records, count); });
 }
 
 int32_t VCI_Subscribe_Event(VCI_HANDLE handle, uint32_t event, VCI_EVENT_CALLBACK callback, void* context) {
-  if (!callback) return kVCIInvalidArgument;
-  return guarded([&] {
+  return guarded(kVideo, [&] {
+    if (!callback) return missingArgument();
     const auto fill = [](VCI_EVENT_INFO& info, uint8_t* bytes) { info.frame = bytes; };
     return Library::shared().subscribe(kVideo, handle, event,
                                        eventCallback<VCI_EVENT_INFO>(event, callback, context, fill));
@@ -79,7 +79,7 @@ int32_t VCI_Subscribe_Event(VCI_HANDLE handle, uint32_t event, VCI_EVENT_CALLBAC
 }
 
 int32_t VCI_UnSubscribe_Event(VCI_HANDLE handle, uint32_t event) {
-  return guarded([&] { return Library::shared().subscribe(kVideo, handle, event, {}); });
+  return guarded(kVideo, [&] { return Library::shared().subscribe(kVideo, handle, event, {}); });
 }
 
 VCI_HANDLE VCI_Open_Device(const char16_t* path) {
@@ -87,7 +87,7 @@ VCI_HANDLE VCI_Open_Device(const char16_t* path) {
 }
 
 int32_t VCI_Close_Device(VCI_HANDLE handle) {
-  return guarded([&] { return Library::shared().close(handle); });
+  return guarded(kVideo, [&] { return Library::shared().close(handle); });
 }
 
 int32_t VCI_Enum_Pixel_Formats(VCI_HANDLE handle, VCIPixelFormat* formats, uint32_t*, uint32_t* count) {
@@ -99,8 +99,8 @@ int32_t VCI_Enum_Pixel_Formats(VCI_HANDLE handle, VCIPixelFormat* formats, uint3
 
 int32_t VCI_Enum_Frame_Sizes(VCI_HANDLE handle, const VCIPixelFormat* format, VCIFrameSize* sizes, uint32_t*,
                              uint32_t* count) {
-  if (!format) return kVCIInvalidArgument;
   return withDevice(kVideo, handle, [&](CaptureDevice& device) {
+    if (!format) return missingArgument();
     const auto offered = sizesOf(device, *format);
     if (!offered) return int32_t{kVCIInvalidArgument};
     return enumerate(*offered, sizes, count, [](const FrameSize& size, VCIFrameSize& record) {
@@ -112,8 +112,8 @@ int32_t VCI_Enum_Frame_Sizes(VCI_HANDLE handle, const VCIPixelFormat* format, VC
 
 int32_t VCI_Enum_Frame_Intervals(VCI_HANDLE handle, const VCIPixelFormat* format, const VCIFrameSize* frameSize,
                                  VCIFrameInterval* intervals, uint32_t*, uint32_t* count) {
-  if (!format || !frameSize) return kVCIInvalidArgument;
   return withDevice(kVideo, handle, [&](CaptureDevice& device) {
+    if (!format || !frameSize) return missingArgument();
     for (const FrameSize& size : sizesOf(device, *format).value_or(std::vector<FrameSize>())) {
       if (size.width != frameSize->width || size.height != frameSize->height) continue;
       return enumerate(size.intervals, intervals, count,
@@ -124,11 +124,12 @@ int32_t VCI_Enum_Frame_Intervals(VCI_HANDLE handle, const VCIPixelFormat* format
 }
 
 int32_t VCI_Set_Capture_Parameters(VCI_HANDLE handle, const VCICaptureParameters* record) {
-  if (!record) return kVCIInvalidArgument;
   return withOpenDevice(kVideo, handle, [&](OpenDevice& open) {
+    if (!record) return missingArgument();
     const auto parameters = readParameters(*record);
     if (!parameters) return int32_t{kVCIInvalidArgument};
-    return open.setUp([&](CaptureDevice& device) { return device.setVideoParameters(*parameters); });
+    return checkedFormat(open.setUp([&](CaptureDevice& device) { return device.setVideoParameters(*parameters); }),
+                         kVideo, open);
   });
 }
 
@@ -142,8 +143,8 @@ int32_t VCI_Stop_Capture(VCI_HANDLE handle, uint32_t) {
 
 int32_t VCI_Get_Property(VCI_HANDLE handle, uint32_t request, const VCIPropertySet* set, const uint32_t* property,
                          void* value, uint32_t* valueSize, uint32_t, uint32_t) {
-  if (!set || !property || !value || !valueSize || request > kLastRequest) return kVCIInvalidArgument;
   return withDevice(kVideo, handle, [&](CaptureDevice& device) {
+    if (!set || !property || !value || !valueSize || request > kLastRequest) return missingArgument();
     const std::span bytes(static_cast<uint8_t*>(value), *valueSize);
     uint32_t size = *valueSize;
     const int32_t status = device.getProperty(request, readIdentifier(*set), *property, bytes, size);
@@ -154,8 +155,8 @@ int32_t VCI_Get_Property(VCI_HANDLE handle, uint32_t request, const VCIPropertyS
 
 int32_t VCI_Set_Property(VCI_HANDLE handle, const VCIPropertySet* set, const uint32_t* property, const void* value,
                          const uint32_t* valueSize, uint32_t, uint32_t) {
-  if (!set || !property || !value || !valueSize) return kVCIInvalidArgument;
   return withDevice(kVideo, handle, [&](CaptureDevice& device) {
+    if (!set || !property || !value || !valueSize) return missingArgument();
     const std::span bytes(static_cast<const uint8_t*>(value), *valueSize);
     return device.setProperty(readIdentifier(*set), *property, bytes);
   });
@@ -172,8 +173,8 @@ int32_t VCI_Enum_Property_Sets(VCI_HANDLE handle, VCIPropertySet* sets, uint32_t
 
 int32_t VCI_Enum_Property_Items(VCI_HANDLE handle, const VCIPropertySet* set, uint32_t* items, uint32_t* size,
                                 uint32_t* count) {
-  if (!set) return kVCIInvalidArgument;
   return withDevice(kVideo, handle, [&](CaptureDevice& device) {
+    if (!set) return missingArgument();
     const int32_t status = enumerate(device.propertyItems(readIdentifier(*set)), items, count,
                                      [](uint32_t item, uint32_t& record) { record = item; });
     if (size && status == kVCIMoreData) *size = *count * uint32_t{sizeof(uint32_t)};  // hosts allocate by it

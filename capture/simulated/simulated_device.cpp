@@ -5,8 +5,8 @@
 #include <utility>
 
 #include <vesk/four_char_code.h>
-#include <vesk/log.h>
 #include <vesk/vci.h>
+#include "capture/interface/call_error.h"
 #include "capture/interface/frame_intervals.h"
 #include "capture/simulated/picture_maker.h"
 #include "capture/simulated/simulated_pattern.h"
@@ -92,8 +92,9 @@ std::vector<FrameSize> frameSizes(bool isPlain) {
 
 int32_t SimulatedDevice::start(uint32_t, FrameCallback callback) {
   const SimulatedFaults faults = mUnit->faults();
-  if (faults.startStatus != 0) return faults.startStatus;
-  if (!mUnit->isAttached() || !callback) return kVCIFailed;
+  if (faults.startStatus != 0) return refuse(faults.startStatus);
+  if (!mUnit->isAttached()) return unplugged();
+  if (!callback) return kVCIFailed;
   {
     MutexLock lock(mMutex);
     if (mStream) return kVCISuccess;
@@ -113,9 +114,23 @@ int32_t SimulatedDevice::start(uint32_t, FrameCallback callback) {
 }
 
 int32_t SimulatedDevice::stop(uint32_t) {
-  if (const int32_t status = mUnit->faults().stopStatus) return status;
+  if (const int32_t status = mUnit->faults().stopStatus) return refuse(status);
   end();
   return kVCISuccess;
+}
+
+/// A call that fails on command.
+int32_t SimulatedDevice::refuse(int32_t status) const {
+  const Error error = mUnit->faults().error;
+  return error ? failed(status, error) : status;
+}
+
+int32_t SimulatedDevice::unplugged() const {
+  return failed(kVCIFailed, {Cause::kUnplugged, inText() + " was unplugged", "Plug it in again."});
+}
+
+std::string SimulatedDevice::inText() const {
+  return deviceText(mUnit->description().kind, mUnit->description().name);
 }
 
 void SimulatedDevice::end() {
@@ -164,16 +179,19 @@ int32_t SimulatedCamera::setVideoParameters(const VideoParameters& parameters) {
 
 int32_t SimulatedCamera::getProperty(uint32_t request, const PropertySetIdentifier& set, uint32_t number,
                                      std::span<uint8_t> value, uint32_t& valueSize) {
-  if (const int32_t status = unit().faults().propertyStatus) return status;
-  if (!unit().isAttached()) return kVCIFailed;
-  return unit().properties().get(request, set, number, value, valueSize);
+  if (const int32_t status = unit().faults().propertyStatus) return refuse(status);
+  if (!unit().isAttached()) return unplugged();
+  const int32_t status = unit().properties().get(request, set, number, value, valueSize);
+  if (status != kVCIFailed) return status;
+  return failed(status, {Cause::kNotSupported, inText() + " does not tell the range of this control", ""});
 }
 
 int32_t SimulatedCamera::setProperty(const PropertySetIdentifier& set, uint32_t number,
                                      std::span<const uint8_t> value) {
-  if (const int32_t status = unit().faults().propertyStatus) return status;
-  if (!unit().isAttached()) return kVCIFailed;
-  return unit().properties().set(set, number, value);
+  if (const int32_t status = unit().faults().propertyStatus) return refuse(status);
+  if (!unit().isAttached()) return unplugged();
+  const int32_t status = unit().properties().set(set, number, value);
+  return status == kVCIFailed ? refusedByMode(inText()) : status;
 }
 
 std::vector<PropertySetIdentifier> SimulatedCamera::propertySets() {
@@ -194,7 +212,7 @@ std::shared_ptr<PacedStream> SimulatedCamera::makeStream(FrameCallback callback)
   std::string error;
   auto maker = PictureMaker::create(parameters, cadence, error);
   if (!maker) {
-    NSLog(unit().description().name + ": " + error);
+    failed(kVCIFailed, {Cause::kNoEncoder, error, "Choose another size or format."});
     return nullptr;
   }
   return std::make_shared<PictureStream>(sharedUnit(), cadence, std::move(maker), std::move(callback));
@@ -233,7 +251,8 @@ std::shared_ptr<PacedStream> SimulatedMicrophone::makeStream(FrameCallback callb
   }
   auto maker = PacketMaker::create(format);
   if (!maker) {
-    NSLog(unit().description().name + ": the sound encoder could not be set up");
+    failed(kVCIFailed, {Cause::kNoEncoder, "the sound encoder of the simulated microphone could not be set up",
+                        "Choose another sound format."});
     return nullptr;
   }
   const Cadence cadence(kFramesPerPacket, format.samplesPerSecond);

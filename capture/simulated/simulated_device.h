@@ -24,6 +24,9 @@ class SimulatedDevice : public CaptureDevice {
  protected:
   /// The flow in the form that has been set; null when it cannot be made.
   virtual std::shared_ptr<PacedStream> makeStream(FrameCallback callback) = 0;
+  int32_t refuse(int32_t status) const;
+  int32_t unplugged() const;
+  std::string inText() const;
   SimulatedUnit& unit() { return *mUnit; }
   std::shared_ptr<SimulatedUnit> sharedUnit() { return mUnit; }
 

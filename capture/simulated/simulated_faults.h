@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include <vesk/error.h>
+
 namespace vesk::capture {
 
 /// What goes wrong with a simulated device. The counts count down as frames or packets go out.
@@ -13,6 +15,7 @@ struct SimulatedFaults {
   };
 
   bool openFails = false;
+  Error error;                 ///< why calls fail, when they do; none leaves it at the general error of their status
   int32_t startStatus = 0;     ///< what starts answer instead of starting; 19: in use elsewhere
   int32_t stopStatus = 0;      ///< what stops answer instead of stopping
   int32_t propertyStatus = 0;  ///< what reading and setting properties answers instead of working

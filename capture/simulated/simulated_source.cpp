@@ -8,6 +8,8 @@
 
 #include <vesk/dispatch_queue.h>
 #include <vesk/log.h>
+#include <vesk/vci.h>
+#include "capture/interface/call_error.h"
 #include "capture/simulated/simulated_commands.h"
 #include "capture/simulated/simulated_device.h"
 #include "capture/sources/paced_scheduler.h"
@@ -68,7 +70,14 @@ std::vector<DeviceDescription> SimulatedSource::devices(DeviceKind kind) {
 
 std::unique_ptr<CaptureDevice> SimulatedSource::open(DeviceKind kind, const std::string& path) {
   auto unit = find(path);
-  if (!unit || unit->description().kind != kind || unit->faults().openFails) return nullptr;
+  if (!unit || unit->description().kind != kind) {
+    failed(kVCIFailed, {Cause::kUnplugged, deviceText(kind, "") + " is not there any more", "Plug it in again."});
+    return nullptr;
+  }
+  if (const SimulatedFaults faults = unit->faults(); faults.openFails) {
+    if (faults.error) failed(kVCIFailed, faults.error);
+    return nullptr;
+  }
   if (kind == DeviceKind::kVideo) return std::make_unique<SimulatedCamera>(std::move(unit), mScheduler);
   return std::make_unique<SimulatedMicrophone>(std::move(unit), mScheduler);
 }

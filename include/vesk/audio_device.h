@@ -74,7 +74,7 @@ class VESK_EXPORT VeskAudioDevice : public VeskAVDevice, public std::enable_shar
 
   /// Begins to tell the delegates that take levels how loud the microphone is, every 0.03 seconds on
   /// the main queue. Nothing when it is running already. A microphone that cannot be listened to
-  /// leaves the meter running without reports.
+  /// leaves the meter running without reports; lastError says why.
   /// @return 0
   int32_t startVUMeter();
   /// Ends it: every delegate that takes levels has had negative infinity, on the calling thread,
@@ -89,6 +89,7 @@ class VESK_EXPORT VeskAudioDevice : public VeskAVDevice, public std::enable_shar
  private:
   explicit VeskAudioDevice(std::shared_ptr<VeskDeviceInfo> info);
 
+  Error listen();
   void endMeter();
 
   struct State;

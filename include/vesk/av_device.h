@@ -3,15 +3,18 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <string>
 
 #include <vesk/device_delegate.h>
 #include <vesk/device_info.h>
+#include <vesk/error.h>
 #include <vesk/export.h>
 #include <vesk/status.h>
 
 namespace vesk {
 
 class DelegateList;
+class LastError;
 
 /// What cameras and microphones have in common: the record, the delegates, whether the device is
 /// open and capturing. A device starts closed and idle.
@@ -43,6 +46,10 @@ class VESK_EXPORT VeskAVDevice {
   bool isCapturing() const { return mIsCapturing; }
   bool isOpen() const { return mIsOpen; }
 
+  /// Why the last operation failed that opened, started, stopped or metered the device, set its format, or read
+  /// or set a control; no error after one that succeeded. From any thread.
+  Error lastError() const;
+
  protected:
   explicit VeskAVDevice(std::shared_ptr<VeskDeviceInfo> info);
 
@@ -51,6 +58,15 @@ class VESK_EXPORT VeskAVDevice {
   int32_t openHandle(void* (*open)(const char16_t* path));
   /// Closes what openHandle opened, which ends capture.
   void closeHandle();
+
+  /// The device in an error's text: `the camera "NAME"`.
+  std::string inText() const;
+  int32_t notOpen() const;
+  int32_t noFormatChosen() const;
+  /// Ends an operation: `status`, with its error where it failed.
+  int32_t failed(int32_t status, Error why) const;
+  /// The same for a call of the capture library's, whose error is taken over; `status` may be the device's own.
+  int32_t answered(int32_t status) const;
 
   /// What the capture library is given as a callback's context: never the device itself, which may
   /// go while a callback is on its way.
@@ -64,6 +80,7 @@ class VESK_EXPORT VeskAVDevice {
 
  private:
   void* const mContext;
+  const std::unique_ptr<LastError> mLastError;
 };
 
 }  // namespace vesk

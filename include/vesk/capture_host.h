@@ -73,15 +73,16 @@ class VESK_EXPORT Transport {
   std::unique_ptr<State> mState;
 };
 
-/// Why a source could not be set up: one line for a person, empty when it could.
-using SourceError = std::string;
-
 /// The source of a process that has chosen none: the machine's own devices. Without a camera there is none.
 inline constexpr const char* kDefaultSource = "linux";
 
 /// Puts the source that `text` names below the capture interface: "simulated", "file:PATH", "linux"
-/// or several joined by "+". Call it before VCI_Init. @return an empty text, or what is wrong with it.
-VESK_EXPORT SourceError selectSource(const std::string& text, const SourceOptions& options);
+/// or several joined by "+". Call it before VCI_Init. @return why it could not be set up; no error when it was.
+VESK_EXPORT Error selectSource(const std::string& text, const SourceOptions& options);
+
+/// Why the last call of VCI_… or ACI_… that this thread made did not succeed; no error after one that did. Every
+/// status other than 0 and 8 has one, and so has a handle that is null.
+VESK_EXPORT Error lastError();
 
 /// Puts a source of the host's own below the capture interface (tests, other systems). Call it
 /// while nothing is open; the source then belongs to the library.

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include <vesk/error.h>
 #include <vesk/export.h>
 #include <vesk/property_sets.h>
 
@@ -57,11 +58,17 @@ struct WaveFormat {
 /// count, and the time stamp in microseconds of the source's monotonic clock.
 using FrameCallback = std::function<void(uint8_t* bytes, uint32_t length, int64_t timestamp)>;
 
+/// Says why the call that this thread is in, of a device's or a source's, does not succeed, and answers `status`
+/// for it: `return failed(kVCIBusy, {Cause::kBusy, "the microscope is in use", "Close its own program."});`. What
+/// fails without a word is given the general error of its status. What is said last counts; nothing does where the
+/// call succeeds after all.
+VESK_EXPORT int32_t failed(int32_t status, Error why);
+
 /// An open device of a source. Calls come from any thread, for each device at most one at a time of
 /// those that set it up and start it, and at most one of those that ask it or set a property (formats,
 /// properties, mute and volume): one of either kind may run beside one of the other. Stop may come while
-/// a callback or a property call runs, also from inside the callback. Answers are the status values of vci.h.
-/// Destroying the device, which happens when no call and no callback runs, stops it.
+/// a callback or a property call runs, also from inside the callback. Answers are the status values of vci.h;
+/// `failed` says why beside them. Destroying the device, which happens when no call and no callback runs, stops it.
 class VESK_EXPORT CaptureDevice {
  public:
   virtual ~CaptureDevice();
@@ -104,7 +111,8 @@ class VESK_EXPORT CaptureSource {
   virtual void setHotplugHandler(HotplugHandler handler) = 0;
   /// The devices attached now, in a stable order.
   virtual std::vector<DeviceDescription> devices(DeviceKind kind) = 0;
-  /// Opens the device at `path`; null when there is none or it cannot be opened.
+  /// Opens the device at `path`; null, with the reason given to `failed`, when there is none or it cannot be
+  /// opened.
   virtual std::unique_ptr<CaptureDevice> open(DeviceKind kind, const std::string& path) = 0;
   /// Opens the microphone at `path` for its level only: it captures beside whoever else captures
   /// from it, and does not count as a use of it.

@@ -18,11 +18,13 @@ enum class Cause : uint8_t {
   kUnplugged,      ///< the device is not there any more
   kNoDevice,       ///< there is no such device
   kNoFormat,       ///< the device has no such format, or none that can be used
+  kNotSupported,   ///< the device does not have what it is asked for
   kRefused,        ///< the device refused the parameters, the value or the request
   kNoSoundServer,  ///< there is no sound server to connect to
   kNoEncoder,      ///< the encoder that the format needs is missing
   kNoDisplay,      ///< there is no display, or none that can draw
   kDiskFull,       ///< no room is left on the disk
+  kNoFile,         ///< there is no such file
   kFolderGone,     ///< the folder is not there, or is no folder
   kFileExists,     ///< a file of that name is there already
   kUnreadable,     ///< the file is damaged, or is not of the kind that it should be
@@ -41,7 +43,7 @@ VESK_EXPORT std::string_view causeName(Cause cause);
 struct Error {
   Cause cause = Cause::kNone;
   std::string what;    ///< one line: what failed, on which device or file; UTF-8, no full stop
-  std::string remedy;  ///< what a person can do about it, one line; may be empty; names no program and no command
+  std::string remedy;  ///< what a person can do about it, one line of sentences; may be empty; names no program
 
   /// Whether there is an error.
   explicit operator bool() const { return cause != Cause::kNone; }

@@ -241,12 +241,10 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   bool isPropertyItemSupported(capture::PropertySetIdentifier set, uint32_t item) const;
 
   /// Any control by its row: its number, none when the camera does not give it. Switches are 1 or 0,
-  /// other bytes as they come. Where `status` is given, it becomes what the capture library answered: 0,
-  /// 14 the camera does not have the control, else it did not answer.
-  std::optional<int64_t> readControl(const CameraControl& control, ControlRequest request,
-                                     int32_t* status = nullptr) const;
+  /// other bytes as they come. lastError says why it does not.
+  std::optional<int64_t> readControl(const CameraControl& control, ControlRequest request) const;
   /// Sends the low bytes of `value`. @return what the capture library answered: 0 taken, 14 the camera
-  /// does not have the control, else refused.
+  /// does not have the control, else refused; lastError says why.
   int32_t writeControl(const CameraControl& control, int64_t value);
 
   // The motorised head. Nudges return at once and run one after the other on a queue of their own,

@@ -20,6 +20,8 @@ std::string_view causeName(Cause cause) {
       return "no-device";
     case Cause::kNoFormat:
       return "no-format";
+    case Cause::kNotSupported:
+      return "not-supported";
     case Cause::kRefused:
       return "refused";
     case Cause::kNoSoundServer:
@@ -30,6 +32,8 @@ std::string_view causeName(Cause cause) {
       return "no-display";
     case Cause::kDiskFull:
       return "disk-full";
+    case Cause::kNoFile:
+      return "no-file";
     case Cause::kFolderGone:
       return "folder-gone";
     case Cause::kFileExists:

@@ -37,6 +37,11 @@ class AVCaptureSession {
   /// Once it has returned no more sound comes in.
   void stopRunning() VESK_EXCLUDES(mMutex);
   bool isRunning() const { return mIsRunning; }
+  /// Whether sound comes from the input: not where the microphone refuses.
+  bool isFlowing() const VESK_EXCLUDES(mMutex) {
+    const MutexLock lock(mMutex);
+    return mIsFlowing;
+  }
 
  private:
   void apply() VESK_REQUIRES(mMutex);

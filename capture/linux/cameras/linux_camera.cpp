@@ -4,8 +4,8 @@
 #include <exception>
 #include <utility>
 
-#include <vesk/log.h>
 #include <vesk/vci.h>
+#include "capture/interface/call_error.h"
 #include "capture/interface/frame_intervals.h"
 
 namespace vesk::capture {
@@ -79,7 +79,8 @@ int32_t LinuxCamera::start(uint32_t, FrameCallback callback) {
   int32_t status = kVCIFailed;
   MutexLock lock(mMutex);  // the first callback may stop what it does not yet see here: it waits
   const CameraMode* const mode = findMode(mModes, mParameters);
-  if (!mode || !callback) return kVCIFailed;
+  if (!mode || !callback)
+    return failed(kVCIFailed, {Cause::kNoFormat, deviceText(DeviceKind::kVideo, mName) + " offers no format", ""});
   if (mIsRunning && !mStreams.back()->isFinished()) return kVCISuccess;
   try {
     auto stream = PictureStream::start(mNodes[mode->node], *mode, mParameters, mName, std::move(callback), status);
@@ -87,8 +88,8 @@ int32_t LinuxCamera::start(uint32_t, FrameCallback callback) {
     mStreams.push_back(std::move(stream));
     mIsRunning = true;
   } catch (const std::exception& exception) {
-    NSLog("The camera \"" + mName + "\" could not be started: " + exception.what() + ".");
-    return kVCIFailed;
+    const std::string camera = deviceText(DeviceKind::kVideo, mName);
+    return failed(kVCIFailed, {Cause::kOther, camera + " could not be started: " + exception.what(), ""});
   }
   return status;
 }

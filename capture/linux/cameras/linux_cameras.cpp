@@ -1,8 +1,6 @@
 #include "capture/linux/cameras/linux_cameras.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <map>
@@ -10,26 +8,19 @@
 #include <utility>
 
 #include <vesk/log.h>
+#include <vesk/vci.h>
 #include "capture/encoding/encoded_camera.h"
+#include "capture/interface/call_error.h"
 #include "capture/interface/callback_slot.h"
 #include "capture/linux/cameras/camera_records.h"
 #include "capture/linux/cameras/linux_camera.h"
 #include "capture/linux/controls/extension_units.h"
-#include "capture/linux/nodes/node_holder.h"
+#include "capture/linux/nodes/node_error.h"
 #include "capture/sources/one_by_one.h"
+#include "platform/foundation/errors.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk::capture {
-namespace {
-
-std::string whyNot(const DeviceDescription& camera, const std::string& node, int error) {
-  std::string reason = std::strerror(error);
-  if (error == EACCES || error == EPERM) reason = "no permission. Add the user to the group \"video\" and log in again";
-  if (error == EBUSY) reason = holderOf(node) + " has it for itself. Close that program";
-  return "The camera \"" + camera.name + "\" (" + node + ") could not be opened: " + reason + ".";
-}
-
-}  // namespace
 
 /// Who is there, and who was when the handler was last told. The finder's thread holds on to it.
 class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
@@ -170,21 +161,29 @@ std::string LinuxCameras::cameraAtNode(const std::string& node) {
 
 std::unique_ptr<CaptureDevice> LinuxCameras::open(DeviceKind kind, const std::string& path) {
   const auto record = kind == DeviceKind::kVideo ? mRoll->record(path) : std::nullopt;
-  if (!record) return nullptr;
+  if (!record) {
+    failed(kVCIFailed, {Cause::kUnplugged, deviceText(kind, "") + " is not there any more", "Plug it in again."});
+    return nullptr;
+  }
   std::vector<std::shared_ptr<OpenNode>> nodes;
   std::vector<ExtensionUnit> units;
+  Error refused;
   for (size_t at = 0; at < record->nodes.size(); ++at) {
     const std::string& name = record->nodes[at];
     int error = 0;
-    auto node = OpenNode::open(mRoll->sharedCalls(), name, error);
+    auto node = OpenNode::open(mRoll->sharedCalls(), name, error, record->description.name);
     if (node) {
       addExtensionUnits(record->systemPaths[at], nodes.size(), units);
       nodes.push_back(std::move(node));
     } else {
-      NSLog(whyNot(record->description, name, error));
+      refused = nodeError(deviceText(kind, record->description.name) + " could not be opened", name, error);
     }
   }
-  if (nodes.empty()) return nullptr;
+  if (nodes.empty()) {
+    failed(kVCIFailed, std::move(refused));
+    return nullptr;
+  }
+  logError(refused);  // of one of several nodes: the camera lacks what that gives
   const std::string& name = record->description.name;
   return EncodedCamera::wrap(std::make_unique<LinuxCamera>(name, std::move(nodes), std::move(units)), name);
 }

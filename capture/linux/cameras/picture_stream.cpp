@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <iterator>
 #include <system_error>
 #include <utility>
@@ -15,9 +14,10 @@
 #include <vesk/four_char_code.h>
 #include <vesk/log.h>
 #include <vesk/vci.h>
+#include "capture/interface/call_error.h"
 #include "capture/interface/frame_intervals.h"
 #include "capture/interface/monotonic_clock.h"
-#include "capture/linux/nodes/node_holder.h"
+#include "capture/linux/nodes/node_error.h"
 
 namespace vesk::capture {
 namespace {
@@ -48,20 +48,8 @@ void setIfThere(const OpenNode& node, uint32_t control, int32_t value) {
   node.ask(VIDIOC_S_CTRL, &setting);
 }
 
-std::string whyNot(const std::string& name, const std::string& node, int error) {
-  const std::string begin = "The camera \"" + name + "\" could not be started: ";
-  switch (error) {
-    case EBUSY:
-      return begin + holderOf(node) + " is using it. Close that program.";
-    case ENOSPC:
-      return begin + "the USB bus has no room left. Choose a smaller size or MJPEG, or another port.";
-    case EPROTO:
-    case EIO:
-    case ETIMEDOUT:
-      return begin + "it does not answer as it should. Plug it in again.";
-    default:
-      return begin + std::strerror(error) + ".";
-  }
+std::string notStarted(const std::string& name) {
+  return deviceText(DeviceKind::kVideo, name) + " could not be started";
 }
 
 }  // namespace
@@ -76,9 +64,10 @@ std::shared_ptr<PictureStream> PictureStream::start(std::shared_ptr<OpenNode> no
   if (error == 0) error = stream->setInterval(mode, parameters);
   if (error == 0) error = stream->makeBuffers();
   if (error == 0) error = stream->flow();
-  status = error == 0 ? kVCISuccess : error == -EBUSY ? kVCIBusy : kVCIFailed;
+  status = kVCISuccess;
   if (error != 0) {
-    NSLog(whyNot(name, stream->mNode->name(), -error));
+    status =
+        failed(error == -EBUSY ? kVCIBusy : kVCIFailed, nodeError(notStarted(name), stream->mNode->name(), -error));
     stream->release();
     return nullptr;
   }
@@ -86,10 +75,9 @@ std::shared_ptr<PictureStream> PictureStream::start(std::shared_ptr<OpenNode> no
   try {
     stream->mThread = std::thread([stream] { stream->run(); });
   } catch (const std::system_error& failure) {
-    NSLog("The camera \"" + name + "\" could not be started: " + failure.what() + ".");
+    status = failed(kVCIFailed, {Cause::kOther, notStarted(name) + ": " + failure.what(), "Close other programs."});
     stream->setFinished(true);
     stream->release();
-    status = kVCIFailed;
     return nullptr;
   }
   return stream;

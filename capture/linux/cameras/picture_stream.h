@@ -46,7 +46,8 @@ class PictureStream {
  public:
   /// Sets the node to `mode` and starts.
   /// @param name of the camera, for the log
-  /// @return null with the status in `status`: 19 when the camera is in use elsewhere
+  /// @return null with the status in `status`, and the reason given to `failed`: 19 when the camera is in use
+  ///         elsewhere
   static std::shared_ptr<PictureStream> start(std::shared_ptr<OpenNode> node, const CameraMode& mode,
                                               const VideoParameters& parameters, const std::string& name,
                                               FrameCallback callback, int32_t& status);

@@ -10,6 +10,8 @@
 #include <optional>
 #include <utility>
 
+#include <vesk/capture_source.h>
+#include <vesk/vci.h>
 #include "capture/linux/controls/control_status.h"
 
 namespace vesk::capture {
@@ -323,7 +325,10 @@ int32_t ControlProperties::find(const PropertySetIdentifier& set, uint32_t numbe
       found = {&row, node.get(), {}};
       const int error = found.lookUp();
       if (error == 0) return kVCISuccess;
-      if (error != -EINVAL) status = kVCIFailed;  // who knows whether the camera has it
+      if (error != -EINVAL) {  // who knows whether the camera has it
+        controlStatus(*node, error);
+        status = kVCIFailed;
+      }
     }
   }
   return status;
@@ -336,9 +341,11 @@ int32_t ControlProperties::get(uint32_t request, const PropertySetIdentifier& se
   const size_t size = sizeOf(*found.row);
   if (request > kRequestMaximum || value.size() < size) return kVCIInvalidArgument;
   const bool isRange = request == kRequestMinimum || request == kRequestMaximum;
-  if (isRange && !traitsOf(found.row->form).tellsRange) return kVCIFailed;
+  if (isRange && !traitsOf(found.row->form).tellsRange) {
+    return failed(kVCIFailed, {Cause::kNotSupported, "cameras do not tell the range of this control", ""});
+  }
   Numbers numbers{};
-  if (const int error = found.ask(request, numbers)) return controlStatus(error);
+  if (const int error = found.ask(request, numbers)) return controlStatus(*found.node, error);
   valueSize = static_cast<uint32_t>(size);
   found.write(numbers, value.first(size));
   return kVCISuccess;
@@ -350,8 +357,8 @@ int32_t ControlProperties::set(const PropertySetIdentifier& set, uint32_t number
   if (const int32_t status = find(set, number, found)) return status;
   if (value.size() != sizeOf(*found.row)) return kVCIInvalidArgument;
   const auto numbers = found.read(value);
-  if (numbers && found.isRefused(*numbers)) return kVCIFailed;
-  return numbers ? controlStatus(found.tell(*numbers)) : int32_t{kVCIInvalidArgument};
+  if (numbers && found.isRefused(*numbers)) return refusedByMode(*found.node);
+  return numbers ? controlStatus(*found.node, found.tell(*numbers)) : int32_t{kVCIInvalidArgument};
 }
 
 std::vector<PropertySetIdentifier> ControlProperties::sets() const {

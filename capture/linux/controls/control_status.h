@@ -1,30 +1,16 @@
 #pragma once
 
-#include <cerrno>
 #include <cstdint>
 
-#include <vesk/vci.h>
+#include "capture/linux/nodes/open_node.h"
 
 namespace vesk::capture {
 
-/// What a driver's answer to a setting or a question means.
+/// What a driver's answer to a setting or a question means, with the error for whoever asked.
 /// @param error 0 or a negated errno value
-inline int32_t controlStatus(int error) {
-  switch (error) {
-    case 0:
-      return kVCISuccess;
-    case -ENOENT:  // the unit does not have it
-    case -ENOTTY:  // the driver knows nothing of the kind
-      return kVCIPropertyNotSupported;
-    case -EINVAL:
-    case -ERANGE:
-    case -ENOBUFS:  // another size than the unit's
-      return kVCIInvalidArgument;
-    case -EBUSY:
-      return kVCIBusy;
-    default:  // an automatic mode rules it, the camera stalled, does not answer, or is gone
-      return kVCIFailed;
-  }
-}
+int32_t controlStatus(const OpenNode& node, int error);
+
+/// A setting that cannot be made while an automatic mode of the camera's makes it.
+int32_t refusedByMode(const OpenNode& node);
 
 }  // namespace vesk::capture

@@ -10,6 +10,7 @@
 #include <iterator>
 #include <utility>
 
+#include <vesk/vci.h>
 #include "capture/linux/controls/control_status.h"
 
 namespace vesk::capture {
@@ -125,10 +126,10 @@ int32_t UnitProperties::get(uint32_t request, const PropertySetIdentifier& set, 
   if (request >= std::size(kQueries)) return kVCIInvalidArgument;
   return askUnits(set, number, [&](const OpenNode& node, uint8_t unit) -> int32_t {
     uint32_t length = 0;
-    if (const int error = askLength(node, unit, number, length)) return controlStatus(error);
+    if (const int error = askLength(node, unit, number, length)) return controlStatus(node, error);
     // The kernel asks for the whole value; whoever asks for less is given its first bytes.
     std::vector<uint8_t> whole(length);
-    if (const int error = query(node, unit, number, kQueries[request], whole)) return controlStatus(error);
+    if (const int error = query(node, unit, number, kQueries[request], whole)) return controlStatus(node, error);
     valueSize = static_cast<uint32_t>(std::min(value.size(), whole.size()));
     std::copy_n(whole.begin(), valueSize, value.begin());
     return kVCISuccess;
@@ -138,10 +139,10 @@ int32_t UnitProperties::get(uint32_t request, const PropertySetIdentifier& set, 
 int32_t UnitProperties::set(const PropertySetIdentifier& set, uint32_t number, std::span<const uint8_t> value) const {
   return askUnits(set, number, [&](const OpenNode& node, uint8_t unit) -> int32_t {
     uint32_t length = 0;
-    if (const int error = askLength(node, unit, number, length)) return controlStatus(error);
+    if (const int error = askLength(node, unit, number, length)) return controlStatus(node, error);
     if (value.size() != length) return kVCIInvalidArgument;
     std::vector<uint8_t> bytes(value.begin(), value.end());
-    return controlStatus(query(node, unit, number, UVC_SET_CUR, bytes));
+    return controlStatus(node, query(node, unit, number, UVC_SET_CUR, bytes));
   });
 }
 

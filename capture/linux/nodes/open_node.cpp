@@ -21,7 +21,7 @@ int OpenNode::ask(unsigned long request, void* argument) const {
   if (before == 0 || now - before > kForgiven) return answer;
   mLeftAloneUntil = now + kLeftAlone;
   if (!mHasSaid.exchange(true))
-    NSLog("The camera at " + mName + " does not answer when asked for its controls. Plug it in again.");
+    NSLog("[WARNING]: the camera at " + mName + " does not answer when asked for its controls");
   return answer;
 }
 

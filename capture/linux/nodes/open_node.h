@@ -14,19 +14,23 @@ namespace vesk::capture {
 class OpenNode {
  public:
   /// Null when it cannot be opened; `error` is then the errno value.
-  static std::shared_ptr<OpenNode> open(std::shared_ptr<V4L2Calls> calls, const std::string& node, int& error) {
+  /// @param camera its name, for errors
+  static std::shared_ptr<OpenNode> open(std::shared_ptr<V4L2Calls> calls, const std::string& node, int& error,
+                                        std::string camera = {}) {
     const int descriptor = calls->open(node);
     error = descriptor < 0 ? -descriptor : 0;
-    return descriptor < 0 ? nullptr : std::make_shared<OpenNode>(std::move(calls), node, descriptor);
+    if (descriptor < 0) return nullptr;
+    return std::make_shared<OpenNode>(std::move(calls), node, descriptor, std::move(camera));
   }
 
-  OpenNode(std::shared_ptr<V4L2Calls> calls, std::string name, int descriptor)
-      : mCalls(std::move(calls)), mName(std::move(name)), mDescriptor(descriptor) {}
+  OpenNode(std::shared_ptr<V4L2Calls> calls, std::string name, int descriptor, std::string camera)
+      : mCalls(std::move(calls)), mName(std::move(name)), mCamera(std::move(camera)), mDescriptor(descriptor) {}
   ~OpenNode() { mCalls->close(mDescriptor); }
   OpenNode(const OpenNode&) = delete;
   OpenNode& operator=(const OpenNode&) = delete;
 
-  const std::string& name() const { return mName; }  ///< "/dev/video0"
+  const std::string& name() const { return mName; }      ///< "/dev/video0"
+  const std::string& camera() const { return mCamera; }  ///< the camera's name; may be empty
   V4L2Calls& calls() const { return *mCalls; }
   int descriptor() const { return mDescriptor; }
   int ioctl(unsigned long request, void* argument) const { return mCalls->ioctl(mDescriptor, request, argument); }
@@ -38,6 +42,7 @@ class OpenNode {
  private:
   const std::shared_ptr<V4L2Calls> mCalls;
   const std::string mName;
+  const std::string mCamera;
   const int mDescriptor;
   // Microseconds of the monotonic clock.
   mutable std::atomic<int64_t> mSilentAt = 0;  ///< when it last did not answer; 0: it always did

@@ -27,16 +27,25 @@ struct Freed {
   }
 };
 
-/// What a person can do about a microphone that cannot be recorded from.
-std::string remedy(int code) {
+/// Why a microphone cannot be recorded from.
+Error recordingError(int code) {
   switch (code) {
     case -EBUSY:
-      return "another program records from it";
+      return {Cause::kBusy, "another program records from it", "Close that program."};
     case -EACCES:
     case -EPERM:
-      return "no permission: the user must be in the group audio";
+      return {Cause::kNoPermission, "no permission", "Add the user to the group \"audio\" and log in again."};
+    case -ENODEV:
+    case -ENOENT:
+    case -ENXIO:
+      return {Cause::kUnplugged, "it was unplugged", "Plug it in again."};
+    case -EINVAL:
+      return {Cause::kRefused, "its driver refuses the format", "Choose another format."};
+    case -EIO:
+    case -ETIMEDOUT:
+      return {Cause::kNotAnswering, "it does not answer as it should", "Plug it in again."};
     default:
-      return snd_strerror(code);
+      return {Cause::kOther, snd_strerror(code), "Plug it in again."};
   }
 }
 
@@ -58,25 +67,25 @@ AlsaStream::~AlsaStream() {
   if (mStop >= 0) close(mStop);
 }
 
-int32_t AlsaStream::begin(const std::string& pcm, std::string& error) {
+int32_t AlsaStream::begin(const std::string& pcm, Error& error) {
   int code = 0;
   AlsaPcm opened = openAlsaPcm(pcm, code);
   return opened ? begin(std::move(opened), error) : refuse(code, error);
 }
 
-int32_t AlsaStream::refuse(int code, std::string& error) const {
-  error = "cannot record: " + remedy(code);
+int32_t AlsaStream::refuse(int code, Error& error) const {
+  error = recordingError(code);
   return code == -EBUSY ? kVCIBusy : kVCIFailed;
 }
 
-int32_t AlsaStream::begin(AlsaPcm pcm, std::string& error) {
+int32_t AlsaStream::begin(AlsaPcm pcm, Error& error) {
   mPcm = std::move(pcm);
   int code = configure();
   if (code >= 0) code = snd_pcm_start(mPcm.get());
   if (code < 0) return refuse(code, error);
   mStop = eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
   if (mStop < 0) {
-    error = "cannot record: no file descriptor is left";
+    error = {Cause::kOther, "no file descriptor is left", "Close other programs."};
     return kVCIFailed;
   }
   mThread = std::thread([this] {

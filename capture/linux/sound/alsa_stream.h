@@ -28,13 +28,13 @@ class AlsaStream : public SoundStream {
   AlsaStream(const AlsaStream&) = delete;
   AlsaStream& operator=(const AlsaStream&) = delete;
 
-  /// Begins. @return kVCISuccess, or why not, with one line in `error`.
-  int32_t begin(const std::string& pcm, std::string& error);
+  /// Begins. @return kVCISuccess, or why not, with the reason in `error`.
+  int32_t begin(const std::string& pcm, Error& error);
   /// With a PCM that is open for recording, not blocking.
-  int32_t begin(AlsaPcm pcm, std::string& error);
+  int32_t begin(AlsaPcm pcm, Error& error);
 
  private:
-  int32_t refuse(int code, std::string& error) const;
+  int32_t refuse(int code, Error& error) const;
   int configure();
   void run();
   bool waitForSound();

@@ -118,11 +118,11 @@ class AlsaSoundSystem : public SoundSystem {
   }
 
   std::unique_ptr<SoundStream> record(const std::string& path, const WaveFormat& format,
-                                      std::shared_ptr<SoundSink> sink, int32_t& status, std::string& error) override {
+                                      std::shared_ptr<SoundSink> sink, int32_t& status, Error& error) override {
     status = kVCIFailed;
     const auto found = find(path);
     if (!found) {
-      error = "the microphone has gone";
+      error = {Cause::kUnplugged, "it was unplugged", "Plug it in again."};
       return nullptr;
     }
     auto stream = std::make_unique<AlsaStream>(format, std::move(sink));
@@ -184,12 +184,13 @@ void keepQuiet(const char*, int, const char*, int, const char*, ...) {}
 
 }  // namespace
 
-std::shared_ptr<SoundSystem> makeAlsaSoundSystem(const std::vector<std::string>& extra, std::string& error) {
+std::shared_ptr<SoundSystem> makeAlsaSoundSystem(const std::vector<std::string>& extra, Error& error) {
   // Otherwise it writes lines of its own to standard error.
   snd_lib_error_set_handler(keepQuiet);
   int card = -1;
   const int code = snd_card_next(&card);
-  if (extra.empty() && (code < 0 || card < 0)) error = "the kernel knows no sound card";
+  if (extra.empty() && (code < 0 || card < 0))
+    error = {Cause::kNoDevice, "the kernel knows no sound card", "Plug a microphone in."};
   return std::make_shared<AlsaSoundSystem>(extra);
 }
 

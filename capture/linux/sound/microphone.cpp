@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <utility>
 
-#include <vesk/log.h>
 #include <vesk/vci.h>
+#include "capture/interface/call_error.h"
 
 namespace vesk::capture {
 
@@ -27,14 +27,15 @@ int32_t SoundMicrophone::start(uint32_t, FrameCallback callback) {
   if (!callback) return kVCIInvalidArgument;
   MutexLock lock(mMutex);
   if (mDelivery) return kVCISuccess;
-  if (mFormats.empty()) return kVCIFailed;
+  if (mFormats.empty())
+    return failed(kVCIFailed, {Cause::kNoFormat, deviceText(DeviceKind::kAudio, mName) + " offers no format", ""});
   auto delivery = std::make_shared<SoundDelivery>(mName, mFormat, std::move(callback));
   int32_t status = kVCIFailed;
-  std::string error;
+  Error error;
   mStream = mSharing->record(mPath, mFormat, mIsMeter, delivery, status, error);
   if (!mStream) {
-    NSLog("[WARNING]: " + mName + ": " + error);
-    return status == kVCISuccess ? int32_t{kVCIFailed} : status;
+    error.what = deviceText(DeviceKind::kAudio, mName) + " could not be started: " + error.what;
+    return failed(status == kVCISuccess ? int32_t{kVCIFailed} : status, std::move(error));
   }
   delivery->begin();
   mDelivery = std::move(delivery);
@@ -70,20 +71,29 @@ int32_t SoundMicrophone::setWaveFormat(const WaveFormat& format) {
   return kVCISuccess;
 }
 
+/// What becomes of volume and mute.
+int32_t SoundMicrophone::checked(int32_t status) const {
+  if (status == kVCISuccess || status == kVCIPropertyNotSupported) return status;
+  Error why = mSystem->trouble();
+  if (!why) why = {Cause::kRefused, "the sound system does not let it", "Plug the microphone in again."};
+  why.what = "volume and mute of " + deviceText(DeviceKind::kAudio, mName) + " are out of reach: " + why.what;
+  return failed(status, std::move(why));
+}
+
 int32_t SoundMicrophone::getMute(bool& mute) {
-  return mSystem->getMute(mPath, mute);
+  return checked(mSystem->getMute(mPath, mute));
 }
 
 int32_t SoundMicrophone::setMute(bool mute) {
-  return mSystem->setMute(mPath, mute);
+  return checked(mSystem->setMute(mPath, mute));
 }
 
 int32_t SoundMicrophone::getVolume(uint32_t& volume) {
-  return mSystem->getVolume(mPath, volume);
+  return checked(mSystem->getVolume(mPath, volume));
 }
 
 int32_t SoundMicrophone::setVolume(uint8_t volume) {
-  return mSystem->setVolume(mPath, volume);
+  return checked(mSystem->setVolume(mPath, volume));
 }
 
 }  // namespace vesk::capture

@@ -32,6 +32,7 @@ class SoundMicrophone : public CaptureDevice {
 
  private:
   void end() VESK_EXCLUDES(mMutex);
+  int32_t checked(int32_t status) const;
 
   const std::shared_ptr<SoundSystem> mSystem;
   const std::shared_ptr<SoundSharing> mSharing;

@@ -28,17 +28,18 @@ PulseConnection::~PulseConnection() {
   pa_threaded_mainloop_free(mLoop);
 }
 
-bool PulseConnection::begin(std::string& error) {
+bool PulseConnection::begin(Error& error) {
   mLoop = pa_threaded_mainloop_new();
   if (mLoop) pa_threaded_mainloop_set_name(mLoop, "vesk-pulse");  // once it runs, the caller might be named instead
   if (!mLoop || pa_threaded_mainloop_start(mLoop) < 0) {
-    error = "the sound server's client could not be started";
+    error = {Cause::kOther, "the sound server's client could not be started", ""};
     return false;
   }
   mIsRunning = true;
   Lock lock(*this);
   if (context(lock)) return true;
-  error = "no sound server answers (" + reason() + ")";
+  error = {isLeftAlone() ? Cause::kNotAnswering : Cause::kNoSoundServer, "no sound server answers (" + reason() + ")",
+           "Start the sound server."};
   return false;
 }
 
@@ -117,6 +118,13 @@ bool PulseConnection::waitUntil(Lock& lock, const std::function<bool()>& isDone)
 
 std::string PulseConnection::reason() const {
   return pa_strerror(mError);
+}
+
+Error PulseConnection::trouble() const {
+  if (isLeftAlone()) return {Cause::kNotAnswering, "the sound server does not answer", "Restart the sound server."};
+  if (!isReady())
+    return {Cause::kNoSoundServer, "there is no sound server (" + reason() + ")", "Start the sound server."};
+  return {};
 }
 
 void PulseConnection::setChangeHandler(std::function<void()> handler) {

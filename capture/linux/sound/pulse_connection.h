@@ -9,6 +9,8 @@
 #include <memory>
 #include <string>
 
+#include <vesk/error.h>
+
 namespace vesk::capture {
 
 struct PulseUnref {
@@ -26,7 +28,7 @@ struct PulsePatience {
 
 class SoundSystem;
 /// The sound server's with another patience than the usual one; as makePulseSoundSystem of sound_system.h.
-std::shared_ptr<SoundSystem> makePulseSoundSystem(std::string& error, const PulsePatience& patience);
+std::shared_ptr<SoundSystem> makePulseSoundSystem(Error& error, const PulsePatience& patience);
 
 /// Sets the loudest channel to `level` and the others as far below it as they are. At 0 that cannot be seen
 /// any more: `known`, the last volume above 0, remembers it.
@@ -66,8 +68,8 @@ class PulseConnection {
   PulseConnection(const PulseConnection&) = delete;
   PulseConnection& operator=(const PulseConnection&) = delete;
 
-  /// Starts the thread and connects; starts no server. False with the reason when none answers.
-  bool begin(std::string& error);
+  /// Starts the thread and connects; starts no server. False with the error when none answers.
+  bool begin(Error& error);
 
   /// Whether a server is connected. From any thread, without a Lock.
   bool isReady() const { return mIsReady; }
@@ -83,6 +85,8 @@ class PulseConnection {
   bool isLeftAlone() const { return std::chrono::steady_clock::now() < mLeftAloneUntil; }
   void signal() { mSignalled.notify_all(); }
   std::string reason() const;
+  /// Why nothing can be asked now; no error while a server is connected that answers.
+  Error trouble() const;
   /// Called on the connection's thread when sources come, go or are replaced, or the server does.
   void setChangeHandler(std::function<void()> handler);
 

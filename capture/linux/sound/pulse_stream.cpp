@@ -10,6 +10,22 @@ namespace {
 
 constexpr uint32_t kFragmentsPerSecond = 100;
 
+/// Why a server that answers does not record.
+Error refusal(int code) {
+  switch (code) {
+    case PA_ERR_BUSY:
+      return {Cause::kBusy, "another program records from it", "Close that program."};
+    case PA_ERR_NOENTITY:
+    case PA_ERR_KILLED:
+      return {Cause::kUnplugged, "it was unplugged", "Plug it in again."};
+    case PA_ERR_ACCESS:
+      return {Cause::kNoPermission, "the sound server does not permit it", "Allow it in the system's settings."};
+    default:
+      return {Cause::kRefused, std::string("the sound server refuses to record: ") + pa_strerror(code),
+              "Restart the sound server."};
+  }
+}
+
 }  // namespace
 
 PulseStream::~PulseStream() {
@@ -21,11 +37,11 @@ PulseStream::~PulseStream() {
   pa_stream_unref(mStream);
 }
 
-int32_t PulseStream::begin(const std::string& source, std::string& error) {
+int32_t PulseStream::begin(const std::string& source, Error& error) {
   PulseConnection::Lock lock(*mConnection);
   const PulseContext context = mConnection->context(lock);
   if (!context) {
-    error = "the sound server does not answer: " + mConnection->reason();
+    error = mConnection->trouble();
     return kVCIFailed;
   }
   const pa_sample_spec spec{PA_SAMPLE_S16LE, mFormat.samplesPerSecond, static_cast<uint8_t>(mFormat.channels)};
@@ -53,12 +69,9 @@ int32_t PulseStream::begin(const std::string& source, std::string& error) {
       }
     }
   }
-  if (mConnection->isLeftAlone()) {
-    error = "the sound server does not answer";
-    return kVCIFailed;
-  }
+  if (error = mConnection->trouble(); error) return kVCIFailed;
   const int code = pa_context_errno(context.get());
-  error = std::string("the sound server refuses to record: ") + pa_strerror(code);
+  error = refusal(code);
   return code == PA_ERR_BUSY ? kVCIBusy : kVCIFailed;
 }
 

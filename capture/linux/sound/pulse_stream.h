@@ -17,8 +17,8 @@ class PulseStream : public SoundStream {
   PulseStream(const PulseStream&) = delete;
   PulseStream& operator=(const PulseStream&) = delete;
 
-  /// Begins. @return kVCISuccess, or why not, with one line in `error`.
-  int32_t begin(const std::string& source, std::string& error);
+  /// Begins. @return kVCISuccess, or why not, with the reason in `error`.
+  int32_t begin(const std::string& source, Error& error);
 
  private:
   static void stateChanged(pa_stream* stream, void* self);

@@ -102,7 +102,7 @@ void keepSuccess(pa_context*, int isDone, void* data) {
 class PulseSoundSystem : public SoundSystem {
  public:
   explicit PulseSoundSystem(const PulsePatience& patience) : mConnection(std::make_shared<PulseConnection>(patience)) {}
-  bool begin(std::string& error) { return mConnection->begin(error); }
+  bool begin(Error& error) { return mConnection->begin(error); }
   ~PulseSoundSystem() override { setChangeHandler({}); }
 
   std::vector<Microphone> microphones() override {
@@ -137,7 +137,7 @@ class PulseSoundSystem : public SoundSystem {
   }
 
   std::unique_ptr<SoundStream> record(const std::string& path, const WaveFormat& format,
-                                      std::shared_ptr<SoundSink> sink, int32_t& status, std::string& error) override {
+                                      std::shared_ptr<SoundSink> sink, int32_t& status, Error& error) override {
     auto stream = std::make_unique<PulseStream>(mConnection, format, std::move(sink));
     status = stream->begin(path, error);
     if (status != kVCISuccess) return nullptr;
@@ -181,6 +181,10 @@ class PulseSoundSystem : public SoundSystem {
     });
   }
 
+  Error trouble() override {
+    const PulseConnection::Lock lock(*mConnection);
+    return mConnection->trouble();
+  }
   bool isAnswering() override { return mConnection->isReady(); }
 
   void setChangeHandler(std::function<void()> handler) override {
@@ -225,11 +229,11 @@ void scaleKeepingBalance(pa_cvolume& volume, pa_cvolume& known, pa_volume_t leve
   pa_cvolume_scale(&volume, level);
 }
 
-std::shared_ptr<SoundSystem> makePulseSoundSystem(std::string& error) {
+std::shared_ptr<SoundSystem> makePulseSoundSystem(Error& error) {
   return makePulseSoundSystem(error, PulsePatience());
 }
 
-std::shared_ptr<SoundSystem> makePulseSoundSystem(std::string& error, const PulsePatience& patience) {
+std::shared_ptr<SoundSystem> makePulseSoundSystem(Error& error, const PulsePatience& patience) {
   auto system = std::make_shared<PulseSoundSystem>(patience);
   if (!system->begin(error)) return nullptr;
   return system;

@@ -85,11 +85,11 @@ class SoundSharing::Shared {
       : mSystem(std::move(system)), mPath(std::move(path)) {}
 
   bool join(const Listener* who, const WaveFormat& format, std::shared_ptr<SoundSink> sink, int32_t& status,
-            std::string& error) VESK_EXCLUDES(mMutex);
+            Error& error) VESK_EXCLUDES(mMutex);
   void leave(const Listener* who) VESK_EXCLUDES(mMutex);
 
  private:
-  bool open(const WaveFormat& format, int32_t& status, std::string& error) VESK_REQUIRES(mMutex);
+  bool open(const WaveFormat& format, int32_t& status, Error& error) VESK_REQUIRES(mMutex);
 
   const std::shared_ptr<SoundSystem> mSystem;
   const std::string mPath;
@@ -114,11 +114,11 @@ class SoundSharing::Listener : public SoundStream {
 };
 
 bool SoundSharing::Shared::join(const Listener* who, const WaveFormat& format, std::shared_ptr<SoundSink> sink,
-                                int32_t& status, std::string& error) {
+                                int32_t& status, Error& error) {
   MutexLock lock(mMutex);
   if (!who->isMeter() && mCapture) {
     status = kVCIBusy;
-    error = "the microphone is being recorded from already";
+    error = {Cause::kBusy, "it is being recorded from already", "End the other recording."};
     return false;
   }
   if (who->isMeter()) mMeterFormat = format;
@@ -131,13 +131,13 @@ bool SoundSharing::Shared::join(const Listener* who, const WaveFormat& format, s
   }
   mFan->remove(who);
   // The meters that were listening go on as before.
-  std::string ignored;
+  Error ignored;
   int32_t unused = kVCIFailed;
   if (!mFan->isDeaf() && !open(mMeterFormat, unused, ignored)) mFan->ended();
   return false;
 }
 
-bool SoundSharing::Shared::open(const WaveFormat& format, int32_t& status, std::string& error) {
+bool SoundSharing::Shared::open(const WaveFormat& format, int32_t& status, Error& error) {
   mFan->setFormat(format);
   mStream = mSystem->record(mPath, format, mFan, status, error);
   return mStream != nullptr;
@@ -153,8 +153,7 @@ void SoundSharing::Shared::leave(const Listener* who) {
 SoundSharing::SoundSharing(std::shared_ptr<SoundSystem> system) : mSystem(std::move(system)) {}
 
 std::unique_ptr<SoundStream> SoundSharing::record(const std::string& path, const WaveFormat& format, bool isMeter,
-                                                  std::shared_ptr<SoundSink> sink, int32_t& status,
-                                                  std::string& error) {
+                                                  std::shared_ptr<SoundSink> sink, int32_t& status, Error& error) {
   if (mSystem->canShare()) return mSystem->record(path, format, std::move(sink), status, error);
   std::shared_ptr<Shared> shared;
   {

@@ -21,7 +21,7 @@ class SoundSharing {
   /// As SoundSystem::record. A meter's sound is adapted to its format roughly, good for levels only.
   /// A second capture of the same microphone is answered with kVCIBusy where it cannot be shared.
   std::unique_ptr<SoundStream> record(const std::string& path, const WaveFormat& format, bool isMeter,
-                                      std::shared_ptr<SoundSink> sink, int32_t& status, std::string& error)
+                                      std::shared_ptr<SoundSink> sink, int32_t& status, Error& error)
       VESK_EXCLUDES(mMutex);
 
  private:

@@ -4,7 +4,8 @@
 
 #include <utility>
 
-#include <vesk/log.h>
+#include <vesk/vci.h>
+#include "capture/interface/call_error.h"
 #include "capture/linux/sound/microphone.h"
 #include "capture/sources/one_by_one.h"
 
@@ -36,6 +37,7 @@ std::vector<DeviceDescription> SoundSource::devices(DeviceKind kind) {
   std::vector<DeviceDescription> answer;
   if (kind != DeviceKind::kAudio) return answer;
   for (Microphone& microphone : microphones()) answer.push_back(std::move(microphone.description));
+  if (answer.empty()) sayTrouble();
   return answer;
 }
 
@@ -52,12 +54,26 @@ std::unique_ptr<CaptureDevice> SoundSource::openMicrophone(const std::string& pa
     if (microphone.description.path != path) continue;
     auto opened = std::make_unique<SoundMicrophone>(mSystem, mSharing, microphone, isMeter);
     if (!opened->waveFormats().empty()) return opened;
-    NSLog("The microphone \"" + microphone.description.name +
-          "\" could not be opened: it does not say in which formats it records. Plug it in again, or restart the sound "
-          "server.");
+    Error why = mSystem->trouble();
+    if (!why)
+      why = {Cause::kNoFormat, "it does not say in which formats it records",
+             "Plug it in again, or restart the sound server."};
+    why.what = deviceText(DeviceKind::kAudio, microphone.description.name) + " could not be opened: " + why.what;
+    failed(kVCIFailed, std::move(why));
     return nullptr;
   }
+  if (!sayTrouble())
+    failed(kVCIFailed, {Cause::kUnplugged, "the microphone is not there any more", "Plug it in again."});
   return nullptr;
+}
+
+/// Says why there are no microphones. @return whether there is a reason
+bool SoundSource::sayTrouble() {
+  Error why = mSystem->trouble();
+  if (!why) return false;
+  why.what = "no microphone can be found: " + why.what;
+  failed(kVCIFailed, std::move(why));
+  return true;
 }
 
 // The watcher, once begun, runs until the source goes: a handler may be replaced from inside itself.

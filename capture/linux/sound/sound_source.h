@@ -38,6 +38,7 @@ class SoundSource : public CaptureSource {
 
  private:
   std::unique_ptr<CaptureDevice> openMicrophone(const std::string& path, bool isMeter);
+  bool sayTrouble();
   bool waitForChange() VESK_EXCLUDES(mMutex);
   void compare() VESK_EXCLUDES(mMutex);
   void setTold(std::optional<std::vector<Microphone>> told) VESK_EXCLUDES(mMutex);

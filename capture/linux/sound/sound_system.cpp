@@ -2,14 +2,14 @@
 
 namespace vesk::capture {
 
-std::shared_ptr<SoundSystem> makeSoundSystem(std::string& error) {
-  std::string noServer;
+std::shared_ptr<SoundSystem> makeSoundSystem(Error& error) {
+  Error noServer;
   if (auto system = makePulseSoundSystem(noServer)) return system;
-  std::string noDrivers;
+  Error noDrivers;
   auto system = makeAlsaSoundSystem({}, noDrivers);
-  if (!noDrivers.empty()) {
-    error = "no microphones: " + noServer + ", and " + noDrivers + "; plug one in, or start the sound server";
-  }
+  if (noDrivers)
+    error = {Cause::kNoSoundServer, "there are no microphones: " + noServer.what + ", and " + noDrivers.what,
+             "Plug one in, or start the sound server."};
   return system;
 }
 

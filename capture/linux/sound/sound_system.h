@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <vesk/capture_source.h>
+#include <vesk/error.h>
 
 namespace vesk::capture {
 
@@ -49,9 +50,10 @@ class SoundSystem {
   virtual std::vector<Microphone> microphones() = 0;
   /// What the microphone delivers: 16-bit PCM, best first.
   virtual std::vector<WaveFormat> formats(const std::string& path) = 0;
-  /// Begins to record. @return null with a status of vci.h and one line for a person on failure.
+  /// Begins to record. @return null with a status of vci.h and the reason on failure; the microphone is not named
+  /// in it.
   virtual std::unique_ptr<SoundStream> record(const std::string& path, const WaveFormat& format,
-                                              std::shared_ptr<SoundSink> sink, int32_t& status, std::string& error) = 0;
+                                              std::shared_ptr<SoundSink> sink, int32_t& status, Error& error) = 0;
   /// Whether a microphone can be recorded from several times at once.
   virtual bool canShare() const = 0;
 
@@ -61,6 +63,8 @@ class SoundSystem {
   virtual int32_t getMute(const std::string& path, bool& mute) = 0;
   virtual int32_t setMute(const std::string& path, bool mute) = 0;
 
+  /// Why the system cannot be asked anything now; no error while it can.
+  virtual Error trouble() { return {}; }
   /// Whether there is a server to speak of. While there is none nothing tells when it comes back: asking
   /// for the microphones tries it. Takes no lock.
   virtual bool isAnswering() { return true; }
@@ -72,12 +76,12 @@ class SoundSystem {
 };
 
 /// The sound server's microphones when one runs, else the drivers' own: one of the two always, since
-/// microphones may come later. `error` has one line for a person when there is neither now.
-std::shared_ptr<SoundSystem> makeSoundSystem(std::string& error);
+/// microphones may come later. `error` says so when there is neither now.
+std::shared_ptr<SoundSystem> makeSoundSystem(Error& error);
 /// The sound server's; null with the reason when none runs. No server is started.
-std::shared_ptr<SoundSystem> makePulseSoundSystem(std::string& error);
+std::shared_ptr<SoundSystem> makePulseSoundSystem(Error& error);
 /// The drivers' own; `extra` names microphones that only the configuration of ALSA knows. `error`
 /// is set when there is no sound card now.
-std::shared_ptr<SoundSystem> makeAlsaSoundSystem(const std::vector<std::string>& extra, std::string& error);
+std::shared_ptr<SoundSystem> makeAlsaSoundSystem(const std::vector<std::string>& extra, Error& error);
 
 }  // namespace vesk::capture

@@ -154,9 +154,9 @@ void checkSound(const Clip& clip, const Footage& footage) {
 class EveryClip : public ::testing::TestWithParam<Clip> {};
 
 TEST_P(EveryClip, IsDeliveredWholeAndUnchanged) {
-  std::string error;
+  Error error;
   const auto footage = Footage::open(GetParam().path, false, error);
-  ASSERT_TRUE(footage) << error;
+  ASSERT_TRUE(footage) << error.what;
   std::cout << std::filesystem::path(GetParam().path).filename().string() << "\n";
   if (footage->pictures) checkPictures(GetParam(), *footage);
   if (footage->sound) checkSound(GetParam(), *footage);

@@ -50,9 +50,9 @@ class LogLines {
 class FileDevices : public ::testing::Test {
  protected:
   std::shared_ptr<CaptureSource> open(const std::string& path, bool loop = false) {
-    SourceError error;
+    Error error;
     auto source = makeFileSource(path, {Pace::kFast, loop}, error, transport);
-    EXPECT_TRUE(source) << error;
+    EXPECT_TRUE(source) << error.what;
     return source;
   }
   std::unique_ptr<CaptureDevice> device(CaptureSource& source, DeviceKind kind) {
@@ -194,11 +194,11 @@ TEST(FileErrors, SayInOneLineWhatIsWrong) {
       {"/dev/zero", "is not a regular file"},
   };
   for (const auto& row : rows) {
-    SourceError error;
+    Error error;
     EXPECT_FALSE(makeFileSource(row.path, {}, error)) << row.path;
-    EXPECT_NE(error.find(row.words), std::string::npos) << error;
-    EXPECT_EQ(error.find('\n'), std::string::npos) << error;
-    EXPECT_EQ(error.find(row.path), 0u) << error;
+    EXPECT_NE(error.what.find(row.words), std::string::npos) << error.what;
+    EXPECT_EQ(error.what.find('\n'), std::string::npos) << error.what;
+    EXPECT_EQ(error.what.find(row.path), 0u) << error.what;
   }
 }
 
@@ -229,19 +229,19 @@ TEST(FileErrors, NothingInAFileLeadsElsewhere) {
                                "udp://127.0.0.1:5004"};
   const int before = gNetworkSockets;
   for (const std::string& path : paths) {
-    SourceError error;
+    Error error;
     EXPECT_FALSE(makeFileSource(path, {}, error)) << path;
-    EXPECT_EQ(error.find(path), 0u) << error;
+    EXPECT_EQ(error.what.find(path), 0u) << error.what;
   }
   EXPECT_EQ(gNetworkSockets, before);
 }
 
 /// Plays everything that a file offers, as far as it goes.
 size_t playAll(const std::string& path) {
-  std::string error;
+  Error error;
   const auto footage = Footage::open(path, true, error);
   if (!footage) {
-    EXPECT_FALSE(error.empty());
+    EXPECT_TRUE(error);
     return 0;
   }
   size_t count = 0;
@@ -295,9 +295,9 @@ TEST(FileDamage, IsLoggedOnceAndDeliversWhatIsThere) {
   const std::string path = folder.write("cut.avi", whole.substr(0, whole.size() / 2));
   LogLines log;
   Transport transport;
-  SourceError error;
+  Error error;
   const auto source = makeFileSource(path, {Pace::kFast, true}, error, transport);
-  ASSERT_TRUE(source) << error;
+  ASSERT_TRUE(source) << error.what;
   const auto camera = source->open(DeviceKind::kVideo, source->devices(DeviceKind::kVideo).front().path);
   Recorder<int> frames;
   camera->start(0, [&](uint8_t*, uint32_t, int64_t) { frames.add(0); });

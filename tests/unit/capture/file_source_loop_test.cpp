@@ -181,9 +181,9 @@ TEST(FileLoop, LeavesNoHoleInThePictures) {
     const std::string path = folder.file("copy.mov");
     ASSERT_NO_FATAL_FAILURE(copyMovie(dataPath("street.mov"), path, row.shift, true));
     Transport transport;
-    SourceError error;
+    Error error;
     const auto source = makeFileSource(path, {Pace::kFast, true}, error, transport);
-    ASSERT_TRUE(source) << error;
+    ASSERT_TRUE(source) << error.what;
     const auto camera = source->open(DeviceKind::kVideo, source->devices(DeviceKind::kVideo).front().path);
     const auto microphone = source->open(DeviceKind::kAudio, source->devices(DeviceKind::kAudio).front().path);
     vesk::test::Recorder<int64_t> pictures;

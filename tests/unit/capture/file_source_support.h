@@ -42,9 +42,9 @@ inline std::vector<Unit> unitsFrom(UnitReader& reader, int64_t from = 0, bool ag
 }
 
 inline std::unique_ptr<Footage> footageAt(const std::string& path, bool wantsLength = false) {
-  std::string error;
+  Error error;
   auto footage = Footage::open(path, wantsLength, error);
-  EXPECT_TRUE(footage) << error;
+  EXPECT_TRUE(footage) << error.what;
   return footage;
 }
 

@@ -39,7 +39,7 @@ class SoundServerTest : public testing::Test {
   /// Connects with so much patience, or with the least that is enough for the greetings.
   std::shared_ptr<SoundSystem> connect(PulsePatience patience) {
     std::shared_ptr<SoundSystem> system;
-    for (std::string error; !system; ++patience.wait) system = makePulseSoundSystem(error, patience);
+    for (Error error; !system; ++patience.wait) system = makePulseSoundSystem(error, patience);
     mLinesBefore = mLines.items().size();
     return system;
   }
@@ -63,7 +63,7 @@ TEST_F(SoundServerTest, OneThatHangsIsAskedOnceAndThenLeftAloneWithOneLine) {
   server.waitUntilAsked();
   bool isMuted = false;
   int32_t status = kVCISuccess;
-  std::string error;
+  Error error;
   EXPECT_EQ(system->getVolume("tone", volume), kVCIFailed);
   EXPECT_EQ(system->setVolume("tone", 9), kVCIFailed);
   EXPECT_EQ(system->getMute("tone", isMuted), kVCIFailed);
@@ -80,11 +80,11 @@ TEST_F(SoundServerTest, OneThatHangsWhenItIsToRecordIsLeftAloneToo) {
   FakeSoundServer server(Manner::kHangs);
   const auto system = connect(kShort);
   int32_t status = kVCISuccess;
-  std::string error;
+  Error error;
   const WaveFormat format{kWaveFormatLinearPCM, 1, 48000, 16};
   EXPECT_FALSE(system->record("tone", format, std::make_shared<IgnoredSound>(), status, error));
   EXPECT_EQ(status, kVCIFailed);
-  EXPECT_NE(error, "");
+  EXPECT_TRUE(error);
   server.waitUntilAsked();
   EXPECT_EQ(server.questions(), 1);
   EXPECT_EQ(lines().size(), 1U);
@@ -116,9 +116,9 @@ TEST_F(SoundServerTest, OneThatGreetsAtTheLastMomentIsNotTakenToHang) {
 
 TEST_F(SoundServerTest, OneThatTakesConnectionsOnlyIsNone) {
   FakeSoundServer server(Manner::kHangsAtOnce);
-  std::string error;
+  Error error;
   EXPECT_FALSE(makePulseSoundSystem(error, kShort));
-  EXPECT_NE(error.find("no sound server answers"), std::string::npos) << error;
+  EXPECT_NE(error.what.find("no sound server answers"), std::string::npos) << error.what;
 }
 
 /// All threads but one meet a connection that is being made.
@@ -148,7 +148,7 @@ TEST_F(SoundServerTest, ThreadsMaySeeItGoWhileTheyUseIt) {
       for (int round = 0; round < 50; ++round) {
         uint32_t volume = 0;
         int32_t status = kVCISuccess;
-        std::string error;
+        Error error;
         const WaveFormat format{kWaveFormatLinearPCM, 1, 48000, 16};
         if (i % 2 == 0) {
           system->microphones();

@@ -19,7 +19,7 @@ class ListedMicrophones : public capture::SoundSystem {
   std::vector<capture::Microphone> microphones() override { return mMicrophones; }
   std::vector<capture::WaveFormat> formats(const std::string&) override { return {}; }
   std::unique_ptr<capture::SoundStream> record(const std::string&, const capture::WaveFormat&,
-                                               std::shared_ptr<capture::SoundSink>, int32_t&, std::string&) override {
+                                               std::shared_ptr<capture::SoundSink>, int32_t&, Error&) override {
     return nullptr;
   }
   bool canShare() const override { return true; }

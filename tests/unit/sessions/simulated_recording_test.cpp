@@ -14,7 +14,7 @@ using capture::Transport;
 struct SimulatedRecording : testing::Test {
   SimulatedRecording() {
     setTemporaryDirectory(temporary.path());
-    EXPECT_EQ(capture::selectSource("simulated", {.pace = capture::Pace::kFast}), "");
+    EXPECT_FALSE(capture::selectSource("simulated", {.pace = capture::Pace::kFast}));
     camera = VeskVideoDevice::initWithDeviceInfo(VeskVideoDevice::getVideoDeviceList()->at(0));
     microphone = VeskAudioDevice::initWithDeviceInfo(VeskAudioDevice::getAudioDeviceList()->at(0));
     camera->openDevice();
