@@ -1,4 +1,4 @@
-#include <vesk/xml_node.h>
+#include <vesk/xml_reader.h>
 
 #include "catalogue/text_number.h"
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include <vesk/ns_error.h>
-#include <vesk/xml_node.h>
+#include <vesk/xml_reader.h>
 #include "platform/foundation/xml_parser.h"
 
 namespace vesk {

@@ -4,7 +4,7 @@
 #include <memory>
 
 #include <vesk/audio_device.h>
-#include <vesk/timer.h>
+#include "platform/foundation/timer.h"
 #include "platform/metering/av_capture_audio_preview_output.h"
 #include "platform/metering/av_capture_device_input.h"
 #include "platform/metering/av_capture_session.h"

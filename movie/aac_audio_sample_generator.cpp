@@ -1,4 +1,4 @@
-#include <vesk/aac_audio_sample_generator.h>
+#include <vesk/sample_generators.h>
 
 #include <limits>
 #include <new>

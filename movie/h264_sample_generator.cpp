@@ -1,4 +1,4 @@
-#include <vesk/h264_sample_generator.h>
+#include <vesk/sample_generators.h>
 
 #include <utility>
 

@@ -9,12 +9,9 @@
 #include <thread>
 #include <utility>
 
-#include <vesk/aac_audio_sample_generator.h>
 #include <vesk/four_char_code.h>
-#include <vesk/h264_sample_generator.h>
 #include <vesk/log.h>
-#include <vesk/pcm_audio_sample_generator.h>
-#include <vesk/uncompressed_sample_generator.h>
+#include <vesk/sample_generators.h>
 #include "movie/movie_asset_creator_state.h"
 #include "platform/h264/nal_unit.h"
 #include "platform/h264/picture_geometry.h"

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include <vesk/movie_asset_creator.h>
-#include <vesk/sample_generator.h>
+#include <vesk/sample_generators.h>
 #include "movie/asset_writer_adapter_state.h"
 #include "movie/recording_counters.h"
 #include "movie/waiting_samples.h"

@@ -1,4 +1,4 @@
-#include <vesk/pcm_audio_sample_generator.h>
+#include <vesk/sample_generators.h>
 
 #include <algorithm>
 #include <limits>

@@ -1,4 +1,4 @@
-#include <vesk/uncompressed_sample_generator.h>
+#include <vesk/sample_generators.h>
 
 #include <algorithm>
 #include <cstring>

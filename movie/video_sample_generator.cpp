@@ -1,4 +1,4 @@
-#include <vesk/video_sample_generator.h>
+#include <vesk/sample_generators.h>
 
 #include "movie/capture_times.h"
 

@@ -20,10 +20,10 @@
 #include <vesk/dispatch_queue.h>
 #include <vesk/log.h>
 #include <vesk/notification_center.h>
-#include <vesk/timer.h>
 #include <vesk/video_device.h>
 #include "platform/foundation/file_manager.h"
 #include "platform/foundation/mutex.h"
+#include "platform/foundation/timer.h"
 #include "sessions/device_name.h"
 #include "sessions/movie_recording.h"
 #include "sessions/recording_watches.h"

@@ -92,7 +92,7 @@ class VESK_EXPORT VeskAudioDevice : public VeskAVDevice, public std::enable_shar
   Error listen();
   void endMeter();
 
-  struct State;
+  struct VESK_LOCAL State;
   const std::unique_ptr<State> mState;
 };
 

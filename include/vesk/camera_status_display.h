@@ -45,7 +45,7 @@ class VESK_EXPORT CameraStatusDisplay {
   void setViewSize(NSSize size);
 
  private:
-  struct State;
+  struct VESK_LOCAL State;
   const std::unique_ptr<State> mState;
 };
 

@@ -69,7 +69,7 @@ class VESK_EXPORT Transport {
   Transport& operator=(const Transport&) = delete;
 
  private:
-  struct State;
+  struct VESK_LOCAL State;
   std::unique_ptr<State> mState;
 };
 

@@ -49,7 +49,7 @@ class VESK_EXPORT CIContext {
   CIContext& operator=(const CIContext&) = delete;
 
  private:
-  struct State;
+  struct VESK_LOCAL State;
   std::unique_ptr<State> mState;
 };
 

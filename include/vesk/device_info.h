@@ -53,7 +53,7 @@ class VESK_EXPORT VeskDeviceInfo {
   bool isEqualToDevice(const VeskDeviceInfo& other) const;
 
  private:
-  struct State;
+  struct VESK_LOCAL State;
   const std::unique_ptr<State> mState;
   uint16_t mProductID = 0;
   uint16_t mVendorID = 0;

@@ -68,7 +68,7 @@ class VESK_EXPORT VeskDeviceManager {
   void stop();
   static void stopShared();
 
-  struct State;
+  struct VESK_LOCAL State;
   const std::unique_ptr<State> mState;
 };
 

@@ -2,11 +2,13 @@
 
 #include <cstdint>
 
-#include <vesk/cursor.h>
 #include <vesk/export.h>
 #include <vesk/geometry.h>
 
 namespace vesk {
+
+/// Shapes of the pointer that a view may ask for.
+enum class NSCursor { kArrow };
 
 /// What carries a view: a window of a program's own, or a widget of its toolkit. Implemented by the
 /// host, which also feeds the view (NSOpenGLView): its size, the pointer, and displayIfNeeded.

@@ -61,7 +61,7 @@ class VESK_EXPORT ICMDecoder {
   int32_t timeScale() const;
 
  private:
-  class State;
+  class VESK_LOCAL State;
   explicit ICMDecoder(std::unique_ptr<State> state);
 
   const std::unique_ptr<State> mState;

@@ -40,7 +40,7 @@ class VESK_EXPORT NSNotificationObserver {
 
  private:
   friend class NSNotificationCenter;
-  struct Registration;
+  struct VESK_LOCAL Registration;
   explicit NSNotificationObserver(std::shared_ptr<Registration> registration);
 
   std::shared_ptr<Registration> mRegistration;
@@ -76,7 +76,7 @@ class VESK_EXPORT NSNotificationCenter {
 
  private:
   friend class NSNotificationObserver;
-  struct State;
+  struct VESK_LOCAL State;
   std::shared_ptr<State> mState;  ///< shared with the registrations, which may outlive the centre
 };
 

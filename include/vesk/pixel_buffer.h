@@ -74,7 +74,7 @@ class VESK_EXPORT CVPixelBuffer {
   CVPixelBuffer& operator=(const CVPixelBuffer&) = delete;
 
  private:
-  struct Parts;
+  struct VESK_LOCAL Parts;
 
  public:
   /// For the factories above; use those.

@@ -112,8 +112,8 @@ class VESK_EXPORT VeskPreviewSession : public VeskAVDeviceDelegate,
   PreviewStatistics statistics() const;
 
  private:
-  struct State;
-  class LevelRelay;
+  struct VESK_LOCAL State;
+  class VESK_LOCAL LevelRelay;
 
   VeskPreviewSession(const std::shared_ptr<VeskVideoDevice>& device, VeskPreviewSessionDelegate* delegate);
 

@@ -110,7 +110,7 @@ class VESK_EXPORT VeskRecordSession : public VeskAVDeviceDelegate,
   bool isWriterBusy() const;
 
  private:
-  struct State;
+  struct VESK_LOCAL State;
 
   VeskRecordSession(std::shared_ptr<VeskVideoDevice> videoDevice, std::shared_ptr<VeskAudioDevice> audioDevice,
                     std::string fileURL);

@@ -80,7 +80,7 @@ class VESK_EXPORT VeskRecorder : public std::enable_shared_from_this<VeskRecorde
   QueueLevels waiting() const;
 
  private:
-  struct State;
+  struct VESK_LOCAL State;
 
   VeskRecorder();
 

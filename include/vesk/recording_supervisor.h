@@ -149,7 +149,7 @@ class VESK_EXPORT VeskRecordingSupervisor {
 
  private:
   friend struct SupervisorTesting;
-  class Core;
+  class VESK_LOCAL Core;
   explicit VeskRecordingSupervisor(std::shared_ptr<Core> core);
 
   std::shared_ptr<Core> mCore;

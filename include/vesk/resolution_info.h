@@ -7,7 +7,7 @@
 #include <utility>
 
 #include <vesk/export.h>
-#include <vesk/xml_node.h>
+#include <vesk/xml_reader.h>
 
 namespace vesk {
 

@@ -37,7 +37,7 @@ class VESK_EXPORT NSRunLoop {
   NSRunLoop& operator=(const NSRunLoop&) = delete;
 
  private:
-  struct State;
+  struct VESK_LOCAL State;
   std::unique_ptr<State> mState;
 };
 

@@ -2,7 +2,6 @@
 
 /// Everything that a host may use.
 
-#include <vesk/aac_audio_sample_generator.h>
 #include <vesk/aci.h>
 #include <vesk/asset_writer_adapter.h>
 #include <vesk/attributed_string.h>
@@ -24,7 +23,6 @@
 #include <vesk/ci_image.h>
 #include <vesk/cm_time.h>
 #include <vesk/color.h>
-#include <vesk/cursor.h>
 #include <vesk/decoder_protocol.h>
 #include <vesk/device_delegate.h>
 #include <vesk/device_info.h>
@@ -39,7 +37,6 @@
 #include <vesk/geometry.h>
 #include <vesk/gl_string.h>
 #include <vesk/h264_bitstream.h>
-#include <vesk/h264_sample_generator.h>
 #include <vesk/host_window.h>
 #include <vesk/icm_decoder.h>
 #include <vesk/log.h>
@@ -51,7 +48,6 @@
 #include <vesk/open_gl_context.h>
 #include <vesk/open_gl_pixel_format.h>
 #include <vesk/open_gl_view.h>
-#include <vesk/pcm_audio_sample_generator.h>
 #include <vesk/pixel_buffer.h>
 #include <vesk/preview_session.h>
 #include <vesk/preview_session_delegate.h>
@@ -68,15 +64,11 @@
 #include <vesk/resolution_info.h>
 #include <vesk/run_loop.h>
 #include <vesk/sample_buffer.h>
-#include <vesk/sample_generator.h>
+#include <vesk/sample_generators.h>
 #include <vesk/status.h>
-#include <vesk/timer.h>
 #include <vesk/tracking_area.h>
-#include <vesk/uncompressed_sample_generator.h>
 #include <vesk/unistr.h>
 #include <vesk/vci.h>
 #include <vesk/version.h>
 #include <vesk/video_device.h>
-#include <vesk/video_sample_generator.h>
-#include <vesk/xml_node.h>
 #include <vesk/xml_reader.h>

@@ -321,7 +321,7 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   void performNudge(int8_t pan, int8_t tilt, const char* line);
   void turnHead(int8_t pan, int8_t tilt);
 
-  struct State;
+  struct VESK_LOCAL State;
   const std::unique_ptr<State> mState;
 };
 

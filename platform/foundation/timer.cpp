@@ -1,4 +1,4 @@
-#include <vesk/timer.h>
+#include "platform/foundation/timer.h"
 
 #include <algorithm>
 #include <condition_variable>

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include <vesk/h264_bitstream.h>
-#include <vesk/h264_sample_generator.h>
 #include <vesk/log.h>
+#include <vesk/sample_generators.h>
 #include "platform/h264/access_unit_writer.h"
 #include "platform/h264/byte_stream.h"
 #include "platform/h264/picture_geometry.h"

@@ -8,7 +8,7 @@
 #include <thread>
 
 #include <vesk/dispatch_queue.h>
-#include <vesk/timer.h>
+#include "platform/foundation/timer.h"
 
 namespace vesk {
 namespace {

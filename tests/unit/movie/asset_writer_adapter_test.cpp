@@ -10,9 +10,7 @@
 #include <thread>
 
 #include <vesk/h264_bitstream.h>
-#include <vesk/h264_sample_generator.h>
-#include <vesk/pcm_audio_sample_generator.h>
-#include <vesk/uncompressed_sample_generator.h>
+#include <vesk/sample_generators.h>
 #include "movie/asset_writer_adapter_state.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/support/temporary_folder.h"

@@ -6,7 +6,7 @@
 #include <numbers>
 #include <vector>
 
-#include <vesk/pcm_audio_sample_generator.h>
+#include <vesk/sample_generators.h>
 #include "tests/support/drifting_microphone.h"
 #include "tests/unit/movie/movie_test_support.h"
 

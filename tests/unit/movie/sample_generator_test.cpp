@@ -2,11 +2,8 @@
 
 #include <limits>
 
-#include <vesk/aac_audio_sample_generator.h>
 #include <vesk/four_char_code.h>
-#include <vesk/h264_sample_generator.h>
-#include <vesk/pcm_audio_sample_generator.h>
-#include <vesk/uncompressed_sample_generator.h>
+#include <vesk/sample_generators.h>
 #include "movie/silence.h"
 #include "tests/unit/movie/movie_test_support.h"
 

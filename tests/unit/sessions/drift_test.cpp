@@ -4,7 +4,7 @@
 #include <vector>
 
 #include <vesk/four_char_code.h>
-#include <vesk/pcm_audio_sample_generator.h>
+#include <vesk/sample_generators.h>
 #include "capture/linux/sound/packetizer.h"
 #include "tests/support/drifting_microphone.h"
 

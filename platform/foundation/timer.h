@@ -4,12 +4,10 @@
 #include <functional>
 #include <memory>
 
-#include <vesk/export.h>
-
 namespace vesk {
 
 /// Calls a handler on the main thread (GLib's default main context), once or again and again.
-class VESK_EXPORT NSTimer {
+class NSTimer {
  public:
   using Handler = std::function<void()>;
 
