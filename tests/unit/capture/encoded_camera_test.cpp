@@ -36,14 +36,14 @@ struct Planes {
   Bytes cr = cb;
 };
 
-struct RawPicture {
+struct CameraPicture {
   Bytes bytes;
   Planes planes;
 };
 
 /// Slopes in all directions, moving on from picture to picture.
-RawPicture makeRaw(int number) {
-  RawPicture raw;
+CameraPicture makeRaw(int number) {
+  CameraPicture raw;
   raw.bytes.resize(size_t{kWidth} * kHeight * 2);
   const auto luma = [number](int x, int y) { return static_cast<uint8_t>(16 + (x + y / 2 + number * 4) % 220); };
   const auto cb = [](int x) { return static_cast<uint8_t>(48 + x / 2); };
@@ -243,7 +243,7 @@ TEST_F(EncodedCameraTest, EncodesRawPicturesAsTheyLook) {
   ASSERT_EQ(start(receiver()), kVCISuccess);
   Decoder decoder;
   for (int number = 0; number < 12; ++number) {
-    RawPicture raw = makeRaw(number);
+    CameraPicture raw = makeRaw(number);
     mFake->deliver(raw.bytes, 1'000'000 + number * kInterval);
     const Frame frame = mFrames.waitFor(static_cast<size_t>(number) + 1).back();
     EXPECT_EQ(frame.timestamp, 1'000'000 + number * kInterval);
@@ -352,7 +352,7 @@ TEST_F(EncodedCameraTest, LeavesDamagedJPEGPicturesOutAndGoesOn) {
 
 TEST_F(EncodedCameraTest, MakesKeyPicturesByTheClockWhenTheCameraIsSlow) {
   ASSERT_EQ(start(receiver()), kVCISuccess);
-  RawPicture raw = makeRaw(0);
+  CameraPicture raw = makeRaw(0);
   std::vector<int64_t> keys;
   for (size_t number = 0; number < 40; ++number) {
     mFake->deliver(raw.bytes, static_cast<int64_t>(number) * 150'000);
@@ -372,7 +372,7 @@ TEST_F(EncodedCameraTest, LeavesOutOldPicturesWhenTheReceiverIsSlow) {
               receiver()(bytes, length, timestamp);
             }),
             kVCISuccess);
-  RawPicture raw = makeRaw(0);
+  CameraPicture raw = makeRaw(0);
   mFake->deliver(raw.bytes, 0);
   inside.waitFor(1);
   for (int64_t number = 1; number < 20; ++number) mFake->deliver(raw.bytes, number);  // never waits
@@ -392,7 +392,7 @@ TEST_F(EncodedCameraTest, LeavesOutOldPicturesWhenTheReceiverIsSlow) {
 TEST_F(EncodedCameraTest, StopsAndStartsFromInsideTheCallback) {
   std::atomic<int> calls = 0;
   test::Recorder<int32_t> answers;
-  RawPicture raw = makeRaw(0);
+  CameraPicture raw = makeRaw(0);
   ASSERT_EQ(start([&](uint8_t*, uint32_t, int64_t) {
               ++calls;
               mFake->deliver(raw.bytes, 2);  // waits, and belongs to nobody once stopped
@@ -411,7 +411,7 @@ TEST_F(EncodedCameraTest, StopsAndStartsFromInsideTheCallback) {
 }
 
 TEST_F(EncodedCameraTest, CallsNobodyOnceStoppedHoweverOften) {
-  RawPicture raw = makeRaw(0);
+  CameraPicture raw = makeRaw(0);
   std::atomic<bool> isOver = false;
   std::jthread camera([&] {
     for (int64_t stamp = 0; !isOver; ++stamp) mFake->deliver(raw.bytes, stamp);
@@ -438,7 +438,7 @@ TEST_F(EncodedCameraTest, PassesOnWhatTheCameraRefuses) {
   EXPECT_EQ(start(receiver()), kVCISuccess);
   mFake->stopStatus = kVCIFailed;
   EXPECT_EQ(mCamera->stop(1), kVCIFailed);
-  RawPicture raw = makeRaw(0);
+  CameraPicture raw = makeRaw(0);
   mFake->deliver(raw.bytes, 1);
   mFrames.waitFor(1);  // it still runs
   mFake->stopStatus = kVCISuccess;
