@@ -13,7 +13,7 @@ namespace vesk {
 namespace {
 
 void AudioFrameCompletionCallback(void*, ACI_EVENT_INFO* info) {
-  DelegateList::deliver(info->context, info->packet, info->length, info->timestamp);
+  static_cast<DelegateList*>(info->context)->deliver(info->packet, info->length, info->timestamp);
 }
 
 }  // namespace

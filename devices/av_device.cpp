@@ -23,14 +23,12 @@ std::shared_ptr<VeskAVDevice> VeskAVDevice::newDevice(std::shared_ptr<VeskDevice
 VeskAVDevice::VeskAVDevice(std::shared_ptr<VeskDeviceInfo> info)
     : mDeviceInfo(std::move(info)),
       mDelegates(std::make_shared<DelegateList>(mDeviceInfo)),
-      mContext(DelegateList::ticketFor(mDelegates)),
       mLastError(std::make_unique<LastError>()) {}
 
 VeskAVDevice::~VeskAVDevice() {
-  DelegateList::withdrawTicket(mContext);
   const auto holders = mDeviceInfo.use_count() - 1;  // the list's reference is this device's too
   NSLog("Dealloc AVDevice " + mDeviceInfo->name().value_or("(null)") + " Count:" + std::to_string(holders));
-  mDelegates->close();
+  mDelegates->clear();
 }
 
 void VeskAVDevice::addDelegate(std::shared_ptr<VeskAVDeviceDelegate> delegate) {
@@ -39,6 +37,10 @@ void VeskAVDevice::addDelegate(std::shared_ptr<VeskAVDeviceDelegate> delegate) {
 
 void VeskAVDevice::removeDelegate(const std::shared_ptr<VeskAVDeviceDelegate>& delegate) {
   if (delegate) mDelegates->remove(delegate.get());
+}
+
+void* VeskAVDevice::captureContext() const {
+  return mDelegates.get();
 }
 
 const VeskDeviceDelegates& VeskAVDevice::delegates() const {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <exception>
 #include <string>
-#include <unordered_map>
 #include <utility>
 
 #include <vesk/dispatch_queue.h>
@@ -11,18 +10,6 @@
 
 namespace vesk {
 namespace {
-
-struct Tickets {
-  Mutex mutex;
-  uintptr_t last VESK_GUARDED_BY(mutex) = 0;
-  std::unordered_map<uintptr_t, std::weak_ptr<DelegateList>> lists VESK_GUARDED_BY(mutex);
-};
-
-// Never destroyed: the library may call back until the process has ended.
-Tickets& tickets() {
-  static auto& shared = *new Tickets;
-  return shared;
-}
 
 /// Nothing that a host's delegate throws may unwind through the capture library.
 template <class Call>
@@ -53,7 +40,7 @@ size_t DelegateList::size() const {
 void DelegateList::add(std::shared_ptr<VeskAVDeviceDelegate> delegate) {
   if (!delegate) return;
   const RecursiveMutexLock lock(mLock);
-  if (!mIsClosed) mDelegates.push_back(std::move(delegate));
+  mDelegates.push_back(std::move(delegate));
 }
 
 void DelegateList::remove(const VeskAVDeviceDelegate* delegate) {
@@ -72,14 +59,14 @@ void DelegateList::remove(const VeskAVDeviceDelegate* delegate) {
   }
 }
 
-void DelegateList::close() {
+void DelegateList::clear() {
   Delegates removed;
   const RecursiveMutexLock lock(mLock);
-  mIsClosed = true;
   removed.swap(mDelegates);
 }
 
 void DelegateList::deliver(void* frame, uint32_t length, int64_t timestamp) {
+  const auto self = shared_from_this();
   const RecursiveMutexLock lock(mLock);
   // By index and with a reference of its own: a delegate may change the list after all.
   for (size_t i = 0; i < mDelegates.size(); ++i) {
@@ -123,31 +110,6 @@ void DelegateList::deliverQueuedMicLevel(const std::shared_ptr<VeskAVDeviceDeleg
   const RecursiveMutexLock levels(mLevelLock);  // before the look: a removal after it waits for this level
   if (isThere(delegate.get()) && isCurrent)
     callDelegate([&] { micLevelDelegate(delegate)->didMicLevelEventOccured(level); });
-}
-
-void* DelegateList::ticketFor(const std::shared_ptr<DelegateList>& list) {
-  Tickets& all = tickets();
-  const MutexLock lock(all.mutex);
-  const uintptr_t ticket = ++all.last;
-  all.lists.emplace(ticket, list);
-  return reinterpret_cast<void*>(ticket);
-}
-
-std::shared_ptr<DelegateList> DelegateList::forTicket(const void* ticket) {
-  Tickets& all = tickets();
-  const MutexLock lock(all.mutex);
-  const auto found = all.lists.find(reinterpret_cast<uintptr_t>(ticket));
-  return found == all.lists.end() ? nullptr : found->second.lock();
-}
-
-void DelegateList::withdrawTicket(const void* ticket) {
-  Tickets& all = tickets();
-  const MutexLock lock(all.mutex);
-  all.lists.erase(reinterpret_cast<uintptr_t>(ticket));
-}
-
-void DelegateList::deliver(const void* ticket, void* frame, uint32_t length, int64_t timestamp) {
-  if (const auto list = forTicket(ticket)) list->deliver(frame, length, timestamp);
 }
 
 }  // namespace vesk

@@ -12,9 +12,9 @@ namespace vesk {
 
 /// The delegates of one device, and what changes and calls them.
 ///
-/// The capture library is given not the device but a ticket for its list (see ticketFor). A frame
-/// that comes late, while the device goes or after it, finds an empty list or none at all, and
-/// never a device that is no more.
+/// The capture library is given the list and not the device as a callback's context: a delegate may let the
+/// device go while it is being called, and the list holds itself until that delivery ends. The library calls
+/// nobody after a subscription has ended, and devices end theirs before they go.
 ///
 /// Threads: every operation from any thread. mLock is recursive and held for a whole delivery, so add
 /// and remove wait for a delivery in progress on another thread. It is the outermost of the recording's
@@ -36,8 +36,8 @@ class VESK_LOCAL DelegateList final : public VeskDeviceDelegates, public std::en
   void add(std::shared_ptr<VeskAVDeviceDelegate> delegate) VESK_EXCLUDES(mLock);
   /// Removes every entry of the delegate. Once it has returned the delegate receives nothing more.
   void remove(const VeskAVDeviceDelegate* delegate) VESK_EXCLUDES(mLock, mLevelLock);
-  /// Removes all delegates; those added later are dropped.
-  void close() VESK_EXCLUDES(mLock);
+  /// Removes all delegates: a delivery under way ends with the one that is being called.
+  void clear() VESK_EXCLUDES(mLock);
 
   /// Hands one frame to every delegate in order. What a delegate throws is logged.
   void deliver(void* frame, uint32_t length, int64_t timestamp) VESK_EXCLUDES(mLock);
@@ -48,14 +48,6 @@ class VESK_LOCAL DelegateList final : public VeskDeviceDelegates, public std::en
   /// left out once `isCurrent` holds false or the delegate has been removed.
   void queueMicLevel(float level, const std::shared_ptr<const std::atomic<bool>>& isCurrent) VESK_EXCLUDES(mLock);
 
-  /// A context pointer for the capture library that stands for `list`. Tickets are never used twice.
-  static void* ticketFor(const std::shared_ptr<DelegateList>& list);
-  /// The list that a ticket stands for; null once it has been withdrawn.
-  static std::shared_ptr<DelegateList> forTicket(const void* ticket);
-  static void withdrawTicket(const void* ticket);
-  /// Hands a frame to the delegates of the list that `ticket` stands for, if it is still there.
-  static void deliver(const void* ticket, void* frame, uint32_t length, int64_t timestamp);
-
  private:
   bool isThere(const VeskAVDeviceDelegate* delegate) VESK_EXCLUDES(mLock);
   void deliverQueuedMicLevel(const std::shared_ptr<VeskAVDeviceDelegate>& delegate, float level,
@@ -65,7 +57,6 @@ class VESK_LOCAL DelegateList final : public VeskDeviceDelegates, public std::en
   RecursiveMutex mLevelLock;
   mutable RecursiveMutex mLock;
   Delegates mDelegates VESK_GUARDED_BY(mLock);
-  bool mIsClosed VESK_GUARDED_BY(mLock) = false;
 };
 
 }  // namespace vesk

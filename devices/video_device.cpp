@@ -19,7 +19,7 @@ namespace {
 constexpr uint16_t kBuiltInVendorID = 0x05AC;
 
 void VideoFrameCompletionCallback(void*, VCI_EVENT_INFO* info) {
-  DelegateList::deliver(info->context, info->frame, info->length, info->timestamp);
+  static_cast<DelegateList*>(info->context)->deliver(info->frame, info->length, info->timestamp);
 }
 
 /// The code that the first four bytes of a text spell; none for a shorter text.

@@ -15,13 +15,6 @@
 namespace vesk {
 namespace {
 
-void addSample(VeskRecorder& recorder, void* frame, uint32_t length, int64_t timestamp, const VeskDeviceInfo& device) {
-  if (device.deviceType() == kVeskDeviceTypeVideo)
-    recorder.addVideoSample(frame, length, timestamp);
-  else
-    recorder.addAudioSample(frame, length, timestamp);
-}
-
 /// Runs a step of a session's. What it throws, for want of memory, ends here, so that the session leaves no state
 /// half-way. @return its status, else `otherwise`
 template <class Step>
@@ -36,22 +29,26 @@ int32_t guarded(int32_t otherwise, const Step& step) noexcept {
   return otherwise;
 }
 
-/// Stands in the devices' delegate lists for the session. It leads straight to the recorder and
-/// holds the session only while that is running: a session whose start was refused can be let go.
+/// Stands in the devices' delegate lists for the session. It leads straight to the movie's creator, which
+/// hands on to the next one's where the recording goes on in another movie. It holds the session only while
+/// that is running: a session whose start was refused can be let go.
 class FrameRelay : public VeskAVDeviceDelegate {
  public:
-  explicit FrameRelay(std::shared_ptr<VeskRecorder> recorder) : mRecorder(std::move(recorder)) {}
-
   void didCaptureFrame(void* frame, uint32_t length, int64_t timestamp,
                        const std::shared_ptr<VeskDeviceInfo>& device) override {
-    addSample(*mRecorder, frame, length, timestamp, *device);
+    const bool isVideo = device->deviceType() == kVeskDeviceTypeVideo;
+    mCreator->AddSampleToMovie(frame, length, static_cast<uint64_t>(timestamp),
+                               isVideo ? VeskMovieCreator::VeskMediaTypeVideo : VeskMovieCreator::VeskMediaTypeAudio);
   }
+
+  /// Before it is among a device's delegates.
+  void setCreator(std::shared_ptr<VeskMovieCreator> creator) { mCreator = std::move(creator); }
 
   /// By the thread that starts or stops the session.
   void setRunningSession(std::shared_ptr<VeskRecordSession> session) { mRunningSession = std::move(session); }
 
  private:
-  const std::shared_ptr<VeskRecorder> mRecorder;
+  std::shared_ptr<VeskMovieCreator> mCreator;
   std::shared_ptr<VeskRecordSession> mRunningSession;
 };
 
@@ -70,7 +67,7 @@ struct Recording {
   const std::shared_ptr<VeskVideoDevice> videoDevice;
   const std::shared_ptr<VeskAudioDevice> audioDevice;
   const std::shared_ptr<VeskRecorder> recorder = VeskRecorder::init();
-  const std::shared_ptr<FrameRelay> relay = std::make_shared<FrameRelay>(recorder);
+  const std::shared_ptr<FrameRelay> relay = std::make_shared<FrameRelay>();
 };
 
 /// Opens what is closed, and a movie for the session's present choices.
@@ -88,7 +85,9 @@ int32_t openRecording(const VeskRecordSession& session, std::shared_ptr<Recordin
   recording->recorder->setFrameTiming(session.frameTiming());
   recording->recorder->setContinues(session.continues());
   const int32_t status = recording->recorder->openRecorderWithFilPath(recording->movie->path(), camera, microphone);
-  if (status == kVeskStatusSuccess) opened = std::move(recording);
+  if (status != kVeskStatusSuccess) return status;
+  recording->relay->setCreator(recording->recorder->movieCreator());
+  opened = std::move(recording);
   return status;
 }
 
@@ -283,7 +282,11 @@ int32_t VeskRecordSession::continueSession(const std::string& fileURL) {
 void VeskRecordSession::didCaptureFrame(void* frame, uint32_t length, int64_t timestamp,
                                         const std::shared_ptr<VeskDeviceInfo>& device) {
   const auto current = mState->recording();
-  if (current && device) addSample(*current->recorder, frame, length, timestamp, *device);
+  if (!current || !device) return;
+  if (device->deviceType() == kVeskDeviceTypeVideo)
+    current->recorder->addVideoSample(frame, length, timestamp);
+  else
+    current->recorder->addAudioSample(frame, length, timestamp);
 }
 
 std::shared_ptr<Recording> VeskRecordSession::State::recording() const {

@@ -144,6 +144,10 @@ int32_t VeskRecorder::State::addSample(void* bytes, uint32_t length, int64_t tim
   return held ? held->AddSampleToMovie(bytes, length, static_cast<uint64_t>(timestamp), type) : 0;
 }
 
+std::shared_ptr<VeskMovieCreator> VeskRecorder::movieCreator() const {
+  return mState->creator();
+}
+
 int32_t VeskRecorder::closeRecorder() {
   // What the run loop serves may let go of the host's last reference.
   const auto self = weak_from_this().lock();

@@ -60,7 +60,7 @@ int32_t ACI_Set_Capture_Parameters(ACI_HANDLE handle, const ACICaptureParameters
 }
 
 int32_t ACI_Start_Capture(ACI_HANDLE handle) {
-  return withOpenDevice(kAudio, handle, [&](OpenDevice& device) { return device.start(0); });
+  return withOpenDevice(kAudio, handle, [&](OpenDevice& device) { return startDevice(device, 0); });
 }
 
 int32_t ACI_Stop_Capture(ACI_HANDLE handle) {

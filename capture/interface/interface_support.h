@@ -8,11 +8,13 @@
 #include <string>
 #include <vector>
 
+#include <vesk/capture_host.h>
 #include <vesk/capture_records.h>
 #include <vesk/log.h>
 #include "capture/interface/call_error.h"
 #include "capture/interface/library.h"
 #include "capture/interface/wide_text.h"
+#include "platform/foundation/errors.h"
 
 /// What the two halves of the C interface share.
 
@@ -85,6 +87,13 @@ int32_t withOpenDevice(DeviceKind kind, void* handle, Function&& function) {
 template <class Function>
 int32_t withDevice(DeviceKind kind, void* handle, Function&& function) {
   return withOpenDevice(kind, handle, [&](OpenDevice& device) { return device.control(function); });
+}
+
+/// Starts a device, and logs why it cannot be.
+inline int32_t startDevice(OpenDevice& device, uint32_t substream) {
+  const int32_t status = device.start(substream);
+  logError(lastError());
+  return status;
 }
 
 /// What becomes of a format that a device is set to.

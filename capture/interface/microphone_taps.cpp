@@ -10,6 +10,7 @@
 #include <vesk/vci.h>
 #include "capture/interface/call_error.h"
 #include "capture/interface/library.h"
+#include "capture/interface/open_device.h"
 #include "capture/interface/wide_text.h"
 
 namespace vesk::capture {
@@ -47,32 +48,33 @@ class MicrophoneTap : public AudioTap {
  public:
   MicrophoneTap(std::shared_ptr<CaptureSource> source, std::unique_ptr<CaptureDevice> device, const WaveFormat& format,
                 std::string name)
-      : mSource(std::move(source)), mDevice(std::move(device)), mFormat(format), mName(std::move(name)) {}
+      : mDevice(DeviceKind::kAudio, std::move(name), std::move(source), std::move(device)), mFormat(format) {}
+  ~MicrophoneTap() override { stop(); }
+  MicrophoneTap(const MicrophoneTap&) = delete;
+  MicrophoneTap& operator=(const MicrophoneTap&) = delete;
 
   uint32_t channels() const override { return mFormat.channels; }
   uint32_t samplesPerSecond() const override { return mFormat.samplesPerSecond; }
 
   bool start(Sink sink) override {
     return guarded(false, [&] {
-      int32_t status = mDevice->setWaveFormat(mFormat);
-      if (status == kVCISuccess)
-        status = mDevice->start(
-            0, [sink = std::move(sink), channels = mFormat.channels](const uint8_t* bytes, uint32_t length, int64_t) {
-              forward(bytes, length, channels, sink);
-            });
-      return endCall(status, DeviceKind::kAudio, mName) == kVCISuccess;
+      int32_t status = mDevice.setUp([&](CaptureDevice& device) { return device.setWaveFormat(mFormat); });
+      mDevice.frames().set([sink = std::move(sink), channels = mFormat.channels](const Event& packet) {
+        forward(packet.bytes, packet.length, channels, sink);
+      });
+      if (status == kVCISuccess) status = mDevice.start(0);
+      return endCall(status, DeviceKind::kAudio, mDevice.name()) == kVCISuccess;
     });
   }
 
   void stop() override {
-    guarded(0, [&] { return mDevice->stop(0); });
+    guarded(0, [&] { return mDevice.stop(); });
+    mDevice.frames().set({});  // also when the source cannot stop
   }
 
  private:
-  const std::shared_ptr<CaptureSource> mSource;  // outlives the device
-  const std::unique_ptr<CaptureDevice> mDevice;
+  OpenDevice mDevice;
   const WaveFormat mFormat;
-  const std::string mName;
 };
 
 constexpr uint16_t kMostChannels = 64;

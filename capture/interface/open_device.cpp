@@ -33,7 +33,6 @@ int32_t OpenDevice::start(uint32_t substream) {
   const int32_t status = endCall(startDevice(substream), mKind, mName);
   if (status != kVCISuccess) shutOut();
   setState(status == kVCISuccess ? State::kRunning : State::kIdle);
-  logError(lastError());
   return status;
 }
 

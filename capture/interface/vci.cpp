@@ -134,7 +134,7 @@ int32_t VCI_Set_Capture_Parameters(VCI_HANDLE handle, const VCICaptureParameters
 }
 
 int32_t VCI_Start_Capture(VCI_HANDLE handle, uint32_t substream) {
-  return withOpenDevice(kVideo, handle, [&](OpenDevice& device) { return device.start(substream); });
+  return withOpenDevice(kVideo, handle, [&](OpenDevice& device) { return startDevice(device, substream); });
 }
 
 int32_t VCI_Stop_Capture(VCI_HANDLE handle, uint32_t) {

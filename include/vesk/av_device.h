@@ -68,9 +68,9 @@ class VESK_EXPORT VeskAVDevice {
   /// The same for a call of the capture library's, whose error is taken over; `status` may be the device's own.
   int32_t answered(int32_t status) const;
 
-  /// What the capture library is given as a callback's context: never the device itself, which may
-  /// go while a callback is on its way.
-  void* captureContext() const { return mContext; }
+  /// What the capture library is given as a callback's context: the delegates, which outlive a device that
+  /// goes inside one of their callbacks. A device ends its subscription before it goes.
+  void* captureContext() const;
 
   const std::shared_ptr<VeskDeviceInfo> mDeviceInfo;
   const std::shared_ptr<DelegateList> mDelegates;
@@ -79,7 +79,6 @@ class VESK_EXPORT VeskAVDevice {
   std::atomic<void*> mHandle{nullptr};  ///< the capture library's, null while closed; nudges read it on their queue
 
  private:
-  void* const mContext;
   const std::unique_ptr<LastError> mLastError;
 };
 

@@ -47,6 +47,10 @@ class VESK_EXPORT VeskRecorder : public std::enable_shared_from_this<VeskRecorde
   int32_t addVideoSample(void* frame, uint32_t length, int64_t timestamp);
   int32_t addAudioSample(void* packet, uint32_t length, int64_t timestamp);
 
+  /// The creator of the movie being written, for whoever hands it many samples; null when not recording. Once
+  /// the movie is closed it takes no more, and after continueRecorder it hands them on to the next movie's.
+  std::shared_ptr<VeskMovieCreator> movieCreator() const;
+
   /// Finishes the movie. Serves this thread's run loop for half a second first, so that frames on
   /// their way still get in; a close or open from inside that is refused with 0 and 9.
   /// @return the creator's status; 0 at once when not recording.

@@ -217,13 +217,11 @@ bool PictureStream::isFinished() const {
 }
 
 StreamCounts PictureStream::counts() const {
-  MutexLock lock(mMutex);
-  return mCounts;
-}
-
-void PictureStream::count(uint64_t StreamCounts::*counter, uint64_t by) {
-  MutexLock lock(mMutex);
-  mCounts.*counter += by;
+  return {.delivered = mCounts.delivered,
+          .damaged = mCounts.damaged,
+          .empty = mCounts.empty,
+          .late = mCounts.late,
+          .lost = mCounts.lost};
 }
 
 void PictureStream::run() {
@@ -282,7 +280,7 @@ void PictureStream::deliverWaiting() {
     countGap(buffer.sequence);
     if (late > 0) {
       --late;
-      count(&StreamCounts::late);
+      count(&Counts::late);
     } else {
       deliver(buffer);
     }
@@ -293,18 +291,18 @@ void PictureStream::deliverWaiting() {
 
 void PictureStream::deliver(const v4l2_buffer& buffer) {
   const Buffer& memory = mBuffers[buffer.index];
-  if (buffer.bytesused == 0) return count(&StreamCounts::empty);
+  if (buffer.bytesused == 0) return count(&Counts::empty);
   const bool isWhole = (buffer.flags & V4L2_BUF_FLAG_ERROR) == 0 && buffer.bytesused <= memory.length;
   const std::span<uint8_t> picture = isWhole ? prepare({memory.memory, buffer.bytesused}) : std::span<uint8_t>();
   if (picture.empty()) {
     if (mUnits) setIfThere(*mNode, V4L2_CID_MPEG_VIDEO_FORCE_KEY_FRAME, 1);  // the next ones need it
-    return count(&StreamCounts::damaged);
+    return count(&Counts::damaged);
   }
   const int64_t time =
       mClock->stamp({buffer.timestamp.tv_sec * kMicroseconds + buffer.timestamp.tv_usec,
                      (buffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC,
                      monotonicMicroseconds(), realMicroseconds(), mEmptyAt});
-  count(&StreamCounts::delivered);
+  count(&Counts::delivered);
   mCallback(picture.data(), static_cast<uint32_t>(picture.size()), time);
   thrive();
 }
@@ -371,7 +369,7 @@ bool PictureStream::restart() {
 
 void PictureStream::countGap(uint32_t sequence) {
   if (mSequence && sequence - *mSequence > 1 && sequence - *mSequence < UINT32_MAX / 2) {
-    count(&StreamCounts::lost, sequence - *mSequence - 1);
+    count(&Counts::lost, sequence - *mSequence - 1);
     if (mUnits) setIfThere(*mNode, V4L2_CID_MPEG_VIDEO_FORCE_KEY_FRAME, 1);
   }
   mSequence = sequence;

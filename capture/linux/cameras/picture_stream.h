@@ -64,7 +64,7 @@ class PictureStream {
   /// Whether the calling thread is inside a call of this stream's receiver.
   bool isInside() const { return tCurrent == this; }
 
-  StreamCounts counts() const VESK_EXCLUDES(mMutex);
+  StreamCounts counts() const;
 
  private:
   struct Buffer {
@@ -93,7 +93,11 @@ class PictureStream {
   bool recover();
   bool restart();
   void thrive();
-  void count(uint64_t StreamCounts::*counter, uint64_t by = 1) VESK_EXCLUDES(mMutex);
+  using Count = std::atomic<uint64_t>;
+  struct Counts {
+    Count delivered{0}, damaged{0}, empty{0}, late{0}, lost{0};
+  };
+  void count(Count Counts::*which, uint64_t by = 1) { (mCounts.*which).fetch_add(by, std::memory_order_relaxed); }
   void countGap(uint32_t sequence);
   void report();
   void setFinished(bool isFinished) VESK_EXCLUDES(mMutex);
@@ -113,6 +117,7 @@ class PictureStream {
   std::thread mThread;
   Mutex mJoinMutex;  // two may wait at once
   std::atomic<bool> mIsStopping = false;
+  Counts mCounts;
 
   // The thread's own.
   std::vector<v4l2_buffer> mWaiting;
@@ -131,7 +136,6 @@ class PictureStream {
   std::condition_variable_any mChanged;
   bool mIsFinished VESK_GUARDED_BY(mMutex) = true;
   bool mIsReleased VESK_GUARDED_BY(mMutex) = true;
-  StreamCounts mCounts VESK_GUARDED_BY(mMutex);
 };
 
 }  // namespace vesk::capture

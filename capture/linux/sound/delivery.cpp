@@ -28,12 +28,11 @@ SoundDelivery::SoundDelivery(std::string name, const WaveFormat& format, FrameCa
       mPatience(patience),
       mFrameBytes(std::max<size_t>(size_t{format.channels} * 2, 1)),
       mMostBytes((mFrameBytes * format.samplesPerSecond + sizeof(Portion) * kUsualPortions) * kMostSeconds),
+      mCallback(std::move(callback)),
       mPacketizer(format, [this](uint8_t* bytes, uint32_t length, int64_t timestamp) {
-        mCallback.call(bytes, length, timestamp);
-        return !isEnded();
-      }) {
-  mCallback.set(std::move(callback));
-}
+        mCallback(bytes, length, timestamp);
+        return !mIsEnded;
+      }) {}
 
 void SoundDelivery::begin() {
   MutexLock lock(mMutex);
@@ -51,7 +50,6 @@ void SoundDelivery::end() {
     thread.swap(mThread);
     mChanged.notify_all();
   }
-  mCallback.set({});
   if (!thread.joinable()) return;
   // From inside a callback the thread ends by itself, once the callback has returned.
   if (thread.get_id() == std::this_thread::get_id()) {
@@ -69,11 +67,6 @@ uint64_t SoundDelivery::overruns() const {
 size_t SoundDelivery::waiting() const {
   MutexLock lock(mMutex);
   return mWaiting.size();
-}
-
-bool SoundDelivery::isEnded() const {
-  MutexLock lock(mMutex);
-  return mIsEnded;
 }
 
 void SoundDelivery::sound(std::span<const uint8_t> bytes, int64_t time) {
@@ -121,14 +114,17 @@ void SoundDelivery::ended() {
 void SoundDelivery::run() {
   mHeardAt = Clock::now();
   mDueAt = mHeardAt + mPatience;
-  while (!isEnded()) {
+  while (!mIsEnded) {
     const auto portions = take();
     if (portions.empty()) {
       tellOfSilence();
       continue;
     }
     hear();
-    for (const Portion& portion : portions) process(portion);
+    for (const Portion& portion : portions) {
+      if (mIsEnded) break;
+      process(portion);
+    }
     tellOfOverruns(false);
   }
   tellOfOverruns(true);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -8,7 +9,6 @@
 #include <thread>
 #include <vector>
 
-#include "capture/interface/callback_slot.h"
 #include "capture/linux/sound/packetizer.h"
 #include "capture/linux/sound/sound_system.h"
 #include "platform/foundation/mutex.h"
@@ -34,8 +34,8 @@ class SoundDelivery : public SoundSink, public std::enable_shared_from_this<Soun
 
   /// Starts the thread.
   void begin();
-  /// No callback runs once it has returned, unless called from inside one. The stream must have
-  /// been destroyed before.
+  /// Ends the thread, and waits for it unless called from inside a callback, which then is the last. The
+  /// stream must have been destroyed before.
   void end() VESK_EXCLUDES(mMutex);
   /// How much was lost until now, how often.
   uint64_t overruns() const VESK_EXCLUDES(mMutex);
@@ -62,18 +62,19 @@ class SoundDelivery : public SoundSink, public std::enable_shared_from_this<Soun
   void append(Portion portion) VESK_REQUIRES(mMutex);
   void loseLocked(uint64_t frames) VESK_REQUIRES(mMutex);
   void tellOfOverruns(bool isLast) VESK_EXCLUDES(mMutex);
-  bool isEnded() const VESK_EXCLUDES(mMutex);
 
   const std::string mName;
   const std::chrono::milliseconds mPatience;
   const size_t mFrameBytes;
   const size_t mMostBytes;
-  CallbackSlot<uint8_t*, uint32_t, int64_t> mCallback;
+  const FrameCallback mCallback;
   SoundPacketizer mPacketizer;  // of the thread
   int64_t mToldAt = 0;          // of the thread
   Clock::time_point mHeardAt;   // of the thread: when sound came last
   Clock::time_point mDueAt;     // of the thread: when something is to be told if none comes
   bool mIsSilent = false;       // of the thread: it has been told
+
+  std::atomic<bool> mIsEnded = false;  // set under mMutex, for those who wait
 
   mutable Mutex mMutex;
   std::condition_variable_any mChanged;
@@ -83,7 +84,6 @@ class SoundDelivery : public SoundSink, public std::enable_shared_from_this<Soun
   uint64_t mToldOverruns VESK_GUARDED_BY(mMutex) = 0;
   bool mIsDropping VESK_GUARDED_BY(mMutex) = false;
   bool mHasStreamEnded VESK_GUARDED_BY(mMutex) = false;  // it has been told, and nothing will come
-  bool mIsEnded VESK_GUARDED_BY(mMutex) = false;
   std::thread mThread VESK_GUARDED_BY(mMutex);
 };
 

@@ -89,7 +89,7 @@ TEST_F(DelegateListTest, QueuedLevelsReachOnlyThoseWhoAreStillThere) {
 
   list->add(staying);
   queueLevel(-40);
-  list->close();
+  list->clear();
   serve();
   EXPECT_EQ(staying->levels.size(), 2U) << "nor after the device has gone";
   staying->onLevel = nullptr;
@@ -199,24 +199,16 @@ TEST_F(DelegateListTest, LogsWhatADelegateThrowsAndGoesOn) {
   EXPECT_NE(lines[0].find("no room"), std::string::npos);
 }
 
-TEST_F(DelegateListTest, LateFramesFindNobody) {
-  const auto delegate = std::make_shared<Delegate>();
-  void* const ticket = DelegateList::ticketFor(list);
-  list->add(delegate);
-  DelegateList::deliver(ticket, nullptr, 0, 0);
-  EXPECT_EQ(delegate->frames, 1);
-
-  list->close();
-  list->add(delegate);
-  DelegateList::deliver(ticket, nullptr, 0, 0);
-  list.reset();
-  DelegateList::deliver(ticket, nullptr, 0, 0);
-  DelegateList::withdrawTicket(ticket);
-  DelegateList::deliver(ticket, nullptr, 0, 0);
-  EXPECT_EQ(delegate->frames, 1);
-
-  const auto next = std::make_shared<DelegateList>(nullptr);
-  EXPECT_NE(DelegateList::ticketFor(next), ticket);
+TEST_F(DelegateListTest, EndsADeliveryInWhichItIsClearedAndLetGo) {
+  const auto next = std::make_shared<Delegate>();
+  list->add(std::make_shared<Delegate>([&] {
+    list->clear();
+    list.reset();
+  }));
+  list->add(next);
+  list->deliver(nullptr, 0, 0);
+  EXPECT_EQ(next->frames, 0);
+  EXPECT_EQ(next.use_count(), 1);
 }
 
 TEST_F(DelegateListTest, TakesChangesWhileFramesArrive) {
