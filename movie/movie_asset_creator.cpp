@@ -254,7 +254,7 @@ int32_t VeskMovieAssetCreator::State::addChanged(std::span<const uint8_t> unit, 
 /// The access unit after the parameter sets that its first slice uses, wherever those came from.
 std::vector<uint8_t> VeskMovieAssetCreator::State::withSets(std::span<const uint8_t> unit) const {
   const auto inUse = mSets.sets().usedIn(unit);
-  return inUse ? mSets.sets().before(unit, *inUse) : std::vector<uint8_t>(unit.begin(), unit.end());
+  return inUse ? mSets.sets().prependedTo(unit, *inUse) : std::vector<uint8_t>(unit.begin(), unit.end());
 }
 
 int32_t VeskMovieAssetCreator::State::leaveOut(std::span<const uint8_t> unit, bool isKey, uint64_t time) {

@@ -255,7 +255,7 @@ std::vector<uint8_t> VeskPreviewSession::State::firstPicture(std::span<const uin
   h264::NALUnitWalk walk(accessUnit);
   while (const auto unit = walk.next()) mFirstSets->learn(*unit);
   const auto inUse = mFirstSets->usedIn(accessUnit);
-  return inUse ? mFirstSets->before(accessUnit, *inUse) : std::vector<uint8_t>();
+  return inUse ? mFirstSets->prependedTo(accessUnit, *inUse) : std::vector<uint8_t>();
 }
 
 void VeskPreviewSession::displayData(CVImageBufferRef image) {

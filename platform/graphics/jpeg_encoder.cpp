@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "platform/pixels/levels.h"
+
 namespace vesk {
 namespace {
 
@@ -31,26 +33,6 @@ struct ErrorManager {
 
 size_t roundedUp(size_t value, size_t step) {
   return (value + step - 1) / step * step;
-}
-
-/// How samples of video range become ones of the full range: what is above 16, times factor / 128, with
-/// `half` for rounding.
-struct Widening {
-  uint16_t factor;
-  uint16_t half;
-};
-constexpr Widening kLuma{149, 64};    // 16…235 to 0…255
-constexpr Widening kChroma{146, 96};  // 16…240 to 0…255, with 128 where it was
-
-/// Copies samples and widens them. Written so that the compiler finds vector operations for every step
-/// (-O3, SSE2).
-template <Widening kBy>
-void copyWidened(const uint8_t* __restrict from, uint8_t* __restrict to, size_t count) {
-  for (size_t i = 0; i < count; ++i) {
-    const auto above = static_cast<uint8_t>(std::max<uint8_t>(from[i], 16) - 16);
-    const auto product = static_cast<uint16_t>(above * kBy.factor + kBy.half);
-    to[i] = static_cast<uint8_t>(std::min<int16_t>(static_cast<int16_t>(product >> 7), 255));
-  }
 }
 
 /// The layout in which a picture's planes go into the file; 0 components when it goes in as RGB.
@@ -130,9 +112,9 @@ class StripMaker {
       if (part.colour.isFullRange)
         std::memcpy(to, from, width);
       else if (plane == 0)
-        copyWidened<kLuma>(from, to, width);
+        widenRow<kLumaWidening>(from, to, width);
       else
-        copyWidened<kChroma>(from, to, width);
+        widenRow<kChromaWidening>(from, to, width);
       std::memset(to + width, to[width - 1], mRowBytes[plane] - width);
     }
   }

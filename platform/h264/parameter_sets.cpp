@@ -89,7 +89,7 @@ std::optional<ParameterSets::InUse> ParameterSets::usedIn(std::span<const uint8_
   return std::nullopt;
 }
 
-std::vector<uint8_t> ParameterSets::before(std::span<const uint8_t> accessUnit, InUse inUse) const {
+std::vector<uint8_t> ParameterSets::prependedTo(std::span<const uint8_t> accessUnit, InUse inUse) const {
   std::vector<std::span<const uint8_t>> sets;
   list(inUse, sets);
   std::vector<uint8_t> result;

@@ -64,7 +64,7 @@ class ParameterSets {
   std::optional<InUse> usedIn(std::span<const uint8_t> accessUnit) const;
   /// An access unit behind all sets, in that order: what a decoder or a movie can begin with, wherever the sets
   /// came from.
-  std::vector<uint8_t> before(std::span<const uint8_t> accessUnit, InUse inUse) const;
+  std::vector<uint8_t> prependedTo(std::span<const uint8_t> accessUnit, InUse inUse) const;
 
  private:
   static constexpr int kBitsAtOnce = 40;

@@ -7,53 +7,22 @@
 #include <cstring>
 
 #include <vesk/pixel_buffer.h>
+#include "platform/pixels/levels.h"
 
 namespace vesk {
 
 namespace {
 
-// --- Levels ---
-
-/// Full-range values become those of video: (value * gain + base) / 255, rounded.
-struct Levels {
-  uint16_t gain;
-  uint16_t base;
-};
-constexpr Levels kLumaLevels{219, 16 * 255};
-constexpr Levels kChromaLevels{224, 128 * (255 - 224)};
-
-constexpr int kBlock = 64;  // of a fixed length, so that the compiler uses vectors
-
-/// In 16 bits: the sum with its half is 61,216 at most, and n / 255 is (n + n / 256) / 256 then.
-constexpr uint8_t squeezed(uint8_t value, Levels levels) {
-  const auto sum = static_cast<uint16_t>(value * levels.gain + levels.base + 128);
-  return static_cast<uint8_t>(static_cast<uint16_t>(sum + (sum >> 8)) >> 8);
-}
-
-/// Even bytes by `even`, odd ones by `odd`. `from` and `to` may be the same.
-template <Levels even, Levels odd>
-void squeezeRow(const uint8_t* from, uint8_t* to, int count) {
-  for (; count >= kBlock; count -= kBlock, from += kBlock, to += kBlock) {
-    uint8_t block[kBlock];
-    for (int at = 0; at < kBlock; at += 2) {
-      block[at] = squeezed(from[at], even);
-      block[at + 1] = squeezed(from[at + 1], odd);
-    }
-    std::memcpy(to, block, sizeof block);
-  }
-  for (int at = 0; at < count; ++at) to[at] = squeezed(from[at], at % 2 == 0 ? even : odd);
-}
-
-template <Levels levels>
+template <Squeezing by>
 void squeezePlane(const uint8_t* from, int fromRow, uint8_t* to, size_t toRow, int width, int height) {
   for (ptrdiff_t row = 0; row < height; ++row)
-    squeezeRow<levels, levels>(from + row * fromRow, to + row * static_cast<ptrdiff_t>(toRow), width);
+    squeezeRow<by>(from + row * fromRow, to + row * static_cast<ptrdiff_t>(toRow), width);
 }
 
 void squeezePacked(uint8_t* pixels, int width, int height) {
   for (ptrdiff_t row = 0; row < height; ++row) {
     uint8_t* const begin = pixels + row * width * 2;
-    squeezeRow<kChromaLevels, kLumaLevels>(begin, begin, width * 2);
+    squeezeRow<kChromaSqueezing, kLumaSqueezing>(begin, begin, width * 2);
   }
 }
 
@@ -343,9 +312,9 @@ bool convertTo420(const RawPicture& picture, const PlaneMemory& to) {
     if (!picture.isFullRange)
       libyuv::CopyPlane(from, fromRow, to.bytes[plane], stride(to, plane), across, down);
     else if (plane == 0)
-      squeezePlane<kLumaLevels>(from, fromRow, to.bytes[plane], to.rowBytes[plane], across, down);
+      squeezePlane<kLumaSqueezing>(from, fromRow, to.bytes[plane], to.rowBytes[plane], across, down);
     else
-      squeezePlane<kChromaLevels>(from, fromRow, to.bytes[plane], to.rowBytes[plane], across, down);
+      squeezePlane<kChromaSqueezing>(from, fromRow, to.bytes[plane], to.rowBytes[plane], across, down);
   };
   copy(0, picture.data[0], picture.rowBytes[0], width, height);
   const int halfWidth = width / 2;
