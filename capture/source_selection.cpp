@@ -12,14 +12,14 @@
 namespace vesk::capture {
 namespace {
 
-using SourcePtr = std::shared_ptr<CaptureSource>;
-using Factory = SourcePtr (*)(const std::string& argument, const SourceOptions& options, Error& error);
+using CaptureSourcePtr = std::shared_ptr<CaptureSource>;
+using Factory = CaptureSourcePtr (*)(const std::string& argument, const SourceOptions& options, Error& error);
 
-SourcePtr makeSimulated(const std::string&, const SourceOptions& options, Error&) {
+CaptureSourcePtr makeSimulated(const std::string&, const SourceOptions& options, Error&) {
   return std::make_shared<SimulatedSource>(options);
 }
 
-SourcePtr makeLinux(const std::string&, const SourceOptions&, Error&) {
+CaptureSourcePtr makeLinux(const std::string&, const SourceOptions&, Error&) {
   Error why;  // there are no microphones: that is told when one is asked for
   return std::make_shared<LinuxSource>(std::make_shared<LinuxCameras>(),
                                        std::make_shared<SoundSource>(makeSoundSystem(why)));
@@ -55,7 +55,7 @@ Error notSetUp(const std::string& text, const std::string& why = {}) {
           ""};
 }
 
-SourcePtr makeOne(const std::string& text, const SourceOptions& options, Error& error) {
+CaptureSourcePtr makeOne(const std::string& text, const SourceOptions& options, Error& error) {
   const SourceKind* kind = kindOf(text);
   if (!kind) {
     error = {Cause::kWrongUse, "there is no capture source \"" + text + "\"",
@@ -71,7 +71,7 @@ SourcePtr makeOne(const std::string& text, const SourceOptions& options, Error& 
     error = {Cause::kWrongUse, "the capture source \"" + text + "\" lacks a path", "Write it behind the colon."};
     return nullptr;
   }
-  SourcePtr source = kind->make(argument, options, error);
+  CaptureSourcePtr source = kind->make(argument, options, error);
   if (!source && !error) error = notSetUp(text);
   return source;
 }
@@ -94,10 +94,10 @@ std::vector<std::string> splitSourceText(const std::string& text) {
 namespace {
 
 /// The source that `text` names; null with the reason in `error`.
-SourcePtr makeSource(const std::string& text, const SourceOptions& options, Error& error) {
-  std::vector<SourcePtr> sources;
+CaptureSourcePtr makeSource(const std::string& text, const SourceOptions& options, Error& error) {
+  std::vector<CaptureSourcePtr> sources;
   for (const std::string& name : splitSourceText(text)) {
-    SourcePtr source = makeOne(name, options, error);
+    CaptureSourcePtr source = makeOne(name, options, error);
     if (!source) return nullptr;
     sources.push_back(std::move(source));
   }
@@ -109,7 +109,7 @@ SourcePtr makeSource(const std::string& text, const SourceOptions& options, Erro
 Error selectSource(const std::string& text, const SourceOptions& options) {
   Error error;
   try {
-    SourcePtr source = makeSource(text, options, error);
+    CaptureSourcePtr source = makeSource(text, options, error);
     if (source) setSource(std::move(source));
   } catch (const std::exception& exception) {
     error = notSetUp(text, exception.what());

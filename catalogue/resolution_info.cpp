@@ -1,6 +1,7 @@
 #include <vesk/resolution_info.h>
 
 #include <vesk/xml_reader.h>
+#include "catalogue/resolutions_of.h"
 #include "platform/foundation/file_bytes.h"
 #include "platform/foundation/xml_parser.h"
 

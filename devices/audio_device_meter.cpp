@@ -22,7 +22,7 @@ constexpr std::chrono::microseconds kLevelInterval{30'000};
 std::shared_ptr<const AVCaptureDevice> microphoneOf(const VeskDeviceInfo& info) {
   const std::string path = info.path().value_or("");
   if (path.empty()) return nullptr;  // it would be part of every identifier
-  for (auto& device : AVCaptureDevice::devicesWithMediaType(AVMediaType::AVMediaTypeAudio))
+  for (auto& device : AVCaptureDevice::devicesWithMediaType(AVMediaTypeAudio))
     if (device->uniqueID().find(path) != std::string::npos) return device;
   return nullptr;
 }

@@ -47,7 +47,7 @@ constexpr CaptureLibraryHalf kAudioHalf{kVeskDeviceTypeAudio, false, ACI_Enum_De
 /// `isStopping` lets them have the old instance until it has stopped, since a handler that an event
 /// is waiting for may be among them. For the same reason a handler does not wait for a start: the
 /// thread that starts may be waiting for the handler to return.
-struct Shared {
+struct SharedManager {
   Mutex mutex;
   std::condition_variable_any started;
 
@@ -61,14 +61,14 @@ struct Shared {
 };
 
 // Never destroyed: the library may still call back while the process ends.
-Shared& shared() {
-  static auto& instance = *new Shared;
+SharedManager& shared() {
+  static auto& instance = *new SharedManager;
   return instance;
 }
 
 /// The manager that an event is for, held while the event is handled; null once it is gone.
 std::shared_ptr<VeskDeviceManager> managerFor(const void* context) {
-  Shared& all = shared();
+  SharedManager& all = shared();
   const MutexLock lock(all.mutex);
   return all.instance.get() == context ? all.instance : nullptr;
 }
@@ -171,7 +171,7 @@ struct VeskDeviceManager::State {
 };
 
 std::shared_ptr<VeskDeviceManager> VeskDeviceManager::getSharedInstance() {
-  Shared& all = shared();
+  SharedManager& all = shared();
   std::shared_ptr<VeskDeviceManager> manager;
   {
     const MutexLock lock(all.mutex);
@@ -195,7 +195,7 @@ std::shared_ptr<VeskDeviceManager> VeskDeviceManager::getSharedInstance() {
 }
 
 void VeskDeviceManager::destroy() {
-  Shared& all = shared();
+  SharedManager& all = shared();
   {
     const MutexLock lock(all.mutex);
     all.waitForStart();
@@ -208,7 +208,7 @@ void VeskDeviceManager::destroy() {
 
 /// Stops the instance and forgets it; isStopping has been set.
 void VeskDeviceManager::stopShared() {
-  Shared& all = shared();
+  SharedManager& all = shared();
   std::shared_ptr<VeskDeviceManager> manager;
   {
     const MutexLock lock(all.mutex);

@@ -116,8 +116,8 @@ void AVAssetWriterAdapter::State::setup() {
   NSError error;
   mWriter = AVAssetWriter::initWithURL(mFilePath, AVFileType::AVFileTypeQuickTimeMovie, &error, mFileSystem);
   if (mWriter && !error) {
-    if (mHasVideo) mVideoInput = makeInput(AVMediaType::AVMediaTypeVideo);
-    if (mHasAudio) mAudioInput = makeInput(AVMediaType::AVMediaTypeAudio);
+    if (mHasVideo) mVideoInput = makeInput(AVMediaTypeVideo);
+    if (mHasAudio) mAudioInput = makeInput(AVMediaTypeAudio);
   }
   mCounters->writerMissing = !mWriter;
   *mWriting = {mWriter.get(), mAudioInput.get(), mVideoInput.get()};
@@ -134,7 +134,7 @@ void AVAssetWriterAdapter::State::deleteOldFile() {
   mFileSystem.remove(mFilePath);
 }
 
-std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::State::makeInput(AVMediaType mediaType) {
+std::shared_ptr<AVAssetWriterInput> AVAssetWriterAdapter::State::makeInput(MediaType mediaType) {
   auto input = AVAssetWriterInput::initWithMediaType(mediaType);
   if (mWriter->canAddInput(*input)) {
     mWriter->addInput(input);

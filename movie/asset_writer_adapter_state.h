@@ -49,7 +49,7 @@ class AVAssetWriterAdapter::State {
 
   void setup() VESK_EXCLUDES(mMutex);
   void deleteOldFile();
-  std::shared_ptr<AVAssetWriterInput> makeInput(AVMediaType mediaType) VESK_REQUIRES(mMutex);
+  std::shared_ptr<AVAssetWriterInput> makeInput(MediaType mediaType) VESK_REQUIRES(mMutex);
   int32_t addSampleLocked(const CMSampleBufferRef& sample, const std::shared_ptr<AVAssetWriterInput>& input)
       VESK_REQUIRES(mMutex);
   /// Starts the writer with the first sample. @return 0, or the code of the failed writer.

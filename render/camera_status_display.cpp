@@ -9,6 +9,8 @@
 #include <vesk/cg_image.h>
 #include <vesk/log.h>
 #include <vesk/open_gl_context.h>
+#include "platform/foundation/malloc_ptr.h"
+#include "platform/graphics/gl_context_scope.h"
 
 namespace vesk {
 namespace {
@@ -25,16 +27,12 @@ void writePixel(const uint8_t* rgba, uint8_t* to) {
   to[3] = 0xFF;
 }
 
-struct Free {
-  void operator()(uint8_t* memory) const noexcept { std::free(memory); }
-};
-
 }  // namespace
 
 struct CameraStatusDisplay::State {
   void deleteTexture();
 
-  std::unique_ptr<uint8_t, Free> image;
+  MallocPtr<uint8_t> image;
   uint32_t texture = 0;
   std::weak_ptr<NSOpenGLContext> context;  ///< that the texture lives in
   NSSize size;

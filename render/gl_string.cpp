@@ -7,6 +7,7 @@
 #include <vesk/bezier_path.h>
 #include <vesk/bitmap_image_rep.h>
 #include <vesk/log.h>
+#include "platform/graphics/gl_context_scope.h"
 #include "platform/graphics/graphics_context.h"
 #include "platform/graphics/image.h"
 

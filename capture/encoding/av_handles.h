@@ -8,13 +8,12 @@ extern "C" {
 #include <memory>
 #include <string>
 
+#include "platform/decompression/av_picture.h"
+
 namespace vesk::capture {
 
 struct AVPacketFree {
   void operator()(AVPacket* packet) const noexcept { av_packet_free(&packet); }
-};
-struct AVFrameFree {
-  void operator()(AVFrame* frame) const noexcept { av_frame_free(&frame); }
 };
 struct AVCodecContextFree {
   void operator()(AVCodecContext* context) const noexcept { avcodec_free_context(&context); }
@@ -27,7 +26,7 @@ struct AVParametersFree {
 };
 
 using PacketHandle = std::unique_ptr<AVPacket, AVPacketFree>;
-using FrameHandle = std::unique_ptr<AVFrame, AVFrameFree>;
+using FrameHandle = AVFramePtr;
 using CodecHandle = std::unique_ptr<AVCodecContext, AVCodecContextFree>;
 using ParserHandle = std::unique_ptr<AVCodecParserContext, AVCodecParserFree>;
 using ParametersHandle = std::shared_ptr<AVCodecParameters>;

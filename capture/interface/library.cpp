@@ -91,7 +91,7 @@ int32_t Library::cleanUp(DeviceKind kind) {
   }
   hotplugSlot(kind, true).set({});
   hotplugSlot(kind, false).set({});
-  for (const uintptr_t handle : handles) close(reinterpret_cast<Handle>(handle));
+  for (const uintptr_t handle : handles) close(reinterpret_cast<DeviceHandle>(handle));
   watchSource();
   waitForDestruction();
   if (isLast) {
@@ -106,7 +106,7 @@ std::vector<DeviceDescription> Library::devices(DeviceKind kind) {
   return from ? from->devices(kind) : std::vector<DeviceDescription>();
 }
 
-Library::Handle Library::open(DeviceKind kind, std::u16string_view path) {
+Library::DeviceHandle Library::open(DeviceKind kind, std::u16string_view path) {
   const auto from = source();
   const auto descriptions = from ? from->devices(kind) : std::vector<DeviceDescription>();
   const auto description = std::find_if(descriptions.begin(), descriptions.end(),
@@ -128,10 +128,10 @@ Library::Handle Library::open(DeviceKind kind, std::u16string_view path) {
     mLastHandle += kHandleStep;
   } while (mLastHandle == 0 || mDevices.contains(mLastHandle));
   mDevices.emplace(mLastHandle, std::move(opened));
-  return reinterpret_cast<Handle>(mLastHandle);
+  return reinterpret_cast<DeviceHandle>(mLastHandle);
 }
 
-int32_t Library::close(Handle handle) {
+int32_t Library::close(DeviceHandle handle) {
   std::shared_ptr<OpenDevice> open;
   {
     MutexLock lock(mMutex);
@@ -171,13 +171,13 @@ void Library::waitForDestruction() {
   while (mDestructions > 0) mDestroyed.wait(mMutex);
 }
 
-std::shared_ptr<OpenDevice> Library::find(DeviceKind kind, Handle handle) {
+std::shared_ptr<OpenDevice> Library::find(DeviceKind kind, DeviceHandle handle) {
   MutexLock lock(mMutex);
   const auto found = mDevices.find(reinterpret_cast<uintptr_t>(handle));
   return found != mDevices.end() && found->second->kind() == kind ? found->second : nullptr;
 }
 
-int32_t Library::subscribe(DeviceKind kind, Handle handle, uint32_t event, EventSlot::Callback callback) {
+int32_t Library::subscribe(DeviceKind kind, DeviceHandle handle, uint32_t event, EventSlot::Callback callback) {
   const bool isVideo = kind == DeviceKind::kVideo;
   if (!handle) {
     const uint32_t arrival = isVideo ? uint32_t{kVCIEventDeviceArrived} : uint32_t{kACIEventDeviceArrived};

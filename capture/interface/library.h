@@ -18,7 +18,7 @@ namespace vesk::capture {
 /// callback is called.
 class Library {
  public:
-  using Handle = void*;
+  using DeviceHandle = void*;
 
   static Library& shared();
 
@@ -33,14 +33,14 @@ class Library {
 
   std::vector<DeviceDescription> devices(DeviceKind kind) VESK_EXCLUDES(mMutex);
   /// Null when there is no device of the kind at `path` or it cannot be opened: the call's error says why.
-  Handle open(DeviceKind kind, std::u16string_view path) VESK_EXCLUDES(mMutex);
-  int32_t close(Handle handle) VESK_EXCLUDES(mMutex);
+  DeviceHandle open(DeviceKind kind, std::u16string_view path) VESK_EXCLUDES(mMutex);
+  int32_t close(DeviceHandle handle) VESK_EXCLUDES(mMutex);
   /// The open device; null when the handle is stale or of another kind.
-  std::shared_ptr<OpenDevice> find(DeviceKind kind, Handle handle) VESK_EXCLUDES(mMutex);
+  std::shared_ptr<OpenDevice> find(DeviceKind kind, DeviceHandle handle) VESK_EXCLUDES(mMutex);
 
   /// Sets or, with an empty callback, ends the subscription to an event: of the half when the
   /// handle is null, else of the device.
-  int32_t subscribe(DeviceKind kind, Handle handle, uint32_t event, EventSlot::Callback callback);
+  int32_t subscribe(DeviceKind kind, DeviceHandle handle, uint32_t event, EventSlot::Callback callback);
 
  private:
   struct Half {

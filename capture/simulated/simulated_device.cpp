@@ -16,21 +16,21 @@ namespace {
 
 constexpr int64_t kMicroseconds = 1'000'000;
 
-struct Size {
+struct SimulatedSize {
   int32_t width;
   int32_t height;
 };
-constexpr Size kSizes[] = {{320, 240}, {640, 360}, {640, 480}, {864, 480}, {1280, 720}, {1920, 1080}};
-constexpr Size kPlainSizes[] = {{320, 240}, {640, 480}};
+constexpr SimulatedSize kSizes[] = {{320, 240}, {640, 360}, {640, 480}, {864, 480}, {1280, 720}, {1920, 1080}};
+constexpr SimulatedSize kPlainSizes[] = {{320, 240}, {640, 480}};
 /// Pictures a second: 60, 50, 30, 25, 24, 20, 15, 10 and 7.5.
 const std::vector<uint32_t> kIntervals = {166667, 200000, 333333, 400000, 416667, 500000, 666667, 1000000, 1333333};
 const std::vector<uint32_t> kPlainIntervals = {333333, 666667};
 constexpr uint32_t kRates[] = {48000, 44100, 16000};
 
-class PictureStream : public PacedStream {
+class SimulatedPictureStream : public PacedStream {
  public:
-  PictureStream(std::shared_ptr<SimulatedUnit> unit, Cadence cadence, std::unique_ptr<PictureMaker> maker,
-                FrameCallback callback)
+  SimulatedPictureStream(std::shared_ptr<SimulatedUnit> unit, Cadence cadence, std::unique_ptr<PictureMaker> maker,
+                         FrameCallback callback)
       : mUnit(std::move(unit)), mCadence(cadence), mMaker(std::move(maker)), mCallback(std::move(callback)) {}
 
   void seek(int64_t time) override { mNumber = mCadence.firstFrom(time); }
@@ -56,10 +56,10 @@ class PictureStream : public PacedStream {
   int64_t mNumber = 0;
 };
 
-class SoundStream : public PacedStream {
+class SimulatedSoundStream : public PacedStream {
  public:
-  SoundStream(std::shared_ptr<SimulatedUnit> unit, Cadence cadence, std::unique_ptr<PacketMaker> maker,
-              FrameCallback callback)
+  SimulatedSoundStream(std::shared_ptr<SimulatedUnit> unit, Cadence cadence, std::unique_ptr<PacketMaker> maker,
+                       FrameCallback callback)
       : mUnit(std::move(unit)), mCadence(cadence), mMaker(std::move(maker)), mCallback(std::move(callback)) {}
 
   void seek(int64_t time) override { mNumber = mCadence.firstFrom(time); }
@@ -80,9 +80,10 @@ class SoundStream : public PacedStream {
 };
 
 std::vector<FrameSize> frameSizes(bool isPlain) {
-  const std::span<const Size> sizes = isPlain ? std::span<const Size>(kPlainSizes) : std::span<const Size>(kSizes);
+  const std::span<const SimulatedSize> sizes =
+      isPlain ? std::span<const SimulatedSize>(kPlainSizes) : std::span<const SimulatedSize>(kSizes);
   std::vector<FrameSize> answer;
-  for (const Size& size : sizes) {
+  for (const SimulatedSize& size : sizes) {
     answer.push_back({size.width, size.height, isPlain ? kPlainIntervals : kIntervals});
   }
   return answer;
@@ -215,7 +216,7 @@ std::shared_ptr<PacedStream> SimulatedCamera::makeStream(FrameCallback callback)
     failed(kVCIFailed, {Cause::kNoEncoder, error, "Choose another size or format."});
     return nullptr;
   }
-  return std::make_shared<PictureStream>(sharedUnit(), cadence, std::move(maker), std::move(callback));
+  return std::make_shared<SimulatedPictureStream>(sharedUnit(), cadence, std::move(maker), std::move(callback));
 }
 
 SimulatedMicrophone::SimulatedMicrophone(std::shared_ptr<SimulatedUnit> microphone,
@@ -256,7 +257,7 @@ std::shared_ptr<PacedStream> SimulatedMicrophone::makeStream(FrameCallback callb
     return nullptr;
   }
   const Cadence cadence(kFramesPerPacket, format.samplesPerSecond);
-  return std::make_shared<SoundStream>(sharedUnit(), cadence, std::move(maker), std::move(callback));
+  return std::make_shared<SimulatedSoundStream>(sharedUnit(), cadence, std::move(maker), std::move(callback));
 }
 
 int32_t SimulatedMicrophone::getMute(bool& mute) {

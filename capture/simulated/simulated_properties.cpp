@@ -36,7 +36,7 @@ enum class Effect {
 };
 
 /// A property as all models that have it have it. Its value is `count` numbers of `width` bytes.
-struct PropertyRow {
+struct SimulatedPropertyRow {
   const PropertySetIdentifier& set;
   uint32_t number;
   uint32_t width;
@@ -69,7 +69,7 @@ constexpr Mode kWhiteMode{&kImageControlSet, kAutoWhiteBalance};
 constexpr Mode kHueMode{&kImageControlSet, kAutoHue};
 
 // clang-format off
-const PropertyRow kRows[] = {
+const SimulatedPropertyRow kRows[] = {
     {kCameraControlSet, kAutoExposureMode, 1, 1, kManualExposure, kAperturePriority, kAperturePriority, false, Feature::kAll, Effect::kMode},
     {kCameraControlSet, kAutoExposurePriority, 1, 1, 0, 1, 0, false},
     {kCameraControlSet, kExposure, 4, 1, 3, 2500, kNeutralExposure, true, Feature::kAll, Effect::kNone, kExposureMode},
@@ -103,11 +103,11 @@ const PropertyRow kRows[] = {
 };
 // clang-format on
 
-size_t indexOf(const PropertyRow& row) {
+size_t indexOf(const SimulatedPropertyRow& row) {
   return static_cast<size_t>(&row - kRows);
 }
 
-uint32_t sizeOf(const PropertyRow& row) {
+uint32_t sizeOf(const SimulatedPropertyRow& row) {
   return row.width * row.count;
 }
 
@@ -163,7 +163,7 @@ void SimulatedProperties::setModel(const SimulatedModel& model) {
 
 void SimulatedProperties::reset() {
   mValues.clear();
-  for (const PropertyRow& row : kRows) {
+  for (const SimulatedPropertyRow& row : kRows) {
     Numbers numbers{};
     std::fill_n(numbers.begin(), row.count, row.initial);
     mValues.push_back(numbers);
@@ -172,7 +172,7 @@ void SimulatedProperties::reset() {
   mMoves.clear();
 }
 
-bool SimulatedProperties::has(const PropertyRow& row) const {
+bool SimulatedProperties::has(const SimulatedPropertyRow& row) const {
   switch (row.feature) {
     case Feature::kAll:
       return true;
@@ -194,18 +194,18 @@ bool SimulatedProperties::has(const PropertyRow& row) const {
   return false;
 }
 
-const PropertyRow* SimulatedProperties::find(const PropertySetIdentifier& set, uint32_t number) const {
-  for (const PropertyRow& row : kRows)
+const SimulatedPropertyRow* SimulatedProperties::find(const PropertySetIdentifier& set, uint32_t number) const {
+  for (const SimulatedPropertyRow& row : kRows)
     if (row.number == number && row.set == set && has(row)) return &row;
   return nullptr;
 }
 
-SimulatedProperties::Numbers& SimulatedProperties::valueOf(const PropertyRow& row) {
+SimulatedProperties::Numbers& SimulatedProperties::valueOf(const SimulatedPropertyRow& row) {
   return mValues[indexOf(row)];
 }
 
 int32_t SimulatedProperties::numberIn(const PropertySetIdentifier& set, uint32_t number) {
-  const PropertyRow* const row = find(set, number);
+  const SimulatedPropertyRow* const row = find(set, number);
   return row ? valueOf(*row)[0] : 0;
 }
 
@@ -217,7 +217,7 @@ bool SimulatedProperties::isOn(const PropertySetIdentifier& set, uint32_t number
 int32_t SimulatedProperties::get(uint32_t request, const PropertySetIdentifier& set, uint32_t number,
                                  std::span<uint8_t> value, uint32_t& valueSize) {
   MutexLock lock(mMutex);
-  const PropertyRow* const row = find(set, number);
+  const SimulatedPropertyRow* const row = find(set, number);
   if (!row) return kVCIPropertyNotSupported;
   if (request > kRequestMaximum || value.size() < sizeOf(*row)) return kVCIInvalidArgument;
   valueSize = sizeOf(*row);
@@ -239,7 +239,7 @@ int32_t SimulatedProperties::set(const PropertySetIdentifier& set, uint32_t numb
   int32_t status = kVCIPropertyNotSupported;
   {
     MutexLock lock(mMutex);
-    const PropertyRow* const row = find(set, number);
+    const SimulatedPropertyRow* const row = find(set, number);
     if (!row) return kVCIPropertyNotSupported;
     if (row->automatic && isOn(*row->automatic->first, row->automatic->second)) return kVCIFailed;
     status = store(*row, value);
@@ -248,7 +248,7 @@ int32_t SimulatedProperties::set(const PropertySetIdentifier& set, uint32_t numb
   return status;
 }
 
-int32_t SimulatedProperties::store(const PropertyRow& row, std::span<const uint8_t> value) {
+int32_t SimulatedProperties::store(const SimulatedPropertyRow& row, std::span<const uint8_t> value) {
   if (row.effect == Effect::kReadOnly) return kVCIFailed;
   if (value.size() != sizeOf(row)) return kVCIInvalidArgument;
   Numbers numbers{};
@@ -264,7 +264,7 @@ int32_t SimulatedProperties::store(const PropertyRow& row, std::span<const uint8
   return kVCISuccess;
 }
 
-void SimulatedProperties::act(const PropertyRow& row, const Numbers& numbers) {
+void SimulatedProperties::act(const SimulatedPropertyRow& row, const Numbers& numbers) {
   switch (row.effect) {
     case Effect::kNone:
     case Effect::kReadOnly:
@@ -274,7 +274,7 @@ void SimulatedProperties::act(const PropertyRow& row, const Numbers& numbers) {
     case Effect::kPosition:
       return moveHead(HeadMove::Kind::kPosition, numbers[0], numbers[1]);
     case Effect::kZoomBy:
-      if (const PropertyRow* const zoom = find(kCameraControlSet, kZoom))
+      if (const SimulatedPropertyRow* const zoom = find(kCameraControlSet, kZoom))
         valueOf(*zoom)[0] = std::clamp(valueOf(*zoom)[0] + numbers[0], kWidestZoom, kClosestZoom);
       return;
     case Effect::kTurn: {
@@ -295,7 +295,8 @@ void SimulatedProperties::act(const PropertyRow& row, const Numbers& numbers) {
 void SimulatedProperties::moveHead(HeadMove::Kind kind, int32_t pan, int32_t tilt) {
   mPan = std::clamp(pan, -kHeadLimit, kHeadLimit);
   mTilt = std::clamp(tilt, -kHeadLimit, kHeadLimit);
-  if (const PropertyRow* const position = find(kCameraControlSet, kPanTilt)) valueOf(*position) = {mPan, mTilt};
+  if (const SimulatedPropertyRow* const position = find(kCameraControlSet, kPanTilt))
+    valueOf(*position) = {mPan, mTilt};
   if (mMoves.size() == kMostMoves) mMoves.erase(mMoves.begin());
   mMoves.push_back({kind, mPan, mTilt});
 }
@@ -303,7 +304,7 @@ void SimulatedProperties::moveHead(HeadMove::Kind kind, int32_t pan, int32_t til
 std::vector<PropertySetIdentifier> SimulatedProperties::sets() {
   MutexLock lock(mMutex);
   std::vector<PropertySetIdentifier> found;
-  for (const PropertyRow& row : kRows)
+  for (const SimulatedPropertyRow& row : kRows)
     if (has(row) && std::find(found.begin(), found.end(), row.set) == found.end()) found.push_back(row.set);
   return found;
 }
@@ -311,7 +312,7 @@ std::vector<PropertySetIdentifier> SimulatedProperties::sets() {
 std::vector<uint32_t> SimulatedProperties::items(const PropertySetIdentifier& set) {
   MutexLock lock(mMutex);
   std::vector<uint32_t> numbers;
-  for (const PropertyRow& row : kRows)
+  for (const SimulatedPropertyRow& row : kRows)
     if (has(row) && row.set == set) numbers.push_back(row.number);
   return numbers;
 }
@@ -345,7 +346,7 @@ std::vector<HeadMove> SimulatedProperties::moves() {
 std::string SimulatedProperties::settings() {
   MutexLock lock(mMutex);
   std::string text = "head " + std::to_string(mPan) + " " + std::to_string(mTilt) + "\n";
-  for (const PropertyRow& row : kRows) {
+  for (const SimulatedPropertyRow& row : kRows) {
     // A turn that was not stopped goes on, as a real head's would.
     const bool isSetting = row.effect == Effect::kNone || row.effect == Effect::kMode || row.effect == Effect::kTurn;
     if (!isSetting || !has(row)) continue;
@@ -374,7 +375,7 @@ void SimulatedProperties::applySettings(const std::string& text) {
     if (bytes.size() != identifier.size()) continue;
     std::copy(bytes.begin(), bytes.end(), identifier.begin());
     const auto number = static_cast<uint32_t>(std::strtoul(first.c_str(), nullptr, 10));
-    if (const PropertyRow* const row = find(identifier, number)) store(*row, unhex(second));
+    if (const SimulatedPropertyRow* const row = find(identifier, number)) store(*row, unhex(second));
   }
 }
 

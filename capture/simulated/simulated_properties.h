@@ -14,7 +14,7 @@
 
 namespace vesk::capture {
 
-struct PropertyRow;
+struct SimulatedPropertyRow;
 
 /// The controls of a simulated camera: what it has, what it takes, and what its pictures look like
 /// for it. An automatic mode that is on makes its control read-only. Values out of range are refused
@@ -50,14 +50,14 @@ class SimulatedProperties {
  private:
   using Numbers = std::array<int32_t, 4>;
 
-  bool has(const PropertyRow& row) const VESK_REQUIRES(mMutex);
-  const PropertyRow* find(const PropertySetIdentifier& set, uint32_t number) const VESK_REQUIRES(mMutex);
-  Numbers& valueOf(const PropertyRow& row) VESK_REQUIRES(mMutex);
+  bool has(const SimulatedPropertyRow& row) const VESK_REQUIRES(mMutex);
+  const SimulatedPropertyRow* find(const PropertySetIdentifier& set, uint32_t number) const VESK_REQUIRES(mMutex);
+  Numbers& valueOf(const SimulatedPropertyRow& row) VESK_REQUIRES(mMutex);
   int32_t numberIn(const PropertySetIdentifier& set, uint32_t number) VESK_REQUIRES(mMutex);
   bool isOn(const PropertySetIdentifier& set, uint32_t number) VESK_REQUIRES(mMutex);
   void reset() VESK_REQUIRES(mMutex);
-  int32_t store(const PropertyRow& row, std::span<const uint8_t> value) VESK_REQUIRES(mMutex);
-  void act(const PropertyRow& row, const Numbers& numbers) VESK_REQUIRES(mMutex);
+  int32_t store(const SimulatedPropertyRow& row, std::span<const uint8_t> value) VESK_REQUIRES(mMutex);
+  void act(const SimulatedPropertyRow& row, const Numbers& numbers) VESK_REQUIRES(mMutex);
   void moveHead(HeadMove::Kind kind, int32_t pan, int32_t tilt) VESK_REQUIRES(mMutex);
 
   std::function<void()> mChanged;

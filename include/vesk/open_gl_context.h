@@ -5,7 +5,6 @@
 #include <optional>
 
 #include <vesk/export.h>
-#include <vesk/geometry.h>
 
 namespace vesk {
 
@@ -55,25 +54,5 @@ using CGLContextObj = std::shared_ptr<NSOpenGLContext>;
 inline CGLContextObj CGLGetCurrentContext() {
   return NSOpenGLContext::currentContext();
 }
-
-/// Whether a rectangle texture of the current context can be as large as `size`, in pixels. When it
-/// cannot, one line of the log says that `what` is too large.
-VESK_EXPORT bool CGLFitsTexture(const char* what, NSSize size);
-
-/// Makes a context current for its own lifetime, then the one that was current before.
-class VESK_EXPORT CurrentContextScope {
- public:
-  explicit CurrentContextScope(NSOpenGLContext& context);
-  ~CurrentContextScope();
-  CurrentContextScope(const CurrentContextScope&) = delete;
-  CurrentContextScope& operator=(const CurrentContextScope&) = delete;
-
-  /// Whether the context could be made current.
-  explicit operator bool() const { return mIsCurrent; }
-
- private:
-  std::shared_ptr<NSOpenGLContext> mBefore;
-  bool mIsCurrent;
-};
 
 }  // namespace vesk

@@ -16,11 +16,11 @@ extern "C" {
 namespace vesk {
 namespace {
 
-struct Layout {
+struct SameLayout {
   AVPixelFormat format;
   uint32_t pixelFormat;
 };
-constexpr Layout kSameLayouts[] = {
+constexpr SameLayout kSameLayouts[] = {
     {AV_PIX_FMT_YUV420P, kCVPixelFormat_420Planar},  {AV_PIX_FMT_YUVJ420P, kCVPixelFormat_420Planar},
     {AV_PIX_FMT_YUV422P, kCVPixelFormat_422Planar},  {AV_PIX_FMT_YUVJ422P, kCVPixelFormat_422Planar},
     {AV_PIX_FMT_YUV444P, kCVPixelFormat_444Planar},  {AV_PIX_FMT_YUVJ444P, kCVPixelFormat_444Planar},
@@ -76,7 +76,7 @@ void AVFrameFree::operator()(AVFrame* frame) const noexcept {
 OSStatus makePicture(AVFramePtr frame, YCbCrColour described, CVImageBufferRef* picture) {
   const YCbCrColour colour = colourOf(*frame, described);
   const auto* const layout = std::find_if(std::begin(kSameLayouts), std::end(kSameLayouts),
-                                          [&](const Layout& row) { return row.format == frame->format; });
+                                          [&](const SameLayout& row) { return row.format == frame->format; });
   if (layout == std::end(kSameLayouts)) return convertedPicture(*frame, colour, picture);
   CVPixelBuffer::Planes planes;
   for (size_t i = 0; i < planes.size(); ++i) {

@@ -43,14 +43,14 @@ Errno closeNow(Descriptor& file) {
 }
 
 /// Removes a file that was made on the way, unless the way was gone to its end.
-class Leftover {
+class HalfMadeFile {
  public:
-  Leftover(const FileCalls& calls, std::string path) : mCalls(calls), mPath(std::move(path)) {}
-  ~Leftover() {
+  HalfMadeFile(const FileCalls& calls, std::string path) : mCalls(calls), mPath(std::move(path)) {}
+  ~HalfMadeFile() {
     if (!mPath.empty()) mCalls.unlink(mPath.c_str());
   }
-  Leftover(const Leftover&) = delete;
-  Leftover& operator=(const Leftover&) = delete;
+  HalfMadeFile(const HalfMadeFile&) = delete;
+  HalfMadeFile& operator=(const HalfMadeFile&) = delete;
 
   void keep() { mPath.clear(); }
 
@@ -68,7 +68,7 @@ bool isNotSupported(Errno error) {
 Errno renameOverPlaceholder(const FileCalls& calls, const std::string& from, const std::string& to) {
   Descriptor placeholder(open(to.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
   if (!placeholder) return errno;
-  Leftover leftover(calls, to);
+  HalfMadeFile leftover(calls, to);
   if (rename(from.c_str(), to.c_str()) != 0) return errno;
   leftover.keep();
   return 0;
@@ -144,12 +144,12 @@ Errno moveAcrossFileSystems(const FileCalls& calls, const std::string& from, con
   std::string hidden = stringByAppendingPathComponent(folder, "." + nameWithin(lastPathComponent(to), 200) + ".XXXXXX");
   Descriptor copy(mkostemp(hidden.data(), O_CLOEXEC));
   if (!copy) return errno;
-  Leftover hiddenCopy(calls, hidden);
+  HalfMadeFile hiddenCopy(calls, hidden);
   if (const Errno error = copyInto(calls, source, status, copy)) return error;
   if (const Errno error = renameWithoutReplacing(calls, hidden, to)) return error;
   hiddenCopy.keep();
 
-  Leftover placedCopy(calls, to);
+  HalfMadeFile placedCopy(calls, to);
   if (const Errno error = syncFolder(calls, folder)) return error;
   if (calls.unlink(from.c_str()) != 0) return errno;
   placedCopy.keep();

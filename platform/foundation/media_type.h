@@ -1,8 +1,10 @@
 #pragma once
 
+#include <cstdint>
+
 namespace vesk {
 
 /// What a device captures and a movie's track holds.
-enum class AVMediaType { AVMediaTypeVideo, AVMediaTypeAudio };
+enum MediaType : uint8_t { AVMediaTypeVideo, AVMediaTypeAudio };
 
 }  // namespace vesk

@@ -5,13 +5,13 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
 #include <memory>
 #include <string_view>
 #include <utility>
 
 #include "platform/foundation/byte_reader.h"
 #include "platform/foundation/file_bytes.h"
+#include "platform/foundation/malloc_ptr.h"
 #include "platform/foundation/xml_parser.h"
 
 namespace vesk {
@@ -27,12 +27,6 @@ struct FreePlist {
   void operator()(void* node) const noexcept { plist_free(node); }
 };
 using PlistPtr = std::unique_ptr<void, FreePlist>;
-
-struct Free {
-  void operator()(void* memory) const noexcept { std::free(memory); }
-};
-template <class T>
-using MallocPtr = std::unique_ptr<T, Free>;
 
 struct FreeGlib {
   void operator()(void* memory) const noexcept { g_free(memory); }

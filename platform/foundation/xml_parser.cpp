@@ -28,7 +28,7 @@ constexpr int64_t kLimitCode = 1000;  // beyond expat's own numbers
 struct FreeParser {
   void operator()(XML_Parser parser) const noexcept { XML_ParserFree(parser); }
 };
-using ParserHandle = std::unique_ptr<std::remove_pointer_t<XML_Parser>, FreeParser>;
+using ExpatHandle = std::unique_ptr<std::remove_pointer_t<XML_Parser>, FreeParser>;
 
 /// The letters and digits of an encoding's name in capitals: what people mean when they misspell one.
 std::string essenceOf(std::string_view name) {
@@ -228,7 +228,7 @@ class Run {
 
   NSXMLParser& mParser;
   NSXMLParserDelegate& mDelegate;
-  ParserHandle mExpat;
+  ExpatHandle mExpat;
   const char* mEncoding = nullptr;  ///< what the document meant by the encoding that it declares
   size_t mDeclaredAttributes = 0;
   std::string mText;  // since the last piece's end

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <utility>
 
+#include "platform/graphics/gl_context_scope.h"
 #include "platform/pixels/picture_planes.h"
 
 namespace vesk {

@@ -7,6 +7,7 @@
 
 #include <vesk/host_window.h>
 #include <vesk/log.h>
+#include "platform/graphics/gl_context_scope.h"
 
 namespace vesk {
 namespace {

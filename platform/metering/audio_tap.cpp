@@ -7,27 +7,27 @@
 namespace vesk {
 namespace {
 
-struct Shared {
+struct SharedTapProvider {
   Mutex mutex;
   std::shared_ptr<AudioTapProvider> provider VESK_GUARDED_BY(mutex);
 };
 
 // Never destroyed: a meter may be stopping on a thread of its own when static objects go.
-Shared& sharedProvider() {
-  static auto& shared = *new Shared;
+SharedTapProvider& sharedProvider() {
+  static auto& shared = *new SharedTapProvider;
   return shared;
 }
 
 }  // namespace
 
 std::shared_ptr<AudioTapProvider> AudioTapProvider::shared() {
-  Shared& shared = sharedProvider();
+  SharedTapProvider& shared = sharedProvider();
   const MutexLock lock(shared.mutex);
   return shared.provider;
 }
 
 void AudioTapProvider::setShared(std::shared_ptr<AudioTapProvider> provider) {
-  Shared& shared = sharedProvider();
+  SharedTapProvider& shared = sharedProvider();
   const MutexLock lock(shared.mutex);
   shared.provider.swap(provider);
 }

@@ -4,10 +4,10 @@
 
 namespace vesk {
 
-std::vector<std::shared_ptr<const AVCaptureDevice>> AVCaptureDevice::devicesWithMediaType(AVMediaType type) {
+std::vector<std::shared_ptr<const AVCaptureDevice>> AVCaptureDevice::devicesWithMediaType(MediaType type) {
   std::vector<std::shared_ptr<const AVCaptureDevice>> devices;
   const auto provider = AudioTapProvider::shared();
-  if (!provider || type != AVMediaType::AVMediaTypeAudio) return devices;
+  if (!provider || type != AVMediaTypeAudio) return devices;
   for (AudioTapProvider::Microphone& microphone : provider->microphones())
     devices.push_back(
         std::make_shared<const AVCaptureDevice>(std::move(microphone.uniqueID), std::move(microphone.name)));

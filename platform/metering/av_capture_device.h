@@ -13,7 +13,7 @@ class AVCaptureDevice {
  public:
   /// The microphones attached now, in the order of the platform; none for pictures, which are not
   /// captured in this way.
-  static std::vector<std::shared_ptr<const AVCaptureDevice>> devicesWithMediaType(AVMediaType type);
+  static std::vector<std::shared_ptr<const AVCaptureDevice>> devicesWithMediaType(MediaType type);
 
   AVCaptureDevice(std::string uniqueID, std::string localizedName)
       : mUniqueID(std::move(uniqueID)), mLocalizedName(std::move(localizedName)) {}

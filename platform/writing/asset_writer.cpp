@@ -39,8 +39,7 @@ bool AVAssetWriter::canAddInput(const AVAssetWriterInput& input) const {
 
 void AVAssetWriter::addInput(std::shared_ptr<AVAssetWriterInput> input) {
   if (!input || !canAddInput(*input)) return;
-  input->mTrack =
-      mWriter->addTrack(input->mediaType() == AVMediaType::AVMediaTypeVideo ? TrackKind::kVideo : TrackKind::kSound);
+  input->mTrack = mWriter->addTrack(input->mediaType() == AVMediaTypeVideo ? TrackKind::kVideo : TrackKind::kSound);
   input->mWriter = mWriter;
   mInputs.push_back(std::move(input));
 }

@@ -39,14 +39,14 @@ struct AVAssetWriterInput::Request {
   }
 };
 
-AVAssetWriterInput::AVAssetWriterInput(AVMediaType mediaType)
+AVAssetWriterInput::AVAssetWriterInput(MediaType mediaType)
     : mMediaType(mediaType), mRequest(std::make_shared<Request>()) {}
 
 AVAssetWriterInput::~AVAssetWriterInput() {
   markAsFinished();
 }
 
-std::shared_ptr<AVAssetWriterInput> AVAssetWriterInput::initWithMediaType(AVMediaType mediaType) {
+std::shared_ptr<AVAssetWriterInput> AVAssetWriterInput::initWithMediaType(MediaType mediaType) {
   return std::shared_ptr<AVAssetWriterInput>(new AVAssetWriterInput(mediaType));
 }
 

@@ -19,9 +19,9 @@ class MovieFileWriter;
 class AVAssetWriterInput : public std::enable_shared_from_this<AVAssetWriterInput> {
  public:
   /// An input for a track of the given type, without output settings: nothing is re-encoded.
-  static std::shared_ptr<AVAssetWriterInput> initWithMediaType(AVMediaType mediaType);
+  static std::shared_ptr<AVAssetWriterInput> initWithMediaType(MediaType mediaType);
 
-  AVMediaType mediaType() const { return mMediaType; }
+  MediaType mediaType() const { return mMediaType; }
   /// Kept for the host; this writer is always ready for live data.
   void setExpectsMediaDataInRealTime(bool expects) { mExpectsRealTime = expects; }
   bool expectsMediaDataInRealTime() const { return mExpectsRealTime; }
@@ -45,10 +45,10 @@ class AVAssetWriterInput : public std::enable_shared_from_this<AVAssetWriterInpu
 
  private:
   friend class AVAssetWriter;
-  explicit AVAssetWriterInput(AVMediaType mediaType);
+  explicit AVAssetWriterInput(MediaType mediaType);
 
   struct Request;
-  const AVMediaType mMediaType;
+  const MediaType mMediaType;
   bool mExpectsRealTime = false;
   std::atomic<bool> mFinished{false};
   std::shared_ptr<Request> mRequest;

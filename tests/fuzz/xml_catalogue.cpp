@@ -3,6 +3,7 @@
 
 #include <vesk/resolution_info.h>
 #include <vesk/xml_reader.h>
+#include "catalogue/resolutions_of.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   vesk::NSError error;

@@ -16,21 +16,21 @@ namespace {
 constexpr uint32_t kLongestSide = 16384;
 constexpr uint32_t kMostEntries = 256;  // a driver that never comes to an end is not listened to for ever
 
-struct Size {
+struct ModeSize {
   uint32_t width;
   uint32_t height;
-  bool operator<(const Size& other) const { return std::tie(width, height) < std::tie(other.width, other.height); }
+  bool operator<(const ModeSize& other) const { return std::tie(width, height) < std::tie(other.width, other.height); }
 };
-constexpr Size kUsualSizes[] = {{160, 120},   {176, 144},   {320, 180},   {320, 240},   {352, 288},
-                                {424, 240},   {640, 360},   {640, 480},   {800, 448},   {800, 600},
-                                {848, 480},   {864, 480},   {960, 540},   {960, 720},   {1024, 576},
-                                {1024, 768},  {1280, 720},  {1280, 960},  {1600, 900},  {1600, 1200},
-                                {1920, 1080}, {2048, 1536}, {2560, 1440}, {2592, 1944}, {3840, 2160}};
+constexpr ModeSize kUsualSizes[] = {{160, 120},   {176, 144},   {320, 180},   {320, 240},   {352, 288},
+                                    {424, 240},   {640, 360},   {640, 480},   {800, 448},   {800, 600},
+                                    {848, 480},   {864, 480},   {960, 540},   {960, 720},   {1024, 576},
+                                    {1024, 768},  {1280, 720},  {1280, 960},  {1600, 900},  {1600, 1200},
+                                    {1920, 1080}, {2048, 1536}, {2560, 1440}, {2592, 1944}, {3840, 2160}};
 constexpr v4l2_fract kUsualIntervals[] = {{1, 60}, {1, 50}, {1, 30}, {1, 25}, {1, 24},
                                           {1, 20}, {1, 15}, {1, 10}, {2, 15}, {1, 5}};
 
 /// Packed 4:2:2 has an even width.
-bool isUsable(const Size& size) {
+bool isUsable(const ModeSize& size) {
   return size.width > 0 && size.height > 0 && size.width <= kLongestSide && size.height <= kLongestSide &&
          size.width % 2 == 0;
 }
@@ -46,8 +46,8 @@ bool fits(uint32_t value, uint32_t least, uint32_t most, uint32_t step) {
   return value >= least && value <= most && (step <= 1 || (value - least) % step == 0);
 }
 
-void addStepwise(const v4l2_frmsize_stepwise& range, std::set<Size>& sizes) {
-  for (const Size& size : kUsualSizes) {
+void addStepwise(const v4l2_frmsize_stepwise& range, std::set<ModeSize>& sizes) {
+  for (const ModeSize& size : kUsualSizes) {
     if (fits(size.width, range.min_width, range.max_width, range.step_width) &&
         fits(size.height, range.min_height, range.max_height, range.step_height))
       sizes.insert(size);
@@ -56,8 +56,8 @@ void addStepwise(const v4l2_frmsize_stepwise& range, std::set<Size>& sizes) {
 }
 
 /// For drivers that list no sizes: those that they would take as they are.
-void tryUsualSizes(V4L2Calls& calls, int descriptor, uint32_t fourcc, std::set<Size>& sizes) {
-  for (const Size& size : kUsualSizes) {
+void tryUsualSizes(V4L2Calls& calls, int descriptor, uint32_t fourcc, std::set<ModeSize>& sizes) {
+  for (const ModeSize& size : kUsualSizes) {
     v4l2_format format{};
     format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     format.fmt.pix.width = size.width;
@@ -69,8 +69,8 @@ void tryUsualSizes(V4L2Calls& calls, int descriptor, uint32_t fourcc, std::set<S
   }
 }
 
-std::set<Size> sizesOf(V4L2Calls& calls, int descriptor, uint32_t fourcc) {
-  std::set<Size> sizes;
+std::set<ModeSize> sizesOf(V4L2Calls& calls, int descriptor, uint32_t fourcc) {
+  std::set<ModeSize> sizes;
   for (uint32_t index = 0; index < kMostEntries; ++index) {
     v4l2_frmsizeenum entry{};
     entry.index = index;
@@ -83,11 +83,11 @@ std::set<Size> sizesOf(V4L2Calls& calls, int descriptor, uint32_t fourcc) {
     sizes.insert({entry.discrete.width, entry.discrete.height});
   }
   if (sizes.empty()) tryUsualSizes(calls, descriptor, fourcc, sizes);
-  std::erase_if(sizes, [](const Size& size) { return !isUsable(size); });
+  std::erase_if(sizes, [](const ModeSize& size) { return !isUsable(size); });
   return sizes;
 }
 
-std::map<uint32_t, v4l2_fract> intervalsOf(V4L2Calls& calls, int descriptor, uint32_t fourcc, const Size& size) {
+std::map<uint32_t, v4l2_fract> intervalsOf(V4L2Calls& calls, int descriptor, uint32_t fourcc, const ModeSize& size) {
   std::map<uint32_t, v4l2_fract> intervals;
   const auto add = [&](const v4l2_fract& fraction) { intervals.try_emplace(intervalOf(fraction), fraction); };
   for (uint32_t index = 0; index < kMostEntries; ++index) {
@@ -124,7 +124,7 @@ void addModes(V4L2Calls& calls, int descriptor, size_t node, std::vector<CameraM
     if (calls.ioctl(descriptor, VIDIOC_ENUM_FMT, &entry) < 0) return;
     const PixelFormat* const format = pixelFormat(entry.pixelformat);
     if (!format) continue;
-    for (const Size& size : sizesOf(calls, descriptor, entry.pixelformat)) {
+    for (const ModeSize& size : sizesOf(calls, descriptor, entry.pixelformat)) {
       modes.push_back({node, format, static_cast<int32_t>(size.width), static_cast<int32_t>(size.height),
                        intervalsOf(calls, descriptor, entry.pixelformat, size)});
     }

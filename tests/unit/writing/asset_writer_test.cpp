@@ -69,8 +69,8 @@ TEST(AVAssetWriter, WritesWhatItsInputsPull) {
   auto writer = AVAssetWriter::initWithURL(path, kMovie, &error);
   ASSERT_TRUE(writer);
   EXPECT_EQ(writer->status(), AVAssetWriterStatus::Unknown);
-  auto video = AVAssetWriterInput::initWithMediaType(AVMediaType::AVMediaTypeVideo);
-  auto sound = AVAssetWriterInput::initWithMediaType(AVMediaType::AVMediaTypeAudio);
+  auto video = AVAssetWriterInput::initWithMediaType(AVMediaTypeVideo);
+  auto sound = AVAssetWriterInput::initWithMediaType(AVMediaTypeAudio);
   for (const auto& input : {video, sound}) {
     EXPECT_TRUE(writer->canAddInput(*input));
     writer->addInput(input);
@@ -111,7 +111,7 @@ TEST(AVAssetWriter, WritesWhatItsInputsPull) {
 }
 
 TEST(AVAssetWriterInput, RunsItsBlockAtOnceAndOncePerWaitingCall) {
-  auto input = AVAssetWriterInput::initWithMediaType(AVMediaType::AVMediaTypeVideo);
+  auto input = AVAssetWriterInput::initWithMediaType(AVMediaTypeVideo);
   auto queue = DispatchQueue::createSerial("test");
   std::mutex held;
   std::atomic<int> runs{0};
@@ -133,7 +133,7 @@ TEST(AVAssetWriterInput, RunsItsBlockAtOnceAndOncePerWaitingCall) {
 }
 
 TEST(AVAssetWriterInput, MayBeFinishedByItsOwnBlock) {
-  auto input = AVAssetWriterInput::initWithMediaType(AVMediaType::AVMediaTypeVideo);
+  auto input = AVAssetWriterInput::initWithMediaType(AVMediaTypeVideo);
   auto queue = DispatchQueue::createSerial("test");
   auto alive = std::make_shared<int>(1);
   std::weak_ptr<int> watched = alive;
