@@ -7,11 +7,19 @@
 
 namespace vesk::capture {
 
-/// The bit rate that suits H.264 of a size and a frame interval (in ten-millionths of a second), in bits per second.
+/// The H.264 bit rate, in bits per second, that is at a frame interval (in ten-millionths of a second) what `bitRate`
+/// is at 30 frames a second.
 ///
-/// The table is for 30 frames a second. A quarter of it stays at any rate, the rest goes with the rate: frames that
-/// lie further apart have less in common. Street and town footage looks as good (PSNR) at 15, 10 and 5 frames a
-/// second with 0.61, 0.47 and 0.38 of the bits; this gives 0.63, 0.50 and 0.38.
+/// A quarter of it stays at any rate, the rest goes with the rate: frames that lie further apart have less in common.
+/// Street and town footage looks as good (PSNR) at 15, 10 and 5 frames a second with 0.61, 0.47 and 0.38 of the bits;
+/// this gives 0.63, 0.50 and 0.38.
+constexpr uint32_t h264BitRateAt(uint64_t interval, uint32_t bitRate) {
+  constexpr uint64_t kMostFrames = 240;  // a second
+  const uint64_t frames = interval == 0 ? 30 : std::min((kTenMillionths + interval / 2) / interval, kMostFrames);
+  return static_cast<uint32_t>(std::min<uint64_t>(bitRate * (10 + frames) / 40, UINT32_MAX));
+}
+
+/// The bit rate that suits H.264 of a size and a frame interval.
 constexpr uint32_t usualH264BitRate(int32_t width, int32_t height, uint64_t interval) {
   struct Row {
     int32_t width;
@@ -24,13 +32,11 @@ constexpr uint32_t usualH264BitRate(int32_t width, int32_t height, uint64_t inte
       {640, 480, 921600},
       {1280, 720, 2048000},
   };
-  uint64_t bitRate = 1024000;
+  uint32_t bitRate = 1024000;
   for (const Row& row : kRows) {
     if (row.width == width && row.height == height) bitRate = row.bitRate;
   }
-  constexpr uint64_t kMostFrames = 240;  // a second
-  const uint64_t frames = interval == 0 ? 30 : std::min((kTenMillionths + interval / 2) / interval, kMostFrames);
-  return static_cast<uint32_t>(bitRate * (10 + frames) / 40);
+  return h264BitRateAt(interval, bitRate);
 }
 
 }  // namespace vesk::capture

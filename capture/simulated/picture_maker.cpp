@@ -5,6 +5,8 @@
 
 #include <vesk/four_char_code.h>
 #include "capture/encoding/h264_encoder.h"
+#include "capture/interface/frame_intervals.h"
+#include "capture/interface/usual_bit_rate.h"
 #include "platform/decompression/av_layout.h"
 
 namespace vesk::capture {
@@ -88,13 +90,13 @@ class JPEGMaker : public PlanesMaker {
 
 std::unique_ptr<PictureMaker> makeH264Maker(const VideoParameters& parameters, const Cadence& cadence) {
   const bool isHighDefinition = parameters.height >= kFirstHighDefinitionLine;
-  const int64_t bitPerPixel = int64_t{parameters.width} * parameters.height;  // and second
   H264Encoder::Settings settings;
   settings.width = parameters.width;
   settings.height = parameters.height;
   settings.intervalNumerator = cadence.numerator();
   settings.intervalDenominator = cadence.denominator();
-  settings.bitRate = parameters.bitRate ? parameters.bitRate : static_cast<uint32_t>(bitPerPixel);
+  const auto bitPerPixel = static_cast<uint32_t>(int64_t{parameters.width} * parameters.height);  // and second
+  settings.bitRate = parameters.bitRate ? parameters.bitRate : h264BitRateAt(askedInterval(parameters), bitPerPixel);
   settings.preset = "ultrafast";
   settings.profile = "baseline";
   settings.matrix = isHighDefinition ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M;
