@@ -3,6 +3,7 @@
 
 #include <vesk/vci.h>
 #include <vesk/video_device.h>
+#include "capture/interface/property_layouts.h"
 #include "devices/enumeration.h"
 #include "devices/property_record.h"
 
@@ -19,48 +20,21 @@ struct ZoomRow {
 };
 constexpr ZoomRow kZoomMaxima[] = {{0x7A01, 300}, {0x7A02, 319}, {0x7A03, 3}, {0x7A04, 3}};
 
-size_t widthOf(ControlType type) {
-  switch (type) {
-    case ControlType::kSwitch:
-    case ControlType::kExposureMode:
-    case ControlType::kByte:
-      return 1;
-    case ControlType::kSigned16:
-    case ControlType::kUnsigned16:
-      return 2;
-    case ControlType::kSigned32:
-    case ControlType::kUnsigned32:
-      return 4;
-  }
-  return 0;
+/// Where a control's number stands among those of its property's value.
+size_t placeOf(const CameraControl& control) {
+  return control.place == ControlPlace::kSecondOfPosition || control.place == ControlPlace::kSecondOfMove ? 1 : 0;
 }
 
-bool isSecond(const CameraControl& control) {
-  return control.place == ControlPlace::kSecondOfPosition || control.place == ControlPlace::kSecondOfMove;
+int64_t readNumber(const CameraControl& control, std::span<const uint8_t> value) {
+  const int64_t number = capture::readNumber(control.type, value, placeOf(control));
+  if (control.type != ControlType::kExposureMode) return number;
+  return (number & capture::kAperturePriority) != 0 ? 1 : 0;
 }
 
-int64_t numberOf(ControlType type, std::span<const uint8_t> bytes) {
-  uint32_t value = 0;
-  for (size_t i = widthOf(type); i-- > 0;) value = value << 8 | bytes[i];
-  switch (type) {
-    case ControlType::kExposureMode:
-      return (value & capture::kAperturePriority) != 0 ? 1 : 0;
-    case ControlType::kSigned16:
-      return static_cast<int16_t>(value);
-    case ControlType::kSigned32:
-      return static_cast<int32_t>(value);
-    case ControlType::kSwitch:
-    case ControlType::kByte:
-    case ControlType::kUnsigned16:
-    case ControlType::kUnsigned32:
-      break;
-  }
-  return value;
-}
-
-void putNumber(ControlType type, int64_t number, std::span<uint8_t> bytes) {
-  if (type == ControlType::kExposureMode) number = number == 1 ? capture::kAperturePriority : capture::kManualExposure;
-  for (size_t i = 0; i < widthOf(type); ++i) bytes[i] = static_cast<uint8_t>(number >> (8 * i));
+void writeNumber(const CameraControl& control, int64_t number, std::span<uint8_t> value) {
+  if (control.type == ControlType::kExposureMode)
+    number = number == 1 ? capture::kAperturePriority : capture::kManualExposure;
+  capture::writeNumber(control.type, number, value, placeOf(control));
 }
 
 }  // namespace
@@ -91,16 +65,15 @@ std::optional<int64_t> VeskVideoDevice::readControl(const CameraControl& control
   uint8_t bytes[kLargestValue] = {};
   const std::span value(bytes, control.size);
   if (getProperty(request, control.set, control.number, value) != kVCISuccess) return std::nullopt;
-  return numberOf(control.type, value.subspan(isSecond(control) ? widthOf(control.type) : 0));
+  return readNumber(control, value);
 }
 
 int32_t VeskVideoDevice::writeControl(const CameraControl& control, int64_t number) {
   uint8_t bytes[kLargestValue] = {};
   const std::span value(bytes, control.size);
-  const size_t place = isSecond(control) ? widthOf(control.type) : 0;
-  putNumber(control.type, number, value.subspan(place));
+  writeNumber(control, number, value);
   if (control.place != ControlPlace::kAlone)
-    putNumber(control.type, otherNumber(control), value.subspan(widthOf(control.type) - place));
+    capture::writeNumber(control.type, otherNumber(control), value, 1 - placeOf(control));
   const int32_t status = setProperty(control.set, control.number, value);
   if (control.type != ControlType::kExposureMode || number != 0) return status;
   // Whether the camera can also be kept from slowing down is of no matter to whoever set the mode.

@@ -10,6 +10,7 @@
 #include <vesk/run_loop.h>
 #include <vesk/vci.h>
 #include <vesk/video_device.h>
+#include "capture/interface/property_layouts.h"
 #include "devices/enumeration.h"
 #include "devices/property_record.h"
 #include "devices/video_device_state.h"
@@ -26,8 +27,15 @@ constexpr int kResetAttempts = 6;
 constexpr auto kResetWait = 100ms;
 constexpr uint32_t kRelativeMotionItem = 1;
 
+/// Room for a property of an information set.
+template <uint32_t number>
+using InformationValue = std::array<uint8_t, capture::layoutOf(capture::kDeviceInformationSet, number).size()>;
+
+using MotionValue =
+    std::array<uint8_t, capture::layoutOf(capture::kCameraControlSet, capture::kRelativePanTilt).size()>;
+
 /// The value of relative pan and tilt (UVC 1.1, 4.2.2.1.15): directions and speeds, in which 0 stops.
-std::array<uint8_t, 4> motionValue(int8_t pan, int8_t tilt) {
+MotionValue motionValue(int8_t pan, int8_t tilt) {
   return {static_cast<uint8_t>(pan), 0, static_cast<uint8_t>(tilt), 0};
 }
 
@@ -137,25 +145,25 @@ bool VeskVideoDevice::readInformation(uint32_t number, std::span<uint8_t> value)
 }
 
 VeskInformation VeskVideoDevice::getEEPROMInfo() const {
-  std::array<uint8_t, 4> value{};
+  InformationValue<capture::kEEPROMInfo> value{};
   readInformation(capture::kEEPROMInfo, value);
   return {{"Major", value[0]}, {"Minor", value[1]}};
 }
 
 std::optional<VeskInformation> VeskVideoDevice::getSensorInfo() const {
-  std::array<uint8_t, 2> value{};
+  InformationValue<capture::kSensorInfo> value{};
   if (!readInformation(capture::kSensorInfo, value)) return std::nullopt;
   return VeskInformation{{"SensorTech", value[0]}, {"SensorType", value[1]}};
 }
 
 std::optional<VeskInformation> VeskVideoDevice::getFirmwareVersion() const {
-  std::array<uint8_t, 4> value{};
+  InformationValue<capture::kFirmwareVersion> value{};
   if (!readInformation(capture::kFirmwareVersion, value)) return std::nullopt;
   return VeskInformation{{"Major", value[1]}, {"Minor", value[0]}, {"BuildNo", value[2] | value[3] << 8}};
 }
 
 std::optional<int32_t> VeskVideoDevice::getFirmwareCRCControl() const {
-  std::array<uint8_t, 2> value{};
+  InformationValue<capture::kFirmwareCRCControl> value{};
   if (!readInformation(capture::kFirmwareCRCControl, value)) return std::nullopt;
   return value[0] | value[1] << 8;
 }

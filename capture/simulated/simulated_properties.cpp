@@ -8,6 +8,7 @@
 #include <utility>
 
 #include <vesk/vci.h>
+#include "capture/interface/property_layouts.h"
 
 namespace vesk::capture {
 
@@ -35,12 +36,9 @@ enum class Effect {
   kReset,
 };
 
-/// A property as all models that have it have it. Its value is `count` numbers of `width` bytes.
+/// A property as all models that have it have it.
 struct SimulatedPropertyRow {
-  const PropertySetIdentifier& set;
-  uint32_t number;
-  uint32_t width;
-  uint32_t count;
+  const PropertyLayout& layout;
   int32_t minimum;
   int32_t maximum;
   int32_t initial;
@@ -70,64 +68,41 @@ constexpr Mode kHueMode{&kImageControlSet, kAutoHue};
 
 // clang-format off
 const SimulatedPropertyRow kRows[] = {
-    {kCameraControlSet, kAutoExposureMode, 1, 1, kManualExposure, kAperturePriority, kAperturePriority, false, Feature::kAll, Effect::kMode},
-    {kCameraControlSet, kAutoExposurePriority, 1, 1, 0, 1, 0, false},
-    {kCameraControlSet, kExposure, 4, 1, 3, 2500, kNeutralExposure, true, Feature::kAll, Effect::kNone, kExposureMode},
-    {kCameraControlSet, kFocus, 2, 1, 50, 5000, 600, true, Feature::kAll, Effect::kNone, kFocusMode},
-    {kCameraControlSet, kAutoFocus, 1, 1, 0, 1, 1, false},
-    {kCameraControlSet, kZoom, 4, 1, kWidestZoom, kClosestZoom, kWidestZoom, true, Feature::kPosition},
-    {kCameraControlSet, kRelativeZoom, 4, 1, -100, 100, 0, true, Feature::kPosition, Effect::kZoomBy},
-    {kCameraControlSet, kPanTilt, 4, 2, -kHeadLimit, kHeadLimit, 0, true, Feature::kPosition, Effect::kPosition},
-    {kCameraControlSet, kRelativePanTilt, 1, 4, -1, 1, 0, false, Feature::kRelativeMotion, Effect::kTurn},
-    {kImageControlSet, kBrightness, 2, 1, -64, 64, 0, true},
-    {kImageControlSet, kContrast, 2, 1, 0, 64, kNeutralContrast, true},
-    {kImageControlSet, kAntiFlicker, 1, 1, 0, 2, 1, false},
-    {kImageControlSet, kHue, 2, 1, -18000, 18000, 0, true, Feature::kAll, Effect::kNone, kHueMode},
-    {kImageControlSet, kSaturation, 2, 1, 0, 128, kNeutralSaturation, true},
-    {kImageControlSet, kSharpness, 2, 1, 0, 7, 3, true},
-    {kImageControlSet, kWhiteBalance, 2, 1, 2800, 6500, kNeutralWhite, true, Feature::kAll, Effect::kNone, kWhiteMode},
-    {kImageControlSet, kAutoWhiteBalance, 1, 1, 0, 1, 1, false},
-    {kImageControlSet, kAutoHue, 1, 1, 0, 1, 0, false, Feature::kHueMode},
-    {kMirrorSet, kMirror, 1, 1, 0, 1, 0, false, Feature::kMirroring},
-    {kSunTrimSet, kSunTrim, 1, 1, 0, 1, 0, false, Feature::kSunTrimming},
-    {kRelativeMotionSet, kMotionPanTilt, 2, 2, -35 * kMoveUnits, 35 * kMoveUnits, 0, true, Feature::kRelativeMotion, Effect::kMoveBy},
-    {kRelativeMotionSet, kMotionReset, 1, 1, 1, kResetPanAndTilt, 0, false, Feature::kRelativeMotion, Effect::kReset},
-    {kDeviceInformationSet, kFirmwareVersion, 1, 4, 0, 0, 0, false, Feature::kFirstInformation, Effect::kReadOnly, {}, {5, 2, 0x34, 0x12}},
-    {kDeviceInformationSet, kFirmwareCRCControl, 1, 2, 0, 0, 0, false, Feature::kFirstInformation, Effect::kReadOnly, {}, {0x2A, 0x1C}},
-    {kDeviceInformationSet, kEEPROMInfo, 1, 4, 0, 0, 0, false, Feature::kFirstInformation, Effect::kReadOnly, {}, {1, 7, 0, 0}},
-    {kDeviceInformationSet, kSensorInfo, 1, 2, 0, 0, 0, false, Feature::kFirstInformation, Effect::kReadOnly, {}, {2, 9}},
-    {kAlternateInformationSet, kFirmwareVersion, 1, 4, 0, 0, 0, false, Feature::kAlternateInformation, Effect::kReadOnly, {}, {1, 3, 0x10, 0}},
-    {kAlternateInformationSet, kFirmwareCRCControl, 1, 2, 0, 0, 0, false, Feature::kAlternateInformation, Effect::kReadOnly, {}, {0x77, 0x05}},
-    {kAlternateInformationSet, kEEPROMInfo, 1, 4, 0, 0, 0, false, Feature::kAlternateInformation, Effect::kReadOnly, {}, {2, 1, 0, 0}},
-    {kAlternateInformationSet, kSensorInfo, 1, 2, 0, 0, 0, false, Feature::kAlternateInformation, Effect::kReadOnly, {}, {1, 4}},
+    {layoutOf(kCameraControlSet, kAutoExposureMode), kManualExposure, kAperturePriority, kAperturePriority, false, Feature::kAll, Effect::kMode},
+    {layoutOf(kCameraControlSet, kAutoExposurePriority), 0, 1, 0, false},
+    {layoutOf(kCameraControlSet, kExposure), 3, 2500, kNeutralExposure, true, Feature::kAll, Effect::kNone, kExposureMode},
+    {layoutOf(kCameraControlSet, kFocus), 50, 5000, 600, true, Feature::kAll, Effect::kNone, kFocusMode},
+    {layoutOf(kCameraControlSet, kAutoFocus), 0, 1, 1, false},
+    {layoutOf(kCameraControlSet, kZoom), kWidestZoom, kClosestZoom, kWidestZoom, true, Feature::kPosition},
+    {layoutOf(kCameraControlSet, kRelativeZoom), -100, 100, 0, true, Feature::kPosition, Effect::kZoomBy},
+    {layoutOf(kCameraControlSet, kPanTilt), -kHeadLimit, kHeadLimit, 0, true, Feature::kPosition, Effect::kPosition},
+    {layoutOf(kCameraControlSet, kRelativePanTilt), -1, 1, 0, false, Feature::kRelativeMotion, Effect::kTurn},
+    {layoutOf(kImageControlSet, kBrightness), -64, 64, 0, true},
+    {layoutOf(kImageControlSet, kContrast), 0, 64, kNeutralContrast, true},
+    {layoutOf(kImageControlSet, kAntiFlicker), 0, 2, 1, false},
+    {layoutOf(kImageControlSet, kHue), -18000, 18000, 0, true, Feature::kAll, Effect::kNone, kHueMode},
+    {layoutOf(kImageControlSet, kSaturation), 0, 128, kNeutralSaturation, true},
+    {layoutOf(kImageControlSet, kSharpness), 0, 7, 3, true},
+    {layoutOf(kImageControlSet, kWhiteBalance), 2800, 6500, kNeutralWhite, true, Feature::kAll, Effect::kNone, kWhiteMode},
+    {layoutOf(kImageControlSet, kAutoWhiteBalance), 0, 1, 1, false},
+    {layoutOf(kImageControlSet, kAutoHue), 0, 1, 0, false, Feature::kHueMode},
+    {layoutOf(kMirrorSet, kMirror), 0, 1, 0, false, Feature::kMirroring},
+    {layoutOf(kSunTrimSet, kSunTrim), 0, 1, 0, false, Feature::kSunTrimming},
+    {layoutOf(kRelativeMotionSet, kMotionPanTilt), -35 * kMoveUnits, 35 * kMoveUnits, 0, true, Feature::kRelativeMotion, Effect::kMoveBy},
+    {layoutOf(kRelativeMotionSet, kMotionReset), 1, kResetPanAndTilt, 0, false, Feature::kRelativeMotion, Effect::kReset},
+    {layoutOf(kDeviceInformationSet, kFirmwareVersion), 0, 0, 0, false, Feature::kFirstInformation, Effect::kReadOnly, {}, {5, 2, 0x34, 0x12}},
+    {layoutOf(kDeviceInformationSet, kFirmwareCRCControl), 0, 0, 0, false, Feature::kFirstInformation, Effect::kReadOnly, {}, {0x2A, 0x1C}},
+    {layoutOf(kDeviceInformationSet, kEEPROMInfo), 0, 0, 0, false, Feature::kFirstInformation, Effect::kReadOnly, {}, {1, 7, 0, 0}},
+    {layoutOf(kDeviceInformationSet, kSensorInfo), 0, 0, 0, false, Feature::kFirstInformation, Effect::kReadOnly, {}, {2, 9}},
+    {layoutOf(kAlternateInformationSet, kFirmwareVersion), 0, 0, 0, false, Feature::kAlternateInformation, Effect::kReadOnly, {}, {1, 3, 0x10, 0}},
+    {layoutOf(kAlternateInformationSet, kFirmwareCRCControl), 0, 0, 0, false, Feature::kAlternateInformation, Effect::kReadOnly, {}, {0x77, 0x05}},
+    {layoutOf(kAlternateInformationSet, kEEPROMInfo), 0, 0, 0, false, Feature::kAlternateInformation, Effect::kReadOnly, {}, {2, 1, 0, 0}},
+    {layoutOf(kAlternateInformationSet, kSensorInfo), 0, 0, 0, false, Feature::kAlternateInformation, Effect::kReadOnly, {}, {1, 4}},
 };
 // clang-format on
 
 size_t indexOf(const SimulatedPropertyRow& row) {
   return static_cast<size_t>(&row - kRows);
-}
-
-uint32_t sizeOf(const SimulatedPropertyRow& row) {
-  return row.width * row.count;
-}
-
-/// A little-endian number with its sign. Numbers that have none are too small to be taken for
-/// negative ones.
-int32_t readNumber(std::span<const uint8_t> bytes) {
-  uint32_t value = 0;
-  for (size_t i = bytes.size(); i-- > 0;) value = value << 8 | bytes[i];
-  switch (bytes.size()) {
-    case 1:
-      return static_cast<int8_t>(value);
-    case 2:
-      return static_cast<int16_t>(value);
-    default:
-      return static_cast<int32_t>(value);
-  }
-}
-
-void writeNumber(int32_t number, std::span<uint8_t> bytes) {
-  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(static_cast<uint32_t>(number) >> (8 * i));
 }
 
 int sign(int32_t number) {
@@ -165,7 +140,7 @@ void SimulatedProperties::reset() {
   mValues.clear();
   for (const SimulatedPropertyRow& row : kRows) {
     Numbers numbers{};
-    std::fill_n(numbers.begin(), row.count, row.initial);
+    std::fill_n(numbers.begin(), row.layout.count, row.initial);
     mValues.push_back(numbers);
   }
   mPan = mTilt = 0;
@@ -196,7 +171,7 @@ bool SimulatedProperties::has(const SimulatedPropertyRow& row) const {
 
 const SimulatedPropertyRow* SimulatedProperties::find(const PropertySetIdentifier& set, uint32_t number) const {
   for (const SimulatedPropertyRow& row : kRows)
-    if (row.number == number && row.set == set && has(row)) return &row;
+    if (row.layout.number == number && row.layout.set == set && has(row)) return &row;
   return nullptr;
 }
 
@@ -219,8 +194,8 @@ int32_t SimulatedProperties::get(uint32_t request, const PropertySetIdentifier& 
   MutexLock lock(mMutex);
   const SimulatedPropertyRow* const row = find(set, number);
   if (!row) return kVCIPropertyNotSupported;
-  if (request > kRequestMaximum || value.size() < sizeOf(*row)) return kVCIInvalidArgument;
-  valueSize = sizeOf(*row);
+  if (request > kRequestMaximum || value.size() < row->layout.size()) return kVCIInvalidArgument;
+  valueSize = row->layout.size();
   const bool isRange = request == kRequestMinimum || request == kRequestMaximum;
   if (row->effect == Effect::kReadOnly) {
     if (request != kRequestCurrent) return kVCIFailed;
@@ -228,9 +203,9 @@ int32_t SimulatedProperties::get(uint32_t request, const PropertySetIdentifier& 
     return kVCISuccess;
   }
   if (isRange && !row->tellsRange) return kVCIFailed;
-  for (uint32_t i = 0; i < row->count; ++i) {
+  for (uint32_t i = 0; i < row->layout.count; ++i) {
     const int32_t numbers[] = {valueOf(*row)[i], row->initial, row->minimum, row->maximum};
-    writeNumber(numbers[request], value.subspan(i * row->width, row->width));
+    writeNumber(row->layout.type, numbers[request], value, i);
   }
   return kVCISuccess;
 }
@@ -250,10 +225,11 @@ int32_t SimulatedProperties::set(const PropertySetIdentifier& set, uint32_t numb
 
 int32_t SimulatedProperties::store(const SimulatedPropertyRow& row, std::span<const uint8_t> value) {
   if (row.effect == Effect::kReadOnly) return kVCIFailed;
-  if (value.size() != sizeOf(row)) return kVCIInvalidArgument;
+  if (value.size() != row.layout.size()) return kVCIInvalidArgument;
   Numbers numbers{};
-  for (uint32_t i = 0; i < row.count; ++i) {
-    numbers[i] = readNumber(value.subspan(i * row.width, row.width));
+  for (uint32_t i = 0; i < row.layout.count; ++i) {
+    const int64_t number = readNumber(row.layout.type, value, i);
+    numbers[i] = static_cast<int32_t>(std::min<int64_t>(number, INT32_MAX));
     // A head goes as far as it can.
     if (row.effect == Effect::kPosition) numbers[i] = std::clamp(numbers[i], row.minimum, row.maximum);
     if (numbers[i] < row.minimum || numbers[i] > row.maximum) return kVCIInvalidArgument;
@@ -305,7 +281,8 @@ std::vector<PropertySetIdentifier> SimulatedProperties::sets() {
   MutexLock lock(mMutex);
   std::vector<PropertySetIdentifier> found;
   for (const SimulatedPropertyRow& row : kRows)
-    if (has(row) && std::find(found.begin(), found.end(), row.set) == found.end()) found.push_back(row.set);
+    if (has(row) && std::find(found.begin(), found.end(), row.layout.set) == found.end())
+      found.push_back(row.layout.set);
   return found;
 }
 
@@ -313,7 +290,7 @@ std::vector<uint32_t> SimulatedProperties::items(const PropertySetIdentifier& se
   MutexLock lock(mMutex);
   std::vector<uint32_t> numbers;
   for (const SimulatedPropertyRow& row : kRows)
-    if (has(row) && row.set == set) numbers.push_back(row.number);
+    if (has(row) && row.layout.set == set) numbers.push_back(row.layout.number);
   return numbers;
 }
 
@@ -350,10 +327,9 @@ std::string SimulatedProperties::settings() {
     // A turn that was not stopped goes on, as a real head's would.
     const bool isSetting = row.effect == Effect::kNone || row.effect == Effect::kMode || row.effect == Effect::kTurn;
     if (!isSetting || !has(row)) continue;
-    std::vector<uint8_t> bytes(sizeOf(row));
-    for (uint32_t i = 0; i < row.count; ++i)
-      writeNumber(valueOf(row)[i], std::span(bytes).subspan(i * row.width, row.width));
-    text += hex(row.set) + " " + std::to_string(row.number) + " " + hex(bytes) + "\n";
+    std::vector<uint8_t> bytes(row.layout.size());
+    for (uint32_t i = 0; i < row.layout.count; ++i) writeNumber(row.layout.type, valueOf(row)[i], bytes, i);
+    text += hex(row.layout.set) + " " + std::to_string(row.layout.number) + " " + hex(bytes) + "\n";
   }
   return text;
 }

@@ -48,6 +48,7 @@ enum class ControlType : uint8_t {
   kSwitch,        ///< a byte, 1 or 0
   kExposureMode,  ///< a byte: 1 and 0 stand for capture::kAperturePriority and kManualExposure
   kByte,
+  kSigned8,
   kSigned16,
   kUnsigned16,
   kSigned32,

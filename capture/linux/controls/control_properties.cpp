@@ -6,102 +6,61 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <limits>
 #include <optional>
 #include <utility>
 
 #include <vesk/capture_source.h>
 #include <vesk/vci.h>
+#include "capture/interface/property_layouts.h"
 #include "capture/linux/controls/control_status.h"
 
 namespace vesk::capture {
 namespace {
 
-/// How the numbers of a property's controls lie in its value: little-endian, one after the other.
-enum class Form {
-  kSwitch,
-  kByte,
-  kSigned16,
-  kUnsigned16,
-  kSigned32,
-  kUnsigned32,
-  kExposureMode,  ///< a bit of ExposureMode
-  kSpeed,         ///< a direction and how fast, a byte each
-  kStep,          ///< the same, for heads that go in steps
-  kPress,         ///< a bit for each control
+/// What a property's numbers are to its controls.
+enum class Conduct {
+  kNumber,
+  kSwitch,  ///< the same, of a control that is off or on and has no range to tell
+  kMode,    ///< a bit of ExposureMode
+  kSpeed,   ///< a direction and how fast, for each control
+  kStep,    ///< the same, for heads that go in steps
+  kPress,   ///< a bit for each control
 };
-
-struct FormTraits {
-  size_t width;  ///< bytes for each control
-  int64_t least;
-  int64_t most;
-  bool tellsRange = true;
-};
-
-template <class Number>
-constexpr FormTraits whole() {
-  return {sizeof(Number), std::numeric_limits<Number>::min(), std::numeric_limits<Number>::max()};
-}
-
-constexpr FormTraits traitsOf(Form form) {
-  switch (form) {
-    case Form::kSwitch:
-      return {1, 0, 1, false};
-    case Form::kByte:
-      return whole<uint8_t>();
-    case Form::kSigned16:
-      return whole<int16_t>();
-    case Form::kUnsigned16:
-      return whole<uint16_t>();
-    case Form::kSigned32:
-      return whole<int32_t>();
-    case Form::kUnsigned32:
-      return whole<uint32_t>();
-    case Form::kExposureMode:
-    case Form::kPress:
-      return {1, 0, UINT8_MAX, false};
-    case Form::kSpeed:
-    case Form::kStep:
-      return {2, -UINT8_MAX, UINT8_MAX, false};
-  }
-  return {};
-}
 
 using Numbers = std::array<int64_t, 2>;
 
 /// A property and the controls that it is made of. Of several rows for one property, the first counts of
 /// which a camera has a control.
 struct PropertyRow {
-  const PropertySetIdentifier& set;
-  uint32_t number;
-  Form form;
+  const PropertyLayout& layout;
+  Conduct conduct;
   uint32_t controls[2];  ///< 0: none
 };
 
 constexpr PropertyRow kRows[] = {
-    {kCameraControlSet, kAutoExposureMode, Form::kExposureMode, {V4L2_CID_EXPOSURE_AUTO}},
-    {kCameraControlSet, kAutoExposurePriority, Form::kSwitch, {V4L2_CID_EXPOSURE_AUTO_PRIORITY}},
-    {kCameraControlSet, kExposure, Form::kUnsigned32, {V4L2_CID_EXPOSURE_ABSOLUTE}},
-    {kCameraControlSet, kFocus, Form::kUnsigned16, {V4L2_CID_FOCUS_ABSOLUTE}},
-    {kCameraControlSet, kAutoFocus, Form::kSwitch, {V4L2_CID_FOCUS_AUTO}},
-    {kCameraControlSet, kZoom, Form::kSigned32, {V4L2_CID_ZOOM_ABSOLUTE}},
-    {kCameraControlSet, kRelativeZoom, Form::kSigned32, {V4L2_CID_ZOOM_CONTINUOUS}},
-    {kCameraControlSet, kRelativeZoom, Form::kSigned32, {V4L2_CID_ZOOM_RELATIVE}},
-    {kCameraControlSet, kPanTilt, Form::kSigned32, {V4L2_CID_PAN_ABSOLUTE, V4L2_CID_TILT_ABSOLUTE}},
-    {kCameraControlSet, kRelativePanTilt, Form::kSpeed, {V4L2_CID_PAN_SPEED, V4L2_CID_TILT_SPEED}},
-    {kCameraControlSet, kRelativePanTilt, Form::kStep, {V4L2_CID_PAN_RELATIVE, V4L2_CID_TILT_RELATIVE}},
-    {kImageControlSet, kBrightness, Form::kSigned16, {V4L2_CID_BRIGHTNESS}},
-    {kImageControlSet, kContrast, Form::kUnsigned16, {V4L2_CID_CONTRAST}},
-    {kImageControlSet, kAntiFlicker, Form::kByte, {V4L2_CID_POWER_LINE_FREQUENCY}},
-    {kImageControlSet, kHue, Form::kSigned16, {V4L2_CID_HUE}},
-    {kImageControlSet, kSaturation, Form::kUnsigned16, {V4L2_CID_SATURATION}},
-    {kImageControlSet, kSharpness, Form::kUnsigned16, {V4L2_CID_SHARPNESS}},
-    {kImageControlSet, kWhiteBalance, Form::kUnsigned16, {V4L2_CID_WHITE_BALANCE_TEMPERATURE}},
-    {kImageControlSet, kAutoWhiteBalance, Form::kSwitch, {V4L2_CID_AUTO_WHITE_BALANCE}},
-    {kImageControlSet, kAutoHue, Form::kSwitch, {V4L2_CID_HUE_AUTO}},
-    {kMirrorSet, kMirror, Form::kSwitch, {V4L2_CID_HFLIP}},
-    {kRelativeMotionSet, kMotionPanTilt, Form::kSigned16, {V4L2_CID_PAN_RELATIVE, V4L2_CID_TILT_RELATIVE}},
-    {kRelativeMotionSet, kMotionReset, Form::kPress, {V4L2_CID_PAN_RESET, V4L2_CID_TILT_RESET}},
+    {layoutOf(kCameraControlSet, kAutoExposureMode), Conduct::kMode, {V4L2_CID_EXPOSURE_AUTO}},
+    {layoutOf(kCameraControlSet, kAutoExposurePriority), Conduct::kSwitch, {V4L2_CID_EXPOSURE_AUTO_PRIORITY}},
+    {layoutOf(kCameraControlSet, kExposure), Conduct::kNumber, {V4L2_CID_EXPOSURE_ABSOLUTE}},
+    {layoutOf(kCameraControlSet, kFocus), Conduct::kNumber, {V4L2_CID_FOCUS_ABSOLUTE}},
+    {layoutOf(kCameraControlSet, kAutoFocus), Conduct::kSwitch, {V4L2_CID_FOCUS_AUTO}},
+    {layoutOf(kCameraControlSet, kZoom), Conduct::kNumber, {V4L2_CID_ZOOM_ABSOLUTE}},
+    {layoutOf(kCameraControlSet, kRelativeZoom), Conduct::kNumber, {V4L2_CID_ZOOM_CONTINUOUS}},
+    {layoutOf(kCameraControlSet, kRelativeZoom), Conduct::kNumber, {V4L2_CID_ZOOM_RELATIVE}},
+    {layoutOf(kCameraControlSet, kPanTilt), Conduct::kNumber, {V4L2_CID_PAN_ABSOLUTE, V4L2_CID_TILT_ABSOLUTE}},
+    {layoutOf(kCameraControlSet, kRelativePanTilt), Conduct::kSpeed, {V4L2_CID_PAN_SPEED, V4L2_CID_TILT_SPEED}},
+    {layoutOf(kCameraControlSet, kRelativePanTilt), Conduct::kStep, {V4L2_CID_PAN_RELATIVE, V4L2_CID_TILT_RELATIVE}},
+    {layoutOf(kImageControlSet, kBrightness), Conduct::kNumber, {V4L2_CID_BRIGHTNESS}},
+    {layoutOf(kImageControlSet, kContrast), Conduct::kNumber, {V4L2_CID_CONTRAST}},
+    {layoutOf(kImageControlSet, kAntiFlicker), Conduct::kNumber, {V4L2_CID_POWER_LINE_FREQUENCY}},
+    {layoutOf(kImageControlSet, kHue), Conduct::kNumber, {V4L2_CID_HUE}},
+    {layoutOf(kImageControlSet, kSaturation), Conduct::kNumber, {V4L2_CID_SATURATION}},
+    {layoutOf(kImageControlSet, kSharpness), Conduct::kNumber, {V4L2_CID_SHARPNESS}},
+    {layoutOf(kImageControlSet, kWhiteBalance), Conduct::kNumber, {V4L2_CID_WHITE_BALANCE_TEMPERATURE}},
+    {layoutOf(kImageControlSet, kAutoWhiteBalance), Conduct::kSwitch, {V4L2_CID_AUTO_WHITE_BALANCE}},
+    {layoutOf(kImageControlSet, kAutoHue), Conduct::kSwitch, {V4L2_CID_HUE_AUTO}},
+    {layoutOf(kMirrorSet, kMirror), Conduct::kSwitch, {V4L2_CID_HFLIP}},
+    {layoutOf(kRelativeMotionSet, kMotionPanTilt), Conduct::kNumber, {V4L2_CID_PAN_RELATIVE, V4L2_CID_TILT_RELATIVE}},
+    {layoutOf(kRelativeMotionSet, kMotionReset), Conduct::kPress, {V4L2_CID_PAN_RESET, V4L2_CID_TILT_RESET}},
 };
 
 struct ModeRow {
@@ -122,22 +81,6 @@ bool standsIn(const OpenNode& node) {
   return node.ask(VIDIOC_QUERYMENU, &item) < 0;
 }
 
-size_t sizeOf(const PropertyRow& row) {
-  const size_t width = traitsOf(row.form).width;
-  return row.controls[1] != 0 && row.form != Form::kPress ? 2 * width : width;
-}
-
-int64_t readNumber(std::span<const uint8_t> bytes, bool isSigned) {
-  uint64_t value = 0;
-  for (size_t i = bytes.size(); i-- > 0;) value = value << 8 | bytes[i];
-  const uint64_t sign = uint64_t{1} << (8 * bytes.size() - 1);
-  return isSigned && (value & sign) != 0 ? static_cast<int64_t>(value - 2 * sign) : static_cast<int64_t>(value);
-}
-
-void writeNumber(int64_t number, std::span<uint8_t> bytes) {
-  for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = static_cast<uint8_t>(number >> (8 * i));
-}
-
 void writeMotion(int64_t number, std::span<uint8_t> bytes) {
   bytes[0] = static_cast<uint8_t>((number > 0) - (number < 0));
   bytes[1] = static_cast<uint8_t>(std::abs(number));
@@ -146,15 +89,15 @@ void writeMotion(int64_t number, std::span<uint8_t> bytes) {
 /// How a control is to move for a direction and a speed, of which 0 leaves the choice to us: the head's own
 /// default as far as the range goes that way (kernels that tell the slowest speed as the minimum stop there),
 /// or, where there is none, as far as both ways go.
-int64_t readMotion(std::span<const uint8_t> bytes, Form form, const v4l2_query_ext_ctrl& control) {
+int64_t readMotion(std::span<const uint8_t> bytes, Conduct conduct, const v4l2_query_ext_ctrl& control) {
   constexpr int64_t kStepsOfRange = 16;
   const auto direction = static_cast<int8_t>(bytes[0]);
   if (direction == 0) return 0;
   const int64_t reach = std::min(std::abs(control.minimum), std::abs(control.maximum));
-  int64_t size = form == Form::kStep ? reach / kStepsOfRange : reach;
-  if (form == Form::kSpeed && control.default_value != 0)
+  int64_t size = conduct == Conduct::kStep ? reach / kStepsOfRange : reach;
+  if (conduct == Conduct::kSpeed && control.default_value != 0)
     size = std::min(std::abs(control.default_value), std::abs(direction > 0 ? control.maximum : control.minimum));
-  if (form == Form::kSpeed && bytes[1] != 0) size = bytes[1];
+  if (conduct == Conduct::kSpeed && bytes[1] != 0) size = bytes[1];
   size = std::max<int64_t>(size, 1);
   return direction > 0 ? size : -size;
 }
@@ -178,7 +121,7 @@ struct ControlProperties::Found {
       const int answer = node->ask(VIDIOC_QUERY_EXT_CTRL, &control);
       if (answer == 0 && (control.flags & V4L2_CTRL_FLAG_DISABLED) == 0) {
         // Kernels tell the speeds of a zoom without its directions: it goes out as fast as in.
-        if (row->number == kRelativeZoom && control.minimum >= 0) control.minimum = -control.maximum;
+        if (row->layout.number == kRelativeZoom && control.minimum >= 0) control.minimum = -control.maximum;
         controls[i] = control;
         error = 0;
       } else if (answer != 0 && answer != -EINVAL && answer != -ENOTTY) {
@@ -209,7 +152,7 @@ struct ControlProperties::Found {
     size_t count = 0;
     for (size_t i = 0; i < controls.size(); ++i) {
       if (!controls[i] || cannotBeSet(i)) continue;
-      if (row->form == Form::kPress && numbers[i] == 0) continue;
+      if (row->conduct == Conduct::kPress && numbers[i] == 0) continue;
       settings[count].id = controls[i]->id;
       settings[count++].value = static_cast<int32_t>(numbers[i]);
     }
@@ -217,27 +160,22 @@ struct ControlProperties::Found {
   }
 
   void write(const Numbers& numbers, std::span<uint8_t> value) const {
-    const FormTraits traits = traitsOf(row->form);
-    for (size_t i = 0; i * traits.width < sizeOf(*row); ++i) {
-      const auto bytes = value.subspan(i * traits.width, traits.width);
-      switch (row->form) {
-        case Form::kSpeed:
-        case Form::kStep:
-          writeMotion(std::clamp(numbers[i], traits.least, traits.most), bytes);
+    const ControlType type = row->layout.type;
+    for (size_t i = 0; i < controls.size() && row->controls[i] != 0; ++i) {
+      switch (row->conduct) {
+        case Conduct::kNumber:
+        case Conduct::kSwitch:
+          writeNumber(type, std::clamp(numbers[i], traitsOf(type).least, traitsOf(type).most), value, i);
           break;
-        case Form::kExposureMode:
-          bytes[0] = modeOf(numbers[i]);
+        case Conduct::kMode:
+          value[0] = modeOf(numbers[i]);
           break;
-        case Form::kPress:
-          bytes[0] = 0;
+        case Conduct::kSpeed:
+        case Conduct::kStep:
+          writeMotion(std::clamp<int64_t>(numbers[i], -UINT8_MAX, UINT8_MAX), value.subspan(2 * i, 2));
           break;
-        case Form::kSwitch:
-        case Form::kByte:
-        case Form::kSigned16:
-        case Form::kUnsigned16:
-        case Form::kSigned32:
-        case Form::kUnsigned32:
-          writeNumber(std::clamp(numbers[i], traits.least, traits.most), bytes);
+        case Conduct::kPress:
+          value[0] = 0;
           break;
       }
     }
@@ -245,23 +183,21 @@ struct ControlProperties::Found {
 
   /// The numbers for a value of the right size; none when they are out of range, other than positions.
   std::optional<Numbers> read(std::span<const uint8_t> value) const {
-    const FormTraits traits = traitsOf(row->form);
     Numbers numbers{};
-    if (row->form == Form::kPress) {
+    if (row->conduct == Conduct::kPress) {
       numbers = {value[0] & 1, value[0] >> 1 & 1};
       return value[0] >= 1 && value[0] <= kResetPanAndTilt ? std::optional(numbers) : std::nullopt;
     }
     for (size_t i = 0; i < controls.size(); ++i) {
       if (!controls[i]) continue;
-      const auto bytes = value.subspan(i * traits.width, traits.width);
-      if (row->form == Form::kExposureMode) {
-        const auto choice = choiceOf(bytes[0]);
+      if (row->conduct == Conduct::kMode) {
+        const auto choice = choiceOf(value[0]);
         if (!choice) return std::nullopt;
         numbers[i] = *choice;
-      } else if (row->form == Form::kSpeed || row->form == Form::kStep) {
-        numbers[i] = readMotion(bytes, row->form, *controls[i]);
+      } else if (row->conduct == Conduct::kSpeed || row->conduct == Conduct::kStep) {
+        numbers[i] = readMotion(value.subspan(2 * i, 2), row->conduct, *controls[i]);
       } else {
-        numbers[i] = readNumber(bytes, traits.least < 0);
+        numbers[i] = readNumber(row->layout.type, value, i);
       }
       // A head is sent to both positions, of which the caller may know only one.
       if (isPosition()) numbers[i] = within(*controls[i], numbers[i]);
@@ -285,7 +221,7 @@ struct ControlProperties::Found {
   static int64_t within(const v4l2_query_ext_ctrl& control, int64_t number) {
     return std::max<int64_t>(std::min<int64_t>(number, control.maximum), control.minimum);
   }
-  bool isPosition() const { return row->number == kPanTilt && row->set == kCameraControlSet; }
+  bool isPosition() const { return row->layout.number == kPanTilt && row->layout.set == kCameraControlSet; }
   bool cannotBeSet(size_t i) const {
     return controls[i] && (controls[i]->flags & (V4L2_CTRL_FLAG_INACTIVE | V4L2_CTRL_FLAG_READ_ONLY)) != 0;
   }
@@ -320,7 +256,7 @@ ControlProperties::ControlProperties(std::vector<std::shared_ptr<OpenNode>> node
 int32_t ControlProperties::find(const PropertySetIdentifier& set, uint32_t number, Found& found) const {
   int32_t status = kVCIPropertyNotSupported;
   for (const PropertyRow& row : kRows) {
-    if (row.number != number || row.set != set) continue;
+    if (row.layout.number != number || row.layout.set != set) continue;
     for (const auto& node : mNodes) {
       found = {&row, node.get(), {}};
       const int error = found.lookUp();
@@ -338,10 +274,10 @@ int32_t ControlProperties::get(uint32_t request, const PropertySetIdentifier& se
                                std::span<uint8_t> value, uint32_t& valueSize) const {
   Found found;
   if (const int32_t status = find(set, number, found)) return status;
-  const size_t size = sizeOf(*found.row);
+  const size_t size = found.row->layout.size();
   if (request > kRequestMaximum || value.size() < size) return kVCIInvalidArgument;
   const bool isRange = request == kRequestMinimum || request == kRequestMaximum;
-  if (isRange && !traitsOf(found.row->form).tellsRange) {
+  if (isRange && found.row->conduct != Conduct::kNumber) {
     return failed(kVCIFailed, {Cause::kNotSupported, "cameras do not tell the range of this control", ""});
   }
   Numbers numbers{};
@@ -355,7 +291,7 @@ int32_t ControlProperties::set(const PropertySetIdentifier& set, uint32_t number
                                std::span<const uint8_t> value) const {
   Found found;
   if (const int32_t status = find(set, number, found)) return status;
-  if (value.size() != sizeOf(*found.row)) return kVCIInvalidArgument;
+  if (value.size() != found.row->layout.size()) return kVCIInvalidArgument;
   const auto numbers = found.read(value);
   if (numbers && found.isRefused(*numbers)) return refusedByMode(*found.node);
   return numbers ? controlStatus(*found.node, found.tell(*numbers)) : int32_t{kVCIInvalidArgument};
@@ -364,9 +300,9 @@ int32_t ControlProperties::set(const PropertySetIdentifier& set, uint32_t number
 std::vector<PropertySetIdentifier> ControlProperties::sets() const {
   std::vector<PropertySetIdentifier> sets;
   for (const PropertyRow& row : kRows) {
-    const bool isThere = std::find(sets.begin(), sets.end(), row.set) != sets.end();
+    const bool isThere = std::find(sets.begin(), sets.end(), row.layout.set) != sets.end();
     Found found;
-    if (!isThere && find(row.set, row.number, found) == kVCISuccess) sets.push_back(row.set);
+    if (!isThere && find(row.layout.set, row.layout.number, found) == kVCISuccess) sets.push_back(row.layout.set);
   }
   return sets;
 }
@@ -374,9 +310,10 @@ std::vector<PropertySetIdentifier> ControlProperties::sets() const {
 std::vector<uint32_t> ControlProperties::items(const PropertySetIdentifier& set) const {
   std::vector<uint32_t> items;
   for (const PropertyRow& row : kRows) {
-    const bool isThere = std::find(items.begin(), items.end(), row.number) != items.end();
+    const bool isThere = std::find(items.begin(), items.end(), row.layout.number) != items.end();
     Found found;
-    if (row.set == set && !isThere && find(set, row.number, found) == kVCISuccess) items.push_back(row.number);
+    if (row.layout.set == set && !isThere && find(set, row.layout.number, found) == kVCISuccess)
+      items.push_back(row.layout.number);
   }
   return items;
 }
