@@ -2,7 +2,9 @@
 
 #include <string>
 
+#include <vesk/av_device.h>
 #include <vesk/device_info.h>
+#include <vesk/error.h>
 
 namespace vesk {
 
@@ -10,6 +12,12 @@ namespace vesk {
 inline std::string displayName(const VeskDeviceInfo& info) {
   if (auto name = info.name(); name && !name->empty()) return *std::move(name);
   return info.path().value_or("unnamed device");
+}
+
+/// Why a device did not open or start: `general` where it does not say so itself.
+inline Error refusalOf(const VeskAVDevice& device, Error general) {
+  Error own = device.lastError();
+  return own ? own : general;
 }
 
 }  // namespace vesk

@@ -22,6 +22,11 @@ namespace fs = std::filesystem;
 /// microphones send while the camera is still being started.
 constexpr uint64_t kShortestSound = 5'000'000;
 
+Error whyNotStarted(const VeskAVDevice& device, const char* otherwise) {
+  return refusalOf(device, {Cause::kRefused, fmt::format("\"{}\" refused to start", displayName(*device.deviceInfo())),
+                            fmt::format("Close other programs that use it, or {}.", otherwise)});
+}
+
 }  // namespace
 
 bool holdsFilm(const std::string& movie) {
@@ -69,6 +74,8 @@ DeviceError MovieRecording::start() {
   const bool isCameraOn = mPlan.camera->isCapturing();
   if (status == kVeskStatusSuccess && isCameraOn) return {};
   const bool isSoundRefused = status != kVeskStatusSuccess && isCameraOn && mPlan.microphone;
+  Error refusal = isSoundRefused ? whyNotStarted(*mPlan.microphone, "record without sound")
+                                 : whyNotStarted(*mPlan.camera, "choose another format");
   mSession->stopSession();
   mOutcome = mSession->lastOutcome();
   if (mSoundWatch) mPlan.microphone->removeDelegate(mSoundWatch);
@@ -76,13 +83,9 @@ DeviceError MovieRecording::start() {
   if (status == kVeskStatusNoMovieCreator || status == kVeskStatusMovieNotOpened)
     return {{Cause::kFileError,
              fmt::format("a movie could not be begun in \"{}\"", stringByDeletingLastPathComponent(mPlan.file)),
-             "Choose another place or another format"},
+             "Choose another place or another format."},
             nullptr};
-  const auto& device = isSoundRefused ? mPlan.microphone->deviceInfo() : mPlan.camera->deviceInfo();
-  return {{Cause::kRefused, fmt::format("\"{}\" refused to start", displayName(*device)),
-           isSoundRefused ? "Close other programs that use it, or record without sound"
-                          : "Close other programs that use it, or choose another format"},
-          device};
+  return {std::move(refusal), isSoundRefused ? mPlan.microphone->deviceInfo() : mPlan.camera->deviceInfo(), true};
 }
 
 std::string MovieRecording::growingMovie() const {
@@ -103,7 +106,7 @@ std::shared_ptr<MovieRecording> MovieRecording::continueIn(const std::string& fi
     }
     mSession->setTemporaryFolder(mFolder->path());
     error = {Cause::kFileError, fmt::format("a movie could not be begun at \"{}\"", file),
-             "See that there is room for it"};
+             "See that there is room for it."};
   }
   mSession->setContinues(false);
   return nullptr;
@@ -165,9 +168,9 @@ Error MovieRecording::nothingRecorded() const {
     return {Cause::kNoFormat,
             fmt::format("nothing was recorded: \"{}\" sent {} pictures, none of which a movie can begin with", name,
                         mOutcome.statistics.videoHeldBack),
-            "Record for longer, or choose another format"};
+            "Record for longer, or choose another format."};
   return {Cause::kStalled, fmt::format("nothing was recorded: no picture came from \"{}\"", name),
-          "Record for longer; if that does not help, plug the camera in again or choose another"};
+          "Record for longer; if that does not help, plug the camera in again or choose another."};
 }
 
 /// What the writer's status codes mean.
@@ -176,15 +179,15 @@ Error MovieRecording::writerError(std::string& place) const {
     switch (mOutcome.statistics.status) {
       case kMovieDiskFull:
         return {Cause::kDiskFull, fmt::format("the disk of \"{}\" is full", mPlan.file),
-                "Make room on it, or record to another disk"};
+                "Make room on it, or record to another disk."};
       case kMovieFileFailedToWrite:
         return {Cause::kFolderGone,
                 fmt::format("the movie's file in \"{}\" cannot be written any more",
                             stringByDeletingLastPathComponent(mPlan.file)),
-                "See that the disk is attached and its folder still exists"};
+                "See that the disk is attached and its folder still exists."};
       default:
         return {Cause::kFileError, fmt::format("writing \"{}\" failed", mPlan.file),
-                "See that its disk works and is not write-protected"};
+                "See that its disk works and is not write-protected."};
     }
   }();
   if (!place.empty() && !holdsFilm(place)) {
@@ -196,8 +199,8 @@ Error MovieRecording::writerError(std::string& place) const {
 
 Error MovieRecording::notPlaced(const std::string& place) const {
   return {Cause::kFileError, fmt::format("the movie could not be placed at \"{}\": {}", mPlan.file, mOutcome.moveError),
-          place.empty() ? "Attach that disk again, and have the recording finished there"
-                        : fmt::format("It is whole, at \"{}\"; move it where you want it", place)};
+          place.empty() ? "Attach that disk again, and have the recording finished there."
+                        : fmt::format("It is whole, at \"{}\"; move it where you want it.", place)};
 }
 
 Error MovieRecording::missingTrack() const {
@@ -206,12 +209,12 @@ Error MovieRecording::missingTrack() const {
     return {
         Cause::kStalled,
         fmt::format("no picture came from \"{}\"; the movie has sound only", displayName(*mPlan.camera->deviceInfo())),
-        "See what it sends, or choose another camera"};
+        "See what it sends, or choose another camera."};
   if (!mPlan.microphone || statistics.audioPackets != 0) return {};
   return {Cause::kSilent,
           fmt::format("no sound came from \"{}\"; the movie has pictures only",
                       displayName(*mPlan.microphone->deviceInfo())),
-          "See what it hears, or choose another microphone"};
+          "See what it hears, or choose another microphone."};
 }
 
 }  // namespace vesk

@@ -27,6 +27,7 @@ struct MoviePlan {
 struct DeviceError {
   Error error;
   std::shared_ptr<VeskDeviceInfo> device;
+  bool isRefusal = false;  ///< the device did not open or start; a moment later it may
 };
 
 /// One movie, from the folder in which it grows to what became of it.

@@ -82,19 +82,19 @@ Error cannotWriteIn(const std::string& folder, int error) {
   const std::string what = fmt::format("cannot write in \"{}\": {}", folder, std::strerror(error));
   switch (error) {
     case ENOENT:
-      return {Cause::kFolderGone, what, "Make the folder first, or choose another place"};
+      return {Cause::kFolderGone, what, "Make the folder first, or choose another place."};
     case ENOTDIR:
-      return {Cause::kFolderGone, what, "Choose another place"};
+      return {Cause::kFolderGone, what, "Choose another place."};
     case ENOSPC:
-      return {Cause::kDiskFull, what, "Make room on that disk, or choose another place"};
+      return {Cause::kDiskFull, what, "Make room on that disk, or choose another place."};
     case ENAMETOOLONG:
-      return {Cause::kFileError, what, "Choose a shorter name"};
+      return {Cause::kFileError, what, "Choose a shorter name."};
     case EACCES:
     case EPERM:
     case EROFS:
-      return {Cause::kNoPermission, what, "Choose a place that you may write to"};
+      return {Cause::kNoPermission, what, "Choose a place that you may write to."};
     default:
-      return {Cause::kFileError, what, "Choose another place"};
+      return {Cause::kFileError, what, "Choose another place."};
   }
 }
 
@@ -173,7 +173,7 @@ Error refusalIfRecorded(const std::string& finalPath, const std::vector<LockedLe
   for (const LockedLeftover& leftover : leftovers)
     if (leftover.isInUse)
       return {Cause::kBusy, fmt::format("\"{}\" is being recorded by another program", finalPath),
-              "Choose another name, or end that recording first"};
+              "Choose another name, or end that recording first."};
   return {};
 }
 

@@ -17,20 +17,22 @@ namespace fs = std::filesystem;
 
 /// Why a movie is not whole now; none when it is.
 Error errorOf(const RecoveryResult& result) {
+  std::string what = result.text;
+  if (what.ends_with('.')) what.pop_back();
   switch (result.outcome) {
     case RecoveryOutcome::kAlreadyPlain:
     case RecoveryOutcome::kRecovered:
     case RecoveryOutcome::kEmpty:
       return {};
     case RecoveryOutcome::kLocked:
-      return {Cause::kBusy, result.text, "End that recording first"};
+      return {Cause::kBusy, what, "End that recording first."};
     case RecoveryOutcome::kNothingToRecover:
     case RecoveryOutcome::kNotAMovie:
-      return {Cause::kUnreadable, result.text, ""};
+      return {Cause::kUnreadable, what, ""};
     case RecoveryOutcome::kFailed:
       break;
   }
-  return {Cause::kFileError, result.text, "The file was left as it was; copy it to another disk and try there"};
+  return {Cause::kFileError, what, "The file was left as it was; copy it to another disk and try there."};
 }
 
 /// @return nothing where there was no movie to finish
@@ -38,7 +40,7 @@ std::optional<FinishedLeftover> finish(const std::string& file, const LockedLeft
   FinishedLeftover finished;
   if (leftover.isInUse) {
     finished.error = {Cause::kBusy, fmt::format("\"{}\" is being recorded at this moment", file),
-                      "End that recording first"};
+                      "End that recording first."};
     return finished;
   }
   if (leftover.movie.empty()) {
@@ -61,7 +63,7 @@ std::optional<FinishedLeftover> finish(const std::string& file, const LockedLeft
     finished.error = {
         Cause::kFileError,
         fmt::format("the movie is whole, but it could not be moved to \"{}\": {}", target, error.description),
-        fmt::format("It is at \"{}\"", leftover.movie)};
+        fmt::format("It is at \"{}\".", leftover.movie)};
     return finished;
   }
   giveOrdinaryMode(target);

@@ -61,8 +61,14 @@ bool isMovieName(const std::string& file) {
   return ending == ".mov" || ending == ".qt";
 }
 
+Error whyNotOpened(const VeskAVDevice& device, const char* otherwise) {
+  return refusalOf(device,
+                   {Cause::kRefused, fmt::format("\"{}\" could not be opened", displayName(*device.deviceInfo())),
+                    fmt::format("Close other programs that use it, or {}.", otherwise)});
+}
+
 Error noCamera() {
-  return {Cause::kNoDevice, "no camera was found", "Plug one in"};
+  return {Cause::kNoDevice, "no camera was found", "Plug one in."};
 }
 
 /// The writer of the movie under way, for those who ask on a capture thread.
@@ -363,8 +369,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
       camera = VeskVideoDevice::initWithDeviceInfo(info);
     }
     mPlan.camera = camera;
-    if (const DeviceError error = openCamera(camera); error.error)
-      return error.error.cause == Cause::kRefused ? refused(error) : fail(error);
+    if (const DeviceError error = openCamera(camera); error.error) return failed(error);
     if (mIsAbandoned) return;
     if (mIsOver) return end();
     if (!mHasWaited || !mSettings.withSound || mFirstMicrophone) return begin();
@@ -382,10 +387,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
 
   DeviceError openCamera(const std::shared_ptr<VeskVideoDevice>& camera) {
     const auto& info = camera->deviceInfo();
-    if (camera->openDevice() != 0)
-      return {{Cause::kRefused, fmt::format("\"{}\" could not be opened", displayName(*info)),
-               "Close other programs that use it, or plug it in again"},
-              info};
+    if (camera->openDevice() != 0) return {whyNotOpened(*camera, "plug it in again"), info, true};
     if (mIsCameraOurs || !camera->getFormat()) {
       const auto choose = mSettings.setVideoFormat;
       const Error error = choose ? choose(*camera) : chooseVideoFormat(*camera).error;
@@ -395,15 +397,14 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     mPlan.videoFormat = camera->getFormat();
     if (mPlan.videoFormat && isRecordable(*mPlan.videoFormat)) return {};
     return {{Cause::kNoFormat, fmt::format("the format of \"{}\" cannot be recorded", displayName(*info)),
-             "H.264 and raw frames can be recorded; choose another format"},
+             "H.264 and raw frames can be recorded; choose another format."},
             info};
   }
 
   void begin() {
     mState = State::kStarting;
     if (mSettings.withSound) {
-      if (const DeviceError error = openMicrophone(); error.error)
-        return error.error.cause == Cause::kRefused ? refused(error) : fail(error);
+      if (const DeviceError error = openMicrophone(); error.error) return failed(error);
     }
     if (mIsAbandoned) return;
     if (mIsOver) return end();
@@ -419,7 +420,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
       if (mIsAbandoned) return {};
       if (!info) {
         if (!isMeant) return {};  // there is none at all
-        const Error error{Cause::kNoDevice, "the microphone is not there; the movie has no sound", "Plug it in"};
+        const Error error{Cause::kNoDevice, "the microphone is not there; the movie has no sound", "Plug it in."};
         if (!mHasWaited) return {error, nullptr};
         emit(Kind::kSoundMissing, nullptr, error);
         return {};
@@ -428,10 +429,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     }
     mPlan.microphone = microphone;
     const auto& info = microphone->deviceInfo();
-    if (microphone->openDevice() != 0)
-      return {{Cause::kRefused, fmt::format("\"{}\" could not be opened", displayName(*info)),
-               "Close other programs that use it, or record without sound"},
-              info};
+    if (microphone->openDevice() != 0) return {whyNotOpened(*microphone, "record without sound"), info, true};
     if (mIsMicrophoneOurs || !microphone->getFormat()) {
       const auto choose = mSettings.setSoundFormat;
       const Error error = choose ? choose(*microphone) : chooseSoundFormat(*microphone).error;
@@ -459,7 +457,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
       movie->conclude(true);
       return;
     }
-    if (refusal.error) return refusal.device ? refused(refusal) : fail(refusal);
+    if (refusal.error) return failed(refusal);
     mMovie = movie;
     mState = State::kRecording;
     mRetries = 0;
@@ -472,11 +470,11 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     if (mIsOver) finishMovie();
   }
 
-  /// A camera that has just come may refuse a few times.
-  void refused(const DeviceError& error) {
+  /// A device that has just come may refuse a few times.
+  void failed(const DeviceError& error) {
     if (mIsAbandoned) return;
     if (mIsOver) return end();
-    if (!mHasWaited || ++mRetries > kMostRetries) return fail(error);
+    if (!error.isRefusal || !mHasWaited || ++mRetries > kMostRetries) return fail(error);
     closeDevices();
     mState = State::kWaitingToTryAgain;
     mDeadline = mEnvironment.now() + mEnvironment.retry;
@@ -528,7 +526,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
         return emit(Kind::kFramesStalled, info,
                     {Cause::kStalled,
                      fmt::format("\"{}\" has sent no picture for {} s", displayName(*info), StallWatch::kLimit.count()),
-                     "If it does not go on by itself, plug it in again"});
+                     "If it does not go on by itself, plug it in again."});
       case StallWatch::Change::kResumed:
         return emit(Kind::kFramesResumed, info);
       case StallWatch::Change::kNone:
@@ -556,7 +554,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
       return emit(Kind::kSoundQuiet, info,
                   {Cause::kSilent,
                    fmt::format("\"{}\" has sent no sound for {} s", displayName(*info), StallWatch::kLimit.count()),
-                   "Plug it in again, or choose another microphone"});
+                   "Plug it in again, or choose another microphone."});
     }
     const auto quiet = mQuietWatch.look(watch->quietFor());
     if (!quiet) return;
@@ -564,7 +562,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
         Kind::kSoundQuiet, info,
         {Cause::kSilent,
          fmt::format("no sound above {:.0f} dB for {:.0f} s from \"{}\"", kQuietSoundLevel, *quiet, displayName(*info)),
-         mPlan.microphone->isMuteOn() ? "It is muted" : "See that it is not muted or turned down"});
+         mPlan.microphone->isMuteOn() ? "It is muted." : "See that it is not muted or turned down."});
   }
 
   void watchDisk(const RecordingStatistics& statistics, WatchClock::time_point now) {
@@ -588,10 +586,10 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
                     {Cause::kDiskFull,
                      fmt::format("the disk of \"{}\" has room for {:.0f} minutes more", mPlan.file,
                                  std::max(1.0, mDiskWatch.secondsLeft().value_or(0) / 60)),
-                     "Make room on it; otherwise the recording ends before it is full"});
+                     "Make room on it; otherwise the recording ends before it is full."});
       case DiskWatch::Verdict::kFull:
         mError = {Cause::kDiskFull, fmt::format("the disk of \"{}\" is full", mPlan.file),
-                  "Make room on it, or record to another disk"};
+                  "Make room on it, or record to another disk."};
         return finishMovie();
     }
   }
@@ -695,7 +693,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     if (mIsOver || isLongEnough) return end();
     if (!mSettings.waitsForCamera)
       return fail({{Cause::kUnplugged, fmt::format("\"{}\" was unplugged; the movie ends there", displayName(*camera)),
-                    fmt::format("What was recorded is whole, at \"{}\"", file)},
+                    fmt::format("What was recorded is whole, at \"{}\".", file)},
                    camera});
     mHasWaited = true;
     lookForCamera();
@@ -799,13 +797,13 @@ VeskRecordingSupervisor::~VeskRecordingSupervisor() {
 Error VeskRecordingSupervisor::checkFile(const std::string& file, bool replacesFile) {
   std::error_code ignored;
   if (fs::is_directory(file, ignored) || fs::path(file).filename().empty())
-    return {Cause::kWrongUse, fmt::format("\"{}\" is a folder", file), "Name a file, for example lesson.mov"};
+    return {Cause::kWrongUse, fmt::format("\"{}\" is a folder", file), "Name a file, for example lesson.mov."};
   if (!isMovieName(file))
     return {Cause::kWrongUse, fmt::format("\"{}\" would not be what its name says: movies are QuickTime files", file),
-            fmt::format("Name it {}", fs::path(file).replace_extension(".mov").string())};
+            fmt::format("Name it {}.", fs::path(file).replace_extension(".mov").string())};
   if (Error error = refusalIfRecorded(file, findLeftovers(file, LeftoverLock::kLook))) return error;
   if (!replacesFile && fs::exists(fs::symlink_status(file, ignored)))
-    return {Cause::kFileExists, fmt::format("\"{}\" exists already", file), "Choose another name"};
+    return {Cause::kFileExists, fmt::format("\"{}\" exists already", file), "Choose another name."};
   return {};
 }
 

@@ -17,8 +17,8 @@ std::unique_ptr<ReturnedMicrophone> ReturnedMicrophone::open(const std::shared_p
   auto microphone = VeskAudioDevice::initWithDeviceInfo(info);
   const AudioStreamBasicDescription& sound = plan.soundFormat->streamBasicDescription();
   if (microphone->openDevice() != 0) {
-    error = {Cause::kRefused, fmt::format("\"{}\" could not be opened", displayName(*info)),
-             "Close other programs that use it, or plug it in again"};
+    error = refusalOf(*microphone, {Cause::kRefused, fmt::format("\"{}\" could not be opened", displayName(*info)),
+                                    "Close other programs that use it, or plug it in again."});
     return nullptr;
   }
   error = chooseSoundFormat(*microphone, {.formatID = sound.mFormatID,
@@ -31,8 +31,9 @@ std::unique_ptr<ReturnedMicrophone> ReturnedMicrophone::open(const std::shared_p
   }
   std::unique_ptr<ReturnedMicrophone> returned(new ReturnedMicrophone(std::move(microphone), movie));
   if (returned->mMicrophone->startCapture() == 0) return returned;
-  error = {Cause::kRefused, fmt::format("\"{}\" refused to start", displayName(*info)),
-           "Close other programs that use it"};
+  error =
+      refusalOf(*returned->mMicrophone, {Cause::kRefused, fmt::format("\"{}\" refused to start", displayName(*info)),
+                                         "Close other programs that use it."});
   return nullptr;
 }
 

@@ -65,8 +65,7 @@ int runFormats(const GlobalOptions& global, const FormatsOptions& options) {
   // Each of the two may be missing, unless it was asked for by name.
   std::shared_ptr<VeskVideoDevice> camera;
   if (!options.camera.empty() || !VeskVideoDevice::getVideoDeviceList()->empty()) camera = chooseCamera(options.camera);
-  const std::shared_ptr<VeskAudioDevice> microphone =
-      options.microphone.empty() ? defaultMicrophone(camera) : chooseMicrophone(options.microphone);
+  const std::shared_ptr<VeskAudioDevice> microphone = chooseMicrophoneFor(camera.get(), options.microphone);
   if (!camera && !microphone) camera = chooseCamera("");
 
   if (camera) openDevice(*camera);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <exception>
 #include <string_view>
 #include <utility>
 
@@ -28,7 +29,6 @@ struct ShownLines {
 
 ShownLines gShown;
 
-/// Lines that are kept back while a device is being opened or started.
 struct HeldLines {
   Mutex mutex;
   bool isHolding VESK_GUARDED_BY(mutex) = false;
@@ -43,31 +43,10 @@ bool keepBack(std::string_view line) {
   return gHeld.isHolding;
 }
 
-void hold() {
+std::vector<std::string> letGo(bool goesOn) {
   const MutexLock lock(gHeld.mutex);
-  gHeld.isHolding = true;
-}
-
-/// Whether the line is about a device and no routine one, which --verbose lets through.
-bool explains(const std::string& line, const std::string& name) {
-  return LogLines::isForPeople(line) && line.find(name) != std::string::npos;
-}
-
-std::vector<std::string> letGo() {
-  const MutexLock lock(gHeld.mutex);
-  gHeld.isHolding = false;
+  gHeld.isHolding = goesOn;
   return std::exchange(gHeld.lines, {});
-}
-
-/// The failure in the words of a line of the library's: the first sentence says what, the rest what to do.
-Failure reworded(const Failure& failure, std::string line) {
-  constexpr std::string_view kWarning = "[WARNING]: ";
-  if (line.starts_with(kWarning)) line.erase(0, kWarning.size());
-  if (line.starts_with("The ")) line[0] = 't';
-  if (line.back() != '.') line += '.';
-  const size_t end = line.find(". ");
-  if (end == std::string::npos) return {failure.status, line, failure.hint};
-  return {failure.status, line.substr(0, end + 1), line.substr(end + 2)};
 }
 
 void showLine(std::string_view line) {
@@ -114,29 +93,18 @@ void setUpLogLines(bool verbose) {
   setLogSink(showLine);
 }
 
-void explained(const std::vector<std::string>& names, const std::function<void()>& work) {
-  hold();
-  try {
-    work();
-  } catch (const Failure& failure) {
-    const std::vector<std::string> lines = letGo();
-    const auto reason = std::find_if(lines.begin(), lines.end(), [&](const std::string& line) {
-      return std::any_of(names.begin(), names.end(), [&](const std::string& name) { return explains(line, name); });
-    });
-    if (reason != lines.end()) throw reworded(failure, *reason);
-    for (const std::string& line : lines) showLine(line);
-    throw;
-  } catch (...) {
-    letGo();
-    throw;
-  }
-  for (const std::string& line : letGo()) showLine(line);
+HeldLog::HeldLog() : mExceptions(std::uncaught_exceptions()) {
+  letGo(true);
 }
 
-bool hasBeenExplained(const std::string& name) {
-  const MutexLock lock(gHeld.mutex);
-  return std::any_of(gHeld.lines.begin(), gHeld.lines.end(),
-                     [&](const std::string& line) { return explains(line, name); });
+HeldLog::~HeldLog() {
+  const std::vector<std::string> lines = letGo(false);
+  if (std::uncaught_exceptions() == mExceptions)
+    for (const std::string& line : lines) showLine(line);
+}
+
+void HeldLog::drop() {
+  letGo(true);
 }
 
 Host::Host(const GlobalOptions& options) {
@@ -213,6 +181,10 @@ bool MainLoop::runUntil(const std::function<bool()>& isDone, std::optional<std::
   while (!isEnding() && !isLate && !isDone()) g_main_loop_run(mLoop.get());
   if (timer != 0) g_source_remove(timer);
   return isDone();
+}
+
+void MainLoop::finish(const std::function<bool()>& isDone) {
+  while (!isDone()) g_main_loop_run(mLoop.get());
 }
 
 void MainLoop::stop() {

@@ -45,6 +45,9 @@ class MainLoop {
   /// Runs until `isDone`, which is asked after each stop; being asked for the end, or the end of the time
   /// where one is given, ends it too. @return whether it was done
   bool runUntil(const std::function<bool()>& isDone, std::optional<std::chrono::milliseconds> longest = {});
+  /// Runs until `isDone`, which is asked after each stop, whoever asks for the end meanwhile: what was begun is
+  /// finished. A second signal ends the program at once.
+  void finish(const std::function<bool()>& isDone);
   /// Runs `work` on the main thread every `interval` for as long as the loop lives.
   void every(std::chrono::milliseconds interval, std::function<void()> work);
   /// Runs `work` once on the main thread.
@@ -77,12 +80,20 @@ class DeviceWatch {
 /// they are, else as LogLines has them.
 void setUpLogLines(bool verbose);
 
-/// Runs `work`, which opens or starts the devices of these names. Where it throws a Failure and the
-/// library has said on its lines why one of them failed, the reason takes the place of the failure's
-/// words, so that a person reads one line. Not inside itself.
-void explained(const std::vector<std::string>& names, const std::function<void()>& work);
+/// Keeps the library's lines back while a device is being opened or started: they echo the error that a failure is
+/// made of, and a person reads one line. Shown when it goes, unless an exception is on its way. One at a time.
+class HeldLog {
+ public:
+  HeldLog();
+  ~HeldLog();
+  HeldLog(const HeldLog&) = delete;
+  HeldLog& operator=(const HeldLog&) = delete;
 
-/// Inside such work: whether the library has said something of the device, for those that answer no status.
-bool hasBeenExplained(const std::string& name);
+  /// Lets go of them without a word.
+  void drop();
+
+ private:
+  const int mExceptions;
+};
 
 }  // namespace vesk::program

@@ -11,8 +11,8 @@
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
-#include "apps/vesk/movie_recording.h"
 #include "apps/vesk/output.h"
+#include "apps/vesk/recording_report.h"
 
 namespace vesk::program {
 namespace {
@@ -44,12 +44,11 @@ class MeterCommand {
     capture::Transport::shared().setEndHandler([this] { mLoop.stop(); });
     mRemoved.emplace(KVXDeviceRemoved, [this](auto info) { deviceRemoved(std::move(info)); });
     mStarted = Clock::now();
-    const std::string name = nameOf(*mMicrophone->deviceInfo());
-    explained({name}, [&] {
+    {
+      const HeldLog held;
       mMicrophone->startVUMeter();
-      if (hasBeenExplained(name))
-        throw Failure(kBusy, fmt::format("\"{}\" refused to start.", name), "Close other programs that use it.");
-    });
+      if (const Error error = mMicrophone->lastError()) throw Failure(kBusy, error);
+    }
     mLoop.every(kTick, [this] { tick(); });
     mLoop.endWithReader();
     mLoop.run();

@@ -11,18 +11,21 @@
 #include <optional>
 #include <utility>
 
+#include <vesk/audio_device.h>
 #include <vesk/bitmap_image_rep.h>
 #include <vesk/capture_host.h>
 #include <vesk/device_manager.h>
 #include <vesk/ns_error.h>
 #include <vesk/preview_session.h>
+#include <vesk/recording_supervisor.h>
+#include <vesk/video_device.h>
+#include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/device_events.h"
 #include "apps/vesk/host.h"
-#include "apps/vesk/movie_recording.h"
 #include "apps/vesk/output.h"
 #include "apps/vesk/preview_window.h"
-#include "apps/vesk/recording_devices.h"
+#include "apps/vesk/recording_report.h"
 #include "platform/foundation/atomic_file.h"
 
 namespace vesk::program {
@@ -31,6 +34,7 @@ namespace {
 namespace fs = std::filesystem;
 using capture::Transport;
 using Clock = std::chrono::steady_clock;
+using Kind = RecordingEventKind;
 
 constexpr std::chrono::milliseconds kTick{100};
 constexpr std::chrono::milliseconds kTitleInterval{500};
@@ -56,9 +60,7 @@ CMVideoDimensions windowSize(CMVideoDimensions picture) {
 class PreviewCommand : public VeskPreviewSessionDelegate {
  public:
   PreviewCommand(const GlobalOptions& global, const PreviewOptions& options)
-      : mGlobal(global), mOptions(options), mHost(global), mWish{options.camera,  options.microphone,
-                                                                 options.format,  options.sound,
-                                                                 options.noAudio, Purpose::kPreview} {}
+      : mGlobal(global), mOptions(options), mHost(global) {}
 
   ~PreviewCommand() override {
     Transport::shared().setEndHandler({});
@@ -73,7 +75,8 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     mLoop.run();
     mIsStopping = true;
     if (!mOptions.screenshot.empty()) takeScreenshot();
-    if (mMovie) stopRecording();
+    mRecorder->stop();
+    mLoop.finish([this] { return !mIsRecording; });
     mProgress.clear();
     const PreviewStatistics statistics = mSession->statistics();
     mSession->stopSession();
@@ -89,21 +92,34 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
 
  private:
   void checkTargets() const {
-    if (!mOptions.record.empty()) MovieRecording::checkTarget(mOptions.record, mOptions.force);
+    if (!mOptions.record.empty()) checkMovieTarget(mOptions.record, mOptions.force);
     if (!mOptions.screenshot.empty()) checkPictureTarget(mOptions.screenshot, mOptions.force, PictureKind::kPNG);
   }
 
   void chooseDevices() {
-    mWish.purpose = mOptions.record.empty() ? Purpose::kPreview : Purpose::kRecord;
-    openCamera(mPlan, mWish);
-    openMicrophone(mPlan, mWish);
+    openCamera(mOptions.camera);
+    openMicrophone(mOptions.microphone);
+  }
+
+  void openCamera(const std::string& text) {
+    mCamera = chooseCamera(text);
+    openDevice(*mCamera);
+    setVideoFormat(*mCamera, mOptions.format,
+                   mOptions.record.empty() ? CapturePurpose::kPreview : CapturePurpose::kRecord);
+  }
+
+  void openMicrophone(const std::string& text) {
+    mMicrophone = mOptions.noAudio ? nullptr : chooseMicrophoneFor(mCamera.get(), text);
+    if (!mMicrophone) return;
+    openDevice(*mMicrophone);
+    setSoundFormat(*mMicrophone, mOptions.sound);
   }
 
   void openWindow() {
-    const CMVideoDimensions size = windowSize(mPlan.videoFormat->dimensions());
+    const CMVideoDimensions size = windowSize(mCamera->getFormat()->dimensions());
     mView = VeskPreviewView::initWithFrame({0, 0, static_cast<float>(size.width), static_cast<float>(size.height)});
-    mWindow.emplace(mLoop, mView, size.width, size.height, nameOf(*mPlan.camera->deviceInfo()));
-    mWindow->holdPicture(mPlan.videoFormat->dimensions().width, mPlan.videoFormat->dimensions().height);
+    mWindow.emplace(mLoop, mView, size.width, size.height, nameOf(*mCamera->deviceInfo()));
+    mWindow->holdPicture(mCamera->getFormat()->dimensions().width, mCamera->getFormat()->dimensions().height);
     mWindow->setKeyHandler([this](int key) { keyPressed(key); });
     mWindow->setCloseHandler([this] { mLoop.stop(); });
   }
@@ -113,9 +129,15 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     transport.hold();
     if (mGlobal.pace == "fast") transport.setLimit(mOptions.duration);
     transport.setEndHandler([this] { mLoop.stop(); });
-    mSession = VeskPreviewSession::initWithDevice(mPlan.camera, this);
+    mSession = VeskPreviewSession::initWithDevice(mCamera, this);
     show();
-    if (!mOptions.record.empty()) startRecording(mOptions.record, mOptions.force);
+    if (!mOptions.record.empty()) {
+      mIsStarting = true;
+      startRecording(mOptions.record, mOptions.force);
+      mLoop.runUntil([this] { return !mIsRecording || mIsMovieStarted; });
+      mIsStarting = false;
+      if (mFailure) throw Failure(*mFailure);
+    }
     // Devices that come and go are told on the source's thread, and heeded on the main thread.
     mAdded.emplace(KVXDeviceAdded, [this](auto info) { mLoop.post([this, info] { deviceAdded(*info); }); });
     mRemoved.emplace(KVXDeviceRemoved, [this](auto info) { mLoop.post([this, info] { deviceRemoved(*info); }); });
@@ -128,12 +150,9 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
 
   /// Starts the camera, and the microphone's meter if there is one. @throws Failure
   void show() {
-    mSession->setAudioDevice(mIsMicrophoneGone ? nullptr : mPlan.microphone);
-    explained({nameOf(*mPlan.camera->deviceInfo())}, [this] {
-      if (mSession->startSessionWithPreview(mView) != 0)
-        throw Failure(kBusy, fmt::format("\"{}\" refused to start.", nameOf(*mPlan.camera->deviceInfo())),
-                      "Close other programs that use it, or choose another format with --format.");
-    });
+    mSession->setAudioDevice(mIsMicrophoneGone ? nullptr : mMicrophone);
+    const HeldLog held;
+    if (mSession->startSessionWithPreview(mView) != 0) throw Failure(kBusy, mCamera->lastError());
   }
 
   void keyPressed(int key) {
@@ -164,54 +183,83 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   }
 
   void toggleRecording() {
-    if (mIsChangingRecording) return;  // stopping serves the main loop meanwhile
+    if (mIsRecording) return mRecorder->stop();
     try {
-      if (mMovie)
-        stopRecording();
-      else
-        startRecording(freeName(nameByTime(), ".mov") + ".mov", false);
+      startRecording(freeName(nameByTime(), ".mov") + ".mov", false);
     } catch (const Failure& failure) {
       warn(failure);
     }
   }
 
+  /// What becomes of it comes in events.
   void startRecording(const std::string& file, bool force) {
-    if (!isRecordable(*mPlan.videoFormat)) throw notRecordable(mPlan.videoFormat->mediaSubType());
-    RecordingPlan plan = mPlan;
-    if (mIsMicrophoneGone) {
-      plan.microphone = nullptr;
-      plan.soundFormat = nullptr;
-    }
-    mFirstMovie = file;
-    plan.file = file;
-    plan.force = force;
-    auto movie = std::make_unique<MovieRecording>(std::move(plan));
-    movie->start();
-    mMovie = std::move(movie);
-    if (mGlobal.pace == "fast") {
-      Transport::shared().setBackpressure([session = std::weak_ptr(mMovie->session())] {
-        const auto held = session.lock();
-        return held && held->isWriterBusy();
-      });
-    }
-    showRecording(1);
+    const auto format = mCamera->getFormat();
+    if (!isRecordable(*format)) throw notRecordable(format->mediaSubType());
+    if (mGlobal.pace == "fast") Transport::shared().setBackpressure(mRecorder->writerBusy());
+    RecordingSettings settings;
+    settings.file = mFirstMovie = file;
+    settings.replacesFile = force;
+    settings.camera = mCamera;
+    settings.microphone = mIsMicrophoneGone ? nullptr : mMicrophone;
+    settings.withSound = settings.microphone != nullptr;
+    mIsRecording = true;
+    mIsMovieStarted = false;
+    mIsHeard = settings.withSound;
+    mHasReturned = false;
+    mHasMovieFailed = false;
+    mRecorder->start(std::move(settings));
   }
 
-  void stopRecording() {
-    if (mMovie->isToContinue()) continueRecording();
-    mIsChangingRecording = true;
-    const bool hasReturned = std::exchange(mReturned, nullptr) != nullptr;
-    mMovie->stop();
-    mIsChangingRecording = false;
+  void handle(const RecordingEvent& event) {
+    switch (event.kind) {
+      case Kind::kStarted:
+        mIsMovieStarted = true;
+        if (mIsStarting) mLoop.stop();
+        return showRecording(1);
+      case Kind::kContinued:
+        return say(fmt::format("The camera has changed its pictures; the recording goes on in \"{}\".", event.file));
+      case Kind::kNotContinued:
+        return keep(failureOf(event.error));
+      case Kind::kMovieFinished:
+        return movieFinished(*event.movie);
+      case Kind::kMicrophoneReturned:
+        mHasReturned = true;
+        if (event.error) warn(failureOf(event.error));
+        return reportChange("added", *event.device, "is back.");
+      case Kind::kSoundQuiet:
+      case Kind::kFramesStalled:
+      case Kind::kDiskFilling:
+        return say("vesk: " + lineOf(event.error));
+      case Kind::kFramesResumed:
+        return say(fmt::format("vesk: \"{}\" sends pictures again.", nameOf(*event.device)));
+      case Kind::kEnded:
+        return recordingEnded(event);
+      case Kind::kWaiting:
+      case Kind::kCameraRemoved:
+      case Kind::kMicrophoneRemoved:
+      case Kind::kSoundMissing:
+        return;  // the preview sees these itself
+    }
+  }
+
+  void movieFinished(const RecordedMovie& movie) {
+    if (movie.error) {
+      mHasMovieFailed = true;
+      return keep(failureOf(movie, mFirstMovie));
+    }
+    mRecordings.push_back(documentOf(movie));
+    say(summaryOf(movie));
+    if (movie.missing) keep(failureOf(movie.missing));
+  }
+
+  void recordingEnded(const RecordingEvent& event) {
+    mIsRecording = false;
     Transport::shared().setBackpressure({});
     showRecording(0);
-    const auto movie = std::move(mMovie);
-    try {
-      tellRecorded(*movie);
-    } catch (const Failure& failure) {
-      keep(failure);
-    }
-    if (!hasReturned || mIsStopping) return;
+    if (mIsStarting || mIsStopping) mLoop.stop();
+    if (event.error && !mHasMovieFailed) recordingFailed(failureOf(event.error, event.device.get()), event.error.cause);
+    const bool isBack = mHasReturned || (mIsMicrophoneGone && isMicrophoneThere());
+    if (!isBack || mIsStopping) return;
     try {
       reopenMicrophone();
     } catch (const Failure& failure) {
@@ -219,23 +267,14 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     }
   }
 
-  /// The camera has changed its pictures: what came since goes into the next movie.
-  void continueRecording() {
-    const std::string next = nextName(mFirstMovie, mMovie->plan().file);
-    try {
-      const auto ended = std::exchange(mMovie, mMovie->continueIn(next));
-      tellRecorded(*ended);
-      say(fmt::format("The camera has changed its pictures; the recording goes on in \"{}\".", next));
-    } catch (const Failure& failure) {
-      keep(failure);
+  void recordingFailed(Failure failure, Cause cause) {
+    if (mIsStarting || cause == Cause::kUnplugged) {  // that was said when it happened
+      if (!mFailure) mFailure = std::move(failure);
+    } else if (mIsMovieStarted) {
+      keep(std::move(failure));
+    } else {
+      warn(failure);
     }
-  }
-
-  void tellRecorded(MovieRecording& movie) {
-    const RecordingStatistics statistics = movie.finish();
-    mRecordings.push_back(movie.document(statistics));
-    say(movie.summary(statistics));
-    if (const auto failure = movie.missingTrack(statistics)) throw *failure;
   }
 
   void showRecording(uint32_t isRecording) {
@@ -244,7 +283,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   }
 
   void toggleMirror() {
-    VeskVideoDevice& camera = *mPlan.camera;
+    VeskVideoDevice& camera = *mCamera;
     if (!camera.isMirrorSupported()) return say(fmt::format("{} has no mirror.", nameOf(*camera.deviceInfo())));
     camera.setMirrorCur(camera.getMirrorCur().value_or(0) == 0 ? 1 : 0);
   }
@@ -264,38 +303,28 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
 
   void deviceRemoved(const VeskDeviceInfo& info) {
     if (mIsStopping) return;
-    if (mPlan.microphone && mPlan.microphone->deviceInfo()->isEqualToDevice(info)) {
-      tellChange("removed", info, "was unplugged.");
-      mReturned.reset();
+    if (mMicrophone && mMicrophone->deviceInfo()->isEqualToDevice(info)) {
+      reportChange("removed", info, "was unplugged.");
       mSession->setAudioDevice(nullptr);
       mIsMicrophoneGone = true;
     }
-    if (!mIsCameraGone && mPlan.camera->deviceInfo()->isEqualToDevice(info)) cameraRemoved(info);
+    if (!mIsCameraGone && mCamera->deviceInfo()->isEqualToDevice(info)) cameraRemoved(info);
   }
 
-  /// The window stays, without a picture, until the camera is back; that may be while the recording is
-  /// being stopped, which comes last therefore.
+  /// The window stays, without a picture, until the camera is back. A recording ends by itself.
   void cameraRemoved(const VeskDeviceInfo& info) {
     mIsCameraGone = true;
-    mWish.camera = info.path().value_or("");
     mSession->stopSession();
     mSession->closeSession();
     updateTitle();
-    tellChange("removed", info, "was unplugged; it is shown again when it comes back.");
-    if (mMovie && !mIsChangingRecording) {
-      const std::string file = mMovie->plan().file;
-      stopRecording();
-      if (!mFailure)
-        mFailure.emplace(kFailed, fmt::format("\"{}\" was unplugged; the movie ends there.", nameOf(info)),
-                         fmt::format("What was recorded is whole, at \"{}\".", file));
-    }
+    reportChange("removed", info, "was unplugged; it is shown again when it comes back.");
   }
 
   void deviceAdded(const VeskDeviceInfo& info) {
     if (mIsStopping) return;
     try {
-      if (mIsCameraGone && mPlan.camera->deviceInfo()->isEqualToDevice(info)) cameraAdded(info);
-      if (!mIsCameraGone && mIsMicrophoneGone && mPlan.microphone->deviceInfo()->isEqualToDevice(info))
+      if (mIsCameraGone && mCamera->deviceInfo()->isEqualToDevice(info)) cameraAdded(info);
+      if (!mIsCameraGone && mIsMicrophoneGone && mMicrophone->deviceInfo()->isEqualToDevice(info))
         microphoneAdded(info);
     } catch (const Failure& failure) {
       warn(failure);
@@ -303,51 +332,47 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   }
 
   void cameraAdded(const VeskDeviceInfo& info) {
-    openCamera(mPlan, mWish);
-    mSession->setDevice(mPlan.camera);
+    openCamera(info.path().value_or(""));
+    mSession->setDevice(mCamera);
     mIsCameraGone = false;
-    if (mIsMicrophoneGone && isMicrophoneThere(mPlan.microphone->deviceInfo()->path().value_or(""))) reopenMicrophone();
+    if (mIsMicrophoneGone && !mIsRecording && isMicrophoneThere()) reopenMicrophone();
     show();
-    tellChange("added", info, "is back.");
+    reportChange("added", info, "is back.");
   }
 
+  /// A recording opens its own again.
   void microphoneAdded(const VeskDeviceInfo& info) {
-    if (mMovie && !mIsChangingRecording && mMovie->plan().microphone)
-      mReturned = std::make_unique<ReturnedMicrophone>(*mMovie);
-    else
-      reopenMicrophone();
-    tellChange("added", info, "is back.");
+    if (mIsRecording && mIsHeard) return;
+    reopenMicrophone();
+    reportChange("added", info, "is back.");
+  }
+
+  bool isMicrophoneThere() const {
+    const auto records = VeskAudioDevice::getAudioDeviceList();
+    return std::any_of(records->begin(), records->end(),
+                       [this](const auto& record) { return mMicrophone->deviceInfo()->isEqualToDevice(*record); });
   }
 
   void reopenMicrophone() {
-    mWish.microphone = mPlan.microphone->deviceInfo()->path().value_or("");
-    mPlan.microphone->closeDevice();
-    openMicrophone(mPlan, mWish);
+    const std::string path = mMicrophone->deviceInfo()->path().value_or("");
+    mMicrophone->closeDevice();
+    openMicrophone(path);
     mIsMicrophoneGone = false;
-    mSession->setAudioDevice(mPlan.microphone);
+    mSession->setAudioDevice(mMicrophone);
   }
 
   void tick() {
     if (mIsStopping) return;
     const std::chrono::duration<double> elapsed = Clock::now() - mStarted;
     if (mOptions.duration && mGlobal.pace != "fast" && elapsed.count() >= *mOptions.duration) return mLoop.stop();
-    if (mMovie && !mIsChangingRecording) {
-      const RecordingStatistics statistics = mMovie->statistics();
-      if (statistics.writerMissing || statistics.status != 0)
-        stopRecording();
-      else if (mMovie->isToContinue())
-        continueRecording();
-      else if (const auto quiet = mIsMicrophoneGone ? std::nullopt : mMovie->quietMicrophone())
-        say("vesk: " + *quiet);
-    }
     mProgress.show(stateLine());
   }
 
   std::string stateLine() const {
     std::string text = fmt::format("{:.1f} pictures/s", mRate);
-    if (mPlan.microphone && std::isfinite(mLevel)) text += "  " + levelBar(mLevel, kBarCells);
-    if (mMovie) {
-      const RecordingStatistics statistics = mMovie->statistics();
+    if (mMicrophone && std::isfinite(mLevel)) text += "  " + levelBar(mLevel, kBarCells);
+    if (const RecordingProgress recording = mRecorder->progress(); !recording.file.empty()) {
+      const RecordingStatistics& statistics = recording.statistics;
       text += fmt::format("  recording {}  {}", humanTime(statistics.duration), humanSize(statistics.bytes));
       const uint64_t dropped = statistics.videoDropped + statistics.audioDropped;
       if (dropped != 0) text += fmt::format("  {} DROPPED", dropped);
@@ -363,15 +388,15 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     mRate = static_cast<double>(shown - mRateFrom) / elapsed.count();
     mRateSince = now;
     mRateFrom = shown;
-    const auto size = mPlan.videoFormat->dimensions();
-    mWindow->setTitle(fmt::format("{} – {}x{} – {:.1f} pictures/s{}", nameOf(*mPlan.camera->deviceInfo()), size.width,
+    const auto size = mCamera->getFormat()->dimensions();
+    mWindow->setTitle(fmt::format("{} – {}x{} – {:.1f} pictures/s{}", nameOf(*mCamera->deviceInfo()), size.width,
                                   size.height, mRate,
-                                  mIsCameraGone ? " – unplugged"
-                                  : mMovie      ? " – recording"
-                                                : ""));
+                                  mIsCameraGone  ? " – unplugged"
+                                  : mIsRecording ? " – recording"
+                                                 : ""));
   }
 
-  void tellChange(const char* event, const VeskDeviceInfo& info, const char* what) {
+  void reportChange(const char* event, const VeskDeviceInfo& info, const char* what) {
     if (mGlobal.json) printJson(deviceEvent(event, info));
     say(fmt::format("\"{}\" {}", nameOf(info), what));
   }
@@ -417,13 +442,13 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   Host mHost;
   MainLoop mLoop;
   ProgressLine mProgress;
-  CaptureWish mWish;
-  RecordingPlan mPlan;
+  std::shared_ptr<VeskVideoDevice> mCamera;
+  std::shared_ptr<VeskAudioDevice> mMicrophone;  ///< null: without sound
   std::shared_ptr<VeskPreviewView> mView;
   std::optional<PreviewWindow> mWindow;
   std::shared_ptr<VeskPreviewSession> mSession;
-  std::unique_ptr<MovieRecording> mMovie;
-  std::unique_ptr<ReturnedMicrophone> mReturned;
+  const std::shared_ptr<VeskRecordingSupervisor> mRecorder =
+      VeskRecordingSupervisor::initWithEventHandler([this](const RecordingEvent& event) { handle(event); });
   std::optional<DeviceWatch> mAdded;
   std::optional<DeviceWatch> mRemoved;
   std::optional<Failure> mFailure;
@@ -438,7 +463,12 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   float mLevel = -INFINITY;
   bool mIsCameraGone = false;
   bool mIsMicrophoneGone = false;
-  bool mIsChangingRecording = false;
+  bool mIsRecording = false;     ///< from the start of a recording until it has ended
+  bool mIsStarting = false;      ///< and the preview with it
+  bool mIsMovieStarted = false;  ///< of that recording
+  bool mHasMovieFailed = false;  ///< of the same
+  bool mIsHeard = false;         ///< it has sound
+  bool mHasReturned = false;     ///< its microphone was unplugged and is back
   bool mIsStopping = false;
 };
 

@@ -22,6 +22,12 @@ std::string_view ownRemedy(Cause cause) {
     case Cause::kNoFormat:
     case Cause::kNoBandwidth:
       return "\"vesk formats\" lists what it offers; choose with --format.";
+    case Cause::kFileExists:
+      return "--force replaces it.";
+    case Cause::kStalled:
+      return "\"vesk preview\" shows what a camera sends; choose it with --camera.";
+    case Cause::kSilent:
+      return "\"vesk meter\" shows what a microphone hears; choose it with --mic.";
     case Cause::kNotSupported:
       return "\"vesk controls list\" shows what it has.";
     case Cause::kNone:
@@ -31,11 +37,8 @@ std::string_view ownRemedy(Cause cause) {
     case Cause::kDiskFull:
     case Cause::kNoFile:
     case Cause::kFolderGone:
-    case Cause::kFileExists:
     case Cause::kUnreadable:
     case Cause::kFileError:
-    case Cause::kStalled:
-    case Cause::kSilent:
     case Cause::kWrongUse:
     case Cause::kOther:
       break;

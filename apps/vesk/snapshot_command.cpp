@@ -17,8 +17,8 @@
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
-#include "apps/vesk/movie_recording.h"
 #include "apps/vesk/output.h"
+#include "apps/vesk/recording_report.h"
 
 namespace vesk::program {
 namespace {
@@ -41,7 +41,7 @@ class SnapshotCommand {
     checkPictureTarget(mOptions.file, mOptions.force, PictureKind::kJPEG);
     mCamera = chooseCamera(mOptions.camera);
     openDevice(*mCamera);
-    setVideoFormat(*mCamera, mOptions.format, Purpose::kPhoto);
+    setVideoFormat(*mCamera, mOptions.format, CapturePurpose::kPhoto);
     start();
     mLoop.run();
     const PhotoOutcome photo = mSession->lastPhoto();
@@ -53,11 +53,8 @@ class SnapshotCommand {
   void start() {
     capture::Transport::shared().setEndHandler([this] { mLoop.post([this] { mIsAtEnd = true; }); });
     mSession = VeskPreviewSession::initWithDevice(mCamera, nullptr);
-    explained({nameOf(*mCamera->deviceInfo())}, [this] {
-      if (mSession->startSessionWithPreview(mView) != 0)
-        throw Failure(kBusy, fmt::format("\"{}\" refused to start.", nameOf(*mCamera->deviceInfo())),
-                      "Close other programs that use it, or choose another format with --format.");
-    });
+    const HeldLog held;
+    if (mSession->startSessionWithPreview(mView) != 0) throw Failure(kBusy, mCamera->lastError());
     mRemoved.emplace(KVXDeviceRemoved, [this](auto info) {
       if (mCamera->deviceInfo()->isEqualToDevice(*info)) mLoop.stop();
     });

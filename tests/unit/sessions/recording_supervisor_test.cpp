@@ -191,8 +191,8 @@ TEST_F(SupervisorTest, WhatCannotBeginSaysWhyAndLeavesNothing) {
                 return Error();
               };
             }},
-           {"a camera that does not start", Cause::kRefused, [&](auto&) { busy(fakeCamera); }},
-           {"a microphone that does not start", Cause::kRefused, [&](auto&) { busy(fakeMicrophone); }},
+           {"a camera that does not start", Cause::kBusy, [&](auto&) { busy(fakeCamera); }},
+           {"a microphone that does not start", Cause::kBusy, [&](auto&) { busy(fakeMicrophone); }},
            {"a host that throws", Cause::kOther, [](auto& settings) {
               settings.findCamera = []() -> std::shared_ptr<VeskDeviceInfo> { throw std::runtime_error("oops"); };
             }}}) {
@@ -326,7 +326,7 @@ TEST_F(SupervisorTest, ACameraThatHasJustComeMayRefuseAFewTimes) {
       return events.size() > before;
     });
     if (refusals == 100) {
-      EXPECT_EQ(next(Kind::kEnded).error.cause, Cause::kRefused);
+      EXPECT_EQ(next(Kind::kEnded).error.cause, Cause::kBusy);
       EXPECT_EQ(fakeCamera->started, 6);
       continue;
     }

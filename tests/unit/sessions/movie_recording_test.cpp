@@ -1,4 +1,4 @@
-#include "apps/vesk/movie_contents.h"
+#include "sessions/movie_recording.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include "platform/writing/movie_file_writer.h"
 #include "tests/support/temporary_folder.h"
 
-namespace vesk::program {
+namespace vesk {
 namespace {
 
 using test::TemporaryFolder;
@@ -36,15 +36,15 @@ std::string leaveMovie(const TemporaryFolder& folder, const std::vector<int64_t>
   return path;
 }
 
-TEST(MovieContents, AMovieTooLongForPlainTablesIsKept) {
+TEST(MovieRecording, AMovieTooLongForPlainTablesIsKept) {
   TemporaryFolder folder;
   constexpr int64_t kHours = 3'600'000'000;
   const std::string path = leaveMovie(folder, {0, 11 * kHours, 22 * kHours, 33 * kHours});
   ASSERT_EQ(recoverMovie(path).outcome, RecoveryOutcome::kNothingToRecover);
-  EXPECT_TRUE(holdsPictures(path));
+  EXPECT_TRUE(holdsFilm(path));
 }
 
-TEST(MovieContents, WhatNobodyWouldMissIsNot) {
+TEST(MovieRecording, WhatNobodyWouldMissIsNot) {
   const struct {
     const char* label;
     std::vector<int64_t> times;
@@ -52,12 +52,12 @@ TEST(MovieContents, WhatNobodyWouldMissIsNot) {
   } rows[] = {{"no sample", {}, false}, {"a second of sound", {0}, false}, {"six", {0, 5'000'000}, true}};
   for (const auto& row : rows) {
     TemporaryFolder folder;
-    EXPECT_EQ(holdsPictures(leaveMovie(folder, row.times)), row.isKept) << row.label;
+    EXPECT_EQ(holdsFilm(leaveMovie(folder, row.times)), row.isKept) << row.label;
   }
   TemporaryFolder folder;
-  EXPECT_FALSE(holdsPictures(folder.file("none.mov")));
-  EXPECT_TRUE(holdsPictures(folder.write("text.mov", "Something else."))) << "nobody knows";
+  EXPECT_FALSE(holdsFilm(folder.file("none.mov")));
+  EXPECT_TRUE(holdsFilm(folder.write("text.mov", "Something else."))) << "nobody knows";
 }
 
 }  // namespace
-}  // namespace vesk::program
+}  // namespace vesk
