@@ -62,7 +62,7 @@ void basics() {
   vesk::DispatchQueue::globalQueue()->async(
       [loop] { vesk::DispatchQueue::mainQueue()->async([loop] { loop->stop(); }); });
   loop->run();
-  const auto timer = vesk::NSTimer::scheduledTimer(std::chrono::milliseconds(1), false, [loop] { loop->stop(); });
+  vesk::DispatchQueue::mainQueue()->asyncAfter(std::chrono::milliseconds(1), [loop] { loop->stop(); });
   loop->run();
 }
 
@@ -103,7 +103,7 @@ void devicesAndSessions(const std::string& folder) {
   camera->closeDevice();
   microphone->closeDevice();
   const auto supervisor = vesk::VeskRecordingSupervisor::initWithEventHandler({});
-  expect(!supervisor->isActive() && vesk::VeskRecordingSupervisor::checkFile(folder + "/session.mov"), "a supervisor");
+  expect(!supervisor->isActive() && vesk::VeskRecordingSupervisor::checkFile(folder), "a supervisor");
   expect(vesk::leftoversIn(folder).empty() && vesk::finishLeftoversOf(folder + "/session.mov").empty(), "leftovers");
   expect(vesk::defaultCamera() && vesk::defaultMicrophone() && vesk::chooseVideoFormat(*camera).format, "choices");
   vesk::capture::Transport::shared().setLimit(std::nullopt);
