@@ -5,7 +5,6 @@
 #include <optional>
 #include <string>
 
-#include <vesk/export.h>
 #include <vesk/ns_error.h>
 
 namespace vesk {
@@ -13,7 +12,7 @@ namespace vesk {
 struct FileCalls;
 
 /// Files as a whole. Threads: every operation from any thread.
-class VESK_EXPORT NSFileManager {
+class NSFileManager {
  public:
   static NSFileManager& defaultManager();
 
@@ -36,22 +35,22 @@ class VESK_EXPORT NSFileManager {
 
 /// Gives the plain file at `path`, made for its owner alone, the mode that the umask gives to new
 /// files. Links are not followed. @return whether it has that mode; some file systems have none.
-VESK_EXPORT bool giveOrdinaryMode(const std::string& path);
+bool giveOrdinaryMode(const std::string& path);
 
 /// `name` when it has at most `bytes` bytes; else as much of its beginning as leaves room for a hash
 /// of the whole: two names stay two, and no character is cut in half. `bytes` is at least 32.
-VESK_EXPORT std::string nameWithin(const std::string& name, size_t bytes);
+std::string nameWithin(const std::string& name, size_t bytes);
 
 /// The folder for temporary files: the one set by the host, else $TMPDIR, else the platform's.
-VESK_EXPORT std::string NSTemporaryDirectory();
+std::string NSTemporaryDirectory();
 /// Sets the folder for temporary files; an empty text restores the default. It must exist.
-VESK_EXPORT void setTemporaryDirectory(std::string folder);
+void setTemporaryDirectory(std::string folder);
 
 /// The name at the end of a path: "c.mov" of "/a/b/c.mov" and of "/a/b/c.mov/"; "/" of the root.
-VESK_EXPORT std::string lastPathComponent(const std::string& path);
+std::string lastPathComponent(const std::string& path);
 /// A path's folder: "/a/b" of "/a/b/c.mov", "." of "c.mov", "/" of "/c.mov".
-VESK_EXPORT std::string stringByDeletingLastPathComponent(const std::string& path);
+std::string stringByDeletingLastPathComponent(const std::string& path);
 /// `path` and `component` with exactly one slash between them.
-VESK_EXPORT std::string stringByAppendingPathComponent(const std::string& path, const std::string& component);
+std::string stringByAppendingPathComponent(const std::string& path, const std::string& component);
 
 }  // namespace vesk
