@@ -25,7 +25,7 @@ EncodedCamera::EncodedCamera(std::unique_ptr<CaptureDevice> camera, std::string 
     : mName(std::move(name)), mInputs(std::move(inputs)), mCamera(std::move(camera)) {}
 
 EncodedCamera::~EncodedCamera() {
-  end();
+  stop(0);
 }
 
 std::vector<VideoFormat> EncodedCamera::videoFormats() {
@@ -52,7 +52,7 @@ int32_t EncodedCamera::setVideoParameters(const VideoParameters& parameters) {
   return status;
 }
 
-int32_t EncodedCamera::start(uint32_t substream, FrameCallback callback) {
+int32_t EncodedCamera::start(uint32_t substream, FrameCallback callback) try {
   std::optional<Plan> plan;
   {
     MutexLock lock(mMutex);
@@ -60,61 +60,27 @@ int32_t EncodedCamera::start(uint32_t substream, FrameCallback callback) {
   }
   if (!plan) return mCamera->start(substream, std::move(callback));
   if (!callback) return kVCIFailed;
-  try {
-    return startEncoded(*plan, std::move(callback));
-  } catch (const std::exception& exception) {
-    const std::string camera = deviceText(DeviceKind::kVideo, mName);
-    return failed(kVCIFailed, {Cause::kOther, camera + " could not be started: " + exception.what(), ""});
-  }
+  return mStreams.start([&](int32_t& status) { return startEncoded(*plan, std::move(callback), status); });
+} catch (const std::exception& exception) {
+  const std::string camera = deviceText(DeviceKind::kVideo, mName);
+  return failed(kVCIFailed, {Cause::kOther, camera + " could not be started: " + exception.what(), ""});
 }
 
-int32_t EncodedCamera::startEncoded(const Plan& plan, FrameCallback callback) {
-  MutexLock lock(mMutex);  // the first callback may stop what it does not yet see here: it waits
-  if (mIsEncoding) return kVCISuccess;
+std::shared_ptr<EncodedStream> EncodedCamera::startEncoded(const Plan& plan, FrameCallback callback, int32_t& status) {
   auto stream = EncodedStream::start(mName, plan.input, plan.bitRate, std::move(callback));
-  if (!stream) return kVCIFailed;
+  if (!stream) return nullptr;
   // The camera may keep what it calls long after the stream.
-  const int32_t status =
-      mCamera->start(0, [held = std::weak_ptr(stream)](uint8_t* bytes, uint32_t length, int64_t timestamp) {
-        if (const auto target = held.lock()) target->take({bytes, length}, timestamp);
-      });
-  if (status != kVCISuccess) {
-    stream->stop();
-    return status;
-  }
-  mStreams.push_back(std::move(stream));
-  mIsEncoding = true;
-  return status;
+  status = mCamera->start(0, [held = std::weak_ptr(stream)](uint8_t* bytes, uint32_t length, int64_t timestamp) {
+    if (const auto target = held.lock()) target->take({bytes, length}, timestamp);
+  });
+  if (status == kVCISuccess) return stream;
+  stream->stop();
+  return nullptr;
 }
 
 int32_t EncodedCamera::stop(uint32_t /*substream*/) {
-  return end();
-}
-
-/// Stops what runs and waits for what was stopped before, but for the stream whose callback this is
-/// called from.
-int32_t EncodedCamera::end() {
-  std::vector<std::shared_ptr<EncodedStream>> streams;
-  bool wasEncoding = false;
-  {
-    MutexLock lock(mMutex);
-    streams = mStreams;
-    wasEncoding = std::exchange(mIsEncoding, false);
-  }
   const int32_t status = mCamera->stop(0);
-  if (status != kVCISuccess) {
-    MutexLock lock(mMutex);
-    mIsEncoding = wasEncoding;
-    return status;
-  }
-  if (wasEncoding) streams.back()->stop();
-  for (const auto& stream : streams) {
-    if (!stream->isInside()) stream->wait();
-  }
-  MutexLock lock(mMutex);
-  const auto last = mStreams.empty() ? nullptr : mStreams.back();  // keeps the counts
-  std::erase_if(mStreams,
-                [&](const auto& stream) { return stream != last && !stream->isInside() && stream->isFinished(); });
+  if (status == kVCISuccess) mStreams.end();
   return status;
 }
 
@@ -137,8 +103,8 @@ std::vector<uint32_t> EncodedCamera::propertyItems(const PropertySetIdentifier& 
 }
 
 EncodingCounts EncodedCamera::counts() {
-  MutexLock lock(mMutex);
-  return mStreams.empty() ? EncodingCounts{} : mStreams.back()->counts();
+  const auto stream = mStreams.last();
+  return stream ? stream->counts() : EncodingCounts();
 }
 
 }  // namespace vesk::capture

@@ -8,6 +8,7 @@
 #include <vesk/capture_source.h>
 #include "capture/encoding/encoded_stream.h"
 #include "capture/encoding/encoder_inputs.h"
+#include "capture/sources/device_streams.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk::capture {
@@ -15,8 +16,7 @@ namespace vesk::capture {
 /// A camera without H.264 of its own, with "avc1" added to what it offers, encoded here from its raw
 /// or Motion JPEG pictures. The time stamps are the camera's.
 ///
-/// Threads: every operation from any thread; stop, start and the destructor also from inside a callback.
-/// Properties and formats never wait for a start or stop, where the camera's own do not.
+/// Threads: as CaptureDevice. Properties and formats never wait for a start or stop, where the camera's own do not.
 class EncodedCamera : public CaptureDevice {
  public:
   /// `camera` itself when it gives H.264, has nothing that can be encoded, or this machine has no encoder.
@@ -40,7 +40,7 @@ class EncodedCamera : public CaptureDevice {
   std::vector<uint32_t> propertyItems(const PropertySetIdentifier& set) override;
 
   /// Of the present or last encoded stream.
-  EncodingCounts counts() VESK_EXCLUDES(mMutex);
+  EncodingCounts counts();
 
  private:
   struct Plan {
@@ -48,16 +48,13 @@ class EncodedCamera : public CaptureDevice {
     uint32_t bitRate = 0;  ///< bits per second; 0 for the usual
   };
 
-  int32_t startEncoded(const Plan& plan, FrameCallback callback) VESK_EXCLUDES(mMutex);
-  int32_t end() VESK_EXCLUDES(mMutex);
+  std::shared_ptr<EncodedStream> startEncoded(const Plan& plan, FrameCallback callback, int32_t& status);
 
   const std::string mName;
   const std::vector<VideoFormat> mInputs;
   Mutex mMutex;
   std::optional<Plan> mPlan VESK_GUARDED_BY(mMutex);  // none while the camera's own pictures are asked for
-  // The last may be running; those before it were stopped from inside their callbacks.
-  std::vector<std::shared_ptr<EncodedStream>> mStreams VESK_GUARDED_BY(mMutex);
-  bool mIsEncoding VESK_GUARDED_BY(mMutex) = false;
+  DeviceStreams<EncodedStream> mStreams;
   const std::unique_ptr<CaptureDevice> mCamera;
 };
 

@@ -1,7 +1,5 @@
 #include "capture/encoding/encoded_stream.h"
 
-#include <pthread.h>
-
 #include <system_error>
 #include <utility>
 
@@ -27,8 +25,6 @@ constexpr int64_t kMostPixelsOfOneThread = 1280 * 720;
 
 }  // namespace
 
-thread_local const EncodedStream* EncodedStream::tCurrent = nullptr;
-
 std::shared_ptr<EncodedStream> EncodedStream::start(const std::string& camera, const VideoParameters& input,
                                                     uint32_t bitRate, FrameCallback callback) {
   std::shared_ptr<EncodedStream> stream(new EncodedStream(camera, input, std::move(callback)));
@@ -40,7 +36,7 @@ std::shared_ptr<EncodedStream> EncodedStream::start(const std::string& camera, c
     return nullptr;
   }
   try {
-    stream->mThread = std::thread([stream] { stream->run(); });
+    stream->begin("vesk encoder");
   } catch (const std::system_error& failure) {
     failed(kVCIFailed,
            {Cause::kOther,
@@ -54,11 +50,6 @@ std::shared_ptr<EncodedStream> EncodedStream::start(const std::string& camera, c
 EncodedStream::EncodedStream(std::string camera, const VideoParameters& input, FrameCallback callback)
     : mCamera(std::move(camera)), mInput(input), mCallback(std::move(callback)) {
   for (Slot& slot : mSlots) mEmpty.push_back(&slot);
-}
-
-EncodedStream::~EncodedStream() {
-  // The thread holds a reference: when nobody has waited for it, this is its end.
-  if (mThread.joinable()) mThread.detach();
 }
 
 bool EncodedStream::prepare(uint32_t bitRate) {
@@ -144,27 +135,10 @@ void EncodedStream::sayThatItIsSlow() const {
         ": some are left out. Choose a smaller size.");
 }
 
-void EncodedStream::stop() {
-  {
-    MutexLock lock(mMutex);
-    mIsStopping = true;
-    mChanged.notify_all();
-  }
-  if (!isInside()) wait();
-}
-
-void EncodedStream::wait() {
-  {
-    MutexLock lock(mMutex);
-    while (!mIsFinished) mChanged.wait(mMutex);
-  }
-  MutexLock lock(mJoinMutex);
-  if (mThread.joinable()) mThread.join();
-}
-
-bool EncodedStream::isFinished() const {
+void EncodedStream::requestEnd() {
   MutexLock lock(mMutex);
-  return mIsFinished;
+  mIsStopping = true;
+  mChanged.notify_all();
 }
 
 EncodingCounts EncodedStream::counts() const {
@@ -173,12 +147,8 @@ EncodingCounts EncodedStream::counts() const {
 }
 
 void EncodedStream::run() {
-  pthread_setname_np(pthread_self(), "vesk encoder");
-  tCurrent = this;
   while (Slot* const slot = nextSlot()) giveBack(*slot, encode(*slot));
-  tCurrent = nullptr;
   report();
-  finish();
 }
 
 EncodedStream::Slot* EncodedStream::nextSlot() {
@@ -206,12 +176,6 @@ uint64_t EncodingCounts::*EncodedStream::encode(Slot& slot) {
 /// at the clock. Due when the next one, coming as this one did, would be too late.
 bool EncodedStream::isKeyDue(int64_t timestamp) const {
   return mKeyAt && timestamp + (timestamp - mLastAt) - *mKeyAt > kKeyPictureSeconds * kMicroseconds;
-}
-
-void EncodedStream::finish() {
-  MutexLock lock(mMutex);
-  mIsFinished = true;
-  mChanged.notify_all();
 }
 
 void EncodedStream::report() const {

@@ -7,12 +7,12 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <vesk/capture_source.h>
 #include "capture/encoding/h264_encoder.h"
 #include "capture/encoding/jpeg_to_planes.h"
+#include "capture/sources/stream_thread.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk::capture {
@@ -30,29 +30,16 @@ struct EncodingCounts {
 /// The camera's thread never waits: it leaves its picture in a slot, of which there are a few, and
 /// where all are taken the oldest picture that waits gives way.
 ///
-/// Threads: take from one thread at a time, the rest from any, stop also from inside the receiver's call.
-class EncodedStream {
+/// Threads: take from one thread at a time, the rest as StreamThread.
+class EncodedStream : public StreamThread {
  public:
   /// @param camera its name, for the log
   /// @param input  what the pictures come as: "2vuy" or "dmb1", and their size and interval
   /// @return null when the encoder or the thread cannot be had; the log says so
   static std::shared_ptr<EncodedStream> start(const std::string& camera, const VideoParameters& input, uint32_t bitRate,
                                               FrameCallback callback);
-  ~EncodedStream();
-  EncodedStream(const EncodedStream&) = delete;
-  EncodedStream& operator=(const EncodedStream&) = delete;
-
   /// Takes a picture of the camera's.
   void take(std::span<const uint8_t> bytes, int64_t timestamp) VESK_EXCLUDES(mMutex);
-
-  /// Once it has returned the receiver is not called any more; called from inside the receiver's call,
-  /// that call is the last.
-  void stop() VESK_EXCLUDES(mMutex, mJoinMutex);
-  /// Waits until the call in progress, if any, has returned. Not from inside one.
-  void wait() VESK_EXCLUDES(mMutex, mJoinMutex);
-  bool isFinished() const VESK_EXCLUDES(mMutex);
-  /// Whether the calling thread is inside a call of this stream's receiver.
-  bool isInside() const { return tCurrent == this; }
 
   EncodingCounts counts() const VESK_EXCLUDES(mMutex);
 
@@ -72,22 +59,19 @@ class EncodedStream {
   void giveBack(Slot& slot, uint64_t EncodingCounts::*counter) VESK_EXCLUDES(mMutex);
   void sayThatItIsSlow() const;
 
+  void requestEnd() override VESK_EXCLUDES(mMutex);
+
   // On the thread.
-  void run();
+  void run() override;
   Slot* nextSlot() VESK_EXCLUDES(mMutex);
   uint64_t EncodingCounts::*encode(Slot& slot);
   bool isKeyDue(int64_t timestamp) const;
-  void finish() VESK_EXCLUDES(mMutex);
   void report() const;
-
-  static thread_local const EncodedStream* tCurrent;
 
   const std::string mCamera;
   const VideoParameters mInput;
   const FrameCallback mCallback;
   std::unique_ptr<H264Encoder> mEncoder;
-  std::thread mThread;
-  Mutex mJoinMutex;  // two may wait at once
 
   // The thread's own.
   std::optional<JPEGToPlanes> mJPEG;
@@ -104,7 +88,6 @@ class EncodedStream {
   std::deque<Slot*> mWaiting VESK_GUARDED_BY(mMutex);
   EncodingCounts mCounts VESK_GUARDED_BY(mMutex);
   bool mIsStopping VESK_GUARDED_BY(mMutex) = false;
-  bool mIsFinished VESK_GUARDED_BY(mMutex) = false;
 };
 
 }  // namespace vesk::capture

@@ -76,12 +76,11 @@ class FileDevice : public CaptureDevice {
  public:
   /// Exclusive devices hold their track; others play it beside its holder.
   FileDevice(std::shared_ptr<SharedFootage> footage, DeviceKind kind, bool isExclusive)
-      : mFootage(std::move(footage)), mKind(kind), mIsExclusive(isExclusive) {}
+      : mFootage(std::move(footage)), mKind(kind), mIsExclusive(isExclusive), mCapture(mFootage->scheduler()) {}
   ~FileDevice() override { end(); }
 
   int32_t start(uint32_t, FrameCallback callback) override {
-    MutexLock lock(mMutex);
-    if (mStream) return kVCISuccess;
+    if (mCapture.isRunning()) return kVCISuccess;
     if (!callback) return kVCIInvalidArgument;
     if (mIsExclusive && !mFootage->acquire(mKind)) return kVCIBusy;
     std::string error;
@@ -91,8 +90,8 @@ class FileDevice : public CaptureDevice {
       if (mIsExclusive) mFootage->release(mKind);
       return failed(kVCIFailed, {Cause::kUnreadable, std::move(error), "Name a movie or sound file that plays."});
     }
-    mStream = std::make_shared<TrackStream>(std::move(units), std::move(callback), mFootage->loop(), mFootage->name());
-    mFootage->scheduler().add(mStream);
+    mCapture.begin(
+        std::make_shared<TrackStream>(std::move(units), std::move(callback), mFootage->loop(), mFootage->name()));
     return kVCISuccess;
   }
 
@@ -106,23 +105,14 @@ class FileDevice : public CaptureDevice {
   const SharedFootage& footage() const { return *mFootage; }
 
  private:
-  // The stream is removed without the lock, which a callback may want that calls back into us.
-  void end() VESK_EXCLUDES(mMutex) {
-    std::shared_ptr<TrackStream> stream;
-    {
-      MutexLock lock(mMutex);
-      stream = std::move(mStream);
-    }
-    if (!stream) return;
-    mFootage->scheduler().remove(stream);
-    if (mIsExclusive) mFootage->release(mKind);
+  void end() {
+    if (mCapture.end() && mIsExclusive) mFootage->release(mKind);
   }
 
   const std::shared_ptr<SharedFootage> mFootage;
   const DeviceKind mKind;
   const bool mIsExclusive;
-  Mutex mMutex;
-  std::shared_ptr<TrackStream> mStream VESK_GUARDED_BY(mMutex);
+  PacedCapture mCapture;
 };
 
 class FileCamera : public FileDevice {

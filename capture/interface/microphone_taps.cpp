@@ -49,7 +49,7 @@ class MicrophoneTap : public AudioTap {
   MicrophoneTap(std::shared_ptr<CaptureSource> source, std::unique_ptr<CaptureDevice> device, const WaveFormat& format,
                 std::string name)
       : mDevice(DeviceKind::kAudio, std::move(name), std::move(source), std::move(device)), mFormat(format) {}
-  ~MicrophoneTap() override { stop(); }
+  ~MicrophoneTap() override { end(); }
   MicrophoneTap(const MicrophoneTap&) = delete;
   MicrophoneTap& operator=(const MicrophoneTap&) = delete;
 
@@ -67,12 +67,14 @@ class MicrophoneTap : public AudioTap {
     });
   }
 
-  void stop() override {
-    guarded(0, [&] { return mDevice.stop(); });
+  void stop() override { end(); }
+
+ private:
+  void end() {
+    mDevice.stop();
     mDevice.frames().set({});  // also when the source cannot stop
   }
 
- private:
   OpenDevice mDevice;
   const WaveFormat mFormat;
 };

@@ -96,21 +96,14 @@ int32_t SimulatedDevice::start(uint32_t, FrameCallback callback) {
   if (faults.startStatus != 0) return refuse(faults.startStatus);
   if (!mUnit->isAttached()) return unplugged();
   if (!callback) return kVCIFailed;
-  {
-    MutexLock lock(mMutex);
-    if (mStream) return kVCISuccess;
-  }
+  if (mCapture.isRunning()) return kVCISuccess;
   if (!mUnit->occupy()) return kVCIBusy;
   auto stream = makeStream(std::move(callback));
   if (!stream) {
     mUnit->vacate();
     return kVCIFailed;
   }
-  {
-    MutexLock lock(mMutex);
-    mStream = stream;
-  }
-  mScheduler->add(std::move(stream));
+  mCapture.begin(std::move(stream));
   return kVCISuccess;
 }
 
@@ -135,14 +128,7 @@ std::string SimulatedDevice::inText() const {
 }
 
 void SimulatedDevice::end() {
-  std::shared_ptr<PacedStream> stream;
-  {
-    MutexLock lock(mMutex);
-    stream.swap(mStream);
-  }
-  if (!stream) return;
-  mScheduler->remove(stream);
-  mUnit->vacate();
+  if (mCapture.end()) mUnit->vacate();
 }
 
 SimulatedCamera::SimulatedCamera(std::shared_ptr<SimulatedUnit> camera, std::shared_ptr<PacedScheduler> scheduler)

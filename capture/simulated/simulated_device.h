@@ -15,7 +15,7 @@ namespace vesk::capture {
 class SimulatedDevice : public CaptureDevice {
  public:
   SimulatedDevice(std::shared_ptr<SimulatedUnit> unit, std::shared_ptr<PacedScheduler> scheduler)
-      : mUnit(std::move(unit)), mScheduler(std::move(scheduler)) {}
+      : mUnit(std::move(unit)), mScheduler(std::move(scheduler)), mCapture(*mScheduler) {}
   ~SimulatedDevice() override { end(); }
 
   int32_t start(uint32_t substream, FrameCallback callback) override;
@@ -33,11 +33,11 @@ class SimulatedDevice : public CaptureDevice {
   Mutex mMutex;
 
  private:
-  void end() VESK_EXCLUDES(mMutex);
+  void end();
 
   const std::shared_ptr<SimulatedUnit> mUnit;
   const std::shared_ptr<PacedScheduler> mScheduler;
-  std::shared_ptr<PacedStream> mStream VESK_GUARDED_BY(mMutex);
+  PacedCapture mCapture;
 };
 
 class SimulatedCamera : public SimulatedDevice {

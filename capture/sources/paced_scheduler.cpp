@@ -307,4 +307,28 @@ void PacedScheduler::remove(const std::shared_ptr<PacedStream>& stream) {
   mPlayer->remove(stream);
 }
 
+bool PacedCapture::isRunning() const {
+  MutexLock lock(mMutex);
+  return mStream != nullptr;
+}
+
+void PacedCapture::begin(std::shared_ptr<PacedStream> stream) {
+  {
+    MutexLock lock(mMutex);
+    mStream = stream;
+  }
+  mScheduler.add(std::move(stream));
+}
+
+// Without the lock, which a callback may want that calls back into the device.
+bool PacedCapture::end() {
+  std::shared_ptr<PacedStream> stream;
+  {
+    MutexLock lock(mMutex);
+    stream.swap(mStream);
+  }
+  if (stream) mScheduler.remove(stream);
+  return stream != nullptr;
+}
+
 }  // namespace vesk::capture

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include <vesk/capture_host.h>
+#include "platform/foundation/mutex.h"
 
 namespace vesk::capture {
 
@@ -46,6 +47,24 @@ class PacedScheduler {
  private:
   class Player;
   std::shared_ptr<Player> mPlayer;  // shared with its thread
+};
+
+/// The one stream that a device has on a scheduler.
+///
+/// Threads: every operation from any thread, begin one at a time.
+class PacedCapture {
+ public:
+  explicit PacedCapture(PacedScheduler& scheduler) : mScheduler(scheduler) {}
+
+  bool isRunning() const VESK_EXCLUDES(mMutex);
+  void begin(std::shared_ptr<PacedStream> stream) VESK_EXCLUDES(mMutex);
+  /// Takes the stream out, see PacedScheduler::remove. @return whether there was one
+  bool end() VESK_EXCLUDES(mMutex);
+
+ private:
+  PacedScheduler& mScheduler;
+  mutable Mutex mMutex;
+  std::shared_ptr<PacedStream> mStream VESK_GUARDED_BY(mMutex);
 };
 
 }  // namespace vesk::capture

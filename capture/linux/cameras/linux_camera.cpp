@@ -42,7 +42,7 @@ LinuxCamera::LinuxCamera(std::string name, std::vector<std::shared_ptr<OpenNode>
 }
 
 LinuxCamera::~LinuxCamera() {
-  end();
+  mStreams.end();
 }
 
 std::vector<VideoFormat> LinuxCamera::videoFormats() {
@@ -75,53 +75,31 @@ std::vector<uint32_t> LinuxCamera::propertyItems(const PropertySetIdentifier& se
   return joined(mUnits.items(set), mControls.items(set));
 }
 
-int32_t LinuxCamera::start(uint32_t, FrameCallback callback) {
-  int32_t status = kVCIFailed;
-  MutexLock lock(mMutex);  // the first callback may stop what it does not yet see here: it waits
-  const CameraMode* const mode = findMode(mModes, mParameters);
+int32_t LinuxCamera::start(uint32_t, FrameCallback callback) try {
+  VideoParameters parameters;
+  {
+    MutexLock lock(mMutex);
+    parameters = mParameters;
+  }
+  const CameraMode* const mode = findMode(mModes, parameters);
   if (!mode || !callback)
     return failed(kVCIFailed, {Cause::kNoFormat, deviceText(DeviceKind::kVideo, mName) + " offers no format", ""});
-  if (mIsRunning && !mStreams.back()->isFinished()) return kVCISuccess;
-  try {
-    auto stream = PictureStream::start(mNodes[mode->node], *mode, mParameters, mName, std::move(callback), status);
-    if (!stream) return status;
-    mStreams.push_back(std::move(stream));
-    mIsRunning = true;
-  } catch (const std::exception& exception) {
-    const std::string camera = deviceText(DeviceKind::kVideo, mName);
-    return failed(kVCIFailed, {Cause::kOther, camera + " could not be started: " + exception.what(), ""});
-  }
-  return status;
+  return mStreams.start([&](int32_t& status) {
+    return PictureStream::start(mNodes[mode->node], *mode, parameters, mName, std::move(callback), status);
+  });
+} catch (const std::exception& exception) {
+  const std::string camera = deviceText(DeviceKind::kVideo, mName);
+  return failed(kVCIFailed, {Cause::kOther, camera + " could not be started: " + exception.what(), ""});
 }
 
 int32_t LinuxCamera::stop(uint32_t) {
-  end();
+  mStreams.end();
   return kVCISuccess;
 }
 
 StreamCounts LinuxCamera::counts() {
-  MutexLock lock(mMutex);
-  return mStreams.empty() ? StreamCounts{} : mStreams.back()->counts();
-}
-
-/// Stops what runs and waits for what was stopped before, but for the stream whose callback this is
-/// called from.
-void LinuxCamera::end() {
-  std::vector<std::shared_ptr<PictureStream>> streams;
-  bool wasRunning = false;
-  {
-    MutexLock lock(mMutex);
-    streams = mStreams;
-    wasRunning = std::exchange(mIsRunning, false);
-  }
-  if (wasRunning) streams.back()->stop();
-  for (const auto& stream : streams) {
-    if (!stream->isInside()) stream->wait();
-  }
-  MutexLock lock(mMutex);
-  const auto last = mStreams.empty() ? nullptr : mStreams.back();  // keeps the counts
-  std::erase_if(mStreams,
-                [&](const auto& stream) { return stream != last && !stream->isInside() && stream->isFinished(); });
+  const auto stream = mStreams.last();
+  return stream ? stream->counts() : StreamCounts();
 }
 
 }  // namespace vesk::capture

@@ -10,14 +10,14 @@
 #include "capture/linux/controls/control_properties.h"
 #include "capture/linux/controls/extension_units.h"
 #include "capture/linux/nodes/open_node.h"
+#include "capture/sources/device_streams.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk::capture {
 
 /// A camera of the machine's.
 ///
-/// Threads: every operation from any thread; stop, start and the destructor also from inside a callback.
-/// Properties and formats never wait for a start or stop.
+/// Threads: as CaptureDevice. Properties and formats never wait for a start or stop.
 class LinuxCamera : public CaptureDevice {
  public:
   /// `nodes` are all of the camera's, at least one; `units` those that its nodes belong to.
@@ -37,21 +37,17 @@ class LinuxCamera : public CaptureDevice {
   std::vector<uint32_t> propertyItems(const PropertySetIdentifier& set) override;
 
   /// Of the present or last stream.
-  StreamCounts counts() VESK_EXCLUDES(mMutex);
+  StreamCounts counts();
 
  private:
-  void end() VESK_EXCLUDES(mMutex);
-
   const std::string mName;
   const std::vector<std::shared_ptr<OpenNode>> mNodes;
   const UnitProperties mUnits;
   const ControlProperties mControls;
   const std::vector<CameraMode> mModes;
-  Mutex mMutex;  // held while it is being started
+  Mutex mMutex;
   VideoParameters mParameters VESK_GUARDED_BY(mMutex);
-  // The last may be running; those before it were stopped from inside their callbacks.
-  std::vector<std::shared_ptr<PictureStream>> mStreams VESK_GUARDED_BY(mMutex);
-  bool mIsRunning VESK_GUARDED_BY(mMutex) = false;
+  DeviceStreams<PictureStream> mStreams;
 };
 
 }  // namespace vesk::capture

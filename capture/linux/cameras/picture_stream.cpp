@@ -1,6 +1,5 @@
 #include "capture/linux/cameras/picture_stream.h"
 
-#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -54,8 +53,6 @@ std::string notStarted(const std::string& name) {
 
 }  // namespace
 
-thread_local const PictureStream* PictureStream::tCurrent = nullptr;
-
 std::shared_ptr<PictureStream> PictureStream::start(std::shared_ptr<OpenNode> node, const CameraMode& mode,
                                                     const VideoParameters& parameters, const std::string& name,
                                                     FrameCallback callback, int32_t& status) {
@@ -71,12 +68,10 @@ std::shared_ptr<PictureStream> PictureStream::start(std::shared_ptr<OpenNode> no
     stream->release();
     return nullptr;
   }
-  stream->setFinished(false);
   try {
-    stream->mThread = std::thread([stream] { stream->run(); });
+    stream->begin("vesk camera");
   } catch (const std::system_error& failure) {
     status = failed(kVCIFailed, {Cause::kOther, notStarted(name) + ": " + failure.what(), "Close other programs."});
-    stream->setFinished(true);
     stream->release();
     return nullptr;
   }
@@ -92,8 +87,6 @@ PictureStream::PictureStream(std::shared_ptr<OpenNode> node, const PixelFormat& 
       mWake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
 PictureStream::~PictureStream() {
-  // The thread holds a reference: when nobody has waited for it, this is its end.
-  if (mThread.joinable()) mThread.detach();
   for (const Buffer& buffer : mBuffers) mNode->calls().unmap(buffer.memory, buffer.length);
   if (mWake >= 0) ::close(mWake);
 }
@@ -196,24 +189,9 @@ void PictureStream::release() {
   mNode->ioctl(VIDIOC_REQBUFS, &none);
 }
 
-void PictureStream::stop() {
+void PictureStream::requestEnd() {
   mIsStopping = true;
   eventfd_write(mWake, 1);
-  isInside() ? release() : wait();
-}
-
-void PictureStream::wait() {
-  {
-    MutexLock lock(mMutex);
-    while (!mIsFinished) mChanged.wait(mMutex);
-  }
-  MutexLock lock(mJoinMutex);
-  if (mThread.joinable()) mThread.join();
-}
-
-bool PictureStream::isFinished() const {
-  MutexLock lock(mMutex);
-  return mIsFinished;
 }
 
 StreamCounts PictureStream::counts() const {
@@ -225,8 +203,6 @@ StreamCounts PictureStream::counts() const {
 }
 
 void PictureStream::run() {
-  pthread_setname_np(pthread_self(), "vesk camera");
-  tCurrent = this;
   mLastPictureAt = mNode->calls().now();
   mDueAt = mLastPictureAt + mPatience;
   while (true) {
@@ -236,16 +212,8 @@ void PictureStream::run() {
     mIsOverdue = mIsOverdue || mNode->calls().now() >= mDueAt;  // as with nothing but damaged ones
     if (mIsStopping || ((!isWell || mIsOverdue) && !recover())) break;
   }
-  tCurrent = nullptr;
   release();
   report();
-  setFinished(true);
-}
-
-void PictureStream::setFinished(bool isFinished) {
-  MutexLock lock(mMutex);
-  mIsFinished = isFinished;
-  mChanged.notify_all();
 }
 
 /// Waits for a picture, the end, or until it is time to do something about there being none.

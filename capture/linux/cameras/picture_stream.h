@@ -3,13 +3,11 @@
 #include <linux/videodev2.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <vesk/capture_source.h>
@@ -17,6 +15,7 @@
 #include "capture/linux/cameras/frame_clock.h"
 #include "capture/linux/cameras/pixel_formats.h"
 #include "capture/linux/nodes/open_node.h"
+#include "capture/sources/stream_thread.h"
 #include "platform/foundation/mutex.h"
 #include "platform/h264/access_unit_writer.h"
 
@@ -41,8 +40,8 @@ struct StreamCounts {
 /// does not help, the log says so, and again every half minute with a further try, until pictures come
 /// again or the camera is taken away: whoever records goes on recording what there is.
 ///
-/// Threads: stop from any thread, also from inside the receiver's call.
-class PictureStream {
+/// Threads: as StreamThread. Once stop has returned the node may be started anew.
+class PictureStream : public StreamThread {
  public:
   /// Sets the node to `mode` and starts.
   /// @param name of the camera, for the log
@@ -51,18 +50,7 @@ class PictureStream {
   static std::shared_ptr<PictureStream> start(std::shared_ptr<OpenNode> node, const CameraMode& mode,
                                               const VideoParameters& parameters, const std::string& name,
                                               FrameCallback callback, int32_t& status);
-  ~PictureStream();
-  PictureStream(const PictureStream&) = delete;
-  PictureStream& operator=(const PictureStream&) = delete;
-
-  /// Once it has returned the receiver is not called any more, and the node may be started anew;
-  /// called from inside the receiver's call, that call is the last.
-  void stop() VESK_EXCLUDES(mMutex, mJoinMutex);
-  /// Waits until the call in progress, if any, has returned. Not from inside one.
-  void wait() VESK_EXCLUDES(mMutex, mJoinMutex);
-  bool isFinished() const VESK_EXCLUDES(mMutex);
-  /// Whether the calling thread is inside a call of this stream's receiver.
-  bool isInside() const { return tCurrent == this; }
+  ~PictureStream() override;
 
   StreamCounts counts() const;
 
@@ -81,8 +69,11 @@ class PictureStream {
   int flow();
   void release() VESK_EXCLUDES(mMutex);
 
+  void requestEnd() override;
+  void leave() override { release(); }
+
   // On the thread.
-  void run();
+  void run() override;
   void waitForPicture();
   bool takeWaiting();
   void deliverWaiting();
@@ -100,9 +91,6 @@ class PictureStream {
   void count(Count Counts::*which, uint64_t by = 1) { (mCounts.*which).fetch_add(by, std::memory_order_relaxed); }
   void countGap(uint32_t sequence);
   void report();
-  void setFinished(bool isFinished) VESK_EXCLUDES(mMutex);
-
-  static thread_local const PictureStream* tCurrent;
 
   const std::shared_ptr<OpenNode> mNode;
   const PixelFormat& mFormat;
@@ -114,8 +102,6 @@ class PictureStream {
   std::optional<FrameClock> mClock;
   std::optional<PixelConverter> mConverter;
   std::optional<h264::AccessUnitWriter> mUnits;
-  std::thread mThread;
-  Mutex mJoinMutex;  // two may wait at once
   std::atomic<bool> mIsStopping = false;
   Counts mCounts;
 
@@ -132,9 +118,7 @@ class PictureStream {
   int64_t mNextReportAt = 0;
   int mTroubles = 0;  // since the last whole picture
 
-  mutable Mutex mMutex;
-  std::condition_variable_any mChanged;
-  bool mIsFinished VESK_GUARDED_BY(mMutex) = true;
+  Mutex mMutex;
   bool mIsReleased VESK_GUARDED_BY(mMutex) = true;
 };
 

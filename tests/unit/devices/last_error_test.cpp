@@ -214,7 +214,8 @@ TEST_F(LastErrorTest, OfAMeterSaysWhyNoLevelComes) {
   const auto source = std::make_shared<capture::SimulatedSource>(capture::SourceOptions{});
   capture::setSource(source);
   const auto records = VeskAudioDevice::getAudioDeviceList();
-  const auto microphone = VeskAudioDevice::initWithDeviceInfo(records->front());
+  // The last one's path is part of no other's: a meter listens to the first whose identifier contains it.
+  const auto microphone = VeskAudioDevice::initWithDeviceInfo(records->back());
   const std::string path = microphone->deviceInfo()->path().value_or("");
   source->setFaults(path, {.startStatus = kVCIBusy});
   EXPECT_EQ(microphone->startVUMeter(), 0);
