@@ -135,20 +135,12 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
 
   bool start(RecordingSettings settings) {
     if (mState != State::kIdle) return false;
-    reset(std::move(settings));
-    mState = State::kStarting;
-    try {
-      mError = checkFile(mSettings.file, mSettings.replacesFile);
-      if (mError) {
-        end();
-      } else {
-        watchDevices();
-        lookForCamera();
-      }
-    } catch (const std::exception& exception) {  // of the host's functions, or no memory
-      mError = {Cause::kOther, fmt::format("the recording could not be started: {}", exception.what()), ""};
-      end();
-    }
+    attempt([&] {
+      reset(std::move(settings));
+      if (Error error = checkFile(mSettings.file, mSettings.replacesFile)) return fail({std::move(error), nullptr});
+      watchDevices();
+      lookForCamera();
+    });
     return true;
   }
 
@@ -169,6 +161,11 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
         finishMovie();
       }
       if (mJob.valid()) mJob.wait();
+    } catch (const std::exception& exception) {  // no memory: here then, whatever that takes
+      NSLog(exception.what());
+      if (mMovie) mMovie->stop();
+    }
+    try {
       letGo();
     } catch (const std::exception& exception) {
       NSLog(exception.what());
@@ -207,13 +204,32 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     kFinishing,
   };
 
-  /// Runs `work` on the main thread, outside of what is under way.
+  /// Runs `work` on the main thread, outside of what is under way. From any thread, which does not hold the core.
   template <class Work>
-  void later(Work work) {
-    DispatchQueue::mainQueue()->async([weak = weak_from_this(), work = std::move(work)] {
+  static void later(const std::weak_ptr<Core>& weak, Work work) {
+    DispatchQueue::mainQueue()->async([weak, work = std::move(work)] {
       const auto self = weak.lock();
       if (self && !self->mIsAbandoned) work(*self);
     });
+  }
+  template <class Work>
+  void later(Work work) {
+    later(weak_from_this(), std::move(work));
+  }
+
+  /// Runs a step towards a movie. What it throws, or a function of the host's in it, ends the recording.
+  template <class Step>
+  void attempt(const Step& step) {
+    mState = State::kStarting;
+    std::string why;
+    try {
+      return step();
+    } catch (const std::exception& exception) {
+      why = exception.what();
+    } catch (...) {
+      why = "an unknown exception";
+    }
+    if (!mIsAbandoned) fail({{Cause::kOther, "the recording could not be started: " + why, ""}, nullptr});
   }
 
   void emit(RecordingEvent event) {
@@ -254,15 +270,20 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
 
   void watchDevices() {
     mTimer = NSTimer::scheduledTimer(mEnvironment.tick, true, [weak = weak_from_this()] {
-      if (const auto self = weak.lock()) self->tick();
+      const auto self = weak.lock();
+      if (!self) return;
+      try {
+        self->tick();
+      } catch (const std::exception& exception) {  // no memory, maybe: the next look is soon
+        NSLog(exception.what());
+      }
     });
     // Posted on the source's thread.
     const auto observe = [this](const char* name, void (Core::*handle)(const std::shared_ptr<VeskDeviceInfo>&)) {
       return NSNotificationCenter::defaultCenter().addObserver(
           name, [weak = weak_from_this(), key = std::string(name), handle](const NSNotification& posted) {
-            const auto* const info = posted.value<std::shared_ptr<VeskDeviceInfo>>(key);
-            const auto self = weak.lock();
-            if (self && info) self->later([info = *info, handle](Core& core) { (core.*handle)(info); });
+            if (const auto* const info = posted.value<std::shared_ptr<VeskDeviceInfo>>(key))
+              later(weak, [info = *info, handle](Core& core) { (core.*handle)(info); });
           });
     };
     mAdded = observe(KVXDeviceAdded, &Core::deviceAdded);
@@ -270,13 +291,17 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   }
 
   void deviceAdded(const std::shared_ptr<VeskDeviceInfo>& info) {
-    if (mState == State::kWaitingForCamera) return lookForCamera();
+    if (mState == State::kWaitingForCamera) return attempt([this] { lookForCamera(); });
     if ((mState == State::kRecording || mState == State::kContinuing) && mMicrophoneLost &&
         mPlan.microphone->deviceInfo()->isEqualToDevice(*info))
       microphoneReturned(info);
   }
 
   void deviceRemoved(const std::shared_ptr<VeskDeviceInfo>& info) {
+    if (mState == State::kWaitingForMicrophone && mPlan.camera->deviceInfo()->isEqualToDevice(*info)) {
+      closeDevices();
+      return attempt([this] { lookForCamera(); });
+    }
     if (mState != State::kRecording && mState != State::kContinuing) return;
     if (mPlan.camera->deviceInfo()->isEqualToDevice(*info)) {
       emit(Kind::kCameraRemoved, info);
@@ -320,11 +345,11 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
       case State::kRecording:
         return watchRecording();
       case State::kWaitingToTryAgain:
-        if (mEnvironment.now() >= mDeadline) lookForCamera();
+        if (mEnvironment.now() >= mDeadline) attempt([this] { lookForCamera(); });
         return;
       case State::kWaitingForMicrophone:
-        if (mEnvironment.now() >= mDeadline || isMicrophoneThere()) begin();
-        return;
+        if (mEnvironment.now() < mDeadline && !isMicrophoneThere()) return;
+        return attempt([this] { begin(); });
       case State::kIdle:
       case State::kStarting:
       case State::kWaitingForCamera:
@@ -356,7 +381,6 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   // The host is called on the way, and may let go of everything: then this ends, and what is open closes.
 
   void lookForCamera() {
-    mState = State::kStarting;
     mPlan = {};
     mPlan.file = mSettings.file;
     mPlan.replacesFile = mMovies == 0 && mSettings.replacesFile;
@@ -402,7 +426,6 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   }
 
   void begin() {
-    mState = State::kStarting;
     if (mSettings.withSound) {
       if (const DeviceError error = openMicrophone(); error.error) return failed(error);
     }
@@ -504,6 +527,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   }
 
   void watchRecording() {
+    if (mIsOver || mIsCameraGone) return finishMovie();  // what kept it from being finished is over, maybe
     const RecordingStatistics statistics = mMovie->statistics();
     const auto left = remaining();
     if (left && static_cast<double>(statistics.duration) >= *left * 1e6) return askForEnd();
@@ -622,9 +646,9 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   }
 
   void continueInNext() {
-    mState = State::kContinuing;
     mContinued =
         run([first = mSettings.file](Finished& finished) { continueMovie(finished, first); }, &Core::movieContinued);
+    mState = State::kContinuing;
   }
 
   void movieContinued(Finished& finished) {
@@ -636,7 +660,6 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
 
   /// The camera is left on for a preview, the microphone is not.
   void finishMovie() {
-    mState = State::kFinishing;
     mReturned.reset();
     if (mPlan.microphone) {
       mPlan.microphone->stopCapture();
@@ -652,6 +675,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
           finished.movies.push_back(last.conclude(mayBeEmpty));
         },
         &Core::movieFinished);
+    mState = State::kFinishing;
   }
 
   /// Reports the movies that are finished; the one that goes on takes their place.
@@ -696,7 +720,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
                     fmt::format("What was recorded is whole, at \"{}\".", file)},
                    camera});
     mHasWaited = true;
-    lookForCamera();
+    attempt([this] { lookForCamera(); });
   }
 
   /// Lets go of what a movie has held.

@@ -340,6 +340,47 @@ TEST_F(SupervisorTest, ACameraThatHasJustComeMayRefuseAFewTimes) {
   EXPECT_TRUE(names().empty());
 }
 
+TEST_F(SupervisorTest, WhatTheHostThrowsWhileItWaitsEndsTheRecording) {
+  bool throws = false;
+  RecordingSettings settings = settingsFor("lesson.mov");
+  settings.waitsForCamera = true;
+  settings.findCamera = [&]() -> std::shared_ptr<VeskDeviceInfo> {
+    if (throws) throw 5;
+    return nullptr;
+  };
+  supervisor->start(settings);
+  next(Kind::kWaiting);
+  throws = true;
+  source->attachCamera("/another");
+  source->announce(capture::DeviceKind::kVideo, true);
+  EXPECT_EQ(next(Kind::kEnded).error.cause, Cause::kOther);
+  EXPECT_FALSE(supervisor->isActive());
+}
+
+TEST_F(SupervisorTest, ACameraThatGoesBeforeItsMicrophoneComesIsWaitedForAgain) {
+  plugOut(capture::DeviceKind::kVideo, "/cam");
+  RecordingSettings settings = settingsFor("lesson.mov");
+  settings.waitsForCamera = true;
+  settings.findMicrophone = [] { return infoOf("/own"); };  // which does not come
+  supervisor->start(settings);
+  next(Kind::kWaiting);
+  plugCameraIn();
+  serveUntil([&] { return fakeCamera->opened == 1; });
+  plugOut(capture::DeviceKind::kVideo, "/cam");
+  next(Kind::kWaiting);
+  EXPECT_EQ(fakeCamera->closed, 1);
+  plugCameraIn();
+  serveUntil([&] { return fakeCamera->opened == 1; });
+  now += seconds(3);
+  EXPECT_EQ(next(Kind::kSoundMissing).error.cause, Cause::kNoDevice);
+  next(Kind::kStarted);
+  film(5, false);
+  supervisor->stop();
+  EXPECT_EQ(next(Kind::kMovieFinished).movie->soundFormat, nullptr);
+  next(Kind::kEnded);
+  EXPECT_EQ(frames("lesson.mov"), 5);
+}
+
 TEST_F(SupervisorTest, TheDurationIsThatOfAllMovies) {
   RecordingSettings settings = settingsFor("lesson.mov");
   settings.waitsForCamera = true;
