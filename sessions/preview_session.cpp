@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include <vesk/atomic_file.h>
 #include <vesk/audio_device.h>
 #include <vesk/bitmap_image_rep.h>
 #include <vesk/ci_image.h>
@@ -18,7 +19,6 @@
 #include <vesk/ns_error.h>
 #include <vesk/preview_view.h>
 #include <vesk/video_device.h>
-#include "platform/foundation/atomic_file.h"
 #include "platform/foundation/mutex.h"
 #include "platform/h264/nal_unit.h"
 #include "platform/h264/parameter_sets.h"

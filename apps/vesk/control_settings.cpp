@@ -11,9 +11,9 @@
 #include <string_view>
 #include <vector>
 
+#include <vesk/atomic_file.h>
 #include <vesk/property_list.h>
 #include "apps/vesk/program.h"
-#include "platform/foundation/atomic_file.h"
 
 namespace vesk::program {
 namespace {

@@ -11,6 +11,7 @@
 #include <optional>
 #include <utility>
 
+#include <vesk/atomic_file.h>
 #include <vesk/audio_device.h>
 #include <vesk/bitmap_image_rep.h>
 #include <vesk/capture_host.h>
@@ -26,7 +27,6 @@
 #include "apps/vesk/output.h"
 #include "apps/vesk/preview_window.h"
 #include "apps/vesk/recording_report.h"
-#include "platform/foundation/atomic_file.h"
 
 namespace vesk::program {
 namespace {

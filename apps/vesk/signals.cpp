@@ -6,20 +6,20 @@
 
 #include <atomic>
 #include <functional>
+#include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
 
 #include "apps/vesk/program.h"
-#include "platform/foundation/mutex.h"
 
 namespace vesk::program {
 namespace {
 
 struct Attention {
-  Mutex mutex;
-  bool isAttended VESK_GUARDED_BY(mutex) = false;
-  std::function<void()> handler VESK_GUARDED_BY(mutex);
+  std::mutex mutex;  ///< guards what follows
+  bool isAttended = false;
+  std::function<void()> handler;
 };
 
 Attention& attention() {
@@ -33,7 +33,7 @@ void signalArrived() {
   const bool isSecond = gIsEndAsked.exchange(true);
   if (isSecond) _exit(kInterrupted);
   Attention& of = attention();
-  const MutexLock lock(of.mutex);
+  const std::lock_guard lock(of.mutex);
   if (!of.isAttended) _exit(kInterrupted);
   if (of.handler) of.handler();
 }
@@ -80,7 +80,7 @@ bool isEndAsked() {
 
 SignalAttendant::SignalAttendant(std::function<void()> handler) {
   Attention& of = attention();
-  const MutexLock lock(of.mutex);
+  const std::lock_guard lock(of.mutex);
   of.isAttended = true;
   of.handler = std::move(handler);
   if (gIsEndAsked && of.handler) of.handler();
@@ -88,7 +88,7 @@ SignalAttendant::SignalAttendant(std::function<void()> handler) {
 
 SignalAttendant::~SignalAttendant() {
   Attention& of = attention();
-  const MutexLock lock(of.mutex);
+  const std::lock_guard lock(of.mutex);
   of.isAttended = false;
   of.handler = nullptr;
 }

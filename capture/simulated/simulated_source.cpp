@@ -6,6 +6,7 @@
 #include <iterator>
 #include <utility>
 
+#include <vesk/atomic_file.h>
 #include <vesk/dispatch_queue.h>
 #include <vesk/log.h>
 #include <vesk/vci.h>
@@ -13,7 +14,6 @@
 #include "capture/simulated/simulated_commands.h"
 #include "capture/simulated/simulated_device.h"
 #include "capture/sources/paced_scheduler.h"
-#include "platform/foundation/atomic_file.h"
 
 namespace vesk::capture {
 namespace {

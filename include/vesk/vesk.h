@@ -4,6 +4,7 @@
 
 #include <vesk/aci.h>
 #include <vesk/asset_writer_adapter.h>
+#include <vesk/atomic_file.h>
 #include <vesk/attributed_string.h>
 #include <vesk/audio_device.h>
 #include <vesk/audio_format.h>

@@ -1,4 +1,4 @@
-#include "platform/foundation/atomic_file.h"
+#include <vesk/atomic_file.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>

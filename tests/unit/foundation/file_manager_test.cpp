@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
+#include <vesk/atomic_file.h>
 #include <vesk/bundle.h>
-#include "platform/foundation/atomic_file.h"
 #include "platform/foundation/file_calls.h"
 #include "tests/support/temporary_folder.h"
 

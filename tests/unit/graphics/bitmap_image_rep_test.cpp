@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/foundation/atomic_file.h"
+#include <vesk/atomic_file.h>
 #include "platform/pixels/picture_planes.h"
 #include "tests/support/pictures.h"
 #include "tests/support/temporary_folder.h"

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
+#include <vesk/atomic_file.h>
 #include <vesk/bitmap_image_rep.h>
 #include <vesk/cg_image.h>
 #include <vesk/log.h>
 #include <vesk/open_gl_context.h>
-#include "platform/foundation/atomic_file.h"
 #include "tests/support/offscreen_host.h"
 #include "tests/support/temporary_folder.h"
 
