@@ -168,18 +168,14 @@ int32_t VeskMovieAssetCreator::State::addSample(uint8_t* buffer, unsigned long l
   const bool isUsable = buffer && length <= std::numeric_limits<uint32_t>::max();
   switch (type) {
     case VeskMediaTypeVideo:
-      return mVideoGenerator && isUsable ? addVideo(buffer, static_cast<uint32_t>(length), time) : 0;
+      if (!mVideoGenerator || !isUsable) return 0;
+      return mVideoDescription.codec == kCMVideoCodecType_H264 ? addH264({buffer, length}, time)
+                                                               : addPicture({buffer, length}, time);
     case VeskMediaTypeAudio:
       return mAudioGenerator && isUsable ? addAudio(buffer, static_cast<uint32_t>(length), time) : 0;
   }
   printToOutput("*** Unsupported media type [%d] -- ignoring data\n", static_cast<int>(type));
   return kMovieUnsupportedMediaType;
-}
-
-int32_t VeskMovieAssetCreator::State::addVideo(uint8_t* buffer, uint32_t length, uint64_t time) {
-  if (mVideoDescription.codec != kCMVideoCodecType_H264) return addPicture({buffer, length}, time);
-  h264::ensureLengths({buffer, length});
-  return addH264({buffer, length}, time);
 }
 
 int32_t VeskMovieAssetCreator::State::addPicture(std::span<const uint8_t> picture, uint64_t time) {
@@ -202,7 +198,8 @@ void VeskMovieAssetCreator::State::noteTime(const CMSampleBuffer& sample, uint64
 }
 
 /// A movie's track holds one sequence and one picture parameter set: those of the picture that it begins with.
-int32_t VeskMovieAssetCreator::State::addH264(std::span<const uint8_t> unit, uint64_t time) {
+int32_t VeskMovieAssetCreator::State::addH264(std::span<uint8_t> unit, uint64_t time) {
+  h264::ensureLengths(unit);
   const bool wasHolding = mSets.isHolding();
   bool fits = look(unit);
   bool isFirst = !wasHolding && mSets.isHolding();

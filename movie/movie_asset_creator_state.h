@@ -38,8 +38,7 @@ class VeskMovieAssetCreator::State {
   void openStreams(const _VeskVideoDescription* video, const _VeskAudioDescription* audio) VESK_REQUIRES(mMutex);
   int32_t addSample(uint8_t* buffer, unsigned long length, uint64_t timestamp, VeskMediaType type)
       VESK_REQUIRES(mMutex);
-  int32_t addVideo(uint8_t* buffer, uint32_t length, uint64_t time) VESK_REQUIRES(mMutex);
-  int32_t addH264(std::span<const uint8_t> unit, uint64_t time) VESK_REQUIRES(mMutex);
+  int32_t addH264(std::span<uint8_t> unit, uint64_t time) VESK_REQUIRES(mMutex);
   int32_t addPicture(std::span<const uint8_t> picture, uint64_t time) VESK_REQUIRES(mMutex);
   int32_t addAudio(const uint8_t* buffer, uint32_t length, uint64_t time) VESK_REQUIRES(mMutex);
   void noteTime(const CMSampleBuffer& sample, uint64_t time) VESK_REQUIRES(mMutex);
