@@ -57,7 +57,7 @@ class VESK_EXPORT AVAssetWriterAdapter {
 
  protected:
   class VESK_LOCAL State;
-  explicit AVAssetWriterAdapter(std::unique_ptr<State> state);
+  VESK_LOCAL explicit AVAssetWriterAdapter(std::unique_ptr<State> state);
 
  private:
   const std::unique_ptr<State> mState;

@@ -62,7 +62,7 @@ class VESK_EXPORT ICMDecoder {
 
  private:
   class VESK_LOCAL State;
-  explicit ICMDecoder(std::unique_ptr<State> state);
+  VESK_LOCAL explicit ICMDecoder(std::unique_ptr<State> state);
 
   const std::unique_ptr<State> mState;
 };

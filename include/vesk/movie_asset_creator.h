@@ -29,7 +29,7 @@ class VESK_EXPORT VeskMovieAssetCreator : public VeskMovieCreator {
 
  protected:
   class VESK_LOCAL State;
-  VeskMovieAssetCreator(std::string path, std::unique_ptr<State> state);
+  VESK_LOCAL VeskMovieAssetCreator(std::string path, std::unique_ptr<State> state);
 
  private:
   const std::unique_ptr<State> mState;
