@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -169,6 +170,11 @@ std::vector<LockedLeftover> findLeftoversIn(const std::string& folder, LeftoverL
   return found;
 }
 
+bool isRecorded(const std::string& finalPath) {
+  const std::vector<LockedLeftover> found = findLeftovers(finalPath, LeftoverLock::kLook);
+  return std::any_of(found.begin(), found.end(), [](const LockedLeftover& each) { return each.isInUse; });
+}
+
 Error refusalIfRecorded(const std::string& finalPath, const std::vector<LockedLeftover>& leftovers) {
   for (const LockedLeftover& leftover : leftovers)
     if (leftover.isInUse)
@@ -181,7 +187,7 @@ std::string freeName(const std::string& file, const std::string& taken) {
   const fs::path wanted(file);
   const auto isThere = [&](const std::string& path) {
     std::error_code ignored;
-    return path == taken || fs::exists(fs::symlink_status(path, ignored));
+    return path == taken || fs::exists(fs::symlink_status(path, ignored)) || (path != file && isRecorded(path));
   };
   std::string free = file;
   for (int number = 2; isThere(free); ++number)

@@ -60,11 +60,13 @@ std::vector<LockedLeftover> findLeftovers(const std::string& finalPath, Leftover
 /// What any recordings left that were to go into `folder`.
 std::vector<LockedLeftover> findLeftoversIn(const std::string& folder, LeftoverLock lock);
 
+/// Whether a recording of any program goes there at this moment.
+bool isRecorded(const std::string& finalPath);
 /// kBusy when one of the leftovers is in use.
 Error refusalIfRecorded(const std::string& finalPath, const std::vector<LockedLeftover>& leftovers);
 
-/// `file`, or NAME-2, NAME-3 and so on where something is there already, or is `taken`: a movie that is still being
-/// recorded is not in its place yet.
+/// `file`, or NAME-2, NAME-3 and so on where something is there already, is being recorded, or is `taken`. Whether
+/// `file` itself is being recorded, the caller knows.
 std::string freeName(const std::string& file, const std::string& taken = "");
 
 }  // namespace vesk

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <optional>
 #include <system_error>
@@ -36,7 +37,7 @@ Error errorOf(const RecoveryResult& result) {
 }
 
 /// @return nothing where there was no movie to finish
-std::optional<FinishedLeftover> finish(const std::string& file, const LockedLeftover& leftover) {
+std::optional<FinishedLeftover> finish(const std::string& file, const LockedLeftover& leftover, bool isFileRecorded) {
   FinishedLeftover finished;
   if (leftover.isInUse) {
     finished.error = {Cause::kBusy, fmt::format("\"{}\" is being recorded at this moment", file),
@@ -57,7 +58,7 @@ std::optional<FinishedLeftover> finish(const std::string& file, const LockedLeft
   }
   finished.error = errorOf(finished.recovery);
   if (finished.error) return finished;
-  const std::string target = freeName(file);
+  const std::string target = freeName(file, isFileRecorded ? file : "");  // whose place that is
   NSError error;
   if (!NSFileManager::defaultManager().moveItemAtPath(leftover.movie, target, &error)) {
     finished.error = {
@@ -93,8 +94,11 @@ std::vector<RecordingLeftover> leftoversIn(const std::string& folder) {
 
 std::vector<FinishedLeftover> finishLeftoversOf(const std::string& file) {
   std::vector<FinishedLeftover> all;
-  for (const LockedLeftover& leftover : findLeftovers(file, LeftoverLock::kTake))
-    if (auto finished = finish(file, leftover)) all.push_back(std::move(*finished));
+  const std::vector<LockedLeftover> leftovers = findLeftovers(file, LeftoverLock::kTake);
+  const bool isRecorded =
+      std::any_of(leftovers.begin(), leftovers.end(), [](const LockedLeftover& each) { return each.isInUse; });
+  for (const LockedLeftover& leftover : leftovers)
+    if (auto finished = finish(file, leftover, isRecorded)) all.push_back(std::move(*finished));
   return all;
 }
 

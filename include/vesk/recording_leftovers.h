@@ -37,8 +37,8 @@ struct FinishedLeftover {
 };
 
 /// Finishes what recordings of `file` left, each for itself, and puts it beside `file`: under that name where it is
-/// free, else NAME-2 and so on. What holds nothing is removed with its folder. @return one for each leftover that
-/// held a movie, or is in use
+/// free and not being recorded, else NAME-2 and so on. What holds nothing is removed with its folder.
+/// @return one for each leftover that held a movie, or is in use
 VESK_EXPORT std::vector<FinishedLeftover> finishLeftoversOf(const std::string& file);
 
 }  // namespace vesk

@@ -57,9 +57,10 @@ TEST_F(ChoicesTest, FormatsAreSetAsTheyAreWritten) {
     int width;
     std::optional<uint32_t> interval;
   };
-  for (const Row& row : {Row{"", kCMVideoCodecType_H264, 1280, 333333}, Row{"raw", kCMPixelFormat_422YpCbCr8, 320, 333333},
-                         Row{"h264:640x480@15", kCMVideoCodecType_H264, 640, 666666},
-                         Row{"720p", kCMVideoCodecType_H264, 1280, 333333}}) {
+  for (const Row& row :
+       {Row{"", kCMVideoCodecType_H264, 1280, 333333}, Row{"raw", kCMPixelFormat_422YpCbCr8, 320, 333333},
+        Row{"h264:640x480@15", kCMVideoCodecType_H264, 640, 666666},
+        Row{"720p", kCMVideoCodecType_H264, 1280, 333333}}) {
     setVideoFormat(*camera, row.text);
     EXPECT_EQ(camera->getFormat()->mediaSubType(), row.codec) << row.text;
     EXPECT_EQ(camera->getFormat()->dimensions().width, row.width) << row.text;
@@ -69,12 +70,14 @@ TEST_F(ChoicesTest, FormatsAreSetAsTheyAreWritten) {
     const char* text;
     const char* words;
   };
-  for (const Refusal& row : {Refusal{"mp3", "2: \"mp3\" is not a picture format."},
-                             Refusal{"mjpeg", "2: mjpeg cannot be recorded."},
-                             Refusal{"4k", "1: \"Camera /front\" does not offer 4k."},
-                             Refusal{"640x480@60", "2: \"Camera /front\" does not offer 640x480@60: its rates are 30 and "
-                                                   "15 pictures a second."}})
-    EXPECT_EQ(failureOf([&] { setVideoFormat(*camera, row.text); }).substr(0, std::string(row.words).size()), row.words);
+  for (const Refusal& row :
+       {Refusal{"mp3", "2: \"mp3\" is not a picture format."}, Refusal{"mjpeg", "2: mjpeg cannot be recorded."},
+        Refusal{"4k", "1: \"Camera /front\" does not offer 4k."},
+        Refusal{"640x480@60",
+                "2: \"Camera /front\" does not offer 640x480@60: its rates are 30 and "
+                "15 pictures a second."}})
+    EXPECT_EQ(failureOf([&] { setVideoFormat(*camera, row.text); }).substr(0, std::string(row.words).size()),
+              row.words);
   EXPECT_EQ(camera->getFormat()->dimensions().width, 1280) << "as it was";
 }
 

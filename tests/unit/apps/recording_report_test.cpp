@@ -20,11 +20,12 @@ TEST(RecordingReport, ErrorsHaveTheirStatusAndTheProgramsOwnRemedy) {
     int status;
     const char* words;
   };
-  for (const Row& row : {Row{Cause::kNoDevice, nullptr, 3, "vesk devices"}, Row{Cause::kWrongUse, nullptr, 2, ""},
-                         Row{Cause::kBusy, nullptr, 4, ""}, Row{Cause::kFileExists, nullptr, 1, "--force"},
-                         Row{Cause::kNoPermission, nullptr, 1, ""}, Row{Cause::kNoPermission, &camera, 4, "vesk doctor"},
-                         Row{Cause::kBusy, &microphone, 4, "--no-audio"}, Row{Cause::kNoFormat, &camera, 1, "vesk formats"},
-                         Row{Cause::kUnplugged, &camera, 1, ""}, Row{Cause::kDiskFull, nullptr, 1, ""}}) {
+  for (const Row& row :
+       {Row{Cause::kNoDevice, nullptr, 3, "vesk devices"}, Row{Cause::kWrongUse, nullptr, 2, ""},
+        Row{Cause::kBusy, nullptr, 4, ""}, Row{Cause::kFileExists, nullptr, 1, "--force"},
+        Row{Cause::kNoPermission, nullptr, 1, ""}, Row{Cause::kNoPermission, &camera, 4, "vesk doctor"},
+        Row{Cause::kBusy, &microphone, 4, "--no-audio"}, Row{Cause::kNoFormat, &camera, 1, "vesk formats"},
+        Row{Cause::kUnplugged, &camera, 1, ""}, Row{Cause::kDiskFull, nullptr, 1, ""}}) {
     const Failure failure = failureOf(Error{row.cause, "what", "Do it."}, row.device);
     EXPECT_EQ(failure.status, row.status) << causeName(row.cause);
     EXPECT_STREQ(failure.what(), "what.");
@@ -50,12 +51,18 @@ TEST(RecordingReport, AMovieIsToldInWordsAndAsADocument) {
   const test::TemporaryFolder folder;
   RecordedMovie movie;
   movie.file = folder.write("a.mov", std::string(1'234'000, 'x'));
-  movie.statistics = {.videoFrames = 60, .videoDropped = 2, .videoWidth = 640, .videoHeight = 480, .audioPackets = 94,
-                      .audioSilence = 3, .duration = 2'004'000};
+  movie.statistics = {.videoFrames = 60,
+                      .videoDropped = 2,
+                      .videoWidth = 640,
+                      .videoHeight = 480,
+                      .audioPackets = 94,
+                      .audioSilence = 3,
+                      .duration = 2'004'000};
   movie.videoFormat = CMVideoFormatDescription::create(kCMVideoCodecType_H264, 1280, 720);
   EXPECT_EQ(summaryOf(movie), movie.file + ": 2.00 s, 1.2 MB, h264 640x480, 60 pictures, 2 DROPPED, no sound");
   EXPECT_TRUE(documentOf(movie)["sound"].is_null());
-  movie.soundFormat = CMAudioFormatDescription::create({.mSampleRate = 48000, .mFormatID = 0x636D, .mChannelsPerFrame = 1});
+  movie.soundFormat =
+      CMAudioFormatDescription::create({.mSampleRate = 48000, .mFormatID = 0x636D, .mChannelsPerFrame = 1});
   movie.isSilent = true;
   EXPECT_NE(summaryOf(movie).find("sound pcm 48000 Hz 1 channel, NOTHING ABOVE -60 dB, 3 packets of silence"),
             std::string::npos);

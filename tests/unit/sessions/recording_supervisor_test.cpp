@@ -10,7 +10,6 @@
 #include <vesk/log.h>
 #include <vesk/recording_leftovers.h>
 #include <vesk/run_loop.h>
-#include "sessions/recording_folder.h"
 #include "sessions/supervisor_environment.h"
 #include "tests/unit/movie/footage.h"
 #include "tests/unit/sessions/recording_test.h"
@@ -415,13 +414,14 @@ TEST_F(SupervisorTest, ChangedParameterSetsGoOnInTheNextMovie) {
     supervisor->start(settings);
     next(Kind::kStarted);
     filmUnits(small);
-    Error error;
-    auto taken = isFreeToGoOn ? nullptr : RecordingFolder::make(movies.file("lesson-2.mov"), error);
+    const std::string away = movies.path() + "-away";  // a folder that is gone takes no other movie
+    if (!isFreeToGoOn) std::filesystem::rename(movies.path(), away);
     filmUnits(std::vector(large.begin(), large.begin() + 40));
     if (isFreeToGoOn) {
       EXPECT_EQ(next(Kind::kContinued).file, movies.file("lesson-2.mov"));
     } else {
-      EXPECT_EQ(next(Kind::kNotContinued).error.cause, Cause::kBusy);
+      EXPECT_EQ(next(Kind::kNotContinued).error.cause, Cause::kFolderGone);
+      std::filesystem::rename(away, movies.path());
     }
     filmUnits(std::vector(large.begin() + 40, large.end()));
     supervisor->stop();
@@ -431,7 +431,6 @@ TEST_F(SupervisorTest, ChangedParameterSetsGoOnInTheNextMovie) {
     if (isFreeToGoOn) {
       EXPECT_EQ(test::probe(movies.file("lesson-2.mov")).find("h264")->packets, static_cast<int>(large.size()));
     }
-    taken.reset();
     for (const std::string& name : names()) std::filesystem::remove(movies.file(name));
   }
 }
@@ -597,13 +596,15 @@ TEST_F(SupervisorTest, LeftoversOfACrashAreListedAndFinished) {
   }
   std::sort(causes.begin(), causes.end());
   EXPECT_EQ(causes, (std::vector{Cause::kNone, Cause::kBusy, Cause::kUnreadable}));
-  EXPECT_EQ(recovered, movies.file("lesson.mov"));
-  EXPECT_GT(frames("lesson.mov"), 0);
+  EXPECT_EQ(recovered, movies.file("lesson-2.mov")) << "the place of the recording under way stays free";
+  EXPECT_GT(frames("lesson-2.mov"), 0);
+  movies.write("lesson.mov", "another's");
   supervisor->stop();
   const RecordedMovie movie = next(Kind::kMovieFinished).movie.value();
-  EXPECT_TRUE(movie.error) << "its place was taken meanwhile";
+  EXPECT_EQ(movie.error.cause, Cause::kFileError) << "its place was taken meanwhile";
   EXPECT_EQ(movie.file, inUse + "/lesson.mov");
   EXPECT_EQ(test::probe(movie.file).find("2vuy")->packets, 90);
+  EXPECT_EQ(test::contentOf(movies.file("lesson.mov")), "another's");
 }
 
 }  // namespace
