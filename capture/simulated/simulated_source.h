@@ -6,9 +6,9 @@
 
 #include <vesk/capture_host.h>
 #include <vesk/capture_source.h>
-#include "capture/interface/callback_slot.h"
 #include "capture/simulated/simulated_faults.h"
 #include "capture/simulated/simulated_model.h"
+#include "capture/sources/hotplug_caller.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk {
@@ -72,7 +72,6 @@ class SimulatedSource : public CaptureSource {
   void recallSettings();
   static void keepSettings(SimulatedUnit& unit, const std::string& file);
 
-  using HotplugSlot = CallbackSlot<DeviceKind, bool>;
   /// What is listed: each change comes into it just before it is told, so that whoever compares lists finds one.
   struct Listing {
     Mutex mutex;
@@ -80,7 +79,7 @@ class SimulatedSource : public CaptureSource {
   };
 
   const std::shared_ptr<PacedScheduler> mScheduler;
-  const std::shared_ptr<HotplugSlot> mHotplug = std::make_shared<HotplugSlot>();
+  const std::shared_ptr<HotplugCaller> mHotplug = std::make_shared<HotplugCaller>();
   const std::shared_ptr<Listing> mListing = std::make_shared<Listing>();
   Mutex mMutex;
   std::vector<std::shared_ptr<SimulatedUnit>> mUnits VESK_GUARDED_BY(mMutex);

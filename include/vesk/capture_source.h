@@ -106,8 +106,8 @@ class VESK_EXPORT CaptureSource {
 
   virtual ~CaptureSource();
 
-  /// Begins watching for devices that come and go; an empty handler ends it. After that call has
-  /// returned the old handler is not called any more, unless the call came from inside it.
+  /// Begins watching for devices that come and go; an empty handler ends it. A call of the old handler that
+  /// is under way may go on after that: the library's own does no harm then.
   virtual void setHotplugHandler(HotplugHandler handler) = 0;
   /// The devices attached now, in a stable order.
   virtual std::vector<DeviceDescription> devices(DeviceKind kind) = 0;

@@ -11,11 +11,11 @@
 #include <vesk/vci.h>
 #include "capture/encoding/encoded_camera.h"
 #include "capture/interface/call_error.h"
-#include "capture/interface/callback_slot.h"
 #include "capture/linux/cameras/camera_records.h"
 #include "capture/linux/cameras/linux_camera.h"
 #include "capture/linux/controls/extension_units.h"
 #include "capture/linux/nodes/node_error.h"
+#include "capture/sources/hotplug_caller.h"
 #include "capture/sources/one_by_one.h"
 #include "platform/foundation/errors.h"
 #include "platform/foundation/mutex.h"
@@ -114,7 +114,7 @@ class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
   }
 
   const std::shared_ptr<V4L2Calls> mCalls;
-  CallbackSlot<DeviceKind, bool> mHandler;
+  HotplugCaller mHandler;
   Mutex mRollMutex;                              // taken before mMutex
   Records mPresent VESK_GUARDED_BY(mRollMutex);  // when was last looked
   bool mIsWatching VESK_GUARDED_BY(mRollMutex) = false;

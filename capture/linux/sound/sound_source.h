@@ -8,9 +8,9 @@
 #include <thread>
 #include <vector>
 
-#include "capture/interface/callback_slot.h"
 #include "capture/linux/sound/sharing.h"
 #include "capture/linux/sound/sound_system.h"
+#include "capture/sources/hotplug_caller.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk::capture {
@@ -47,7 +47,7 @@ class SoundSource : public CaptureSource {
   const std::shared_ptr<SoundSystem> mSystem;
   const std::shared_ptr<SoundSharing> mSharing;
   const std::chrono::milliseconds mQuiet;
-  CallbackSlot<DeviceKind, bool> mHandler;
+  HotplugCaller mHandler;
   std::vector<Microphone> mKnown;  // of the watching thread once it runs
 
   Mutex mMutex;
