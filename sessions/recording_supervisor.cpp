@@ -1,10 +1,7 @@
 #include <vesk/recording_supervisor.h>
 
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <atomic>
 #include <cctype>
 #include <exception>
 #include <filesystem>
@@ -26,7 +23,7 @@
 #include "platform/foundation/timer.h"
 #include "sessions/device_name.h"
 #include "sessions/movie_recording.h"
-#include "sessions/recording_watches.h"
+#include "sessions/movie_watch.h"
 #include "sessions/returned_microphone.h"
 #include "sessions/supervisor_environment.h"
 
@@ -90,12 +87,6 @@ struct Writer {
   std::weak_ptr<VeskRecordSession> session VESK_GUARDED_BY(mutex);
 };
 
-/// The room on the disk, as of the last time that it was asked for: a disk may take its time to answer.
-struct RoomGauge {
-  std::atomic<bool> isAsking{false};
-  std::atomic<int64_t> bytes{-1};  ///< negative: not known
-};
-
 /// What a thread that finishes movies hands back.
 struct Finished {
   std::vector<RecordedMovie> movies;
@@ -115,15 +106,6 @@ void continueMovie(Finished& finished, const std::string& firstFile) {
 }
 
 }  // namespace
-
-std::optional<uint64_t> roomForMovie(const std::string& movie) {
-  constexpr int64_t kBlock = 512;
-  const auto free = NSFileManager::defaultManager().freeSpaceAtPath(stringByDeletingLastPathComponent(movie));
-  struct stat status = {};
-  if (!free || lstat(movie.c_str(), &status) != 0) return free;
-  const int64_t setAside = status.st_blocks * kBlock - status.st_size;
-  return *free + (setAside > 0 ? static_cast<uint64_t>(setAside) : 0);
-}
 
 /// The recording as a chain of states, all on the main thread. What waits for a disk runs on a thread of its own, one
 /// piece at a time, and hands back what it found. Events go through the main queue, so that a host that does whatever
@@ -186,8 +168,8 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     if (!mMovie) return progress;
     progress.file = mMovie->plan().file;
     progress.statistics = mMovie->statistics();
-    progress.isSoundMissing = mMicrophoneLost.has_value();
-    progress.secondsLeftOnDisk = mDiskWatch.secondsLeft();
+    progress.isSoundMissing = mWatch->isMicrophoneLost();
+    progress.secondsLeftOnDisk = mWatch->secondsLeftOnDisk();
     if (const auto& watch = mMovie->soundWatch(); watch && watch->isMeasuring()) progress.level = watch->level();
     return progress;
   }
@@ -292,7 +274,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
 
   void deviceAdded(const std::shared_ptr<VeskDeviceInfo>& info) {
     if (mState == State::kWaitingForCamera) return attempt([this] { lookForCamera(); });
-    if ((mState == State::kRecording || mState == State::kContinuing) && mMicrophoneLost &&
+    if ((mState == State::kRecording || mState == State::kContinuing) && mWatch->isMicrophoneLost() &&
         mPlan.microphone->deviceInfo()->isEqualToDevice(*info))
       microphoneReturned(info);
   }
@@ -310,14 +292,12 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     } else if (mPlan.microphone && mPlan.microphone->deviceInfo()->isEqualToDevice(*info)) {
       emit(Kind::kMicrophoneRemoved, info);
       mReturned.reset();
-      mMicrophoneLost = mEnvironment.now();
-      mIsLossReported = false;
+      mWatch->microphoneRemoved();
     }
   }
 
   void microphoneReturned(const std::shared_ptr<VeskDeviceInfo>& info) {
-    mMicrophoneLost.reset();
-    mSoundStall.restart(mEnvironment.now());
+    mWatch->microphoneReturned();
     Error error;
     mReturned = ReturnedMicrophone::open(info, mPlan, *mMovie, error);
     emit(Kind::kMicrophoneReturned, info, error);
@@ -485,7 +465,6 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     mState = State::kRecording;
     mRetries = 0;
     mIsCameraGone = false;
-    mMicrophoneLost.reset();
     mPlan.camera->beginRecording();  // ends on the main thread, and with it what was asked of the camera meanwhile
     mIsHoldingCamera = true;
     beginWatching();
@@ -511,15 +490,12 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
 
   // During a movie.
 
+  /// A microphone that is unplugged stays so in the next movie.
   void beginWatching() {
-    const auto now = mEnvironment.now();
-    mDiskWatch.restart(now);
-    mFrameStall.restart(now);
-    mSoundStall.restart(now);
-    mQuietWatch = {};
+    const bool isMicrophoneLost = mWatch && mWatch->isMicrophoneLost();
+    mWatch.emplace(mEnvironment);
+    if (isMicrophoneLost) mWatch->microphoneRemoved();
     mLooksToContinue = 0;
-    mRoom = std::make_shared<RoomGauge>();
-    mRoomAsked = now - mEnvironment.roomInterval;
   }
 
   std::optional<double> remaining() const {
@@ -534,88 +510,10 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     if (statistics.writerMissing || statistics.status != 0) return finishMovie();
     mLooksToContinue = mMovie->isToContinue() ? mLooksToContinue + 1 : 0;
     if (mLooksToContinue > kLooksToContinue) return continueInNext();
-    const auto now = mEnvironment.now();
-    watchFrames(statistics, now);
-    watchSound(now);
-    watchDisk(statistics, now);
-  }
-
-  void watchFrames(const RecordingStatistics& statistics, WatchClock::time_point now) {
-    if (Transport::shared().isHeld() || mWriter->isBusy()) return mFrameStall.restart(now);
-    const uint64_t came =
-        statistics.videoFrames + statistics.videoDropped + statistics.videoHeldBack + statistics.videoUnfit;
-    const auto& info = mPlan.camera->deviceInfo();
-    switch (mFrameStall.look(came, now)) {
-      case StallWatch::Change::kStalled:
-        return emit(Kind::kFramesStalled, info,
-                    {Cause::kStalled,
-                     fmt::format("\"{}\" has sent no picture for {} s", displayName(*info), StallWatch::kLimit.count()),
-                     "If it does not go on by itself, plug it in again."});
-      case StallWatch::Change::kResumed:
-        return emit(Kind::kFramesResumed, info);
-      case StallWatch::Change::kNone:
-        return;
-    }
-  }
-
-  void watchSound(WatchClock::time_point now) {
-    const auto& watch = mMovie->soundWatch();
-    if (!watch) return;
-    const auto& info = mPlan.microphone->deviceInfo();
-    if (mMicrophoneLost) {
-      // Not at once: where the camera is going too, that is what is to be said.
-      if (mIsLossReported || now - *mMicrophoneLost < mEnvironment.departure) return;
-      mIsLossReported = true;
-      return emit(
-          Kind::kSoundMissing, info,
-          {Cause::kUnplugged,
-           fmt::format("\"{}\" was unplugged; the movie goes on without sound until it is back", displayName(*info)),
-           ""});
-    }
-    if (Transport::shared().isHeld() || mWriter->isBusy()) {
-      mSoundStall.restart(now);
-    } else if (mSoundStall.look(watch->packets(), now) == StallWatch::Change::kStalled) {
-      return emit(Kind::kSoundQuiet, info,
-                  {Cause::kSilent,
-                   fmt::format("\"{}\" has sent no sound for {} s", displayName(*info), StallWatch::kLimit.count()),
-                   "Plug it in again, or choose another microphone."});
-    }
-    const auto quiet = mQuietWatch.look(watch->quietFor());
-    if (!quiet) return;
-    emit(
-        Kind::kSoundQuiet, info,
-        {Cause::kSilent,
-         fmt::format("no sound above {:.0f} dB for {:.0f} s from \"{}\"", kQuietSoundLevel, *quiet, displayName(*info)),
-         mPlan.microphone->isMuteOn() ? "It is muted." : "See that it is not muted or turned down."});
-  }
-
-  void watchDisk(const RecordingStatistics& statistics, WatchClock::time_point now) {
-    if (!mRoom->isAsking && now - mRoomAsked >= mEnvironment.roomInterval) {
-      mRoomAsked = now;
-      mRoom->isAsking = true;
-      DispatchQueue::globalQueue()->async([gauge = mRoom, movie = mMovie->growingMovie(), room = mEnvironment.room] {
-        const auto bytes = room(movie);
-        gauge->bytes = bytes ? static_cast<int64_t>(std::min<uint64_t>(*bytes, INT64_MAX)) : -1;
-        gauge->isAsking = false;
-      });
-    }
-    const int64_t room = mRoom->bytes.exchange(-1);
-    if (room < 0) return;
-    const std::string folder = stringByDeletingLastPathComponent(mPlan.file);
-    switch (mDiskWatch.look(static_cast<uint64_t>(room), statistics, now)) {
-      case DiskWatch::Verdict::kEnough:
-        return;
-      case DiskWatch::Verdict::kFilling:
-        return emit(Kind::kDiskFilling, nullptr,
-                    {Cause::kDiskFull,
-                     fmt::format("the disk of \"{}\" has room for {:.0f} minutes more", mPlan.file,
-                                 std::max(1.0, mDiskWatch.secondsLeft().value_or(0) / 60)),
-                     "Make room on it; otherwise the recording ends before it is full."});
-      case DiskWatch::Verdict::kFull:
-        mError = {Cause::kDiskFull, fmt::format("the disk of \"{}\" is full", mPlan.file),
-                  "Make room on it, or record to another disk."};
-        return finishMovie();
-    }
+    for (RecordingEvent& event : mWatch->look(*mMovie, statistics)) emit(std::move(event));
+    if (!mWatch->mustEnd()) return;
+    mError = mWatch->mustEnd();
+    finishMovie();
   }
 
   // At the end of a movie.
@@ -727,8 +625,8 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   void leaveMovie() {
     mReturned.reset();
     mMovie.reset();
+    mWatch.reset();
     mWriter->set(nullptr);
-    mMicrophoneLost.reset();
     if (std::exchange(mIsHoldingCamera, false)) mPlan.camera->endRecording();
     closeDevices();
   }
@@ -787,19 +685,12 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   std::unique_ptr<ReturnedMicrophone> mReturned;
   std::future<void> mJob;                ///< of the thread that finishes movies
   std::shared_ptr<Finished> mContinued;  ///< what it is finding, while it goes on in another movie
-  std::optional<WatchClock::time_point> mMicrophoneLost;
-  std::shared_ptr<RoomGauge> mRoom;
-  WatchClock::time_point mRoomAsked;
-  DiskWatch mDiskWatch;
-  StallWatch mFrameStall;
-  StallWatch mSoundStall;
-  QuietWatch mQuietWatch;
+  std::optional<MovieWatch> mWatch;      ///< while there is a movie
   int mLooksToContinue = 0;
   bool mIsCameraOurs = false;
   bool mIsMicrophoneOurs = false;
   bool mIsHoldingCamera = false;
   bool mIsCameraGone = false;
-  bool mIsLossReported = false;
 };
 
 std::shared_ptr<VeskRecordingSupervisor> VeskRecordingSupervisor::initWithEventHandler(EventHandler handler) {

@@ -54,6 +54,12 @@ void DiskWatch::restart(WatchClock::time_point now) {
 }
 
 DiskWatch::Verdict DiskWatch::look(uint64_t room, const RecordingStatistics& statistics, WatchClock::time_point now) {
+  const Verdict verdict = judge(room, statistics, now);
+  const bool wasFull = std::exchange(mWasFull, verdict == Verdict::kFull);
+  return verdict == Verdict::kFull && !wasFull ? Verdict::kEnough : verdict;  // one odd answer ends no recording
+}
+
+DiskWatch::Verdict DiskWatch::judge(uint64_t room, const RecordingStatistics& statistics, WatchClock::time_point now) {
   const auto growth = static_cast<double>(statistics.bytes - std::min(statistics.bytes, mBytes));
   mBytes = statistics.bytes;
   const double samples = static_cast<double>(statistics.videoFrames) + static_cast<double>(statistics.audioPackets);

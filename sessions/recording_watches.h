@@ -48,7 +48,7 @@ class DiskWatch {
   enum class Verdict {
     kEnough,
     kFilling,  ///< for some minutes only; once, until there is room again
-    kFull,     ///< just enough to finish the movie
+    kFull,     ///< just enough to finish the movie, at two looks one after the other
   };
 
   void restart(WatchClock::time_point now);
@@ -58,10 +58,13 @@ class DiskWatch {
   std::optional<double> secondsLeft() const { return mSecondsLeft; }
 
  private:
+  Verdict judge(uint64_t room, const RecordingStatistics& statistics, WatchClock::time_point now);
+
   WatchClock::time_point mStart;
   uint64_t mBytes = 0;  ///< of the movie, when it was last looked at
   std::optional<double> mSecondsLeft;
   bool mIsFilling = false;
+  bool mWasFull = false;
 };
 
 }  // namespace vesk

@@ -25,7 +25,8 @@ TEST(DiskWatch, WarnsOnceAndEndsInTime) {
                          Row{8, 240, DiskWatch::Verdict::kEnough}, Row{9, 320, DiskWatch::Verdict::kEnough},
                          Row{10, 290, DiskWatch::Verdict::kEnough}, Row{11, 900, DiskWatch::Verdict::kEnough},
                          Row{12, 290, DiskWatch::Verdict::kFilling}, Row{13, 5, DiskWatch::Verdict::kEnough},
-                         Row{14, 2, DiskWatch::Verdict::kFull}}) {
+                         Row{14, 2, DiskWatch::Verdict::kEnough}, Row{15, 50, DiskWatch::Verdict::kEnough},
+                         Row{16, 2, DiskWatch::Verdict::kEnough}, Row{17, 1, DiskWatch::Verdict::kFull}}) {
     statistics.duration = static_cast<uint64_t>(row.second) * 1'000'000;
     statistics.bytes = static_cast<uint64_t>(row.second) * kRate;
     const uint64_t room = row.secondsOfRoom * kRate + (256 << 10);
@@ -43,9 +44,17 @@ TEST(DiskWatch, KeepsRoomForTheIndexAndForWhatGrowsFasterThanItsTime) {
   DiskWatch watch;
   watch.restart(kStart);
   watch.look(uint64_t{1} << 40, statistics, kStart);
-  EXPECT_EQ(watch.look(25'000'000, statistics, kStart + seconds(1)), DiskWatch::Verdict::kFull) << "an index of 27 MB";
+  const auto isFull = [&](uint64_t room) {
+    watch.look(room, statistics, kStart + seconds(1));
+    return watch.look(room, statistics, kStart + seconds(2)) == DiskWatch::Verdict::kFull;
+  };
+  EXPECT_TRUE(isFull(25'000'000)) << "an index of 27 MB";
+  EXPECT_FALSE(isFull(29'000'000));
+  watch.look(900'000'000, statistics, kStart + seconds(3));
   statistics.bytes += 500'000'000;
-  EXPECT_EQ(watch.look(900'000'000, statistics, kStart + seconds(2)), DiskWatch::Verdict::kFull) << "500 MB a second";
+  watch.look(900'000'000, statistics, kStart + seconds(4));
+  statistics.bytes += 500'000'000;
+  EXPECT_EQ(watch.look(900'000'000, statistics, kStart + seconds(5)), DiskWatch::Verdict::kFull) << "500 MB a second";
 }
 
 TEST(StallWatch, ReportsEachStallOnceAndItsEnd) {
