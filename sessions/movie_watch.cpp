@@ -80,11 +80,10 @@ void MovieWatch::watchFrames(const MovieRecording& movie, const RecordingStatist
   const auto& info = movie.plan().camera->deviceInfo();
   switch (mFrames.look(came, mNow)) {
     case StallWatch::Change::kStalled:
-      return report(
-          Kind::kFramesStalled, info,
-          {Cause::kStalled,
-           fmt::format("\"{}\" has sent no picture for {} s", displayName(*info), StallWatch::kLimit.count()),
-           "If it does not go on by itself, plug it in again."});
+      return report(Kind::kFramesStalled, info,
+                    {Cause::kStalled,
+                     fmt::format("\"{}\" has sent no picture for {} s", displayName(*info), StallWatch::kLimit.count()),
+                     "If it does not go on by itself, plug it in again."});
     case StallWatch::Change::kResumed:
       return report(Kind::kFramesResumed, info);
     case StallWatch::Change::kNone:
@@ -114,10 +113,10 @@ void MovieWatch::watchSound(const MovieRecording& movie) {
   }
   const auto quiet = mQuiet.look(watch->quietFor());
   if (!quiet) return;
-  report(Kind::kSoundQuiet, info,
-         {Cause::kSilent,
-          fmt::format("no sound above {:.0f} dB for {:.0f} s from \"{}\"", kQuietSoundLevel, *quiet, name),
-          movie.plan().microphone->isMuteOn() ? "It is muted." : "See that it is not muted or turned down."});
+  report(
+      Kind::kSoundQuiet, info,
+      {Cause::kSilent, fmt::format("no sound above {:.0f} dB for {:.0f} s from \"{}\"", kQuietSoundLevel, *quiet, name),
+       movie.plan().microphone->isMuteOn() ? "It is muted." : "See that it is not muted or turned down."});
 }
 
 void MovieWatch::askForRoom(const MovieRecording& movie) {

@@ -10,7 +10,7 @@ class SimulatedSource;
 /// Commands to a simulated source from outside its process, so that whole programs can be tried with
 /// devices that come, go and refuse:
 ///
-///   out PATH    the device is plugged out          busy PATH    its starts are refused: in use elsewhere
+///   out PATH    the device is unplugged          busy PATH    its starts are refused: in use elsewhere
 ///   in PATH     and in again                       silent PATH  nothing comes from it
 ///                                                  well PATH    nothing is wrong with it any more
 ///

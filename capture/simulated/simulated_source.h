@@ -43,7 +43,7 @@ class SimulatedSource : public CaptureSource {
   std::vector<DeviceDescription> devices(DeviceKind kind) override;
   std::unique_ptr<CaptureDevice> open(DeviceKind kind, const std::string& path) override;
 
-  /// Plugs a device in, after those that are there: one of the four that was plugged out, or one
+  /// Plugs a device in, after those that are there: one of the four that was unplugged, or one
   /// more of the full model of its kind. It can be opened at once, and is listed as soon as the handler is told.
   /// False when its path is taken or empty.
   bool plugIn(const DeviceDescription& description);
@@ -55,7 +55,7 @@ class SimulatedSource : public CaptureSource {
   /// Waits until the handler has been told of everything so far. Not from inside the handler.
   void waitForHotplug();
 
-  /// What goes wrong with a device from now on, until it is plugged out. False when it is not there.
+  /// What goes wrong with a device from now on, until it is unplugged. False when it is not there.
   bool setFaults(const std::string& path, const SimulatedFaults& faults);
   /// The faults that are left; the counts have counted down.
   SimulatedFaults faults(const std::string& path);

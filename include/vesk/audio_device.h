@@ -55,7 +55,7 @@ class VESK_EXPORT VeskAudioDevice : public VeskAVDevice, public std::enable_shar
   ///         capturing and may be stopped again.
   int32_t stopCapture();
 
-  // Mute and volume go straight to the microphone, which must be open to heed them.
+  // Mute and volume go straight to the microphone, which must be open for that.
   bool isMuteOn() const;
   void setMute(bool mute);
   std::optional<int32_t> getVolumeMax() const { return 255; }

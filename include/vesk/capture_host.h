@@ -24,7 +24,7 @@ struct SourceOptions {
 
 /// Holds the devices of sources that keep their own time in one hand: a host lets several devices
 /// start together, ends them at a given moment of their own time, and slows them while it is busy.
-/// Sources that deliver what the world sends (real cameras) do not heed it.
+/// Sources that deliver what the world sends (real cameras) ignore it.
 ///
 /// Threads: every operation from any thread.
 class VESK_EXPORT Transport {

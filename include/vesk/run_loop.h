@@ -24,7 +24,7 @@ class VESK_EXPORT NSRunLoop {
   /// thread is serving the context, it is left to that thread and this one only waits.
   void runUntilDate(TimePoint deadline);
 
-  /// Serves the thread until stop is called. A stop that came before is heeded: it ends the next run.
+  /// Serves the thread until stop is called. A stop that came before ends the next run.
   void run();
 
   /// Ends the innermost run() of this loop, or the next one when none is under way. It has no effect

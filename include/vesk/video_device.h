@@ -103,7 +103,7 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   /// again meanwhile takes the close back.
   void closeUnlessRecorded();
 
-  /// Kept for the host. Capture does not heed it: setCaptureInterval is what chooses a rate. From any thread.
+  /// Kept for the host. Capture ignores it: setCaptureInterval is what chooses a rate. From any thread.
   std::optional<uint32_t> frameInterval() const;
   void setFrameInterval(std::optional<uint32_t> interval);
 

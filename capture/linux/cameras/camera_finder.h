@@ -34,7 +34,7 @@ class CameraFinder {
   /// The nodes that are there now. From any thread.
   virtual std::vector<VideoNode> nodes() = 0;
   /// Calls `changed` from now on, on a thread of the finder's, when nodes have come or gone; the
-  /// changes of one device, which come in a burst, are told once. To be called once. After the
+  /// changes of one device, which come in a burst, are reported once. To be called once. After the
   /// finder has been destroyed nothing is called any more, unless that happens inside a call.
   virtual void watch(std::function<void()> changed) = 0;
 };

@@ -85,7 +85,7 @@ int32_t LinuxCamera::start(uint32_t, FrameCallback callback) try {
   if (!mode || !callback)
     return failed(kVCIFailed, {Cause::kNoFormat, deviceText(DeviceKind::kVideo, mName) + " offers no format", ""});
   return mStreams.start([&](int32_t& status) {
-    return PictureStream::start(mNodes[mode->node], *mode, parameters, mName, std::move(callback), status);
+    return FrameStream::start(mNodes[mode->node], *mode, parameters, mName, std::move(callback), status);
   });
 } catch (const std::exception& exception) {
   const std::string camera = deviceText(DeviceKind::kVideo, mName);

@@ -6,7 +6,7 @@
 
 #include <vesk/capture_source.h>
 #include "capture/linux/cameras/camera_modes.h"
-#include "capture/linux/cameras/picture_stream.h"
+#include "capture/linux/cameras/frame_stream.h"
 #include "capture/linux/controls/control_properties.h"
 #include "capture/linux/controls/extension_units.h"
 #include "capture/linux/nodes/open_node.h"
@@ -47,7 +47,7 @@ class LinuxCamera : public CaptureDevice {
   const std::vector<CameraMode> mModes;
   Mutex mMutex;
   VideoParameters mParameters VESK_GUARDED_BY(mMutex);
-  DeviceStreams<PictureStream> mStreams;
+  DeviceStreams<FrameStream> mStreams;
 };
 
 }  // namespace vesk::capture

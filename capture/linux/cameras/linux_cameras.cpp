@@ -22,17 +22,17 @@
 
 namespace vesk::capture {
 
-/// Who is there, and who was when the handler was last told. The finder's thread holds on to it.
-class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
+/// The cameras that are attached, and those when the handler was last called. The finder's thread holds on to it.
+class LinuxCameras::Registry : public std::enable_shared_from_this<Registry> {
  public:
-  Roll(std::shared_ptr<V4L2Calls> calls, std::unique_ptr<CameraFinder> finder)
+  Registry(std::shared_ptr<V4L2Calls> calls, std::unique_ptr<CameraFinder> finder)
       : mCalls(std::move(calls)), mFinder(std::move(finder)) {}
 
-  /// The cameras to list: while changes are being told, those told of so far.
+  /// The cameras to list: while changes are being reported, those reported so far.
   std::vector<CameraRecord> records() VESK_EXCLUDES(mMutex) {
     {
       MutexLock lock(mMutex);
-      if (mTold) return *mTold;
+      if (mReported) return *mReported;
     }
     return attached();
   }
@@ -53,7 +53,7 @@ class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
     return makeRecords(known);
   }
 
-  /// The camera that is attached at `path`, told of or not.
+  /// The camera that is attached at `path`, reported or not.
   std::optional<CameraRecord> record(const std::string& path) {
     for (CameraRecord& record : attached()) {
       if (record.description.path == path) return std::move(record);
@@ -61,14 +61,14 @@ class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
     return std::nullopt;
   }
 
-  void setHandler(HotplugHandler handler) VESK_EXCLUDES(mRollMutex) {
+  void setHandler(HotplugHandler handler) VESK_EXCLUDES(mListMutex) {
     const bool isSet = handler != nullptr;
     mHandler.set(std::move(handler));
     if (!isSet) return;
-    MutexLock lock(mRollMutex);
+    MutexLock lock(mListMutex);
     if (!std::exchange(mIsWatching, true))
-      mFinder->watch([roll = weak_from_this()] {
-        if (const auto self = roll.lock()) self->look();
+      mFinder->watch([registry = weak_from_this()] {
+        if (const auto self = registry.lock()) self->look();
       });
     mPresent = attached();
   }
@@ -84,17 +84,17 @@ class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
   }
 
   /// Tells what has changed: comparing what is there, not counting events, tells everything once.
-  void look() noexcept VESK_EXCLUDES(mRollMutex, mMutex) try {
-    const EndOfTelling end{*this};
+  void look() noexcept VESK_EXCLUDES(mListMutex, mMutex) try {
+    const EndOfReport end{*this};
     const Records now = attached();
     Records before;
     {
-      MutexLock lock(mRollMutex);
+      MutexLock lock(mListMutex);
       before = std::exchange(mPresent, now);
     }
-    setTold(before);
-    tellOneByOne(before, now, isSame, [this](const Records& told, bool arrived) {
-      setTold(told);
+    setReported(before);
+    tellOneByOne(before, now, isSame, [this](const Records& reported, bool arrived) {
+      setReported(reported);
       mHandler.call(DeviceKind::kVideo, arrived);
     });
   } catch (const std::exception& exception) {
@@ -103,49 +103,49 @@ class LinuxCameras::Roll : public std::enable_shared_from_this<Roll> {
     NSLog("The cameras could not be looked for.");
   }
 
-  struct EndOfTelling {
-    Roll& roll;
-    ~EndOfTelling() { roll.setTold(std::nullopt); }
+  struct EndOfReport {
+    Registry& registry;
+    ~EndOfReport() { registry.setReported(std::nullopt); }
   };
 
-  void setTold(std::optional<Records> told) VESK_EXCLUDES(mMutex) {
+  void setReported(std::optional<Records> reported) VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
-    mTold = std::move(told);
+    mReported = std::move(reported);
   }
 
   const std::shared_ptr<V4L2Calls> mCalls;
   HotplugCaller mHandler;
-  Mutex mRollMutex;                              // taken before mMutex
-  Records mPresent VESK_GUARDED_BY(mRollMutex);  // when was last looked
-  bool mIsWatching VESK_GUARDED_BY(mRollMutex) = false;
+  Mutex mListMutex;                              // taken before mMutex
+  Records mPresent VESK_GUARDED_BY(mListMutex);  // when was last looked
+  bool mIsWatching VESK_GUARDED_BY(mListMutex) = false;
   Mutex mMutex;
   std::map<std::string, NodeIdentity> mIdentities VESK_GUARDED_BY(mMutex);
-  std::optional<Records> mTold VESK_GUARDED_BY(mMutex);  // there while changes are being told
-  const std::unique_ptr<CameraFinder> mFinder;           // ends its thread before the rest goes
+  std::optional<Records> mReported VESK_GUARDED_BY(mMutex);  // there while changes are being reported
+  const std::unique_ptr<CameraFinder> mFinder;               // ends its thread before the rest goes
 };
 
 LinuxCameras::LinuxCameras() : LinuxCameras(V4L2Calls::system(), CameraFinder::system()) {}
 
 LinuxCameras::LinuxCameras(std::shared_ptr<V4L2Calls> calls, std::unique_ptr<CameraFinder> finder)
-    : mRoll(std::make_shared<Roll>(std::move(calls), std::move(finder))) {}
+    : mRegistry(std::make_shared<Registry>(std::move(calls), std::move(finder))) {}
 
 LinuxCameras::~LinuxCameras() {
-  mRoll->setHandler({});
+  mRegistry->setHandler({});
 }
 
 void LinuxCameras::setHotplugHandler(HotplugHandler handler) {
-  mRoll->setHandler(std::move(handler));
+  mRegistry->setHandler(std::move(handler));
 }
 
 std::vector<DeviceDescription> LinuxCameras::devices(DeviceKind kind) {
   std::vector<DeviceDescription> descriptions;
   if (kind != DeviceKind::kVideo) return descriptions;
-  for (CameraRecord& record : mRoll->records()) descriptions.push_back(std::move(record.description));
+  for (CameraRecord& record : mRegistry->records()) descriptions.push_back(std::move(record.description));
   return descriptions;
 }
 
 std::string LinuxCameras::usbPathOf(const std::string& path) {
-  const auto record = mRoll->record(path);
+  const auto record = mRegistry->record(path);
   return record ? record->usbPath : std::string();
 }
 
@@ -153,14 +153,14 @@ std::string LinuxCameras::cameraAtNode(const std::string& node) {
   std::error_code error;
   const std::filesystem::path target = std::filesystem::canonical(node, error);
   const std::string name = error ? node : target.string();
-  for (const CameraRecord& record : mRoll->records()) {
+  for (const CameraRecord& record : mRegistry->records()) {
     if (std::find(record.nodes.begin(), record.nodes.end(), name) != record.nodes.end()) return record.description.path;
   }
   return {};
 }
 
 std::unique_ptr<CaptureDevice> LinuxCameras::open(DeviceKind kind, const std::string& path) {
-  const auto record = kind == DeviceKind::kVideo ? mRoll->record(path) : std::nullopt;
+  const auto record = kind == DeviceKind::kVideo ? mRegistry->record(path) : std::nullopt;
   if (!record) {
     failed(kVCIFailed, {Cause::kUnplugged, deviceText(kind, "") + " is not there any more", "Plug it in again."});
     return nullptr;
@@ -171,7 +171,7 @@ std::unique_ptr<CaptureDevice> LinuxCameras::open(DeviceKind kind, const std::st
   for (size_t at = 0; at < record->nodes.size(); ++at) {
     const std::string& name = record->nodes[at];
     int error = 0;
-    auto node = OpenNode::open(mRoll->sharedCalls(), name, error, record->description.name);
+    auto node = OpenNode::open(mRegistry->sharedCalls(), name, error, record->description.name);
     if (node) {
       addExtensionUnits(record->systemPaths[at], nodes.size(), units);
       nodes.push_back(std::move(node));

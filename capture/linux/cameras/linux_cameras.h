@@ -28,9 +28,9 @@ class LinuxCameras : public CaptureSource {
   std::string usbPathOf(const std::string& path);
 
  private:
-  class Roll;
+  class Registry;
 
-  const std::shared_ptr<Roll> mRoll;
+  const std::shared_ptr<Registry> mRegistry;
 };
 
 }  // namespace vesk::capture

@@ -37,7 +37,7 @@ constexpr PixelFormat kFormats[] = {
     {V4L2_PIX_FMT_GREY, kRaw, PixelLayout::kGray, 1},
 };
 
-size_t bytesOf(const PictureForm& form) {
+size_t bytesOf(const FrameFormat& form) {
   const size_t first = size_t{form.rowBytes} * static_cast<size_t>(form.height);
   const size_t chromaRows = (static_cast<size_t>(form.height) + 1) / 2;
   switch (form.format->layout) {
@@ -71,18 +71,18 @@ size_t rankOf(const PixelFormat& format) {
   return static_cast<size_t>(&format - std::begin(kFormats));
 }
 
-PixelConverter::PixelConverter(const PictureForm& form) : mForm(form), mNeededBytes(bytesOf(form)) {}
+PixelConverter::PixelConverter(const FrameFormat& form) : mFormat(form), mNeededBytes(bytesOf(form)) {}
 
 bool PixelConverter::isReadyAsItIs() const {
-  return mForm.format->layout == PixelLayout::kUYVY && mForm.rowBytes == 2 * static_cast<uint32_t>(mForm.width) &&
-         !mForm.isFullRange;
+  return mFormat.format->layout == PixelLayout::kUYVY && mFormat.rowBytes == 2 * static_cast<uint32_t>(mFormat.width) &&
+         !mFormat.isFullRange;
 }
 
 /// The planes stand one behind the other.
 RawPicture PixelConverter::rawPicture(const uint8_t* picture) const {
-  const auto rowBytes = static_cast<int>(mForm.rowBytes);
-  const uint8_t* const second = picture + ptrdiff_t{rowBytes} * mForm.height;
-  RawPicture raw{mForm.format->layout, mForm.width, mForm.height, {picture}, {rowBytes}, mForm.isFullRange};
+  const auto rowBytes = static_cast<int>(mFormat.rowBytes);
+  const uint8_t* const second = picture + ptrdiff_t{rowBytes} * mFormat.height;
+  RawPicture raw{mFormat.format->layout, mFormat.width, mFormat.height, {picture}, {rowBytes}, mFormat.isFullRange};
   switch (raw.layout) {
     case PixelLayout::k420BiPlanar:
     case PixelLayout::k420BiPlanarCrFirst:
@@ -91,11 +91,11 @@ RawPicture PixelConverter::rawPicture(const uint8_t* picture) const {
       break;
     case PixelLayout::k420Planar:
     case PixelLayout::k422Planar: {
-      const int chromaRows = raw.layout == PixelLayout::k420Planar ? (mForm.height + 1) / 2 : mForm.height;
+      const int chromaRows = raw.layout == PixelLayout::k420Planar ? (mFormat.height + 1) / 2 : mFormat.height;
       raw.data[1] = second;
       raw.data[2] = second + ptrdiff_t{rowBytes / 2} * chromaRows;
       raw.rowBytes[1] = raw.rowBytes[2] = rowBytes / 2;
-      if (mForm.format->isVFirst) std::swap(raw.data[1], raw.data[2]);
+      if (mFormat.format->isVFirst) std::swap(raw.data[1], raw.data[2]);
       break;
     }
     default:
@@ -106,7 +106,7 @@ RawPicture PixelConverter::rawPicture(const uint8_t* picture) const {
 
 std::span<uint8_t> PixelConverter::convert(std::span<uint8_t> picture) {
   if (picture.size() < mNeededBytes) return {};
-  const size_t bytes = size_t{2} * static_cast<size_t>(mForm.width) * static_cast<size_t>(mForm.height);
+  const size_t bytes = size_t{2} * static_cast<size_t>(mFormat.width) * static_cast<size_t>(mFormat.height);
   if (isReadyAsItIs()) return picture.first(bytes);
   mOut.resize(bytes);
   if (!mConverter.convert(rawPicture(picture.data()), mOut.data())) return {};

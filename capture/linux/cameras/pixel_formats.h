@@ -23,7 +23,7 @@ const PixelFormat* pixelFormat(uint32_t fourcc);
 size_t rankOf(const PixelFormat& format);
 
 /// The picture that a driver has been set to deliver.
-struct PictureForm {
+struct FrameFormat {
   const PixelFormat* format = nullptr;
   int32_t width = 0;
   int32_t height = 0;
@@ -35,7 +35,7 @@ struct PictureForm {
 class PixelConverter {
  public:
   /// `form` is of a format with pixels, its width even, its rows at least as long as its pixels.
-  explicit PixelConverter(const PictureForm& form);
+  explicit PixelConverter(const FrameFormat& form);
 
   /// Bytes that a picture takes at least.
   size_t neededBytes() const { return mNeededBytes; }
@@ -47,7 +47,7 @@ class PixelConverter {
   bool isReadyAsItIs() const;
   RawPicture rawPicture(const uint8_t* picture) const;
 
-  PictureForm mForm;
+  FrameFormat mFormat;
   size_t mNeededBytes = 0;
   std::vector<uint8_t> mOut;
   Packed422Converter mConverter;

@@ -12,7 +12,7 @@ namespace vesk::capture {
 namespace {
 
 constexpr size_t kMostSeconds = 10;
-constexpr size_t kUsualPortions = 100;          // a second
+constexpr size_t kUsualBlocks = 100;            // a second
 constexpr int64_t kBetweenReports = 5'000'000;  // microseconds
 constexpr int kLongPatience = 10;               // times the patience: between reports that no sound comes
 
@@ -27,7 +27,7 @@ SoundDelivery::SoundDelivery(std::string name, const WaveFormat& format, FrameCa
     : mName(std::move(name)),
       mPatience(patience),
       mFrameBytes(std::max<size_t>(size_t{format.channels} * 2, 1)),
-      mMostBytes((mFrameBytes * format.samplesPerSecond + sizeof(Portion) * kUsualPortions) * kMostSeconds),
+      mMostBytes((mFrameBytes * format.samplesPerSecond + sizeof(SoundBlock) * kUsualBlocks) * kMostSeconds),
       mCallback(std::move(callback)),
       mPacketizer(format, [this](uint8_t* bytes, uint32_t length, int64_t timestamp) {
         mCallback(bytes, length, timestamp);
@@ -73,8 +73,8 @@ void SoundDelivery::sound(std::span<const uint8_t> bytes, int64_t time) {
   if (bytes.empty()) return;
   MutexLock lock(mMutex);
   if (mIsEnded) return;
-  if (mWaitingBytes + bytes.size() + sizeof(Portion) > mMostBytes) {
-    // Whole portions are dropped: the next time stamp tells how much is missing.
+  if (mWaitingBytes + bytes.size() + sizeof(SoundBlock) > mMostBytes) {
+    // Whole blocks are dropped: the next time stamp tells how much is missing.
     if (!mIsDropping) loseLocked(0);
     mIsDropping = true;
     return;
@@ -91,15 +91,15 @@ void SoundDelivery::lost(uint64_t frames) {
 void SoundDelivery::loseLocked(uint64_t frames) {
   ++mOverruns;
   if (mWaiting.empty() || !mWaiting.back().bytes.empty()) append({});
-  Portion& loss = mWaiting.back();
+  SoundBlock& loss = mWaiting.back();
   loss.lostFrames += frames;
   loss.isLossUnknown = loss.isLossUnknown || frames == 0;
 }
 
-/// Each portion counts with its own size: a stream may hand over very small ones.
-void SoundDelivery::append(Portion portion) {
-  mWaitingBytes += portion.bytes.size() + sizeof(Portion);
-  mWaiting.push_back(std::move(portion));
+/// Each block counts with its own size: a stream may hand over very small ones.
+void SoundDelivery::append(SoundBlock block) {
+  mWaitingBytes += block.bytes.size() + sizeof(SoundBlock);
+  mWaiting.push_back(std::move(block));
   mChanged.notify_all();
 }
 
@@ -115,31 +115,31 @@ void SoundDelivery::run() {
   mHeardAt = Clock::now();
   mDueAt = mHeardAt + mPatience;
   while (!mIsEnded) {
-    const auto portions = take();
-    if (portions.empty()) {
-      tellOfSilence();
+    const auto blocks = take();
+    if (blocks.empty()) {
+      reportSilence();
       continue;
     }
     hear();
-    for (const Portion& portion : portions) {
+    for (const SoundBlock& block : blocks) {
       if (mIsEnded) break;
-      process(portion);
+      process(block);
     }
-    tellOfOverruns(false);
+    reportOverruns(false);
   }
-  tellOfOverruns(true);
+  reportOverruns(true);
 }
 
 /// Waits for what there is; none at the end, and when nothing comes in time.
-std::deque<SoundDelivery::Portion> SoundDelivery::take() {
+std::deque<SoundDelivery::SoundBlock> SoundDelivery::take() {
   MutexLock lock(mMutex);
   while (mWaiting.empty() && !mIsEnded)
     if (mChanged.wait_until(mMutex, mDueAt) == std::cv_status::timeout) break;
-  std::deque<Portion> portions;
-  if (mIsEnded) return portions;
-  portions.swap(mWaiting);
+  std::deque<SoundBlock> blocks;
+  if (mIsEnded) return blocks;
+  blocks.swap(mWaiting);
   mWaitingBytes = 0;
-  return portions;
+  return blocks;
 }
 
 /// Something has come.
@@ -151,7 +151,7 @@ void SoundDelivery::hear() {
   mDueAt = now + mPatience;
 }
 
-void SoundDelivery::tellOfSilence() {
+void SoundDelivery::reportSilence() {
   {
     MutexLock lock(mMutex);
     if (mIsEnded) return;
@@ -167,25 +167,25 @@ void SoundDelivery::tellOfSilence() {
   mDueAt = now + kLongPatience * mPatience;
 }
 
-void SoundDelivery::process(const Portion& portion) {
-  if (portion.bytes.empty()) {
-    if (portion.lostFrames > 0) mPacketizer.lose(portion.lostFrames);
-    if (portion.isLossUnknown) mPacketizer.lose(0);
+void SoundDelivery::process(const SoundBlock& block) {
+  if (block.bytes.empty()) {
+    if (block.lostFrames > 0) mPacketizer.lose(block.lostFrames);
+    if (block.isLossUnknown) mPacketizer.lose(0);
   } else {
-    mPacketizer.add(portion.bytes, portion.time);
+    mPacketizer.add(block.bytes, block.time);
   }
 }
 
-void SoundDelivery::tellOfOverruns(bool isLast) {
+void SoundDelivery::reportOverruns(bool isLast) {
   const int64_t now = monotonicMicroseconds();
   uint64_t fresh = 0;
   {
     MutexLock lock(mMutex);
-    fresh = mOverruns - mToldOverruns;
-    if (fresh == 0 || (!isLast && mToldAt != 0 && now - mToldAt < kBetweenReports)) return;
-    mToldOverruns = mOverruns;
+    fresh = mOverruns - mReportedOverruns;
+    if (fresh == 0 || (!isLast && mReportedAt != 0 && now - mReportedAt < kBetweenReports)) return;
+    mReportedOverruns = mOverruns;
   }
-  mToldAt = now;
+  mReportedAt = now;
   NSLog("[WARNING]: " + mName + ": sound was lost " + std::to_string(fresh) + (fresh == 1 ? " time" : " times") +
         "; silence will stand in for it");
 }

@@ -18,9 +18,8 @@ namespace vesk::capture {
 /// Takes a stream's sound off its thread, which must not wait, and hands it on as packets on a
 /// thread of its own. Keeps up to ten seconds; what the receiver is too slow for is counted as lost,
 /// and losses in a row are one, so that what waits is bounded whatever the stream does.
-/// What was lost is told in the system log, at most every five seconds. A microphone that sends nothing
-/// for as long as it is borne with is told of there too, again every ten times as long, and so is its
-/// sound's coming back.
+/// Losses are logged, at most every five seconds. So is a microphone that sends nothing for longer than the
+/// patience, again every ten times as long, and that its sound is back.
 ///
 /// Threads: every operation from any thread. Made by begin, and ended before it is let go.
 class SoundDelivery : public SoundSink, public std::enable_shared_from_this<SoundDelivery> {
@@ -28,7 +27,7 @@ class SoundDelivery : public SoundSink, public std::enable_shared_from_this<Soun
   using Clock = std::chrono::steady_clock;
   static constexpr std::chrono::milliseconds kPatience{3000};
 
-  /// `name` is the microphone's, for the log; `patience` how long it is borne with that no sound comes.
+  /// `name` is the microphone's, for the log; `patience` how long it may send no sound before that is logged.
   SoundDelivery(std::string name, const WaveFormat& format, FrameCallback callback,
                 std::chrono::milliseconds patience = kPatience);
 
@@ -39,7 +38,7 @@ class SoundDelivery : public SoundSink, public std::enable_shared_from_this<Soun
   void end() VESK_EXCLUDES(mMutex);
   /// How much was lost until now, how often.
   uint64_t overruns() const VESK_EXCLUDES(mMutex);
-  /// How many portions and losses wait for the receiver.
+  /// How many blocks and losses wait for the receiver.
   size_t waiting() const VESK_EXCLUDES(mMutex);
 
   void sound(std::span<const uint8_t> bytes, int64_t time) override VESK_EXCLUDES(mMutex);
@@ -47,7 +46,7 @@ class SoundDelivery : public SoundSink, public std::enable_shared_from_this<Soun
   void ended() override VESK_EXCLUDES(mMutex);
 
  private:
-  struct Portion {
+  struct SoundBlock {
     std::vector<uint8_t> bytes;  ///< none: frames were lost
     int64_t time = 0;
     uint64_t lostFrames = 0;
@@ -55,13 +54,13 @@ class SoundDelivery : public SoundSink, public std::enable_shared_from_this<Soun
   };
 
   void run() VESK_EXCLUDES(mMutex);
-  std::deque<Portion> take() VESK_EXCLUDES(mMutex);
-  void process(const Portion& portion);
+  std::deque<SoundBlock> take() VESK_EXCLUDES(mMutex);
+  void process(const SoundBlock& block);
   void hear();
-  void tellOfSilence() VESK_EXCLUDES(mMutex);
-  void append(Portion portion) VESK_REQUIRES(mMutex);
+  void reportSilence() VESK_EXCLUDES(mMutex);
+  void append(SoundBlock block) VESK_REQUIRES(mMutex);
   void loseLocked(uint64_t frames) VESK_REQUIRES(mMutex);
-  void tellOfOverruns(bool isLast) VESK_EXCLUDES(mMutex);
+  void reportOverruns(bool isLast) VESK_EXCLUDES(mMutex);
 
   const std::string mName;
   const std::chrono::milliseconds mPatience;
@@ -69,21 +68,21 @@ class SoundDelivery : public SoundSink, public std::enable_shared_from_this<Soun
   const size_t mMostBytes;
   const FrameCallback mCallback;
   SoundPacketizer mPacketizer;  // of the thread
-  int64_t mToldAt = 0;          // of the thread
+  int64_t mReportedAt = 0;      // of the thread
   Clock::time_point mHeardAt;   // of the thread: when sound came last
-  Clock::time_point mDueAt;     // of the thread: when something is to be told if none comes
-  bool mIsSilent = false;       // of the thread: it has been told
+  Clock::time_point mDueAt;     // of the thread: when that is logged if none comes
+  bool mIsSilent = false;       // of the thread: it has been logged
 
   std::atomic<bool> mIsEnded = false;  // set under mMutex, for those who wait
 
   mutable Mutex mMutex;
   std::condition_variable_any mChanged;
-  std::deque<Portion> mWaiting VESK_GUARDED_BY(mMutex);
+  std::deque<SoundBlock> mWaiting VESK_GUARDED_BY(mMutex);
   size_t mWaitingBytes VESK_GUARDED_BY(mMutex) = 0;
   uint64_t mOverruns VESK_GUARDED_BY(mMutex) = 0;
-  uint64_t mToldOverruns VESK_GUARDED_BY(mMutex) = 0;
+  uint64_t mReportedOverruns VESK_GUARDED_BY(mMutex) = 0;
   bool mIsDropping VESK_GUARDED_BY(mMutex) = false;
-  bool mHasStreamEnded VESK_GUARDED_BY(mMutex) = false;  // it has been told, and nothing will come
+  bool mHasStreamEnded VESK_GUARDED_BY(mMutex) = false;  // it said so, and nothing will come
   std::thread mThread VESK_GUARDED_BY(mMutex);
 };
 

@@ -32,7 +32,7 @@ void SoundPacketizer::add(std::span<const uint8_t> bytes, int64_t time) {
   mSplitFrame.insert(mSplitFrame.end(), rest.begin(), rest.end());
 }
 
-/// Completes the frame that the last portion ended in; answers the bytes after it.
+/// Completes the frame that the last block ended in; answers the bytes after it.
 std::span<const uint8_t> SoundPacketizer::joinSplitFrame(std::span<const uint8_t> bytes, int64_t time) {
   if (mSplitFrame.empty()) return bytes;
   const size_t frameBytes = mChannels * sizeof(int16_t);

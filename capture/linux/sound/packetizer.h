@@ -9,7 +9,7 @@
 
 namespace vesk::capture {
 
-/// Makes stamped packets of 20 ms out of the portions of any size that a stream hands over: 16-bit
+/// Makes stamped packets of 20 ms out of the blocks of any size that a stream hands over: 16-bit
 /// PCM whose count of frames follows the monotonic clock, however fast the device runs.
 ///
 /// What was lost appears as a jump of the stamps by whole packets; the rest of it is silence at the end of
@@ -40,9 +40,9 @@ class SoundPacketizer {
   const size_t mPacketSamples;
   const Callback mCallback;
   AdaptiveResampler mResampler;
-  std::vector<uint8_t> mSplitFrame;  ///< the beginning of a frame that a portion ended in
+  std::vector<uint8_t> mSplitFrame;  ///< the beginning of a frame that a block ended in
   std::vector<int16_t> mSamples;     ///< made, not delivered yet
-  std::vector<int16_t> mWhole;       ///< the samples of a portion, aligned
+  std::vector<int16_t> mWhole;       ///< the samples of a block, aligned
   double mOutTime = 0;               ///< microseconds after mOrigin, of the first of mSamples by count
   int64_t mOrigin = 0;
   bool mHasBegun = false;

@@ -1,4 +1,4 @@
-#include "capture/linux/cameras/picture_stream.h"
+#include "capture/linux/cameras/frame_stream.h"
 
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -53,14 +53,14 @@ std::string notStarted(const std::string& name) {
 
 }  // namespace
 
-std::shared_ptr<PictureStream> PictureStream::start(std::shared_ptr<OpenNode> node, const CameraMode& mode,
-                                                    const VideoParameters& parameters, const std::string& name,
-                                                    FrameCallback callback, int32_t& status) {
-  std::shared_ptr<PictureStream> stream(new PictureStream(std::move(node), *mode.format, name, std::move(callback)));
-  int error = stream->mWake < 0 ? -errno : stream->setForm(mode);
+std::shared_ptr<FrameStream> FrameStream::start(std::shared_ptr<OpenNode> node, const CameraMode& mode,
+                                                const VideoParameters& parameters, const std::string& name,
+                                                FrameCallback callback, int32_t& status) {
+  std::shared_ptr<FrameStream> stream(new FrameStream(std::move(node), *mode.format, name, std::move(callback)));
+  int error = stream->mWake < 0 ? -errno : stream->setFormat(mode);
   if (error == 0) error = stream->setInterval(mode, parameters);
   if (error == 0) error = stream->makeBuffers();
-  if (error == 0) error = stream->flow();
+  if (error == 0) error = stream->streamOn();
   status = kVCISuccess;
   if (error != 0) {
     status =
@@ -78,20 +78,20 @@ std::shared_ptr<PictureStream> PictureStream::start(std::shared_ptr<OpenNode> no
   return stream;
 }
 
-PictureStream::PictureStream(std::shared_ptr<OpenNode> node, const PixelFormat& format, std::string name,
-                             FrameCallback callback)
+FrameStream::FrameStream(std::shared_ptr<OpenNode> node, const PixelFormat& format, std::string name,
+                         FrameCallback callback)
     : mNode(std::move(node)),
       mFormat(format),
       mName(std::move(name)),
       mCallback(std::move(callback)),
       mWake(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
-PictureStream::~PictureStream() {
+FrameStream::~FrameStream() {
   for (const Buffer& buffer : mBuffers) mNode->calls().unmap(buffer.memory, buffer.length);
   if (mWake >= 0) ::close(mWake);
 }
 
-int PictureStream::setForm(const CameraMode& mode) {
+int FrameStream::setFormat(const CameraMode& mode) {
   v4l2_format format{};
   format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
   format.fmt.pix.width = static_cast<uint32_t>(mode.width);
@@ -105,22 +105,22 @@ int PictureStream::setForm(const CameraMode& mode) {
       chosen.height != static_cast<uint32_t>(mode.height))
     return -EINVAL;
   const uint32_t pixelBytes = chosen.width * mFormat.bytesPerPixel;
-  mForm = {&mFormat, mode.width, mode.height, chosen.bytesperline == 0 ? pixelBytes : chosen.bytesperline,
-           chosen.quantization == V4L2_QUANTIZATION_FULL_RANGE};
+  mFrameFormat = {&mFormat, mode.width, mode.height, chosen.bytesperline == 0 ? pixelBytes : chosen.bytesperline,
+                  chosen.quantization == V4L2_QUANTIZATION_FULL_RANGE};
   if (mFormat.codec == kCMVideoCodecType_H264) mUnits.emplace(std::span<const uint8_t>());
   if (mFormat.layout == PixelLayout::kNone) return 0;
-  if (mForm.rowBytes < pixelBytes || mForm.rowBytes > 4 * pixelBytes) return -EINVAL;
-  mConverter.emplace(mForm);
+  if (mFrameFormat.rowBytes < pixelBytes || mFrameFormat.rowBytes > 4 * pixelBytes) return -EINVAL;
+  mConverter.emplace(mFrameFormat);
   return 0;
 }
 
-int PictureStream::setInterval(const CameraMode& mode, const VideoParameters& parameters) {
+int FrameStream::setInterval(const CameraMode& mode, const VideoParameters& parameters) {
   const auto [nearest, fraction] = nearestOf(mode, parameters);
-  v4l2_streamparm wish{};
-  wish.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-  v4l2_fract& chosen = wish.parm.capture.timeperframe;
+  v4l2_streamparm request{};
+  request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+  v4l2_fract& chosen = request.parm.capture.timeperframe;
   chosen = fraction;
-  const int error = mNode->ioctl(VIDIOC_S_PARM, &wish);
+  const int error = mNode->ioctl(VIDIOC_S_PARM, &request);
   if (error == -EBUSY || error == -ENODEV) return error;
   // Cameras without a choice have no such call, or leave it empty.
   if (error != 0 || chosen.numerator == 0 || chosen.denominator == 0) chosen = fraction;
@@ -128,7 +128,7 @@ int PictureStream::setInterval(const CameraMode& mode, const VideoParameters& pa
       std::clamp<int64_t>(chosen.numerator * kMicroseconds / chosen.denominator, 1, 10 * kMicroseconds);
   mClock.emplace(interval);
   mPatience = std::max(kPatience, 4 * interval);
-  // Who has not chosen a rate is not told that the camera lacks the usual one.
+  // Nothing is logged about a usual rate that the camera lacks where nobody has chosen one.
   const uint64_t asked = askedInterval(parameters) == kUsualInterval ? nearest : askedInterval(parameters);
   const uint64_t given = uint64_t{chosen.numerator} * kTenMillionths / chosen.denominator;
   if (given != 0 && !isSameRate(given, asked))
@@ -140,7 +140,7 @@ int PictureStream::setInterval(const CameraMode& mode, const VideoParameters& pa
   return 0;
 }
 
-int PictureStream::makeBuffers() {
+int FrameStream::makeBuffers() {
   v4l2_requestbuffers request{};
   request.count = kBuffers;
   request.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
@@ -163,7 +163,7 @@ int PictureStream::makeBuffers() {
 }
 
 /// Gives the driver all buffers and lets it run.
-int PictureStream::flow() {
+int FrameStream::streamOn() {
   for (uint32_t index = 0; index < mBuffers.size(); ++index) {
     v4l2_buffer buffer = emptyBuffer(index);
     if (const int error = mNode->ioctl(VIDIOC_QBUF, &buffer); error < 0) return error;
@@ -177,7 +177,7 @@ int PictureStream::flow() {
 }
 
 /// Leaves the node to whoever starts it next. Mapped buffers live on until they are unmapped.
-void PictureStream::release() {
+void FrameStream::release() {
   MutexLock lock(mMutex);
   if (mIsReleased) return;
   mIsReleased = true;
@@ -189,12 +189,12 @@ void PictureStream::release() {
   mNode->ioctl(VIDIOC_REQBUFS, &none);
 }
 
-void PictureStream::requestEnd() {
+void FrameStream::requestEnd() {
   mIsStopping = true;
   eventfd_write(mWake, 1);
 }
 
-StreamCounts PictureStream::counts() const {
+StreamCounts FrameStream::counts() const {
   return {.delivered = mCounts.delivered,
           .damaged = mCounts.damaged,
           .empty = mCounts.empty,
@@ -202,12 +202,12 @@ StreamCounts PictureStream::counts() const {
           .lost = mCounts.lost};
 }
 
-void PictureStream::run() {
-  mLastPictureAt = mNode->calls().now();
-  mDueAt = mLastPictureAt + mPatience;
+void FrameStream::run() {
+  mLastFrameAt = mNode->calls().now();
+  mDueAt = mLastFrameAt + mPatience;
   while (true) {
-    waitForPicture();
-    const bool isWell = mIsStopping || takeWaiting();
+    waitForFrame();
+    const bool isWell = mIsStopping || dequeueWaiting();
     if (!mIsStopping) deliverWaiting();
     mIsOverdue = mIsOverdue || mNode->calls().now() >= mDueAt;  // as with nothing but damaged ones
     if (mIsStopping || ((!isWell || mIsOverdue) && !recover())) break;
@@ -217,7 +217,7 @@ void PictureStream::run() {
 }
 
 /// Waits for a picture, the end, or until it is time to do something about there being none.
-void PictureStream::waitForPicture() {
+void FrameStream::waitForFrame() {
   pollfd descriptors[] = {{mWake, POLLIN, 0}, {mNode->descriptor(), POLLIN, 0}};
   const int64_t left = std::max<int64_t>(mDueAt - mNode->calls().now(), 0);
   const auto milliseconds = static_cast<int>((left + 999) / 1000);
@@ -227,7 +227,7 @@ void PictureStream::waitForPicture() {
 }
 
 /// Takes from the driver what is ready. @return false when it cannot go on like this
-bool PictureStream::takeWaiting() {
+bool FrameStream::dequeueWaiting() {
   mWaiting.clear();
   if (mIsDown) return true;
   while (mWaiting.size() < mBuffers.size()) {
@@ -240,7 +240,7 @@ bool PictureStream::takeWaiting() {
   return true;
 }
 
-void PictureStream::deliverWaiting() {
+void FrameStream::deliverWaiting() {
   const int64_t emptyAgainAt = monotonicMicroseconds();
   size_t late = mWaiting.size() > kMostWaiting && !mUnits ? mWaiting.size() - kMostWaiting : 0;
   for (const v4l2_buffer& buffer : mWaiting) {
@@ -252,12 +252,12 @@ void PictureStream::deliverWaiting() {
     } else {
       deliver(buffer);
     }
-    if (!mIsStopping) giveBack(buffer.index);
+    if (!mIsStopping) queueBuffer(buffer.index);
   }
   mEmptyAt = emptyAgainAt;
 }
 
-void PictureStream::deliver(const v4l2_buffer& buffer) {
+void FrameStream::deliver(const v4l2_buffer& buffer) {
   const Buffer& memory = mBuffers[buffer.index];
   if (buffer.bytesused == 0) return count(&Counts::empty);
   const bool isWhole = (buffer.flags & V4L2_BUF_FLAG_ERROR) == 0 && buffer.bytesused <= memory.length;
@@ -272,11 +272,11 @@ void PictureStream::deliver(const v4l2_buffer& buffer) {
                      monotonicMicroseconds(), realMicroseconds(), mEmptyAt});
   count(&Counts::delivered);
   mCallback(picture.data(), static_cast<uint32_t>(picture.size()), time);
-  thrive();
+  frameCame();
 }
 
 /// The payload in the form that was asked for; empty when it is not whole.
-std::span<uint8_t> PictureStream::prepare(std::span<uint8_t> payload) {
+std::span<uint8_t> FrameStream::prepare(std::span<uint8_t> payload) {
   if (mConverter) return mConverter->convert(payload);
   if (mUnits) {
     const auto unit = mUnits->write(payload);
@@ -287,35 +287,35 @@ std::span<uint8_t> PictureStream::prepare(std::span<uint8_t> payload) {
   return beginsWell ? payload : std::span<uint8_t>();
 }
 
-bool PictureStream::giveBack(uint32_t index) {
+bool FrameStream::queueBuffer(uint32_t index) {
   v4l2_buffer buffer = emptyBuffer(index);
   return mNode->ioctl(VIDIOC_QBUF, &buffer) == 0;
 }
 
-bool PictureStream::isAttached() const {
+bool FrameStream::isAttached() const {
   v4l2_capability capability{};
   return mNode->ioctl(VIDIOC_QUERYCAP, &capability) != -ENODEV;
 }
 
 /// A whole picture has come.
-void PictureStream::thrive() {
+void FrameStream::frameCame() {
   const int64_t now = mNode->calls().now();
-  if (mTroubles > 1)
+  if (mFailures > 1)
     NSLog("The camera \"" + mName + "\" sends pictures again, after " +
-          std::to_string((now - mLastPictureAt) / kMicroseconds) + " s.");
-  mTroubles = 0;
+          std::to_string((now - mLastFrameAt) / kMicroseconds) + " s.");
+  mFailures = 0;
   mNextReportAt = 0;
-  mLastPictureAt = now;
+  mLastFrameAt = now;
   mDueAt = now + mPatience;
 }
 
 /// After an error or a time without pictures: streams of a machine that has slept, and of cameras that
 /// hang, go on when they are started anew. @return false when the camera has gone
-bool PictureStream::recover() {
-  if (!isAttached()) return false;  // told by the hot-plug handler
+bool FrameStream::recover() {
+  if (!isAttached()) return false;  // reported by the hot-plug handler
   const int64_t now = mNode->calls().now();
-  const std::string waited = std::to_string((now - mLastPictureAt) / kMicroseconds) + " s";
-  const bool isHopeful = mTroubles++ == 0;
+  const std::string waited = std::to_string((now - mLastFrameAt) / kMicroseconds) + " s";
+  const bool isHopeful = mFailures++ == 0;
   if (isHopeful && mIsOverdue)
     NSLog("The camera \"" + mName + "\" has sent no picture for " + waited + ": it is being started again.");
   if (!isHopeful && now >= mNextReportAt) {
@@ -325,17 +325,17 @@ bool PictureStream::recover() {
   }
   // One that failed again at once is given time.
   mIsDown = (!isHopeful && !mIsOverdue) || !restart();
-  mDueAt = now + (mTroubles > 2 ? kLongPatience : mPatience);
+  mDueAt = now + (mFailures > 2 ? kLongPatience : mPatience);
   return true;
 }
 
-bool PictureStream::restart() {
+bool FrameStream::restart() {
   int type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
   mNode->ioctl(VIDIOC_STREAMOFF, &type);
-  return flow() == 0;
+  return streamOn() == 0;
 }
 
-void PictureStream::countGap(uint32_t sequence) {
+void FrameStream::countGap(uint32_t sequence) {
   if (mSequence && sequence - *mSequence > 1 && sequence - *mSequence < UINT32_MAX / 2) {
     count(&Counts::lost, sequence - *mSequence - 1);
     if (mUnits) setIfThere(*mNode, V4L2_CID_MPEG_VIDEO_FORCE_KEY_FRAME, 1);
@@ -343,7 +343,7 @@ void PictureStream::countGap(uint32_t sequence) {
   mSequence = sequence;
 }
 
-void PictureStream::report() {
+void FrameStream::report() {
   const StreamCounts all = counts();
   if (all.damaged + all.empty + all.late + all.lost == 0) return;
   NSLog("The camera \"" + mName + "\" delivered " + std::to_string(all.delivered) + " pictures; " +
