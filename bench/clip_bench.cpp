@@ -106,7 +106,7 @@ int main(int argc, char** argv) {
   transport.setBackpressure({});
 
   const RecordingOutcome outcome = session->lastOutcome();
-  if (!outcome.moveError.empty()) fail(outcome.moveError);
+  if (!outcome.isPlaced) fail(outcome.error.what);
   std::string times;
   std::string sums;
   for (const int64_t time : noted->times) times += fmt::format("{}{}", times.empty() ? "" : ",", time);

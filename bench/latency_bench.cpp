@@ -76,7 +76,7 @@ double percentile(std::vector<double> values, double part) {
 
 int main(int argc, char** argv) {
   const int seconds = argc > 1 ? std::max(1, std::atoi(argv[1])) : 20;
-  setLogSink([](std::string_view) {});
+  setLogSink([](LogLevel, std::string_view) {});
   if (const auto error = capture::selectSource("simulated", {})) {
     fmt::print(stderr, "{}\n", error.what);
     return 1;

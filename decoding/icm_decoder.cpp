@@ -57,7 +57,7 @@ void reportTooLong(uint32_t length, uint32_t width, uint32_t height) {
   std::array<char, 128> line{};
   std::snprintf(line.data(), line.size(), "a frame of %u bytes is too long for %u x %u pixels and was dropped", length,
                 width, height);
-  NSLog(line.data());
+  NSLog(LogLevel::kWarning, line.data());
 }
 
 }  // namespace

@@ -17,9 +17,9 @@ void callDelegate(const Call& call) {
   try {
     call();
   } catch (const std::exception& error) {
-    NSLog(std::string("[WARNING]: a device's delegate threw: ") + error.what());
+    NSLog(LogLevel::kError, std::string("a device's delegate threw: ") + error.what());
   } catch (...) {
-    NSLog("[WARNING]: a device's delegate threw");
+    NSLog(LogLevel::kError, "a device's delegate threw");
   }
 }
 

@@ -37,7 +37,7 @@ void logOnce(const std::string& line) {
     if (line == last) return;
     last = line;
   }
-  if (!line.empty()) NSLog(line);
+  if (!line.empty()) NSLog(LogLevel::kWarning, line);
 }
 
 constexpr CaptureLibraryHalf kVideoHalf{kVeskDeviceTypeVideo, true, VCI_Enum_Devices};

@@ -14,8 +14,8 @@ void VeskVideoDevice::endRecording() {
   const AfterRecording action = mState->recordings.end();
   if (action == AfterRecording::kClose) closeDevice();
   if (action == AfterRecording::kStop && stopCapture() != kVeskStatusSuccess)
-    NSLog("[WARNING]: the camera \"" + mDeviceInfo->name().value_or("") +
-          "\" did not stop after the recording; close it or unplug it");
+    NSLog(LogLevel::kWarning, "the camera \"" + mDeviceInfo->name().value_or("") +
+                                  "\" did not stop after the recording; close it or unplug it");
 }
 
 int32_t VeskVideoDevice::stopUnlessRecorded() {

@@ -102,5 +102,5 @@ int main(int argc, char** argv) {
   vesk::VeskDeviceManager::destroy();
   std::printf("%s: %llu frames\n", outcome.finalPath.c_str(),
               static_cast<unsigned long long>(outcome.statistics.videoFrames));
-  return outcome.moveError.empty() ? 0 : 1;
+  return outcome.isPlaced ? 0 : 1;
 }

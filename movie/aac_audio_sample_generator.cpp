@@ -44,8 +44,8 @@ AACAudioSampleGenerator::AACAudioSampleGenerator(unsigned int sampleRate, int ch
 CMSampleBufferRef AACAudioSampleGenerator::CreateSample(const unsigned char* packet, unsigned int length,
                                                         unsigned long long timestamp) {
   if (timestamp < mLastTimestamp) {
-    printToError("[WARNING]: Dropping out of order audio packet [pts = %llu, last = %llu]\n", timestamp,
-                 static_cast<unsigned long long>(mLastTimestamp));
+    printToError(LogLevel::kWarning, "[WARNING]: Dropping out of order audio packet [pts = %llu, last = %llu]\n",
+                 timestamp, static_cast<unsigned long long>(mLastTimestamp));
     return nullptr;
   }
   if (timestamp > kLatestTimestamp || !mPacketDuration.valid) return nullptr;

@@ -10,6 +10,7 @@
 #include <vesk/four_char_code.h>
 #include <vesk/log.h>
 #include "movie/asset_writer_adapter_state.h"
+#include "platform/foundation/errors.h"
 #include "platform/foundation/file_manager.h"
 
 namespace vesk {
@@ -55,7 +56,7 @@ AVAssetWriterAdapter::~AVAssetWriterAdapter() {
   try {
     finish();
   } catch (const std::exception& error) {  // no memory: the movie stays in fragments, and may be recovered
-    NSLog(error.what());
+    NSLog(LogLevel::kError, error.what());
   }
 }
 
@@ -120,6 +121,7 @@ void AVAssetWriterAdapter::State::setup() {
     if (mHasAudio) mAudioInput = makeInput(AVMediaTypeAudio);
   }
   mCounters->writerMissing = !mWriter;
+  if (!mWriter) mCounters->noteFailure(0, errorOf(error));
   *mWriting = {mWriter.get(), mAudioInput.get(), mVideoInput.get()};
   mWriterQueue = DispatchQueue::createSerial("Media Writer Queue");
   printToOutput("Starting writing [%s] with audio = %p, video = %p\n", mFilePath.c_str(),
@@ -259,8 +261,14 @@ void AVAssetWriterAdapter::State::wakeWriter(size_t waiting, uint64_t bytes, AVA
 int32_t AVAssetWriterAdapter::State::reportFailure(const AVAssetWriter& writer) const {
   const NSError error = writer.error();
   NSLog("Asset writer failed [" + error.description + "]");
+  return noteFailure(error);
+}
+
+/// @return the status code that the error means
+int32_t AVAssetWriterAdapter::State::noteFailure(NSError error) const {
   const int32_t status = AVErrorToMovieCreatorError(error.code);
-  mCounters->noteStatus(status);
+  if (status == kMovieDiskFull) error.cause = Cause::kDiskFull;  // whatever the system made of that
+  mCounters->noteFailure(status, errorOf(error));
   return status;
 }
 
@@ -291,8 +299,7 @@ int32_t AVAssetWriterAdapter::State::AddSampleFromQueue(SampleQueue& queue, AVAs
   const AVAssetWriter& writer = *mWriting->writer;
   mCounters->bytes.store(writer.bytesWritten(), std::memory_order_relaxed);
   // A source that waits for these queues sends no further sample, with which the failure would be noted.
-  if (writer.status() == AVAssetWriterStatus::Failed)
-    mCounters->noteStatus(AVErrorToMovieCreatorError(writer.error().code));
+  if (writer.status() == AVAssetWriterStatus::Failed) noteFailure(writer.error());
   return 0;
 }
 

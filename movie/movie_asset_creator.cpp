@@ -121,8 +121,9 @@ int32_t VeskMovieAssetCreator::State::Open(const _VeskVideoDescription* video, c
   try {
     openStreams(video, audio);
   } catch (const std::exception& error) {
-    NSLog("The movie \"" + mFilePath + "\" could not be opened: " + error.what());
     mCounters->writerMissing = true;
+    mCounters->noteFailure(0, {Cause::kOther, "the movie \"" + mFilePath + "\" could not be opened: " + error.what(),
+                               "Close other programs."});
   }
   return 0;
 }
@@ -158,7 +159,7 @@ int32_t VeskMovieAssetCreator::State::AddSampleToMovie(void* buffer, unsigned lo
   try {
     return addSample(static_cast<uint8_t*>(buffer), length, timestamp - mFirstTimestamp, type);
   } catch (const std::exception& error) {
-    NSLog(std::string("A sample could not be recorded: ") + error.what());
+    NSLog(LogLevel::kError, std::string("A sample could not be recorded: ") + error.what());
     return 0;
   }
 }
@@ -174,7 +175,7 @@ int32_t VeskMovieAssetCreator::State::addSample(uint8_t* buffer, unsigned long l
     case VeskMediaTypeAudio:
       return mAudioGenerator && isUsable ? addAudio(buffer, static_cast<uint32_t>(length), time) : 0;
   }
-  printToOutput("*** Unsupported media type [%d] -- ignoring data\n", static_cast<int>(type));
+  printToOutput(LogLevel::kWarning, "*** Unsupported media type [%d] -- ignoring data\n", static_cast<int>(type));
   return kMovieUnsupportedMediaType;
 }
 
@@ -192,9 +193,11 @@ int32_t VeskMovieAssetCreator::State::addPicture(std::span<const uint8_t> pictur
 void VeskMovieAssetCreator::State::noteTime(const CMSampleBuffer& sample, uint64_t time) {
   const auto shown = static_cast<uint64_t>(sample.presentationTimeStamp().value);
   if (mCounters->noteFrame(time, shown) < kMostLate || std::exchange(mIsLateTold, true)) return;
-  NSLog("Pictures come faster than the movie \"" + mFilePath +
-        "\" shows them, one in 30 ms, and fall behind their sound. Record at most 33 pictures a second, or keep the "
-        "camera's times.");
+  NSLog(
+      LogLevel::kWarning,
+      "Pictures come faster than the movie \"" + mFilePath +
+          "\" shows them, one in 30 ms, and fall behind their sound. Record at most 33 pictures a second, or keep the "
+          "camera's times.");
 }
 
 /// A movie's track holds one sequence and one picture parameter set: those of the picture that it begins with.
@@ -257,8 +260,8 @@ std::vector<uint8_t> VeskMovieAssetCreator::State::withSets(std::span<const uint
 int32_t VeskMovieAssetCreator::State::leaveOut(std::span<const uint8_t> unit, bool isKey, uint64_t time) {
   const bool isFirst = !mCounters->formatChanged.exchange(true);
   if (isFirst && !mContinues) {
-    NSLog("The camera has changed its pictures on the way, which \"" + mFilePath +
-          "\" cannot hold: they are left out. Start another recording.");
+    NSLog(LogLevel::kWarning, "The camera has changed its pictures on the way, which \"" + mFilePath +
+                                  "\" cannot hold: they are left out. Start another recording.");
   }
   const uint64_t timestamp = mFirstTimestamp + time;
   if (!mContinues || (!mForNext.hasBegun() && !isKey)) {
@@ -346,7 +349,7 @@ void VeskMovieAssetCreator::State::giveUpWaiting() {
                     sample.timestamp - mFirstTimestamp);
     }
   } catch (const std::exception& error) {
-    NSLog(std::string("Sound could not be recorded: ") + error.what());
+    NSLog(LogLevel::kError, std::string("Sound could not be recorded: ") + error.what());
   }
   mCounters->forNext = 0;
 }

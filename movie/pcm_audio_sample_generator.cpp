@@ -48,7 +48,7 @@ PCMAudioSampleGenerator::~PCMAudioSampleGenerator() = default;
 CMSampleBufferRef PCMAudioSampleGenerator::CreateSample(const unsigned char* packet, unsigned int length,
                                                         unsigned long long timestamp) {
   if (timestamp < mLastTimestamp) {
-    printToOutput("[WARNING]: Dropping out of order audio packet [last = %llu, pts = %llu]\n",
+    printToOutput(LogLevel::kWarning, "[WARNING]: Dropping out of order audio packet [last = %llu, pts = %llu]\n",
                   static_cast<unsigned long long>(mLastTimestamp), timestamp);
     return nullptr;
   }

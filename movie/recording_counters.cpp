@@ -32,9 +32,12 @@ uint64_t RecordingCounters::noteFrame(uint64_t captured, uint64_t shown) {
   return late;
 }
 
-void RecordingCounters::noteStatus(int32_t status) {
-  int32_t none = 0;
-  if (status != 0) mStatus.compare_exchange_strong(none, status, std::memory_order_relaxed);
+void RecordingCounters::noteFailure(int32_t status, const Error& error) {
+  const MutexLock lock(mErrorMutex);
+  if (mError) return;
+  mError = error;
+  mStatus.store(status, std::memory_order_relaxed);
+  mHasError.store(true, std::memory_order_release);
 }
 
 RecordingStatistics RecordingCounters::statistics() const {
@@ -59,6 +62,10 @@ RecordingStatistics RecordingCounters::statistics() const {
   result.videoCapacity = queues.videoCapacity;
   result.audioCapacity = queues.audioCapacity;
   result.status = mStatus.load(std::memory_order_relaxed);
+  if (mHasError.load(std::memory_order_acquire)) {
+    const MutexLock lock(mErrorMutex);
+    result.error = mError;
+  }
   result.formatChanged = formatChanged.load(std::memory_order_relaxed);
   result.writerMissing = writerMissing.load(std::memory_order_relaxed);
   return result;

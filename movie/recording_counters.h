@@ -5,13 +5,14 @@
 
 #include <vesk/queue_levels.h>
 #include <vesk/recording_statistics.h>
+#include "platform/foundation/mutex.h"
 
 namespace vesk {
 
 /// Counts what a recording does, where it is done, for anyone to read at any time.
 ///
-/// Threads: everything from any thread, without a lock. The numbers of one snapshot may lie a few
-/// samples apart.
+/// Threads: everything from any thread, without a lock but for the error, which comes once. The numbers of one
+/// snapshot may lie a few samples apart.
 class RecordingCounters {
  public:
   using Count = std::atomic<uint64_t>;
@@ -36,8 +37,8 @@ class RecordingCounters {
   void noteEnd(uint64_t end);
   /// A frame captured at `captured` is shown at `shown`, in microseconds. @return how late that is
   uint64_t noteFrame(uint64_t captured, uint64_t shown);
-  /// A status other than 0 came up; the first one stays.
-  void noteStatus(int32_t status);
+  /// The writer has failed with a status, or could not be made; the first failure stays.
+  void noteFailure(int32_t status, const Error& error) VESK_EXCLUDES(mErrorMutex);
 
   RecordingStatistics statistics() const;
   QueueLevels levels() const;
@@ -57,6 +58,9 @@ class RecordingCounters {
   Count mDuration{0};
   Count mVideoLate{0};
   std::atomic<int32_t> mStatus{0};
+  std::atomic<bool> mHasError{false};
+  mutable Mutex mErrorMutex;
+  Error mError VESK_GUARDED_BY(mErrorMutex);
 };
 
 }  // namespace vesk

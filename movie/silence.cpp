@@ -5,7 +5,8 @@
 namespace vesk {
 
 void reportOpenGap(uint64_t gap) {
-  printToError("[WARNING]: Gap of %llu seconds in the sound is too long for silence, leaving it open\n",
+  printToError(LogLevel::kWarning,
+               "[WARNING]: Gap of %llu seconds in the sound is too long for silence, leaving it open\n",
                static_cast<unsigned long long>(gap / 1'000'000));
 }
 

@@ -58,14 +58,14 @@ NSSize CameraStatusDisplay::getImage(const std::string& path, uint8_t** rawData)
   std::string why;
   const CGImageRef picture = CGImageCreateWithFile(path, &why);
   if (!picture) {
-    NSLog("Cannot show the status picture " + path + ": " + why);
+    NSLog(LogLevel::kWarning, "Cannot show the status picture " + path + ": " + why);
     return {};
   }
   const size_t rowBytes = picture->bytesPerRow();
   const auto rows = static_cast<size_t>(picture->height());
   if (!*rawData) *rawData = static_cast<uint8_t*>(std::malloc(rowBytes * rows));
   if (!*rawData) {
-    NSLog("Cannot show the status picture " + path + ": memory is short");
+    NSLog(LogLevel::kWarning, "Cannot show the status picture " + path + ": memory is short");
     return {};
   }
   for (size_t row = 0; row < rows; ++row) {

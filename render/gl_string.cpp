@@ -133,7 +133,8 @@ void GLString::genTexture() {
     image->unlockFocus();
   }
   if (!bitmap) {
-    if (!NSIsEmptyRect({0, 0, size.width, size.height})) NSLog("Cannot draw a text: it is too large to be painted");
+    if (!NSIsEmptyRect({0, 0, size.width, size.height}))
+      NSLog(LogLevel::kWarning, "Cannot draw a text: it is too large to be painted");
     deleteTexture();
     mTexSize = {};
     return;
@@ -143,7 +144,7 @@ void GLString::genTexture() {
   if (context != cgl_ctx.lock()) deleteTexture();  // its name means nothing in another context
   cgl_ctx = context;
   if (!context) {
-    NSLog("StringTexture -genTexture: Failure to get current OpenGL context\n");
+    NSLog(LogLevel::kWarning, "StringTexture -genTexture: Failure to get current OpenGL context\n");
     return;
   }
   if (!context->canDraw() || !CGLFitsTexture("a text", mTexSize)) {

@@ -125,7 +125,7 @@ bool MovieRecording::isEmpty() const {
 }
 
 void MovieRecording::remove() const {
-  const std::string& place = mOutcome.moveError.empty() ? mOutcome.finalPath : mOutcome.temporaryPath;
+  const std::string& place = mOutcome.isPlaced ? mOutcome.finalPath : mOutcome.temporaryPath;
   std::error_code ignored;
   if (!place.empty()) fs::remove(place, ignored);
 }
@@ -145,14 +145,14 @@ RecordedMovie MovieRecording::conclude(bool mayBeEmpty) {
 /// @param place where the movie is then; empty when nothing was kept
 Error MovieRecording::errorOf(bool mayBeEmpty, std::string& place) {
   const RecordingStatistics& statistics = mOutcome.statistics;
-  place = mOutcome.moveError.empty() ? mPlan.file : mOutcome.temporaryPath;
+  place = mOutcome.isPlaced ? mPlan.file : mOutcome.temporaryPath;
   if (statistics.writerMissing || statistics.status != 0) return writerError(place);
   if (isEmpty()) {
     remove();
     place.clear();
     return mayBeEmpty ? Error() : nothingRecorded();
   }
-  if (mOutcome.moveError.empty()) return {};
+  if (mOutcome.isPlaced) return {};
   // Only now: an earlier movie is not given away for one that failed.
   if (mPlan.replacesFile && !place.empty() && std::rename(place.c_str(), mPlan.file.c_str()) == 0) {
     giveOrdinaryMode(mPlan.file);
@@ -198,7 +198,8 @@ Error MovieRecording::writerError(std::string& place) const {
 }
 
 Error MovieRecording::notPlaced(const std::string& place) const {
-  return {Cause::kFileError, fmt::format("the movie could not be placed at \"{}\": {}", mPlan.file, mOutcome.moveError),
+  return {Cause::kFileError,
+          fmt::format("the movie could not be placed at \"{}\": {}", mPlan.file, mOutcome.error.what),
           place.empty() ? "Attach that disk again, and have the recording finished there."
                         : fmt::format("It is whole, at \"{}\"; move it where you want it.", place)};
 }

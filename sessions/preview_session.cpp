@@ -19,6 +19,7 @@
 #include <vesk/ns_error.h>
 #include <vesk/preview_view.h>
 #include <vesk/video_device.h>
+#include "platform/foundation/errors.h"
 #include "platform/foundation/mutex.h"
 #include "platform/h264/nal_unit.h"
 #include "platform/h264/parameter_sets.h"
@@ -35,6 +36,10 @@ void onMainThread(const Work& work) {
     work();
   else
     mainQueue->async(work);
+}
+
+Error noCamera() {
+  return {Cause::kNoDevice, "the preview has no camera", ""};
 }
 
 }  // namespace
@@ -63,6 +68,12 @@ struct VeskPreviewSession::State {
   std::vector<uint8_t> firstPicture(std::span<const uint8_t> frame) VESK_REQUIRES(mMutex);
 
   // Main thread only, but for the atomic ones.
+  int32_t failed(int32_t status, Error why) {
+    mLastError.set(std::move(why));
+    return status;
+  }
+  LastError mLastError;
+
   std::weak_ptr<VeskVideoDevice> mDevice;
   std::shared_ptr<VeskAudioDevice> mAudioDevice;
   std::shared_ptr<LevelRelay> mLevelRelay;  ///< among the microphone's delegates in the session's place
@@ -113,14 +124,20 @@ VeskPreviewSession::~VeskPreviewSession() {
 
 int32_t VeskPreviewSession::openSession() {
   const auto device = mState->mDevice.lock();
-  return device ? device->openDevice() : kVeskStatusNoDevice;
+  if (!device) return mState->failed(kVeskStatusNoDevice, noCamera());
+  const int32_t status = device->openDevice();
+  return mState->failed(status, status == kVeskStatusSuccess ? Error() : device->lastError());
+}
+
+Error VeskPreviewSession::lastError() const {
+  return mState->mLastError.get();
 }
 
 int32_t VeskPreviewSession::startSessionWithPreview(const std::shared_ptr<VeskPreviewView>& view) {
   const auto self = shared_from_this();
-  if (!view) return kVeskStatusNoView;
+  if (!view) return mState->failed(kVeskStatusNoView, {Cause::kWrongUse, "there is no view to show the camera in", ""});
   const auto device = mState->mDevice.lock();
-  if (!device) return kVeskStatusNoDevice;
+  if (!device) return mState->failed(kVeskStatusNoDevice, noCamera());
 
   // It may be there already, after a refused start or a pause; it is never there twice. From here on no
   // frame is on its way to the session.
@@ -132,6 +149,7 @@ int32_t VeskPreviewSession::startSessionWithPreview(const std::shared_ptr<VeskPr
   const bool wasRunning = mState->mIsRunning.exchange(true);
   ++mState->mStarts;
   const int32_t status = device->startCapture();
+  mState->failed(status, status == kVeskStatusSuccess ? Error() : device->lastError());
   if (status != kVeskStatusSuccess) {
     mState->mIsRunning = false;
     if (wasRunning) stopMeter();
@@ -181,21 +199,23 @@ void VeskPreviewSession::closeSession() {
 int32_t VeskPreviewSession::capturePhotoFrameToPath(const std::string& path) {
   mState->mLastPhoto = {};
   mState->mLastPhoto.path = path + ".jpeg";
-  mState->mLastPhoto.error = mState->mIsRunning ? writePhoto(mState->mLastPhoto.path) : "the preview is not running";
-  if (!mState->mLastPhoto.error.empty())
-    NSLog("[WARNING]: the photo \"" + mState->mLastPhoto.path + "\" was not written: " + mState->mLastPhoto.error);
-  return kVeskStatusSuccess;
+  mState->mLastPhoto.error = mState->mIsRunning
+                                 ? writePhoto(mState->mLastPhoto.path)
+                                 : Error{Cause::kWrongUse, "there is no photo: the preview is not running", ""};
+  logError(mState->mLastPhoto.error);
+  return mState->failed(kVeskStatusSuccess, mState->mLastPhoto.error);
 }
 
-/// @return why it was not written; empty when it was.
-std::string VeskPreviewSession::writePhoto(const std::string& path) {
+/// @return why it was not written; none when it was.
+Error VeskPreviewSession::writePhoto(const std::string& path) {
   const auto view = mState->mPreviewView.lock();
   const auto bitmap = NSBitmapImageRep::initWithCIImage(view ? view->image() : nullptr);
-  if (!bitmap) return "no picture is on show yet";
+  if (!bitmap) return {Cause::kStalled, "there is no photo: no picture has come from the camera yet", "Wait for one."};
   const auto bytes = bitmap->representationUsingType(NSJPEGFileType);
-  if (bytes.empty()) return "the picture could not be encoded";
+  if (bytes.empty())
+    return {Cause::kOther, "there is no photo: the picture could not be encoded", "Close other programs."};
   NSError error;
-  if (!writeToFileAtomically(path, bytes, &error)) return error.description;
+  if (!writeToFileAtomically(path, bytes, &error)) return errorOf(error);
   mState->mLastPhoto.width = bitmap->pixelsWide();
   mState->mLastPhoto.height = bitmap->pixelsHigh();
   mState->mLastPhoto.bytes = bytes.size();
@@ -242,7 +262,7 @@ void VeskPreviewSession::didCaptureFrame(void* frame, uint32_t length, int64_t t
                                      static_cast<int32_t>(static_cast<uint32_t>(timestamp)));
     if (mState->mDecoder->frameCount() > 0) mState->mFirstSets.reset();
   } catch (const std::bad_alloc&) {
-    NSLog("[WARNING]: a frame was not shown: there is no memory for it");
+    NSLog(LogLevel::kWarning, "a frame was not shown: there is no memory for it");
   }
 }
 

@@ -9,6 +9,7 @@
 #include <vesk/log.h>
 #include <vesk/recorder.h>
 #include <vesk/video_device.h>
+#include "platform/foundation/errors.h"
 #include "platform/foundation/mutex.h"
 #include "sessions/temporary_movie.h"
 
@@ -22,9 +23,9 @@ int32_t guarded(int32_t otherwise, const Step& step) noexcept {
   try {
     return step();
   } catch (const std::exception& error) {
-    NSLog(error.what());
+    NSLog(LogLevel::kError, error.what());
   } catch (...) {
-    NSLog("a recording met an unknown exception");
+    NSLog(LogLevel::kError, "a recording met an unknown exception");
   }
   return otherwise;
 }
@@ -70,8 +71,12 @@ struct Recording {
   const std::shared_ptr<FrameRelay> relay = std::make_shared<FrameRelay>();
 };
 
+Error noFile(const std::string& path) {
+  return {Cause::kWrongUse, "\"" + path + "\" names no file that a movie could be written to", "Choose another name."};
+}
+
 /// Opens what is closed, and a movie for the session's present choices.
-int32_t openRecording(const VeskRecordSession& session, std::shared_ptr<Recording>& opened) {
+int32_t openRecording(const VeskRecordSession& session, std::shared_ptr<Recording>& opened, Error& why) {
   const auto camera = session.videoDevice();
   auto microphone = session.audioDevice();
   if (camera && !camera->isOpen()) camera->openDevice();
@@ -80,21 +85,31 @@ int32_t openRecording(const VeskRecordSession& session, std::shared_ptr<Recordin
 
   const std::string finalPath = session.fileURL();
   auto movie = TemporaryMovie::reserve(finalPath, session.temporaryFolder());
-  if (!movie) return kVeskStatusMovieNotOpened;
+  if (!movie) {
+    why = noFile(finalPath);
+    return kVeskStatusMovieNotOpened;
+  }
   auto recording = std::make_shared<Recording>(std::move(*movie), finalPath, camera, microphone);
   recording->recorder->setFrameTiming(session.frameTiming());
   recording->recorder->setContinues(session.continues());
   const int32_t status = recording->recorder->openRecorderWithFilPath(recording->movie->path(), camera, microphone);
+  why = recording->recorder->lastError();
   if (status != kVeskStatusSuccess) return status;
   recording->relay->setCreator(recording->recorder->movieCreator());
   opened = std::move(recording);
   return status;
 }
 
-int32_t startCaptures(const Recording& recording) {
+/// @param why of the device that was refused first
+int32_t startCaptures(const Recording& recording, Error& why) {
   int32_t status = kVeskStatusSuccess;
-  if (recording.videoDevice && !recording.videoDevice->isCapturing()) status = recording.videoDevice->startCapture();
-  if (recording.audioDevice && !recording.audioDevice->isCapturing()) status = recording.audioDevice->startCapture();
+  const auto start = [&](const auto& device) {
+    if (!device || device->isCapturing()) return;
+    status = device->startCapture();
+    if (status != kVeskStatusSuccess && !why) why = device->lastError();
+  };
+  start(recording.videoDevice);
+  start(recording.audioDevice);
   return status;
 }
 
@@ -124,11 +139,12 @@ RecordingOutcome place(TemporaryMovie& movie, const std::string& finalPath, Reco
     outcome.finalPath = finalPath;
     outcome.temporaryPath = movie.path();  // where it stays if it cannot be moved
     TemporaryMovie::Placing placing = movie.moveTo(finalPath);
-    outcome.moveError = std::move(placing.error);
+    outcome.isPlaced = !placing.error;
     outcome.temporaryPath = std::move(placing.left);
+    outcome.error = outcome.statistics.error ? outcome.statistics.error : std::move(placing.error);
     return kVeskStatusSuccess;
   });
-  if (status != kVeskStatusSuccess) outcome.moveError = "out of memory";
+  if (status != kVeskStatusSuccess) outcome.error.cause = Cause::kOther;  // no memory for more
   return outcome;
 }
 
@@ -150,6 +166,7 @@ struct VeskRecordSession::State {
   std::shared_ptr<Recording> recording() const VESK_EXCLUDES(mMutex);
   void setStage(Stage stage, std::shared_ptr<Recording> recording) VESK_EXCLUDES(mMutex);
 
+  LastError mLastError;
   mutable Mutex mMutex;
   std::string mFileURL VESK_GUARDED_BY(mMutex);
   std::string mTemporaryFolder VESK_GUARDED_BY(mMutex);
@@ -189,14 +206,19 @@ int32_t VeskRecordSession::startSession() {
   std::shared_ptr<Recording> refused;
   {
     const MutexLock lock(mState->mMutex);
-    if (mState->mStage != Stage::kIdle && mState->mStage != Stage::kRefused) return kVeskStatusAlreadyRecording;
+    if (mState->mStage != Stage::kIdle && mState->mStage != Stage::kRefused) {
+      mState->mLastError.set({Cause::kWrongUse, "a recording is under way already", ""});
+      return kVeskStatusAlreadyRecording;
+    }
     mState->mStage = Stage::kStarting;
     refused = std::move(mState->mRecording);
   }
   if (refused) discard(*refused);
 
   std::shared_ptr<Recording> started;
-  int32_t status = guarded(kVeskStatusMovieNotOpened, [&] { return openRecording(*this, started); });
+  Error why;
+  int32_t status = guarded(kVeskStatusMovieNotOpened, [&] { return openRecording(*this, started, why); });
+  mState->mLastError.set(why);
   if (status != kVeskStatusSuccess) {
     mState->setStage(Stage::kIdle, nullptr);
     return status;
@@ -206,8 +228,9 @@ int32_t VeskRecordSession::startSession() {
   status = guarded(kVeskStatusFailed, [&] {
     if (started->videoDevice) started->videoDevice->addDelegate(started->relay);
     if (started->audioDevice) started->audioDevice->addDelegate(started->relay);
-    return startCaptures(*started);
+    return startCaptures(*started, why);
   });
+  mState->mLastError.set(std::move(why));
   if (status == kVeskStatusSuccess) {
     started->relay->setRunningSession(self);
     mState->setStage(Stage::kRunning, started);
@@ -232,6 +255,7 @@ int32_t VeskRecordSession::stopSession() {
   }
   if (wasRunning) {
     auto outcome = finish(*stopping);
+    mState->mLastError.set(outcome.error);
     const MutexLock lock(mState->mMutex);
     mState->mLastOutcome = std::move(outcome);
   } else {
@@ -249,7 +273,10 @@ int32_t VeskRecordSession::continueSession(const std::string& fileURL) {
   std::shared_ptr<Recording> current;
   {
     const MutexLock lock(mState->mMutex);
-    if (mState->mStage != Stage::kRunning) return kVeskStatusNotRecording;
+    if (mState->mStage != Stage::kRunning) {
+      mState->mLastError.set({Cause::kWrongUse, "no recording is under way", ""});
+      return kVeskStatusNotRecording;
+    }
     mState->mStage = Stage::kContinuing;
     current = mState->mRecording;
   }
@@ -257,12 +284,18 @@ int32_t VeskRecordSession::continueSession(const std::string& fileURL) {
   std::string sessionPath;
   const int32_t status = guarded(kVeskStatusMovieNotOpened, [&]() -> int32_t {
     auto movie = TemporaryMovie::reserve(fileURL, temporaryFolder());
-    if (!movie) return kVeskStatusMovieNotOpened;
+    if (!movie) {
+      outcome.error = noFile(fileURL);
+      return kVeskStatusMovieNotOpened;
+    }
     sessionPath = fileURL;
     std::string recordingPath = fileURL;
     RecordingStatistics ended;
     const int32_t continued = current->recorder->continueRecorder(movie->path(), ended);
-    if (continued != kVeskStatusSuccess) return continued;
+    if (continued != kVeskStatusSuccess) {
+      outcome.error = current->recorder->lastError();
+      return continued;
+    }
     // The recorder writes the other movie from here on, so nothing may stand in the way of that.
     std::optional<TemporaryMovie> endedMovie = std::move(current->movie);
     current->movie.emplace(std::move(*movie));
@@ -270,6 +303,7 @@ int32_t VeskRecordSession::continueSession(const std::string& fileURL) {
     outcome = place(*endedMovie, recordingPath, ended);
     return kVeskStatusSuccess;
   });
+  mState->mLastError.set(outcome.error);
   const MutexLock lock(mState->mMutex);
   mState->mStage = Stage::kRunning;
   mState->mContinued.notify_all();
@@ -277,6 +311,10 @@ int32_t VeskRecordSession::continueSession(const std::string& fileURL) {
   mState->mLastOutcome = std::move(outcome);
   mState->mFileURL.swap(sessionPath);
   return status;
+}
+
+Error VeskRecordSession::lastError() const {
+  return mState->mLastError.get();
 }
 
 void VeskRecordSession::didCaptureFrame(void* frame, uint32_t length, int64_t timestamp,

@@ -8,6 +8,7 @@
 #include <vesk/run_loop.h>
 #include <vesk/video_device.h>
 #include "devices/capture_parameters.h"
+#include "platform/foundation/errors.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk {
@@ -44,6 +45,13 @@ struct VeskRecorder::State {
   int32_t addSample(void* bytes, uint32_t length, int64_t timestamp, VeskMovieCreator::VeskMediaType type)
       VESK_EXCLUDES(mMutex);
 
+  /// `status`, and why.
+  int32_t failed(int32_t status, Error why) {
+    mLastError.set(std::move(why));
+    return status;
+  }
+
+  LastError mLastError;
   RecursiveMutex mOpenCloseLock;
   bool mIsClosing VESK_GUARDED_BY(mOpenCloseLock) = false;
   std::optional<_VeskVideoDescription> mVideo VESK_GUARDED_BY(mOpenCloseLock);  ///< of the movie being written
@@ -74,17 +82,20 @@ int32_t VeskRecorder::openRecorderWithFilPath(const std::string& path,
                                               const std::shared_ptr<VeskVideoDevice>& videoDevice,
                                               const std::shared_ptr<VeskAudioDevice>& audioDevice) {
   const RecursiveMutexLock lock(mState->mOpenCloseLock);
-  if (isRecording()) return kVeskStatusAlreadyRecording;
+  if (isRecording())
+    return mState->failed(kVeskStatusAlreadyRecording, {Cause::kWrongUse, "a movie is being recorded already", ""});
   const auto videoFormat = videoDevice ? videoDevice->getFormat() : nullptr;
   const auto audioFormat = audioDevice ? audioDevice->getFormat() : nullptr;
   // A movie without the picture that was asked for is not what anybody wants.
-  if (!videoFormat && (videoDevice || !audioFormat)) return kVeskStatusNoFormat;
+  if (!videoFormat && (videoDevice || !audioFormat))
+    return mState->failed(kVeskStatusNoFormat, {Cause::kNoFormat, "no format has been chosen for the camera", ""});
 
   mState->mVideo = videoFormat ? std::optional(describe(*videoFormat, frameTiming())) : std::nullopt;
   mState->mAudio = audioFormat ? std::optional(describe(*audioFormat)) : std::nullopt;
   std::shared_ptr<VeskMovieCreator> newCreator;
   const int32_t status = mState->openCreator(path, newCreator);
   if (status != kVeskStatusSuccess) return status;
+  mState->mLastError.set(newCreator->statistics().error);
 
   const MutexLock fields(mState->mMutex);
   mState->mMovieCreator = std::move(newCreator);
@@ -94,8 +105,11 @@ int32_t VeskRecorder::openRecorderWithFilPath(const std::string& path,
 
 int32_t VeskRecorder::State::openCreator(const std::string& path, std::shared_ptr<VeskMovieCreator>& opened) {
   std::shared_ptr<VeskMovieCreator> creator = CreateMovieCreator(path.c_str());
-  if (!creator) return kVeskStatusNoMovieCreator;
-  if (creator->Open(mVideo ? &*mVideo : nullptr, mAudio ? &*mAudio : nullptr) != 0) return kVeskStatusMovieNotOpened;
+  if (!creator)
+    return failed(kVeskStatusNoMovieCreator,
+                  {Cause::kOther, "there is no memory for a movie", "Close other programs."});
+  if (creator->Open(mVideo ? &*mVideo : nullptr, mAudio ? &*mAudio : nullptr) != 0)
+    return failed(kVeskStatusMovieNotOpened, {Cause::kOther, "the movie \"" + path + "\" could not be opened", ""});
   creator->SetContinues([this] {
     const MutexLock lock(mMutex);
     return mContinues;
@@ -108,11 +122,13 @@ int32_t VeskRecorder::continueRecorder(const std::string& path, RecordingStatist
   const auto self = weak_from_this().lock();
   const RecursiveMutexLock lock(mState->mOpenCloseLock);
   const auto ending = mState->creator();
-  if (!ending || mState->mIsClosing) return kVeskStatusNotRecording;
+  if (!ending || mState->mIsClosing)
+    return mState->failed(kVeskStatusNotRecording, {Cause::kWrongUse, "no movie is being recorded", ""});
   std::shared_ptr<VeskMovieCreator> next;
   const int32_t status = mState->openCreator(path, next);
   if (status != kVeskStatusSuccess) return status;
-  if (next->statistics().writerMissing) return kVeskStatusMovieNotOpened;
+  if (RecordingStatistics statistics = next->statistics(); statistics.writerMissing)
+    return mState->failed(kVeskStatusMovieNotOpened, std::move(statistics.error));
 
   std::optional<std::string> nextPath = path;  // before there is no way back
   ending->ContinueIn(next);
@@ -124,9 +140,10 @@ int32_t VeskRecorder::continueRecorder(const std::string& path, RecordingStatist
   try {
     ending->Close();
   } catch (const std::exception& error) {  // the recording has moved on all the same
-    NSLog(error.what());
+    NSLog(LogLevel::kError, error.what());
   }
   ended = ending->statistics();
+  mState->mLastError.set(ended.error);
   return kVeskStatusSuccess;
 }
 
@@ -161,16 +178,21 @@ int32_t VeskRecorder::closeRecorder() {
     NSRunLoop::currentRunLoop()->runUntilDate(std::chrono::steady_clock::now() + kTimeBeforeClose);
     status = closing->Close();
   } catch (const std::exception& error) {  // letting the creator go closes it too
-    NSLog(error.what());
+    NSLog(LogLevel::kError, error.what());
   }
   mState->mIsClosing = false;
 
   const RecordingStatistics last = closing->statistics();
+  mState->mLastError.set(last.error);
   const MutexLock fields(mState->mMutex);
   mState->mLastStatistics = last;
   mState->mMovieCreator.reset();
   mState->mFileURL.reset();
   return status;
+}
+
+Error VeskRecorder::lastError() const {
+  return mState->mLastError.get();
 }
 
 std::shared_ptr<VeskMovieCreator> VeskRecorder::State::creator() const {

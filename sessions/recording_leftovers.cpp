@@ -16,26 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Why a movie is not whole now; none when it is.
-Error errorOf(const RecoveryResult& result) {
-  std::string what = result.text;
-  if (what.ends_with('.')) what.pop_back();
-  switch (result.outcome) {
-    case RecoveryOutcome::kAlreadyPlain:
-    case RecoveryOutcome::kRecovered:
-    case RecoveryOutcome::kEmpty:
-      return {};
-    case RecoveryOutcome::kLocked:
-      return {Cause::kBusy, what, "End that recording first."};
-    case RecoveryOutcome::kNothingToRecover:
-    case RecoveryOutcome::kNotAMovie:
-      return {Cause::kUnreadable, what, ""};
-    case RecoveryOutcome::kFailed:
-      break;
-  }
-  return {Cause::kFileError, what, "The file was left as it was; copy it to another disk and try there."};
-}
-
 /// @return nothing where there was no movie to finish
 std::optional<FinishedLeftover> finish(const std::string& file, const LockedLeftover& leftover, bool isFileRecorded) {
   FinishedLeftover finished;
@@ -56,7 +36,7 @@ std::optional<FinishedLeftover> finish(const std::string& file, const LockedLeft
     finished.wasEmpty = true;
     return finished;
   }
-  finished.error = errorOf(finished.recovery);
+  finished.error = finished.recovery.error;
   if (finished.error) return finished;
   const std::string target = freeName(file, isFileRecorded ? file : "");  // whose place that is
   NSError error;

@@ -150,7 +150,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     try {
       letGo();
     } catch (const std::exception& exception) {
-      NSLog(exception.what());
+      NSLog(LogLevel::kError, exception.what());
     }
   }
 
@@ -529,7 +529,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
       try {
         work(*finished);
       } catch (const std::exception& exception) {
-        NSLog(exception.what());
+        NSLog(LogLevel::kError, exception.what());
         if (finished->movies.empty()) finished->movies.emplace_back().error = {Cause::kOther, exception.what(), ""};
       }
       // The main thread lets go of the movies, and with them of the devices.

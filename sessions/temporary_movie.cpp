@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <utility>
 
+#include "platform/foundation/errors.h"
 #include "platform/foundation/file_manager.h"
 
 namespace vesk {
@@ -93,15 +94,19 @@ TemporaryMovie::Placing TemporaryMovie::moveTo(const std::string& finalPath) {
 
 TemporaryMovie::Placing TemporaryMovie::place(const std::string& finalPath) const {
   const auto movie = statusIn(mFolder, mName);
-  if (!movie || !S_ISREG(movie->st_mode)) return {"nothing was written at " + mPath, ""};
+  if (!movie || !S_ISREG(movie->st_mode))
+    return {{Cause::kFolderGone, "nothing was written at \"" + mPath + "\"", ""}, ""};
   if (isAlreadyAt(finalPath)) {
     giveOrdinaryMode(finalPath);
     return {};
   }
   const std::string current = whereabouts();
-  if (current.empty()) return {"its disk was unmounted; the movie is on it, in a file named " + mName, ""};
+  if (current.empty())
+    return {{Cause::kFolderGone, "the movie's disk was unmounted; it is there, in a file named \"" + mName + "\"",
+             "Attach the disk again."},
+            ""};
   NSError error;
-  if (!NSFileManager::defaultManager().moveItemAtPath(current, finalPath, &error)) return {error.description, current};
+  if (!NSFileManager::defaultManager().moveItemAtPath(current, finalPath, &error)) return {errorOf(error), current};
   giveOrdinaryMode(finalPath);
   return {};
 }

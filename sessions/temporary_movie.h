@@ -3,6 +3,7 @@
 #include <optional>
 #include <string>
 
+#include <vesk/error.h>
 #include <vesk/export.h>
 #include "platform/foundation/descriptor.h"
 
@@ -30,8 +31,8 @@ class VESK_LOCAL TemporaryMovie {
 
   /// What became of a movie that was to be moved.
   struct Placing {
-    std::string error;  ///< why it is not in place, in one line; empty when it is
-    std::string left;   ///< where it is then; empty when it is nowhere, or cannot be reached
+    Error error;       ///< why it is not in place; none when it is
+    std::string left;  ///< where it is then; empty when it is nowhere, or cannot be reached
   };
   /// Moves the movie to `finalPath`, where nothing else may be, lets the umask say who may read it,
   /// and gives the path back. The movie is found also when its folder has been renamed meanwhile.

@@ -35,7 +35,8 @@ constexpr bool isLowSurrogate(char16_t unit) {
 }
 
 [[noreturn]] void failAssertion(const char* function, const char* source, int line, const char* condition) {
-  printToError("Assertion failed: %s, function %s, file %s, line %d.\n", condition, function, source, line);
+  printToError(LogLevel::kError, "Assertion failed: %s, function %s, file %s, line %d.\n", condition, function, source,
+               line);
   std::abort();
 }
 

@@ -39,7 +39,6 @@ std::shared_ptr<VeskDeviceInfo> chooseRecord(const VeskDeviceList& records, cons
 
 template <class Device>
 void open(Device& device) {
-  const HeldLog held;
   if (device.openDevice() != 0) throw Failure(kBusy, device.lastError());
 }
 

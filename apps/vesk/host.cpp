@@ -29,33 +29,12 @@ struct ShownLines {
 
 ShownLines gShown;
 
-struct HeldLines {
-  Mutex mutex;
-  bool isHolding VESK_GUARDED_BY(mutex) = false;
-  std::vector<std::string> lines VESK_GUARDED_BY(mutex);
-};
-
-HeldLines gHeld;
-
-bool keepBack(std::string_view line) {
-  const MutexLock lock(gHeld.mutex);
-  if (gHeld.isHolding) gHeld.lines.emplace_back(line);
-  return gHeld.isHolding;
-}
-
-std::vector<std::string> letGo(bool goesOn) {
-  const MutexLock lock(gHeld.mutex);
-  gHeld.isHolding = goesOn;
-  return std::exchange(gHeld.lines, {});
-}
-
-void showLine(std::string_view line) {
-  while (!line.empty() && line.back() == '\n') line.remove_suffix(1);
-  if (line.empty() || (!gVerbose && !LogLines::isForPeople(line))) return;
-  if (keepBack(line)) return;
+/// With --verbose all that there is; else what calls, outcomes and statistics do not tell.
+void showLine(LogLevel level, std::string_view line) {
   if (gVerbose) return writeLine(line);
+  if (level == LogLevel::kDebug) return;
   const MutexLock lock(gShown.mutex);
-  if (const auto words = gShown.lines.take(line, LogLines::Clock::now())) writeLine(*words);
+  if (const auto shown = gShown.lines.take(line, LogLines::Clock::now())) writeLine(*shown);
 }
 
 void showCounts() {
@@ -63,48 +42,11 @@ void showCounts() {
   for (const std::string& line : gShown.lines.counts()) writeLine(line);
 }
 
-/// The write function of the stream that the library is given in place of standard output: the
-/// library writes a line at a time.
-ssize_t writeLines(void* /*cookie*/, const char* bytes, size_t size) {
-  std::string_view text(bytes, size);
-  while (!text.empty()) {
-    const size_t end = text.find('\n');
-    showLine(text.substr(0, end));
-    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-  }
-  return static_cast<ssize_t>(size);
-}
-
-FILE* lineStream() {
-  static FILE* const stream = [] {
-    FILE* made = fopencookie(nullptr, "w", {nullptr, writeLines, nullptr, nullptr});
-    if (made) setvbuf(made, nullptr, _IOLBF, 4096);
-    return made ? made : stderr;
-  }();
-  return stream;
-}
-
 }  // namespace
 
 void setUpLogLines(bool verbose) {
   gVerbose = verbose;
-  setStandardOutput(lineStream());
-  setStandardError(lineStream());
   setLogSink(showLine);
-}
-
-HeldLog::HeldLog() : mExceptions(std::uncaught_exceptions()) {
-  letGo(true);
-}
-
-HeldLog::~HeldLog() {
-  const std::vector<std::string> lines = letGo(false);
-  if (std::uncaught_exceptions() == mExceptions)
-    for (const std::string& line : lines) showLine(line);
-}
-
-void HeldLog::drop() {
-  letGo(true);
 }
 
 Host::Host(const GlobalOptions& options) {

@@ -80,20 +80,4 @@ class DeviceWatch {
 /// they are, else as LogLines has them.
 void setUpLogLines(bool verbose);
 
-/// Keeps the library's lines back while a device is being opened or started: they echo the error that a failure is
-/// made of, and a person reads one line. Shown when it goes, unless an exception is on its way. One at a time.
-class HeldLog {
- public:
-  HeldLog();
-  ~HeldLog();
-  HeldLog(const HeldLog&) = delete;
-  HeldLog& operator=(const HeldLog&) = delete;
-
-  /// Lets go of them without a word.
-  void drop();
-
- private:
-  const int mExceptions;
-};
-
 }  // namespace vesk::program

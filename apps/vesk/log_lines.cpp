@@ -2,8 +2,6 @@
 
 #include <fmt/core.h>
 
-#include <algorithm>
-#include <array>
 #include <cctype>
 #include <utility>
 
@@ -13,28 +11,9 @@ namespace {
 constexpr std::chrono::minutes kQuiet{1};
 constexpr size_t kMostKinds = 100;
 
-struct Translation {
-  std::string_view start;
-  std::string_view words;  ///< empty: not shown
-};
-constexpr std::array kTranslations = {
-    // The ordinary course of things.
-    Translation{"Starting writing [", ""}, Translation{"Finished writing [", ""}, Translation{"Dealloc AVDevice ", ""},
-    Translation{"Samples are being discarded!!!", ""}, Translation{"item ", ""}, Translation{"panRelative", ""},
-    Translation{"tiltRelative", ""}, Translation{"resetPanTiltRel Result 0", ""}, Translation{"IsRunning ", ""},
-    Translation{"Accepts First ", ""}, Translation{"(", ""},  // a meter's inputs
-    // What commands say themselves, once and with what to do; dropped pictures and silence are counted there.
-    Translation{"The camera at ", ""}, Translation{"Asset writer failed [", ""}, Translation{"[FATAL]", ""},
-    Translation{"[WARNING]: Inserting ", ""}, Translation{" VCI_Enum_Property_Items is failed", ""},
-    // For engineers as they stand.
-    Translation{"[WARNING]: Dropping out of order audio packet", "sound came out of order and was left out"},
-    Translation{"*** [Error] in converting to box format", "a damaged picture came from the camera"},
-    Translation{"*** Unsupported media type", "something that is neither picture nor sound was left out"},
-    Translation{"StringTexture -genTexture", "the text in the preview cannot be drawn"}};
-constexpr std::string_view kWarning = "[WARNING]: ";
 constexpr std::string_view kProgram = "vesk: ";
 
-std::string withoutNumbers(const std::string& line) {
+std::string withoutNumbers(std::string_view line) {
   std::string kind;
   for (const char character : line) {
     if (!std::isdigit(static_cast<unsigned char>(character)))
@@ -45,33 +24,19 @@ std::string withoutNumbers(const std::string& line) {
   return kind;
 }
 
-std::string inWords(std::string_view line) {
-  for (const Translation& translation : kTranslations)
-    if (line.starts_with(translation.start)) return std::string(translation.words);
-  if (line.starts_with(kWarning)) line.remove_prefix(kWarning.size());
-  if (line.starts_with(kProgram)) line.remove_prefix(kProgram.size());
-  return std::string(line);
-}
-
 }  // namespace
 
-bool LogLines::isForPeople(std::string_view line) {
-  return !inWords(line).empty();
-}
-
 std::optional<std::string> LogLines::take(std::string_view line, Clock::time_point now) {
-  std::string words = inWords(line);
-  if (words.empty()) return std::nullopt;
   if (mKinds.size() >= kMostKinds) mKinds.clear();
-  const auto [found, isNew] = mKinds.try_emplace(withoutNumbers(words));
+  const auto [found, isNew] = mKinds.try_emplace(withoutNumbers(line));
   Kind& kind = found->second;
   if (!isNew && now - kind.shown < kQuiet) {
     ++kind.unshown;
     return std::nullopt;
   }
-  std::string shown = fmt::format("{}{}", kProgram, words);
+  std::string shown = fmt::format("{}{}", kProgram, line);
   if (kind.unshown != 0) shown += fmt::format(" ({} times since it was last said)", kind.unshown + 1);
-  kind = {std::move(words), now, 0};
+  kind = {std::string(line), now, 0};
   return shown;
 }
 

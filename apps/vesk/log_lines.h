@@ -10,17 +10,14 @@
 
 namespace vesk::program {
 
-/// Picks from the library's lines those that a person is to see, in words: routine lines, and those of failures
-/// that the command itself reports, are left out. A line that comes again is counted, and shown with its count
-/// when a minute has gone by; numbers in it do not make it another.
+/// The library's lines as a person is shown them: one that comes again is counted, and shown with its count when a
+/// minute has gone by; numbers in it do not make it another.
 ///
 /// Threads: one at a time.
 class LogLines {
  public:
   using Clock = std::chrono::steady_clock;
 
-  /// Whether a line is shown at all.
-  static bool isForPeople(std::string_view line);
   /// What to show for a line that came at `now`; none for nothing.
   std::optional<std::string> take(std::string_view line, Clock::time_point now);
 

@@ -44,11 +44,8 @@ class MeterCommand {
     capture::Transport::shared().setEndHandler([this] { mLoop.stop(); });
     mRemoved.emplace(KVXDeviceRemoved, [this](auto info) { deviceRemoved(std::move(info)); });
     mStarted = Clock::now();
-    {
-      const HeldLog held;
-      mMicrophone->startVUMeter();
-      if (const Error error = mMicrophone->lastError()) throw Failure(kBusy, error);
-    }
+    mMicrophone->startVUMeter();
+    if (const Error error = mMicrophone->lastError()) throw Failure(kBusy, error);
     mLoop.every(kTick, [this] { tick(); });
     mLoop.endWithReader();
     mLoop.run();

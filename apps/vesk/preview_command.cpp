@@ -151,8 +151,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   /// Starts the camera, and the microphone's meter if there is one. @throws Failure
   void show() {
     mSession->setAudioDevice(mIsMicrophoneGone ? nullptr : mMicrophone);
-    const HeldLog held;
-    if (mSession->startSessionWithPreview(mView) != 0) throw Failure(kBusy, mCamera->lastError());
+    if (mSession->startSessionWithPreview(mView) != 0) throw Failure(kBusy, mSession->lastError());
   }
 
   void keyPressed(int key) {
@@ -177,7 +176,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     const std::string base = freeName(nameByTime(), ".jpeg");
     mSession->capturePhotoFrameToPath(base);
     const PhotoOutcome& photo = mSession->lastPhoto();
-    if (!photo.error.empty()) return;  // the session has said why
+    if (photo.error) return warn(Failure(kFailed, photo.error));
     mPhotos.push_back(photo.path);
     say(fmt::format("{}: {}x{}", photo.path, photo.width, photo.height));
   }

@@ -52,7 +52,6 @@ class RecordCommand {
     transport.setLimit(mOptions.duration);
     if (mGlobal.pace == "fast") transport.setBackpressure(mSupervisor->writerBusy());
     if (mProgress.isShown()) mLoop.every(kTick, [this] { showProgress(); });
-    mHeldLog.emplace();
     mSupervisor->start(settings());
     mLoop.runUntil([this] { return mIsEnded; });
     mSupervisor->stop();
@@ -104,8 +103,6 @@ class RecordCommand {
   }
 
   void handle(const RecordingEvent& event) {
-    if (mHeldLog && event.error) mHeldLog->drop();
-    mHeldLog.reset();
     switch (event.kind) {
       case Kind::kWaiting:
         return waiting();
@@ -254,7 +251,6 @@ class RecordCommand {
   Host mHost;
   MainLoop mLoop;
   ProgressLine mProgress;
-  std::optional<HeldLog> mHeldLog;  ///< until the first event
   const std::shared_ptr<VeskRecordingSupervisor> mSupervisor =
       VeskRecordingSupervisor::initWithEventHandler([this](const RecordingEvent& event) { handle(event); });
   std::string mCameraName;                ///< as it was typed, or the path of the one that went

@@ -18,21 +18,7 @@ namespace fs = std::filesystem;
 
 /// @throws Failure when the movie is not whole now.
 void check(const RecoveryResult& result) {
-  switch (result.outcome) {
-    case RecoveryOutcome::kAlreadyPlain:
-    case RecoveryOutcome::kRecovered:
-      return;
-    case RecoveryOutcome::kLocked:
-      throw Failure(kBusy, result.text, "End that recording first (Ctrl-C).");
-    case RecoveryOutcome::kEmpty:
-      throw Failure(kFailed, result.text, "The recording ended before its first second was written.");
-    case RecoveryOutcome::kNothingToRecover:
-    case RecoveryOutcome::kNotAMovie:
-      throw Failure(kFailed, result.text, "Name a movie that vesk record has made.");
-    case RecoveryOutcome::kFailed:
-      break;
-  }
-  throw Failure(kFailed, result.text, "The file was left as it was; copy it to another disk and try there.");
+  if (result.error) throw Failure(result.error.cause == Cause::kBusy ? kBusy : kFailed, result.error);
 }
 
 void report(const GlobalOptions& global, const std::string& path, const RecoveryResult& result) {

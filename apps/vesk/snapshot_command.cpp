@@ -53,7 +53,6 @@ class SnapshotCommand {
   void start() {
     capture::Transport::shared().setEndHandler([this] { mLoop.post([this] { mIsAtEnd = true; }); });
     mSession = VeskPreviewSession::initWithDevice(mCamera, nullptr);
-    const HeldLog held;
     if (mSession->startSessionWithPreview(mView) != 0) throw Failure(kBusy, mCamera->lastError());
     mRemoved.emplace(KVXDeviceRemoved, [this](auto info) {
       if (mCamera->deviceInfo()->isEqualToDevice(*info)) mLoop.stop();
@@ -86,9 +85,10 @@ class SnapshotCommand {
     if (photo.path.empty())
       throw Failure(kFailed, fmt::format("no picture came from \"{}\".", nameOf(*mCamera->deviceInfo())),
                     "See with \"vesk devices\" that it is there, or try another format with --format.");
-    if (!photo.error.empty())
-      throw Failure(kFailed, fmt::format("\"{}\" was not written: {}.", mOptions.file, photo.error),
-                    "See that its folder exists and can be written.");
+    if (photo.error)
+      throw Failure(kFailed,
+                    Error{photo.error.cause, fmt::format("\"{}\" was not written: {}", mOptions.file, photo.error.what),
+                          photo.error.remedy});
     if (photo.path != mOptions.file && std::rename(photo.path.c_str(), mOptions.file.c_str()) != 0) {
       const std::error_code error(errno, std::generic_category());
       std::remove(photo.path.c_str());

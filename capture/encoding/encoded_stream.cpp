@@ -130,9 +130,9 @@ void EncodedStream::giveBack(Slot& slot, uint64_t EncodingCounts::*counter) {
 }
 
 void EncodedStream::sayThatItIsSlow() const {
-  NSLog("The pictures of the camera \"" + mCamera + "\" come faster than this computer encodes them at " +
-        std::to_string(mInput.width) + "x" + std::to_string(mInput.height) +
-        ": some are left out. Choose a smaller size.");
+  NSLog(LogLevel::kWarning, "The pictures of the camera \"" + mCamera +
+                                "\" come faster than this computer encodes them at " + std::to_string(mInput.width) +
+                                "x" + std::to_string(mInput.height) + ": some are left out. Choose a smaller size.");
 }
 
 void EncodedStream::requestEnd() {
@@ -181,9 +181,10 @@ bool EncodedStream::isKeyDue(int64_t timestamp) const {
 void EncodedStream::report() const {
   const EncodingCounts all = counts();
   if (all.late + all.damaged + all.failed == 0) return;
-  NSLog("Of the camera \"" + mCamera + "\", " + std::to_string(all.delivered) + " pictures were encoded; " +
-        std::to_string(all.late) + " were left out, " + std::to_string(all.damaged) + " were damaged and " +
-        std::to_string(all.failed) + " could not be encoded.");
+  NSLog(LogLevel::kInfo, "Of the camera \"" + mCamera + "\", " + std::to_string(all.delivered) +
+                             " pictures were encoded; " + std::to_string(all.late) + " were left out, " +
+                             std::to_string(all.damaged) + " were damaged and " + std::to_string(all.failed) +
+                             " could not be encoded.");
 }
 
 }  // namespace vesk::capture

@@ -137,8 +137,9 @@ class FileCamera : public FileDevice {
     mCodec = parameters.codec;
     const uint64_t asked = askedInterval(parameters);
     if (asked != 0 && asked != kUsualInterval && !isSameRate(track().interval, asked))
-      NSLog("The footage \"" + footage().name() + "\" has its own rate, " + rateText(track().interval) +
-            " pictures a second, and cannot be set to " + rateText(asked) + ".");
+      NSLog(LogLevel::kInfo, "The footage \"" + footage().name() + "\" has its own rate, " +
+                                 rateText(track().interval) + " pictures a second, and cannot be set to " +
+                                 rateText(asked) + ".");
     return kVCISuccess;
   }
 

@@ -343,8 +343,8 @@ std::unique_ptr<Footage> Footage::open(const std::string& path, bool wantsLength
              "Name a movie or sound file that plays."};
     return nullptr;
   }
-  if (!pictureError.empty()) NSLog(pictureError + "; only its sound is offered");
-  if (!soundError.empty()) NSLog(soundError + "; only its pictures are offered");
+  if (!pictureError.empty()) NSLog(LogLevel::kWarning, pictureError + "; only its sound is offered");
+  if (!soundError.empty()) NSLog(LogLevel::kWarning, soundError + "; only its pictures are offered");
 
   const int64_t origin = std::min(pictures.start, sound.start);
   const auto settle = [&](auto& track, Probe& probe, std::unique_ptr<TrackReader>& kept) {

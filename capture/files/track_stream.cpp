@@ -54,7 +54,8 @@ void TrackStream::deliver(int64_t timestamp) {
 void TrackStream::logDamage() {
   if (mHasLogged || mReader->damage().empty()) return;
   mHasLogged = true;
-  NSLog(fmt::format("{}: footage is damaged and was not delivered whole: {}", mName, mReader->damage()));
+  NSLog(LogLevel::kWarning,
+        fmt::format("{}: footage is damaged and was not delivered whole: {}", mName, mReader->damage()));
 }
 
 }  // namespace vesk::capture

@@ -129,9 +129,9 @@ EventSlot::Callback eventCallback(uint32_t event, Function callback, void* conte
     try {
       callback(nullptr, &info);
     } catch (const std::exception& exception) {
-      NSLog(std::string("A capture callback has thrown: ") + exception.what());
+      NSLog(LogLevel::kError, std::string("A capture callback has thrown: ") + exception.what());
     } catch (...) {
-      NSLog("A capture callback has thrown.");
+      NSLog(LogLevel::kError, "A capture callback has thrown.");
     }
   };
 }

@@ -28,7 +28,7 @@ void setHandler(CaptureSource& source, CaptureSource::HotplugHandler handler) {
     reason = std::string(": ") + exception.what();
   } catch (...) {
   }
-  NSLog("[WARNING]: devices that come and go will not be noticed" + reason);
+  NSLog(LogLevel::kWarning, "devices that come and go will not be noticed" + reason);
 }
 
 }  // namespace

@@ -30,7 +30,7 @@ int openPipe(const char* path) {
   struct stat state {};
   if (pipe >= 0 && fstat(pipe, &state) == 0 && S_ISFIFO(state.st_mode)) return pipe;
   if (pipe >= 0) close(pipe);
-  NSLog(std::string("VESK_SIMULATED_COMMANDS: \"") + path + "\" is no pipe.");
+  NSLog(LogLevel::kError, std::string("VESK_SIMULATED_COMMANDS: \"") + path + "\" is no pipe.");
   return -1;
 }
 
@@ -71,7 +71,7 @@ void SimulatedCommands::obey(std::string_view command) {
   else if (word == "busy" || word == "silent" || word == "well")
     isDone = mSource.setFaults(path, faultsOf(word));
   mSource.waitForHotplug();  // whoever is told looks at what there is: one thing at a time
-  if (!isDone) NSLog("The simulated devices cannot obey \"" + std::string(command) + "\".");
+  if (!isDone) NSLog(LogLevel::kError, "The simulated devices cannot obey \"" + std::string(command) + "\".");
 }
 
 void SimulatedCommands::read() {

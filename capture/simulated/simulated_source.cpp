@@ -174,7 +174,7 @@ void SimulatedSource::keepSettings(SimulatedUnit& unit, const std::string& file)
     const std::string text = properties.settings();
     NSError error;
     if (!writeToFileAtomically(file, {reinterpret_cast<const uint8_t*>(text.data()), text.size()}, &error))
-      NSLog("The simulated camera's settings were not kept: " + error.description);
+      NSLog(LogLevel::kError, "The simulated camera's settings were not kept: " + error.description);
   });
 }
 

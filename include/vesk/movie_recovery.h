@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include <vesk/error.h>
 #include <vesk/export.h>
 
 namespace vesk {
@@ -23,7 +24,7 @@ struct RecoveryResult {
   uint64_t frames = 0;        ///< pictures
   uint64_t fragments = 0;     ///< that the movie was put together from
   uint64_t bytesDropped = 0;  ///< at the end of the file, torn by what stopped the recording
-  std::string text;           ///< one line for a person
+  Error error;                ///< why there is no whole movie now; none when it is recovered, or was plain already
 };
 
 /// Makes a plain movie of what a killed program or a power cut left at `path`. Everything up to the

@@ -6,6 +6,7 @@
 
 #include <vesk/decoder_protocol.h>
 #include <vesk/device_delegate.h>
+#include <vesk/error.h>
 #include <vesk/export.h>
 #include <vesk/preview_session_delegate.h>
 #include <vesk/status.h>
@@ -31,7 +32,7 @@ struct PhotoOutcome {
   int32_t width = 0;
   int32_t height = 0;
   uint64_t bytes = 0;
-  std::string error;  ///< why there is no file, one line for a person; else empty
+  Error error;  ///< why there is no file; else none
 };
 
 /// Shows a camera live in a view, takes photos of what is on show, and passes on the level of a
@@ -85,6 +86,9 @@ class VESK_EXPORT VeskPreviewSession : public VeskAVDeviceDelegate,
   /// Stops if running, and closes the device.
   void closeSession();
 
+  /// Why the last open, start or photo failed; none after one that did not. From any thread.
+  Error lastError() const;
+
   /// Writes the picture on show as a JPEG file at `path` with ".jpeg" appended, upright and at its
   /// full size; replaces what is there, whole or not at all. Nothing is written while the session is
   /// not running. lastPhoto tells how it went. @return 0
@@ -121,7 +125,7 @@ class VESK_EXPORT VeskPreviewSession : public VeskAVDeviceDelegate,
   void stopMeter();
   void clearView() const;
   void showNewest();
-  std::string writePhoto(const std::string& path);
+  Error writePhoto(const std::string& path);
 
   const std::unique_ptr<State> mState;
 };

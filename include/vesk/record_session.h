@@ -5,6 +5,7 @@
 #include <string>
 
 #include <vesk/device_delegate.h>
+#include <vesk/error.h>
 #include <vesk/export.h>
 #include <vesk/frame_timing.h>
 #include <vesk/queue_levels.h>
@@ -20,7 +21,8 @@ class VeskVideoDevice;
 struct RecordingOutcome {
   std::string finalPath;           ///< where the movie was to go; empty before the first stop
   std::string temporaryPath;       ///< where the movie was left; empty when it is at finalPath or nowhere
-  std::string moveError;           ///< why it is not at finalPath, one line for a person; else empty
+  bool isPlaced = false;           ///< whether the movie is at finalPath
+  Error error;                     ///< why it is not, or why it ends before the recording did
   RecordingStatistics statistics;  ///< as the movie was closed
 };
 
@@ -102,6 +104,9 @@ class VESK_EXPORT VeskRecordSession : public VeskAVDeviceDelegate,
 
   /// Of the recording under way, else of the last one that was stopped.
   RecordingStatistics statistics() const;
+  /// Why the last start, stop or continuation went wrong; none when it did not. A start may answer 0 and have an
+  /// error, when nothing can be written at the final path, or the camera alone has refused.
+  Error lastError() const;
   /// What became of the last recording that was stopped.
   RecordingOutcome lastOutcome() const;
   /// How full the queues to the movie's writer are. Never waits: for asking on a capture thread.

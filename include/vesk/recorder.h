@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include <vesk/error.h>
 #include <vesk/export.h>
 #include <vesk/movie_creator.h>
 #include <vesk/status.h>
@@ -66,6 +67,10 @@ class VESK_EXPORT VeskRecorder : public std::enable_shared_from_this<VeskRecorde
   /// @return 0; 1 or 8 the new movie could not be opened, and the present one goes on; 10 no movie is being
   ///         written, or it is being closed
   int32_t continueRecorder(const std::string& path, RecordingStatistics& ended);
+
+  /// Why the last open, continuation or close went wrong; none when it did not. A movie may be open, with status 0,
+  /// of which nothing can be written: the error says so. From any thread.
+  Error lastError() const;
 
   /// The path of the movie being written; none when not recording. From any thread.
   std::optional<std::string> fileURL() const;

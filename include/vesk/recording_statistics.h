@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include <vesk/error.h>
+
 namespace vesk {
 
 /// What a recording has done so far. Counts are of samples, times in microseconds of the movie.
@@ -27,6 +29,7 @@ struct RecordingStatistics {
   uint32_t videoCapacity = 0;  ///< of the queues
   uint32_t audioCapacity = 0;
   int32_t status = 0;  ///< 0, or the first of the writer's status codes (-198 to -200)
+  Error error;         ///< why the movie is not written any more: of the status, or of writerMissing
   /// The camera has changed its parameter sets, with its size for instance: this movie cannot hold its
   /// pictures any more (VeskMovieCreator: SetContinues).
   bool formatChanged = false;

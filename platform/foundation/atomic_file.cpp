@@ -9,6 +9,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/foundation/errors.h"
 #include "platform/foundation/file_manager.h"
 
 namespace vesk {
@@ -92,7 +93,9 @@ bool writeToFileAtomically(const std::string& path, std::span<const uint8_t> byt
   const int failure = writeBeside(path, bytes);
   if (error) {
     *error = {};
-    if (failure) *error = {failure, "Cannot write " + path + ": " + std::generic_category().message(failure)};
+    if (failure)
+      *error = {failure, "Cannot write " + path + ": " + std::generic_category().message(failure),
+                failure == ENOENT ? Cause::kFolderGone : fileCause(failure)};
   }
   return failure == 0;
 }

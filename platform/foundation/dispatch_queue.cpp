@@ -38,9 +38,9 @@ void perform(const Work& work, const std::string& label) {
   try {
     work();
   } catch (const std::exception& error) {
-    NSLog("Work on the queue \"" + label + "\" failed: " + error.what());
+    NSLog(LogLevel::kError, "Work on the queue \"" + label + "\" failed: " + error.what());
   } catch (...) {
-    NSLog("Work on the queue \"" + label + "\" failed");
+    NSLog(LogLevel::kError, "Work on the queue \"" + label + "\" failed");
   }
 }
 

@@ -43,12 +43,40 @@ Cause fileCause(int error) {
   }
 }
 
+std::string fileRemedy(Cause cause) {
+  switch (cause) {
+    case Cause::kNoPermission:
+      return "Choose a place that you may write to.";
+    case Cause::kDiskFull:
+      return "Make room on the disk, or choose another one.";
+    case Cause::kNoFile:
+    case Cause::kFolderGone:
+      return "See that the disk is attached and the folder exists.";
+    case Cause::kFileExists:
+    case Cause::kWrongUse:
+      return "Choose another name.";
+    case Cause::kBusy:
+      return "Close the other program.";
+    case Cause::kFileError:
+      return "See that the disk works and is not write-protected.";
+    default:
+      return "";
+  }
+}
+
+Error errorOf(const NSError& error) {
+  if (!error) return {};
+  std::string what = error.description;
+  if (!what.empty()) what.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(what.front())));
+  return {error.cause, std::move(what), fileRemedy(error.cause)};
+}
+
 std::string sentences(const Error& error) {
   std::string text = error.what;
   if (!text.empty()) text.front() = static_cast<char>(std::toupper(static_cast<unsigned char>(text.front())));
   text += ".";
-  if (!error.remedy.empty()) text += " " + error.remedy;
-  return text;
+  if (error.remedy.empty()) return text;
+  return text + " " + error.remedy + (error.remedy.back() == '.' ? "" : ".");
 }
 
 void logError(const Error& error) {

@@ -3,12 +3,18 @@
 #include <string>
 
 #include <vesk/error.h>
+#include <vesk/ns_error.h>
 #include "platform/foundation/mutex.h"
 
 namespace vesk {
 
 /// What an errno value of a file or folder means.
 Cause fileCause(int error);
+
+/// What a person can do about a file of that cause; empty where nothing is known.
+std::string fileRemedy(Cause cause);
+/// The same as an operation of the library's own answers it; no error for none.
+Error errorOf(const NSError& error);
 
 /// The error as sentences, for the log: "The camera "X" could not be opened: no permission. Log in again."
 std::string sentences(const Error& error);

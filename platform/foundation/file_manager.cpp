@@ -15,6 +15,7 @@
 #include <utility>
 
 #include "platform/foundation/descriptor.h"
+#include "platform/foundation/errors.h"
 #include "platform/foundation/file_calls.h"
 #include "platform/foundation/mutex.h"
 
@@ -194,8 +195,8 @@ bool NSFileManager::moveItemAtPath(const std::string& from, const std::string& t
   if (error) {
     *error = {};
     if (failure)
-      *error = {failure,
-                oneLine("Cannot move " + from + " to " + to + ": " + std::generic_category().message(failure))};
+      *error = {failure, oneLine("Cannot move " + from + " to " + to + ": " + std::generic_category().message(failure)),
+                failure == ENOENT && access(from.c_str(), F_OK) == 0 ? Cause::kFolderGone : fileCause(failure)};
   }
   return failure == 0;
 }

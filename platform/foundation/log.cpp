@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <exception>
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -18,8 +19,14 @@
 namespace vesk {
 namespace {
 
-Mutex gSinkMutex;
-std::function<void(std::string_view)> gSink VESK_GUARDED_BY(gSinkMutex);
+using Sink = std::function<void(LogLevel, std::string_view)>;
+
+Mutex gSinkMutex;  // held while the sink runs
+std::shared_ptr<const Sink> gSink VESK_GUARDED_BY(gSinkMutex);
+thread_local bool tIsInsideSink = false;
+/// What was set from inside the sink, by the thread that runs it.
+std::shared_ptr<const Sink> gNextSink;
+bool gHasNextSink = false;
 std::atomic<FILE*> gOutput{nullptr};
 std::atomic<FILE*> gError{nullptr};
 
@@ -94,34 +101,81 @@ std::string printableLines(std::string_view text) {
   }
 }
 
-void print(FILE* stream, const char* format, va_list arguments) noexcept try {
+struct InsideSink {
+  InsideSink() { tIsInsideSink = true; }
+  ~InsideSink() { tIsInsideSink = false; }
+};
+
+/// Hands the lines of a text to the sink. @return false when there is none
+bool sendToSink(LogLevel level, std::string_view text) {
+  if (tIsInsideSink) return true;
+  MutexLock lock(gSinkMutex);
+  const auto sink = gSink;
+  if (!sink) return false;
+  try {
+    const InsideSink inside;
+    while (!text.empty()) {
+      const size_t end = text.find('\n');
+      const std::string_view line = text.substr(0, end);
+      if (!line.empty()) (*sink)(level, line);
+      text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+    }
+  } catch (...) {
+    // A line is never worth the caller's work.
+  }
+  if (gHasNextSink) gSink = std::move(gNextSink);
+  gHasNextSink = false;
+  return true;
+}
+
+void print(LogLevel level, FILE* stream, const char* format, va_list arguments) noexcept try {
   const auto text = formatted(format, arguments);
   if (!text) return;
-  write(stream, printableLines(*text));
+  const std::string printable = printableLines(*text);
+  if (!sendToSink(level, printable)) write(stream, printable);
 } catch (const std::exception&) {
   // No memory for a line.
 }
 
 }  // namespace
 
-void NSLog(std::string_view line) noexcept try {
+std::string_view logLevelName(LogLevel level) {
+  switch (level) {
+    case LogLevel::kError:
+      return "error";
+    case LogLevel::kWarning:
+      return "warning";
+    case LogLevel::kInfo:
+      return "info";
+    case LogLevel::kDebug:
+      break;
+  }
+  return "debug";
+}
+
+void NSLog(LogLevel level, std::string_view line) noexcept try {
   // A line's own break at its end stays, as its text was given.
   const bool endsInBreak = line.ends_with('\n');
   std::string printable = printableText(line.substr(0, line.size() - (endsInBreak ? 1 : 0)));
   if (endsInBreak) printable += '\n';
-  MutexLock lock(gSinkMutex);
-  if (gSink) {
-    gSink(printable);
-    return;
-  }
-  write(standardError(), printable + "\n");
+  if (!sendToSink(level, printable)) write(standardError(), printable + "\n");
 } catch (...) {
-  // A sink that throws, or no memory for a line: logging never fails its caller.
+  // No memory for a line: logging never fails its caller.
 }
 
-void setLogSink(std::function<void(std::string_view)> sink) {
+void NSLog(std::string_view line) noexcept {
+  NSLog(LogLevel::kDebug, line);
+}
+
+void setLogSink(std::function<void(LogLevel, std::string_view)> sink) {
+  auto next = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
+  if (tIsInsideSink) {  // it goes on to its end, and is the last time
+    gNextSink = std::move(next);
+    gHasNextSink = true;
+    return;
+  }
   MutexLock lock(gSinkMutex);
-  gSink = std::move(sink);
+  gSink.swap(next);
 }
 
 FILE* standardOutput() {
@@ -143,14 +197,28 @@ void setStandardError(FILE* stream) {
 void printToOutput(const char* format, ...) noexcept {
   va_list arguments;
   va_start(arguments, format);
-  print(standardOutput(), format, arguments);
+  print(LogLevel::kDebug, standardOutput(), format, arguments);
+  va_end(arguments);
+}
+
+void printToOutput(LogLevel level, const char* format, ...) noexcept {
+  va_list arguments;
+  va_start(arguments, format);
+  print(level, standardOutput(), format, arguments);
   va_end(arguments);
 }
 
 void printToError(const char* format, ...) noexcept {
   va_list arguments;
   va_start(arguments, format);
-  print(standardError(), format, arguments);
+  print(LogLevel::kDebug, standardError(), format, arguments);
+  va_end(arguments);
+}
+
+void printToError(LogLevel level, const char* format, ...) noexcept {
+  va_list arguments;
+  va_start(arguments, format);
+  print(level, standardError(), format, arguments);
   va_end(arguments);
 }
 

@@ -123,9 +123,9 @@ void NSNotificationCenter::postNotificationName(const std::string& name, void* o
     try {
       observer->handler(notification);
     } catch (const std::exception& error) {
-      NSLog("An observer of " + name + " failed: " + error.what());
+      NSLog(LogLevel::kError, "An observer of " + name + " failed: " + error.what());
     } catch (...) {
-      NSLog("An observer of " + name + " failed");
+      NSLog(LogLevel::kError, "An observer of " + name + " failed");
     }
     mState->endCall(*observer);
   }

@@ -53,9 +53,9 @@ struct NSTimer::State : std::enable_shared_from_this<NSTimer::State> {
     try {
       handler();
     } catch (const std::exception& error) {
-      NSLog(std::string("A timer's handler failed: ") + error.what());
+      NSLog(LogLevel::kError, std::string("A timer's handler failed: ") + error.what());
     } catch (...) {
-      NSLog("A timer's handler failed");
+      NSLog(LogLevel::kError, "A timer's handler failed");
     }
     if (endCall()) schedule(nextBeat(due, interval, Clock::now()));
   }

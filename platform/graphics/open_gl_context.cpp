@@ -62,8 +62,9 @@ bool NSOpenGLContext::canDraw() {
   mCanDraw = hasFixedFunctions();
   if (!*mCanDraw) {
     const auto* const version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
-    NSLog(std::string("Cannot draw in this window: its context is \"") + (version ? version : "unknown") +
-          "\". Give it one of OpenGL 2.1, or of a later version with the compatibility profile.");
+    NSLog(LogLevel::kError, std::string("Cannot draw in this window: its context is \"") +
+                                (version ? version : "unknown") +
+                                "\". Give it one of OpenGL 2.1, or of a later version with the compatibility profile.");
   }
   return *mCanDraw;
 }
@@ -85,8 +86,8 @@ bool CGLFitsTexture(const char* what, NSSize size) {
   glGetIntegerv(GL_MAX_RECTANGLE_TEXTURE_SIZE, &most);
   const auto side = static_cast<int64_t>(std::max(size.width, size.height));
   if (side <= most) return true;
-  NSLog(std::string("Cannot draw ") + what + " of " + std::to_string(side) +
-        " pixels a side: the graphics driver takes " + std::to_string(most));
+  NSLog(LogLevel::kError, std::string("Cannot draw ") + what + " of " + std::to_string(side) +
+                              " pixels a side: the graphics driver takes " + std::to_string(most));
   return false;
 }
 

@@ -55,7 +55,7 @@ bool rewriteStartCodes(std::span<uint8_t> buffer) {
 void convertToLengths(std::span<uint8_t> buffer) {
   if (buffer.empty()) return;
   const bool addsUp = buffer.size() > kLengthSize ? rewriteStartCodes(buffer) : isLengthPrefixed(buffer);
-  if (!addsUp) printToOutput("*** [Error] in converting to box format!!!\n");
+  if (!addsUp) printToOutput(LogLevel::kWarning, "*** [Error] in converting to box format!!!\n");
 }
 
 bool isLengthPrefixed(std::span<const uint8_t> buffer) {

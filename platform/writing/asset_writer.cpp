@@ -3,6 +3,7 @@
 #include <cstring>
 #include <utility>
 
+#include "platform/foundation/errors.h"
 #include "platform/writing/file_system.h"
 #include "platform/writing/movie_file_writer.h"
 
@@ -25,7 +26,8 @@ std::shared_ptr<AVAssetWriter> AVAssetWriter::initWithURL(const std::string& pat
     char text[128];
     if (error) {
       *error = {problem == ENOENT || problem == ENOTDIR ? AVErrorFileFailedToWrite : AVErrorUnknown,
-                "No movie can be written at " + path + ": " + strerror_r(problem, text, sizeof text)};
+                "No movie can be written at " + path + ": " + strerror_r(problem, text, sizeof text),
+                problem == ENOENT ? Cause::kFolderGone : fileCause(problem)};
     }
     return nullptr;
   }

@@ -28,7 +28,7 @@ void DurabilityThread::start() {
   try {
     mThread = std::thread([this] { run(); });
   } catch (const std::system_error&) {
-    NSLog("No thread for syncing: the movie is on the disk only when the system writes it there");
+    NSLog(LogLevel::kWarning, "No thread for syncing: the movie is on the disk only when the system writes it there");
   }
 }
 

@@ -199,7 +199,7 @@ int File::makeDurable() {
   while (error == EINTR);
   if (error != EINVAL && error != ENOSYS && error != EOPNOTSUPP) return error;
   if (!mCannotSync.exchange(true))
-    NSLog("The file system cannot be asked to sync: a power cut may cost more than usual");
+    NSLog(LogLevel::kWarning, "The file system cannot be asked to sync: a power cut may cost more than usual");
   return 0;
 }
 

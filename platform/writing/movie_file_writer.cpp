@@ -8,6 +8,7 @@
 #include <utility>
 
 #include <vesk/log.h>
+#include "platform/foundation/errors.h"
 #include "platform/writing/movie_layout.h"
 
 namespace vesk {
@@ -56,6 +57,12 @@ std::string describe(int error) {
       char text[128];
       return strerror_r(error, text, sizeof text);
   }
+}
+
+/// A file that goes while it is written has lost its folder or its disk.
+Cause causeOf(int error) {
+  const Cause cause = fileCause(error);
+  return cause == Cause::kNoFile ? Cause::kFolderGone : cause;
 }
 
 iovec asVector(std::span<const uint8_t> bytes) {
@@ -215,7 +222,7 @@ bool MovieFileWriter::writeSecondHeader(MediaTrack& late) {
   constexpr size_t kAtomType = 4;
   if (spare.size < header.size() + kAtomHeader) {
     late.refuse();
-    NSLog("A track came too late for its movie and is left out: " + mPath);
+    NSLog(LogLevel::kWarning, "A track came too late for its movie and is left out: " + mPath);
     return false;
   }
   std::vector<uint8_t> bytes = header;
@@ -263,7 +270,7 @@ bool MovieFileWriter::makePlain() {
   const auto known = knownTracks();
   const bool fits =
       std::all_of(known.begin(), known.end(), [](const TrackContents& track) { return track.index->fitsTables(); });
-  if (!fits) NSLog("The movie is too long for plain tables and stays in fragments: " + mPath);
+  if (!fits) NSLog(LogLevel::kWarning, "The movie is too long for plain tables and stays in fragments: " + mPath);
   if (!fits) return sync() && mFile->truncate(mEnd) == 0;
 
   extendShortTracks(mMovie, known);
@@ -292,7 +299,8 @@ bool MovieFileWriter::sync() {
 /// The first failure is the one that is told. Always false.
 bool MovieFileWriter::fail(int error) {
   MutexLock lock(mErrorMutex);
-  if (!mError) mError = {errorCodeOf(error), "The movie " + mPath + " could not be written: " + describe(error)};
+  if (!mError)
+    mError = {errorCodeOf(error), "The movie " + mPath + " could not be written: " + describe(error), causeOf(error)};
   mStatus.store(AVAssetWriterStatus::Failed, std::memory_order_release);
   return false;
 }

@@ -6,9 +6,11 @@
 #include <cstring>
 #include <deque>
 #include <optional>
+#include <system_error>
 #include <utility>
 #include <vector>
 
+#include "platform/foundation/errors.h"
 #include "platform/writing/atom_reader.h"
 #include "platform/writing/movie_fragment.h"
 #include "platform/writing/movie_header.h"
@@ -17,6 +19,9 @@
 
 namespace vesk {
 namespace {
+
+constexpr const char* kOnlyOurs = "Name a movie that this recorder has made.";
+constexpr const char* kCopyIt = "The file was left as it was; copy it to another disk and try there.";
 
 // What is read into memory whole is bounded; real ones take a few kB, a plain `moov` 2 MB an hour.
 constexpr uint64_t kLargestFragmentHeader = uint64_t{16} << 20;
@@ -47,14 +52,14 @@ class MovieRecovery {
     const int64_t size = mFile.size();
     if (size < 0) return failure(static_cast<int>(-size));
     mFileSize = static_cast<uint64_t>(size);
-    if (mFileSize == 0) return empty("It is empty: the recording ended before its first picture.");
+    if (mFileSize == 0) return empty("is empty: the recording ended before its first picture");
     if (!beginsLikeOurs()) return judgeOtherFile();
     if (const auto plain = findPlainMovie()) return alreadyPlain(*plain);
     walk();
     if (mError != 0) return failure(mError);
     if (mFinished) return coverFinished();
-    if (mIsTooLong) return nothing("It is too long for a plain movie and stays as it is.");
-    if (mSamples == 0) return empty("It holds no picture and no sound yet.");
+    if (mIsTooLong) return nothing("is too long for a plain movie and stays as it is");
+    if (mSamples == 0) return empty("holds no picture and no sound yet");
     return finish();
   }
 
@@ -123,13 +128,13 @@ class MovieRecovery {
       if (atom->type == fourCharCode("moov")) {
         const auto parsed = movieHeaderIn(*atom);
         if (parsed && !parsed->isFragmented) return alreadyPlain(*parsed);
-        return nothing("It is a movie of another program and stays as it is.");
+        return nothing("is a movie of another program and stays as it is");
       }
       offset = atom->end();
     }
     if (mError != 0) return failure(mError);
-    if (hasFileType) return nothing("It is a movie of another program and stays as it is.");
-    return {RecoveryOutcome::kNotAMovie, 0, 0, 0, 0, "It is not a movie."};
+    if (hasFileType) return nothing("is a movie of another program and stays as it is");
+    return {RecoveryOutcome::kNotAMovie, 0, 0, 0, 0, {Cause::kUnreadable, "is not a movie", kOnlyOurs}};
   }
 
   /// The `moov` behind the media data of a finished movie.
@@ -274,7 +279,7 @@ class MovieRecovery {
     for (Track& track : mTracks) {
       tracks.push_back({&track.description, &track.index});
       if (track.description.kind == TrackKind::kVideo) pictures += track.index.count();
-      if (!track.index.fitsTables()) return nothing("It is too long for a plain movie and stays as it is.");
+      if (!track.index.fitsTables()) return nothing("is too long for a plain movie and stays as it is");
     }
     const uint64_t dropped = mFileSize - std::min(mFileSize, mTornData ? mUsed : mTail);
     // Nothing is changed before the whole end is made and there is room for it.
@@ -337,35 +342,30 @@ class MovieRecovery {
   }
 
   RecoveryResult recovered(double duration, uint64_t pictures, uint64_t dropped) const {
-    char text[160];
-    snprintf(text, sizeof text, "Recovered %.1f seconds, %llu pictures; %llu torn bytes at the end are left out.",
-             duration, static_cast<unsigned long long>(pictures), static_cast<unsigned long long>(dropped));
-    return {RecoveryOutcome::kRecovered, duration, pictures, mFragments, dropped, text};
+    return {RecoveryOutcome::kRecovered, duration, pictures, mFragments, dropped, {}};
   }
 
   static RecoveryResult alreadyPlain(const ParsedMovieHeader& movie) {
-    return {RecoveryOutcome::kAlreadyPlain,
-            secondsOf(movie),
-            movie.pictures,
-            0,
-            0,
-            "It is a finished movie and stays as it is."};
+    return {RecoveryOutcome::kAlreadyPlain, secondsOf(movie), movie.pictures, 0, 0, {}};
   }
 
-  static RecoveryResult empty(std::string text) { return {RecoveryOutcome::kEmpty, 0, 0, 0, 0, std::move(text)}; }
+  // Errors speak of the file, whose path comes in front.
 
-  static RecoveryResult nothing(std::string text) {
-    return {RecoveryOutcome::kNothingToRecover, 0, 0, 0, 0, std::move(text)};
+  static RecoveryResult empty(std::string what) {
+    return {RecoveryOutcome::kEmpty, 0, 0, 0, 0, {Cause::kUnreadable, std::move(what), ""}};
+  }
+
+  static RecoveryResult nothing(std::string what) {
+    return {RecoveryOutcome::kNothingToRecover, 0, 0, 0, 0, {Cause::kUnreadable, std::move(what), kOnlyOurs}};
   }
 
   static RecoveryResult failure(int error) {
-    char text[128];
     return {RecoveryOutcome::kFailed,
             0,
             0,
             0,
             0,
-            std::string("The movie could not be recovered: ") + strerror_r(error, text, sizeof text) + "."};
+            {fileCause(error), "could not be recovered: " + std::generic_category().message(error), kCopyIt}};
   }
 
   File& mFile;
@@ -391,23 +391,36 @@ RecoveryResult recoverMovie(const std::string& path) {
   return recoverMovieIn(FileSystem::posix(), path);
 }
 
-RecoveryResult recoverMovieIn(FileSystem& fileSystem, const std::string& path) {
+namespace {
+
+RecoveryResult recover(FileSystem& fileSystem, const std::string& path) {
   int error = 0;
   const auto file = fileSystem.open(path, FileMode::kReadWrite, error);
   if (file) error = file->lock();
-  if (error == EWOULDBLOCK) {
-    return {RecoveryOutcome::kLocked, 0, 0, 0, 0, "It is being recorded at this moment and stays as it is."};
-  }
-  if (!file || error != 0) {
-    char text[128];
+  if (error == EWOULDBLOCK)
+    return {RecoveryOutcome::kLocked,
+            0,
+            0,
+            0,
+            0,
+            {Cause::kBusy, "is being recorded at this moment and stays as it is", "End that recording first."}};
+  if (!file || error != 0)
     return {RecoveryOutcome::kFailed,
             0,
             0,
             0,
             0,
-            std::string("The file could not be opened: ") + strerror_r(error, text, sizeof text) + "."};
-  }
+            {fileCause(error), "could not be opened: " + std::generic_category().message(error),
+             fileRemedy(fileCause(error))}};
   return MovieRecovery(*file).run();
+}
+
+}  // namespace
+
+RecoveryResult recoverMovieIn(FileSystem& fileSystem, const std::string& path) {
+  RecoveryResult result = recover(fileSystem, path);
+  if (result.error) result.error.what = "\"" + path + "\" " + result.error.what;
+  return result;
 }
 
 }  // namespace vesk

@@ -115,9 +115,9 @@ std::optional<TrackDescription> describeH264(const CMVideoFormatDescription& for
   if (const auto parameterSet = h264::firstSequenceParameterSet(configuration->second)) {
     if (const auto geometry = h264::readPictureGeometry(*parameterSet)) {
       if (geometry->width != looks.width || geometry->height != looks.height) {
-        NSLog("The camera's pictures are " + std::to_string(geometry->width) + " by " +
-              std::to_string(geometry->height) + " pixels, not " + std::to_string(looks.width) + " by " +
-              std::to_string(looks.height) + "; the movie says what they are");
+        NSLog(LogLevel::kWarning, "The camera's pictures are " + std::to_string(geometry->width) + " by " +
+                                      std::to_string(geometry->height) + " pixels, not " + std::to_string(looks.width) +
+                                      " by " + std::to_string(looks.height) + "; the movie says what they are");
       }
       looks.width = geometry->width;
       looks.height = geometry->height;

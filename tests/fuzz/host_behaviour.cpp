@@ -722,7 +722,7 @@ const std::string& preparedFolder() {
     FILE* const nowhere = std::fopen("/dev/null", "w");
     setStandardOutput(nowhere);
     setStandardError(nowhere);
-    setLogSink([](std::string_view) {});
+    setLogSink([](LogLevel, std::string_view) {});
     setLongestRunUntilDate(std::chrono::microseconds(500));
     std::atexit([] { fs::remove_all(preparedFolder()); });
   }

@@ -132,8 +132,8 @@ int FrameStream::setInterval(const CameraMode& mode, const VideoParameters& para
   const uint64_t asked = askedInterval(parameters) == kUsualInterval ? nearest : askedInterval(parameters);
   const uint64_t given = uint64_t{chosen.numerator} * kTenMillionths / chosen.denominator;
   if (given != 0 && !isSameRate(given, asked))
-    NSLog("The camera \"" + mName + "\" was asked for " + rateText(asked) + " pictures a second and gives " +
-          rateText(given) + ".");
+    NSLog(LogLevel::kInfo, "The camera \"" + mName + "\" was asked for " + rateText(asked) +
+                               " pictures a second and gives " + rateText(given) + ".");
   if (mUnits && parameters.bitRate > 0)
     setIfThere(*mNode, V4L2_CID_MPEG_VIDEO_BITRATE,
                static_cast<int32_t>(std::min<uint32_t>(parameters.bitRate, INT32_MAX)));
@@ -301,8 +301,8 @@ bool FrameStream::isAttached() const {
 void FrameStream::frameCame() {
   const int64_t now = mNode->calls().now();
   if (mFailures > 1)
-    NSLog("The camera \"" + mName + "\" sends pictures again, after " +
-          std::to_string((now - mLastFrameAt) / kMicroseconds) + " s.");
+    NSLog(LogLevel::kInfo, "The camera \"" + mName + "\" sends pictures again, after " +
+                               std::to_string((now - mLastFrameAt) / kMicroseconds) + " s.");
   mFailures = 0;
   mNextReportAt = 0;
   mLastFrameAt = now;
@@ -317,11 +317,12 @@ bool FrameStream::recover() {
   const std::string waited = std::to_string((now - mLastFrameAt) / kMicroseconds) + " s";
   const bool isHopeful = mFailures++ == 0;
   if (isHopeful && mIsOverdue)
-    NSLog("The camera \"" + mName + "\" has sent no picture for " + waited + ": it is being started again.");
+    NSLog(LogLevel::kWarning,
+          "The camera \"" + mName + "\" has sent no picture for " + waited + ": it is being started again.");
   if (!isHopeful && now >= mNextReportAt) {
     mNextReportAt = now + kLongPatience;
-    NSLog("The camera \"" + mName + "\" has stopped sending pictures " + waited +
-          " ago, and starting it again did not help. Plug it in again.");
+    NSLog(LogLevel::kWarning, "The camera \"" + mName + "\" has stopped sending pictures " + waited +
+                                  " ago, and starting it again did not help. Plug it in again.");
   }
   // One that failed again at once is given time.
   mIsDown = (!isHopeful && !mIsOverdue) || !restart();
@@ -346,9 +347,10 @@ void FrameStream::countGap(uint32_t sequence) {
 void FrameStream::report() {
   const StreamCounts all = counts();
   if (all.damaged + all.empty + all.late + all.lost == 0) return;
-  NSLog("The camera \"" + mName + "\" delivered " + std::to_string(all.delivered) + " pictures; " +
-        std::to_string(all.lost) + " were lost on the way, " + std::to_string(all.late) + " came too fast, " +
-        std::to_string(all.damaged) + " were damaged and " + std::to_string(all.empty) + " empty.");
+  NSLog(LogLevel::kInfo, "The camera \"" + mName + "\" delivered " + std::to_string(all.delivered) + " pictures; " +
+                             std::to_string(all.lost) + " were lost on the way, " + std::to_string(all.late) +
+                             " came too fast, " + std::to_string(all.damaged) + " were damaged and " +
+                             std::to_string(all.empty) + " empty.");
 }
 
 }  // namespace vesk::capture

@@ -98,9 +98,9 @@ class LinuxCameras::Registry : public std::enable_shared_from_this<Registry> {
       mHandler.call(DeviceKind::kVideo, arrived);
     });
   } catch (const std::exception& exception) {
-    NSLog(std::string("The cameras could not be looked for: ") + exception.what());
+    NSLog(LogLevel::kError, std::string("The cameras could not be looked for: ") + exception.what());
   } catch (...) {
-    NSLog("The cameras could not be looked for.");
+    NSLog(LogLevel::kError, "The cameras could not be looked for.");
   }
 
   struct EndOfReport {

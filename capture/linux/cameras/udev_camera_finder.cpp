@@ -126,9 +126,9 @@ class Watch {
     const bool isBroken = !device && (descriptors[0].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0;
     mBroken = isBroken ? mBroken + 1 : 0;
     if (mBroken < kMostBroken) return true;
-    NSLog(
-        "Cameras that come and go will not be noticed any more: the device monitor has failed. Start this program "
-        "again.");
+    NSLog(LogLevel::kWarning,
+          "Cameras that come and go will not be noticed any more: the device monitor has failed. Start this program "
+          "again.");
     return false;
   }
 
@@ -168,7 +168,9 @@ class UdevCameraFinder : public CameraFinder {
 
   void watch(std::function<void()> changed) override {
     mWatch = Watch::begin(std::move(changed));
-    if (!mWatch) NSLog("Cameras that come and go will not be noticed: the device monitor could not be started.");
+    if (!mWatch)
+      NSLog(LogLevel::kWarning,
+            "Cameras that come and go will not be noticed: the device monitor could not be started.");
   }
 
  private:

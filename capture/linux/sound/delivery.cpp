@@ -108,7 +108,7 @@ void SoundDelivery::ended() {
     MutexLock lock(mMutex);
     mHasStreamEnded = true;
   }
-  NSLog("[WARNING]: " + mName + ": the microphone has gone or its sound server ended; no more sound comes from it");
+  NSLog(LogLevel::kWarning, mName + ": the microphone has gone or its sound server ended; no more sound comes from it");
 }
 
 void SoundDelivery::run() {
@@ -145,7 +145,9 @@ std::deque<SoundDelivery::SoundBlock> SoundDelivery::take() {
 /// Something has come.
 void SoundDelivery::hear() {
   const auto now = Clock::now();
-  if (mIsSilent) NSLog("The microphone \"" + mName + "\" sends sound again, after " + inSeconds(now - mHeardAt) + ".");
+  if (mIsSilent)
+    NSLog(LogLevel::kInfo,
+          "The microphone \"" + mName + "\" sends sound again, after " + inSeconds(now - mHeardAt) + ".");
   mIsSilent = false;
   mHeardAt = now;
   mDueAt = now + mPatience;
@@ -161,8 +163,8 @@ void SoundDelivery::reportSilence() {
     }
   }
   const auto now = Clock::now();
-  NSLog("The microphone \"" + mName + "\" has sent no sound for " + inSeconds(now - mHeardAt) +
-        ". See that it is switched on and that nothing has suspended it, or plug it in again.");
+  NSLog(LogLevel::kWarning, "The microphone \"" + mName + "\" has sent no sound for " + inSeconds(now - mHeardAt) +
+                                ". See that it is switched on and that nothing has suspended it, or plug it in again.");
   mIsSilent = true;
   mDueAt = now + kLongPatience * mPatience;
 }
@@ -186,8 +188,8 @@ void SoundDelivery::reportOverruns(bool isLast) {
     mReportedOverruns = mOverruns;
   }
   mReportedAt = now;
-  NSLog("[WARNING]: " + mName + ": sound was lost " + std::to_string(fresh) + (fresh == 1 ? " time" : " times") +
-        "; silence will stand in for it");
+  NSLog(LogLevel::kWarning, mName + ": sound was lost " + std::to_string(fresh) + (fresh == 1 ? " time" : " times") +
+                                "; silence will stand in for it");
 }
 
 }  // namespace vesk::capture

@@ -23,7 +23,8 @@ void sayThatItCannotBeWatched(const std::string& folder, int error) {
   std::string reason = std::strerror(error);
   if (error == ENOSPC) reason += " (raise fs.inotify.max_user_watches)";
   if (error == EMFILE) reason += " (raise fs.inotify.max_user_instances, or close other programs)";
-  NSLog("Microphones that come and go will not be noticed: " + folder + " cannot be watched: " + reason + ".");
+  NSLog(LogLevel::kWarning,
+        "Microphones that come and go will not be noticed: " + folder + " cannot be watched: " + reason + ".");
 }
 
 }  // namespace

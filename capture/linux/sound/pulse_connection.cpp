@@ -15,7 +15,7 @@ PulseConnection::Lock::Lock(PulseConnection& connection)
 
 PulseConnection::Lock::~Lock() {
   unlock();
-  if (!mLine.empty()) NSLog(mLine);
+  if (!mLine.empty()) NSLog(LogLevel::kWarning, mLine);
 }
 
 PulseConnection::~PulseConnection() {

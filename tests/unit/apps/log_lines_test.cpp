@@ -9,23 +9,6 @@ using std::chrono::seconds;
 
 constexpr LogLines::Clock::time_point kStart{};
 
-TEST(LogLines, LeavesOutWhatCommandsSayThemselves) {
-  LogLines lines;
-  for (const char* line : {"[FATAL]: Failed to insert sample!!!", "[FATAL] dropping packet!",
-                           "Asset writer failed [The movie could not be written]",
-                           "Starting writing [a.mov] with audio = (nil)", "[WARNING]: Inserting 1 silence packets!!!"})
-    EXPECT_EQ(lines.take(line, kStart), std::nullopt) << line;
-  EXPECT_TRUE(lines.counts().empty());
-}
-
-TEST(LogLines, ShowsTheRestInWordsAndUnderTheProgramsName) {
-  LogLines lines;
-  EXPECT_EQ(lines.take("[WARNING]: Headset: sound was lost 3 times", kStart), "vesk: Headset: sound was lost 3 times");
-  EXPECT_EQ(lines.take("vesk: arrivals are not seen", kStart), "vesk: arrivals are not seen");
-  EXPECT_EQ(lines.take("*** [Error] in converting to box format!!!", kStart),
-            "vesk: a damaged picture came from the camera");
-}
-
 TEST(LogLines, CountsWhatComesAgain) {
   LogLines lines;
   EXPECT_TRUE(lines.take("sound was lost 1 time", kStart));

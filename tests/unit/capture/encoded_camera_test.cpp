@@ -156,7 +156,7 @@ void expectLikeness(const AVFrame* picture, const Planes& planes, double least) 
 class EncodedCameraTest : public testing::Test {
  protected:
   void SetUp() override {
-    setLogSink([this](std::string_view line) { mLog.add(std::string(line)); });
+    setLogSink([this](LogLevel, std::string_view line) { mLog.add(std::string(line)); });
     mFake = mSource.attachCamera("test");
     offer({{kRaw, {{kWidth, kHeight, {333333}}}}});
   }

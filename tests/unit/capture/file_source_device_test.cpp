@@ -38,7 +38,7 @@ using vesk::test::TemporaryFolder;
 class LogLines {
  public:
   LogLines() {
-    setLogSink([this](std::string_view line) { mLines.add(std::string(line)); });
+    setLogSink([this](LogLevel, std::string_view line) { mLines.add(std::string(line)); });
   }
   ~LogLines() { setLogSink({}); }
   std::vector<std::string> lines() { return mLines.items(); }

@@ -249,7 +249,7 @@ TEST_F(LinuxCameraControls, TellWhatADriversErrorMeans) {
 TEST_F(LinuxCameraControls, AreNotAskedAgainForAWhileOfACameraThatHangs) {
   constexpr int64_t kSeconds = 1'000'000;
   test::Recorder<std::string> log;
-  setLogSink([&](std::string_view line) { log.add(std::string(line)); });
+  setLogSink([&](LogLevel, std::string_view line) { log.add(std::string(line)); });
   const auto statusOfOneThatHangs = [this] {
     mCalls->failNext(kFirst, VIDIOC_G_EXT_CTRLS, ETIMEDOUT);
     return getStatus(kImageControlSet, kBrightness);
@@ -522,7 +522,7 @@ TEST_F(ExtensionUnitFolders, AreReadForEachNodeThatCouldBeOpened) {
   }
   calls->controlsOf(kSecond) = controls;
   finder->set(nodes);
-  setLogSink([](std::string_view) {});
+  setLogSink([](LogLevel, std::string_view) {});
   LinuxCameras cameras(calls, std::move(finder));
   const auto devices = cameras.devices(DeviceKind::kVideo);
   ASSERT_EQ(devices.size(), 1u);

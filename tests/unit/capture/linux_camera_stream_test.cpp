@@ -37,7 +37,7 @@ FakeV4L2::Picture jpeg(uint8_t number) {
 class LinuxCameraStream : public testing::Test {
  protected:
   void SetUp() override {
-    setLogSink([this](std::string_view line) { mLog.add(std::string(line)); });
+    setLogSink([this](LogLevel, std::string_view line) { mLog.add(std::string(line)); });
     mCalls->addNode(kNode, {.formats = {{V4L2_PIX_FMT_MJPEG, {{640, 480}}},
                                         {V4L2_PIX_FMT_UYVY, {{64, 48, {{1, 30}}}}},
                                         {V4L2_PIX_FMT_YUYV, {{64, 48, {{1, 15}}}}},

@@ -33,7 +33,7 @@ class IgnoredSound : public SoundSink {
 class SoundServerTest : public testing::Test {
  protected:
   void SetUp() override {
-    setLogSink([this](std::string_view line) { mLines.add(std::string(line)); });
+    setLogSink([this](LogLevel, std::string_view line) { mLines.add(std::string(line)); });
   }
   void TearDown() override { setLogSink({}); }
   /// Connects with so much patience, or with the least that is enough for the greetings.

@@ -174,7 +174,7 @@ class SoundSourceTest : public testing::Test {
   }
   void SetUp() override {
     use(true);
-    setLogSink([this](std::string_view line) { mLines.add(std::string(line)); });
+    setLogSink([this](LogLevel, std::string_view line) { mLines.add(std::string(line)); });
   }
   void TearDown() override {
     mSource.reset();
@@ -269,7 +269,7 @@ TEST_F(SoundSourceTest, ASlowReceiverLosesSoundWhichTheStampsAndOneLineTell) {
 TEST(SoundDeliveryTest, TellsWhenNoSoundComesAndWhenItComesAgain) {
   using std::chrono::milliseconds;
   Recorder<std::string> lines;
-  setLogSink([&](std::string_view line) { lines.add(std::string(line)); });
+  setLogSink([&](LogLevel, std::string_view line) { lines.add(std::string(line)); });
   const auto delivery = std::make_shared<SoundDelivery>(
       "Mike", kMono, [](uint8_t*, uint32_t, int64_t) {}, milliseconds(5));
   const std::vector<uint8_t> silence(320);
@@ -291,7 +291,7 @@ TEST(SoundDeliveryTest, KeepsABoundedNumberOfLossesAndTinyPortionsForASlowReceiv
     times.add(timestamp);
     gate.wait();
   });
-  setLogSink([](std::string_view) {});
+  setLogSink([](LogLevel, std::string_view) {});
   const std::vector<uint8_t> tone(2 * 640, 1);
   delivery->begin();
   delivery->sound(tone, 1'000'000);
@@ -480,7 +480,7 @@ TEST(UsbParent, IsTheDeviceAboveTheCardsInterface) {
 
 TEST(SoundNodeWatchTest, FollowsAFolderThatComesLaterAndSaysWhatCannotBeWatched) {
   Recorder<std::string> lines;
-  setLogSink([&](std::string_view line) { lines.add(std::string(line)); });
+  setLogSink([&](LogLevel, std::string_view line) { lines.add(std::string(line)); });
   const Folder folder;
   Recorder<int> changes;
   {

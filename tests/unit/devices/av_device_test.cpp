@@ -56,7 +56,7 @@ TEST(AVDevice, KindFollowsTheRecordsType) {
 
 TEST(AVDevice, ReleasesItsDelegatesUncalledAndLogsIt) {
   std::vector<std::string> lines;
-  setLogSink([&](std::string_view line) { lines.emplace_back(line); });
+  setLogSink([&](LogLevel, std::string_view line) { lines.emplace_back(line); });
   const auto info = record(0, "/a");
   info->setName("Desk camera");
   const auto receiver = std::make_shared<Receiver>();

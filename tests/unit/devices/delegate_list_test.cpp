@@ -188,7 +188,7 @@ TEST_F(DelegateListTest, SurvivesDelegatesThatChangeTheList) {
 
 TEST_F(DelegateListTest, LogsWhatADelegateThrowsAndGoesOn) {
   std::vector<std::string> lines;
-  setLogSink([&](std::string_view line) { lines.emplace_back(line); });
+  setLogSink([&](LogLevel, std::string_view line) { lines.emplace_back(line); });
   const auto after = std::make_shared<Delegate>();
   list->add(std::make_shared<Delegate>([] { throw std::runtime_error("no room"); }));
   list->add(after);

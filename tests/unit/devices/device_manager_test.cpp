@@ -134,7 +134,7 @@ TEST_F(DeviceManagerTest, NamesDevicesFromTheHostsFile) {
   };
   folder.write("DeviceNames.plist", plist("<array><string>no dictionary</string></array>"));
   std::vector<std::string> lines;
-  setLogSink([&lines](std::string_view line) { lines.emplace_back(line); });
+  setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
   EXPECT_EQ(nameOf(2048), "the library's");
   EXPECT_EQ(nameOf(2049), "the library's");
   EXPECT_EQ(lines.size(), 1U) << "said once";

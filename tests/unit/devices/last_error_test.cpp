@@ -58,7 +58,7 @@ std::shared_ptr<VeskVideoDevice> firstCamera() {
 class LastErrorTest : public testing::Test {
  protected:
   LastErrorTest() {
-    setLogSink([](std::string_view) {});
+    setLogSink([](LogLevel, std::string_view) {});
   }
   ~LastErrorTest() override {
     VeskDeviceManager::destroy();

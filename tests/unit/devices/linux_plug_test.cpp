@@ -50,7 +50,7 @@ size_t threadsOnceFew(size_t few) {
 class LinuxPlugTest : public testing::Test {
  protected:
   void SetUp() override {
-    setLogSink([](std::string_view) {});
+    setLogSink([](LogLevel, std::string_view) {});
     auto finder = std::make_unique<test::FakeCameraFinder>();
     mFinder = finder.get();
     capture::setSource(std::make_shared<capture::LinuxCameras>(mCalls, std::move(finder)));

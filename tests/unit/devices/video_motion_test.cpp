@@ -34,7 +34,7 @@ constexpr capture::PropertySetIdentifier kAlternate = {0x63, 0x61, 0x06, 0x82, 0
 /// A camera with a head, and the lines that are logged.
 struct Motion : DeviceTest {
   Motion() {
-    setLogSink([this](std::string_view line) {
+    setLogSink([this](LogLevel, std::string_view line) {
       const std::lock_guard lock(mutex);
       if (line.substr(0, 7) != "Dealloc")
         lines.emplace_back(line);
@@ -42,7 +42,6 @@ struct Motion : DeviceTest {
         ++released;
       changed.notify_all();
     });
-    setStandardOutput(stream);
     camera = source->attachCamera("/dev/head");
     camera->answerProperty = [this](const PropertyCall& call, std::span<uint8_t> value) {
       if (call.isWrite) {
@@ -64,9 +63,6 @@ struct Motion : DeviceTest {
     device = nullptr;
     waitForRelease();
     setLogSink({});
-    setStandardOutput(nullptr);
-    std::fclose(stream);
-    std::free(text);
   }
 
   /// Keeps writes to the head from returning.
@@ -88,10 +84,11 @@ struct Motion : DeviceTest {
     const std::lock_guard lock(mutex);
     return lines;
   }
-  /// What the library printed so far.
+  /// The same as one text.
   std::string printed() {
-    std::fflush(stream);
-    return {text, length};
+    std::string text;
+    for (const std::string& line : logged()) text += line + "\n";
+    return text;
   }
   /// Checks that the writes so far are these values of relative pan and tilt, each with its stop.
   void expectMoves(const std::vector<std::string>& moves) const {
@@ -116,9 +113,6 @@ struct Motion : DeviceTest {
   int released = 0;
   size_t writes = 0;
   bool isMotorHeld = false;
-  char* text = nullptr;
-  size_t length = 0;
-  std::FILE* stream = open_memstream(&text, &length);
   std::atomic<int32_t> writeStatus = 0;  // read on the queue's thread too
   std::map<std::pair<capture::PropertySetIdentifier, uint32_t>, Bytes> answers;
   std::shared_ptr<FakeDevice> camera;

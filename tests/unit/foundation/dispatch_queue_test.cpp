@@ -101,7 +101,7 @@ TEST(SerialQueue, LastReferenceMayGoOnItsOwnThread) {
 
 TEST(SerialQueue, SurvivesWorkThatThrowsAndLogsIt) {
   std::vector<std::string> lines;
-  setLogSink([&](std::string_view line) { lines.emplace_back(line); });
+  setLogSink([&](LogLevel, std::string_view line) { lines.emplace_back(line); });
   const auto queue = DispatchQueue::createSerial("throwing");
   queue->sync([] { throw std::runtime_error("no such thing"); });
   queue->sync([] { throw 7; });

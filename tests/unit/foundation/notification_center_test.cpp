@@ -57,7 +57,7 @@ TEST(NotificationCenter, HandlersMayRemoveThemselvesAndOthersAddAndPost) {
 TEST(NotificationCenter, GoesOnAfterAHandlerThatThrows) {
   NSNotificationCenter center;
   int calls = 0;
-  setLogSink([](std::string_view) {});
+  setLogSink([](LogLevel, std::string_view) {});
   auto throwing = center.addObserver("x", [](const NSNotification&) { throw std::runtime_error("no"); });
   const auto counting = center.addObserver("x", [&](const NSNotification&) { ++calls; });
   center.postNotificationName("x");

@@ -57,7 +57,7 @@ TEST(PrintableText, KeepsWhatPeopleWriteAndNothingThatCommandsATerminal) {
 
 TEST(Log, GivesCleanLinesToSinksAndStreams) {
   std::vector<std::string> lines;
-  setLogSink([&lines](std::string_view line) { lines.emplace_back(line); });
+  setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
   NSLog("The camera \"\x1B[31mA\nB\xFF\" is gone.");
   setLogSink(nullptr);
   const std::string r = kR;
@@ -76,6 +76,29 @@ TEST(Log, GivesCleanLinesToSinksAndStreams) {
   std::fclose(stream);
   EXPECT_EQ(std::string(text, length), "a b\nc" + r + ": lost\n\n " + std::string(5000, 'd') + "\n");
   std::free(text);
+}
+
+TEST(Log, GivesTheSinkEveryLineWithItsLevel) {
+  std::vector<std::string> lines;
+  const auto keep = [&lines](LogLevel level, std::string_view line) {
+    lines.push_back(std::string(logLevelName(level)) + ": " + std::string(line));
+  };
+  setLogSink([&](LogLevel level, std::string_view line) {
+    keep(level, line);
+    NSLog("of the sink's own, on its thread: lost");
+    printToError("%s", "lost too");
+    if (line == "the last") setLogSink({});
+  });
+  NSLog("ordinary");
+  NSLog(LogLevel::kError, "wrong\n");
+  printToOutput("\n item %d = %d \nand another\n", 1, 2);
+  printToError(LogLevel::kWarning, "%s\n", "[WARNING]: one");
+  NSLog(LogLevel::kInfo, "the last");
+  setLogSink([](LogLevel, std::string_view) {});  // silence
+  NSLog(LogLevel::kError, "unheard");
+  setLogSink({});
+  EXPECT_EQ(lines, (std::vector<std::string>{"debug: ordinary", "error: wrong", "debug:  item 1 = 2 ",
+                                             "debug: and another", "warning: [WARNING]: one", "info: the last"}));
 }
 
 TEST(Log, LosesLinesThatAStreamDoesNotTake) {
@@ -99,9 +122,9 @@ TEST(Log, LosesLinesThatAStreamDoesNotTake) {
 }
 
 TEST(Log, DoesNotThrowWhereItsSinkDoes) {
-  setLogSink([](std::string_view) { throw std::runtime_error("the host's own trouble"); });
+  setLogSink([](LogLevel, std::string_view) { throw std::runtime_error("the host's own trouble"); });
   EXPECT_NO_THROW(NSLog("a line"));
-  setLogSink([](std::string_view) { throw 1; });
+  setLogSink([](LogLevel, std::string_view) { throw 1; });
   EXPECT_NO_THROW(NSLog("a line"));
   setLogSink(nullptr);
 }

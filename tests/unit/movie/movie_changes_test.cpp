@@ -54,7 +54,7 @@ Bytes setsOf(const AccessUnit& picture) {
 class MovieChanges : public testing::Test {
  protected:
   MovieChanges() {
-    setLogSink([](std::string_view) {});
+    setLogSink([](LogLevel, std::string_view) {});
   }
   ~MovieChanges() override { setLogSink(nullptr); }
 

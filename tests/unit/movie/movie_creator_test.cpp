@@ -148,7 +148,7 @@ TEST_F(MovieCreator, TellsOnceWhenPicturesComeFasterThanItShowsThem) {
                       {"60 a second, as captured", FrameTiming::kCapture, 16'667, 0}};
   for (const Row& row : rows) {
     std::vector<std::string> lines;
-    setLogSink([&](std::string_view line) {
+    setLogSink([&](LogLevel, std::string_view line) {
       if (line.find("come faster") != std::string_view::npos) lines.emplace_back(line);
     });
     const _VeskVideoDescription video{4, 2, kCMPixelFormat_422YpCbCr8, 30, static_cast<int32_t>(row.timing)};
@@ -277,7 +277,7 @@ TEST_F(MovieCreator, MakesNoneWithoutAPathAndReportsAMissingWriter) {
 TEST_F(MovieCreator, HandsTheWritersFailureToTheCallerAndGoesOn) {
   test::MemoryFileSystem files;
   MovieAssetCreatorIn creator(files, "no such folder/a.mov");
-  setLogSink([](std::string_view) {});
+  setLogSink([](LogLevel, std::string_view) {});
   creator.Open(nullptr, &kPCM);
   files.setFaults([](auto, size_t number, uint64_t, size_t) {
     return test::MemoryFileSystem::Fault{number < 6 ? 0 : ENOSPC};  // some of it can be written

@@ -116,7 +116,7 @@ TEST_F(CameraStatusDisplayTest, HasNoPictureWhereThereIsNone) {
   for (const std::string& path :
        {folder.file("missing.png"), folder.write("text.png", "text"), damaged, folder.file("pipe.png")}) {
     std::vector<std::string> lines;
-    setLogSink([&lines](std::string_view line) { lines.emplace_back(line); });
+    setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
     const auto display = CameraStatusDisplay::initWithStatusImage(path);
     uint8_t* buffer = nullptr;
     EXPECT_EQ(CameraStatusDisplay::getImage(path, &buffer), NSSize{});
@@ -133,7 +133,7 @@ TEST_F(CameraStatusDisplayTest, DrawsNothingOfWhatIsLargerThanATexture) {
   glGetIntegerv(GL_MAX_RECTANGLE_TEXTURE_SIZE, &most);
   const std::string path = write(most + 1, 1, std::vector<Pixel>(static_cast<size_t>(most) + 1, {255, 255, 255, 255}));
   std::vector<std::string> lines;
-  setLogSink([&lines](std::string_view line) { lines.emplace_back(line); });
+  setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
   const auto display = CameraStatusDisplay::initWithStatusImage(path);
   setLogSink({});
   EXPECT_EQ(lines.size(), 1U);

@@ -219,7 +219,7 @@ TEST_F(GLStringTest, DeletesItsTextureInItsOwnContext) {
 TEST_F(GLStringTest, LogsThatThereIsNoContextAndWaitsForAChange) {
   NSOpenGLContext::clearCurrentContext();
   std::vector<std::string> lines;
-  setLogSink([&lines](std::string_view line) { lines.emplace_back(line); });
+  setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
   text = make("Text");
   text->genTexture();
   setLogSink({});
@@ -240,7 +240,7 @@ TEST_F(GLStringTest, ShowsNothingOfWhatIsTooLargeOrEmpty) {
   GLint most = 0;
   glGetIntegerv(GL_MAX_RECTANGLE_TEXTURE_SIZE, &most);
   std::vector<std::string> lines;
-  setLogSink([&lines](std::string_view line) { lines.emplace_back(line); });
+  setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
   for (const NSSize size : {NSSize{1e6F, 10}, NSSize{static_cast<float>(most) + 1, 10}, NSSize{0, 10}}) {
     text->useStaticFrame({20, 10});
     text->genTexture();

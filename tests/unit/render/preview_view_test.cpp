@@ -379,7 +379,7 @@ TEST_F(PreviewViewTest, SaysOnceThatAContextCannotDrawAndPresentsNothing) {
   view->setWindow(nullptr);
   OffscreenHost core({640, 480}, OffscreenHost::Profile::kCore);
   std::vector<std::string> lines;
-  setLogSink([&lines](std::string_view line) { lines.emplace_back(line); });
+  setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
   view->setWindow(&core);
   view->setIsRecording(1);
   for (int frame = 0; frame < 3; ++frame) {
@@ -540,7 +540,7 @@ TEST(PreviewView, WorksWithoutAWindow) {
   EXPECT_EQ(view.trackingAreas()[0]->options(), 0x223U);
 
   std::vector<std::string> lines;
-  setLogSink([&lines](std::string_view line) { lines.emplace_back(line); });
+  setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
   EXPECT_TRUE(view.acceptsFirstMouse({}));
   EXPECT_TRUE(view.acceptsFirstResponder());
   setLogSink({});

@@ -229,26 +229,26 @@ TEST_F(PreviewSession, PhotoIsWrittenWholeOrNotAtAll) {
   EXPECT_TRUE(session->lastPhoto().path.empty());
   session->startSessionWithPreview(view);
   EXPECT_EQ(session->capturePhotoFrameToPath(path), 0);
-  EXPECT_FALSE(session->lastPhoto().error.empty()) << "nothing is on show yet";
+  EXPECT_TRUE(session->lastPhoto().error) << "nothing is on show yet";
   EXPECT_FALSE(isThere(path + ".jpeg"));
 
   deliverShade(128);
   serve();
   EXPECT_EQ(session->capturePhotoFrameToPath(path), 0);
-  EXPECT_EQ(session->lastPhoto().error, "");
+  EXPECT_FALSE(session->lastPhoto().error);
   EXPECT_EQ(session->lastPhoto().width, 16);
   EXPECT_EQ(session->lastPhoto().bytes, fs::file_size(path + ".jpeg"));
   EXPECT_EQ(contentOf(path + ".jpeg").substr(0, 2), "\xFF\xD8");
 
   EXPECT_EQ(session->capturePhotoFrameToPath(movies.path() + "/none/shot"), 0);
-  EXPECT_FALSE(session->lastPhoto().error.empty());
+  EXPECT_TRUE(session->lastPhoto().error);
 
   EXPECT_EQ(session->capturePhotoFrameToPath(path), 0);
   session->stopSession();
   EXPECT_EQ(session->capturePhotoFrameToPath(movies.path() + "/late"), 0);
   EXPECT_FALSE(isThere(movies.path() + "/late.jpeg"));
   EXPECT_EQ(session->lastPhoto().path, movies.path() + "/late.jpeg") << "of the last call, not of the last file";
-  EXPECT_FALSE(session->lastPhoto().error.empty());
+  EXPECT_TRUE(session->lastPhoto().error);
   EXPECT_EQ(session->lastPhoto().bytes, 0U);
 }
 

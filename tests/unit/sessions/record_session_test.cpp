@@ -58,7 +58,7 @@ TEST_F(RecordSessionTest, RecordsBothDevicesAndPlacesTheMovie) {
   const RecordingOutcome outcome = session->lastOutcome();
   EXPECT_EQ(outcome.finalPath, path);
   EXPECT_EQ(outcome.temporaryPath, "");
-  EXPECT_EQ(outcome.moveError, "");
+  EXPECT_FALSE(outcome.error);
   EXPECT_EQ(outcome.statistics.videoFrames, 30U);
   EXPECT_EQ(session->statistics().audioPackets, 30U);
 }
@@ -240,7 +240,7 @@ TEST_F(RecordSessionTest, KeepsAMovieThatCannotBePlaced) {
   const RecordingOutcome outcome = session->lastOutcome();
   EXPECT_EQ(test::contentOf(path), "somebody else's");
   EXPECT_EQ(outcome.temporaryPath, temporary.file("clip.mov"));
-  EXPECT_NE(outcome.moveError, "");
+  EXPECT_TRUE(outcome.error);
   EXPECT_EQ(test::probe(outcome.temporaryPath).find("2vuy")->packets, 7);
 
   session->startSession();
@@ -346,7 +346,7 @@ TEST_F(RecordSessionTest, RecordsIntoTheTemporaryFolderItself) {
     inPlace->stopSession();
     const RecordingOutcome outcome = inPlace->lastOutcome();
     if (pictures == 3) {
-      EXPECT_EQ(outcome.moveError, "");
+      EXPECT_FALSE(outcome.error);
       EXPECT_EQ(outcome.temporaryPath, "");
     } else {
       EXPECT_EQ(outcome.temporaryPath, temporary.file("clip 2.mov"));
@@ -359,7 +359,7 @@ TEST_F(RecordSessionTest, RecordsIntoTheTemporaryFolderItself) {
 TEST_F(RecordSessionTest, TellsOfATemporaryPathOnlyWhereAFileIs) {
   session->startSession();
   session->stopSession();  // nothing came
-  EXPECT_NE(session->lastOutcome().moveError, "");
+  EXPECT_TRUE(session->lastOutcome().error);
   EXPECT_EQ(session->lastOutcome().temporaryPath, "");
   EXPECT_FALSE(isThere(path));
 
@@ -381,7 +381,7 @@ TEST_F(RecordSessionTest, FindsItsMovieInARenamedFolder) {
   deliver(0, 4);
   std::filesystem::rename(inner, renamed);
   session->stopSession();
-  EXPECT_EQ(session->lastOutcome().moveError, "");
+  EXPECT_FALSE(session->lastOutcome().error);
   EXPECT_EQ(test::probe(path).find("2vuy")->packets, 4);
 
   setTemporaryDirectory(renamed);

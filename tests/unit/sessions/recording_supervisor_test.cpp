@@ -24,7 +24,7 @@ using std::chrono::seconds;
 /// A supervisor over scripted devices, with a clock and a disk of the test's own.
 struct SupervisorTest : test::RecordingTest {
   SupervisorTest() {
-    setLogSink([](std::string_view) {});
+    setLogSink([](LogLevel, std::string_view) {});
     environment.tick = milliseconds(1);
     environment.roomInterval = milliseconds(0);
     environment.now = [this] { return now; };

@@ -69,7 +69,7 @@ TEST_F(SimulatedRecording, OfH264AndPCMIsWhole) {
   const auto session = VeskRecordSession::initWithVideoDevice(camera, microphone, movies.file("a.mov"));
   record({session}, 5);
   const auto statistics = session->lastOutcome().statistics;
-  EXPECT_EQ(session->lastOutcome().moveError, "");
+  EXPECT_FALSE(session->lastOutcome().error);
   EXPECT_EQ(statistics.videoFrames, 150U);
   EXPECT_EQ(statistics.videoDropped + statistics.videoHeldBack + statistics.audioDropped, 0U);
 

@@ -107,7 +107,7 @@ TEST(FileSystem, SyncsAgainWhenInterruptedAndGetsByWhereItCannot) {
       return MemoryFileSystem::Fault{fails ? row.error : 0};
     });
     size_t lines = 0;
-    setLogSink([&lines](std::string_view) { ++lines; });
+    setLogSink([&lines](LogLevel, std::string_view) { ++lines; });
     EXPECT_EQ(file->makeDurable(), row.result);
     EXPECT_EQ(file->makeDurable(), row.result);
     setLogSink(nullptr);

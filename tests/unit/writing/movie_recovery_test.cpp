@@ -62,7 +62,7 @@ TEST_P(RecoveryContentTest, GivesBackEverythingThatWasWritten) {
   const auto unfinished = recorded(GetParam(), 150, false);
   const ProbedMovie before = probeMovie(unfinished);
   const Recovered recovered = recover(unfinished);
-  ASSERT_EQ(recovered.result.outcome, RecoveryOutcome::kRecovered) << recovered.result.text;
+  ASSERT_EQ(recovered.result.outcome, RecoveryOutcome::kRecovered) << recovered.result.error.what;
   const ProbedMovie after = probeMovie(recovered.bytes, Probe::kDecode);
   EXPECT_EQ(after.complaints, "");
   ASSERT_EQ(after.tracks.size(), 2U);
@@ -99,7 +99,7 @@ TEST_P(RecoveryContentTest, SavesAMovieThatIsCutAnywhere) {
         ASSERT_EQ(recovered.bytes, cut) << size;
         continue;
       }
-      ASSERT_EQ(recovered.result.outcome, RecoveryOutcome::kRecovered) << size << recovered.result.text;
+      ASSERT_EQ(recovered.result.outcome, RecoveryOutcome::kRecovered) << size << recovered.result.error.what;
       ASSERT_GE(recovered.result.frames, framesBefore) << size;
       framesBefore = recovered.result.frames;
       if (size % 101 != 0) continue;  // reading each with the other reader takes long
@@ -217,9 +217,9 @@ TEST(MovieRecovery, LeavesAloneWhatItShould) {
               {"zeros", std::vector<uint8_t>(5000), RecoveryOutcome::kNotAMovie}};
   for (const auto& row : rows) {
     const Recovered recovered = recover(row.bytes);
-    EXPECT_EQ(recovered.result.outcome, row.outcome) << row.label << ": " << recovered.result.text;
+    EXPECT_EQ(recovered.result.outcome, row.outcome) << row.label << ": " << recovered.result.error.what;
     EXPECT_EQ(recovered.bytes, row.bytes) << row.label;
-    EXPECT_FALSE(recovered.result.text.empty());
+    EXPECT_EQ(static_cast<bool>(recovered.result.error), row.outcome != RecoveryOutcome::kAlreadyPlain) << row.label;
   }
   EXPECT_EQ(recover(finished).result.frames, 40U);
   EXPECT_NEAR(recover(finished).result.duration, 1.2, 0.03);
@@ -245,7 +245,7 @@ TEST(MovieRecovery, TakesNoSamplesWithoutBytes) {
     writer.zeros(8);
   }
   const Recovered recovered = recover(bytes);
-  EXPECT_EQ(recovered.result.outcome, RecoveryOutcome::kEmpty) << recovered.result.text;
+  EXPECT_EQ(recovered.result.outcome, RecoveryOutcome::kEmpty) << recovered.result.error.what;
   EXPECT_EQ(recovered.bytes, bytes);
 }
 
@@ -300,7 +300,7 @@ TEST(MovieRecovery, LosesNothingWhenItFails) {
       const RecoveryResult first = recoverMovieIn(files, kPath);
       files.setFaults({});
       const RecoveryResult second = recoverMovieIn(files, kPath);
-      EXPECT_EQ(second.frames, frames) << "cut " << cut << ", operation " << victim << ": " << first.text;
+      EXPECT_EQ(second.frames, frames) << "cut " << cut << ", operation " << victim << ": " << first.error.what;
       EXPECT_EQ(probeMovie(files.bytes(kPath)).complaints, "");
     }
   }
@@ -369,7 +369,7 @@ TEST_P(KilledRecordingTest, LeavesAMovieThatPlaysAndRecovers) {
     const int64_t end = static_cast<int64_t>(pictures) * Recording::kPictureDuration;
     for (const ProbedTrack& track : killed.tracks) EXPECT_GE(track.endTime, end - 1'750'000);
     const RecoveryResult result = recoverMovie(path);
-    ASSERT_EQ(result.outcome, RecoveryOutcome::kRecovered) << result.text;
+    ASSERT_EQ(result.outcome, RecoveryOutcome::kRecovered) << result.error.what;
     const ProbedMovie recovered = probeMovie(readFile(path), Probe::kDecode);
     EXPECT_EQ(recovered.complaints, "");
     EXPECT_GE(recovered.tracks[0].packets, killed.tracks[0].packets);
