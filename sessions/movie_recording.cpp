@@ -22,6 +22,11 @@ namespace fs = std::filesystem;
 /// microphones send while the camera is still being started.
 constexpr uint64_t kShortestSound = 5'000'000;
 
+Error notBegun(const std::string& file) {
+  return {Cause::kFileError, fmt::format("a movie could not be begun at \"{}\"", file),
+          "See that there is room for it, or choose another place or format."};
+}
+
 Error whyNotStarted(const VeskAVDevice& device, const char* otherwise) {
   return refusalOf(device, {Cause::kRefused, fmt::format("\"{}\" refused to start", displayName(*device.deviceInfo())),
                             fmt::format("Close other programs that use it, or {}.", otherwise)});
@@ -76,15 +81,13 @@ DeviceError MovieRecording::start() {
   const bool isSoundRefused = status != kVeskStatusSuccess && isCameraOn && mPlan.microphone;
   Error refusal = isSoundRefused ? whyNotStarted(*mPlan.microphone, "record without sound")
                                  : whyNotStarted(*mPlan.camera, "choose another format");
+  const Error own = mSession->lastError();
   mSession->stopSession();
   mOutcome = mSession->lastOutcome();
   if (mSoundWatch) mPlan.microphone->removeDelegate(mSoundWatch);
   remove();  // a microphone that started has recorded a moment of sound alone: nobody asked for that
   if (status == kVeskStatusNoMovieCreator || status == kVeskStatusMovieNotOpened)
-    return {{Cause::kFileError,
-             fmt::format("a movie could not be begun in \"{}\"", stringByDeletingLastPathComponent(mPlan.file)),
-             "Choose another place or another format."},
-            nullptr};
+    return {own ? own : notBegun(mPlan.file), nullptr};
   return {std::move(refusal), isSoundRefused ? mPlan.microphone->deviceInfo() : mPlan.camera->deviceInfo(), true};
 }
 
@@ -105,8 +108,8 @@ std::shared_ptr<MovieRecording> MovieRecording::continueIn(const std::string& fi
           new MovieRecording(std::move(plan), std::move(folder), mSession, mSoundWatch));
     }
     mSession->setTemporaryFolder(mFolder->path());
-    error = {Cause::kFileError, fmt::format("a movie could not be begun at \"{}\"", file),
-             "See that there is room for it."};
+    error = mSession->lastError();
+    if (!error) error = notBegun(file);
   }
   mSession->setContinues(false);
   return nullptr;
@@ -175,7 +178,7 @@ Error MovieRecording::nothingRecorded() const {
 
 /// What the writer's status codes mean.
 Error MovieRecording::writerError(std::string& place) const {
-  const auto error = [&]() -> Error {
+  Error error = [&]() -> Error {
     switch (mOutcome.statistics.status) {
       case kMovieDiskFull:
         return {Cause::kDiskFull, fmt::format("the disk of \"{}\" is full", mPlan.file),

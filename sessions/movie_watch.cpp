@@ -26,6 +26,10 @@ bool isHeldUp(const MovieRecording& movie) {
   return capture::Transport::shared().isHeld() || movie.session()->isWriterBusy();
 }
 
+std::string inWords(double seconds) {
+  return seconds < 90 ? fmt::format("{:.0f} seconds", seconds) : fmt::format("{:.0f} minutes", seconds / 60);
+}
+
 }  // namespace
 
 std::optional<uint64_t> roomForMovie(const std::string& movie) {
@@ -143,11 +147,11 @@ void MovieWatch::watchDisk(const MovieRecording& movie, const RecordingStatistic
     case DiskWatch::Verdict::kEnough:
       return;
     case DiskWatch::Verdict::kFilling:
-      return report(Kind::kDiskFilling, nullptr,
-                    {Cause::kDiskFull,
-                     fmt::format("the disk of \"{}\" has room for {:.0f} minutes more", file,
-                                 std::max(1.0, mDisk.secondsLeft().value_or(0) / 60)),
-                     "Make room on it; otherwise the recording ends before it is full."});
+      return report(
+          Kind::kDiskFilling, nullptr,
+          {Cause::kDiskFull,
+           fmt::format("the disk of \"{}\" has room for {} more", file, inWords(mDisk.secondsLeft().value_or(0))),
+           "Make room on it; otherwise the recording ends before it is full."});
     case DiskWatch::Verdict::kFull:
       mMustEnd = {Cause::kDiskFull, fmt::format("the disk of \"{}\" is full", file),
                   "Make room on it, or record to another disk."};
