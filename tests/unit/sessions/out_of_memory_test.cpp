@@ -14,9 +14,12 @@ thread_local int tAllocations = -1;
 }  // namespace
 
 // Not inlined: the compiler would take free for a mismatch.
+[[gnu::noinline]] void* operator new(size_t size, const std::nothrow_t& /*unused*/) noexcept {
+  if (tAllocations >= 0 && tAllocations-- == 0) return nullptr;
+  return std::malloc(size == 0 ? 1 : size);
+}
 [[gnu::noinline]] void* operator new(size_t size) {
-  if (tAllocations >= 0 && tAllocations-- == 0) throw std::bad_alloc();
-  if (void* const memory = std::malloc(size == 0 ? 1 : size)) return memory;
+  if (void* const memory = operator new(size, std::nothrow)) return memory;
   throw std::bad_alloc();
 }
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
