@@ -274,9 +274,9 @@ std::shared_ptr<VeskDeviceInfo> VeskDeviceManager::getOddDevice(const VeskDevice
 std::string VeskDeviceManager::getDeviceFriendlyName(uint32_t productID, const std::string& fallbackName) {
   const auto path = NSBundle::mainBundle().pathForResource("DeviceNames", "plist");
   if (!path) return fallbackName;
-  std::string why;
+  Error why;
   const auto names = PropertyList::dictionaryWithContentsOfFile(*path, &why);
-  logOnce(names ? std::string() : "Cannot read the names of devices in " + *path + ": " + why);
+  logOnce(names ? std::string() : "The names of devices are unknown: " + why.what);
   if (!names) return fallbackName;
   const auto found = names->find(std::to_string(productID));
   if (found == names->end()) return fallbackName;

@@ -55,10 +55,10 @@ CameraStatusDisplay::~CameraStatusDisplay() {
 }
 
 NSSize CameraStatusDisplay::getImage(const std::string& path, uint8_t** rawData) {
-  std::string why;
+  Error why;
   const CGImageRef picture = CGImageCreateWithFile(path, &why);
   if (!picture) {
-    NSLog(LogLevel::kWarning, "Cannot show the status picture " + path + ": " + why);
+    NSLog(LogLevel::kWarning, "Cannot show the status picture: " + why.what);
     return {};
   }
   const size_t rowBytes = picture->bytesPerRow();

@@ -53,7 +53,7 @@ WantedFormat readWantedFormat(const std::string& text) {
 Failure noFormat(VeskVideoDevice& camera, const std::string& text, CapturePurpose purpose) {
   const std::string name = nameOf(*camera.deviceInfo());
   if (!text.empty())
-    return {kFailed, fmt::format("\"{}\" does not offer {}.", name, text), "\"vesk formats\" lists what it offers."};
+    return {kWrongUse, fmt::format("\"{}\" does not offer {}.", name, text), "\"vesk formats\" lists what it offers."};
   const bool isForMovie = purpose == CapturePurpose::kRecord;
   return {kFailed, fmt::format("\"{}\" offers no format that can be {}.", name, isForMovie ? "recorded" : "shown"),
           isForMovie ? "\"vesk formats\" lists what it offers; h264 and raw can be recorded."

@@ -25,8 +25,9 @@ std::string lastGlfwError() {
 /// GLFW is set up once and taken down with the process's last window.
 void startGlfw() {
   if (glfwInit() == GLFW_TRUE) return;
-  throw Failure(kFailed, fmt::format("there is no display to show a window on ({}).", lastGlfwError()),
-                "Run it on a desktop, or set DISPLAY; \"vesk snapshot\" and \"vesk record\" need no display.");
+  throw Failure(kFailed,
+                Error{Cause::kNoDisplay, fmt::format("there is no display to show a window on ({})", lastGlfwError()),
+                      "Run it on a desktop, or set DISPLAY; \"vesk snapshot\" and \"vesk record\" need no display."});
 }
 
 GLFWwindow* makeWindow(int width, int height, const std::string& title) {
@@ -36,8 +37,8 @@ GLFWwindow* makeWindow(int width, int height, const std::string& title) {
   if (window) return window;
   const std::string why = lastGlfwError();
   glfwTerminate();
-  throw Failure(kFailed, fmt::format("a window with OpenGL 2.1 could not be opened ({}).", why),
-                "Install a graphics driver; on Debian the package libgl1-mesa-dri draws without one.");
+  throw Failure(kFailed, Error{Cause::kNoDisplay, fmt::format("a window with OpenGL 2.1 could not be opened ({})", why),
+                               "Install a graphics driver; on Debian the package libgl1-mesa-dri draws without one."});
 }
 
 }  // namespace

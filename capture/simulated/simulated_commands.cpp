@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <optional>
 #include <string>
 
 #include <vesk/log.h>
@@ -17,11 +18,27 @@
 namespace vesk::capture {
 namespace {
 
-SimulatedFaults faultsOf(std::string_view word) {
+/// The faults that a word stands for; none when it is no such word.
+std::optional<SimulatedFaults> faultsOf(std::string_view word) {
   SimulatedFaults faults;
-  if (word == "busy") faults.startStatus = kVCIBusy;
-  if (word == "silent") faults.isStalled = true;
-  return faults;
+  if (word == "well") return faults;
+  if (word == "busy") {
+    faults.startStatus = kVCIBusy;
+    return faults;
+  }
+  if (word == "silent") {
+    faults.isStalled = true;
+    return faults;
+  }
+  // A device that fails for the cause of that name: to be opened, where that is why real ones do not open.
+  for (const Cause cause : {Cause::kNoPermission, Cause::kNotAnswering, Cause::kNoBandwidth}) {
+    if (word != causeName(cause)) continue;
+    faults.openFails = cause == Cause::kNoPermission;
+    faults.startStatus = faults.propertyStatus = kVCIFailed;
+    faults.error = {cause, "the simulated device fails on command: " + std::string(word), "Tell it to be well."};
+    return faults;
+  }
+  return std::nullopt;
 }
 
 /// The pipe for reading; it is opened for writing too, so that it does not end with its first writer.
@@ -68,8 +85,8 @@ void SimulatedCommands::obey(std::string_view command) {
     isDone = mSource.plugOut(path);
   else if (word == "in")
     isDone = mSource.plugIn(path);
-  else if (word == "busy" || word == "silent" || word == "well")
-    isDone = mSource.setFaults(path, faultsOf(word));
+  else if (const auto faults = faultsOf(word))
+    isDone = mSource.setFaults(path, *faults);
   mSource.waitForHotplug();  // whoever is told looks at what there is: one thing at a time
   if (!isDone) NSLog(LogLevel::kError, "The simulated devices cannot obey \"" + std::string(command) + "\".");
 }

@@ -12,7 +12,9 @@ class SimulatedSource;
 ///
 ///   out PATH    the device is unplugged          busy PATH    its starts are refused: in use elsewhere
 ///   in PATH     and in again                       silent PATH  nothing comes from it
-///                                                  well PATH    nothing is wrong with it any more
+///   no-permission PATH                             well PATH    nothing is wrong with it any more
+///               it is not opened
+///   no-bandwidth PATH, not-answering PATH          starts and controls fail for that cause
 ///
 /// The environment variable VESK_SIMULATED_SETUP holds those that are obeyed at once, separated by ";";
 /// VESK_SIMULATED_COMMANDS names a pipe (mkfifo) from which more are read, one a line.

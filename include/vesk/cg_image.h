@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include <vesk/error.h>
 #include <vesk/export.h>
 
 namespace vesk {
@@ -38,6 +39,6 @@ using CGImageRef = std::shared_ptr<const CGImage>;
 /// cannot be read, is damaged or cut off, or holds more than `kMostImagePixels` pixels; `why` (may be
 /// null) then tells.
 constexpr int64_t kMostImagePixels = int64_t{1} << 26;
-VESK_EXPORT CGImageRef CGImageCreateWithFile(const std::string& path, std::string* why = nullptr);
+VESK_EXPORT CGImageRef CGImageCreateWithFile(const std::string& path, Error* why = nullptr);
 
 }  // namespace vesk

@@ -9,6 +9,7 @@
 #include <variant>
 #include <vector>
 
+#include <vesk/error.h>
 #include <vesk/export.h>
 
 namespace vesk {
@@ -36,9 +37,9 @@ class VESK_EXPORT PropertyList {
   /// NSXMLParser reads. Nothing when there is no such file, when it is damaged, when its top is not a
   /// dictionary, or when it is beyond what a list of settings needs: 4 MiB, 20000 values, 64 levels.
   /// `why` (may be null) then tells.
-  static std::optional<Dictionary> dictionaryWithContentsOfFile(const std::string& path, std::string* why = nullptr);
+  static std::optional<Dictionary> dictionaryWithContentsOfFile(const std::string& path, Error* why = nullptr);
   /// The same from bytes in memory.
-  static std::optional<Dictionary> dictionaryWithData(std::span<const uint8_t> bytes, std::string* why = nullptr);
+  static std::optional<Dictionary> dictionaryWithData(std::span<const uint8_t> bytes, Error* why = nullptr);
 
  private:
   Value mValue;

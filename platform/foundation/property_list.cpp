@@ -460,26 +460,37 @@ class XmlConversion : public NSXMLParserDelegate {
 
 }  // namespace
 
-std::optional<PropertyList::Dictionary> PropertyList::dictionaryWithContentsOfFile(const std::string& path,
-                                                                                   std::string* why) {
-  const auto bytes = fileBytes(path, kMostBytes, why);
-  return bytes ? dictionaryWithData(*bytes, why) : std::nullopt;
-}
+namespace {
 
-std::optional<PropertyList::Dictionary> PropertyList::dictionaryWithData(std::span<const uint8_t> bytes,
-                                                                         std::string* why) {
-  std::string reason;
-  std::optional<Dictionary> result;
+std::optional<PropertyList::Dictionary> read(std::span<const uint8_t> bytes, std::string& reason) {
   if (bytes.size() > kMostBytes) {
     reason = "it is too large";
-  } else if (isBinary(bytes)) {
-    const PlistPtr root = parseBinary(bytes);
-    if (root && plist_get_node_type(root.get()) == PLIST_DICT) result = Conversion::dictionaryOf(root.get());
-    if (!result) reason = "it is damaged, or its value is no dictionary";
-  } else {
-    result = XmlConversion::dictionaryOf(bytes, reason);
+    return std::nullopt;
   }
-  if (why && !result) *why = reason;
+  if (!isBinary(bytes)) return XmlConversion::dictionaryOf(bytes, reason);
+  std::optional<PropertyList::Dictionary> result;
+  const PlistPtr root = parseBinary(bytes);
+  if (root && plist_get_node_type(root.get()) == PLIST_DICT) result = Conversion::dictionaryOf(root.get());
+  if (!result) reason = "it is damaged, or its value is no dictionary";
+  return result;
+}
+
+}  // namespace
+
+std::optional<PropertyList::Dictionary> PropertyList::dictionaryWithContentsOfFile(const std::string& path,
+                                                                                   Error* why) {
+  const auto bytes = fileBytes(path, kMostBytes, why);
+  if (!bytes) return std::nullopt;
+  std::string reason;
+  auto result = read(*bytes, reason);
+  if (why && !result) *why = {Cause::kUnreadable, path + ": " + reason, ""};
+  return result;
+}
+
+std::optional<PropertyList::Dictionary> PropertyList::dictionaryWithData(std::span<const uint8_t> bytes, Error* why) {
+  std::string reason;
+  auto result = read(bytes, reason);
+  if (why && !result) *why = {Cause::kUnreadable, "the property list cannot be read: " + reason, ""};
   return result;
 }
 

@@ -154,9 +154,9 @@ CGImageRef CGImage::create(int32_t width, int32_t height, std::vector<uint8_t> p
   return std::make_shared<const CGImage>(width, height, std::move(pixels));
 }
 
-CGImageRef CGImageCreateWithFile(const std::string& path, std::string* why) {
-  const auto fail = [why](const std::string& reason) {
-    if (why) *why = reason;
+CGImageRef CGImageCreateWithFile(const std::string& path, Error* why) {
+  const auto fail = [&](const std::string& reason) {
+    if (why) *why = {Cause::kUnreadable, path + " cannot be read: " + reason, ""};
     return nullptr;
   };
   const auto bytes = fileBytes(path, kMostFileBytes, why);

@@ -166,10 +166,11 @@ TEST(PropertyList, ReadsTheWaysInWhichNumbersAndDatesAreWritten) {
         "<string>a<b/></string>", "<key>b</key>", "<array><key>b</key></array>"})
     EXPECT_FALSE(parse(xml(std::string("<dict><key>a</key>") + wrong + "</dict>"))) << wrong;
   EXPECT_FALSE(parse(xml("<dict/><dict/>"))) << "two values";
-  std::string why;
+  Error why;
   const std::string cut = "<plist><dict><key>a</key>";
   EXPECT_FALSE(PropertyList::dictionaryWithData({reinterpret_cast<const uint8_t*>(cut.data()), cut.size()}, &why));
-  EXPECT_NE(why.find("line 1"), std::string::npos) << why;
+  EXPECT_EQ(why.cause, Cause::kUnreadable);
+  EXPECT_NE(why.what.find("line 1"), std::string::npos) << why.what;
 }
 
 TEST(PropertyList, SurvivesFlippedBytes) {

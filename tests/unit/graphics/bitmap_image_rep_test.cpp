@@ -104,15 +104,15 @@ TEST(NSBitmapImageRep, ComesBackFromPNGAsItWas) {
 
 TEST(CGImage, TellsWhyAFileIsNoPicture) {
   const TemporaryFolder folder;
-  std::string why;
+  Error why;
   EXPECT_EQ(CGImageCreateWithFile(folder.file("missing.png"), &why), nullptr);
-  EXPECT_FALSE(why.empty());
+  EXPECT_EQ(why.cause, Cause::kNoFile);
   EXPECT_EQ(CGImageCreateWithFile(folder.write("text.png", "no picture at all"), &why), nullptr);
   // A bitmap file whose header promises 60,000 × 60,000 pixels.
   std::string huge("BM\x36\0\0\0\0\0\0\0\x36\0\0\0\x28\0\0\0\x60\xEA\0\0\x60\xEA\0\0\x01\0\x18\0", 30);
   huge.resize(100, '\0');
   EXPECT_EQ(CGImageCreateWithFile(folder.write("huge.bmp", huge), &why), nullptr);
-  EXPECT_EQ(why, "it is too large");
+  EXPECT_TRUE(why.what.ends_with("it is too large")) << why.what;
   EXPECT_EQ(CGImage::create(2, 2, std::vector<uint8_t>(15)), nullptr);
 }
 
@@ -127,13 +127,13 @@ TEST(CGImage, RefusesFilesThatWereCutOffOrAreNoPlainFiles) {
   bmp.resize(54 + 8 * 3 * 4, '\x40');
   const std::string files[] = {
       {jpeg.begin(), jpeg.end()}, {png.begin(), png.end()}, bmp, "P6 8 4 255\n" + std::string(size_t{8} * 4 * 3, 'x')};
-  std::string why;
+  Error why;
   for (const std::string& whole : files) {
-    EXPECT_TRUE(CGImageCreateWithFile(folder.write("picture", whole), &why)) << why;
+    EXPECT_TRUE(CGImageCreateWithFile(folder.write("picture", whole), &why)) << why.what;
     for (size_t length = 0; length < whole.size(); length += 1 + whole.size() / 20) {
-      why.clear();
+      why = {};
       EXPECT_FALSE(CGImageCreateWithFile(folder.write("picture", whole.substr(0, length)), &why)) << length;
-      EXPECT_FALSE(why.empty());
+      EXPECT_TRUE(why);
     }
     EXPECT_FALSE(CGImageCreateWithFile(folder.write("picture", whole.substr(0, whole.size() - 1)), &why));
   }
@@ -141,14 +141,14 @@ TEST(CGImage, RefusesFilesThatWereCutOffOrAreNoPlainFiles) {
   std::string preview = files[0].substr(0, 2) + "\xFF\xE1";
   preview += {'\0', '\x08', 'E', 'x', 'i', 'f', '\xFF', '\xD9'};
   preview += files[0].substr(2);
-  EXPECT_TRUE(CGImageCreateWithFile(folder.write("picture", preview), &why)) << why;
+  EXPECT_TRUE(CGImageCreateWithFile(folder.write("picture", preview), &why)) << why.what;
   EXPECT_FALSE(CGImageCreateWithFile(folder.write("picture", preview.substr(0, preview.size() - 60)), &why));
-  EXPECT_EQ(why, "it was cut off");
+  EXPECT_TRUE(why.what.ends_with("it was cut off")) << why.what;
 
   ASSERT_EQ(mkfifo(folder.file("pipe.png").c_str(), 0600), 0);
   for (const std::string& path : {folder.file("pipe.png"), folder.path(), std::string("/dev/zero")}) {
     EXPECT_FALSE(CGImageCreateWithFile(path, &why));
-    EXPECT_EQ(why, "it is not a plain file");
+    EXPECT_TRUE(why.what.ends_with("it is not a plain file")) << why.what;
   }
 }
 
