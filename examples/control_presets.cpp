@@ -60,7 +60,7 @@ int main(int argc, char** argv) {
   const auto cameras = vesk::VeskDeviceManager::getSharedInstance()->getVideoDeviceList();
   if (cameras->empty()) return std::fprintf(stderr, "no camera was found\n"), 1;
   const auto camera = vesk::VeskVideoDevice::initWithDeviceInfo(cameras->front());
-  if (camera->openDevice() != 0) return std::fprintf(stderr, "the camera could not be opened\n"), 1;
+  if (camera->openDevice() != 0) return std::fprintf(stderr, "%s\n", camera->lastError().what.c_str()), 1;
 
   const bool done = std::string_view(argv[1]) == "save" ? save(*camera, argv[2]) : load(*camera, argv[2]);
   if (!done) std::perror(argv[2]);

@@ -92,7 +92,7 @@ int main(int argc, char** argv) {
 
   const auto session = vesk::VeskRecordSession::initWithVideoDevice(camera, nullptr, argv[1]);
   session->setFrameTiming(vesk::FrameTiming::kCapture);
-  if (session->startSession() != 0) return std::fprintf(stderr, "the recording could not be started\n"), 1;
+  if (session->startSession() != 0) return std::fprintf(stderr, "%s\n", session->lastError().what.c_str()), 1;
   const std::chrono::seconds time(argc > 2 ? std::atoi(argv[2]) : 3);
   vesk::NSRunLoop::currentRunLoop()->runUntilDate(steady_clock::now() + time);
   session->stopSession();

@@ -44,7 +44,7 @@ int main(int argc, char** argv) {
   const auto cameras = vesk::VeskDeviceManager::getSharedInstance()->getVideoDeviceList();
   if (cameras->empty()) return std::fprintf(stderr, "no camera was found\n"), 1;
   const auto camera = vesk::VeskVideoDevice::initWithDeviceInfo(cameras->front());
-  if (camera->openDevice() != 0) return std::fprintf(stderr, "the camera could not be opened\n"), 1;
+  if (camera->openDevice() != 0) return std::fprintf(stderr, "%s\n", camera->lastError().what.c_str()), 1;
   camera->setFormat(camera->getSupportedFormats()->front());
 
   if (glfwInit() == GLFW_FALSE) return std::fprintf(stderr, "there is no display\n"), 1;

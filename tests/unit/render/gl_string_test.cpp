@@ -223,7 +223,7 @@ TEST_F(GLStringTest, LogsThatThereIsNoContextAndWaitsForAChange) {
   text = make("Text");
   text->genTexture();
   setLogSink({});
-  EXPECT_EQ(lines, (std::vector<std::string>{"StringTexture -genTexture: Failure to get current OpenGL context\n"}));
+  EXPECT_EQ(lines, (std::vector<std::string>{"StringTexture -genTexture: Failure to get current OpenGL context"}));
   EXPECT_EQ(text->texName(), 0U);
   EXPECT_EQ(text->texSize(), text->frameSize());
   canvas.openGLContext()->makeCurrentContext();
