@@ -49,15 +49,23 @@ WantedFormat readWantedFormat(const std::string& text) {
                 "Write it like h264:1280x720@30, mjpeg, raw, 720p or 640x480.");
 }
 
+Failure noFormat(ExitStatus status, const std::string& what, const std::string& hint) {
+  Failure failure(status, what, hint);
+  failure.cause = Cause::kNoFormat;
+  return failure;
+}
+
 /// Why none of the camera's formats will do.
 Failure noFormat(VeskVideoDevice& camera, const std::string& text, CapturePurpose purpose) {
   const std::string name = nameOf(*camera.deviceInfo());
   if (!text.empty())
-    return {kWrongUse, fmt::format("\"{}\" does not offer {}.", name, text), "\"vesk formats\" lists what it offers."};
+    return noFormat(kFailed, fmt::format("\"{}\" does not offer {}.", name, text),
+                    "\"vesk formats\" lists what it offers.");
   const bool isForMovie = purpose == CapturePurpose::kRecord;
-  return {kFailed, fmt::format("\"{}\" offers no format that can be {}.", name, isForMovie ? "recorded" : "shown"),
-          isForMovie ? "\"vesk formats\" lists what it offers; h264 and raw can be recorded."
-                     : "\"vesk formats\" lists what it offers."};
+  return noFormat(kFailed,
+                  fmt::format("\"{}\" offers no format that can be {}.", name, isForMovie ? "recorded" : "shown"),
+                  isForMovie ? "\"vesk formats\" lists what it offers; h264 and raw can be recorded."
+                             : "\"vesk formats\" lists what it offers.");
 }
 
 /// The camera has what is wanted at other rates only, of which there are some.
@@ -67,11 +75,12 @@ Failure noRate(VeskVideoDevice& camera, const std::string& text, const std::vect
   for (const double rate : otherRates) rates.push_back(fmt::format("{:.4g}", rate));
   const std::string last = rates.back();
   rates.pop_back();
-  return {kWrongUse,
-          fmt::format("\"{}\" does not offer {}: {} {} pictures a second.", nameOf(*camera.deviceInfo()), text,
-                      rates.empty() ? "its only rate is" : fmt::format("its rates are {} and", fmt::join(rates, ", ")),
-                      last),
-          "\"vesk formats\" lists sizes and rates."};
+  return noFormat(
+      kWrongUse,
+      fmt::format("\"{}\" does not offer {}: {} {} pictures a second.", nameOf(*camera.deviceInfo()), text,
+                  rates.empty() ? "its only rate is" : fmt::format("its rates are {} and", fmt::join(rates, ", ")),
+                  last),
+      "\"vesk formats\" lists sizes and rates.");
 }
 
 uint32_t readSoundCodec(const std::string& text, const std::string& whole) {

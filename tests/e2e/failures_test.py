@@ -60,7 +60,8 @@ class FailuresTest(unittest.TestCase):
                 (f"no-bandwidth {CAMERA}", record, 4, "no-bandwidth"),
                 (f"not-answering {CAMERA}", ("controls", "list"), 1, "not-answering"),
                 (f"not-answering {CAMERA}", ("controls", "get", "brightness"), 1, "not-answering"),
-                ("", ("snapshot", "@photo.jpeg", "--format", "123x45"), 2, "wrong-use"),
+                ("", ("snapshot", "@photo.jpeg", "--format", "123x45"), 1, "no-format"),
+                ("", ("snapshot", "@photo.jpeg", "--format", "h264@17"), 2, "no-format"),
                 ("", ("snapshot", "@photo.jpeg", "--camera", "nobody"), 3, "no-device"),
                 ("", ("recover", "@none.mov"), 1, "other")):
             with self.subTest(setup=setup, command=command):

@@ -4,7 +4,6 @@ import json
 import os
 import pathlib
 import pty
-import re
 import signal
 import subprocess
 import time
@@ -142,15 +141,14 @@ class RecordSimulated(MovieTest):
                     self.assertLessEqual(abs(following - time - unit / rate), 1)
                 self.assert_plays_everywhere(movie)
 
-    def test_a_format_that_is_not_there_is_refused_with_those_that_are(self):
+    def test_a_rate_that_is_not_there_is_refused_with_those_that_are(self):
         clip = next(p for p in clips() if p.suffix == ".264")
-        for source, rate, rates in (("simulated", "123x45", '"vesk formats" lists'),
-                                    ("simulated", "@17", "its rates are 60, 50, 30, 25, 24, 20, 15, 10 and 7.5 pictures a second."),
+        for source, rate, rates in (("simulated", "@17", "its rates are 60, 50, 30, 25, 24, 20, 15, 10 and 7.5 pictures a second."),
                                     (f"file:{clip}", "h264@120", "its only rate is ")):
             with self.subTest(source=source):
                 done = vesk("--capture", source, "record", self.folder / "movie.mov", "--format", rate, check=False)
                 self.assertEqual(done.returncode, 2, done.stderr)
-                self.assertRegex(done.stderr, re.escape(f"does not offer {rate}") + "[.:] " + re.escape(rates))
+                self.assertIn(f"does not offer {rate}: {rates}", done.stderr)
                 self.assertEqual(len(done.stderr.splitlines()), 1, done.stderr)
         self.nothing_left()
 
