@@ -158,7 +158,10 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   FrameTiming frameTiming() const { return mFrameTiming; }
   void setFrameTiming(FrameTiming timing) { mFrameTiming = timing; }
   std::shared_ptr<VeskVideoDevice> camera() const { return mMovie ? mPlan.camera : nullptr; }
-  std::shared_ptr<VeskAudioDevice> microphone() const { return mMovie ? mPlan.microphone : nullptr; }
+  std::shared_ptr<VeskAudioDevice> microphone() const {
+    if (!mMovie) return nullptr;
+    return mReturned ? mReturned->microphone() : mPlan.microphone;
+  }
   std::function<bool()> writerBusy() const {
     return [writer = mWriter] { return writer->isBusy(); };
   }

@@ -18,6 +18,8 @@ class ReturnedMicrophone {
   ReturnedMicrophone(const ReturnedMicrophone&) = delete;
   ReturnedMicrophone& operator=(const ReturnedMicrophone&) = delete;
 
+  const std::shared_ptr<VeskAudioDevice>& microphone() const { return mMicrophone; }
+
  private:
   ReturnedMicrophone(std::shared_ptr<VeskAudioDevice> microphone, const MovieRecording& movie);
 

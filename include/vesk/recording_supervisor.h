@@ -31,7 +31,8 @@ struct RecordingSettings {
   std::optional<double> duration;  ///< seconds of movie after which the recording ends, all movies together
 
   /// A camera and a microphone that the host uses already, for a preview for instance. They are joined, and left
-  /// open. A camera without a format gets one; a microphone without one too.
+  /// open; without a format they get one. What returns after it was unplugged is opened anew here: camera() and
+  /// microphone() are the devices of the moment.
   std::shared_ptr<VeskVideoDevice> camera;
   std::shared_ptr<VeskAudioDevice> microphone;
 
@@ -129,7 +130,7 @@ class VESK_EXPORT VeskRecordingSupervisor {
   bool start(RecordingSettings settings);
   /// Ends the recording, or the waiting. Returns at once: kMovieFinished and kEnded follow.
   void stop();
-  /// From start until kEnded.
+  /// From start until the recording is over; kEnded is delivered a moment later.
   bool isActive() const;
 
   /// When the frames of the next movie are shown: kCapture, at their capture times, unless the host chooses

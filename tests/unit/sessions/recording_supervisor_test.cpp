@@ -169,32 +169,33 @@ TEST_F(SupervisorTest, WhatCannotBeginSaysWhyAndLeavesNothing) {
     Cause cause;
     std::function<void(RecordingSettings&)> prepare;
   };
-  for (const Row& row : std::initializer_list<Row>{
-           {"a folder", Cause::kWrongUse, [&](auto& settings) { settings.file = movies.path(); }},
-           {"no movie's name", Cause::kWrongUse, [&](auto& settings) { settings.file = movies.file("lesson.mp4"); }},
-           {"a file in the way", Cause::kFileExists, [&](auto& settings) { settings.file = movies.file("there.mov"); }},
-           {"no such folder", Cause::kFolderGone, [&](auto& settings) { settings.file = movies.file("none/a.mov"); }},
-           {"no such camera", Cause::kNoDevice, [](auto& settings) { settings.findCamera = [] { return nullptr; }; }},
-           {"no such microphone", Cause::kNoDevice,
-            [](auto& settings) { settings.findMicrophone = [] { return nullptr; }; }},
-           {"no such format", Cause::kNoFormat,
-            [](auto& settings) {
-              settings.setVideoFormat = [](auto& chosen) {
-                return chooseVideoFormat(chosen, {.size = CMVideoDimensions{1, 2}}).error;
-              };
-            }},
-           {"a format that no movie holds", Cause::kNoFormat,
-            [](auto& settings) {
-              settings.setVideoFormat = [](auto& chosen) {
-                chosen.setFormat(CMVideoFormatDescription::create(kCMVideoCodecType_MotionJPEG, 64, 64));
-                return Error();
-              };
-            }},
-           {"a camera that does not start", Cause::kBusy, [&](auto&) { busy(fakeCamera); }},
-           {"a microphone that does not start", Cause::kBusy, [&](auto&) { busy(fakeMicrophone); }},
-           {"a host that throws", Cause::kOther, [](auto& settings) {
-              settings.findCamera = []() -> std::shared_ptr<VeskDeviceInfo> { throw std::runtime_error("oops"); };
-            }}}) {
+  const std::vector<Row> rows{
+      {"a folder", Cause::kWrongUse, [&](auto& settings) { settings.file = movies.path(); }},
+      {"no movie's name", Cause::kWrongUse, [&](auto& settings) { settings.file = movies.file("lesson.mp4"); }},
+      {"a file in the way", Cause::kFileExists, [&](auto& settings) { settings.file = movies.file("there.mov"); }},
+      {"no such folder", Cause::kFolderGone, [&](auto& settings) { settings.file = movies.file("none/a.mov"); }},
+      {"no such camera", Cause::kNoDevice, [](auto& settings) { settings.findCamera = [] { return nullptr; }; }},
+      {"no such microphone", Cause::kNoDevice,
+       [](auto& settings) { settings.findMicrophone = [] { return nullptr; }; }},
+      {"no such format", Cause::kNoFormat,
+       [](auto& settings) {
+         settings.setVideoFormat = [](auto& chosen) {
+           return chooseVideoFormat(chosen, {.size = CMVideoDimensions{1, 2}}).error;
+         };
+       }},
+      {"a format that no movie holds", Cause::kNoFormat,
+       [](auto& settings) {
+         settings.setVideoFormat = [](auto& chosen) {
+           chosen.setFormat(CMVideoFormatDescription::create(kCMVideoCodecType_MotionJPEG, 64, 64));
+           return Error();
+         };
+       }},
+      {"a camera that does not start", Cause::kBusy, [&](auto&) { busy(fakeCamera); }},
+      {"a microphone that does not start", Cause::kBusy, [&](auto&) { busy(fakeMicrophone); }},
+      {"a host that throws", Cause::kOther, [](auto& settings) {
+         settings.findCamera = []() -> std::shared_ptr<VeskDeviceInfo> { throw std::runtime_error("oops"); };
+       }}};
+  for (const Row& row : rows) {
     fakeCamera->startStatus = fakeMicrophone->startStatus = 0;
     RecordingSettings settings = settingsFor("lesson.mov");
     row.prepare(settings);
@@ -251,7 +252,10 @@ TEST_F(SupervisorTest, AMicrophoneThatReturnsIsHeardInTheSameMovie) {
   EXPECT_EQ(next(Kind::kSoundMissing).error.cause, Cause::kUnplugged);
   film(15, false);
   plugMicrophoneIn();
+  const auto before = supervisor->microphone();
   EXPECT_EQ(next(Kind::kMicrophoneReturned).error, Error());
+  EXPECT_NE(supervisor->microphone(), before);
+  EXPECT_TRUE(supervisor->microphone()->isCapturing());
   film(30);
   supervisor->stop();
   const RecordedMovie movie = next(Kind::kMovieFinished).movie.value();
@@ -580,7 +584,7 @@ TEST_F(SupervisorTest, LeftoversOfACrashAreListedAndFinished) {
   std::filesystem::create_directory(hidden("BBBBBB"));
   std::ofstream(hidden("BBBBBB") + "/lesson.mov") << "no movie at all";
   std::filesystem::create_directory(hidden("CCCCCC"));
-  std::ofstream(hidden("CCCCCC") + "/.lesson.mov.lock");
+  std::ofstream(hidden("CCCCCC") + "/.lesson.mov.lock") << "";
 
   auto found = leftoversIn(movies.path());
   EXPECT_EQ(found.size(), 3U) << "one is empty";
