@@ -199,7 +199,7 @@ class Host {
   static void requireWhole(const fs::path& path) {
     const RecoveryResult result = recoverMovie(path.string());
     if (result.outcome != RecoveryOutcome::kAlreadyPlain)
-      std::fprintf(stdout, "%s: %s\n", path.c_str(), result.text.c_str());
+      std::fprintf(stdout, "%s: %s\n", path.c_str(), result.error.what.c_str());
     require(result.outcome == RecoveryOutcome::kAlreadyPlain, "a movie is not whole");
     fs::remove(path);
   }
