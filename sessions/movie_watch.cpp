@@ -111,7 +111,7 @@ void MovieWatch::watchSound(const MovieRecording& movie) {
   if (isHeldUp(movie)) {
     mPackets.restart(mNow);
   } else if (mPackets.look(watch->packets(), mNow) == StallWatch::Change::kStalled) {
-    return report(Kind::kSoundQuiet, info,
+    return report(Kind::kSoundStalled, info,
                   {Cause::kSilent, fmt::format("\"{}\" has sent no sound for {} s", name, StallWatch::kLimit.count()),
                    "Plug it in again, or choose another microphone."});
   }

@@ -226,11 +226,8 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
         if (event.error) warn(failureOf(event.error));
         return reportChange("added", *event.device, "is back.");
       case Kind::kSoundQuiet:
-      case Kind::kFramesStalled:
       case Kind::kDiskFilling:
         return say("vesk: " + lineOf(event.error));
-      case Kind::kFramesResumed:
-        return say(fmt::format("vesk: \"{}\" sends pictures again.", nameOf(*event.device)));
       case Kind::kEnded:
         return recordingEnded(event);
       case Kind::kWaiting:
@@ -238,6 +235,10 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
       case Kind::kMicrophoneRemoved:
       case Kind::kSoundMissing:
         return;  // the preview sees these itself
+      case Kind::kFramesStalled:
+      case Kind::kFramesResumed:
+      case Kind::kSoundStalled:
+        return;  // the machine's own devices have a line in the log
     }
   }
 

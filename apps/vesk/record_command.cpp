@@ -130,11 +130,12 @@ class RecordCommand {
                        : fmt::format("\"{}\" is back; the movie goes on with its sound.", nameOf(*event.device)));
       case Kind::kSoundMissing:
       case Kind::kSoundQuiet:
-      case Kind::kFramesStalled:
       case Kind::kDiskFilling:
         return say(lineOf(event.error));
+      case Kind::kFramesStalled:
       case Kind::kFramesResumed:
-        return say(fmt::format("\"{}\" sends pictures again.", nameOf(*event.device)));
+      case Kind::kSoundStalled:
+        return;  // the machine's own devices have a line in the log, with what is being done about it
       case Kind::kEnded:
         return ended(event);
     }

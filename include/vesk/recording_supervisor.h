@@ -71,7 +71,8 @@ enum class RecordingEventKind : uint8_t {
   kMicrophoneRemoved,   ///< `device`; a camera that it is built into may follow
   kSoundMissing,        ///< the movie goes on without sound (`error`) until its microphone is back
   kMicrophoneReturned,  ///< `device`; it is heard in the same movie again, unless there is an `error`
-  kSoundQuiet,          ///< the microphone has sent silence, or nothing, for long (`error`)
+  kSoundQuiet,          ///< the microphone has sent silence for long (`error`)
+  kSoundStalled,        ///< the microphone has stopped sending (`error`)
   kFramesStalled,       ///< the camera has stopped sending (`error`)
   kFramesResumed,       ///< and sends again
   kDiskFilling,         ///< there is room for some minutes only (`error`)

@@ -473,7 +473,7 @@ TEST_F(SupervisorTest, FramesThatStallAndASilentMicrophoneAreReported) {
     film(1);
     next(Kind::kFramesResumed);
   }
-  EXPECT_EQ(events[2].kind, Kind::kSoundQuiet) << "no packet came either";
+  EXPECT_EQ(events[2].kind, Kind::kSoundStalled) << "no packet came either";
   film(301);  // ten seconds of silence
   const Error quiet = next(Kind::kSoundQuiet).error;
   EXPECT_EQ(quiet.cause, Cause::kSilent);
