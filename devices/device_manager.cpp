@@ -31,7 +31,7 @@ struct CaptureLibraryHalf {
 /// for every device.
 void logOnce(const std::string& line) {
   static Mutex mutex;
-  static std::string last VESK_GUARDED_BY(mutex);
+  static auto& last VESK_GUARDED_BY(mutex) = *new std::string;
   {
     const MutexLock lock(mutex);
     if (line == last) return;

@@ -23,8 +23,8 @@ struct SimulatedSize {
 constexpr SimulatedSize kSizes[] = {{320, 240}, {640, 360}, {640, 480}, {864, 480}, {1280, 720}, {1920, 1080}};
 constexpr SimulatedSize kPlainSizes[] = {{320, 240}, {640, 480}};
 /// Pictures a second: 60, 50, 30, 25, 24, 20, 15, 10 and 7.5.
-const std::vector<uint32_t> kIntervals = {166667, 200000, 333333, 400000, 416667, 500000, 666667, 1000000, 1333333};
-const std::vector<uint32_t> kPlainIntervals = {333333, 666667};
+constexpr uint32_t kIntervals[] = {166667, 200000, 333333, 400000, 416667, 500000, 666667, 1000000, 1333333};
+constexpr uint32_t kPlainIntervals[] = {333333, 666667};
 constexpr uint32_t kRates[] = {48000, 44100, 16000};
 
 class SimulatedPictureStream : public PacedStream {
@@ -84,7 +84,8 @@ std::vector<FrameSize> frameSizes(bool isPlain) {
       isPlain ? std::span<const SimulatedSize>(kPlainSizes) : std::span<const SimulatedSize>(kSizes);
   std::vector<FrameSize> answer;
   for (const SimulatedSize& size : sizes) {
-    answer.push_back({size.width, size.height, isPlain ? kPlainIntervals : kIntervals});
+    const auto intervals = isPlain ? std::span<const uint32_t>(kPlainIntervals) : std::span<const uint32_t>(kIntervals);
+    answer.push_back({size.width, size.height, {intervals.begin(), intervals.end()}});
   }
   return answer;
 }

@@ -1,6 +1,7 @@
 #include "capture/simulated/simulated_source.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -20,12 +21,13 @@ namespace {
 
 constexpr uint16_t kVendor = 0xFFF0;  // no maker's
 
-const DeviceDescription kFirstDevices[] = {
+const auto& kFirstDevices = *new std::array<DeviceDescription, 4>{{
+    // stays while the process ends
     {DeviceKind::kVideo, SimulatedSource::kCameraPath, "Simulated Camera", kVendor, 0x0001, 0x0100},
     {DeviceKind::kVideo, SimulatedSource::kPlainCameraPath, "Simulated Plain Camera", kVendor, 0x0002, 0x0100},
     {DeviceKind::kAudio, SimulatedSource::kMicrophonePath, "Simulated Microphone", kVendor, 0x0011, 0x0100},
     {DeviceKind::kAudio, SimulatedSource::kMonoMicrophonePath, "Simulated Mono Microphone", kVendor, 0x0012, 0x0100},
-};
+}};
 
 /// Where a camera's settings are kept; empty when they are not.
 std::string placeOfSettings(const SimulatedUnit& unit) {

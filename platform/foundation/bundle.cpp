@@ -16,7 +16,7 @@ namespace {
 Mutex gMutex;
 
 std::string& hostFolder() VESK_REQUIRES(gMutex) {
-  static std::string folder;
+  static auto& folder = *new std::string;  // threads may ask while the process ends
   return folder;
 }
 

@@ -178,7 +178,7 @@ mode_t currentUmask() {
 Mutex gTemporaryMutex;
 
 std::string& hostTemporaryDirectory() VESK_REQUIRES(gTemporaryMutex) {
-  static std::string folder;
+  static auto& folder = *new std::string;  // threads may ask while the process ends
   return folder;
 }
 

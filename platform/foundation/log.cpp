@@ -15,6 +15,7 @@
 
 #include <vesk/printable_text.h>
 #include "platform/foundation/mutex.h"
+#include "platform/foundation/never_destroyed.h"
 
 namespace vesk {
 namespace {
@@ -22,10 +23,10 @@ namespace {
 using Sink = std::function<void(LogLevel, std::string_view)>;
 
 Mutex gSinkMutex;  // held while the sink runs
-std::shared_ptr<const Sink> gSink VESK_GUARDED_BY(gSinkMutex);
+constinit NeverDestroyed<std::shared_ptr<const Sink>> gSink VESK_GUARDED_BY(gSinkMutex);
 thread_local bool tIsInsideSink = false;
 /// What was set from inside the sink, by the thread that runs it.
-std::shared_ptr<const Sink> gNextSink;
+constinit NeverDestroyed<std::shared_ptr<const Sink>> gNextSink;
 bool gHasNextSink = false;
 std::atomic<FILE*> gOutput{nullptr};
 std::atomic<FILE*> gError{nullptr};
@@ -110,7 +111,7 @@ struct InsideSink {
 bool sendToSink(LogLevel level, std::string_view text) {
   if (tIsInsideSink) return true;
   MutexLock lock(gSinkMutex);
-  const auto sink = gSink;
+  const auto sink = gSink.value;
   if (!sink) return false;
   try {
     const InsideSink inside;
@@ -123,7 +124,7 @@ bool sendToSink(LogLevel level, std::string_view text) {
   } catch (...) {
     // A line is never worth the caller's work.
   }
-  if (gHasNextSink) gSink = std::move(gNextSink);
+  if (gHasNextSink) gSink.value = std::move(gNextSink.value);
   gHasNextSink = false;
   return true;
 }
@@ -170,12 +171,12 @@ void NSLog(std::string_view line) noexcept {
 void setLogSink(std::function<void(LogLevel, std::string_view)> sink) {
   auto next = sink ? std::make_shared<const Sink>(std::move(sink)) : nullptr;
   if (tIsInsideSink) {  // it goes on to its end, and is the last time
-    gNextSink = std::move(next);
+    gNextSink.value = std::move(next);
     gHasNextSink = true;
     return;
   }
   MutexLock lock(gSinkMutex);
-  gSink.swap(next);
+  gSink.value.swap(next);
 }
 
 FILE* standardOutput() {

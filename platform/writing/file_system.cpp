@@ -204,7 +204,7 @@ int File::makeDurable() {
 }
 
 FileSystem& FileSystem::posix() {
-  static PosixFileSystem fileSystem;
+  static auto& fileSystem = *new PosixFileSystem;  // movies may be finished while the process ends
   return fileSystem;
 }
 
