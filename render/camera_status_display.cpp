@@ -2,7 +2,6 @@
 
 #include <epoxy/gl.h>
 
-#include <atomic>
 #include <cstdlib>
 #include <utility>
 
@@ -10,6 +9,7 @@
 #include <vesk/log.h>
 #include <vesk/open_gl_context.h>
 #include "platform/foundation/malloc_ptr.h"
+#include "platform/foundation/mutex.h"
 #include "platform/graphics/gl_context_scope.h"
 
 namespace vesk {
@@ -36,7 +36,8 @@ struct CameraStatusDisplay::State {
   uint32_t texture = 0;
   std::weak_ptr<NSOpenGLContext> context;  ///< that the texture lives in
   NSSize size;
-  std::atomic<NSSize> viewSize{NSSize{}};
+  mutable Mutex mutex;
+  NSSize viewSize VESK_GUARDED_BY(mutex);
 };
 
 CameraStatusDisplay::CameraStatusDisplay() : mState(std::make_unique<State>()) {}
@@ -136,10 +137,12 @@ void CameraStatusDisplay::State::deleteTexture() {
 }
 
 NSSize CameraStatusDisplay::viewSize() const {
+  const MutexLock lock(mState->mutex);
   return mState->viewSize;
 }
 
 void CameraStatusDisplay::setViewSize(NSSize size) {
+  const MutexLock lock(mState->mutex);
   mState->viewSize = size;
 }
 
