@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <exception>
+#include <mutex>
 #include <string_view>
 #include <utility>
 
@@ -15,7 +16,6 @@
 #include <vesk/device_manager.h>
 #include <vesk/log.h>
 #include "apps/vesk/log_lines.h"
-#include "platform/foundation/mutex.h"
 
 namespace vesk::program {
 namespace {
@@ -23,22 +23,22 @@ namespace {
 bool gVerbose = false;
 
 struct ShownLines {
-  Mutex mutex;
-  LogLines lines VESK_GUARDED_BY(mutex);
+  std::mutex mutex;  ///< guards what follows
+  LogLines lines;
 };
 
-ShownLines gShown;
+ShownLines& gShown = *new ShownLines;  // stays while the process ends: threads may still log
 
 /// With --verbose all that there is; else what calls, outcomes and statistics do not tell.
 void showLine(LogLevel level, std::string_view line) {
   if (gVerbose) return writeLine(line);
   if (level == LogLevel::kDebug) return;
-  const MutexLock lock(gShown.mutex);
+  const std::lock_guard lock(gShown.mutex);
   if (const auto shown = gShown.lines.take(line, LogLines::Clock::now())) writeLine(*shown);
 }
 
 void showCounts() {
-  const MutexLock lock(gShown.mutex);
+  const std::lock_guard lock(gShown.mutex);
   for (const std::string& line : gShown.lines.counts()) writeLine(line);
 }
 
