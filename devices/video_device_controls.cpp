@@ -31,6 +31,16 @@ int64_t readNumber(const CameraControl& control, std::span<const uint8_t> value)
   return (number & capture::kAperturePriority) != 0 ? 1 : 0;
 }
 
+/// Whether the row's numbers lie in its value, and that in our buffer: a host may make a row itself.
+bool isSound(const CameraControl& control) {
+  const size_t numbers = control.place == ControlPlace::kAlone ? 1 : 2;
+  return control.size <= kLargestValue && numbers * capture::traitsOf(control.type).width <= control.size;
+}
+
+Error unsoundRow() {
+  return {Cause::kWrongUse, "the control's row does not say where its number lies", ""};
+}
+
 void writeNumber(const CameraControl& control, int64_t number, std::span<uint8_t> value) {
   if (control.type == ControlType::kExposureMode)
     number = number == 1 ? capture::kAperturePriority : capture::kManualExposure;
@@ -62,6 +72,7 @@ int32_t VeskVideoDevice::setProperty(const capture::PropertySetIdentifier& set, 
 }
 
 std::optional<int64_t> VeskVideoDevice::readControl(const CameraControl& control, ControlRequest request) const {
+  if (!isSound(control)) return failed(kVCIInvalidArgument, unsoundRow()), std::nullopt;
   uint8_t bytes[kLargestValue] = {};
   const std::span value(bytes, control.size);
   if (getProperty(request, control.set, control.number, value) != kVCISuccess) return std::nullopt;
@@ -69,6 +80,7 @@ std::optional<int64_t> VeskVideoDevice::readControl(const CameraControl& control
 }
 
 int32_t VeskVideoDevice::writeControl(const CameraControl& control, int64_t number) {
+  if (!isSound(control)) return failed(kVCIInvalidArgument, unsoundRow());
   uint8_t bytes[kLargestValue] = {};
   const std::span value(bytes, control.size);
   writeNumber(control, number, value);

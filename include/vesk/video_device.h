@@ -244,7 +244,7 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   /// other bytes as they come. lastError says why it does not.
   std::optional<int64_t> readControl(const CameraControl& control, ControlRequest request) const;
   /// Sends the low bytes of `value`. @return what the capture library answered: 0 taken, 14 the camera
-  /// does not have the control, else refused; lastError says why.
+  /// does not have the control, 2 the row does not say where its number lies, else refused; lastError says why.
   int32_t writeControl(const CameraControl& control, int64_t value);
 
   // The motorised head. Nudges return at once and run one after the other on a queue of their own,

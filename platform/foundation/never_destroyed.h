@@ -1,7 +1,5 @@
 #pragma once
 
-#include <utility>
-
 namespace vesk {
 
 /// A global that stays until the process is gone: threads of the library and of the host may still log or let go of

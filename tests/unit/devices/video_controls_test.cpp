@@ -284,5 +284,17 @@ TEST_F(OneCamera, TellsWhetherAWriteWasTaken) {
   EXPECT_EQ(cameraControlNamed("loudness"), nullptr);
 }
 
+TEST_F(OneCamera, RefusesARowWhoseNumberDoesNotLieInItsValue) {
+  const auto camera = attach({8});
+  for (const auto& [name, size] : {std::pair{"brightness", 9U}, {"brightness", 1U}, {"brightness", 0U}, {"pan", 7U}}) {
+    CameraControl row = *cameraControlNamed(name);
+    row.size = size;
+    EXPECT_EQ(device->readControl(row, ControlRequest::kCurrent), std::nullopt) << name << size;
+    EXPECT_EQ(device->writeControl(row, 1), 2) << name << size;
+    EXPECT_EQ(device->lastError().cause, Cause::kWrongUse);
+  }
+  EXPECT_TRUE(camera->propertyCalls().empty());
+}
+
 }  // namespace
 }  // namespace vesk
