@@ -20,6 +20,10 @@ struct Colour {
   int blue = 0;
 };
 
+/// The colours of a picture's quarters: upper left and right, lower left and right.
+inline constexpr std::array<Colour, 4> kFields{Colour{235, 40, 30}, Colour{30, 200, 60}, Colour{40, 60, 230},
+                                               Colour{250, 250, 250}};
+
 inline std::string textOf(Colour colour) {
   return std::to_string(colour.red) + "," + std::to_string(colour.green) + "," + std::to_string(colour.blue);
 }

@@ -370,36 +370,53 @@ const Ending kEndings[] = {
      }},
 };
 
-class EndingTest : public InterfaceTest, public testing::WithParamInterface<size_t> {};
+class EndingTest : public InterfaceTest, public testing::WithParamInterface<size_t> {
+ protected:
+  /// Ends the callbacks while one is held up on another thread, and expects that to take until it has returned.
+  void expectToWait(bool stopsItself, bool isClosedElsewhere) {
+    struct Host {
+      VCI_HANDLE handle;
+      bool stopsItself;
+      Gate inside{}, goOn{};
+      std::atomic<bool> hasReturned = false;
+      std::atomic<int> calls = 0;
+    } host{video, stopsItself};
+    const auto callback = [](void*, VCI_EVENT_INFO* info) {
+      auto& of = *static_cast<Host*>(info->context);
+      ++of.calls;
+      if (of.stopsItself) VCI_Stop_Capture(of.handle, 0);
+      of.inside.open();
+      of.goOn.wait();
+      of.hasReturned = true;
+    };
+    VCI_Subscribe_Event(video, kVCIEventFrame, callback, &host);
+    VCI_Start_Capture(video, 0);
+    std::thread delivery = deliver(1);
+    host.inside.wait();
+    std::thread closer([&] {
+      if (isClosedElsewhere) VCI_Close_Device(video);
+    });
+    while (isClosedElsewhere && camera->stopped == 0) std::this_thread::yield();
+    std::thread opener([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));  // may show a fault, never makes one
+      host.goOn.open();
+    });
+    kEndings[GetParam()].end(video);
+    EXPECT_TRUE(host.hasReturned);
+    for (std::thread* thread : {&opener, &closer, &delivery}) thread->join();
+    deliver(2).join();
+    EXPECT_EQ(host.calls, 1);
+  }
+};
 
 TEST_P(EndingTest, WaitsForTheCallbackOnAnotherThread) {
-  struct Host {
-    Gate inside, goOn;
-    std::atomic<bool> isInside = false;
-    std::atomic<int> calls = 0;
-  } host;
-  const auto callback = [](void*, VCI_EVENT_INFO* info) {
-    auto& of = *static_cast<Host*>(info->context);
-    ++of.calls;
-    of.isInside = true;
-    of.inside.open();
-    of.goOn.wait();
-    of.isInside = false;
-  };
-  VCI_Subscribe_Event(video, kVCIEventFrame, callback, &host);
-  VCI_Start_Capture(video, 0);
-  std::thread delivery = deliver(1);
-  host.inside.wait();
-  std::thread opener([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));  // may show a fault, never makes one
-    host.goOn.open();
-  });
-  kEndings[GetParam()].end(video);
-  EXPECT_FALSE(host.isInside);
-  deliver(2).join();
-  EXPECT_EQ(host.calls, 1);
-  opener.join();
-  delivery.join();
+  expectToWait(false, false);
+}
+TEST_P(EndingTest, WaitsForTheCallbackThatHasStoppedTheDeviceItself) {
+  expectToWait(true, false);
+}
+TEST_P(EndingTest, WaitsWhileAnotherThreadClosesTheDevice) {
+  expectToWait(false, true);
 }
 
 TEST_P(EndingTest, DoesNotWaitForTheCallbackThatItComesFrom) {
@@ -441,57 +458,6 @@ TEST_P(EndingTest, CanMeetItself) {
   std::thread delivery = deliver(1);
   host.inside.wait();
   kEndings[GetParam()].end(video);
-  delivery.join();
-}
-
-/// A callback that is held up, and says whether it has returned.
-struct HeldUp {
-  VCI_HANDLE handle;
-  bool stopsItself = false;
-  Gate inside{}, goOn{};
-  std::atomic<bool> hasReturned = false;
-
-  static void callback(void*, VCI_EVENT_INFO* info) {
-    auto& of = *static_cast<HeldUp*>(info->context);
-    if (of.stopsItself) VCI_Stop_Capture(of.handle, 0);
-    of.inside.open();
-    of.goOn.wait();
-    of.hasReturned = true;
-  }
-};
-
-TEST_P(EndingTest, WaitsForTheCallbackThatHasStoppedTheDeviceItself) {
-  HeldUp host{video, true};
-  VCI_Subscribe_Event(video, kVCIEventFrame, HeldUp::callback, &host);
-  VCI_Start_Capture(video, 0);
-  std::thread delivery = deliver(1);
-  host.inside.wait();
-  std::thread opener([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));  // may show a fault, never makes one
-    host.goOn.open();
-  });
-  kEndings[GetParam()].end(video);
-  EXPECT_TRUE(host.hasReturned);
-  opener.join();
-  delivery.join();
-}
-
-TEST_P(EndingTest, WaitsWhileAnotherThreadClosesTheDevice) {
-  HeldUp host{video};
-  VCI_Subscribe_Event(video, kVCIEventFrame, HeldUp::callback, &host);
-  VCI_Start_Capture(video, 0);
-  std::thread delivery = deliver(1);
-  host.inside.wait();
-  std::thread closer([&] { VCI_Close_Device(video); });
-  while (camera->stopped == 0) std::this_thread::yield();
-  std::thread opener([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));  // may show a fault, never makes one
-    host.goOn.open();
-  });
-  kEndings[GetParam()].end(video);
-  EXPECT_TRUE(host.hasReturned);
-  opener.join();
-  closer.join();
   delivery.join();
 }
 

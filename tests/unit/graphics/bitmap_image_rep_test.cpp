@@ -20,12 +20,10 @@ namespace {
 using test::Colour;
 using test::colourAt;
 using test::isNear;
+using test::kFields;
 using test::TemporaryFolder;
 
 using Matrix = YCbCrColour::Matrix;
-
-constexpr std::array<Colour, 4> kFields{Colour{235, 40, 30}, Colour{30, 200, 60}, Colour{40, 60, 230},
-                                        Colour{250, 250, 250}};
 
 struct JPEGRow {
   const char* name;

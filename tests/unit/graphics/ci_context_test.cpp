@@ -19,11 +19,9 @@ namespace {
 using test::Colour;
 using test::colourAt;
 using test::isNear;
+using test::kFields;
 
 using Matrix = YCbCrColour::Matrix;
-
-constexpr std::array<Colour, 4> kFields{Colour{235, 40, 30}, Colour{30, 200, 60}, Colour{40, 60, 230},
-                                        Colour{250, 250, 250}};
 
 struct FormatRow {
   const char* name;
