@@ -42,9 +42,9 @@ class VESK_EXPORT CVPixelBuffer {
   static constexpr size_t kMostPlanes = 3;
   using Planes = std::array<PixelPlane, kMostPlanes>;
 
-  /// A picture of width × height pixels, its memory not cleared. Only packed 4:2:2 ("2vuy") is made
-  /// here, without padding. Null for another format, for sizes that are not positive or for want of
-  /// memory.
+  /// A picture of width × height pixels, its memory not cleared and aligned to 4096. Only packed 4:2:2
+  /// ("2vuy") is made here, without padding. Null for another format, for sizes that are not positive or
+  /// for want of memory.
   static std::shared_ptr<CVPixelBuffer> create(int32_t width, int32_t height, uint32_t pixelFormat);
 
   /// A picture over memory that `owner` keeps alive, such as a decoder's own picture. Chroma planes

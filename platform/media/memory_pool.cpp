@@ -1,6 +1,7 @@
 #include "platform/media/memory_pool.h"
 
 #include <bit>
+#include <cstddef>
 #include <cstdlib>
 
 namespace vesk {
@@ -35,6 +36,12 @@ size_t classFor(size_t length) {
   return (octave - kSmallestShift) * 2 + (length <= half ? 1 : 2);
 }
 
+uint8_t* fresh(size_t size) {
+  const size_t alignment = size < MemoryPool::kPageBytes ? alignof(std::max_align_t) : MemoryPool::kPageBytes;
+  void* memory = nullptr;
+  return posix_memalign(&memory, alignment, size) == 0 ? static_cast<uint8_t*>(memory) : nullptr;
+}
+
 }  // namespace
 
 MemoryPool& MemoryPool::shared() {
@@ -60,7 +67,7 @@ MemoryPool::Block MemoryPool::allocate(size_t length) {
       return Block(memory, Return{index});
     }
   }
-  return Block(static_cast<uint8_t*>(std::malloc(classSize(index))), Return{index});
+  return Block(fresh(classSize(index)), Return{index});
 }
 
 void MemoryPool::giveBack(uint8_t* memory, size_t length) noexcept {

@@ -13,7 +13,8 @@ namespace vesk {
 /// Keeps the memory of finished sample buffers for the next ones, so that a recording allocates
 /// nothing per frame and the kernel does not hand out and clear fresh pages for every picture.
 ///
-/// Blocks come in classes of a power of two and its half steps; what a class keeps is bounded.
+/// Blocks come in classes of a power of two and its half steps; what is kept is bounded. Those of a page or
+/// more begin on one, so that a disk can take them as they lie.
 /// Threads: safe from any thread.
 class MemoryPool {
  public:
@@ -23,11 +24,13 @@ class MemoryPool {
     void operator()(uint8_t* memory) const noexcept;
   };
   using Block = std::unique_ptr<uint8_t, Return>;
+  static constexpr size_t kPageBytes = 4096;
 
   /// The pool of the process.
   static MemoryPool& shared();
 
-  /// A block of at least `length` bytes, aligned for any type; null when there is no memory.
+  /// A block of at least `length` bytes, aligned for any type, or to kPageBytes when `length` is as much; null when
+  /// there is no memory.
   Block allocate(size_t length);
   /// Takes back what `allocate` made for `length` bytes, for who has let go of its Block.
   void giveBack(uint8_t* memory, size_t length) noexcept;

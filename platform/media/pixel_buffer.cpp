@@ -48,6 +48,11 @@ bool holdsPicture(const Layout& layout, const CVPixelBuffer::Planes& planes, siz
   return true;
 }
 
+/// Even a tiny picture begins on a page.
+size_t memoryFor(size_t pictureBytes) {
+  return std::max(pictureBytes, MemoryPool::kPageBytes);
+}
+
 }  // namespace
 
 struct CVPixelBuffer::Parts {
@@ -70,13 +75,13 @@ CVPixelBuffer::CVPixelBuffer(Parts&& parts)
       mColour(parts.colour) {}
 
 CVPixelBuffer::~CVPixelBuffer() {
-  if (mMemory) MemoryPool::shared().giveBack(mMemory, dataSize());
+  if (mMemory) MemoryPool::shared().giveBack(mMemory, memoryFor(dataSize()));
 }
 
 std::shared_ptr<CVPixelBuffer> CVPixelBuffer::create(int32_t width, int32_t height, uint32_t pixelFormat) {
   if (width <= 0 || height <= 0 || pixelFormat != kCMPixelFormat_422YpCbCr8) return nullptr;
   const size_t bytesPerRow = static_cast<size_t>(width) * 2;
-  auto memory = MemoryPool::shared().allocate(bytesPerRow * static_cast<size_t>(height));
+  auto memory = MemoryPool::shared().allocate(memoryFor(bytesPerRow * static_cast<size_t>(height)));
   if (!memory) return nullptr;
   const Planes planes{PixelPlane{memory.get(), bytesPerRow}};
   try {

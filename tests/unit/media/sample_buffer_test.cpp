@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 #include <limits>
 #include <set>
@@ -17,6 +18,10 @@ namespace {
 constexpr size_t kTooMuch = std::numeric_limits<size_t>::max();
 const CMVideoFormatDescriptionRef kPicture = CMVideoFormatDescription::create(kCMVideoCodecType_H264, 640, 480);
 const CMAudioFormatDescriptionRef kSound = CMAudioFormatDescription::create({.mSampleRate = 48000});
+
+bool beginsOnPage(const uint8_t* memory) {
+  return reinterpret_cast<uintptr_t>(memory) % MemoryPool::kPageBytes == 0;
+}
 
 TEST(BlockBuffer, KeepsWritesInside) {
   const auto block = CMBlockBuffer::create(4);
@@ -52,6 +57,7 @@ TEST(SampleBuffer, TakesWholeImages) {
   const auto sample = CMSampleBuffer::createForImageBuffer(image, kPicture, {});
   EXPECT_EQ(sample->data().size(), size_t{7 * 2 * 3});
   EXPECT_EQ(sample->imageBuffer(), image);
+  EXPECT_TRUE(beginsOnPage(sample->data().data()));
   EXPECT_FALSE(CVPixelBuffer::create(-1, 3, kCMPixelFormat_422YpCbCr8));
   EXPECT_FALSE(CVPixelBuffer::create(7, 3, kCMVideoCodecType_MotionJPEG));
   constexpr int32_t kMost = std::numeric_limits<int32_t>::max();
@@ -96,8 +102,11 @@ TEST(MemoryPool, BlocksHoldWhatWasAskedForAndAreUsedAgain) {
   // Each size class and its edges are written to the last byte: the sanitizer sees a short block.
   for (size_t octave = 8; octave < 20; ++octave)
     for (const size_t base : {size_t{1} << octave, (size_t{1} << octave) + (size_t{1} << (octave - 1))})
-      for (const size_t length : {base - 1, base, base + 1})
-        std::memset(MemoryPool::shared().allocate(length).get(), 1, length);
+      for (const size_t length : {base - 1, base, base + 1}) {
+        const auto block = MemoryPool::shared().allocate(length);
+        std::memset(block.get(), 1, length);
+        EXPECT_TRUE(length < MemoryPool::kPageBytes || beginsOnPage(block.get())) << length;
+      }
 
   const uint8_t* first = nullptr;
   {
