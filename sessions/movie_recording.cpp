@@ -10,6 +10,7 @@
 #include <vesk/asset_writer_adapter.h>
 #include <vesk/movie_recovery.h>
 #include <vesk/status.h>
+#include "platform/foundation/errors.h"
 #include "platform/foundation/file_manager.h"
 #include "sessions/device_name.h"
 
@@ -139,30 +140,40 @@ RecordedMovie MovieRecording::conclude(bool mayBeEmpty) {
   movie.videoFormat = mPlan.videoFormat;
   movie.soundFormat = mPlan.soundFormat;
   movie.isSilent = mSoundWatch && mSoundWatch->isMeasuring() && !mSoundWatch->wasHeard();
-  movie.error = errorOf(mayBeEmpty, movie.file);
+  movie.error = errorOf(mayBeEmpty, movie);
   if (!movie.error && !movie.file.empty()) movie.missing = missingTrack();
   mFolder.reset();
   return movie;
 }
 
-/// @param place where the movie is then; empty when nothing was kept
-Error MovieRecording::errorOf(bool mayBeEmpty, std::string& place) {
+/// @param movie gets the place where it is then, empty when nothing was kept
+Error MovieRecording::errorOf(bool mayBeEmpty, RecordedMovie& movie) {
   const RecordingStatistics& statistics = mOutcome.statistics;
-  place = mOutcome.isPlaced ? mPlan.file : mOutcome.temporaryPath;
-  if (statistics.writerMissing || statistics.status != 0) return writerError(place);
+  movie.file = mOutcome.isPlaced ? mPlan.file : mOutcome.temporaryPath;
+  movie.isLeft = mOutcome.isLeft;
+  if (statistics.writerMissing || statistics.status != 0) {
+    if (!movie.file.empty() && !holdsFilm(movie.file)) discard(movie);
+    return writerError();
+  }
   if (isEmpty()) {
-    remove();
-    place.clear();
+    discard(movie);
     return mayBeEmpty ? Error() : nothingRecorded();
   }
   if (mOutcome.isPlaced) return {};
   // Only now: an earlier movie is not given away for one that failed.
-  if (mPlan.replacesFile && !place.empty() && std::rename(place.c_str(), mPlan.file.c_str()) == 0) {
+  if (mPlan.replacesFile && !movie.file.empty() && std::rename(movie.file.c_str(), mPlan.file.c_str()) == 0) {
     giveOrdinaryMode(mPlan.file);
-    place = mPlan.file;
+    movie.file = mPlan.file;
+    movie.isLeft = false;
     return {};
   }
-  return notPlaced(place);
+  return notPlaced(movie);
+}
+
+void MovieRecording::discard(RecordedMovie& movie) const {
+  remove();
+  movie.file.clear();
+  movie.isLeft = false;
 }
 
 Error MovieRecording::nothingRecorded() const {
@@ -176,35 +187,32 @@ Error MovieRecording::nothingRecorded() const {
           "Record for longer; if that does not help, plug the camera in again or choose another."};
 }
 
-/// What the writer's status codes mean.
-Error MovieRecording::writerError(std::string& place) const {
-  Error error = [&]() -> Error {
-    switch (mOutcome.statistics.status) {
-      case kMovieDiskFull:
-        return {Cause::kDiskFull, fmt::format("the disk of \"{}\" is full", mPlan.file),
-                "Make room on it, or record to another disk."};
-      case kMovieFileFailedToWrite:
-        return {Cause::kFolderGone,
-                fmt::format("the movie's file in \"{}\" cannot be written any more",
-                            stringByDeletingLastPathComponent(mPlan.file)),
-                "See that the disk is attached and its folder still exists."};
-      default:
-        return {Cause::kFileError, fmt::format("writing \"{}\" failed", mPlan.file),
-                "See that its disk works and is not write-protected."};
-    }
-  }();
-  if (!place.empty() && !holdsFilm(place)) {
-    remove();
-    place.clear();
+/// In words by the writer's status; the cause is the one that the writer met.
+Error MovieRecording::writerError() const {
+  const Cause met = mOutcome.statistics.error.cause;
+  const auto error = [&](Cause usual, std::string what) -> Error {
+    const Cause cause = met == Cause::kNone ? usual : met;
+    return {cause, std::move(what), fileRemedy(cause)};
+  };
+  switch (mOutcome.statistics.status) {
+    case kMovieDiskFull:
+      return error(Cause::kDiskFull, fmt::format("the disk of \"{}\" is full", mPlan.file));
+    case kMovieFileFailedToWrite:
+      return error(Cause::kFolderGone, fmt::format("the movie's file in \"{}\" cannot be written any more",
+                                                   stringByDeletingLastPathComponent(mPlan.file)));
+    default:
+      return error(Cause::kFileError, fmt::format("writing \"{}\" failed", mPlan.file));
   }
-  return error;
 }
 
-Error MovieRecording::notPlaced(const std::string& place) const {
-  return {Cause::kFileError,
-          fmt::format("the movie could not be placed at \"{}\": {}", mPlan.file, mOutcome.error.what),
-          place.empty() ? "Attach that disk again, and have the recording finished there."
-                        : fmt::format("It is whole, at \"{}\"; move it where you want it.", place)};
+Error MovieRecording::notPlaced(const RecordedMovie& movie) const {
+  const auto remedy = [&]() -> std::string {
+    if (!movie.file.empty()) return fmt::format("It is whole, at \"{}\"; move it where you want it.", movie.file);
+    if (movie.isLeft) return "Attach that disk again, and have the recording finished there.";
+    return "Its hidden folder must stay until the recording has ended.";
+  };
+  return {mOutcome.error.cause,
+          fmt::format("the movie could not be placed at \"{}\": {}", mPlan.file, mOutcome.error.what), remedy()};
 }
 
 Error MovieRecording::missingTrack() const {

@@ -67,10 +67,11 @@ class MovieRecording {
 
   bool isEmpty() const;
   void remove() const;
-  Error errorOf(bool mayBeEmpty, std::string& place);
+  void discard(RecordedMovie& movie) const;
+  Error errorOf(bool mayBeEmpty, RecordedMovie& movie);
   Error nothingRecorded() const;
-  Error writerError(std::string& place) const;
-  Error notPlaced(const std::string& place) const;
+  Error writerError() const;
+  Error notPlaced(const RecordedMovie& movie) const;
   Error missingTrack() const;
 
   const MoviePlan mPlan;

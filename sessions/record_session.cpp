@@ -138,9 +138,11 @@ RecordingOutcome place(TemporaryMovie& movie, const std::string& finalPath, Reco
   const int32_t status = guarded(kVeskStatusFailed, [&] {
     outcome.finalPath = finalPath;
     outcome.temporaryPath = movie.path();  // where it stays if it cannot be moved
+    outcome.isLeft = true;
     TemporaryMovie::Placing placing = movie.moveTo(finalPath);
     outcome.isPlaced = !placing.error;
     outcome.temporaryPath = std::move(placing.left);
+    outcome.isLeft = placing.isLeft;
     outcome.error = outcome.statistics.error ? outcome.statistics.error : std::move(placing.error);
     return kVeskStatusSuccess;
   });

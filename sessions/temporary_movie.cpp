@@ -104,9 +104,11 @@ TemporaryMovie::Placing TemporaryMovie::place(const std::string& finalPath) cons
   if (current.empty())
     return {{Cause::kFolderGone, "the movie's disk was unmounted; it is there, in a file named \"" + mName + "\"",
              "Attach the disk again."},
-            ""};
+            "",
+            true};
   NSError error;
-  if (!NSFileManager::defaultManager().moveItemAtPath(current, finalPath, &error)) return {errorOf(error), current};
+  if (!NSFileManager::defaultManager().moveItemAtPath(current, finalPath, &error))
+    return {errorOf(error), current, true};
   giveOrdinaryMode(finalPath);
   return {};
 }

@@ -31,8 +31,9 @@ class VESK_LOCAL TemporaryMovie {
 
   /// What became of a movie that was to be moved.
   struct Placing {
-    Error error;       ///< why it is not in place; none when it is
-    std::string left;  ///< where it is then; empty when it is nowhere, or cannot be reached
+    Error error;          ///< why it is not in place; none when it is
+    std::string left;     ///< where it is then; empty when it is nowhere, or cannot be reached
+    bool isLeft = false;  ///< it is where it was written, whether that can be reached or not
   };
   /// Moves the movie to `finalPath`, where nothing else may be, lets the umask say who may read it,
   /// and gives the path back. The movie is found also when its folder has been renamed meanwhile.

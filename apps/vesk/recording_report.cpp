@@ -109,11 +109,10 @@ Failure failureOf(const Error& error, const VeskDeviceInfo* device) {
 
 Failure failureOf(const RecordedMovie& movie, const std::string& wanted) {
   const Error& error = movie.error;
-  if (movie.statistics.status == 0 && !movie.statistics.writerMissing) {
-    const bool isOnLostDisk = error.cause == Cause::kFileError && movie.file.empty();
-    return isOnLostDisk ? failureWith(error, fmt::format("\"vesk recover {}\" finishes it.", wanted))
-                        : failureOf(error);
-  }
+  const bool isCutShort = movie.statistics.status != 0 || movie.statistics.writerMissing;
+  if (movie.isLeft && movie.file.empty())  // on a disk that has gone
+    return failureWith(error, fmt::format("\"vesk recover {}\" finishes it.", wanted));
+  if (!isCutShort) return movie.isLeft ? failureWith(error, "") : failureOf(error);
   if (!movie.file.empty())
     return failureWith(error, fmt::format("What was recorded until then is at \"{}\".", movie.file));
   // What went with its folder, nobody knows.

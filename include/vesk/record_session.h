@@ -22,6 +22,7 @@ struct RecordingOutcome {
   std::string finalPath;           ///< where the movie was to go; empty before the first stop
   std::string temporaryPath;       ///< where the movie was left; empty when it is at finalPath or nowhere
   bool isPlaced = false;           ///< whether the movie is at finalPath
+  bool isLeft = false;             ///< it is where it was written: at temporaryPath, or on a disk that has gone
   Error error;                     ///< why it is not, or why it ends before the recording did
   RecordingStatistics statistics;  ///< as the movie was closed
 };

@@ -49,8 +49,11 @@ struct RecordingSettings {
 /// What became of one movie.
 struct RecordedMovie {
   std::string file;  ///< where it is: at its place, or where it was left; empty when nothing was kept
-  Error error;       ///< why it is not whole, or not at its place
-  Error missing;     ///< what should be in it and is not: it has sound only, or frames only
+  /// It is still in the hidden folder where it grew, at `file` or on a disk that has gone: recording_leftovers.h
+  /// finds and finishes it there.
+  bool isLeft = false;
+  Error error;    ///< why it is not whole, or not at its place
+  Error missing;  ///< what should be in it and is not: it has sound only, or frames only
   RecordingStatistics statistics;
   CMVideoFormatDescriptionRef videoFormat;
   CMAudioFormatDescriptionRef soundFormat;  ///< null when it was to have no sound

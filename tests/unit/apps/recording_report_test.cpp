@@ -43,8 +43,12 @@ TEST(RecordingReport, MoviesThatAreNotWholeSayWhatBecameOfThem) {
   movie.file = "left.mov";
   EXPECT_EQ(failureOf(movie, "a.mov").hint, "Make room. What was recorded until then is at \"left.mov\".");
   RecordedMovie unplaced;
-  unplaced.error = {Cause::kFileError, "it could not be placed", "Attach the disk."};
+  unplaced.isLeft = true;
+  unplaced.error = {Cause::kFolderGone, "it could not be placed", "Attach the disk."};
   EXPECT_EQ(failureOf(unplaced, "a.mov").hint, "Attach the disk. \"vesk recover a.mov\" finishes it.");
+  unplaced.file = ".a.mov.recording-AAAAAA/a.mov";
+  unplaced.error = {Cause::kFileExists, "it could not be placed", "Move it."};
+  EXPECT_EQ(failureOf(unplaced, "a.mov").hint, "Move it.") << "and not --force, which is for the beginning";
 }
 
 TEST(RecordingReport, AMovieIsToldInWordsAndAsADocument) {

@@ -98,6 +98,7 @@ TEST_F(SessionErrors, OfARecordingSayWhatBecameOfItsMovie) {
     const RecordingOutcome outcome = session->lastOutcome();
     EXPECT_FALSE(outcome.isPlaced);
     EXPECT_EQ(!outcome.temporaryPath.empty(), row.isKept);
+    EXPECT_EQ(outcome.isLeft, row.isKept);
     expectError(outcome.error, row.cause, row.words);
     EXPECT_EQ(session->lastError(), outcome.error);
   }
