@@ -61,10 +61,11 @@ void MovieWatch::microphoneReturned() {
   mPackets.restart(mEnvironment.now());
 }
 
-std::vector<RecordingEvent> MovieWatch::look(const MovieRecording& movie, const RecordingStatistics& statistics) {
+std::vector<RecordingEvent> MovieWatch::look(const MovieRecording& movie, const VeskAudioDevice* microphone,
+                                             const RecordingStatistics& statistics) {
   mNow = mEnvironment.now();
   watchFrames(movie, statistics);
-  watchSound(movie);
+  watchSound(movie, microphone);
   watchDisk(movie, statistics);
   return std::exchange(mEvents, {});
 }
@@ -95,10 +96,10 @@ void MovieWatch::watchFrames(const MovieRecording& movie, const RecordingStatist
   }
 }
 
-void MovieWatch::watchSound(const MovieRecording& movie) {
+void MovieWatch::watchSound(const MovieRecording& movie, const VeskAudioDevice* microphone) {
   const auto& watch = movie.soundWatch();
-  if (!watch) return;
-  const auto& info = movie.plan().microphone->deviceInfo();
+  if (!watch || !microphone) return;
+  const auto& info = microphone->deviceInfo();
   const std::string name = displayName(*info);
   if (mMicrophoneLost) {
     // Not at once: where the camera is going too, that is what is to be said.
@@ -120,7 +121,7 @@ void MovieWatch::watchSound(const MovieRecording& movie) {
   report(
       Kind::kSoundQuiet, info,
       {Cause::kSilent, fmt::format("no sound above {:.0f} dB for {:.0f} s from \"{}\"", kQuietSoundLevel, *quiet, name),
-       movie.plan().microphone->isMuteOn() ? "It is muted." : "See that it is not muted or turned down."});
+       microphone->isMuteOn() ? "It is muted." : "See that it is not muted or turned down."});
 }
 
 void MovieWatch::askForRoom(const MovieRecording& movie) {

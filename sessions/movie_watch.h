@@ -20,8 +20,10 @@ class MovieWatch {
  public:
   explicit MovieWatch(const SupervisorEnvironment& environment);
 
-  /// What is to be reported now.
-  std::vector<RecordingEvent> look(const MovieRecording& movie, const RecordingStatistics& statistics);
+  /// What is to be reported now. `microphone` is the one that is heard: after its return it is another device than
+  /// the plan's. Null without sound.
+  std::vector<RecordingEvent> look(const MovieRecording& movie, const VeskAudioDevice* microphone,
+                                   const RecordingStatistics& statistics);
   /// Why the movie must end, while there is just enough room to finish it; no error while there is more.
   const Error& mustEnd() const { return mMustEnd; }
 
@@ -38,7 +40,7 @@ class MovieWatch {
   };
 
   void watchFrames(const MovieRecording& movie, const RecordingStatistics& statistics);
-  void watchSound(const MovieRecording& movie);
+  void watchSound(const MovieRecording& movie, const VeskAudioDevice* microphone);
   void watchDisk(const MovieRecording& movie, const RecordingStatistics& statistics);
   void askForRoom(const MovieRecording& movie);
   void report(RecordingEventKind kind, std::shared_ptr<VeskDeviceInfo> device, Error error = {});

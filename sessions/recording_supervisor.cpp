@@ -513,7 +513,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     if (statistics.writerMissing || statistics.status != 0) return finishMovie();
     mLooksToContinue = mMovie->isToContinue() ? mLooksToContinue + 1 : 0;
     if (mLooksToContinue > kLooksToContinue) return continueInNext();
-    for (RecordingEvent& event : mWatch->look(*mMovie, statistics)) emit(std::move(event));
+    for (RecordingEvent& event : mWatch->look(*mMovie, microphone().get(), statistics)) emit(std::move(event));
     if (!mWatch->mustEnd()) return;
     mError = mWatch->mustEnd();
     finishMovie();

@@ -256,12 +256,17 @@ TEST_F(SupervisorTest, AMicrophoneThatReturnsIsHeardInTheSameMovie) {
   EXPECT_EQ(next(Kind::kMicrophoneReturned).error, Error());
   EXPECT_NE(supervisor->microphone(), before);
   EXPECT_TRUE(supervisor->microphone()->isCapturing());
-  film(30);
+  fakeMicrophone->mute = true;
+  for (int second = 0; second < 10; ++second) {
+    film(30);
+    serveUntil([&] { return supervisor->progress().statistics.videoWaiting == 0; });
+  }
+  EXPECT_EQ(next(Kind::kSoundQuiet).error.remedy, "It is muted.");
   supervisor->stop();
   const RecordedMovie movie = next(Kind::kMovieFinished).movie.value();
   EXPECT_GT(movie.statistics.audioSilence, 0U);
-  EXPECT_EQ(frames("lesson.mov"), 90);
-  EXPECT_EQ(test::probe(movies.file("lesson.mov")).find("pcm_s16le")->bytes, 90 * int64_t{6400});
+  EXPECT_EQ(frames("lesson.mov"), 360);
+  EXPECT_EQ(test::probe(movies.file("lesson.mov")).find("pcm_s16le")->bytes, 360 * int64_t{6400});
   next(Kind::kEnded);
   EXPECT_FALSE(fakeMicrophone->isCapturing());
 }
@@ -494,6 +499,7 @@ TEST_F(SupervisorTest, AMovieWhoseFolderGoesIsAnErrorThatEndsTheRecording) {
   const RecordedMovie movie = next(Kind::kMovieFinished).movie.value();
   EXPECT_EQ(movie.error.cause, Cause::kFolderGone);
   EXPECT_EQ(movie.file, "");
+  EXPECT_FALSE(movie.isLeft);
   EXPECT_EQ(next(Kind::kEnded).error, movie.error);
 }
 
@@ -605,7 +611,8 @@ TEST_F(SupervisorTest, LeftoversOfACrashAreListedAndFinished) {
   movies.write("lesson.mov", "another's");
   supervisor->stop();
   const RecordedMovie movie = next(Kind::kMovieFinished).movie.value();
-  EXPECT_EQ(movie.error.cause, Cause::kFileError) << "its place was taken meanwhile";
+  EXPECT_EQ(movie.error.cause, Cause::kFileExists) << "its place was taken meanwhile";
+  EXPECT_TRUE(movie.isLeft);
   EXPECT_EQ(movie.file, inUse + "/lesson.mov");
   EXPECT_EQ(test::probe(movie.file).find("2vuy")->packets, 90);
   EXPECT_EQ(test::contentOf(movies.file("lesson.mov")), "another's");
