@@ -29,10 +29,7 @@ std::shared_ptr<EncodedStream> EncodedStream::start(const std::string& camera, c
                                                     uint32_t bitRate, FrameCallback callback) {
   std::shared_ptr<EncodedStream> stream(new EncodedStream(camera, input, std::move(callback)));
   if (!stream->prepare(bitRate)) {
-    failed(kVCIFailed, {Cause::kNoEncoder,
-                        "the pictures of " + deviceText(DeviceKind::kVideo, camera) +
-                            " cannot be encoded: the H.264 encoder could not be set up",
-                        "Choose another size or format."});
+    failed(kVCIFailed, H264Encoder::whyNone(deviceText(DeviceKind::kVideo, camera)));
     return nullptr;
   }
   try {

@@ -1,6 +1,7 @@
 #include "capture/encoding/h264_encoder.h"
 
 #include <algorithm>
+#include <atomic>
 #include <string>
 
 extern "C" {
@@ -13,6 +14,12 @@ namespace {
 constexpr const char* kEncoder = "libx264";
 constexpr int kQuiet = AV_LOG_TRACE;  // keeps the encoder's lines off standard error
 
+std::atomic<bool> gIsMissing{false};
+
+const AVCodec* findEncoder() {
+  return gIsMissing ? nullptr : avcodec_find_encoder_by_name(kEncoder);
+}
+
 void setOption(const CodecHandle& encoder, const char* name, const char* value) {
   av_opt_set(encoder->priv_data, name, value, 0);
 }
@@ -20,11 +27,23 @@ void setOption(const CodecHandle& encoder, const char* name, const char* value) 
 }  // namespace
 
 bool H264Encoder::isPresent() {
-  return avcodec_find_encoder_by_name(kEncoder) != nullptr;
+  return findEncoder() != nullptr;
+}
+
+void H264Encoder::pretendMissing(bool isMissing) {
+  gIsMissing = isMissing;
+}
+
+Error H264Encoder::whyNone(const std::string& camera) {
+  const std::string what = "the pictures of " + camera + " cannot be encoded: ";
+  if (!isPresent())
+    return {Cause::kNoEncoder, what + "this computer has no H.264 encoder",
+            "Install a libavcodec that has libx264, or choose another format."};
+  return {Cause::kNoEncoder, what + "the H.264 encoder could not be set up", "Choose another size or format."};
 }
 
 std::unique_ptr<H264Encoder> H264Encoder::create(const Settings& settings) {
-  const AVCodec* const codec = avcodec_find_encoder_by_name(kEncoder);
+  const AVCodec* const codec = findEncoder();
   CodecHandle encoder(codec ? avcodec_alloc_context3(codec) : nullptr);
   const bool isTimed = settings.intervalNumerator > 0 && settings.intervalNumerator <= INT32_MAX &&
                        settings.intervalDenominator > 0 && settings.intervalDenominator <= INT32_MAX;

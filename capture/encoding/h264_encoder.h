@@ -3,7 +3,9 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 
+#include <vesk/error.h>
 #include "capture/encoding/av_handles.h"
 #include "platform/h264/access_unit_writer.h"
 
@@ -33,6 +35,10 @@ class H264Encoder {
   static bool isPresent();
   /// Null when there is no encoder, or it refuses the settings.
   static std::unique_ptr<H264Encoder> create(const Settings& settings);
+  /// Why create answered null, for the frames of `camera` (as deviceText has it).
+  static Error whyNone(const std::string& camera);
+  /// For tests: a machine whose libavcodec lacks the encoder, until it is called with false.
+  static void pretendMissing(bool isMissing);
 
   /// Memory for a picture of the encoder's size: planar 4:2:0. Null for want of memory.
   FrameHandle makePicture() const;

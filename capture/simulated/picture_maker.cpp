@@ -133,24 +133,17 @@ std::unique_ptr<PictureMaker> makeJPEGMaker(const VideoParameters& parameters, c
 
 }  // namespace
 
-std::unique_ptr<PictureMaker> PictureMaker::create(const VideoParameters& parameters, const Cadence& cadence,
-                                                   std::string& error) {
-  std::unique_ptr<PictureMaker> maker;
+std::unique_ptr<PictureMaker> PictureMaker::create(const VideoParameters& parameters, const Cadence& cadence) {
   switch (parameters.codec) {
     case kCMVideoCodecType_H264:
-      maker = makeH264Maker(parameters, cadence);
-      break;
+      return makeH264Maker(parameters, cadence);
     case kCMVideoCodecType_MotionJPEG:
-      maker = makeJPEGMaker(parameters, cadence);
-      break;
+      return makeJPEGMaker(parameters, cadence);
     case kCMPixelFormat_422YpCbCr8:
       return std::make_unique<RawMaker>(parameters.width, parameters.height);
     default:
-      error = "the simulated camera has no pictures in " + fourCharString(parameters.codec);
       return nullptr;
   }
-  if (!maker) error = "the encoder of the simulated camera could not be set up";
-  return maker;
 }
 
 }  // namespace vesk::capture

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <memory>
 #include <span>
-#include <string>
 
 #include <vesk/capture_source.h>
 #include "capture/simulated/cadence.h"
@@ -17,9 +16,8 @@ class PictureMaker {
   virtual ~PictureMaker() = default;
 
   /// A maker of "avc1", "dmb1" or "2vuy" pictures. The sides of H.264 pictures are even.
-  /// @return null with one line for a person in `error`.
-  static std::unique_ptr<PictureMaker> create(const VideoParameters& parameters, const Cadence& cadence,
-                                              std::string& error);
+  /// @return null when it is none of them, or its encoder is missing or refuses the size
+  static std::unique_ptr<PictureMaker> create(const VideoParameters& parameters, const Cadence& cadence);
 
   /// The picture that carries `counter`, as the camera's controls make it, valid and writable until the next call;
   /// empty when the encoder fails.

@@ -6,6 +6,7 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/vci.h>
+#include "capture/encoding/h264_encoder.h"
 #include "capture/interface/call_error.h"
 #include "capture/interface/frame_intervals.h"
 #include "capture/simulated/picture_maker.h"
@@ -197,10 +198,12 @@ std::shared_ptr<PacedStream> SimulatedCamera::makeStream(FrameCallback callback)
     parameters = mParameters;
   }
   const auto cadence = Cadence::ofPictures(parameters.intervalNumerator, parameters.intervalDenominator);
-  std::string error;
-  auto maker = PictureMaker::create(parameters, cadence, error);
+  auto maker = PictureMaker::create(parameters, cadence);
   if (!maker) {
-    failed(kVCIFailed, {Cause::kNoEncoder, error, "Choose another size or format."});
+    const bool isH264 = parameters.codec == kCMVideoCodecType_H264;
+    failed(kVCIFailed, isH264 ? H264Encoder::whyNone(inText())
+                              : Error{Cause::kNoEncoder, "the pictures of " + inText() + " cannot be encoded",
+                                      "Choose another format."});
     return nullptr;
   }
   return std::make_shared<SimulatedPictureStream>(sharedUnit(), cadence, std::move(maker), std::move(callback));

@@ -13,6 +13,7 @@
 #include <vesk/log.h>
 #include <vesk/vci.h>
 #include <vesk/video_device.h>
+#include "capture/encoding/h264_encoder.h"
 #include "capture/linux/cameras/linux_cameras.h"
 #include "capture/linux/sound/pulse_connection.h"
 #include "capture/linux/sound/sound_source.h"
@@ -126,6 +127,28 @@ TEST_F(LinuxErrorTest, SaysWhyACameraDoesNotStart) {
     EXPECT_EQ(camera->startCapture(), 0);
     EXPECT_FALSE(camera->lastError()) << "it runs";
   }
+}
+
+TEST_F(LinuxErrorTest, SaysThatTheEncoderIsMissingWhereACameraNeedsIt) {
+  const auto start = [](const std::shared_ptr<VeskVideoDevice>& camera) {
+    EXPECT_EQ(camera->openDevice(), 0);
+    camera->setFormat(CMVideoFormatDescription::create(kCMVideoCodecType_H264, 640, 480));
+    capture::H264Encoder::pretendMissing(true);
+    EXPECT_EQ(camera->startCapture(), kVeskStatusFailed);
+    expectError(camera->lastError(), {Cause::kNoEncoder, "has no H.264 encoder", "Install a libavcodec"}, "missing");
+    capture::H264Encoder::pretendMissing(false);
+    EXPECT_EQ(camera->startCapture(), 0);
+    camera->closeDevice();
+  };
+  start(plugIn());
+  capture::H264Encoder::pretendMissing(true);
+  const auto plain = plugIn();
+  ASSERT_EQ(plain->openDevice(), 0);
+  EXPECT_EQ(plain->getSupportedFormats()->size(), 1U) << "its own only";
+  capture::H264Encoder::pretendMissing(false);
+  VeskDeviceManager::destroy();
+  capture::setSource(std::make_shared<capture::SimulatedSource>(capture::SourceOptions{}));
+  start(firstCamera());
 }
 
 TEST_F(LinuxErrorTest, SaysWhyAFormatOrAControlIsNotSet) {
