@@ -1,23 +1,15 @@
 // A camera of the host's own: a clock, drawn by the program, recorded to a movie like any camera's picture.
 //
-//   own_camera OUT.mov [SECONDS]
+//   own_camera OUT.mov
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <thread>
-#include <utility>
 #include <vector>
 
-#include <vesk/capture_host.h>
-#include <vesk/capture_source.h>
-#include <vesk/device_manager.h>
-#include <vesk/four_char_code.h>
-#include <vesk/record_session.h>
-#include <vesk/run_loop.h>
-#include <vesk/video_device.h>
+#include <vesk/vesk.h>
 
 namespace {
 
@@ -39,7 +31,7 @@ void draw(std::vector<uint8_t>& frame, microseconds time) {
 class Clock : public CaptureDevice {
  public:
   int32_t start(uint32_t, FrameCallback callback) override {
-    mThread = std::jthread([callback = std::move(callback)](const std::stop_token& stop) {
+    mThread = std::jthread([callback](const std::stop_token& stop) {
       std::vector<uint8_t> frame(size_t{kWidth} * kHeight * 2);
       for (auto next = steady_clock::now(); !stop.stop_requested(); next += kInterval) {
         std::this_thread::sleep_until(next);
@@ -51,10 +43,7 @@ class Clock : public CaptureDevice {
     return 0;
   }
   /// It need not wait: the library passes on nothing that comes after this. The next start, or the end, joins.
-  int32_t stop(uint32_t) override {
-    mThread.request_stop();
-    return 0;
-  }
+  int32_t stop(uint32_t) override { return mThread.request_stop(), 0; }
   std::vector<VideoFormat> videoFormats() override {
     return {{vesk::kCMPixelFormat_422YpCbCr8, {{kWidth, kHeight, {333'333}}}}};
   }
@@ -79,24 +68,23 @@ class ClockSource : public CaptureSource {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 2) return std::fprintf(stderr, "usage: own_camera OUT.mov [SECONDS]\n"), 2;
+  if (argc < 2) return std::fprintf(stderr, "usage: own_camera OUT.mov\n"), 2;
   setSource(std::make_shared<ClockSource>());  // before the first use of a device
-  const auto cameras = vesk::VeskDeviceManager::getSharedInstance()->getVideoDeviceList();
-  const auto camera = vesk::VeskVideoDevice::initWithDeviceInfo(cameras->front());
-  camera->openDevice();
-  camera->setFormat(camera->getSupportedFormats()->front());
 
-  const auto session = vesk::VeskRecordSession::initWithVideoDevice(camera, nullptr, argv[1]);
-  session->setFrameTiming(vesk::FrameTiming::kCapture);
-  if (session->startSession() != 0) return std::fprintf(stderr, "%s\n", session->lastError().what.c_str()), 1;
-  const std::chrono::seconds time(argc > 2 ? std::atoi(argv[2]) : 3);
-  vesk::NSRunLoop::currentRunLoop()->runUntilDate(steady_clock::now() + time);
-  session->stopSession();
-
-  const auto outcome = session->lastOutcome();
-  camera->closeDevice();
+  vesk::Error error;
+  const auto loop = vesk::NSRunLoop::currentRunLoop();
+  auto supervisor = vesk::VeskRecordingSupervisor::initWithEventHandler([&](const vesk::RecordingEvent& event) {
+    if (event.movie) std::printf("%s\n", event.movie->file.c_str());
+    if (event.kind != vesk::RecordingEventKind::kEnded) return;
+    error = event.error;
+    loop->stop();
+  });
+  vesk::RecordingSettings settings;
+  settings.file = argv[1];
+  settings.duration = 3;        // seconds
+  supervisor->start(settings);  // with the only camera that there is
+  loop->run();
+  supervisor.reset();
   vesk::VeskDeviceManager::destroy();
-  if (!outcome.isPlaced) return std::fprintf(stderr, "%s\n", outcome.error.what.c_str()), 1;
-  std::printf("%s: %llu frames\n", outcome.finalPath.c_str(),
-              static_cast<unsigned long long>(outcome.statistics.videoFrames));
+  if (error) return std::fprintf(stderr, "%s. %s\n", error.what.c_str(), error.remedy.c_str()), 1;
 }
