@@ -1,4 +1,5 @@
 """The half of the tests that stays outside the emulated machine: starts it, and looks at what it made."""
+import contextlib
 import fcntl
 import json
 import os
@@ -17,6 +18,27 @@ import program  # noqa: E402  (the helpers of the other tests of the finished pr
 COLUMNS = 16  # squares that show a picture's number
 
 
+@contextlib.contextmanager
+def turn():
+    """Waits until no other machine runs: those that run side by side starve each other."""
+    with open(pathlib.Path(tempfile.gettempdir()) / "vm.lock", "w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        yield
+
+
+def start_machine(out, options, command, limit):
+    """Starts a machine whose results go to the folder OUT, and which runs the command."""
+    return subprocess.Popen(list(map(str, [HERE / "vmrun", *options, "--timeout", limit, "--", *command])),
+                            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
+                            errors="replace", env={**os.environ, "VM_OUT": str(out)})
+
+
+def steps(script, capture="linux", **environment):
+    """The command that runs the steps of inside/SCRIPT."""
+    environment |= {"PYTHONDONTWRITEBYTECODE": "1", "VESK_CAPTURE": capture, "VESK_PROGRAM": program.PROGRAM}
+    return ["env", *(f"{name}={value}" for name, value in environment.items()), sys.executable, HERE / "inside" / f"{script}.py"]
+
+
 class MachineTest(unittest.TestCase):
     """One machine whose devices are OPTIONS runs the steps of inside/SCRIPT; each test looks at some of them."""
 
@@ -31,16 +53,12 @@ class MachineTest(unittest.TestCase):
         cls.out.mkdir(parents=True, exist_ok=True)
         if not keep:
             cls.addClassCleanup(shutil.rmtree, cls.out, ignore_errors=True)
-        command = [HERE / "vmrun", *cls.options, "--timeout", str(cls.limit), "--", "env", "PYTHONDONTWRITEBYTECODE=1",
-                   "VESK_CAPTURE=linux", f"VESK_PROGRAM={program.PROGRAM}", sys.executable, HERE / "inside" / f"{cls.script}.py"]
-        # Machines that run side by side starve each other.
-        with open(pathlib.Path(tempfile.gettempdir()) / "vm.lock", "w") as lock:
-            fcntl.flock(lock, fcntl.LOCK_EX)
-            done = subprocess.run(list(map(str, command)), capture_output=True, text=True, errors="replace",
-                                  env={**os.environ, "VM_OUT": str(cls.out)}, stdin=subprocess.DEVNULL)
+        with turn():
+            machine = start_machine(cls.out, cls.options, steps(cls.script), cls.limit)
+            out, err = machine.communicate()
         results = cls.out / "results.json"
         cls.results = json.loads(results.read_text()) if results.exists() else {}
-        cls.ending = f"exit status {done.returncode}\n{done.stdout[-2000:]}{done.stderr[-2000:]}"
+        cls.ending = f"exit status {machine.returncode}\n{out[-2000:]}{err[-2000:]}"
 
     def result(self, name):
         """The answer of a step inside."""
