@@ -4,7 +4,7 @@
 
 #include <vesk/four_char_code.h>
 #include "movie/copy_bytes.h"
-#include "movie/h264_header_info.h"
+#include "movie/h264_units.h"
 #include "platform/h264/decoder_configuration.h"
 #include "platform/h264/nal_unit.h"
 

@@ -31,7 +31,7 @@ using CodecHandle = std::unique_ptr<AVCodecContext, AVCodecContextFree>;
 using ParserHandle = std::unique_ptr<AVCodecParserContext, AVCodecParserFree>;
 using ParametersHandle = std::shared_ptr<AVCodecParameters>;
 
-/// Nothing larger is taken from a file: no frame, no picture, no packet.
+/// Nothing larger is taken from a file: no frame of video and no packet of sound.
 constexpr int kMaxFrameBytes = 64 << 20;
 
 /// What libav says about an error of its own.

@@ -37,37 +37,38 @@ std::vector<VideoFormat> EncodedCamera::videoFormats() {
 }
 
 int32_t EncodedCamera::setVideoParameters(const VideoParameters& parameters) {
-  std::optional<Plan> plan;
+  std::optional<Encoding> encoding;
   if (parameters.codec == kCMVideoCodecType_H264) {
     const auto input = inputFor(mInputs, parameters);
     if (!input) return kVCIFailed;
     // What is usual for the rate asked for becomes what is usual for the rate that the camera has.
     const bool isUsual =
         parameters.bitRate == usualH264BitRate(parameters.width, parameters.height, askedInterval(parameters));
-    plan = Plan{*input, isUsual ? 0 : parameters.bitRate};
+    encoding = Encoding{*input, isUsual ? 0 : parameters.bitRate};
   }
   MutexLock lock(mMutex);
-  const int32_t status = mCamera->setVideoParameters(plan ? plan->input : parameters);
-  if (status == kVCISuccess) mPlan = plan;
+  const int32_t status = mCamera->setVideoParameters(encoding ? encoding->input : parameters);
+  if (status == kVCISuccess) mEncoding = encoding;
   return status;
 }
 
 int32_t EncodedCamera::start(uint32_t substream, FrameCallback callback) try {
-  std::optional<Plan> plan;
+  std::optional<Encoding> encoding;
   {
     MutexLock lock(mMutex);
-    plan = mPlan;
+    encoding = mEncoding;
   }
-  if (!plan) return mCamera->start(substream, std::move(callback));
+  if (!encoding) return mCamera->start(substream, std::move(callback));
   if (!callback) return kVCIFailed;
-  return mStreams.start([&](int32_t& status) { return startEncoded(*plan, std::move(callback), status); });
+  return mStreams.start([&](int32_t& status) { return startEncoded(*encoding, std::move(callback), status); });
 } catch (const std::exception& exception) {
   const std::string camera = deviceText(DeviceKind::kVideo, mName);
   return failed(kVCIFailed, {Cause::kOther, camera + " could not be started: " + exception.what(), ""});
 }
 
-std::shared_ptr<EncodedStream> EncodedCamera::startEncoded(const Plan& plan, FrameCallback callback, int32_t& status) {
-  auto stream = EncodedStream::start(mName, plan.input, plan.bitRate, std::move(callback));
+std::shared_ptr<EncodedStream> EncodedCamera::startEncoded(const Encoding& encoding, FrameCallback callback,
+                                                           int32_t& status) {
+  auto stream = EncodedStream::start(mName, encoding.input, encoding.bitRate, std::move(callback));
   if (!stream) return nullptr;
   // The camera may keep what it calls long after the stream.
   status = mCamera->start(0, [held = std::weak_ptr(stream)](uint8_t* bytes, uint32_t length, int64_t timestamp) {

@@ -14,7 +14,7 @@
 namespace vesk::capture {
 
 /// A camera without H.264 of its own, with "avc1" added to what it offers, encoded here from its raw
-/// or Motion JPEG pictures. The time stamps are the camera's.
+/// or Motion JPEG frames. The time stamps are the camera's.
 ///
 /// Threads: as CaptureDevice. Properties and formats never wait for a start or stop, where the camera's own do not.
 class EncodedCamera : public CaptureDevice {
@@ -43,17 +43,17 @@ class EncodedCamera : public CaptureDevice {
   EncodingCounts counts();
 
  private:
-  struct Plan {
+  struct Encoding {
     VideoParameters input;
     uint32_t bitRate = 0;  ///< bits per second; 0 for the usual
   };
 
-  std::shared_ptr<EncodedStream> startEncoded(const Plan& plan, FrameCallback callback, int32_t& status);
+  std::shared_ptr<EncodedStream> startEncoded(const Encoding& encoding, FrameCallback callback, int32_t& status);
 
   const std::string mName;
   const std::vector<VideoFormat> mInputs;
   Mutex mMutex;
-  std::optional<Plan> mPlan VESK_GUARDED_BY(mMutex);  // none while the camera's own pictures are asked for
+  std::optional<Encoding> mEncoding VESK_GUARDED_BY(mMutex);  // none while the camera's own frames are asked for
   DeviceStreams<EncodedStream> mStreams;
   const std::unique_ptr<CaptureDevice> mCamera;
 };

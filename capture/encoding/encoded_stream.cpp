@@ -60,18 +60,18 @@ bool EncodedStream::prepare(uint32_t bitRate) {
   settings.profile = kProfile;
   settings.threads = int64_t{mInput.width} * mInput.height > kMostPixelsOfOneThread ? 2 : 1;
   // USB cameras that say nothing else, and JPEG, have the matrix of BT.601 whatever their size, and
-  // the primaries of BT.709. Raw pictures are shown so too.
+  // the primaries of BT.709. Raw frames are shown so too.
   settings.matrix = AVCOL_SPC_SMPTE170M;
   settings.primaries = AVCOL_PRI_BT709;
   mEncoder = H264Encoder::create(settings);
   if (!mEncoder) return false;
   if (mInput.codec == kCMVideoCodecType_MotionJPEG) {
     mJPEG.emplace(mInput.width, mInput.height);
-    mDecoded = mEncoder->makePicture();
+    mDecoded = mEncoder->makeFrame();
     return mDecoded != nullptr;
   }
   for (Slot& slot : mSlots) {
-    slot.pixels = mEncoder->makePicture();
+    slot.pixels = mEncoder->makeFrame();
     if (!slot.pixels) return false;
   }
   return true;
@@ -80,14 +80,14 @@ bool EncodedStream::prepare(uint32_t bitRate) {
 void EncodedStream::take(std::span<const uint8_t> bytes, int64_t timestamp) {
   Slot* const slot = emptySlot();
   if (!slot) return;
-  if (!fill(*slot, bytes)) return giveBack(*slot, &EncodingCounts::damaged);
+  if (!fill(*slot, bytes)) return recycle(*slot, &EncodingCounts::damaged);
   slot->timestamp = timestamp;
   MutexLock lock(mMutex);
   mWaiting.push_back(slot);
   mChanged.notify_all();
 }
 
-/// One that nobody uses, or that of the picture that has waited longest. Null once stopped.
+/// One that nobody uses, or that of the frame that has waited longest. Null once stopped.
 EncodedStream::Slot* EncodedStream::emptySlot() {
   Slot* slot = nullptr;
   bool isFirstLate = false;
@@ -103,30 +103,29 @@ EncodedStream::Slot* EncodedStream::emptySlot() {
       isFirstLate = mCounts.late++ == 0;
     }
   }
-  if (isFirstLate) sayThatItIsSlow();
+  if (isFirstLate) logThatItIsSlow();
   return slot;
 }
 
-/// The bytes are the camera's for this call only. Raw pictures are converted rather than copied.
+/// The bytes are the camera's for this call only. Raw frames are converted rather than copied.
 bool EncodedStream::fill(Slot& slot, std::span<const uint8_t> bytes) const {
   if (slot.pixels) {
     const int rowBytes = mInput.width * 2;
     const bool isWhole = bytes.size() >= static_cast<size_t>(rowBytes) * static_cast<size_t>(mInput.height);
-    const RawPicture picture{PixelLayout::kUYVY, mInput.width, mInput.height, {bytes.data()}, {rowBytes}};
-    return isWhole && av_frame_make_writable(slot.pixels.get()) == 0 &&
-           convertTo420(picture, planeMemoryOf(*slot.pixels));
+    const RawPicture raw{PixelLayout::kUYVY, mInput.width, mInput.height, {bytes.data()}, {rowBytes}};
+    return isWhole && av_frame_make_writable(slot.pixels.get()) == 0 && convertTo420(raw, planeMemoryOf(*slot.pixels));
   }
   slot.jpeg.assign(bytes.begin(), bytes.end());
   return true;
 }
 
-void EncodedStream::giveBack(Slot& slot, uint64_t EncodingCounts::*counter) {
+void EncodedStream::recycle(Slot& slot, uint64_t EncodingCounts::*counter) {
   MutexLock lock(mMutex);
   ++(mCounts.*counter);
   mEmpty.push_back(&slot);
 }
 
-void EncodedStream::sayThatItIsSlow() const {
+void EncodedStream::logThatItIsSlow() const {
   NSLog(LogLevel::kWarning, "The pictures of the camera \"" + mCamera +
                                 "\" come faster than this computer encodes them at " + std::to_string(mInput.width) +
                                 "x" + std::to_string(mInput.height) + ": some are left out. Choose a smaller size.");
@@ -144,7 +143,7 @@ EncodingCounts EncodedStream::counts() const {
 }
 
 void EncodedStream::run() {
-  while (Slot* const slot = nextSlot()) giveBack(*slot, encode(*slot));
+  while (Slot* const slot = nextSlot()) recycle(*slot, encode(*slot));
   report();
 }
 
@@ -157,7 +156,7 @@ EncodedStream::Slot* EncodedStream::nextSlot() {
   return slot;
 }
 
-/// Encodes and delivers a picture. @return what it is to be counted as
+/// Encodes and delivers a frame. @return what it is to be counted as
 uint64_t EncodingCounts::*EncodedStream::encode(Slot& slot) {
   if (mJPEG && (av_frame_make_writable(mDecoded.get()) != 0 || !mJPEG->fill(planeMemoryOf(*mDecoded), slot.jpeg)))
     return &EncodingCounts::damaged;
@@ -169,10 +168,10 @@ uint64_t EncodingCounts::*EncodedStream::encode(Slot& slot) {
   return &EncodingCounts::delivered;
 }
 
-/// Cameras slow down in the dark, and pictures are left out: the encoder counts pictures, this looks
+/// Cameras slow down in the dark, and frames are left out: the encoder counts frames, this looks
 /// at the clock. Due when the next one, coming as this one did, would be too late.
 bool EncodedStream::isKeyDue(int64_t timestamp) const {
-  return mKeyAt && timestamp + (timestamp - mLastAt) - *mKeyAt > kKeyPictureSeconds * kMicroseconds;
+  return mKeyAt && timestamp + (timestamp - mLastAt) - *mKeyAt > kKeyFrameSeconds * kMicroseconds;
 }
 
 void EncodedStream::report() const {

@@ -17,7 +17,7 @@
 
 namespace vesk::capture {
 
-/// What became of the pictures of a stream.
+/// What became of the frames of a stream.
 struct EncodingCounts {
   uint64_t delivered = 0;
   uint64_t late = 0;     ///< left out for newer ones, the encoder or the receiver being slow
@@ -25,26 +25,26 @@ struct EncodingCounts {
   uint64_t failed = 0;   ///< refused by the encoder
 };
 
-/// A camera's pictures on their way through the encoder to a receiver, on a thread of their own.
+/// A camera's frames on their way through the encoder to a receiver, on a thread of their own.
 ///
-/// The camera's thread never waits: it leaves its picture in a slot, of which there are a few, and
-/// where all are taken the oldest picture that waits gives way.
+/// The camera's thread never waits: it leaves its frame in a slot, of which there are a few, and
+/// where all are taken the oldest frame that waits gives way.
 ///
 /// Threads: take from one thread at a time, the rest as StreamThread.
 class EncodedStream : public StreamThread {
  public:
   /// @param camera its name, for the log
-  /// @param input  what the pictures come as: "2vuy" or "dmb1", and their size and interval
+  /// @param input  what the frames come as: "2vuy" or "dmb1", and their size and interval
   /// @return null when the encoder or the thread cannot be had; the log says so
   static std::shared_ptr<EncodedStream> start(const std::string& camera, const VideoParameters& input, uint32_t bitRate,
                                               FrameCallback callback);
-  /// Takes a picture of the camera's.
+  /// Takes a frame of the camera's.
   void take(std::span<const uint8_t> bytes, int64_t timestamp) VESK_EXCLUDES(mMutex);
 
   EncodingCounts counts() const VESK_EXCLUDES(mMutex);
 
  private:
-  /// A picture that waits: pixels for the encoder, or a JPEG picture.
+  /// A frame that waits: pixels for the encoder, or a JPEG frame.
   struct Slot {
     FrameHandle pixels;
     std::vector<uint8_t> jpeg;
@@ -56,8 +56,8 @@ class EncodedStream : public StreamThread {
   bool prepare(uint32_t bitRate);
   Slot* emptySlot() VESK_EXCLUDES(mMutex);
   bool fill(Slot& slot, std::span<const uint8_t> bytes) const;
-  void giveBack(Slot& slot, uint64_t EncodingCounts::*counter) VESK_EXCLUDES(mMutex);
-  void sayThatItIsSlow() const;
+  void recycle(Slot& slot, uint64_t EncodingCounts::*counter) VESK_EXCLUDES(mMutex);
+  void logThatItIsSlow() const;
 
   void requestEnd() override VESK_EXCLUDES(mMutex);
 

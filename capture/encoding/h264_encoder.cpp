@@ -65,7 +65,7 @@ std::unique_ptr<H264Encoder> H264Encoder::create(const Settings& settings) {
   encoder->rc_max_rate = settings.bitRate;
   encoder->rc_buffer_size = static_cast<int>(std::min<uint32_t>(settings.bitRate, INT32_MAX));
   encoder->gop_size =
-      static_cast<int>(std::clamp<int64_t>(kKeyPictureSeconds * int64_t{denominator} / numerator, 1, INT32_MAX));
+      static_cast<int>(std::clamp<int64_t>(kKeyFrameSeconds * int64_t{denominator} / numerator, 1, INT32_MAX));
   encoder->max_b_frames = 0;
   setOption(encoder, "preset", settings.preset);
   setOption(encoder, "tune", "zerolatency");
@@ -78,20 +78,20 @@ std::unique_ptr<H264Encoder> H264Encoder::create(const Settings& settings) {
   return made->mPacket ? std::move(made) : nullptr;
 }
 
-FrameHandle H264Encoder::makePicture() const {
-  FrameHandle picture(av_frame_alloc());
-  if (!picture) return nullptr;
-  picture->format = mEncoder->pix_fmt;
-  picture->width = mEncoder->width;
-  picture->height = mEncoder->height;
-  return av_frame_get_buffer(picture.get(), 0) == 0 ? std::move(picture) : nullptr;
+FrameHandle H264Encoder::makeFrame() const {
+  FrameHandle frame(av_frame_alloc());
+  if (!frame) return nullptr;
+  frame->format = mEncoder->pix_fmt;
+  frame->width = mEncoder->width;
+  frame->height = mEncoder->height;
+  return av_frame_get_buffer(frame.get(), 0) == 0 ? std::move(frame) : nullptr;
 }
 
-std::optional<h264::AccessUnitWriter::AccessUnit> H264Encoder::encode(AVFrame& picture, bool mustBeKey) {
-  picture.pts = mCount++;
-  picture.pict_type = mustBeKey ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
+std::optional<h264::AccessUnitWriter::AccessUnit> H264Encoder::encode(AVFrame& frame, bool mustBeKey) {
+  frame.pts = mCount++;
+  frame.pict_type = mustBeKey ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
   av_packet_unref(mPacket.get());
-  if (avcodec_send_frame(mEncoder.get(), &picture) < 0) return std::nullopt;
+  if (avcodec_send_frame(mEncoder.get(), &frame) < 0) return std::nullopt;
   if (avcodec_receive_packet(mEncoder.get(), mPacket.get()) < 0) return std::nullopt;
   return mWriter.write({mPacket->data, static_cast<size_t>(mPacket->size)});
 }

@@ -11,8 +11,8 @@
 
 namespace vesk::capture {
 
-/// Makes H.264 as cameras give it: each picture out as it goes in, none reordered, four-byte start
-/// codes, every key picture an IDR picture with its parameter sets before it.
+/// Makes H.264 as cameras give it: each frame out as it goes in, none reordered, four-byte start
+/// codes, every key frame an IDR frame with its parameter sets before it.
 ///
 /// Threads: one at a time.
 class H264Encoder {
@@ -20,7 +20,7 @@ class H264Encoder {
   struct Settings {
     int width = 0;  ///< both sides are even
     int height = 0;
-    uint32_t intervalNumerator = 0;  ///< seconds from picture to picture: numerator / denominator
+    uint32_t intervalNumerator = 0;  ///< seconds from frame to frame: numerator / denominator
     uint32_t intervalDenominator = 0;
     uint32_t bitRate = 0;  ///< bits per second
     const char* preset = nullptr;
@@ -40,12 +40,12 @@ class H264Encoder {
   /// For tests: a machine whose libavcodec lacks the encoder, until it is called with false.
   static void pretendMissing(bool isMissing);
 
-  /// Memory for a picture of the encoder's size: planar 4:2:0. Null for want of memory.
-  FrameHandle makePicture() const;
+  /// Memory for a frame of the encoder's size: planar 4:2:0. Null for want of memory.
+  FrameHandle makeFrame() const;
 
-  /// Encodes a picture that makePicture made, as a key picture at least every two seconds of even
+  /// Encodes a frame that makeFrame made, as a key frame at least every two seconds of even
   /// intervals, and where it must be one. @return none when the encoder fails
-  std::optional<h264::AccessUnitWriter::AccessUnit> encode(AVFrame& picture, bool mustBeKey = false);
+  std::optional<h264::AccessUnitWriter::AccessUnit> encode(AVFrame& frame, bool mustBeKey = false);
 
  private:
   explicit H264Encoder(CodecHandle encoder) : mEncoder(std::move(encoder)) {}
@@ -56,7 +56,7 @@ class H264Encoder {
   int64_t mCount = 0;
 };
 
-/// At most, from key picture to key picture.
-constexpr int kKeyPictureSeconds = 2;
+/// At most, from key frame to key frame.
+constexpr int kKeyFrameSeconds = 2;
 
 }  // namespace vesk::capture

@@ -9,15 +9,15 @@
 
 namespace vesk::capture {
 
-/// Puts Motion JPEG pictures into planar 4:2:0 memory, their levels those of video (luma 16 to 235).
+/// Puts Motion JPEG frames into planar 4:2:0 memory, their levels those of video (luma 16 to 235).
 ///
 /// Threads: one at a time.
 class JPEGToPlanes {
  public:
-  /// For pictures of this size only.
+  /// For frames of this size only.
   JPEGToPlanes(int width, int height);
 
-  /// @return false when the picture is damaged or of another size
+  /// @return false when the frame is damaged or of another size
   bool fill(const PlaneMemory& planes, std::span<const uint8_t> jpeg);
 
  private:

@@ -30,7 +30,7 @@ class FileBlocks {
 
  private:
   static constexpr int64_t kBlockBytes = 128 << 10;
-  static constexpr size_t kBlocks = 8;  // a second of 720p: what lies between pictures and their sound
+  static constexpr size_t kBlocks = 8;  // a second of 720p: what lies between frames and their sound
 
   struct Block {
     int64_t number = -1;

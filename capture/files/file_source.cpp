@@ -24,14 +24,14 @@ class SharedFootage {
   SharedFootage(std::unique_ptr<Footage> footage, std::string name, const SourceOptions& options, Transport& transport)
       : mFootage(std::move(footage)), mName(std::move(name)), mScheduler(options.pace, transport) {
     if (!options.loop) return;
-    // The pictures say where, so that none are missing; the sound is cut or goes on in silence.
-    if (pictures())
-      mLoop = Loop{pictures()->begin, pictures()->end};
+    // The frames say where, so that none are missing; the sound is cut or goes on in silence.
+    if (video())
+      mLoop = Loop{video()->begin, video()->end};
     else
       mLoop = Loop{0, sound()->end};
   }
 
-  const std::optional<PictureTrack>& pictures() const { return mFootage->pictures; }
+  const std::optional<VideoTrack>& video() const { return mFootage->video; }
   const std::optional<SoundTrack>& sound() const { return mFootage->sound; }
   const std::optional<Loop>& loop() const { return mLoop; }
   const std::string& name() const { return mName; }
@@ -51,22 +51,20 @@ class SharedFootage {
   std::unique_ptr<TrackReader> reader(DeviceKind kind, std::string& error) VESK_EXCLUDES(mMutex) {
     {
       MutexLock lock(mMutex);
-      auto& kept = kind == DeviceKind::kVideo ? mFootage->pictureReader : mFootage->soundReader;
+      auto& kept = kind == DeviceKind::kVideo ? mFootage->videoReader : mFootage->soundReader;
       if (kept) return std::move(kept);
     }
-    return TrackReader::open(kind == DeviceKind::kVideo ? pictures()->choice : sound()->choice, error);
+    return TrackReader::open(kind == DeviceKind::kVideo ? video()->choice : sound()->choice, error);
   }
 
  private:
-  bool& inUse(DeviceKind kind) VESK_REQUIRES(mMutex) {
-    return kind == DeviceKind::kVideo ? mPicturesInUse : mSoundInUse;
-  }
+  bool& inUse(DeviceKind kind) VESK_REQUIRES(mMutex) { return kind == DeviceKind::kVideo ? mVideoInUse : mSoundInUse; }
 
   const std::unique_ptr<Footage> mFootage;
   const std::string mName;
   std::optional<Loop> mLoop;
   Mutex mMutex;
-  bool mPicturesInUse VESK_GUARDED_BY(mMutex) = false;
+  bool mVideoInUse VESK_GUARDED_BY(mMutex) = false;
   bool mSoundInUse VESK_GUARDED_BY(mMutex) = false;
   PacedScheduler mScheduler;
 };
@@ -145,11 +143,11 @@ class FileCamera : public FileDevice {
 
  protected:
   std::unique_ptr<UnitReader> makeUnits(std::unique_ptr<TrackReader> reader, std::string& error) override {
-    return pictureUnits(track(), mCodec, std::move(reader), error);
+    return videoFrames(track(), mCodec, std::move(reader), error);
   }
 
  private:
-  const PictureTrack& track() const { return *footage().pictures(); }
+  const VideoTrack& track() const { return *footage().video(); }
   int width(uint32_t codec) const {
     return codec == kCMPixelFormat_422YpCbCr8 ? track().decodedWidth() : track().width;
   }
@@ -166,7 +164,7 @@ class FileMicrophone : public FileDevice {
     const SoundTrack& track = *footage().sound();
     const WaveFormat pcm{kWaveFormatLinearPCM, track.channels, track.samplesPerSecond, 16};
     const WaveFormat aac{kWaveFormatAAC, track.channels, track.samplesPerSecond, 16};
-    if (track.form == SoundForm::kAAC) return {aac, pcm};
+    if (track.coding == SoundCoding::kAAC) return {aac, pcm};
     return {pcm};
   }
 
@@ -184,7 +182,7 @@ class FileMicrophone : public FileDevice {
 
  protected:
   std::unique_ptr<UnitReader> makeUnits(std::unique_ptr<TrackReader> reader, std::string& error) override {
-    return soundUnits(*footage().sound(), mFormat.formatCode, std::move(reader), error, footage().loop());
+    return soundPackets(*footage().sound(), mFormat.formatCode, std::move(reader), error, footage().loop());
   }
 
  private:
@@ -206,7 +204,7 @@ class FileSource : public CaptureSource {
     std::error_code ignored;
     const auto path = std::filesystem::absolute(footage->path, ignored).lexically_normal();
     const std::string name = path.filename().string();
-    if (footage->pictures) mCameras.push_back(describe(DeviceKind::kVideo, path, name));
+    if (footage->video) mCameras.push_back(describe(DeviceKind::kVideo, path, name));
     if (footage->sound) mMicrophones.push_back(describe(DeviceKind::kAudio, path, name));
     mFootage = std::make_shared<SharedFootage>(std::move(footage), name, options, transport);
   }

@@ -8,7 +8,7 @@
 
 namespace vesk::capture {
 
-/// The file at `path` as a camera (its best picture track) and a microphone (its best sound track),
+/// The file at `path` as a camera (its best video track) and a microphone (its best sound track),
 /// played by the clock or as fast as the receivers take it, once or in a loop.
 ///
 /// A device is in use by one holder at a time; the two play on one scheduler, so that they keep the

@@ -16,8 +16,8 @@ bool isFrameHeader(uint8_t marker) {
 
 }  // namespace
 
-std::optional<JpegSize> jpegSize(std::span<const uint8_t> picture) {
-  ByteReader reader(picture);
+std::optional<JpegSize> jpegSize(std::span<const uint8_t> frame) {
+  ByteReader reader(frame);
   while (const auto mark = reader.u8()) {
     if (*mark != 0xFF) return std::nullopt;
     auto marker = reader.u8();

@@ -12,7 +12,7 @@ struct JpegSize {
   bool operator==(const JpegSize&) const = default;
 };
 
-/// The size that a JPEG picture's frame header states (ITU-T T.81, B.2.2); none where there is no whole one.
-std::optional<JpegSize> jpegSize(std::span<const uint8_t> picture);
+/// The size that a JPEG frame header states (ITU-T T.81, B.2.2); none where there is no whole one.
+std::optional<JpegSize> jpegSize(std::span<const uint8_t> frame);
 
 }  // namespace vesk::capture

@@ -25,14 +25,14 @@ namespace {
 constexpr int kBufferBytes = 64 << 10;
 /// Below this score a container was only guessed at.
 constexpr int kLeastProbeScore = AVPROBE_SCORE_RETRY + 1;
-constexpr const char* kRawPictureRate = "30";
+constexpr const char* kRawFrameRate = "30";
 
-struct RawForm {
+struct RawFormat {
   std::string_view suffix;
   const char* demuxer;
 };
 /// Files without a container, known by their names.
-constexpr RawForm kRawForms[] = {
+constexpr RawFormat kRawFormats[] = {
     {".264", "h264"},   {".h264", "h264"}, {".mjpeg", "mjpeg"},
     {".mjpg", "mjpeg"}, {".aac", "aac"},   {".uyvy", "rawvideo"},
 };
@@ -40,14 +40,14 @@ constexpr RawForm kRawForms[] = {
 /// The demuxers that may open a file, which hold footage themselves. The others are libav's for text, for
 /// lists and descriptions that lead to files, hosts and ports of the file's choosing, for pictures alone,
 /// and for devices: they never get as far as the file's content.
-constexpr const char* kForms =
+constexpr const char* kDemuxers =
     "mov,matroska,avi,mpegts,mpeg,mpegvideo,flv,asf,ogg,mxf,nut,ivf,dv,rm,yuv4mpegpipe,wav,w64,aiff,caf,au,mp3,"
     "flac,amr,ac3,eac3,aac,h264,hevc,m4v,mjpeg,rawvideo";
 /// No protocol has this name: a demuxer that asks for one is refused.
 constexpr const char* kProtocols = "none";
 
 /// Streams without a container: libav would count their times from guesses.
-constexpr std::string_view kUntimedForms[] = {"h264", "hevc", "mjpeg", "m4v", "mpegvideo", "aac"};
+constexpr std::string_view kUntimedDemuxers[] = {"h264", "hevc", "mjpeg", "m4v", "mpegvideo", "aac"};
 
 std::string lowerSuffix(const std::string& path) {
   std::string suffix = std::filesystem::path(path).extension().string();
@@ -55,10 +55,10 @@ std::string lowerSuffix(const std::string& path) {
   return suffix;
 }
 
-const RawForm* rawForm(const std::string& path) {
+const RawFormat* rawFormat(const std::string& path) {
   const std::string suffix = lowerSuffix(path);
-  for (const RawForm& form : kRawForms) {
-    if (suffix == form.suffix) return &form;
+  for (const RawFormat& format : kRawFormats) {
+    if (suffix == format.suffix) return &format;
   }
   return nullptr;
 }
@@ -157,7 +157,7 @@ std::unique_ptr<MediaContainer> MediaContainer::open(const std::string& path, st
   context->pb = container->mInput;
   context->flags |= AVFMT_FLAG_CUSTOM_IO;
   context->io_open = refuseOtherFiles;
-  context->format_whitelist = av_strdup(kForms);
+  context->format_whitelist = av_strdup(kDemuxers);
   context->protocol_whitelist = av_strdup(kProtocols);
   if (context->format_whitelist == nullptr || context->protocol_whitelist == nullptr) {
     error = fmt::format("{}: out of memory", path);
@@ -166,7 +166,7 @@ std::unique_ptr<MediaContainer> MediaContainer::open(const std::string& path, st
 
   AVDictionary* options = nullptr;
   const AVInputFormat* format = nullptr;
-  if (const RawForm* raw = rawForm(path)) {
+  if (const RawFormat* raw = rawFormat(path)) {
     format = av_find_input_format(raw->demuxer);
     if (std::string_view(raw->demuxer) == "rawvideo") {
       const auto size = sizeInName(path);
@@ -176,12 +176,12 @@ std::unique_ptr<MediaContainer> MediaContainer::open(const std::string& path, st
       }
       av_dict_set(&options, "video_size", size->c_str(), 0);
       av_dict_set(&options, "pixel_format", "uyvy422", 0);
-      av_dict_set(&options, "framerate", kRawPictureRate, 0);
+      av_dict_set(&options, "framerate", kRawFrameRate, 0);
     }
   }
   const int status = avformat_open_input(&context, path.c_str(), format, &options);
   av_dict_free(&options);
-  // A form that is not among those above is an invalid argument to libav.
+  // A demuxer that is not among those above is an invalid argument to libav.
   const bool isNoFootage =
       status == AVERROR_INVALIDDATA || status == AVERROR(EPERM) || (status == AVERROR(EINVAL) && format == nullptr);
   if (status < 0 && !isNoFootage) {
@@ -223,8 +223,8 @@ int MediaContainer::bestTrack(AVMediaType kind) const {
 }
 
 bool MediaContainer::isUntimed() const {
-  return std::find(std::begin(kUntimedForms), std::end(kUntimedForms), std::string_view(mContext->iformat->name)) !=
-         std::end(kUntimedForms);
+  return std::find(std::begin(kUntimedDemuxers), std::end(kUntimedDemuxers),
+                   std::string_view(mContext->iformat->name)) != std::end(kUntimedDemuxers);
 }
 
 bool MediaContainer::isMovie() const {

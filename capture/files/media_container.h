@@ -23,7 +23,7 @@ class MediaContainer {
   AVFormatContext* context() const { return mContext; }
   /// The best track of the kind; none is -1. Cover pictures are no track.
   int bestTrack(AVMediaType kind) const;
-  /// The footage has no time stamps of its own: pictures and packets are counted.
+  /// The footage has no time stamps of its own: frames and packets are counted.
   bool isUntimed() const;
   /// A QuickTime or MPEG-4 movie.
   bool isMovie() const;

@@ -29,7 +29,7 @@ void PcmChunker::restart(int64_t from, bool again) {
   mJump.reset();
   mFramesOut = 0;
   mSilentFrames = 0;
-  mPortion = {};
+  mInput = {};
   mLeftOver.clear();
   mLeftOverIsOut = false;
 }
@@ -40,7 +40,7 @@ int64_t PcmChunker::frameTime(int64_t frame) const {
 
 /// Of this stretch, delivered or not.
 int64_t PcmChunker::framesTaken() const {
-  const size_t bytes = (mLeftOverIsOut ? 0 : mLeftOver.size()) + mPortion.size();
+  const size_t bytes = (mLeftOverIsOut ? 0 : mLeftOver.size()) + mInput.size();
   return mFramesOut + mSilentFrames + static_cast<int64_t>(bytes / mFrameBytes);
 }
 
@@ -70,7 +70,7 @@ void PcmChunker::give(std::span<uint8_t> bytes, std::optional<int64_t> time) {
     bytes = bytes.subspan(cut);
     begin = std::max(begin + static_cast<int64_t>(cut / mFrameBytes) * 1000000 / mRate, mFrom);
   }
-  mPortion = {};
+  mInput = {};
   if (bytes.empty()) return;
   if (mLoop && begin >= mLoop->end) return;
   if (!mAnchor || std::llabs(begin - expected) > kJump) {
@@ -83,7 +83,7 @@ void PcmChunker::give(std::span<uint8_t> bytes, std::optional<int64_t> time) {
     const int64_t room = mJump ? (mLoop->end - *mJump) * mRate / 1000000 : framesToEnd();
     bytes = bytes.first(std::min(bytes.size(), static_cast<size_t>(std::max<int64_t>(room, 0)) * mFrameBytes));
   }
-  mPortion = bytes;
+  mInput = bytes;
 }
 
 std::optional<MediaUnit> PcmChunker::take(bool end) {
@@ -98,7 +98,7 @@ std::optional<MediaUnit> PcmChunker::take(bool end) {
     mJump.reset();
     mFramesOut = 0;
   }
-  if (end && mLoop && mAnchor && mPortion.empty()) mSilentFrames += std::max<int64_t>(framesToEnd(), 0);
+  if (end && mLoop && mAnchor && mInput.empty()) mSilentFrames += std::max<int64_t>(framesToEnd(), 0);
   if (mSilentFrames > 0) {
     mLeftOver.resize(wholeFrames(mLeftOver.size()));
     const size_t room = (mPacketBytes - mLeftOver.size()) / mFrameBytes;
@@ -107,14 +107,14 @@ std::optional<MediaUnit> PcmChunker::take(bool end) {
     mSilentFrames -= frames;
     if (mLeftOver.size() == mPacketBytes) return rest();
   }
-  if (mLeftOver.empty() && mPortion.size() >= mPacketBytes) {
-    const auto whole = mPortion.first(mPacketBytes);
-    mPortion = mPortion.subspan(mPacketBytes);
+  if (mLeftOver.empty() && mInput.size() >= mPacketBytes) {
+    const auto whole = mInput.first(mPacketBytes);
+    mInput = mInput.subspan(mPacketBytes);
     return packet(whole);
   }
-  const size_t moved = std::min(mPacketBytes - mLeftOver.size(), mPortion.size());
-  mLeftOver.insert(mLeftOver.end(), mPortion.begin(), mPortion.begin() + static_cast<ptrdiff_t>(moved));
-  mPortion = mPortion.subspan(moved);
+  const size_t moved = std::min(mPacketBytes - mLeftOver.size(), mInput.size());
+  mLeftOver.insert(mLeftOver.end(), mInput.begin(), mInput.begin() + static_cast<ptrdiff_t>(moved));
+  mInput = mInput.subspan(moved);
   return mLeftOver.size() == mPacketBytes || end ? rest() : std::nullopt;
 }
 

@@ -48,7 +48,7 @@ class PcmChunker {
   std::optional<int64_t> mJump;    ///< where the stretch after the left-overs begins
   int64_t mRemainder = 0;          ///< millionths of a frame that the turn before was too short
   int64_t mSilentFrames = 0;       ///< that go before the portion
-  std::span<uint8_t> mPortion;
+  std::span<uint8_t> mInput;
   std::vector<uint8_t> mLeftOver;
   bool mLeftOverIsOut = false;  ///< delivered, to be forgotten at the next call
 };

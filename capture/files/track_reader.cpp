@@ -105,8 +105,8 @@ bool TrackReader::read() {
 /// Whether all has been read that a movie's index lists, or another file's header counts.
 bool TrackReader::isWhole() const {
   AVStream* track = mContainer->context()->streams[mChoice.index];
-  const bool countsPictures = track->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && mIsFromBeginning;
-  if (!mContainer->isMovie()) return !countsPictures || mSeen >= track->nb_frames;
+  const bool countsFrames = track->codecpar->codec_type == AVMEDIA_TYPE_VIDEO && mIsFromBeginning;
+  if (!mContainer->isMovie()) return !countsFrames || mSeen >= track->nb_frames;
   const AVIndexEntry* last = avformat_index_get_entry(track, avformat_index_get_entries_count(track) - 1);
   return last == nullptr || mDecodeTimestamp >= last->timestamp;
 }

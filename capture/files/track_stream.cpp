@@ -23,9 +23,9 @@ void TrackStream::seek(int64_t time) {
 
 bool TrackStream::begin(int64_t time, bool again) {
   mHasBegun = true;
-  mTurnStart = mLoop && time >= mLoop->end ? (time - mLoop->begin) / mLoop->length() * mLoop->length() : 0;
-  mTurnGaveSome = !again && time > 0;  // a turn joined midway may have nothing more to give
-  return mReader->start(time - mTurnStart, again);
+  mPassStart = mLoop && time >= mLoop->end ? (time - mLoop->begin) / mLoop->length() * mLoop->length() : 0;
+  mPassDelivered = !again && time > 0;  // a pass joined midway may have nothing more to give
+  return mReader->start(time - mPassStart, again);
 }
 
 std::optional<int64_t> TrackStream::nextTime() {
@@ -33,13 +33,13 @@ std::optional<int64_t> TrackStream::nextTime() {
   while (!mNext && !mHasEnded) {
     mNext = mReader->next();
     if (mNext) {
-      mTurnGaveSome = true;
-      mNext->time = mLastTime = std::max(mLastTime, mNext->time + mTurnStart);
+      mPassDelivered = true;
+      mNext->time = mLastTime = std::max(mLastTime, mNext->time + mPassStart);
       break;
     }
     logDamage();
-    // A turn without anything would be followed by another one like it, for ever.
-    mHasEnded = !mLoop || !mTurnGaveSome || !begin(mTurnStart + mLoop->end, true);
+    // A pass without anything would be followed by another one like it, for ever.
+    mHasEnded = !mLoop || !mPassDelivered || !begin(mPassStart + mLoop->end, true);
   }
   return mNext ? std::optional(mNext->time) : std::nullopt;
 }

@@ -31,9 +31,9 @@ class TrackStream : public PacedStream {
 
   bool mHasBegun = false;
   bool mHasEnded = false;
-  bool mTurnGaveSome = false;
+  bool mPassDelivered = false;
   bool mHasLogged = false;
-  int64_t mTurnStart = 0;  ///< where the footage's time 0 lies in this turn
+  int64_t mPassStart = 0;  ///< where the footage's time 0 lies in this pass
   int64_t mLastTime = 0;
   std::optional<MediaUnit> mNext;  ///< its time already counted from the first beginning
 };

@@ -22,7 +22,7 @@ struct Loop {
   int64_t length() const { return end - begin; }
 };
 
-/// Gives a track's footage in the form that a device delivers.
+/// Gives a track's footage in the format that a device delivers.
 class UnitReader {
  public:
   virtual ~UnitReader() = default;

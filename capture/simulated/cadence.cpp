@@ -4,13 +4,13 @@
 
 namespace vesk::capture {
 
-Cadence Cadence::ofPictures(uint32_t numerator, uint32_t denominator) {
+Cadence Cadence::ofFrames(uint32_t numerator, uint32_t denominator) {
   constexpr double kTolerance = 1e-5;
-  const double halves = 2.0 * denominator / numerator;  // half pictures a second
+  const double halves = 2.0 * denominator / numerator;  // half frames a second
   const double nearest = std::round(halves);
   if (nearest < 1 || std::abs(halves - nearest) > nearest * kTolerance) return {numerator, denominator};
-  const auto halfPictures = static_cast<uint32_t>(nearest);
-  return halfPictures % 2 == 0 ? Cadence(1, halfPictures / 2) : Cadence(2, halfPictures);
+  const auto halfFrames = static_cast<uint32_t>(nearest);
+  return halfFrames % 2 == 0 ? Cadence(1, halfFrames / 2) : Cadence(2, halfFrames);
 }
 
 int64_t Cadence::firstFrom(int64_t time) const {

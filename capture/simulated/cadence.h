@@ -4,16 +4,16 @@
 
 namespace vesk::capture {
 
-/// The times of things that come at even intervals from time 0 on: pictures, packets of sound.
+/// The times of things that come at even intervals from time 0 on: frames, packets of sound.
 class Cadence {
  public:
   /// The interval in seconds is numerator / denominator, both above 0.
   Cadence(uint32_t numerator, uint32_t denominator) : mNumerator(numerator), mDenominator(denominator) {}
 
-  /// The cadence of pictures. An interval is written in whole ten-millionths of a second, which is
+  /// The cadence of frames. An interval is written in whole ten-millionths of a second, which is
   /// not exact for 30 a second: what is within a hundred-thousandth of a whole or half number of
-  /// pictures a second is taken as that number, so that every whole second has its picture.
-  static Cadence ofPictures(uint32_t numerator, uint32_t denominator);
+  /// frames a second is taken as that number, so that every whole second has its frame.
+  static Cadence ofFrames(uint32_t numerator, uint32_t denominator);
 
   uint32_t numerator() const { return mNumerator; }
   uint32_t denominator() const { return mDenominator; }

@@ -58,7 +58,7 @@ SimulatedCommands::SimulatedCommands(SimulatedSource& source) : mSource(source) 
     std::string_view rest = setup;
     while (!rest.empty()) {
       const size_t end = rest.find(';');
-      obey(rest.substr(0, end));
+      execute(rest.substr(0, end));
       rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
     }
   }
@@ -76,19 +76,19 @@ SimulatedCommands::~SimulatedCommands() {
   if (mWake >= 0) close(mWake);
 }
 
-void SimulatedCommands::obey(std::string_view command) {
+void SimulatedCommands::execute(std::string_view command) {
   const size_t space = command.find(' ');
   const std::string_view word = command.substr(0, space);
   const std::string path(space == std::string_view::npos ? "" : command.substr(space + 1));
   bool isDone = false;
   if (word == "out")
-    isDone = mSource.plugOut(path);
+    isDone = mSource.unplug(path);
   else if (word == "in")
     isDone = mSource.plugIn(path);
   else if (const auto faults = faultsOf(word))
     isDone = mSource.setFaults(path, *faults);
-  mSource.waitForHotplug();  // whoever is told looks at what there is: one thing at a time
-  if (!isDone) NSLog(LogLevel::kError, "The simulated devices cannot obey \"" + std::string(command) + "\".");
+  mSource.waitForHotplug();  // subscribers compare lists: one change at a time
+  if (!isDone) NSLog(LogLevel::kError, "The simulated devices cannot carry out \"" + std::string(command) + "\".");
 }
 
 void SimulatedCommands::read() {
@@ -101,7 +101,7 @@ void SimulatedCommands::read() {
     const ssize_t count = ::read(mPipe, bytes, sizeof bytes);
     if (count > 0) text.append(bytes, static_cast<size_t>(count));
     for (size_t end = text.find('\n'); end != std::string::npos; end = text.find('\n')) {
-      obey(std::string_view(text).substr(0, end));
+      execute(std::string_view(text).substr(0, end));
       text.erase(0, end + 1);
     }
   }

@@ -16,18 +16,18 @@ class SimulatedSource;
 ///               it is not opened
 ///   no-bandwidth PATH, not-answering PATH          starts and controls fail for that cause
 ///
-/// The environment variable VESK_SIMULATED_SETUP holds those that are obeyed at once, separated by ";";
+/// The environment variable VESK_SIMULATED_SETUP holds those that are carried out at once, separated by ";";
 /// VESK_SIMULATED_COMMANDS names a pipe (mkfifo) from which more are read, one a line.
 class SimulatedCommands {
  public:
-  /// Obeys the first ones, and reads on. `source` must outlive it.
+  /// Carries out the first ones, and reads on. `source` must outlive it.
   explicit SimulatedCommands(SimulatedSource& source);
   ~SimulatedCommands();
   SimulatedCommands(const SimulatedCommands&) = delete;
   SimulatedCommands& operator=(const SimulatedCommands&) = delete;
 
  private:
-  void obey(std::string_view command);
+  void execute(std::string_view command);
   void read();
 
   SimulatedSource& mSource;

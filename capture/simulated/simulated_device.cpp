@@ -9,7 +9,7 @@
 #include "capture/encoding/h264_encoder.h"
 #include "capture/interface/call_error.h"
 #include "capture/interface/frame_intervals.h"
-#include "capture/simulated/picture_maker.h"
+#include "capture/simulated/frame_maker.h"
 #include "capture/simulated/simulated_pattern.h"
 
 namespace vesk::capture {
@@ -23,15 +23,15 @@ struct SimulatedSize {
 };
 constexpr SimulatedSize kSizes[] = {{320, 240}, {640, 360}, {640, 480}, {864, 480}, {1280, 720}, {1920, 1080}};
 constexpr SimulatedSize kPlainSizes[] = {{320, 240}, {640, 480}};
-/// Pictures a second: 60, 50, 30, 25, 24, 20, 15, 10 and 7.5.
+/// Frames a second: 60, 50, 30, 25, 24, 20, 15, 10 and 7.5.
 constexpr uint32_t kIntervals[] = {166667, 200000, 333333, 400000, 416667, 500000, 666667, 1000000, 1333333};
 constexpr uint32_t kPlainIntervals[] = {333333, 666667};
 constexpr uint32_t kRates[] = {48000, 44100, 16000};
 
-class SimulatedPictureStream : public PacedStream {
+class SimulatedFrameStream : public PacedStream {
  public:
-  SimulatedPictureStream(std::shared_ptr<SimulatedUnit> unit, Cadence cadence, std::unique_ptr<PictureMaker> maker,
-                         FrameCallback callback)
+  SimulatedFrameStream(std::shared_ptr<SimulatedUnit> unit, Cadence cadence, std::unique_ptr<FrameMaker> maker,
+                       FrameCallback callback)
       : mUnit(std::move(unit)), mCadence(cadence), mMaker(std::move(maker)), mCallback(std::move(callback)) {}
 
   void seek(int64_t time) override { mNumber = mCadence.firstFrom(time); }
@@ -40,19 +40,20 @@ class SimulatedPictureStream : public PacedStream {
   void deliver(int64_t timestamp) override {
     const int64_t number = mNumber++;
     if (mUnit->isSilent()) return;
-    const auto picture = mMaker->make(static_cast<uint32_t>(number), isFlash(number), mUnit->properties().look());
-    if (!picture.empty()) mUnit->deliver(mCallback, picture, timestamp);
+    const auto frame =
+        mMaker->make(static_cast<uint32_t>(number), isFlash(number), mUnit->properties().imageSettings());
+    if (!frame.empty()) mUnit->deliver(mCallback, frame, timestamp);
   }
 
  private:
-  /// The first picture of each second flashes, and those that follow it soon enough.
+  /// The first frame of each second flashes, and those that follow it soon enough.
   bool isFlash(int64_t number) const {
     return mCadence.timeOf(number) % kMicroseconds < std::max(kFlashMicroseconds, mCadence.interval());
   }
 
   const std::shared_ptr<SimulatedUnit> mUnit;
   const Cadence mCadence;
-  const std::unique_ptr<PictureMaker> mMaker;
+  const std::unique_ptr<FrameMaker> mMaker;
   const FrameCallback mCallback;
   int64_t mNumber = 0;
 };
@@ -172,7 +173,7 @@ int32_t SimulatedCamera::getProperty(uint32_t request, const PropertySetIdentifi
   if (!unit().isAttached()) return unplugged();
   const int32_t status = unit().properties().get(request, set, number, value, valueSize);
   if (status != kVCIFailed) return status;
-  return failed(status, {Cause::kNotSupported, inText() + " does not tell the range of this control", ""});
+  return failed(status, {Cause::kNotSupported, inText() + " does not report the range of this control", ""});
 }
 
 int32_t SimulatedCamera::setProperty(const PropertySetIdentifier& set, uint32_t number,
@@ -197,8 +198,8 @@ std::shared_ptr<PacedStream> SimulatedCamera::makeStream(FrameCallback callback)
     MutexLock lock(mMutex);
     parameters = mParameters;
   }
-  const auto cadence = Cadence::ofPictures(parameters.intervalNumerator, parameters.intervalDenominator);
-  auto maker = PictureMaker::create(parameters, cadence);
+  const auto cadence = Cadence::ofFrames(parameters.intervalNumerator, parameters.intervalDenominator);
+  auto maker = FrameMaker::create(parameters, cadence);
   if (!maker) {
     const bool isH264 = parameters.codec == kCMVideoCodecType_H264;
     failed(kVCIFailed, isH264 ? H264Encoder::whyNone(inText())
@@ -206,7 +207,7 @@ std::shared_ptr<PacedStream> SimulatedCamera::makeStream(FrameCallback callback)
                                       "Choose another format."});
     return nullptr;
   }
-  return std::make_shared<SimulatedPictureStream>(sharedUnit(), cadence, std::move(maker), std::move(callback));
+  return std::make_shared<SimulatedFrameStream>(sharedUnit(), cadence, std::move(maker), std::move(callback));
 }
 
 SimulatedMicrophone::SimulatedMicrophone(std::shared_ptr<SimulatedUnit> microphone,

@@ -22,7 +22,7 @@ class SimulatedDevice : public CaptureDevice {
   int32_t stop(uint32_t substream) override;
 
  protected:
-  /// The flow in the form that has been set; null when it cannot be made.
+  /// The stream in the format that has been set; null when it cannot be made.
   virtual std::shared_ptr<PacedStream> makeStream(FrameCallback callback) = 0;
   int32_t refuse(int32_t status) const;
   int32_t unplugged() const;

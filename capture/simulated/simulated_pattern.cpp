@@ -3,13 +3,13 @@
 #include <algorithm>
 #include <cstring>
 
-#include "capture/simulated/picture_look.h"
+#include "capture/simulated/image_filter.h"
 
 namespace vesk::capture {
 namespace {
 
 // The number's squares: two rows of sixteen, the most significant bit first. Below the number's 24
-// bits stand 8 that check them, so that no other picture is taken for a number.
+// bits stand 8 that check them, so that no other frame is taken for a number.
 constexpr int kSquaresAcross = 16;
 constexpr int kSquareRows = 2;
 constexpr uint32_t kCounterMask = 0xFFFFFF;
@@ -18,9 +18,9 @@ constexpr int kNoiseShare = 8;           // of the height
 constexpr uint32_t kNoisePlaces = 4096;  // from which a row of it may begin
 constexpr uint8_t kNoiseLow = 96, kNoiseRange = 64;
 constexpr int kMovingBarShare = 16;  // of the width
-constexpr int kMovePixels = 4;       // from picture to picture
+constexpr int kMovePixels = 4;       // from frame to frame
 
-/// The side of a square: whole macroblocks, larger in larger pictures.
+/// The side of a square: whole macroblocks, larger in larger frames.
 int squareSide(int width) {
   return 16 * std::max(1, width / 640);
 }
@@ -49,7 +49,7 @@ int meanLuma(const uint8_t* luma, size_t rowBytes, int step, int x, int y, int w
 
 }  // namespace
 
-SimulatedPattern::SimulatedPattern(PictureLayout layout, int width, int height)
+SimulatedPattern::SimulatedPattern(PatternLayout layout, int width, int height)
     : mLayout(layout), mWidth(width), mHeight(height), mBackground(makePlanes()) {
   paintBackground();
   makeNoise();
@@ -66,7 +66,7 @@ std::array<std::vector<uint8_t>, 3> SimulatedPattern::makePlanes() const {
 }
 
 size_t SimulatedPattern::bytesAcross(int plane) const {
-  if (mLayout == PictureLayout::kPacked422) return static_cast<size_t>(mWidth) * 2;
+  if (mLayout == PatternLayout::kPacked422) return static_cast<size_t>(mWidth) * 2;
   return static_cast<size_t>(plane == 0 ? mWidth : mWidth / 2);
 }
 
@@ -97,7 +97,7 @@ void SimulatedPattern::paintBackground() {
                                    {51, 109, 212},
                                    {28, 212, 120},
                                    {16, 128, 128}}};
-  const auto& bars = kBars[mLayout == PictureLayout::k420 && mHeight >= kFirstHighDefinitionLine];
+  const auto& bars = kBars[mLayout == PatternLayout::k420 && mHeight >= kFirstHighDefinitionLine];
   const int count = static_cast<int>(std::size(bars));
   const int barWidth = mWidth / count & ~1;
   for (int bar = 0; bar < count; ++bar) {
@@ -106,39 +106,39 @@ void SimulatedPattern::paintBackground() {
   }
 }
 
-void SimulatedPattern::paint(uint32_t counter, bool isFlash, const PictureLook& look, const PlaneMemory& picture) {
-  if (look == PictureLook{}) {
-    paintScene(counter, isFlash, picture);
+void SimulatedPattern::paint(uint32_t counter, bool isFlash, const ImageSettings& settings, const PlaneMemory& frame) {
+  if (settings == ImageSettings{}) {
+    paintScene(counter, isFlash, frame);
   } else {
     if (!mFilter) {
-      mFilter = std::make_unique<LookFilter>(mLayout, mWidth, mHeight);
+      mFilter = std::make_unique<ImageFilter>(mLayout, mWidth, mHeight);
       mScene = makePlanes();
     }
     paintScene(counter, isFlash, planesOf(mScene));
-    mFilter->apply(look, planesOf(mScene), picture);
+    mFilter->apply(settings, planesOf(mScene), frame);
   }
-  paintCounter(counter, picture);
+  paintCounter(counter, frame);
 }
 
-void SimulatedPattern::paintScene(uint32_t counter, bool isFlash, const PlaneMemory& picture) const {
+void SimulatedPattern::paintScene(uint32_t counter, bool isFlash, const PlaneMemory& frame) const {
   if (isFlash) {
-    fill({0, 0, mWidth, mHeight}, {kWhite, kNeutral, kNeutral}, picture);
+    fill({0, 0, mWidth, mHeight}, {kWhite, kNeutral, kNeutral}, frame);
   } else {
-    copyBackground(picture);
+    copyBackground(frame);
     const int barWidth = mWidth / kMovingBarShare & ~1;
     const auto places = static_cast<uint32_t>((mWidth - barWidth) / kMovePixels);
     const int x = static_cast<int>(counter % places) * kMovePixels;
-    fill({x, 0, barWidth, mHeight}, {200, kNeutral, kNeutral}, picture);
-    paintNoise(counter, picture);
+    fill({x, 0, barWidth, mHeight}, {200, kNeutral, kNeutral}, frame);
+    paintNoise(counter, frame);
   }
 }
 
-void SimulatedPattern::copyBackground(const PlaneMemory& picture) const {
+void SimulatedPattern::copyBackground(const PlaneMemory& frame) const {
   for (int number = 0; number < planeCount(); ++number) {
     const auto plane = static_cast<size_t>(number);
     const size_t bytes = bytesAcross(number);
     for (size_t row = 0; row < static_cast<size_t>(rowsOf(number)); ++row) {
-      std::memcpy(picture.bytes[plane] + row * picture.rowBytes[plane], &mBackground[plane][row * bytes], bytes);
+      std::memcpy(frame.bytes[plane] + row * frame.rowBytes[plane], &mBackground[plane][row * bytes], bytes);
     }
   }
 }
@@ -148,33 +148,33 @@ void SimulatedPattern::makeNoise() {
   uint32_t number = 0;
   for (size_t i = 0; i < mNoise.size(); ++i) {
     number = scramble(number);
-    const bool isColour = mLayout == PictureLayout::kPacked422 && i % 2 == 0;
+    const bool isColour = mLayout == PatternLayout::kPacked422 && i % 2 == 0;
     mNoise[i] = isColour ? kNeutral : static_cast<uint8_t>(kNoiseLow + number % kNoiseRange);
   }
 }
 
-/// Each row of each picture begins at another place of the noise, so that none predicts the next.
-void SimulatedPattern::paintNoise(uint32_t counter, const PlaneMemory& picture) const {
+/// Each row of each frame begins at another place of the noise, so that none predicts the next.
+void SimulatedPattern::paintNoise(uint32_t counter, const PlaneMemory& frame) const {
   uint32_t number = scramble(counter);
   for (int row = mHeight - mHeight / kNoiseShare; row < mHeight; ++row) {
     number = scramble(number);
     const size_t place = number % kNoisePlaces & ~size_t{1};
-    std::memcpy(picture.bytes[0] + static_cast<size_t>(row) * picture.rowBytes[0], &mNoise[place], bytesAcross(0));
+    std::memcpy(frame.bytes[0] + static_cast<size_t>(row) * frame.rowBytes[0], &mNoise[place], bytesAcross(0));
   }
 }
 
-void SimulatedPattern::paintCounter(uint32_t counter, const PlaneMemory& picture) const {
+void SimulatedPattern::paintCounter(uint32_t counter, const PlaneMemory& frame) const {
   const int side = squareSide(mWidth);
   const uint32_t bits = withCheck(counter & kCounterMask);
   for (int square = 0; square < kSquaresAcross * kSquareRows; ++square) {
     const uint8_t luma = bits >> (31 - square) & 1 ? kWhite : kBlack;
     fill({square % kSquaresAcross * side, square / kSquaresAcross * side, side, side}, {luma, kNeutral, kNeutral},
-         picture);
+         frame);
   }
 }
 
 SimulatedPattern::Colour SimulatedPattern::adapted(Colour colour) const {
-  if (mLayout != PictureLayout::k422Full) return colour;
+  if (mLayout != PatternLayout::k422Full) return colour;
   const auto widen = [](int value, int low, int range) {
     return static_cast<uint8_t>(std::clamp((value - low) * 255 / range, 0, 255));
   };
@@ -182,21 +182,21 @@ SimulatedPattern::Colour SimulatedPattern::adapted(Colour colour) const {
 }
 
 /// Fills a rectangle whose edges are even.
-void SimulatedPattern::fill(const Rectangle& where, Colour asked, const PlaneMemory& picture) const {
+void SimulatedPattern::fill(const Rectangle& where, Colour asked, const PlaneMemory& frame) const {
   const Colour colour = adapted(asked);
   const auto x = static_cast<size_t>(where.x), width = static_cast<size_t>(where.width);
   for (int row = where.y; row < where.y + where.height; ++row) {
-    uint8_t* const first = picture.bytes[0] + static_cast<size_t>(row) * picture.rowBytes[0];
-    if (mLayout == PictureLayout::kPacked422) {
+    uint8_t* const first = frame.bytes[0] + static_cast<size_t>(row) * frame.rowBytes[0];
+    if (mLayout == PatternLayout::kPacked422) {
       const uint8_t pair[] = {colour.cb, colour.y, colour.cr, colour.y};
       for (size_t at = x * 2; at < (x + width) * 2; at += sizeof pair) std::memcpy(first + at, pair, sizeof pair);
       continue;
     }
     std::memset(first + x, colour.y, width);
-    if (mLayout == PictureLayout::k420 && row % 2 != 0) continue;
-    const auto chromaRow = static_cast<size_t>(mLayout == PictureLayout::k420 ? row / 2 : row);
-    std::memset(picture.bytes[1] + chromaRow * picture.rowBytes[1] + x / 2, colour.cb, width / 2);
-    std::memset(picture.bytes[2] + chromaRow * picture.rowBytes[2] + x / 2, colour.cr, width / 2);
+    if (mLayout == PatternLayout::k420 && row % 2 != 0) continue;
+    const auto chromaRow = static_cast<size_t>(mLayout == PatternLayout::k420 ? row / 2 : row);
+    std::memset(frame.bytes[1] + chromaRow * frame.rowBytes[1] + x / 2, colour.cb, width / 2);
+    std::memset(frame.bytes[2] + chromaRow * frame.rowBytes[2] + x / 2, colour.cr, width / 2);
   }
 }
 

@@ -42,7 +42,7 @@ struct SimulatedPropertyRow {
   int32_t minimum;
   int32_t maximum;
   int32_t initial;
-  bool tellsRange;
+  bool reportsRange;
   Feature feature = Feature::kAll;
   Effect effect = Effect::kNone;
   std::optional<std::pair<const PropertySetIdentifier*, uint32_t>> automatic = std::nullopt;  ///< its mode
@@ -202,7 +202,7 @@ int32_t SimulatedProperties::get(uint32_t request, const PropertySetIdentifier& 
     std::copy_n(row->bytes.begin(), valueSize, value.begin());
     return kVCISuccess;
   }
-  if (isRange && !row->tellsRange) return kVCIFailed;
+  if (isRange && !row->reportsRange) return kVCIFailed;
   for (uint32_t i = 0; i < row->layout.count; ++i) {
     const int32_t numbers[] = {valueOf(*row)[i], row->initial, row->minimum, row->maximum};
     writeNumber(row->layout.type, numbers[request], value, i);
@@ -294,25 +294,25 @@ std::vector<uint32_t> SimulatedProperties::items(const PropertySetIdentifier& se
   return numbers;
 }
 
-PictureLook SimulatedProperties::look() {
+ImageSettings SimulatedProperties::imageSettings() {
   constexpr double kBrightestShare = 0.5;  // of the range, at the end of the scale
   constexpr double kWarmthOfKelvin = 0.00005;
   MutexLock lock(mMutex);
-  PictureLook look;
-  look.brightness = kBrightestShare * numberIn(kImageControlSet, kBrightness) / 64;
-  look.contrast = double{1} * numberIn(kImageControlSet, kContrast) / kNeutralContrast;
-  look.saturation = double{1} * numberIn(kImageControlSet, kSaturation) / kNeutralSaturation;
-  if (!isOn(kImageControlSet, kAutoHue)) look.hueDegrees = numberIn(kImageControlSet, kHue) / 100.0;
+  ImageSettings image;
+  image.brightness = kBrightestShare * numberIn(kImageControlSet, kBrightness) / 64;
+  image.contrast = double{1} * numberIn(kImageControlSet, kContrast) / kNeutralContrast;
+  image.saturation = double{1} * numberIn(kImageControlSet, kSaturation) / kNeutralSaturation;
+  if (!isOn(kImageControlSet, kAutoHue)) image.hueDegrees = numberIn(kImageControlSet, kHue) / 100.0;
   if (!isOn(kCameraControlSet, kAutoExposureMode))
-    look.gain = double{1} * numberIn(kCameraControlSet, kExposure) / kNeutralExposure;
+    image.gain = double{1} * numberIn(kCameraControlSet, kExposure) / kNeutralExposure;
   // White is what a light of that temperature shows as white: the same scene looks warmer for a bluer one.
   if (!isOn(kImageControlSet, kAutoWhiteBalance))
-    look.warmth = kWarmthOfKelvin * (numberIn(kImageControlSet, kWhiteBalance) - kNeutralWhite);
-  if (mModel.hasPosition) look.zoom = double{1} * numberIn(kCameraControlSet, kZoom) / kWidestZoom;
-  look.pan = mPan;
-  look.tilt = mTilt;
-  look.isMirrored = numberIn(kMirrorSet, kMirror) != 0;
-  return look;
+    image.warmth = kWarmthOfKelvin * (numberIn(kImageControlSet, kWhiteBalance) - kNeutralWhite);
+  if (mModel.hasPosition) image.zoom = double{1} * numberIn(kCameraControlSet, kZoom) / kWidestZoom;
+  image.pan = mPan;
+  image.tilt = mTilt;
+  image.isMirrored = numberIn(kMirrorSet, kMirror) != 0;
+  return image;
 }
 
 std::vector<HeadMove> SimulatedProperties::moves() {

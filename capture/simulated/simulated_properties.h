@@ -16,8 +16,8 @@ namespace vesk::capture {
 
 struct SimulatedPropertyRow;
 
-/// The controls of a simulated camera: what it has, what it takes, and what its pictures look like
-/// for it. An automatic mode that is on makes its control read-only. Values out of range are refused
+/// The controls of a simulated camera: what it has, what it accepts, and how they change
+/// its image. An automatic mode that is on makes its control read-only. Values out of range are refused
 /// and change nothing, but a head that is sent too far goes as far as it can.
 ///
 /// Statuses: 14 the camera does not have the property; 2 a value of the wrong size or out of range; 1
@@ -37,7 +37,7 @@ class SimulatedProperties {
   std::vector<PropertySetIdentifier> sets() VESK_EXCLUDES(mMutex);
   std::vector<uint32_t> items(const PropertySetIdentifier& set) VESK_EXCLUDES(mMutex);
 
-  PictureLook look() VESK_EXCLUDES(mMutex);
+  ImageSettings imageSettings() VESK_EXCLUDES(mMutex);
   /// The last moves of the head, the newest at the end.
   std::vector<HeadMove> moves() VESK_EXCLUDES(mMutex);
 

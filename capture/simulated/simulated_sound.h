@@ -36,7 +36,7 @@ class SimulatedSound {
   std::vector<int16_t> mBeep;
 };
 
-/// Makes the packets of a simulated microphone in the form that was asked for.
+/// Makes the packets of a simulated microphone in the format that was asked for.
 class PacketMaker {
  public:
   virtual ~PacketMaker() = default;

@@ -91,7 +91,7 @@ bool SimulatedSource::plugIn(const DeviceDescription& description) {
     const auto unit = makeUnit(description);
     if (const std::string file = placeOfSettings(*unit); !file.empty()) keepSettings(*unit, file);
     mUnits.push_back(unit);
-    tell(description, true);
+    announce(description, true);
   }
   return true;
 }
@@ -102,7 +102,7 @@ bool SimulatedSource::plugIn(const std::string& path) {
   return false;
 }
 
-bool SimulatedSource::plugOut(const std::string& path) {
+bool SimulatedSource::unplug(const std::string& path) {
   std::shared_ptr<SimulatedUnit> unit;
   {
     MutexLock lock(mMutex);
@@ -110,13 +110,13 @@ bool SimulatedSource::plugOut(const std::string& path) {
     if (!unit) return false;
     std::erase(mUnits, unit);
     unit->detach();
-    tell(unit->description(), false);
+    announce(unit->description(), false);
   }
   return true;
 }
 
 /// On the queue, which may outlive the source; in the order in which the devices come and go.
-void SimulatedSource::tell(const DeviceDescription& description, bool arrived) {
+void SimulatedSource::announce(const DeviceDescription& description, bool arrived) {
   mEvents->async([slot = mHotplug, listing = mListing, description, arrived] {
     {
       MutexLock lock(listing->mutex);

@@ -6,7 +6,6 @@
 
 #include <vesk/capture_host.h>
 #include <vesk/capture_source.h>
-#include "capture/simulated/simulated_faults.h"
 #include "capture/simulated/simulated_model.h"
 #include "capture/sources/hotplug_caller.h"
 #include "platform/foundation/mutex.h"
@@ -21,7 +20,7 @@ class PacedScheduler;
 class SimulatedCommands;
 class SimulatedUnit;
 
-/// Cameras and microphones that need no hardware and behave the same every time: numbered pictures
+/// Cameras and microphones that need no hardware and behave the same every time: numbered frames
 /// with a flash on every whole second, and a beep at the same instant. Two cameras (one with all
 /// formats and sizes, one plain) and two microphones (stereo, mono) are plugged in at first. What
 /// can go wrong with devices goes wrong on command. Cameras forget what their controls were set to
@@ -44,15 +43,15 @@ class SimulatedSource : public CaptureSource {
   std::unique_ptr<CaptureDevice> open(DeviceKind kind, const std::string& path) override;
 
   /// Plugs a device in, after those that are there: one of the four that was unplugged, or one
-  /// more of the full model of its kind. It can be opened at once, and is listed as soon as the handler is told.
+  /// more of the full model of its kind. It can be opened at once, and is listed as soon as the handler is called.
   /// False when its path is taken or empty.
   bool plugIn(const DeviceDescription& description);
   /// Plugs one of the four in again, with its controls at their defaults.
   bool plugIn(const std::string& path);
-  /// Pulls a device out: what captures from it gets nothing more, starts fail, and it leaves the list as soon as
-  /// the handler is told. False when it is not there.
-  bool plugOut(const std::string& path);
-  /// Waits until the handler has been told of everything so far. Not from inside the handler.
+  /// Unplugs a device: what captures from it gets nothing more, starts fail, and it leaves the list as soon as
+  /// the handler is called. False when it is not there.
+  bool unplug(const std::string& path);
+  /// Waits until the handler has been called for everything so far. Not from inside the handler.
   void waitForHotplug();
 
   /// What goes wrong with a device from now on, until it is unplugged. False when it is not there.
@@ -68,11 +67,11 @@ class SimulatedSource : public CaptureSource {
  private:
   std::shared_ptr<SimulatedUnit> find(const std::string& path) VESK_EXCLUDES(mMutex);
   std::shared_ptr<SimulatedUnit> findUnit(const std::string& path) const VESK_REQUIRES(mMutex);
-  void tell(const DeviceDescription& description, bool arrived);
+  void announce(const DeviceDescription& description, bool arrived);
   void recallSettings();
   static void keepSettings(SimulatedUnit& unit, const std::string& file);
 
-  /// What is listed: each change comes into it just before it is told, so that whoever compares lists finds one.
+  /// What is listed: each change comes into it just before it is announced, so that whoever compares lists finds one.
   struct Listing {
     Mutex mutex;
     std::vector<DeviceDescription> devices VESK_GUARDED_BY(mutex);
@@ -83,7 +82,7 @@ class SimulatedSource : public CaptureSource {
   const std::shared_ptr<Listing> mListing = std::make_shared<Listing>();
   Mutex mMutex;
   std::vector<std::shared_ptr<SimulatedUnit>> mUnits VESK_GUARDED_BY(mMutex);
-  std::shared_ptr<DispatchQueue> mEvents;        // tells of arrivals and departures
+  std::shared_ptr<DispatchQueue> mEvents;        // arrivals and departures
   std::unique_ptr<SimulatedCommands> mCommands;  // uses all of the above
 };
 

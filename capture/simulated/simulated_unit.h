@@ -7,15 +7,15 @@
 #include <utility>
 
 #include <vesk/capture_source.h>
-#include "capture/simulated/simulated_faults.h"
+#include "capture/simulated/simulated_model.h"
 #include "capture/simulated/simulated_properties.h"
 #include "capture/simulated/simulated_sound.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk::capture {
 
-/// A simulated camera or microphone as it stands on the desk: what its open handles share. Plugged
-/// out it is gone for good; plugged in again it is a new one.
+/// A simulated camera or microphone as it stands on the desk: what its open handles share. Unplugged
+/// it is gone for good; plugged in again it is a new one.
 ///
 /// Threads: every operation from any thread.
 class SimulatedUnit {

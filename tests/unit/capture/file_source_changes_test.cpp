@@ -41,11 +41,11 @@ TEST(FootageChanges, StreamsThatKeepToOneSetOfEachKindStandAsTheyAre) {
     for (const char* part : row.parts) content += contentOf(dataPath(part));
     write(path, content);
     const auto footage = footageAt(path);
-    ASSERT_TRUE(footage && footage->pictures);
-    EXPECT_EQ(footage->pictures->codecs(), row.codecs);
-    EXPECT_EQ(footage->pictures->width, 176) << "the first picture's";
-    EXPECT_EQ(footage->pictures->height, 144);
-    const auto reader = pictureReader(*footage, row.codecs.front());
+    ASSERT_TRUE(footage && footage->video);
+    EXPECT_EQ(footage->video->codecs(), row.codecs);
+    EXPECT_EQ(footage->video->width, 176) << "the first picture's";
+    EXPECT_EQ(footage->video->height, 144);
+    const auto reader = videoReader(*footage, row.codecs.front());
     EXPECT_EQ(unitsFrom(*reader).size(), row.pictures);
     EXPECT_EQ(reader->damage(), "");
   }
@@ -56,7 +56,7 @@ TEST(FootageChanges, PicturesOfAnotherSizeAreScaledToFit) {
   const std::string path = folder.file("joined.264");
   write(path, contentOf(dataPath("MIDR_MW_D.264")) + contentOf(dataPath("street-640x480-slices.h264")));
   const auto footage = footageAt(path);
-  const auto units = unitsFrom(*pictureReader(*footage, kCMPixelFormat_422YpCbCr8));
+  const auto units = unitsFrom(*videoReader(*footage, kCMPixelFormat_422YpCbCr8));
   ASSERT_EQ(units.size(), 190u);
   const auto row = [&](size_t number) {
     const auto begin = units.back().bytes.begin() + static_cast<ptrdiff_t>(number * 352);
@@ -82,7 +82,7 @@ TEST(FootageChanges, MotionJPEGOfTwoSizesIsOfferedDecoded) {
   };
   const std::string path = folder.file("joined.mjpeg");
   write(path, joined());
-  EXPECT_EQ(footageAt(path)->pictures->codecs(),
+  EXPECT_EQ(footageAt(path)->video->codecs(),
             (std::vector<uint32_t>{kCMVideoCodecType_MotionJPEG, kCMPixelFormat_422YpCbCr8}));
 
   // The last picture loses its lower half.
@@ -97,8 +97,8 @@ TEST(FootageChanges, MotionJPEGOfTwoSizesIsOfferedDecoded) {
     ASSERT_FALSE(jpegSize(std::span(packets[5]).first(length))) << length;
   write(path, joined());
   const auto footage = footageAt(path);
-  EXPECT_EQ(footage->pictures->codecs(), (std::vector<uint32_t>{kCMPixelFormat_422YpCbCr8}));
-  EXPECT_EQ(unitsFrom(*pictureReader(*footage, kCMPixelFormat_422YpCbCr8)).size(), 6u);
+  EXPECT_EQ(footage->video->codecs(), (std::vector<uint32_t>{kCMPixelFormat_422YpCbCr8}));
+  EXPECT_EQ(unitsFrom(*videoReader(*footage, kCMPixelFormat_422YpCbCr8)).size(), 6u);
 }
 
 }  // namespace

@@ -83,24 +83,24 @@ void expectAsInFile(const std::vector<Unit>& units, const std::vector<Bytes>& pa
 }
 
 /// Raw pictures have no container that libav could open by itself: the file is what they are.
-Original rawPictures(const std::string& path, size_t pictureBytes) {
+Original rawPictures(const std::string& path, size_t frameBytes) {
   const std::string content = vesk::test::contentOf(path);
   Original original;
-  for (size_t at = 0; at + pictureBytes <= content.size(); at += pictureBytes) {
-    original.packets.emplace_back(content.begin() + at, content.begin() + at + pictureBytes);
+  for (size_t at = 0; at + frameBytes <= content.size(); at += frameBytes) {
+    original.packets.emplace_back(content.begin() + at, content.begin() + at + frameBytes);
     original.pictures.push_back(at);
   }
   return original;
 }
 
 void checkPictures(const Clip& clip, const Footage& footage) {
-  const PictureTrack& track = *footage.pictures;
+  const VideoTrack& track = *footage.video;
   const bool isRaw = std::filesystem::path(clip.path).extension() == ".uyvy";
   const Original original = isRaw ? rawPictures(clip.path, size_t{2} * track.width * track.height)
                                   : readOriginal(clip.path, AVMEDIA_TYPE_VIDEO);
   for (const uint32_t codec : track.codecs()) {
     SCOPED_TRACE(fourCharString(codec));
-    const auto reader = pictureReader(footage, codec);
+    const auto reader = videoReader(footage, codec);
     ASSERT_TRUE(reader);
     const auto units = unitsFrom(*reader);
     EXPECT_EQ(reader->damage(), "");
@@ -114,7 +114,7 @@ void checkPictures(const Clip& clip, const Footage& footage) {
     if (codec == kCMVideoCodecType_H264) {
       expectAccessUnits(units);
       EXPECT_EQ(decodeUnits(units, AV_CODEC_ID_H264), original.pictures);
-    } else if (codec == kCMVideoCodecType_MotionJPEG || track.form == PictureCoding::kPacked422) {
+    } else if (codec == kCMVideoCodecType_MotionJPEG || track.coding == VideoCoding::kPacked422) {
       expectAsInFile(units, original.packets);
     } else {
       for (const Unit& unit : units) ASSERT_EQ(unit.bytes.size(), size_t{2} * track.decodedWidth() * track.height);
@@ -125,7 +125,7 @@ void checkPictures(const Clip& clip, const Footage& footage) {
 void checkSound(const Clip& clip, const Footage& footage) {
   const Original original = readOriginal(clip.path, AVMEDIA_TYPE_AUDIO);
   const SoundTrack& track = *footage.sound;
-  const uint16_t code = track.form == SoundForm::kAAC ? kWaveFormatAAC : kWaveFormatLinearPCM;
+  const uint16_t code = track.coding == SoundCoding::kAAC ? kWaveFormatAAC : kWaveFormatLinearPCM;
   const auto reader = soundReader(footage, code);
   ASSERT_TRUE(reader);
   auto units = unitsFrom(*reader);
@@ -133,7 +133,7 @@ void checkSound(const Clip& clip, const Footage& footage) {
   std::cout << "  " << (code == kWaveFormatAAC ? "aac " : "pcm ") << track.samplesPerSecond << " x " << track.channels
             << ": " << units.size() << " packets\n";
   expectRisingTimes(units);
-  if (track.form == SoundForm::kPCM) {
+  if (track.coding == SoundCoding::kPCM) {
     Bytes delivered;
     Bytes inFile;
     for (const Unit& unit : units) delivered.insert(delivered.end(), unit.bytes.begin(), unit.bytes.end());
@@ -146,7 +146,7 @@ void checkSound(const Clip& clip, const Footage& footage) {
       const Bytes& packet = original.packets[at];
       ASSERT_EQ(units[at].bytes, Bytes(packet.begin() + 7, packet.end())) << "packet " << at;
     }
-  } else if (track.form == SoundForm::kAAC) {
+  } else if (track.coding == SoundCoding::kAAC) {
     expectAsInFile(units, original.packets);
   }
 }
@@ -158,7 +158,7 @@ TEST_P(EveryClip, IsDeliveredWholeAndUnchanged) {
   const auto footage = Footage::open(GetParam().path, false, error);
   ASSERT_TRUE(footage) << error.what;
   std::cout << std::filesystem::path(GetParam().path).filename().string() << "\n";
-  if (footage->pictures) checkPictures(GetParam(), *footage);
+  if (footage->video) checkPictures(GetParam(), *footage);
   if (footage->sound) checkSound(GetParam(), *footage);
 }
 

@@ -245,15 +245,15 @@ size_t playAll(const std::string& path) {
     return 0;
   }
   size_t count = 0;
-  if (footage->pictures) {
-    for (const uint32_t codec : footage->pictures->codecs()) {
-      const auto reader = pictureReader(*footage, codec);
+  if (footage->video) {
+    for (const uint32_t codec : footage->video->codecs()) {
+      const auto reader = videoReader(*footage, codec);
       if (reader) count += unitsFrom(*reader).size() + unitsFrom(*reader, 500000).size();
     }
   }
   if (footage->sound) {
     for (const uint16_t code : {kWaveFormatAAC, kWaveFormatLinearPCM}) {
-      if (code == kWaveFormatAAC && footage->sound->form != SoundForm::kAAC) continue;
+      if (code == kWaveFormatAAC && footage->sound->coding != SoundCoding::kAAC) continue;
       const auto reader = soundReader(*footage, code);
       if (reader) count += unitsFrom(*reader).size() + unitsFrom(*reader, 500000).size();
     }

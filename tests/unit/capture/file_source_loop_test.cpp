@@ -49,16 +49,16 @@ TEST(FileLoop, ALoopGoesOnWithoutAGapAndWithTheSameFootage) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.clip);
     const auto footage = footageAt(dataPath(row.clip), true);
-    const int64_t length = footage->pictures->end;
-    EXPECT_NEAR(static_cast<double>(length), static_cast<double>(row.units) * footage->pictures->interval / 10, 40);
+    const int64_t length = footage->video->end;
+    EXPECT_NEAR(static_cast<double>(length), static_cast<double>(row.units) * footage->video->interval / 10, 40);
     const Loop loop{0, length};
-    const auto units = played(pictureReader(*footage, row.codec), loop, 3 * row.units + 1);
+    const auto units = played(videoReader(*footage, row.codec), loop, 3 * row.units + 1);
     ASSERT_EQ(units.size(), 3 * row.units + 1);
     for (size_t at = row.units; at < units.size(); ++at) {
       ASSERT_EQ(units[at].time, units[at - row.units].time + length) << at;
       ASSERT_EQ(units[at].bytes, units[at - row.units].bytes) << at;
     }
-    const auto late = played(pictureReader(*footage, row.codec), loop, 1, 2 * length);
+    const auto late = played(videoReader(*footage, row.codec), loop, 1, 2 * length);
     ASSERT_EQ(late.size(), 1u);
     EXPECT_EQ(late.front().time, 2 * length);
   }

@@ -84,17 +84,17 @@ inline void copyMovie(const std::string& from, const std::string& to, int64_t sh
   avformat_close_input(&in);
 }
 
-inline std::unique_ptr<UnitReader> pictureReader(const Footage& footage, uint32_t codec) {
+inline std::unique_ptr<UnitReader> videoReader(const Footage& footage, uint32_t codec) {
   std::string error;
-  auto reader = TrackReader::open(footage.pictures->choice, error);
-  return reader ? pictureUnits(*footage.pictures, codec, std::move(reader), error) : nullptr;
+  auto reader = TrackReader::open(footage.video->choice, error);
+  return reader ? videoFrames(*footage.video, codec, std::move(reader), error) : nullptr;
 }
 
 inline std::unique_ptr<UnitReader> soundReader(const Footage& footage, uint16_t formatCode,
                                                const std::optional<Loop>& loop = std::nullopt) {
   std::string error;
   auto reader = TrackReader::open(footage.sound->choice, error);
-  return reader ? soundUnits(*footage.sound, formatCode, std::move(reader), error, loop) : nullptr;
+  return reader ? soundPackets(*footage.sound, formatCode, std::move(reader), error, loop) : nullptr;
 }
 
 /// A file as libav reads it by itself, without anything of ours.
@@ -106,11 +106,11 @@ struct Original {
 /// A number that stands for what a picture shows.
 inline uint64_t hashOf(const AVFrame& frame) {
   uint64_t hash = 1469598103934665603u;
-  const AVPixFmtDescriptor* form = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format));
+  const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format));
   for (int plane = 0; plane < av_pix_fmt_count_planes(static_cast<AVPixelFormat>(frame.format)); ++plane) {
     const bool isChroma = plane > 0;
-    const int rows = isChroma ? AV_CEIL_RSHIFT(frame.height, form->log2_chroma_h) : frame.height;
-    const int columns = isChroma ? AV_CEIL_RSHIFT(frame.width, form->log2_chroma_w) : frame.width;
+    const int rows = isChroma ? AV_CEIL_RSHIFT(frame.height, format->log2_chroma_h) : frame.height;
+    const int columns = isChroma ? AV_CEIL_RSHIFT(frame.width, format->log2_chroma_w) : frame.width;
     for (int row = 0; row < rows; ++row) {
       const uint8_t* line = frame.data[plane] + static_cast<ptrdiff_t>(frame.linesize[plane]) * row;
       for (int column = 0; column < columns; ++column) hash = (hash ^ line[column]) * 1099511628211u;

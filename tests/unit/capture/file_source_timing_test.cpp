@@ -14,7 +14,7 @@ constexpr int64_t kAacPacket44100 = 23220;  // 1024 frames in microseconds
 
 TEST(FileTiming, SoundThatBeginsLaterStaysLater) {
   const auto footage = footageAt(dataPath("street.mov"));
-  EXPECT_EQ(unitsFrom(*pictureReader(*footage, kCMVideoCodecType_H264)).front().time, 0);
+  EXPECT_EQ(unitsFrom(*videoReader(*footage, kCMVideoCodecType_H264)).front().time, 0);
   const auto sound = unitsFrom(*soundReader(*footage, kWaveFormatLinearPCM));
   EXPECT_EQ(sound.front().time, 400000);
   EXPECT_EQ(sound[1].time, 464000);
@@ -22,8 +22,8 @@ TEST(FileTiming, SoundThatBeginsLaterStaysLater) {
 
 TEST(FileTiming, DecodedPicturesComeInTheOrderOfPresentation) {
   const auto footage = footageAt(dataPath("street-reordered.mp4"));
-  EXPECT_EQ(footage->pictures->codecs(), (std::vector<uint32_t>{kCMPixelFormat_422YpCbCr8}));
-  const auto units = unitsFrom(*pictureReader(*footage, kCMPixelFormat_422YpCbCr8));
+  EXPECT_EQ(footage->video->codecs(), (std::vector<uint32_t>{kCMPixelFormat_422YpCbCr8}));
+  const auto units = unitsFrom(*videoReader(*footage, kCMPixelFormat_422YpCbCr8));
   ASSERT_EQ(units.size(), 36u);
   for (size_t at = 0; at < units.size(); ++at) {
     EXPECT_NEAR(static_cast<double>(units[at].time), static_cast<double>(at) * 1e6 / 30, 2);
@@ -65,7 +65,7 @@ TEST(FileTiming, StampsAACSoThatItIsHeardWhereTheOriginalLetsItBeHeard) {
     EXPECT_EQ(units[row.silent].bytes, packets[row.leftOut]);
     // The copy's edit lists are rounded to milliseconds.
     EXPECT_NEAR(static_cast<double>(units[row.silent].time), static_cast<double>(row.firstStamp), 600);
-    EXPECT_EQ(unitsFrom(*pictureReader(*footage, kCMVideoCodecType_H264)).front().time, 0);
+    EXPECT_EQ(unitsFrom(*videoReader(*footage, kCMVideoCodecType_H264)).front().time, 0);
   }
 }
 
@@ -80,8 +80,8 @@ TEST(FileTiming, DecodedAACHasNoPriming) {
 
 TEST(FileTiming, ALateJoinerBeginsAtTheNextKeyPictureAndAtTheNextSound) {
   const auto clip = footageAt(dataPath("MIDR_MW_D.264"));
-  const auto all = unitsFrom(*pictureReader(*clip, kCMVideoCodecType_H264));
-  const auto late = unitsFrom(*pictureReader(*clip, kCMVideoCodecType_H264), 500000);
+  const auto all = unitsFrom(*videoReader(*clip, kCMVideoCodecType_H264));
+  const auto late = unitsFrom(*videoReader(*clip, kCMVideoCodecType_H264), 500000);
   ASSERT_FALSE(late.empty());
   EXPECT_GE(late.front().time, 500000);
   const auto nals = nalsOf(late.front().bytes);
@@ -93,8 +93,8 @@ TEST(FileTiming, ALateJoinerBeginsAtTheNextKeyPictureAndAtTheNextSound) {
   const auto movie = footageAt(dataPath("street.mov"));
   EXPECT_EQ(unitsFrom(*soundReader(*movie, kWaveFormatLinearPCM), 2000000).front().time, 2000000);
   EXPECT_EQ(unitsFrom(*soundReader(*movie, kWaveFormatLinearPCM), 100000).front().time, 400000);
-  EXPECT_EQ(unitsFrom(*pictureReader(*movie, kCMVideoCodecType_H264), 100000).front().time, 4000000);
-  EXPECT_EQ(unitsFrom(*pictureReader(*movie, kCMPixelFormat_422YpCbCr8), 100000).front().time, 133333);
+  EXPECT_EQ(unitsFrom(*videoReader(*movie, kCMVideoCodecType_H264), 100000).front().time, 4000000);
+  EXPECT_EQ(unitsFrom(*videoReader(*movie, kCMPixelFormat_422YpCbCr8), 100000).front().time, 133333);
 }
 
 }  // namespace

@@ -111,7 +111,7 @@ struct Form {
   int32_t width, height;
   uint32_t bitRate;
 };
-const Form kForms[] = {
+const Form kDemuxers[] = {
     {"small H.264", kCMVideoCodecType_H264, 320, 240, 512000},
     {"cropped H.264", kCMVideoCodecType_H264, 640, 360, 819200},
     {"starved H.264", kCMVideoCodecType_H264, 640, 480, 60000},
@@ -123,7 +123,7 @@ const Form kForms[] = {
 };
 
 TEST(SimulatedPictures, CarryTheirNumberAndFlashOnEachSecondThroughEveryCodec) {
-  for (const Form& form : kForms) {
+  for (const Form& form : kDemuxers) {
     SCOPED_TRACE(form.label);
     Capture capture;
     capture.open(VideoParameters{form.codec, form.width, form.height, 333333, 10000000, form.bitRate});
@@ -194,10 +194,10 @@ TEST(SimulatedPictures, NumbersAreNotReadFromOtherPictures) {
 }
 
 TEST(Cadence, TakesRoundedIntervalsForWholeRates) {
-  const auto thirty = Cadence::ofPictures(333333, 10000000);
+  const auto thirty = Cadence::ofFrames(333333, 10000000);
   EXPECT_EQ(thirty.timeOf(30 * 3600 * 24), int64_t{3600} * 24 * 1'000'000);
-  EXPECT_EQ(Cadence::ofPictures(1333333, 10000000).timeOf(15), 2'000'000) << "7.5 a second";
-  EXPECT_EQ(Cadence::ofPictures(333667, 10000000).timeOf(30000), 1'001'001'000) << "not 30";
+  EXPECT_EQ(Cadence::ofFrames(1333333, 10000000).timeOf(15), 2'000'000) << "7.5 a second";
+  EXPECT_EQ(Cadence::ofFrames(333667, 10000000).timeOf(30000), 1'001'001'000) << "not 30";
   for (const int64_t time : {0, 1, 33333, 33334, 999'999, 1'000'000, 1'000'001}) {
     const int64_t number = thirty.firstFrom(time);
     EXPECT_GE(thirty.timeOf(number), time);

@@ -372,7 +372,7 @@ TEST_F(SimulatedProperty, FaultsAndDepartureReachProperties) {
   EXPECT_EQ(set(kImageControlSet, kBrightness, little(1, 2)), 5);
   EXPECT_TRUE(source.setFaults(SimulatedSource::kCameraPath, {}));
   EXPECT_EQ(get(kImageControlSet, kBrightness, 2), 0);
-  EXPECT_TRUE(source.plugOut(SimulatedSource::kCameraPath));
+  EXPECT_TRUE(source.unplug(SimulatedSource::kCameraPath));
   EXPECT_EQ(get(kImageControlSet, kBrightness, 2), -1000 - kVCIFailed);
 }
 

@@ -210,8 +210,8 @@ TEST_F(SimulatedSourceTest, ComesAndGoes) {
   running->start(0, collect(packets));
   packets.waitFor(1);
   const DeviceDescription description = source.devices(DeviceKind::kVideo)[1];
-  EXPECT_TRUE(source.plugOut(path));
-  EXPECT_FALSE(source.plugOut(path));
+  EXPECT_TRUE(source.unplug(path));
+  EXPECT_FALSE(source.unplug(path));
   source.waitForHotplug();
   EXPECT_EQ(source.open(DeviceKind::kVideo, path), nullptr);
   EXPECT_EQ(running->stop(0), 0);
@@ -224,7 +224,7 @@ TEST_F(SimulatedSourceTest, ComesAndGoes) {
   EXPECT_EQ(events.items(), (std::vector<Event>{{DeviceKind::kVideo, false, 1}, {DeviceKind::kVideo, true, 2}}));
 
   source.setHotplugHandler({});
-  source.plugOut(path);
+  source.unplug(path);
   source.waitForHotplug();
   EXPECT_EQ(events.items().size(), 2u);
 }
@@ -238,7 +238,7 @@ TEST_F(SimulatedSourceTest, DevicesThatComeAtOnceAreListedOneByOne) {
     cameras.add(source.devices(DeviceKind::kVideo).size());
   });
   for (const char* path : {SimulatedSource::kCameraPath, SimulatedSource::kPlainCameraPath})
-    EXPECT_TRUE(source.plugOut(path));
+    EXPECT_TRUE(source.unplug(path));
   for (const char* path : {SimulatedSource::kPlainCameraPath, SimulatedSource::kCameraPath})
     EXPECT_TRUE(source.plugIn(path));
   EXPECT_NE(source.open(DeviceKind::kVideo, SimulatedSource::kCameraPath), nullptr);

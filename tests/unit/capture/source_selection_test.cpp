@@ -122,8 +122,8 @@ TEST(CombinedSource, ListsAndWatchesAllAndOpensTheFirstOfEqualPaths) {
 
   std::atomic<int> told = 0;
   both.setHotplugHandler([&](DeviceKind, bool) { ++told; });
-  first->plugOut(SimulatedSource::kCameraPath);
-  second->plugOut("extra");
+  first->unplug(SimulatedSource::kCameraPath);
+  second->unplug("extra");
   first->waitForHotplug();
   second->waitForHotplug();
   EXPECT_EQ(told, 2);

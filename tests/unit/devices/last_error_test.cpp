@@ -228,7 +228,7 @@ TEST_F(LastErrorTest, OfSimulatedDevicesIsWhatTheyAreToldToFailWith) {
   camera->setAutoExposure(1);
   camera->setExposureCur(100);
   expectError(camera->lastError(), {Cause::kRefused, "does not let this control be set", "automatic mode"}, "ruled");
-  source->plugOut(path);
+  source->unplug(path);
   EXPECT_EQ(camera->startCapture(), kVeskStatusFailed);
   expectError(camera->lastError(), {Cause::kUnplugged, "was unplugged", "Plug it in again."}, "out");
 }
@@ -248,7 +248,7 @@ TEST_F(LastErrorTest, OfAMeterSaysWhyNoLevelComes) {
   EXPECT_EQ(microphone->startVUMeter(), 0);
   EXPECT_FALSE(microphone->lastError());
   microphone->stopVUMeter();
-  source->plugOut(path);
+  source->unplug(path);
   EXPECT_EQ(microphone->startVUMeter(), 0);
   expectError(microphone->lastError(), {Cause::kUnplugged, "is not there any more", "Plug it in again."}, "out");
   microphone->stopVUMeter();

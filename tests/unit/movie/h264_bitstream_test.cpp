@@ -4,8 +4,7 @@
 
 #include <random>
 
-#include "movie/h264_header_info.h"
-#include "movie/h264_parser.h"
+#include "movie/h264_units.h"
 #include "tests/unit/movie/movie_test_support.h"
 
 namespace vesk {

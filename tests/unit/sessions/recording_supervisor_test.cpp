@@ -96,7 +96,7 @@ struct SupervisorTest : test::RecordingTest {
     }).join();
   }
 
-  void plugOut(capture::DeviceKind kind, const std::string& path) {
+  void unplug(capture::DeviceKind kind, const std::string& path) {
     source->detach(path);
     source->announce(kind, false);
   }
@@ -244,7 +244,7 @@ TEST_F(SupervisorTest, TwoRecordingsOfOneHostKeepApart) {
 TEST_F(SupervisorTest, AMicrophoneThatReturnsIsHeardInTheSameMovie) {
   supervisor->start(settingsFor("lesson.mov"));
   film(30);
-  plugOut(capture::DeviceKind::kAudio, "/mic");
+  unplug(capture::DeviceKind::kAudio, "/mic");
   EXPECT_EQ(next(Kind::kMicrophoneRemoved).device->path(), "/mic");
   film(15, false);
   EXPECT_TRUE(supervisor->progress().isSoundMissing);
@@ -274,8 +274,8 @@ TEST_F(SupervisorTest, AMicrophoneThatReturnsIsHeardInTheSameMovie) {
 TEST_F(SupervisorTest, ACameraThatGoesEndsTheMovieWhole) {
   supervisor->start(settingsFor("lesson.mov"));
   film(10);
-  plugOut(capture::DeviceKind::kAudio, "/mic");  // as the two of one USB device go
-  plugOut(capture::DeviceKind::kVideo, "/cam");
+  unplug(capture::DeviceKind::kAudio, "/mic");  // as the two of one USB device go
+  unplug(capture::DeviceKind::kVideo, "/cam");
   const Error error = next(Kind::kEnded).error;
   EXPECT_EQ(error.cause, Cause::kUnplugged);
   EXPECT_NE(error.remedy.find(movies.file("lesson.mov")), std::string::npos);
@@ -288,7 +288,7 @@ TEST_F(SupervisorTest, ACameraThatGoesEndsTheMovieWhole) {
 TEST_F(SupervisorTest, ACameraThatReturnsGoesOnInTheNextMovie) {
   movies.write("lesson.mov", "old");
   movies.write("lesson-2.mov", "precious");
-  plugOut(capture::DeviceKind::kVideo, "/cam");
+  unplug(capture::DeviceKind::kVideo, "/cam");
   RecordingSettings settings = settingsFor("lesson.mov");
   settings.waitsForCamera = true;
   settings.replacesFile = true;
@@ -305,7 +305,7 @@ TEST_F(SupervisorTest, ACameraThatReturnsGoesOnInTheNextMovie) {
     now += seconds(3);
     EXPECT_EQ(next(Kind::kStarted).file, movies.file(name));
     film(10);
-    plugOut(capture::DeviceKind::kVideo, "/cam");
+    unplug(capture::DeviceKind::kVideo, "/cam");
     EXPECT_EQ(next(Kind::kMovieFinished).movie->file, movies.file(name));
   }
   next(Kind::kWaiting);
@@ -318,7 +318,7 @@ TEST_F(SupervisorTest, ACameraThatReturnsGoesOnInTheNextMovie) {
 
 TEST_F(SupervisorTest, ACameraThatHasJustComeMayRefuseAFewTimes) {
   for (const int refusals : {3, 100}) {
-    plugOut(capture::DeviceKind::kVideo, "/cam");
+    unplug(capture::DeviceKind::kVideo, "/cam");
     RecordingSettings settings = settingsFor("lesson.mov");
     settings.waitsForCamera = true;
     settings.withSound = false;
@@ -366,7 +366,7 @@ TEST_F(SupervisorTest, WhatTheHostThrowsWhileItWaitsEndsTheRecording) {
 }
 
 TEST_F(SupervisorTest, ACameraThatGoesBeforeItsMicrophoneComesIsWaitedForAgain) {
-  plugOut(capture::DeviceKind::kVideo, "/cam");
+  unplug(capture::DeviceKind::kVideo, "/cam");
   RecordingSettings settings = settingsFor("lesson.mov");
   settings.waitsForCamera = true;
   settings.findMicrophone = [] { return infoOf("/own"); };  // which does not come
@@ -374,7 +374,7 @@ TEST_F(SupervisorTest, ACameraThatGoesBeforeItsMicrophoneComesIsWaitedForAgain) 
   next(Kind::kWaiting);
   plugCameraIn();
   serveUntil([&] { return fakeCamera->opened == 1; });
-  plugOut(capture::DeviceKind::kVideo, "/cam");
+  unplug(capture::DeviceKind::kVideo, "/cam");
   next(Kind::kWaiting);
   EXPECT_EQ(fakeCamera->closed, 1);
   plugCameraIn();
@@ -396,7 +396,7 @@ TEST_F(SupervisorTest, TheDurationIsThatOfAllMovies) {
   settings.duration = 2;
   supervisor->start(settings);
   film(30, false);
-  plugOut(capture::DeviceKind::kVideo, "/cam");
+  unplug(capture::DeviceKind::kVideo, "/cam");
   next(Kind::kWaiting);
   plugCameraIn();
   next(Kind::kStarted);
@@ -523,7 +523,7 @@ TEST_F(SupervisorTest, TheHostMayLetEverythingGoInAnyEvent) {
         supervisor->stop();
       EXPECT_EQ(isThere(movies.file("lesson.mov")), row.letsEverythingGo) << "in its place at once";
     };
-    if (row.kind == Kind::kMicrophoneRemoved) plugOut(capture::DeviceKind::kAudio, "/mic");
+    if (row.kind == Kind::kMicrophoneRemoved) unplug(capture::DeviceKind::kAudio, "/mic");
     if (row.kind == Kind::kMovieFinished || row.kind == Kind::kEnded) supervisor->stop();
     EXPECT_TRUE(serveUntil([&] { return row.letsEverythingGo ? !supervisor : !supervisor->isActive(); }));
     act = {};

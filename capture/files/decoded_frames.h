@@ -9,11 +9,11 @@
 
 namespace vesk::capture {
 
-/// Any footage that can be decoded, as packed 4:2:2 pictures of one size: that of the first. Others are scaled
+/// Any footage that can be decoded, as packed 4:2:2 frames of one size: that of the first. Others are scaled
 /// to fit into it, in the middle of black.
-class DecodedPictures : public UnitReader {
+class DecodedFrames : public UnitReader {
  public:
-  DecodedPictures(std::unique_ptr<TrackDecoder> decoder, int width, int height);
+  DecodedFrames(std::unique_ptr<TrackDecoder> decoder, int width, int height);
 
   bool start(int64_t time, bool again) override;
   std::optional<MediaUnit> next() override;
@@ -26,8 +26,8 @@ class DecodedPictures : public UnitReader {
   const int mWidth;
   const int mHeight;
   Packed422Converter mConverter;
-  std::vector<uint8_t> mPicture;
-  std::vector<uint8_t> mOther;  ///< a picture of another size
+  std::vector<uint8_t> mFrame;
+  std::vector<uint8_t> mOther;  ///< a frame of another size
   int64_t mFrom = 0;
   int64_t mTime = 0;
 };

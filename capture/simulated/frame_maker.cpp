@@ -1,4 +1,4 @@
-#include "capture/simulated/picture_maker.h"
+#include "capture/simulated/frame_maker.h"
 
 #include <utility>
 #include <vector>
@@ -16,15 +16,15 @@ constexpr int kQuiet = AV_LOG_TRACE;  // keeps the encoder's lines off standard 
 constexpr int kJpegQuality = 4;       // 2 best to 31
 
 /// "2vuy": the pattern as it is painted.
-class RawMaker : public PictureMaker {
+class RawMaker : public FrameMaker {
  public:
   RawMaker(int width, int height)
-      : mPattern(PictureLayout::kPacked422, width, height),
+      : mPattern(PatternLayout::kPacked422, width, height),
         mRowBytes(static_cast<size_t>(width) * 2),
         mBytes(mRowBytes * static_cast<size_t>(height)) {}
 
-  std::span<uint8_t> make(uint32_t counter, bool isFlash, const PictureLook& look) override {
-    mPattern.paint(counter, isFlash, look, {{mBytes.data()}, {mRowBytes}});
+  std::span<uint8_t> make(uint32_t counter, bool isFlash, const ImageSettings& settings) override {
+    mPattern.paint(counter, isFlash, settings, {{mBytes.data()}, {mRowBytes}});
     return mBytes;
   }
 
@@ -35,19 +35,19 @@ class RawMaker : public PictureMaker {
 };
 
 /// Paints the pattern into the planes that an encoder takes.
-class PlanesMaker : public PictureMaker {
+class PlanesMaker : public FrameMaker {
  public:
-  PlanesMaker(FrameHandle frame, PictureLayout layout)
+  PlanesMaker(FrameHandle frame, PatternLayout layout)
       : mFrame(std::move(frame)), mPattern(layout, mFrame->width, mFrame->height) {}
 
-  std::span<uint8_t> make(uint32_t counter, bool isFlash, const PictureLook& look) override {
+  std::span<uint8_t> make(uint32_t counter, bool isFlash, const ImageSettings& settings) override {
     if (av_frame_make_writable(mFrame.get()) < 0) return {};
-    mPattern.paint(counter, isFlash, look, planeMemoryOf(*mFrame));
+    mPattern.paint(counter, isFlash, settings, planeMemoryOf(*mFrame));
     return encode(*mFrame);
   }
 
  private:
-  virtual std::span<uint8_t> encode(AVFrame& picture) = 0;
+  virtual std::span<uint8_t> encode(AVFrame& frame) = 0;
 
   const FrameHandle mFrame;
   SimulatedPattern mPattern;
@@ -56,11 +56,11 @@ class PlanesMaker : public PictureMaker {
 class H264Maker : public PlanesMaker {
  public:
   H264Maker(std::unique_ptr<H264Encoder> encoder, FrameHandle frame)
-      : PlanesMaker(std::move(frame), PictureLayout::k420), mEncoder(std::move(encoder)) {}
+      : PlanesMaker(std::move(frame), PatternLayout::k420), mEncoder(std::move(encoder)) {}
 
  private:
-  std::span<uint8_t> encode(AVFrame& picture) override {
-    const auto unit = mEncoder->encode(picture);
+  std::span<uint8_t> encode(AVFrame& frame) override {
+    const auto unit = mEncoder->encode(frame);
     return unit ? unit->bytes : std::span<uint8_t>();
   }
 
@@ -70,15 +70,15 @@ class H264Maker : public PlanesMaker {
 class JPEGMaker : public PlanesMaker {
  public:
   JPEGMaker(CodecHandle encoder, PacketHandle packet, FrameHandle frame)
-      : PlanesMaker(std::move(frame), PictureLayout::k422Full),
+      : PlanesMaker(std::move(frame), PatternLayout::k422Full),
         mEncoder(std::move(encoder)),
         mPacket(std::move(packet)) {}
 
  private:
-  std::span<uint8_t> encode(AVFrame& picture) override {
-    picture.pts = mCount++;
+  std::span<uint8_t> encode(AVFrame& frame) override {
+    frame.pts = mCount++;
     av_packet_unref(mPacket.get());
-    if (avcodec_send_frame(mEncoder.get(), &picture) < 0) return {};
+    if (avcodec_send_frame(mEncoder.get(), &frame) < 0) return {};
     if (avcodec_receive_packet(mEncoder.get(), mPacket.get()) < 0) return {};
     return {mPacket->data, static_cast<size_t>(mPacket->size)};
   }
@@ -88,7 +88,7 @@ class JPEGMaker : public PlanesMaker {
   int64_t mCount = 0;
 };
 
-std::unique_ptr<PictureMaker> makeH264Maker(const VideoParameters& parameters, const Cadence& cadence) {
+std::unique_ptr<FrameMaker> makeH264Maker(const VideoParameters& parameters, const Cadence& cadence) {
   const bool isHighDefinition = parameters.height >= kFirstHighDefinitionLine;
   H264Encoder::Settings settings;
   settings.width = parameters.width;
@@ -102,11 +102,11 @@ std::unique_ptr<PictureMaker> makeH264Maker(const VideoParameters& parameters, c
   settings.matrix = isHighDefinition ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M;
   settings.primaries = isHighDefinition ? AVCOL_PRI_BT709 : AVCOL_PRI_SMPTE170M;
   auto encoder = H264Encoder::create(settings);
-  FrameHandle frame = encoder ? encoder->makePicture() : nullptr;
+  FrameHandle frame = encoder ? encoder->makeFrame() : nullptr;
   return frame ? std::make_unique<H264Maker>(std::move(encoder), std::move(frame)) : nullptr;
 }
 
-std::unique_ptr<PictureMaker> makeJPEGMaker(const VideoParameters& parameters, const Cadence& cadence) {
+std::unique_ptr<FrameMaker> makeJPEGMaker(const VideoParameters& parameters, const Cadence& cadence) {
   const AVCodec* const codec = avcodec_find_encoder_by_name("mjpeg");
   CodecHandle encoder(codec ? avcodec_alloc_context3(codec) : nullptr);
   PacketHandle packet(av_packet_alloc());
@@ -133,7 +133,7 @@ std::unique_ptr<PictureMaker> makeJPEGMaker(const VideoParameters& parameters, c
 
 }  // namespace
 
-std::unique_ptr<PictureMaker> PictureMaker::create(const VideoParameters& parameters, const Cadence& cadence) {
+std::unique_ptr<FrameMaker> FrameMaker::create(const VideoParameters& parameters, const Cadence& cadence) {
   switch (parameters.codec) {
     case kCMVideoCodecType_H264:
       return makeH264Maker(parameters, cadence);

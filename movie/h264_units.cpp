@@ -1,8 +1,11 @@
-#include "movie/nal_unit.h"
+#include "movie/h264_units.h"
 
 #include <cstring>
 #include <new>
 #include <utility>
+
+#include <vesk/h264_bitstream.h>
+#include "platform/h264/nal_unit.h"
 
 namespace vesk {
 
@@ -31,6 +34,22 @@ CNALUnit CNALUnit::copy() const {
   CNALUnit unit(bytes, mSize);
   unit.mOwnsData = true;
   return unit;
+}
+
+bool CH264Parser::FindNALUnit(int type, CNALUnit& unit) const {
+  if (type < 0 || type > 0x1F) return false;
+  uint32_t length = 0;
+  const uint8_t* header = nullptr;
+  if (!vesk::FindNALUnit(static_cast<uint8_t>(type), mData, mLength, &length, &header)) return false;
+  unit = CNALUnit(header - h264::NALUnitWalk::kLengthSize, length + h264::NALUnitWalk::kLengthSize);
+  return true;
+}
+
+void CH264HeaderInfo::Collect(const uint8_t* data, uint32_t length) {
+  const CH264Parser parser(data, length);
+  CNALUnit found;
+  if (parser.FindNALUnit(h264::kSequenceParameterSet, found)) mSPS = found.copy();
+  if (parser.FindNALUnit(h264::kPictureParameterSet, found)) mPPS = found.copy();
 }
 
 }  // namespace vesk

@@ -12,10 +12,10 @@
 namespace vesk::capture {
 
 /// 16-bit little-endian PCM as it stands in the file.
-class PcmUnits : public UnitReader {
+class PcmPackets : public UnitReader {
  public:
-  PcmUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, uint16_t channels,
-           const std::optional<Loop>& loop)
+  PcmPackets(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, uint16_t channels,
+             const std::optional<Loop>& loop)
       : mReader(std::move(reader)), mChunker(samplesPerSecond, channels, loop) {}
 
   bool start(int64_t time, bool again) override;
@@ -57,16 +57,16 @@ class DecodedSound : public UnitReader {
 /// - a movie whose edit list hides one packet of priming has T = −D for its first: stamped 0;
 /// - more priming (T < −1.5 D): the packets that could not be hidden are left out, and the sound is
 ///   off by less than half a packet;
-/// - less priming, or sound that begins up to one packet after the picture: a recording takes a
+/// - less priming, or sound that begins up to one packet after the first frame of video: a recording takes a
 ///   first packet that comes within 2 D for one at 0, so packets of silence go before it;
 /// - an ADTS stream says nothing of priming: its first packet is taken for it.
 /// In a loop the priming is left out after the first time, and the packets follow on without a gap: at the
 /// loop's end, packets are left out or silent ones put in, so that the sound is off by half a packet at most,
 /// however often the loop comes round.
-class AacUnits : public UnitReader {
+class AacPackets : public UnitReader {
  public:
-  AacUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, uint32_t channels, bool isBareStream,
-           const std::optional<Loop>& loop);
+  AacPackets(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, uint32_t channels, bool isBareStream,
+             const std::optional<Loop>& loop);
 
   bool start(int64_t time, bool again) override;
   std::optional<MediaUnit> next() override;

@@ -1,4 +1,4 @@
-#include "capture/files/sound_units.h"
+#include "capture/files/sound_packets.h"
 
 #include <fmt/format.h>
 
@@ -81,12 +81,12 @@ std::span<uint8_t> withoutADTS(std::span<uint8_t> packet) {
 
 }  // namespace
 
-bool PcmUnits::start(int64_t time, bool again) {
+bool PcmPackets::start(int64_t time, bool again) {
   mChunker.restart(time, again);
   return time > 0 ? mReader->seek(time) : mReader->rewind();
 }
 
-std::optional<MediaUnit> PcmUnits::next() {
+std::optional<MediaUnit> PcmPackets::next() {
   for (;;) {
     if (const auto unit = mChunker.take(false)) return unit;
     if (mChunker.isFull() || !mReader->read()) return mChunker.take(true);
@@ -108,15 +108,15 @@ std::optional<MediaUnit> DecodedSound::next() {
     if (mSamples.size() < samples) mSamples.resize(samples);
     const bool fits = frame->ch_layout.nb_channels == mChannels && frame->sample_rate == static_cast<int>(mRate);
     if (!fits || !convertFrame(*frame, mChannels, mSamples.data())) {
-      mDecoder->reader().noteDamage("the sound changes its form on the way");
+      mDecoder->reader().noteDamage("the sound changes its format on the way");
       continue;
     }
     mChunker.give({reinterpret_cast<uint8_t*>(mSamples.data()), samples * 2}, mDecoder->time());
   }
 }
 
-AacUnits::AacUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, uint32_t channels, bool isBareStream,
-                   const std::optional<Loop>& loop)
+AacPackets::AacPackets(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecond, uint32_t channels,
+                       bool isBareStream, const std::optional<Loop>& loop)
     : mReader(std::move(reader)),
       mPacketTime((kAacFrames * 1000000 + samplesPerSecond / 2) / samplesPerSecond),
       mExactPacketTime(kAacFrames * 1000000000 / samplesPerSecond),
@@ -124,7 +124,7 @@ AacUnits::AacUnits(std::unique_ptr<TrackReader> reader, uint32_t samplesPerSecon
       mLoop(loop),
       mSilentPacket(silentAACPacket(channels)) {}
 
-bool AacUnits::start(int64_t time, bool again) {
+bool AacPackets::start(int64_t time, bool again) {
   mPacket = {};
   mFillers = 0;
   mMayFill = time == 0 && !again;
@@ -137,7 +137,7 @@ bool AacUnits::start(int64_t time, bool again) {
   return time > mShift ? mReader->seek(time - mShift) : mReader->rewind();
 }
 
-std::optional<MediaUnit> AacUnits::next() {
+std::optional<MediaUnit> AacPackets::next() {
   if (mLoop && mPlace) return nextInLoop();
   if (mPacket.empty() && !readPacket()) return std::nullopt;
   if (const auto unit = filler()) return unit;
@@ -145,7 +145,7 @@ std::optional<MediaUnit> AacUnits::next() {
 }
 
 /// Every packet at its place, whatever the file says of it within half a packet.
-std::optional<MediaUnit> AacUnits::nextInLoop() {
+std::optional<MediaUnit> AacPackets::nextInLoop() {
   const int64_t half = mPacketTime / 2;
   const int64_t place = *mPlace / kNanoseconds;
   if (place > mLoop->end + mShift - half) return std::nullopt;
@@ -161,14 +161,14 @@ std::optional<MediaUnit> AacUnits::nextInLoop() {
 }
 
 /// The packet at hand, stamped `time`.
-MediaUnit AacUnits::take(int64_t time) {
+MediaUnit AacPackets::take(int64_t time) {
   if (mLoop) mPlace = mPlace.value_or(time * kNanoseconds) + mExactPacketTime;
   const MediaUnit unit{mPacket, std::max<int64_t>(time, 0)};
   mPacket = {};
   return unit;
 }
 
-bool AacUnits::readPacket() {
+bool AacPackets::readPacket() {
   while (mReader->read()) {
     const auto packet = withoutADTS(mReader->bytes());
     if (packet.empty()) {
@@ -189,7 +189,7 @@ bool AacUnits::readPacket() {
 }
 
 /// The next packet of silence that is to go before the first packet; none when there is none.
-std::optional<MediaUnit> AacUnits::filler() {
+std::optional<MediaUnit> AacPackets::filler() {
   if (mFillers == 0) return std::nullopt;
   --mFillers;
   const int64_t time = mFillerTime;
@@ -197,7 +197,7 @@ std::optional<MediaUnit> AacUnits::filler() {
   return silence(time);
 }
 
-MediaUnit AacUnits::silence(int64_t time) {
+MediaUnit AacPackets::silence(int64_t time) {
   mSilence.assign(mSilentPacket.begin(), mSilentPacket.end());  // whoever had the last one may have rewritten it
   return {mSilence, time};
 }
