@@ -9,7 +9,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <ctime>
+#include <string_view>
 
 #include <vesk/log.h>
 
@@ -47,12 +49,16 @@ class PosixFile final : public File {
   ~PosixFile() override { close(); }
 
   int64_t writeVectors(const iovec* vectors, int count, uint64_t offset) override {
-    FileSizeSignalGuard guard;
-    const ssize_t written = ::pwritev(mDescriptor, vectors, count, static_cast<off_t>(offset));
-    if (written >= 0) return written;
-    const int error = errno;
-    if (error == EFBIG) guard.takePending();
-    return -error;
+    return writeTo(mDescriptor, vectors, count, offset);
+  }
+
+  int64_t writeDirect(const iovec* vectors, int count, uint64_t offset) override {
+    if (mDirect < 0) mDirect = openDirect();
+    return mDirect < 0 ? mDirect : writeTo(mDirect, vectors, count, offset);
+  }
+
+  void dropCached(uint64_t offset, uint64_t length) override {
+    ::posix_fadvise(mDescriptor, static_cast<off_t>(offset), static_cast<off_t>(length), POSIX_FADV_DONTNEED);
   }
 
   int64_t readBytes(uint8_t* into, size_t count, uint64_t offset) override {
@@ -94,6 +100,8 @@ class PosixFile final : public File {
   }
 
   int close() override {
+    if (mDirect >= 0) ::close(mDirect);
+    mDirect = -1;
     if (mDescriptor < 0) return 0;
     const int result = ::close(mDescriptor) == 0 ? 0 : errno;
     mDescriptor = -1;
@@ -101,7 +109,26 @@ class PosixFile final : public File {
   }
 
  private:
+  static int64_t writeTo(int descriptor, const iovec* vectors, int count, uint64_t offset) {
+    FileSizeSignalGuard guard;
+    const ssize_t written = ::pwritev(descriptor, vectors, count, static_cast<off_t>(offset));
+    if (written >= 0) return written;
+    const int error = errno;
+    if (error == EFBIG) guard.takePending();
+    return -error;
+  }
+
+  /// A second descriptor of this file, wherever it has been moved to since it was opened. Negative: -errno.
+  int openDirect() const {
+    if (const char* const way = std::getenv("VESK_WRITE"); way && std::string_view(way) == "buffered")
+      return -EOPNOTSUPP;
+    const std::string self = "/proc/self/fd/" + std::to_string(mDescriptor);
+    const int descriptor = ::open(self.c_str(), O_WRONLY | O_DIRECT | O_CLOEXEC);
+    return descriptor >= 0 ? descriptor : -errno;
+  }
+
   int mDescriptor;
+  int mDirect = -1;  ///< writes past the page cache
 };
 
 std::string folderOf(const std::string& path) {
@@ -151,17 +178,18 @@ class PosixFileSystem final : public FileSystem {
 
 }  // namespace
 
-int File::writeAll(std::span<iovec> vectors, uint64_t offset) {
+/// @param unit what a write that falls short must be a multiple of, so that the rest can follow it
+int File::writeAllBy(Write write, uint64_t unit, std::span<iovec> vectors, uint64_t offset) {
   while (!vectors.empty()) {
     if (vectors.front().iov_len == 0) {
       vectors = vectors.subspan(1);
       continue;
     }
     const int count = static_cast<int>(std::min<size_t>(vectors.size(), IOV_MAX));
-    const int64_t result = writeVectors(vectors.data(), count, offset);
+    const int64_t result = (this->*write)(vectors.data(), count, offset);
     if (result == -EINTR) continue;
     if (result < 0) return static_cast<int>(-result);
-    if (result == 0) return EIO;  // neither progress nor a reason
+    if (result == 0 || static_cast<uint64_t>(result) % unit != 0) return EIO;  // neither progress nor a reason
     offset += static_cast<uint64_t>(result);
     for (auto left = static_cast<size_t>(result); left > 0;) {
       iovec& first = vectors.front();
@@ -173,6 +201,14 @@ int File::writeAll(std::span<iovec> vectors, uint64_t offset) {
     }
   }
   return 0;
+}
+
+int File::writeAll(std::span<iovec> vectors, uint64_t offset) {
+  return writeAllBy(&File::writeVectors, 1, vectors, offset);
+}
+
+int File::writeAllDirect(std::span<iovec> vectors, uint64_t offset) {
+  return writeAllBy(&File::writeDirect, kDirectAlignment, vectors, offset);
 }
 
 int File::writeAll(std::span<const uint8_t> bytes, uint64_t offset) {

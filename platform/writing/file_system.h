@@ -10,11 +10,19 @@
 
 namespace vesk {
 
+/// What addresses, lengths and offsets are multiples of that are written past the page cache: the largest block
+/// that disks have today, and a page of memory.
+constexpr uint64_t kDirectAlignment = 4096;
+
+constexpr uint64_t alignedUp(uint64_t value, uint64_t alignment = kDirectAlignment) {
+  return (value + alignment - 1) / alignment * alignment;
+}
+
 /// An open file of the file layer. Failures are errno values; 0 is success.
 ///
 /// The virtual operations are one system call each and may fall short or be interrupted; writeAll,
-/// readAll and makeDurable are the one place that copes with that. Threads: reading, writing and syncing may
-/// happen at the same time on different threads.
+/// writeAllDirect, readAll and makeDurable are the one place that copes with that. Threads: reading, writing
+/// and syncing may happen at the same time on different threads; writing past the page cache on one.
 class File {
  public:
   virtual ~File() = default;
@@ -23,6 +31,10 @@ class File {
   /// may have been written.
   int writeAll(std::span<iovec> vectors, uint64_t offset);
   int writeAll(std::span<const uint8_t> bytes, uint64_t offset);
+  /// The same past the page cache, whole blocks (kDirectAlignment) from and to everywhere. What was so written
+  /// takes no memory; like all that is written, it is on the disk after makeDurable only. Any failure may mean
+  /// that the file system cannot do it; what was to be written is then written as usual.
+  int writeAllDirect(std::span<iovec> vectors, uint64_t offset);
   /// Fills `into` from `offset` on; `got` is less than its size only at the end of the file.
   int readAll(std::span<uint8_t> into, uint64_t offset, size_t& got);
   /// Waits until everything written is on the disk. Where the file system cannot do that, the movie
@@ -31,6 +43,10 @@ class File {
 
   /// One write at `offset`. @return bytes written, or -errno.
   virtual int64_t writeVectors(const iovec* vectors, int count, uint64_t offset) = 0;
+  /// One write of whole blocks past the page cache. @return bytes written, or -errno.
+  virtual int64_t writeDirect(const iovec* vectors, int count, uint64_t offset) = 0;
+  /// Takes what is on the disk out of the page cache. A hint: it may do nothing.
+  virtual void dropCached(uint64_t offset, uint64_t length) = 0;
   /// One read at `offset`. @return bytes read, 0 at the end, or -errno.
   virtual int64_t readBytes(uint8_t* into, size_t count, uint64_t offset) = 0;
   /// Bytes in the file, or -errno.
@@ -50,6 +66,9 @@ class File {
   virtual int close() = 0;
 
  private:
+  using Write = int64_t (File::*)(const iovec* vectors, int count, uint64_t offset);
+  int writeAllBy(Write write, uint64_t unit, std::span<iovec> vectors, uint64_t offset);
+
   std::atomic<bool> mCannotSync{false};
 };
 
@@ -63,7 +82,8 @@ class FileSystem {
  public:
   virtual ~FileSystem() = default;
 
-  /// The machine's own. A file size limit (RLIMIT_FSIZE) shows as EFBIG from a write: the SIGXFSZ
+  /// The machine's own. With VESK_WRITE=buffered in the environment it writes nothing past the page cache, to
+  /// compare and to test. A file size limit (RLIMIT_FSIZE) shows as EFBIG from a write: the SIGXFSZ
   /// that comes with it is held back and taken by the writing thread, so it neither ends the
   /// program nor reaches a handler of the host.
   static FileSystem& posix();

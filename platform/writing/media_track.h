@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include <vesk/sample_buffer.h>
@@ -60,6 +61,8 @@ class MediaTrack {
   uint64_t movieTime(uint64_t time) const;
   /// Lets go of the samples that wait.
   void clearWaiting();
+  /// Gives up the samples themselves, whose bytes `waiting` points at.
+  std::vector<CMSampleBufferRef> takeHeld() { return std::exchange(mHeld, {}); }
 
   SampleIndex& index() { return mIndex; }
   const SampleIndex& index() const { return mIndex; }

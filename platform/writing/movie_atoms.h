@@ -256,6 +256,27 @@ struct TrackRunAtom {
   }
 };
 
+/// Ours alone, a `free` atom between `moof` and `mdat`: what the fragment's bytes add up to, so that recovery knows
+/// what of a fragment that was not on the disk yet when the power went has got there.
+struct FragmentSumsAtom {
+  static constexpr uint32_t kType = fourCharCode("free");
+  static constexpr uint32_t kMark = fourCharCode("sums");
+  /// Each run of samples is added up in pieces of so many bytes, and what is left of it.
+  static constexpr uint32_t kPiece = 65536;
+
+  uint32_t mark = kMark;
+  uint64_t header = 0;           ///< of the `moof` without its size and type
+  std::vector<uint64_t> pieces;  ///< of the samples, in the order in which they lie in the file
+
+  template <class Atoms>
+  void transfer(Atoms& atoms) {
+    atoms.u32(mark);
+    atoms.u64(header);
+    atoms.count(pieces, sizeof(uint64_t));
+    for (uint64_t& piece : pieces) atoms.u64(piece);
+  }
+};
+
 /// Writes an atom whose fields `T::transfer` describes.
 template <class T>
 void writeAtom(AtomWriter& writer, T atom) {

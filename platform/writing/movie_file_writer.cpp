@@ -25,6 +25,8 @@ constexpr uint64_t kLongestWaitForHeader = 500'000;
 constexpr uint64_t kRoomForVideo = 2048 + 4096;
 constexpr uint64_t kRoomForSound = 2048;
 
+constexpr size_t kAtomHeader = 8;
+
 int64_t errorCodeOf(int error) {
   switch (error) {
     case ENOSPC:
@@ -65,16 +67,16 @@ Cause causeOf(int error) {
   return cause == Cause::kNoFile ? Cause::kFolderGone : cause;
 }
 
-iovec asVector(std::span<const uint8_t> bytes) {
-  return {const_cast<uint8_t*>(bytes.data()), bytes.size()};
-}
-
 }  // namespace
 
-MovieFileWriter::MovieFileWriter(std::string path, FileSystem& fileSystem)
-    : mPath(std::move(path)), mFileSystem(fileSystem) {}
+MovieFileWriter::MovieFileWriter(std::string path, FileSystem& fileSystem, FragmentWriter::Thread thread)
+    : mPath(std::move(path)), mFileSystem(fileSystem), mThread(thread) {}
 
 MovieFileWriter::~MovieFileWriter() {
+  if (mFragments) {
+    mFragments->stop();
+    mFragments->makeValid();
+  }
   close();
 }
 
@@ -89,8 +91,8 @@ bool MovieFileWriter::start() {
   mFile = mFileSystem.open(mPath, FileMode::kCreateNew, error);
   if (!mFile) return fail(error);
   mFile->lock();  // it is new; where there are no locks, it is recorded without
-  mDurability = std::make_unique<DurabilityThread>(*mFile, mFileSystem, mPath);
-  mDurability->start();
+  mFragments = std::make_unique<FragmentWriter>(*mFile, mFileSystem, mPath);
+  mFragments->start(mThread);
   mMovie = describeMovie(std::time(nullptr));
   mStatus.store(AVAssetWriterStatus::Writing, std::memory_order_release);
   return true;
@@ -105,6 +107,7 @@ void MovieFileWriter::setSessionStart(const CMTime& time) {
 
 bool MovieFileWriter::append(size_t number, const CMSampleBufferRef& sample) {
   if (!isWriting() || !sample || number >= mTracks.size()) return false;
+  if (const int error = mFragments->error()) return fail(error);
   MediaTrack& track = mTracks[number];
   const auto time = MediaTrack::timeOf(*sample);
   if (!time) return false;
@@ -129,8 +132,7 @@ bool MovieFileWriter::finish() {
   if (status() != AVAssetWriterStatus::Writing && status() != AVAssetWriterStatus::Failed) return false;
   if (!mFile) return false;
   if (isWriting() && hasWaiting()) flush();
-  mDurability->stop();
-  if (isWriting() && mDurability->error() != 0) fail(mDurability->error());
+  stopFragments();
   if (!hasSamples()) {
     const bool isOurs = mFile->isAt(mPath);
     close();
@@ -180,7 +182,7 @@ bool MovieFileWriter::shouldWriteHeader() const {
   return complete;
 }
 
-/// Writes everything before the first fragment.
+/// Writes everything before the first fragment, which begins on a block.
 bool MovieFileWriter::writeHeader() {
   const auto known = knownTracks();
   std::vector<uint8_t> bytes = makeMovieBeginning();
@@ -188,28 +190,31 @@ bool MovieFileWriter::writeHeader() {
   mSlots[0] = {bytes.size(), header.size()};
   bytes.insert(bytes.end(), header.begin(), header.end());
 
-  AtomWriter writer(bytes);
-  {
-    const auto padding = writer.atom(fourCharCode("free"));
-    writer.zeros((8 - bytes.size() % 8) % 8);
-  }
   uint64_t room = 0;
   for (const MediaTrack& track : mTracks) {
     if (track.description() || track.isFinished()) continue;
     room += track.kind() == TrackKind::kVideo ? kRoomForVideo : kRoomForSound;
   }
+  if (room > 0) mSlots[1].size = alignedUp(kAtomHeader + header.size() + room, kAtomHeader);
+  AtomWriter writer(bytes);
+  const uint64_t end = alignedUp(bytes.size() + kAtomHeader + mSlots[1].size);
+  {
+    const auto padding = writer.atom(fourCharCode("free"));
+    writer.zeros(end - mSlots[1].size - bytes.size());
+  }
   if (room > 0) {
     mSlots[1].offset = bytes.size();
-    {
-      const auto spare = writer.atom(fourCharCode("free"));
-      writer.zeros((header.size() + room + 7) / 8 * 8);
-    }
-    mSlots[1].size = bytes.size() - mSlots[1].offset;
+    const auto spare = writer.atom(fourCharCode("free"));
+    writer.zeros(end - bytes.size());
   }
-  iovec vector = asVector(bytes);
-  if (!writeOrCutBack(std::span(&vector, 1), bytes.size())) return false;
+  if (const int error = mFile->writeAll(bytes, mEnd)) {
+    mFile->truncate(mEnd);
+    return fail(error);
+  }
+  setEnd(bytes.size());
+  mDoneEnd = mEnd;
   mHasHeader = true;
-  mDurability->wrote(mEnd);
+  mFragments->wrote(mEnd);
   return true;
 }
 
@@ -218,7 +223,6 @@ bool MovieFileWriter::writeHeader() {
 bool MovieFileWriter::writeSecondHeader(MediaTrack& late) {
   const auto header = makeFragmentedMovieHeader(mMovie, knownTracks());
   const Slot spare = mSlots[1];
-  constexpr size_t kAtomHeader = 8;
   constexpr size_t kAtomType = 4;
   if (spare.size < header.size() + kAtomHeader) {
     late.refuse();
@@ -247,23 +251,33 @@ bool MovieFileWriter::writeSecondHeader(MediaTrack& late) {
   return true;
 }
 
-/// Writes all that waits as one fragment.
+/// Sends all that waits to the disk as one fragment.
 bool MovieFileWriter::flush() {
   if (!mHasHeader && !writeHeader()) return false;
-  if (const int error = mDurability->error()) return fail(error);
-  mFragment.build(mSequence + 1, mTracks);
-  const uint64_t offset = mEnd;
-  if (!writeOrCutBack(mFragment.vectors(), mFragment.size())) return false;
-  if (const int error = changeType(*mFile, offset, fourCharCode("free"), fourCharCode("moof"))) {
-    mFile->truncate(offset);
-    setEnd(offset);
-    return fail(error);
-  }
+  takeDone();
+  const auto fragment = std::make_shared<MovieFragment>(mSequence + 1, mTracks, mPool, mEnd);
+  mFragments->submit(fragment);
   ++mSequence;
-  mFragment.enterIndexes(offset, mTracks);
+  setEnd(fragment->end());
   for (MediaTrack& track : mTracks) track.clearWaiting();
-  mDurability->wrote(mEnd);
-  return true;
+  const int error = mFragments->error();
+  return error == 0 || fail(error);
+}
+
+/// Enters the samples that have got to the disk.
+void MovieFileWriter::takeDone() {
+  for (const auto& fragment : mFragments->takeDone()) {
+    fragment->enterIndexes(mTracks);
+    mDoneEnd = fragment->end();
+  }
+}
+
+/// Has everything written that can be. What cannot is lost, and the movie ends before it.
+void MovieFileWriter::stopFragments() {
+  mFragments->stop();
+  takeDone();
+  setEnd(mDoneEnd);
+  if (const int error = mFragments->error(); error != 0 && isWriting()) fail(error);
 }
 
 bool MovieFileWriter::makePlain() {
@@ -271,28 +285,20 @@ bool MovieFileWriter::makePlain() {
   const bool fits =
       std::all_of(known.begin(), known.end(), [](const TrackContents& track) { return track.index->fitsTables(); });
   if (!fits) NSLog(LogLevel::kWarning, "The movie is too long for plain tables and stays in fragments: " + mPath);
-  if (!fits) return sync() && mFile->truncate(mEnd) == 0;
+  if (!fits) return staysInFragments(0);
 
   extendShortTracks(mMovie, known);
   const PlainMovieEnd end = makePlainMovieEnd(mMovie, known, mEnd);
-  if (const int error = makeMoviePlain(*mFile, end, mEnd)) return fail(error);
+  if (const int error = makeMoviePlain(*mFile, end, mEnd)) return staysInFragments(error);
   setEnd(mEnd + end.bytes.size());
   return true;
 }
 
-/// Writes at the end. After a failure the file is cut back to where it was, so that no torn atom
-/// lies behind the movie.
-bool MovieFileWriter::writeOrCutBack(std::span<iovec> vectors, uint64_t size) {
-  if (const int error = mFile->writeAll(vectors, mEnd)) {
-    mFile->truncate(mEnd);
-    return fail(error);
-  }
-  setEnd(mEnd + size);
-  return true;
-}
-
-bool MovieFileWriter::sync() {
-  const int error = mFile->makeDurable();
+/// @param error why, if that is a failure
+bool MovieFileWriter::staysInFragments(int error) {
+  mFragments->makeValid();
+  if (error == 0) error = mFragments->error();
+  if (error == 0) error = mFile->truncate(mEnd);
   return error == 0 || fail(error);
 }
 
@@ -311,8 +317,9 @@ void MovieFileWriter::setEnd(uint64_t end) {
 }
 
 void MovieFileWriter::close() {
-  if (mDurability) mDurability->stop();
-  mDurability.reset();
+  mLastWriting = writing();
+  mLastWriting.reserved = 0;
+  mFragments.reset();
   if (!mFile) return;
   const int error = mFile->close();
   mFile.reset();

@@ -1,23 +1,39 @@
 #include "platform/writing/movie_fragment.h"
 
+#include <xxhash.h>
+#if defined(__x86_64__)
+#include <xxh_x86dispatch.h>
+#endif
+
 #include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <utility>
 
 #include "platform/writing/atom_reader.h"
+#include "platform/writing/file_system.h"
 
 namespace vesk {
 namespace {
 
 constexpr uint64_t kRunMicroseconds = 500'000;
-constexpr size_t kDataHeader = 8;
-/// Fragments begin at multiples of this, so that a type field never lies across two pages of memory
-/// and changes in one go.
-constexpr uint64_t kAlignment = 8;
-const uint8_t kPadding[kAlignment] = {};
+/// What is smaller is copied: a block of its own costs more.
+constexpr uint32_t kSmallestStraight = 65536;
+constexpr size_t kTypeOffset = 4;
+/// In a `trun` atom, behind header, flags and count.
+constexpr size_t kDataOffsetInRun = 16;
 
-TrackRunAtom makeRun(const MediaTrack& track, size_t first, size_t count, int32_t dataOffset) {
+uint64_t wholeBlocks(uint64_t size) {
+  return size / kDirectAlignment * kDirectAlignment;
+}
+
+bool isStraight(const MediaTrack::Waiting& sample) {
+  return sample.size >= kSmallestStraight && reinterpret_cast<uintptr_t>(sample.bytes) % kDirectAlignment == 0;
+}
+
+TrackRunAtom makeRun(const MediaTrack& track, size_t first, size_t count) {
   const TrackDescription& description = *track.description();
   TrackRunAtom run;
-  run.dataOffset = dataOffset;
   if (description.hasKeySamples) run.flags |= TrackRunAtom::kSampleFlags;
   run.samples.reserve(count);
   for (const auto& sample : std::span(track.waiting()).subspan(first, count)) {
@@ -28,97 +44,174 @@ TrackRunAtom makeRun(const MediaTrack& track, size_t first, size_t count, int32_
   return run;
 }
 
+uint64_t piecesIn(uint64_t bytes) {
+  return (bytes + FragmentSumsAtom::kPiece - 1) / FragmentSumsAtom::kPiece;
+}
+
 }  // namespace
 
-void MovieFragment::build(uint32_t sequence, std::span<MediaTrack> tracks) {
+MovieFragment::MovieFragment(uint32_t sequence, std::span<MediaTrack> tracks, BlockPool& pool, uint64_t offset)
+    : mPool(pool), mOffset(offset) {
   findRuns(tracks);
   writeHeader(sequence, tracks);
-  // Offsets count from the fragment's start, and its size is known only now; it stays the same.
-  uint64_t offset = mHeader.size();
-  for (Run& run : mRuns) {
-    run.offset = offset;
-    offset += run.bytes;
-  }
-  writeHeader(sequence, tracks);
+  layOut();
   gather(tracks);
+  finishHeader();
 }
 
 void MovieFragment::findRuns(std::span<MediaTrack> tracks) {
-  mRuns.clear();
-  mMediaBytes = 0;
   uint64_t begin = UINT64_MAX;
   for (const MediaTrack& track : tracks) {
     if (!track.waiting().empty()) begin = std::min(begin, track.movieTime(track.waiting().front().time));
   }
   for (size_t number = 0; number < tracks.size(); ++number) {
     const MediaTrack& track = tracks[number];
+    if (track.waiting().empty()) continue;
+    mBeginnings.push_back({number, track.waiting().front().time});
+    const auto& last = track.waiting().back();
+    mMediaEnd = std::max(mMediaEnd, track.movieTime(last.time + last.duration));
     for (size_t i = 0; i < track.waiting().size(); ++i) {
       const auto& sample = track.waiting()[i];
       const uint64_t slot = (track.movieTime(sample.time) - begin) / kRunMicroseconds;
-      if (i == 0 || slot != mRuns.back().slot) mRuns.push_back({number, slot, i, 0, 0, 0});
+      const bool straight = isStraight(sample);
+      if (i == 0 || slot != mRuns.back().slot || straight || mRuns.back().isStraight)
+        mRuns.push_back({number, slot, straight, i, 0, 0, 0, {}});
       ++mRuns.back().count;
       mRuns.back().bytes += sample.size;
-      mMediaBytes += sample.size;
     }
   }
   std::stable_sort(mRuns.begin(), mRuns.end(), [](const Run& a, const Run& b) { return a.slot < b.slot; });
 }
 
+/// All but what follows from where the samples lie, and the checksums.
 void MovieFragment::writeHeader(uint32_t sequence, std::span<MediaTrack> tracks) {
-  mHeader.clear();
   AtomWriter writer(mHeader);
   {
     const auto fragment = writer.atom(fourCharCode("free"));
     writeAtom(writer, FragmentHeaderAtom{sequence});
-    for (size_t number = 0; number < tracks.size(); ++number) {
-      const MediaTrack& track = tracks[number];
-      if (track.waiting().empty()) continue;
+    for (const Beginning& beginning : mBeginnings) {
+      const MediaTrack& track = tracks[beginning.track];
       const auto traf = writer.atom(fourCharCode("traf"));
       writeAtom(writer, TrackFragmentHeaderAtom{.track = track.description()->track});
-      writeAtom(writer, TrackFragmentTimeAtom{track.waiting().front().time});
-      for (const Run& run : mRuns) {
-        if (run.track != number) continue;
-        writeAtom(writer, makeRun(track, run.first, run.count, static_cast<int32_t>(run.offset)));
+      writeAtom(writer, TrackFragmentTimeAtom{beginning.time});
+      for (Run& run : mRuns) {
+        if (run.track != beginning.track) continue;
+        run.atom = makeRun(track, run.first, run.count);
+        run.offset = writer.position();  // of the atom, until it is laid out
+        writeAtom(writer, run.atom);
       }
     }
   }
-  const uint64_t unpadded = mHeader.size() + kDataHeader + mMediaBytes;
-  mSize = (unpadded + kAlignment - 1) / kAlignment * kAlignment;
-  writer.u32(static_cast<uint32_t>(mSize - mHeader.size()));
+  mMoofSize = mHeader.size();
+  uint64_t pieces = 0;
+  for (const Run& run : mRuns) pieces += piecesIn(run.bytes);
+  mSums.pieces.reserve(pieces);
+  mSums.pieces.resize(pieces);
+  writeAtom(writer, mSums);
+  mSums.pieces.clear();
+  writer.u32(0);
   writer.u32(fourCharCode("mdat"));
 }
 
-void MovieFragment::gather(std::span<MediaTrack> tracks) {
-  mVectors.clear();
-  const auto add = [&](const uint8_t* bytes, size_t size) {
-    if (size == 0) return;
-    if (!mVectors.empty()) {
-      iovec& last = mVectors.back();
-      if (static_cast<uint8_t*>(last.iov_base) + last.iov_len == bytes) {
-        last.iov_len += size;
-        return;
-      }
-    }
-    mVectors.push_back({const_cast<uint8_t*>(bytes), size});
-  };
-  add(mHeader.data(), mHeader.size());
-  for (const Run& run : mRuns) {
-    for (const auto& sample : std::span(tracks[run.track].waiting()).subspan(run.first, run.count)) {
-      add(sample.bytes, sample.size);
-    }
+void MovieFragment::layOut() {
+  uint64_t at = mHeader.size();
+  for (Run& run : mRuns) {
+    if (run.isStraight) at = alignedUp(at);
+    AtomWriter(mHeader).patch32(run.offset + kDataOffsetInRun, static_cast<uint32_t>(at));
+    run.offset = at;
+    at += run.bytes;
   }
-  add(kPadding, mSize - mHeader.size() - mMediaBytes);
+  mSize = alignedUp(at);
 }
 
-void MovieFragment::enterIndexes(uint64_t offset, std::span<MediaTrack> tracks) const {
-  for (MediaTrack& track : tracks) {
-    if (!track.waiting().empty()) track.index().moveEnd(track.waiting().front().time);
+void MovieFragment::gather(std::span<MediaTrack> tracks) {
+  uint64_t straight = 0;
+  for (const Run& run : mRuns) straight += run.isStraight ? wholeBlocks(run.bytes) : 0;
+  mBuffer = mPool.take(mSize - straight);
+  uint8_t* to = mBuffer.bytes.get() + mHeader.size();
+  uint8_t* begin = mBuffer.bytes.get();  // of what lies behind what is written straight
+  uint64_t at = mHeader.size();          // in the fragment
+  const auto padTo = [&](uint64_t offset) {
+    std::memset(to, 0, offset - at);
+    to += offset - at;
+    at = offset;
+  };
+  const auto add = [&](const uint8_t* bytes, size_t size) {
+    std::memcpy(to, bytes, size);
+    to += size;
+  };
+  const auto endVector = [&] {
+    if (to != begin) mVectors.push_back({begin, static_cast<size_t>(to - begin)});
+    begin = to;
+  };
+  const auto sum = [&](std::span<const uint8_t> bytes) {
+    for (; !bytes.empty(); bytes = bytes.subspan(std::min<size_t>(bytes.size(), FragmentSumsAtom::kPiece)))
+      mSums.pieces.push_back(checksum(bytes.first(std::min<size_t>(bytes.size(), FragmentSumsAtom::kPiece))));
+  };
+  for (const Run& run : mRuns) {
+    padTo(run.offset);
+    const auto samples = std::span(tracks[run.track].waiting()).subspan(run.first, run.count);
+    if (run.isStraight) {
+      const auto& sample = samples.front();
+      const uint64_t whole = wholeBlocks(sample.size);
+      endVector();
+      mVectors.push_back({const_cast<uint8_t*>(sample.bytes), whole});
+      add(sample.bytes + whole, sample.size - whole);
+      sum({sample.bytes, sample.size});
+    } else {
+      const uint8_t* const copied = to;
+      for (const auto& sample : samples) add(sample.bytes, sample.size);
+      sum({copied, run.bytes});
+    }
+    at += run.bytes;
   }
+  padTo(mSize);
+  endVector();
+  if (straight == 0) return;
+  for (MediaTrack& track : tracks) {
+    auto held = track.takeHeld();
+    mHeld.insert(mHeld.end(), std::make_move_iterator(held.begin()), std::make_move_iterator(held.end()));
+  }
+}
+
+void MovieFragment::finishHeader() {
+  constexpr size_t kAtomHeader = 8;
+  mSums.header = checksum(std::span<const uint8_t>(mHeader).subspan(kAtomHeader, mMoofSize - kAtomHeader));
+  const size_t data = mHeader.size() - kAtomHeader;
+  std::vector<uint8_t> sums;
+  AtomWriter writer(sums);
+  writeAtom(writer, mSums);
+  std::copy(sums.begin(), sums.end(), mHeader.begin() + static_cast<ptrdiff_t>(mMoofSize));
+  AtomWriter(mHeader).patch32(data, static_cast<uint32_t>(mSize - data));
+  std::copy(mHeader.begin(), mHeader.end(), mBuffer.bytes.get());
+  mHeader = {};
+}
+
+std::span<const uint8_t> MovieFragment::validBeginning() {
+  writeBigEndian32(mBuffer.bytes.get() + kTypeOffset, fourCharCode("moof"));
+  return {mBuffer.bytes.get(), kDirectAlignment};
+}
+
+void MovieFragment::releaseMedia(bool keepsBeginning) {
+  mHeld = {};
+  mVectors = {};
+  if (!keepsBeginning) mPool.giveBack(std::exchange(mBuffer, {}));
+}
+
+void MovieFragment::enterIndexes(std::span<MediaTrack> tracks) const {
+  for (const Beginning& beginning : mBeginnings) tracks[beginning.track].index().moveEnd(beginning.time);
   for (const Run& run : mRuns) {
     MediaTrack& track = tracks[run.track];
-    const TrackRunAtom atom = makeRun(track, run.first, run.count, 0);
-    enterRun(track.index(), *track.description(), offset + run.offset, atom.samples);
+    enterRun(track.index(), *track.description(), mOffset + run.offset, run.atom.samples);
   }
+}
+
+uint64_t checksum(std::span<const uint8_t> bytes) {
+#if defined(__x86_64__)
+  return XXH3_64bits_dispatch(bytes.data(), bytes.size());  // by what the processor can
+#else
+  return XXH3_64bits(bytes.data(), bytes.size());
+#endif
 }
 
 void enterRun(SampleIndex& index, const TrackDescription& track, uint64_t offset,

@@ -7,47 +7,87 @@
 #include <span>
 #include <vector>
 
+#include <vesk/sample_buffer.h>
+#include "platform/writing/block_pool.h"
 #include "platform/writing/media_track.h"
 #include "platform/writing/movie_atoms.h"
 
 namespace vesk {
 
-/// One fragment as it goes to the file: `moof`, then `mdat`. In the `moof` each track has runs of
-/// about half a second, and in the `mdat` the runs of all tracks alternate.
+/// One fragment as it goes to the file: `moof`, a `free` with its checksums, then `mdat`. In the `moof` each track
+/// has runs of about half a second, and in the `mdat` the runs of all tracks alternate.
+///
+/// It begins and ends on a block (kDirectAlignment), and all memory it is written from lies on blocks. Samples are
+/// copied there; large ones that lie on a block themselves, as pictures in pixel buffers do, are written as they
+/// lie, but for what is left of them behind their last whole block. Each of those is a run.
 class MovieFragment {
  public:
-  /// Sets the fragment up from what waits in `tracks`, whose bytes it refers to.
-  void build(uint32_t sequence, std::span<MediaTrack> tracks);
-  /// All bytes in their order. The first atom's type is `free` until setVisible has been written.
-  std::span<iovec> vectors() { return mVectors; }
+  /// Takes up all that waits in `tracks`; what they hold may go afterwards.
+  /// @param pool outlives the fragment
+  /// @param offset where in the file it will lie
+  MovieFragment(uint32_t sequence, std::span<MediaTrack> tracks, BlockPool& pool, uint64_t offset);
+  ~MovieFragment() { releaseMedia(false); }
+  MovieFragment(const MovieFragment&) = delete;
+  MovieFragment& operator=(const MovieFragment&) = delete;
+
+  uint64_t offset() const { return mOffset; }
   uint64_t size() const { return mSize; }
-  /// Enters the samples into their tracks' indexes, for a fragment that lies at `offset`.
-  void enterIndexes(uint64_t offset, std::span<MediaTrack> tracks) const;
+  uint64_t end() const { return mOffset + mSize; }
+  /// Where the media in it ends, in microseconds from the movie's zero.
+  uint64_t mediaEnd() const { return mMediaEnd; }
+
+  /// All bytes in their order. The first atom's type is `free`.
+  std::vector<iovec> vectors() const { return mVectors; }
+  /// The first block once more, with `moof` for its type: written over the first, it makes the fragment valid.
+  std::span<const uint8_t> validBeginning();
+  /// All is written: lets go of the memory, or of all but what validBeginning needs.
+  void releaseMedia(bool keepsBeginning);
+
+  /// Enters the samples into their tracks' indexes.
+  void enterIndexes(std::span<MediaTrack> tracks) const;
 
  private:
   struct Run {
     size_t track;
     uint64_t slot;  ///< which half second
+    bool isStraight;  ///< written from where it lies
     size_t first;
     size_t count;
     uint64_t bytes;
     uint64_t offset;  ///< from the fragment's start
+    TrackRunAtom atom;
+  };
+  struct Beginning {
+    size_t track;
+    uint64_t time;
   };
 
   void findRuns(std::span<MediaTrack> tracks);
   void writeHeader(uint32_t sequence, std::span<MediaTrack> tracks);
+  void layOut();
   void gather(std::span<MediaTrack> tracks);
+  void finishHeader();
 
-  std::vector<Run> mRuns;
-  std::vector<uint8_t> mHeader;
-  std::vector<iovec> mVectors;
-  uint64_t mMediaBytes = 0;
+  BlockPool& mPool;
+  const uint64_t mOffset;
   uint64_t mSize = 0;
+  uint64_t mMediaEnd = 0;
+  std::vector<Run> mRuns;
+  std::vector<Beginning> mBeginnings;  ///< of the tracks in it
+  std::vector<uint8_t> mHeader;
+  size_t mMoofSize = 0;
+  FragmentSumsAtom mSums;
+  BlockPool::Buffer mBuffer;
+  std::vector<iovec> mVectors;
+  std::vector<CMSampleBufferRef> mHeld;  ///< whose bytes are written as they lie
 };
 
 /// Enters one run of samples into an index: the same for what was written and for what is read back.
 void enterRun(SampleIndex& index, const TrackDescription& track, uint64_t offset,
               std::span<const TrackRunAtom::Sample> samples);
+
+/// What bytes add up to in FragmentSumsAtom: XXH3, 64 bits.
+uint64_t checksum(std::span<const uint8_t> bytes);
 
 /// What a `moof` body says.
 struct ParsedFragment {

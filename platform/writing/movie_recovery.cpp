@@ -162,11 +162,13 @@ class MovieRecovery {
           if (!takeFragment(*atom)) return;
           continue;
         case fourCharCode("free"):
-          // A fragment that was not made visible yet, or nothing.
-          if (mHeader && isFragment(*atom)) {
+          // A fragment that was not made valid yet, a header when the power went while another took its place, or
+          // nothing.
+          if (mHeader && beginsWith(*atom, FragmentHeaderAtom::kType)) {
             if (!takeFragment(*atom)) return;
             continue;
           }
+          if (!mHeader && beginsWith(*atom, MovieHeaderAtom::kType)) takeMovieHeader(*atom);
           break;
         default:
           return;
@@ -194,20 +196,33 @@ class MovieRecovery {
     return true;
   }
 
-  bool isFragment(const FileAtom& atom) {
+  /// Whether its first atom is of `type`.
+  bool beginsWith(const FileAtom& atom, uint32_t type) {
     const auto bytes = readBytes(atom.body(), std::min<uint64_t>(8, atom.size - atom.headerSize));
-    return bytes.size() == 8 && readBigEndian32(bytes.data() + 4) == FragmentHeaderAtom::kType;
+    return bytes.size() == 8 && readBigEndian32(bytes.data() + 4) == type;
   }
 
   /// Enters the samples of the fragment that begins with `atom`. False when it is the last that can
   /// be used: torn, or not one of ours.
   bool takeFragment(const FileAtom& atom) {
     if (!mHeader || atom.size > kLargestFragmentHeader) return false;
-    const auto parsed = readFragment(readBytes(atom.body(), atom.size - atom.headerSize));
+    const auto body = readBytes(atom.body(), atom.size - atom.headerSize);
+    const auto parsed = readFragment(body);
     if (!parsed || parsed->sequence != mSequence + 1) return false;
-    const auto data = atomAt(atom.end());
+    auto data = atomAt(atom.end());
+    std::optional<FragmentSumsAtom> sums;
+    if (data && data->type == FragmentSumsAtom::kType) {
+      sums = sumsIn(*data);
+      if (!sums) return false;
+      data = atomAt(data->end());
+    }
     if (!data || data->type != fourCharCode("mdat")) return false;
-    const uint64_t available = data->isWhole ? data->end() : mFileSize;
+    const uint64_t inFile = data->isWhole ? data->end() : mFileSize;
+    // What is `moof` was on the disk before it became that; what is `free` may have got there in part.
+    const bool mustBeChecked = sums && atom.type == fourCharCode("free");
+    if (mustBeChecked && checksum(body) != sums->header) return false;
+    const uint64_t available = mustBeChecked ? checkedEnd(*parsed, *sums, atom.offset, data->body(), inFile) : inFile;
+    const bool isWhole = data->isWhole && available == inFile;
     const uint64_t before = mSamples;
     enterSamples(*parsed, atom.offset, data->body(), available);
     if (tablesSize() > kLargestMovieHeader) {
@@ -216,9 +231,48 @@ class MovieRecovery {
     }
     if (mSamples != before) ++mFragments;
     mSequence = parsed->sequence;
-    mTail = data->isWhole ? data->end() : data->offset;
-    mTornData = !data->isWhole;
-    return data->isWhole;
+    mTail = isWhole ? data->end() : data->offset;
+    mTornData = !isWhole;
+    return isWhole;
+  }
+
+  std::optional<FragmentSumsAtom> sumsIn(const FileAtom& atom) {
+    if (!atom.isWhole || atom.size > kLargestFragmentHeader) return std::nullopt;
+    auto sums = readAtom<FragmentSumsAtom>(readBytes(atom.body(), atom.size - atom.headerSize));
+    return sums && sums->mark == FragmentSumsAtom::kMark ? sums : std::nullopt;
+  }
+
+  /// How far the bytes of a fragment's samples, which lie from `begin` to `end`, are those that were written: `end`
+  /// when all are.
+  uint64_t checkedEnd(const ParsedFragment& fragment, const FragmentSumsAtom& sums, uint64_t offset, uint64_t begin,
+                      uint64_t end) {
+    struct Bytes {
+      uint64_t offset;
+      uint64_t size;
+    };
+    std::vector<Bytes> runs;
+    for (const auto& track : fragment.tracks) {
+      for (const TrackRunAtom& run : track.runs) {
+        uint64_t size = 0;
+        for (const auto& sample : run.samples) size += sample.size;
+        runs.push_back({offset + static_cast<uint64_t>(std::max(run.dataOffset, 0)), size});
+      }
+    }
+    std::sort(runs.begin(), runs.end(), [](const Bytes& a, const Bytes& b) { return a.offset < b.offset; });
+    auto sum = sums.pieces.begin();
+    uint64_t last = begin;
+    for (const Bytes& run : runs) {
+      if (run.offset < last) return last;
+      last = run.offset + run.size;
+      for (uint64_t at = 0; at < run.size; at += FragmentSumsAtom::kPiece) {
+        const uint64_t size = std::min<uint64_t>(run.size - at, FragmentSumsAtom::kPiece);
+        const uint64_t place = run.offset + at;
+        if (sum == sums.pieces.end() || place > end || size > end - place) return std::min(place, end);
+        const auto bytes = readBytes(place, size);
+        if (bytes.empty() || checksum(bytes) != *sum++) return place;
+      }
+    }
+    return end;
   }
 
   /// Of the plain movie's `moov`, at most.
@@ -233,7 +287,7 @@ class MovieRecovery {
     for (const auto& part : fragment.tracks) {
       const auto track = std::find_if(mTracks.begin(), mTracks.end(),
                                       [&](const Track& one) { return one.description.track == part.track; });
-      if (track == mTracks.end()) return;
+      if (track == mTracks.end()) continue;  // came late, and its header got lost
       if (part.time > kLatestTime) return;
       std::optional<uint64_t> time = part.time;  // of the first run
       for (const TrackRunAtom& run : part.runs) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <functional>
@@ -31,6 +32,8 @@ class MemoryFileSystem final : public FileSystem {
     mPlan = std::move(plan);
     mOperations = 0;
   }
+  /// Whether files can be written past the page cache.
+  void setDirect(bool canDirect) { mCanDirect = canDirect; }
   /// Called with a file's bytes after every operation that changed them.
   void setObserver(std::function<void(const std::vector<uint8_t>& bytes)> observer) { mObserver = std::move(observer); }
 
@@ -80,6 +83,15 @@ class MemoryFileSystem final : public FileSystem {
     MemoryFile(MemoryFileSystem& owner, std::shared_ptr<Node> node) : mOwner(owner), mNode(std::move(node)) {}
     ~MemoryFile() override { close(); }
 
+    int64_t writeDirect(const iovec* vectors, int count, uint64_t offset) override {
+      if (!mOwner.mCanDirect) return -EINVAL;
+      bool isAligned = offset % kDirectAlignment == 0;
+      for (const iovec& vector : std::span(vectors, static_cast<size_t>(count)))
+        isAligned = isAligned && vector.iov_len % kDirectAlignment == 0 &&
+                    reinterpret_cast<uintptr_t>(vector.iov_base) % kDirectAlignment == 0;
+      return isAligned ? writeVectors(vectors, count, offset) : -EINVAL;
+    }
+    void dropCached(uint64_t, uint64_t) override {}
     int64_t writeVectors(const iovec* vectors, int count, uint64_t offset) override {
       std::lock_guard lock(mOwner.mMutex);
       size_t total = 0;
@@ -172,6 +184,7 @@ class MemoryFileSystem final : public FileSystem {
   std::mutex mMutex;
   std::map<std::string, std::shared_ptr<Node>> mFiles;
   bool mHasFolder = true;
+  std::atomic<bool> mCanDirect{true};
   FaultPlan mPlan;
   size_t mOperations = 0;
   std::function<void(const std::vector<uint8_t>&)> mObserver;

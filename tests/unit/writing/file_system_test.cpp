@@ -157,7 +157,7 @@ TEST(FileSystem, SurvivesAFileSizeLimit) {
   ASSERT_TRUE(writer.start());
   {
     FileSizeLimit limit(600'000);
-    EXPECT_FALSE(recording.recordUpTo(300));
+    for (size_t pictures = 300; recording.recordUpTo(pictures);) pictures += 30;  // until the thread has met it
     EXPECT_EQ(writer.status(), AVAssetWriterStatus::Failed);
     EXPECT_EQ(writer.error().code, AVErrorDiskFull);
     EXPECT_FALSE(writer.finish());
@@ -207,6 +207,8 @@ class SparseFileSystem final : public FileSystem {
       }
       return mFile->writeVectors(vectors, 1, offset);
     }
+    int64_t writeDirect(const iovec*, int, uint64_t) override { return -EINVAL; }
+    void dropCached(uint64_t, uint64_t) override {}
     int64_t readBytes(uint8_t* into, size_t count, uint64_t offset) override {
       return mFile->readBytes(into, count, offset);
     }
@@ -235,7 +237,7 @@ TEST(FileSystem, HoldsAMovieBeyondFourGiB) {
   TemporaryFolder folder;
   for (const bool finished : {true, false}) {
     const std::string path = folder.file(finished ? "finished.mov" : "killed.mov");
-    MovieFileWriter writer(path, files);
+    MovieFileWriter writer(path, files, FragmentWriter::Thread::kNone);
     const size_t video = writer.addTrack(TrackKind::kVideo);
     const size_t sound = writer.addTrack(TrackKind::kSound);
     ASSERT_TRUE(writer.start());

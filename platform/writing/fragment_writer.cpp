@@ -1,0 +1,300 @@
+#include "platform/writing/fragment_writer.h"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include <vesk/log.h>
+#include "platform/writing/file_system.h"
+#include "platform/writing/movie_layout.h"
+
+namespace vesk {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+// How far the disk may fall behind before the page cache has to help.
+constexpr uint64_t kMostWaiting = uint64_t{64} << 20;
+constexpr seconds kLongestWaiting{8};
+/// A source that is further ahead of the clock than the queues and their stamps can make it is no live one.
+constexpr milliseconds kAhead{250};
+
+/// A recording faster than real time would else sync a thousand times a second of it.
+constexpr milliseconds kLeastBetweenSyncs{250};
+
+// Space is set aside for the next half minute, twice that at a time: long recordings stay in few pieces, and that
+// the disk will be full is known before it is.
+constexpr uint64_t kSecondsAside = 30;
+constexpr uint64_t kLeastAside = uint64_t{64} << 20;
+constexpr uint64_t kMostAside = uint64_t{4} << 30;
+constexpr uint64_t kSmallestAside = uint64_t{1} << 20;
+constexpr seconds kBetweenTries{2};
+
+}  // namespace
+
+FragmentWriter::FragmentWriter(File& file, FileSystem& fileSystem, std::string path)
+    : mFile(file), mFileSystem(fileSystem), mPath(std::move(path)) {}
+
+void FragmentWriter::start(Thread thread) {
+  if (thread == Thread::kNone) return;
+  try {
+    mThread = std::thread([this] { run(); });
+  } catch (const std::system_error&) {
+    NSLog(LogLevel::kWarning, "No thread for writing: the recording waits for the disk");
+  }
+}
+
+void FragmentWriter::wrote(uint64_t end) {
+  {
+    const MutexLock lock(mMutex);
+    mEnd = mSafeEnd = end;
+    mIsUnsynced = true;
+  }
+  mWake.notify_one();
+  if (!mThread.joinable()) sync();
+}
+
+void FragmentWriter::submit(std::shared_ptr<MovieFragment> fragment) {
+  {
+    const MutexLock lock(mMutex);
+    if (mHasFailed) return;
+    mEntries.push_back({fragment, State::kQueued, false, Clock::now()});
+    mEnd = fragment->end();
+    mMediaEnd = std::max(mMediaEnd, fragment->mediaEnd());
+    mWaitingBytes += fragment->size();
+    if (mThread.joinable()) {
+      if (mCanDirect && !mIsBehind) waitForTheDisk();
+      if (!mCanDirect || mIsBehind) writeQueued(false);
+    } else {
+      writeQueued(true);
+    }
+  }
+  mWake.notify_one();
+  if (!mThread.joinable()) sync();
+}
+
+/// Lets a source that is faster than real time wait until there is room; for a live one the page cache helps.
+void FragmentWriter::waitForTheDisk() {
+  for (;;) {
+    const auto now = Clock::now();
+    if (error() != 0 || !isFarBehind(now)) return;
+    if (!isAheadOfTime(now) || now - mEntries.front().queued > kLongestWaiting) break;
+    mIsRoomWanted = true;
+    mWake.notify_one();
+    mRoom.wait_until(mMutex, mEntries.front().queued + kLongestWaiting);
+    mIsRoomWanted = false;
+  }
+  mIsBehind = true;
+  ++mStatistics.fellBehind;
+}
+
+bool FragmentWriter::isFarBehind(Clock::time_point now) const {
+  if (mEntries.size() < 2) return false;
+  return mWaitingBytes > kMostWaiting || now - mEntries.front().queued > kLongestWaiting;
+}
+
+bool FragmentWriter::isAheadOfTime(Clock::time_point now) const {
+  return std::chrono::microseconds(mMediaEnd) > now - mStart + kAhead;
+}
+
+FragmentWriter::Entry* FragmentWriter::nextQueued() {
+  if (mHasFailed) return nullptr;
+  const auto queued = std::find_if(mEntries.begin(), mEntries.end(),
+                                   [](const Entry& entry) { return entry.state == State::kQueued; });
+  return queued == mEntries.end() ? nullptr : &*queued;
+}
+
+/// Writes what is queued, without the lock. The thread and who submits may do so at once, each its own fragments.
+void FragmentWriter::writeQueued(bool tryDirect) {
+  while (Entry* const entry = nextQueued()) {
+    entry->state = State::kBeingWritten;
+    mMutex.unlock();
+    int error = ENOMEM;
+    try {
+      error = writeBytes(*entry, tryDirect);
+    } catch (const std::exception& exception) {
+      NSLog(LogLevel::kError, exception.what());
+    }
+    if (error == 0) entry->fragment->releaseMedia(entry->isDirect);
+    if (error != 0) setError(error);
+    mMutex.lock();
+    if (error != 0) {
+      mHasFailed = true;
+      mRoom.notify_all();
+      return;
+    }
+    entry->state = State::kWritten;
+    mIsUnsynced = true;
+    (entry->isDirect ? mStatistics.direct : mStatistics.buffered) += entry->fragment->size();
+    if (!entry->isDirect) mWaitingBytes -= entry->fragment->size();
+  }
+}
+
+int FragmentWriter::writeBytes(Entry& entry, bool tryDirect) {
+  const MovieFragment& fragment = *entry.fragment;
+  if (tryDirect && mCanDirect) {
+    auto vectors = fragment.vectors();
+    entry.isDirect = mFile.writeAllDirect(vectors, fragment.offset()) == 0;
+    if (entry.isDirect) return 0;
+    mCanDirect = false;  // when it is the disk that failed, that shows at once
+  }
+  auto vectors = fragment.vectors();
+  return mFile.writeAll(vectors, fragment.offset());
+}
+
+void FragmentWriter::run() {
+  pthread_setname_np(pthread_self(), "Vesk Movie Disk");
+  for (;;) {
+    setSpaceAside();
+    {
+      const MutexLock lock(mMutex);
+      writeQueued(true);
+      while (!nextQueued()) {
+        if (mIsStopping) return;
+        const bool mustSync = mIsUnsynced && error() == 0;
+        if (mustSync && (mIsRoomWanted || Clock::now() >= mNextSync)) break;
+        if (mustSync)
+          mWake.wait_until(mMutex, mNextSync);
+        else
+          mWake.wait(mMutex);
+      }
+      if (nextQueued()) continue;
+    }
+    mNextSync = Clock::now() + kLeastBetweenSyncs;
+    sync();
+  }
+}
+
+/// How many are written without one before them that is not.
+size_t FragmentWriter::countWritten() const {
+  const auto end = std::find_if(mEntries.begin(), mEntries.end(),
+                                [](const Entry& entry) { return entry.state != State::kWritten; });
+  return static_cast<size_t>(end - mEntries.begin());
+}
+
+/// Makes what is written durable, and then valid.
+void FragmentWriter::sync() {
+  std::vector<Entry*> entries;  // they stay where they are: only this takes them away
+  {
+    const MutexLock lock(mMutex);
+    if (error() != 0 || !mIsUnsynced) return;
+    mIsUnsynced = false;
+    const size_t count = countWritten();
+    entries.reserve(count);
+    mDone.reserve(mDone.size() + count);
+    for (size_t i = 0; i < count; ++i) entries.push_back(&mEntries[i]);
+  }
+  if (const int error = bringToDisk()) {
+    setError(error);
+    const MutexLock lock(mMutex);
+    return mRoom.notify_all();
+  }
+  for (Entry* const entry : entries) makeValid(*entry);
+  if (!entries.empty()) {
+    const uint64_t begin = entries.front()->fragment->offset();
+    mFile.dropCached(mDropFrom, entries.back()->fragment->end() - mDropFrom);
+    mDropFrom = begin;  // these have a type each that is not on the disk yet
+  }
+  const MutexLock lock(mMutex);
+  for (size_t i = 0; i < entries.size(); ++i) {
+    Entry& entry = mEntries.front();
+    if (entry.isDirect) mWaitingBytes -= entry.fragment->size();
+    entry.fragment->releaseMedia(false);
+    mSafeEnd = entry.fragment->end();
+    mDone.push_back(std::move(entry.fragment));
+    mEntries.pop_front();
+  }
+  uint64_t left = 0;
+  for (const Entry& entry : mEntries) left += entry.fragment->size();
+  if (left <= kMostWaiting / 4) mIsBehind = false;
+  mRoom.notify_all();
+}
+
+int FragmentWriter::bringToDisk() {
+  if (const int error = mFile.makeDurable()) return error;
+  if (!std::exchange(mHasSynced, true)) mFileSystem.syncFolderOf(mPath);  // best effort: not all file systems can
+  return mFile.isLinked() ? 0 : ENOENT;
+}
+
+/// The data is on the disk, so that a failure here costs nothing but the reading while the movie grows.
+void FragmentWriter::makeValid(Entry& entry) {
+  MovieFragment& fragment = *entry.fragment;
+  if (entry.isDirect) {
+    const std::span<const uint8_t> beginning = fragment.validBeginning();
+    iovec vector{const_cast<uint8_t*>(beginning.data()), beginning.size()};
+    if (mFile.writeAllDirect(std::span(&vector, 1), fragment.offset()) == 0) return;
+  }
+  setError(changeType(mFile, fragment.offset(), fourCharCode("free"), fourCharCode("moof")));
+}
+
+void FragmentWriter::stop() {
+  {
+    const MutexLock lock(mMutex);
+    mIsStopping = true;
+  }
+  mWake.notify_one();
+  if (mThread.joinable()) mThread.join();
+  const MutexLock lock(mMutex);
+  const size_t count = countWritten();
+  if (count == mEntries.size()) return;
+  mEntries.erase(mEntries.begin() + static_cast<ptrdiff_t>(count), mEntries.end());
+  mFile.truncate(mEntries.empty() ? mSafeEnd : mEntries.back().fragment->end());
+}
+
+void FragmentWriter::makeValid() {
+  mError = 0;  // what stands is to be saved, whatever has failed
+  sync();
+}
+
+std::vector<std::shared_ptr<MovieFragment>> FragmentWriter::takeDone() {
+  const MutexLock lock(mMutex);
+  auto done = std::exchange(mDone, {});
+  if (!mIsStopping) return done;
+  for (; mTaken < mEntries.size(); ++mTaken) done.push_back(mEntries[mTaken].fragment);
+  return done;
+}
+
+WritingStatistics FragmentWriter::statistics() const {
+  const MutexLock lock(mMutex);
+  return mStatistics;
+}
+
+/// Sets space aside without changing the size of the file. A full disk is left for the writing to find.
+void FragmentWriter::setSpaceAside() {
+  uint64_t end;
+  uint64_t rate;  // bytes a second
+  {
+    const MutexLock lock(mMutex);
+    end = mEnd;
+    constexpr uint64_t kSecond = 1'000'000;
+    rate = mEnd * 10 / std::max<uint64_t>(mMediaEnd * 10 / kSecond, 10);
+  }
+  const auto now = Clock::now();
+  const uint64_t aside = std::clamp(rate * kSecondsAside, kLeastAside, kMostAside);
+  if (end > 0 && mCanReserve && end + aside > mReserved && now >= mNextReserve) {
+    mReserved = std::max(mReserved, end);
+    int error = ENOSPC;
+    for (uint64_t size = aside * 2; error == ENOSPC && size >= kSmallestAside; size /= 2) {
+      error = mFile.preallocate(mReserved, size);
+      if (error == 0) mReserved += size;
+    }
+    if (error != 0) mNextReserve = now + kBetweenTries;
+    mCanReserve = error == 0 || error == ENOSPC || error == EDQUOT || error == EFBIG || error == EINTR;
+    const MutexLock lock(mMutex);
+    mStatistics.isSpaceShort = mCanReserve && mReserved < end + aside;
+  }
+  const MutexLock lock(mMutex);
+  mStatistics.reserved = mReserved > end ? mReserved - end : 0;
+}
+
+void FragmentWriter::setError(int error) {
+  int none = 0;
+  mError.compare_exchange_strong(none, error, std::memory_order_release);
+}
+
+}  // namespace vesk
