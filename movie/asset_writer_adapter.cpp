@@ -297,7 +297,7 @@ int32_t AVAssetWriterAdapter::State::AddSampleFromQueue(SampleQueue& queue, AVAs
     }
   }
   const AVAssetWriter& writer = *mWriting->writer;
-  mCounters->bytes.store(writer.bytesWritten(), std::memory_order_relaxed);
+  mCounters->noteWriting(writer.bytesWritten(), writer.writing());
   // A source that waits for these queues sends no further sample, with which the failure would be noted.
   if (writer.status() == AVAssetWriterStatus::Failed) noteFailure(writer.error());
   return 0;
@@ -341,7 +341,7 @@ void AVAssetWriterAdapter::State::finishWriting(AVAssetWriter& writer) {
   if (mWriting->videoInput) mWriting->videoInput->markAsFinished();
   if (mWriting->audioInput) mWriting->audioInput->markAsFinished();
   if (!writer.finishWriting() && writer.status() == AVAssetWriterStatus::Failed) reportFailure(writer);
-  mCounters->bytes.store(writer.bytesWritten(), std::memory_order_relaxed);
+  mCounters->noteWriting(writer.bytesWritten(), writer.writing());
 }
 
 void AVAssetWriterAdapter::State::drain(SampleQueue& queue, RecordingCounters::Track& counters) {

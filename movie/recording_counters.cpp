@@ -40,6 +40,15 @@ void RecordingCounters::noteFailure(int32_t status, const Error& error) {
   mHasError.store(true, std::memory_order_release);
 }
 
+void RecordingCounters::noteWriting(uint64_t written, const WritingStatistics& writing) {
+  bytes.store(written, std::memory_order_relaxed);
+  mDirect.store(writing.direct, std::memory_order_relaxed);
+  mBuffered.store(writing.buffered, std::memory_order_relaxed);
+  mFellBehind.store(writing.fellBehind, std::memory_order_relaxed);
+  mReserved.store(writing.reserved, std::memory_order_relaxed);
+  mIsDiskShort.store(writing.isSpaceShort, std::memory_order_relaxed);
+}
+
 RecordingStatistics RecordingCounters::statistics() const {
   const QueueLevels queues = levels();
   RecordingStatistics result;
@@ -57,6 +66,11 @@ RecordingStatistics RecordingCounters::statistics() const {
   result.duration = value(mDuration);
   result.videoLate = value(mVideoLate);
   result.bytes = value(bytes);
+  result.bytesDirect = value(mDirect);
+  result.bytesBuffered = value(mBuffered);
+  result.diskFellBehind = static_cast<uint32_t>(value(mFellBehind));
+  result.bytesReserved = value(mReserved);
+  result.isDiskShort = mIsDiskShort.load(std::memory_order_relaxed);
   result.videoWaiting = queues.videoWaiting;
   result.audioWaiting = queues.audioWaiting;
   result.videoCapacity = queues.videoCapacity;

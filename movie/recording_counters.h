@@ -6,6 +6,7 @@
 #include <vesk/queue_levels.h>
 #include <vesk/recording_statistics.h>
 #include "platform/foundation/mutex.h"
+#include "platform/writing/writing_statistics.h"
 
 namespace vesk {
 
@@ -40,6 +41,9 @@ class RecordingCounters {
   /// The writer has failed with a status, or could not be made; the first failure stays.
   void noteFailure(int32_t status, const Error& error) VESK_EXCLUDES(mErrorMutex);
 
+  /// The writer has taken `written` bytes, which get to the disk as `writing` says.
+  void noteWriting(uint64_t written, const WritingStatistics& writing);
+
   RecordingStatistics statistics() const;
   QueueLevels levels() const;
 
@@ -57,6 +61,11 @@ class RecordingCounters {
  private:
   Count mDuration{0};
   Count mVideoLate{0};
+  Count mDirect{0};
+  Count mBuffered{0};
+  Count mFellBehind{0};
+  Count mReserved{0};
+  std::atomic<bool> mIsDiskShort{false};
   std::atomic<int32_t> mStatus{0};
   std::atomic<bool> mHasError{false};
   mutable Mutex mErrorMutex;

@@ -63,6 +63,7 @@ DiskWatch::Verdict DiskWatch::judge(uint64_t room, const RecordingStatistics& st
   const auto growth = static_cast<double>(statistics.bytes - std::min(statistics.bytes, mBytes));
   mBytes = statistics.bytes;
   const double samples = static_cast<double>(statistics.videoFrames) + static_cast<double>(statistics.audioPackets);
+  if (statistics.isDiskShort) room = std::min(room, statistics.bytesReserved);  // a quota shows nowhere else
   const double free = static_cast<double>(room) - kIndexBytes - samples * kIndexBytesPerSample;
   if (statistics.duration < kShortestToJudge || statistics.bytes == 0) {
     mSecondsLeft.reset();

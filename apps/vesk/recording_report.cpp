@@ -135,6 +135,10 @@ nlohmann::ordered_json documentOf(const RecordedMovie& movie) {
                                        {"height", statistics.videoHeight},
                                        {"frames", statistics.videoFrames},
                                        {"dropped", statistics.videoDropped}}},
+                                     {"disk",
+                                      {{"direct", statistics.bytesDirect},
+                                       {"buffered", statistics.bytesBuffered},
+                                       {"fellBehind", statistics.diskFellBehind}}},
                                      {"sound", nullptr}};
   if (movie.soundFormat) {
     const auto& sound = movie.soundFormat->streamBasicDescription();

@@ -23,8 +23,15 @@ struct RecordingStatistics {
   /// How much later the newest frame is shown than it was captured. It grows where frames come faster than a
   /// movie takes them: one in 30 ms with FrameTiming::kSteady; with kCapture a movie takes any rate.
   uint64_t videoLate = 0;
-  uint64_t bytes = 0;         ///< in the file
-  uint32_t videoWaiting = 0;  ///< queued, not yet written
+  uint64_t bytes = 0;  ///< in the file, or on their way there
+  /// How the movie got to the disk: bytes written past the system's page cache, which costs least and leaves the
+  /// memory to others; and through it, where the file system cannot do that or the disk was too slow for a while.
+  uint64_t bytesDirect = 0;
+  uint64_t bytesBuffered = 0;
+  uint32_t diskFellBehind = 0;  ///< how often it was too slow: by more than 64 MiB or 8 s
+  uint64_t bytesReserved = 0;   ///< of disk, for what comes next
+  bool isDiskShort = false;     ///< no more could be reserved: these are the last. A quota shows here only
+  uint32_t videoWaiting = 0;    ///< queued, not yet written
   uint32_t audioWaiting = 0;
   uint32_t videoCapacity = 0;  ///< of the queues
   uint32_t audioCapacity = 0;

@@ -71,4 +71,8 @@ uint64_t AVAssetWriter::bytesWritten() const {
   return mWriter->bytesWritten();
 }
 
+WritingStatistics AVAssetWriter::writing() const {
+  return mWriter->writing();
+}
+
 }  // namespace vesk

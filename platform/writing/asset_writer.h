@@ -8,6 +8,7 @@
 #include <vesk/cm_time.h>
 #include <vesk/ns_error.h>
 #include "platform/writing/asset_writer_input.h"
+#include "platform/writing/writing_statistics.h"
 
 namespace vesk {
 
@@ -50,8 +51,10 @@ class AVAssetWriter {
   /// could be written stays readable. @return whether the status is Completed.
   bool finishWriting();
 
-  /// Bytes in the file so far.
+  /// Bytes in the file so far, or on their way there.
   uint64_t bytesWritten() const;
+  /// How they get there. On the thread that appends.
+  WritingStatistics writing() const;
 
   ~AVAssetWriter();
 

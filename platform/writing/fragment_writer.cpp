@@ -104,8 +104,8 @@ bool FragmentWriter::isAheadOfTime(Clock::time_point now) const {
 
 FragmentWriter::Entry* FragmentWriter::nextQueued() {
   if (mHasFailed) return nullptr;
-  const auto queued = std::find_if(mEntries.begin(), mEntries.end(),
-                                   [](const Entry& entry) { return entry.state == State::kQueued; });
+  const auto queued =
+      std::find_if(mEntries.begin(), mEntries.end(), [](const Entry& entry) { return entry.state == State::kQueued; });
   return queued == mEntries.end() ? nullptr : &*queued;
 }
 
@@ -172,8 +172,8 @@ void FragmentWriter::run() {
 
 /// How many are written without one before them that is not.
 size_t FragmentWriter::countWritten() const {
-  const auto end = std::find_if(mEntries.begin(), mEntries.end(),
-                                [](const Entry& entry) { return entry.state != State::kWritten; });
+  const auto end =
+      std::find_if(mEntries.begin(), mEntries.end(), [](const Entry& entry) { return entry.state != State::kWritten; });
   return static_cast<size_t>(end - mEntries.begin());
 }
 

@@ -12,20 +12,12 @@
 
 #include "platform/foundation/mutex.h"
 #include "platform/writing/movie_fragment.h"
+#include "platform/writing/writing_statistics.h"
 
 namespace vesk {
 
 class File;
 class FileSystem;
-
-/// How a movie got to the disk.
-struct WritingStatistics {
-  uint64_t direct = 0;      ///< bytes written past the page cache
-  uint64_t buffered = 0;    ///< bytes written through it
-  uint32_t fellBehind = 0;  ///< how often the disk fell so far behind that the page cache had to help
-  uint64_t reserved = 0;    ///< bytes of disk set aside for what comes next
-  bool isSpaceShort = false;  ///< no more could be set aside: these are the last
-};
 
 /// Brings the fragments of a growing movie to the disk, from a thread of its own, so that who records never waits
 /// for the disk.
@@ -108,8 +100,8 @@ class FragmentWriter {
   uint64_t mDropFrom = 0;  ///< from here on the page cache may hold what is on the disk
 
   mutable Mutex mMutex;
-  std::condition_variable_any mWake;  ///< of the thread
-  std::condition_variable_any mRoom;  ///< of who submits faster than the disk takes
+  std::condition_variable_any mWake;                   ///< of the thread
+  std::condition_variable_any mRoom;                   ///< of who submits faster than the disk takes
   std::deque<Entry> mEntries VESK_GUARDED_BY(mMutex);  ///< neither valid nor lost; their places stay while they do
   std::vector<std::shared_ptr<MovieFragment>> mDone VESK_GUARDED_BY(mMutex);
   size_t mTaken VESK_GUARDED_BY(mMutex) = 0;           ///< of mEntries, behind stop

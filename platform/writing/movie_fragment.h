@@ -49,7 +49,7 @@ class MovieFragment {
  private:
   struct Run {
     size_t track;
-    uint64_t slot;  ///< which half second
+    uint64_t slot;    ///< which half second
     bool isStraight;  ///< written from where it lies
     size_t first;
     size_t count;

@@ -50,6 +50,10 @@ TEST(DiskWatch, KeepsRoomForTheIndexAndForWhatGrowsFasterThanItsTime) {
   };
   EXPECT_TRUE(isFull(25'000'000)) << "an index of 27 MB";
   EXPECT_FALSE(isFull(29'000'000));
+  statistics.isDiskShort = true;
+  statistics.bytesReserved = 25'000'000;
+  EXPECT_TRUE(isFull(900'000'000)) << "a quota leaves less than the disk has";
+  statistics.isDiskShort = false;
   watch.look(900'000'000, statistics, kStart + seconds(3));
   statistics.bytes += 500'000'000;
   watch.look(900'000'000, statistics, kStart + seconds(4));
