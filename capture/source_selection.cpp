@@ -20,7 +20,7 @@ CaptureSourcePtr makeSimulated(const std::string&, const SourceOptions& options,
 }
 
 CaptureSourcePtr makeLinux(const std::string&, const SourceOptions&, Error&) {
-  Error why;  // there are no microphones: that is told when one is asked for
+  Error why;  // there are no microphones: that is reported when one is asked for
   return std::make_shared<LinuxSource>(std::make_shared<LinuxCameras>(),
                                        std::make_shared<SoundSource>(makeSoundSystem(why)));
 }

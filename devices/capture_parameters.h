@@ -23,7 +23,7 @@ VESK_LOCAL VCICaptureParameters videoCaptureParameters(const CMVideoFormatDescri
 /// A microphone's wave format as a description, whose format identifier is the wave format's code.
 VESK_LOCAL CMAudioFormatDescriptionRef audioFormatDescription(const ACIWaveFormat& format);
 
-/// Sound as a microphone is asked for it and a movie is told of it: the low 16 bits of format
+/// Sound as a microphone is asked for it and as a movie describes it: the low 16 bits of format
 /// identifier, channels and bits, the sample rate without its fraction (0 when it is no 32-bit number).
 VESK_LOCAL ACICaptureParameters audioCaptureParameters(const CMAudioFormatDescription& format);
 

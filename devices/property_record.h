@@ -6,7 +6,7 @@
 
 namespace vesk {
 
-/// A property set as the capture library is told of it.
+/// A property set as the capture library takes it.
 VESK_LOCAL VCIPropertySet propertySetRecord(const capture::PropertySetIdentifier& set);
 
 }  // namespace vesk

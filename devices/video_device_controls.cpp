@@ -96,7 +96,7 @@ int32_t VeskVideoDevice::writeControl(const CameraControl& control, int64_t numb
 }
 
 /// What is sent beside a number that shares its property's value: where the head points in the other
-/// direction, 0 when it does not tell; no move.
+/// direction, 0 when it reports none; no move.
 int64_t VeskVideoDevice::otherNumber(const CameraControl& control) const {
   switch (control.place) {
     case ControlPlace::kFirstOfPosition:

@@ -15,7 +15,7 @@ namespace {
 
 using Kind = vesk::RecordingEventKind;
 
-/// What a person is told.
+/// Prints events for a person.
 void print(const vesk::RecordingEvent& event) {
   if (event.kind == Kind::kStarted) std::printf("recording to %s\n", event.file.c_str());
   if (event.error) std::fprintf(stderr, "%s. %s\n", event.error.what.c_str(), event.error.remedy.c_str());

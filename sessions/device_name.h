@@ -8,7 +8,7 @@
 
 namespace vesk {
 
-/// What a person is told of a device: its name, its path when it has none.
+/// How a device is called in messages: its name, its path when it has none.
 inline std::string displayName(const VeskDeviceInfo& info) {
   if (auto name = info.name(); name && !name->empty()) return *std::move(name);
   return info.path().value_or("unnamed device");

@@ -36,7 +36,7 @@ std::optional<uint64_t> roomForMovie(const std::string& movie) {
   constexpr int64_t kBlock = 512;
   struct statvfs disk = {};
   if (statvfs(stringByDeletingLastPathComponent(movie).c_str(), &disk) != 0) return std::nullopt;
-  if (disk.f_blocks == 0) return std::nullopt;  // a file system that does not tell
+  if (disk.f_blocks == 0) return std::nullopt;  // a file system that does not report it
   const uint64_t free = uint64_t{disk.f_bavail} * disk.f_frsize;
   struct stat status = {};
   if (lstat(movie.c_str(), &status) != 0) return free;

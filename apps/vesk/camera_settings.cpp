@@ -95,7 +95,7 @@ std::vector<ControlState> statesOf(const VeskVideoDevice& camera) {
   }
   if (silent.empty()) return states;
   if (states.empty()) throw Failure(kFailed, why);
-  sayLine("vesk: \"{}\" did not answer when asked for {}.", nameOf(*camera.deviceInfo()), fmt::join(silent, ", "));
+  reportLine("vesk: \"{}\" did not answer when asked for {}.", nameOf(*camera.deviceInfo()), fmt::join(silent, ", "));
   return states;
 }
 
@@ -131,7 +131,8 @@ std::string leftToAutomatic(const std::vector<std::string>& names) {
   return names.empty() ? "" : fmt::format("; left to automatic modes: {}", fmt::join(names, ", "));
 }
 
-void tellOutcome(const GlobalOptions& global, const VeskDeviceInfo& camera, const Outcome& outcome, const char* event) {
+void printOutcome(const GlobalOptions& global, const VeskDeviceInfo& camera, const Outcome& outcome,
+                  const char* event) {
   if (global.json) {
     Json refused = Json::array();
     for (const auto& [name, reason] : outcome.refused) refused.push_back({{"name", name}, {"reason", reason}});
@@ -144,7 +145,7 @@ void tellOutcome(const GlobalOptions& global, const VeskDeviceInfo& camera, cons
   } else {
     printLine("{}: {} settings applied{}", nameOf(camera), outcome.applied.size(), leftToAutomatic(outcome.automatic));
   }
-  for (const auto& [name, reason] : outcome.refused) sayLine("vesk: {} was not applied: {}.", name, reason);
+  for (const auto& [name, reason] : outcome.refused) reportLine("vesk: {} was not applied: {}.", name, reason);
 }
 
 std::shared_ptr<VeskVideoDevice> cameraFor(const ControlSettings& settings, const std::string& text) {

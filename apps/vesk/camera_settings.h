@@ -17,7 +17,7 @@ namespace vesk::program {
 /// A control as a camera has it.
 struct ControlState {
   const CameraControl& control;
-  std::optional<int64_t> minimum;  ///< with the maximum; none when nobody tells the range
+  std::optional<int64_t> minimum;  ///< with the maximum; none when nobody reports the range
   std::optional<int64_t> maximum;
   int64_t current = 0;
   std::optional<int64_t> initial;
@@ -33,7 +33,7 @@ std::optional<ControlState> stateOf(const VeskVideoDevice& camera, const CameraC
 std::vector<ControlState> statesOf(const VeskVideoDevice& camera);
 /// Whether a camera does not have the control that it was asked for, rather than not answering.
 bool isMissing(const Error& error);
-/// "-64 to 64", or "?" where nobody tells it.
+/// "-64 to 64", or "?" where nobody reports it.
 std::string rangeText(const ControlState& state);
 /// Why a camera did not take a value, after "brightness was not set: ".
 std::string reasonOf(const Error& error, const ControlState& state);
@@ -50,9 +50,9 @@ struct Outcome {
 Outcome applySettings(VeskVideoDevice& camera, const std::map<std::string, int64_t>& values);
 /// "; left to automatic modes: exposure, focus", or nothing for none.
 std::string leftToAutomatic(const std::vector<std::string>& names);
-/// Says what was applied and what was left to automatic modes and, a line each, what was not and why. `event` is for
+/// Prints what was applied and what was left to automatic modes and, a line each, what was not and why. `event` is for
 /// scripts, null for none.
-void tellOutcome(const GlobalOptions& global, const VeskDeviceInfo& camera, const Outcome& outcome, const char* event);
+void printOutcome(const GlobalOptions& global, const VeskDeviceInfo& camera, const Outcome& outcome, const char* event);
 
 /// The camera that `text` names; where it names none, the one that the settings were saved from: plugged
 /// in elsewhere it has another path, and is the only one of its vendor and product.

@@ -74,7 +74,7 @@ void printTable(const std::vector<ControlState>& states) {
   }
 }
 
-void tell(const GlobalOptions& global, const std::vector<ControlState>& states) {
+void print(const GlobalOptions& global, const std::vector<ControlState>& states) {
   if (!global.json) {
     printTable(states);
     return;
@@ -88,7 +88,7 @@ void tell(const GlobalOptions& global, const std::vector<ControlState>& states) 
 int64_t readValue(const ControlState& state, const std::string& text) {
   if (text == "default") {
     if (state.initial) return *state.initial;
-    throw Failure(kFailed, fmt::format("the camera does not tell the default of {}.", state.control.name),
+    throw Failure(kFailed, fmt::format("the camera does not report the default of {}.", state.control.name),
                   "Give a number.");
   }
   if (state.control.isSwitch()) {
@@ -117,7 +117,7 @@ class Controls {
     switch (mOptions.action) {
       case ControlsOptions::Action::kList:
         open(chooseCamera(mOptions.camera));
-        tell(mGlobal, statesOf(*mCamera));
+        print(mGlobal, statesOf(*mCamera));
         break;
       case ControlsOptions::Action::kGet:
         open(chooseCamera(mOptions.camera));
@@ -148,7 +148,7 @@ class Controls {
   void get() {
     const ControlState state = requiredState(*mCamera, controlNamed(mOptions.name));
     if (mGlobal.json)
-      tell(mGlobal, {state});
+      print(mGlobal, {state});
     else
       printLine("{}", state.control.isSwitch() ? currentText(state) : std::to_string(state.current));
   }
@@ -173,8 +173,8 @@ class Controls {
     }
     const ControlState after = stateOf(*mCamera, before.control).value_or(before);
     if (after.current != value && !after.control.isMomentary())
-      sayLine("vesk: the camera rounded it to {}.", after.current);
-    tell(mGlobal, {after});
+      reportLine("vesk: the camera rounded it to {}.", after.current);
+    print(mGlobal, {after});
   }
 
   int reset() {
@@ -221,7 +221,7 @@ class Controls {
   }
 
   int finish(const Outcome& outcome) const {
-    tellOutcome(mGlobal, *mCamera->deviceInfo(), outcome, nullptr);
+    printOutcome(mGlobal, *mCamera->deviceInfo(), outcome, nullptr);
     return outcome.refused.empty() ? kDone : kFailed;
   }
 

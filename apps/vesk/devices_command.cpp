@@ -40,7 +40,7 @@ void printTable(const char* title, const VeskDeviceList& records) {
   }
 }
 
-/// Tells of devices that come and go once it runs, also of those that did so before.
+/// Prints devices that come and go once it runs, also of those that did so before.
 class Watch {
  public:
   explicit Watch(bool json) : mJson(json) {}
@@ -53,7 +53,7 @@ class Watch {
 
  private:
   // Notifications come on the source's thread; results are written on the main thread only.
-  void tell(const char* event, std::shared_ptr<VeskDeviceInfo> info) {
+  void print(const char* event, std::shared_ptr<VeskDeviceInfo> info) {
     mLoop.post([this, event, info = std::move(info)] {
       if (mJson) {
         printJson(deviceEvent(event, *info));
@@ -66,8 +66,8 @@ class Watch {
 
   const bool mJson;
   MainLoop mLoop;
-  const DeviceWatch mAdded{KVXDeviceAdded, [this](auto info) { tell("added", std::move(info)); }};
-  const DeviceWatch mRemoved{KVXDeviceRemoved, [this](auto info) { tell("removed", std::move(info)); }};
+  const DeviceWatch mAdded{KVXDeviceAdded, [this](auto info) { print("added", std::move(info)); }};
+  const DeviceWatch mRemoved{KVXDeviceRemoved, [this](auto info) { print("removed", std::move(info)); }};
 };
 
 }  // namespace

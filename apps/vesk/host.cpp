@@ -29,7 +29,7 @@ struct ShownLines {
 
 ShownLines& gShown = *new ShownLines;  // stays while the process ends: threads may still log
 
-/// With --verbose all that there is; else what calls, outcomes and statistics do not tell.
+/// With --verbose all that there is; else what calls, outcomes and statistics do not report.
 void showLine(LogLevel level, std::string_view line) {
   if (gVerbose) return writeLine(line);
   if (level == LogLevel::kDebug) return;
@@ -91,7 +91,7 @@ bool MainLoop::isEnding() const {
 }
 
 void MainLoop::endWithReader() {
-  // A pipe or socket without a reader tells so at once, not only when it is written to.
+  // A pipe or socket without a reader shows it at once, not only when it is written to.
   mSources.push_back(g_unix_fd_add(
       STDOUT_FILENO, G_IO_ERR,
       [](int, GIOCondition, void* data) -> gboolean {

@@ -66,7 +66,7 @@ class MainLoop {
   std::optional<SignalAttendant> mAttendant;
 };
 
-/// Calls a handler with the record of each device that a notification of the manager tells of, for as
+/// Calls a handler with the record of each device that a notification of the manager is about, for as
 /// long as it lives. The handler runs on the capture source's thread.
 class DeviceWatch {
  public:

@@ -55,12 +55,12 @@ int runInfo(const GlobalOptions& global, const InfoOptions& options) {
   printLine("firmware  {}{}",
             firmware ? fmt::format("{}.{}, build {}", numberIn(*firmware, "Major"), numberIn(*firmware, "Minor"),
                                    numberIn(*firmware, "BuildNo"))
-                     : "not told",
+                     : "not reported",
             checksum ? fmt::format(", checksum {:04x}", *checksum) : "");
   printLine("EEPROM    {}.{}", numberIn(eeprom, "Major"), numberIn(eeprom, "Minor"));
   printLine("sensor    {}", sensor ? fmt::format("technology {}, type {}", numberIn(*sensor, "SensorTech"),
                                                  numberIn(*sensor, "SensorType"))
-                                   : "not told");
+                                   : "not reported");
   return kDone;
 }
 

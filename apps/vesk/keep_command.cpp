@@ -50,16 +50,16 @@ class KeepCommand {
         if (arrived && !camera->deviceInfo()->isEqualToDevice(*arrived)) return;
         openDevice(*camera);
         readAnew();
-        tellOutcome(mGlobal, *camera->deviceInfo(), applySettings(*camera, mSettings.values), "applied");
+        printOutcome(mGlobal, *camera->deviceInfo(), applySettings(*camera, mSettings.values), "applied");
         return;  // letting the camera go closes it
       } catch (const DeviceMissing&) {
-        return arrived ? void() : tellWaiting();
+        return arrived ? void() : printWaiting();
       } catch (const Failure& failure) {
         if (failure.status == kBusy && tries < kMostTries) {
           mLoop.runUntil([] { return false; }, kRetry);
           continue;
         }
-        sayLine("vesk: {} {}", failure.what(), failure.hint);
+        reportLine("vesk: {} {}", failure.what(), failure.hint);
         return;
       }
     }
@@ -70,13 +70,13 @@ class KeepCommand {
     try {
       mSettings = loadSettings(mOptions.file);
     } catch (const Failure& failure) {
-      sayLine("vesk: {} The settings read before are applied.", failure.what());
+      reportLine("vesk: {} The settings read before are applied.", failure.what());
     }
   }
 
-  void tellWaiting() const {
+  void printWaiting() const {
     if (mGlobal.json) printJson({{"event", "waiting"}, {"kind", "camera"}, {"name", mSettings.cameraName}});
-    sayLine("vesk: the camera is not there; its settings are applied when it comes.");
+    reportLine("vesk: the camera is not there; its settings are applied when it comes.");
   }
 
   const GlobalOptions& mGlobal;

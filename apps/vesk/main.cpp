@@ -366,7 +366,8 @@ int run(int argc, char** argv) {
   const int status = parseAndRun(argc, argv);
   const int missing = missingResults();
   if (missing == 0) return status;
-  sayLine("vesk: the results could not be written to standard output: {}.", std::generic_category().message(missing));
+  reportLine("vesk: the results could not be written to standard output: {}.",
+             std::generic_category().message(missing));
   return status == kDone ? kFailed : status;
 }
 

@@ -28,7 +28,7 @@ bool isSilence(float level) {
   return !(level > kSilenceLevel);
 }
 
-/// Shows a microphone's level until it is told to stop.
+/// Shows a microphone's level until it is stopped.
 class MeterCommand {
  public:
   MeterCommand(const GlobalOptions& global, const MeterOptions& options)

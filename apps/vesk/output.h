@@ -31,7 +31,7 @@ void writeLine(std::string_view line);
 /// One line for a person on standard error, cleaned in the same way, below a progress line that is being
 /// shown. A terminal or pipe that takes nothing loses it.
 template <class... Arguments>
-void sayLine(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+void reportLine(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
   writeLine(fmt::format(format, std::forward<Arguments>(arguments)...));
 }
 

@@ -83,7 +83,7 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
     mSession->setAudioDevice(nullptr);
     mSession->closeSession();
     mWindow.reset();
-    tellResult(statistics);
+    printResult(statistics);
     if (mFailure) throw *mFailure;
     return kDone;
   }
@@ -138,13 +138,13 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
       mIsStarting = false;
       if (mFailure) throw Failure(*mFailure);
     }
-    // Devices that come and go are told on the source's thread, and heeded on the main thread.
+    // Devices come and go on the source's thread, and are handled on the main thread.
     mAdded.emplace(KVXDeviceAdded, [this](auto info) { mLoop.post([this, info] { deviceAdded(*info); }); });
     mRemoved.emplace(KVXDeviceRemoved, [this](auto info) { mLoop.post([this, info] { deviceRemoved(*info); }); });
     mStarted = Clock::now();
     mLoop.every(kTick, [this] { tick(); });
     mLoop.every(kTitleInterval, [this] { updateTitle(); });
-    if (!mGlobal.json && mProgress.isShown()) sayLine("Space takes a photo, r records, m mirrors, q quits.");
+    if (!mGlobal.json && mProgress.isShown()) reportLine("Space takes a photo, r records, m mirrors, q quits.");
     transport.release();
   }
 
@@ -404,25 +404,25 @@ class PreviewCommand : public VeskPreviewSessionDelegate {
   /// A line for a person, above the line that is written over.
   void say(const std::string& line) {
     mProgress.clear();
-    if (!mGlobal.json) sayLine("{}", line);
+    if (!mGlobal.json) reportLine("{}", line);
   }
 
   /// A failure that the preview outlives; scripts see it on standard error too.
   void warn(const Failure& failure) {
     mProgress.clear();
-    sayLine("vesk: {} {}", failure.what(), failure.hint);
+    reportLine("vesk: {} {}", failure.what(), failure.hint);
   }
 
   /// A failure that the preview outlives and ends with. At the end it is said once more only to scripts.
   void keep(Failure failure) {
     if (!mIsStopping || mFailure) {
       warn(failure);
-      failure.isTold = true;
+      failure.isReported = true;
     }
     if (!mFailure) mFailure = std::move(failure);
   }
 
-  void tellResult(const PreviewStatistics& statistics) const {
+  void printResult(const PreviewStatistics& statistics) const {
     if (!mGlobal.json) {
       printLine("{} pictures, {} shown{}", statistics.frames, statistics.shown,
                 mScreenshot.empty() ? "" : fmt::format("; the window is at {}", mScreenshot));

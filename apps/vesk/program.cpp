@@ -77,7 +77,7 @@ void printJson(const nlohmann::ordered_json& document) {
 }
 
 int report(const Failure& failure, const GlobalOptions& options) {
-  if (!failure.isTold) sayLine("vesk: {}{}{}", failure.what(), failure.hint.empty() ? "" : " ", failure.hint);
+  if (!failure.isReported) reportLine("vesk: {}{}{}", failure.what(), failure.hint.empty() ? "" : " ", failure.hint);
   if (options.json) {
     printJson({{"error",
                 {{"what", failure.what()},

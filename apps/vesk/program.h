@@ -30,7 +30,7 @@ class Failure : public std::runtime_error {
   ExitStatus status;
   std::string hint;
   Cause cause;
-  bool isTold = false;  ///< to the person already: a script is still told, and the exit status stands
+  bool isReported = false;  ///< to the person already: JSON still has it, and the exit status stands
 
  private:
   static Cause usualCause(ExitStatus status);
@@ -54,7 +54,7 @@ struct GlobalOptions {
 /// Writes one JSON document as a line to standard output.
 void printJson(const nlohmann::ordered_json& document);
 
-/// Tells a person, and with --json also a script, what failed. @return the exit status.
+/// Prints what failed for a person, and with --json for a script too. @return the exit status.
 int report(const Failure& failure, const GlobalOptions& options);
 
 }  // namespace vesk::program

@@ -34,7 +34,7 @@ constexpr int kBarCells = 10;
 /// What a microphone that is not there is heard at.
 constexpr float kNoLevel = -1000;
 
-/// One recording: tells the supervisor what a person has typed, and the person what the supervisor reports.
+/// One recording: hands what a person has typed to the supervisor, and prints what that reports.
 class RecordCommand {
  public:
   RecordCommand(const GlobalOptions& global, const RecordOptions& options)
@@ -79,7 +79,7 @@ class RecordCommand {
     return settings;
   }
 
-  /// What was typed names a device, or does not: then the person is told so, unless it may still come.
+  /// What was typed names a device, or does not: that is an error, unless it may still come.
   std::shared_ptr<VeskDeviceInfo> chosen(const std::function<std::shared_ptr<VeskDeviceInfo>()>& find) {
     try {
       return find();
@@ -159,9 +159,9 @@ class RecordCommand {
     if (!camera || mGlobal.json || (!mProgress.isShown() && !mHasWaited)) return;
     const auto format = camera->getFormat();
     const auto interval = camera->captureInterval();
-    sayLine("Recording {} {}x{}{}{}; Ctrl-C ends it.", codecName(format->mediaSubType()), format->dimensions().width,
-            format->dimensions().height, interval ? fmt::format(" at {:.4g}/s", 1e7 / *interval) : "",
-            mSupervisor->microphone() ? " with sound" : "");
+    reportLine("Recording {} {}x{}{}{}; Ctrl-C ends it.", codecName(format->mediaSubType()), format->dimensions().width,
+               format->dimensions().height, interval ? fmt::format(" at {:.4g}/s", 1e7 / *interval) : "",
+               mSupervisor->microphone() ? " with sound" : "");
   }
 
   void movieFinished(const RecordedMovie& movie) {
@@ -244,7 +244,7 @@ class RecordCommand {
   /// A line for a person that is no failure.
   void say(const std::string& line) {
     mProgress.clear();
-    sayLine("vesk: {}", line);
+    reportLine("vesk: {}", line);
   }
 
   const GlobalOptions& mGlobal;

@@ -95,7 +95,8 @@ void checkMovieTarget(const std::string& file, bool force) {
   if (const Error error = VeskRecordingSupervisor::checkFile(file, force)) throw failureOf(error);
   for (const RecordingLeftover& leftover : leftoversOf(file)) {
     if (leftover.movie.empty()) continue;
-    sayLine("vesk: an earlier recording did not end properly; \"vesk recover {}\" finishes {}", file, leftover.movie);
+    reportLine("vesk: an earlier recording did not end properly; \"vesk recover {}\" finishes {}", file,
+               leftover.movie);
   }
 }
 

@@ -9,7 +9,7 @@
 
 namespace vesk::program {
 
-// What the program says of recordings.
+// What the program reports of recordings.
 
 /// Refuses what would fail at the end, before anything is recorded; reports leftovers of a crash.
 /// @throws Failure

@@ -37,23 +37,23 @@ void report(const GlobalOptions& global, const std::string& path, const Recovery
 /// others. @return whether any was finished. @throws Failure when none was, for the last one's reason
 bool finishLeftovers(const GlobalOptions& global, const std::string& path) {
   std::optional<Failure> failure;
-  const auto sayFailure = [&failure] {
-    if (failure) sayLine("vesk: {} {}", failure->what(), failure->hint);
+  const auto printFailure = [&failure] {
+    if (failure) reportLine("vesk: {} {}", failure->what(), failure->hint);
   };
   bool isAnyFinished = false;
   for (const FinishedLeftover& finished : finishLeftoversOf(path)) {
     if (finished.error) {
-      sayFailure();
+      printFailure();
       failure = failureOf(finished.error);
     } else if (finished.wasEmpty) {
-      sayLine("vesk: removed a recording of \"{}\" that held no picture and no sound", path);
+      reportLine("vesk: removed a recording of \"{}\" that held no picture and no sound", path);
     } else {
       report(global, finished.file, finished.recovery);
       isAnyFinished = true;
     }
   }
   if (!isAnyFinished && failure) throw Failure(*failure);
-  sayFailure();
+  printFailure();
   return isAnyFinished;
 }
 

@@ -153,7 +153,7 @@ bool keepsItsSize(TrackReader& reader) {
 
 /// Decodes the first frame of a track. @return false when none can be decoded.
 bool probeDecoded(std::unique_ptr<TrackReader>& reader, VideoTrack& track, int64_t& start, AVRational& rate,
-                   std::string& error) {
+                  std::string& error) {
   auto decoder = TrackDecoder::open(std::move(reader), error);
   if (!decoder) return false;
   const AVCodecID codec = decoder->reader().stream().codecpar->codec_id;

@@ -52,7 +52,7 @@ void forgetError() {
   if (tError) tError = {};
 }
 
-int32_t failedUnlessSaid(int32_t status, const Error& why) {
+int32_t failedUnlessExplained(int32_t status, const Error& why) {
   return tError ? status : failed(status, why);
 }
 

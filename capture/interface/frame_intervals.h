@@ -14,7 +14,7 @@ namespace vesk::capture {
 
 constexpr uint32_t kTenMillionths = 10'000'000;
 
-/// What cameras are asked for where nobody has chosen a rate: 30 pictures a second.
+/// What cameras are asked for where nobody has chosen a rate: 30 frames a second.
 constexpr uint32_t kUsualInterval = 333'333;
 
 /// The interval that is asked for; 0 when it is none.
@@ -30,7 +30,7 @@ std::optional<uint32_t> nearestInterval(const std::vector<uint32_t>& intervals, 
 /// Whether two intervals are the same rate to a person: 30 is written for 29.97.
 bool isSameRate(uint64_t interval, uint64_t other);
 
-/// Pictures a second: "30", "29.97", "7.5".
+/// Frames a second: "30", "29.97", "7.5".
 std::string rateText(uint64_t interval);
 
 }  // namespace vesk::capture

@@ -29,8 +29,9 @@ int32_t guarded(DeviceKind kind, Body&& body) noexcept try {
   try {
     status = body();
   } catch (const std::exception& exception) {
-    status = failedUnlessSaid(kVCIFailed, {Cause::kOther, deviceText(kind, "") + " failed: " + exception.what(), ""});
-  } catch (...) {  // it has no more to say
+    status =
+        failedUnlessExplained(kVCIFailed, {Cause::kOther, deviceText(kind, "") + " failed: " + exception.what(), ""});
+  } catch (...) {  // which carries no text
   }
   return endCall(status, kind, "");
 } catch (...) {
@@ -99,8 +100,9 @@ inline int32_t startDevice(OpenDevice& device, uint32_t substream) {
 /// What becomes of a format that a device is set to.
 inline int32_t checkedFormat(int32_t status, DeviceKind kind, const OpenDevice& device) {
   if (status == kVCISuccess || status == kVCIInvalidHandle) return status;
-  return failedUnlessSaid(status, {Cause::kNoFormat, deviceText(kind, device.name()) + " does not offer this format",
-                                   "Choose one of its own formats."});
+  return failedUnlessExplained(status,
+                               {Cause::kNoFormat, deviceText(kind, device.name()) + " does not offer this format",
+                                "Choose one of its own formats."});
 }
 
 /// Opens the device at `path`; null when that cannot be, or `path` is null or has no end.

@@ -64,7 +64,7 @@ int32_t Library::initialise(DeviceKind kind) {
   watchSource();
   if (source()) return kVCISuccess;
   MutexLock lock(mSelectionMutex);
-  return failedUnlessSaid(kVCIFailed, mSelectionError);
+  return failedUnlessExplained(kVCIFailed, mSelectionError);
 }
 
 /// Chooses a source unless there is one. What cannot be chosen is logged once.
@@ -72,8 +72,8 @@ void Library::selectByEnvironment() {
   MutexLock lock(mSelectionMutex);
   if (source() || mHasSelected) return;
   mHasSelected = true;
-  const char* const wish = std::getenv("VESK_CAPTURE");
-  mSelectionError = selectSource(wish && *wish ? wish : kDefaultSource, SourceOptions{});
+  const char* const wanted = std::getenv("VESK_CAPTURE");
+  mSelectionError = selectSource(wanted && *wanted ? wanted : kDefaultSource, SourceOptions{});
   logError(mSelectionError);
 }
 
@@ -112,13 +112,13 @@ Library::DeviceHandle Library::open(DeviceKind kind, std::u16string_view path) {
   const auto description = std::find_if(descriptions.begin(), descriptions.end(),
                                         [&](const auto& each) { return recordPath(each.path) == path; });
   if (description == descriptions.end()) {
-    failedUnlessSaid(kVCIFailed, {Cause::kNoDevice, deviceText(kind, "") + " is not there", "Plug it in again."});
+    failedUnlessExplained(kVCIFailed, {Cause::kNoDevice, deviceText(kind, "") + " is not there", "Plug it in again."});
     return nullptr;
   }
   auto device = from->open(kind, description->path);
   if (!device) {
-    failedUnlessSaid(kVCIFailed, {Cause::kOther, deviceText(kind, description->name) + " could not be opened",
-                                  "Close other programs that use it, or plug it in again."});
+    failedUnlessExplained(kVCIFailed, {Cause::kOther, deviceText(kind, description->name) + " could not be opened",
+                                       "Close other programs that use it, or plug it in again."});
     logError(lastError());
     return nullptr;
   }

@@ -117,8 +117,9 @@ std::unique_ptr<AudioTap> MicrophoneTaps::openTap(const std::string& uniqueID) {
     const auto formats = device->waveFormats();
     const auto format = std::find_if(formats.begin(), formats.end(), canBeMetered);
     if (format == formats.end()) {
-      failedUnlessSaid(kVCIFailed, {Cause::kNoFormat,
-                                    deviceText(DeviceKind::kAudio, name) + " offers no sound that can be metered", ""});
+      failedUnlessExplained(
+          kVCIFailed,
+          {Cause::kNoFormat, deviceText(DeviceKind::kAudio, name) + " offers no sound that can be metered", ""});
       return nullptr;
     }
     forgetError();

@@ -9,7 +9,7 @@
 namespace vesk::capture {
 
 /// The hot-plug handler of a source, which may be replaced while the source's thread calls it. That call may
-/// outlast the change: the capture interface sees to it that nobody hears of it who has ended a subscription.
+/// outlast the change: the capture interface sees to it that nobody is called who has ended a subscription.
 ///
 /// Threads: every operation from any thread; the handler runs without a lock.
 class HotplugCaller {

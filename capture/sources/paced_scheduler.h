@@ -9,7 +9,7 @@
 
 namespace vesk::capture {
 
-/// A device's flow of frames or packets in a source that keeps its own time. Times are microseconds
+/// A device's stream of frames or packets in a source that keeps its own time. Times are microseconds
 /// of the source, counted from its beginning. Called on the scheduler's thread only.
 class PacedStream {
  public:

@@ -21,7 +21,7 @@ class StreamThread : public std::enable_shared_from_this<StreamThread> {
   /// Ends the thread and waits for it. From inside the receiver's call it waits for nothing, and that call is
   /// the last.
   void stop();
-  /// Waits for a thread that was told to end, unless it is the caller's own.
+  /// Waits for a thread that was asked to end, unless it is the caller's own.
   void wait() VESK_EXCLUDES(mJoinMutex);
   /// Whether the thread has come to its end, or never began.
   bool isFinished() const { return mIsFinished; }

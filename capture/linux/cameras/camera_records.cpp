@@ -45,7 +45,7 @@ std::optional<NodeIdentity> identify(V4L2Calls& calls, const std::string& node) 
   if (descriptor < 0) return std::nullopt;
   v4l2_capability capability{};
   const int status = calls.ioctl(descriptor, VIDIOC_QUERYCAP, &capability);
-  // A processor that pictures in memory are sent through has no input to choose.
+  // A processor that frames in memory are sent through has no input to choose.
   v4l2_input input{};
   const bool hasInput = status >= 0 && calls.ioctl(descriptor, VIDIOC_ENUMINPUT, &input) != -ENOTTY;
   calls.close(descriptor);
@@ -86,7 +86,7 @@ std::vector<CameraRecord> makeRecords(std::span<const KnownNode> nodes) {
     std::string& path = pathOfDevice[device];
     if (path.empty()) {
       path = pathOf(*known);
-      if (byPath.contains(path)) path = node.systemPath;  // a driver that does not tell its devices apart
+      if (byPath.contains(path)) path = node.systemPath;  // a driver that gives its devices one bus path
       byPath[path] = {{DeviceKind::kVideo, path, nameOf(*known), node.vendorID, node.productID, node.revisionID},
                       node.attachment,
                       node.usbPath,

@@ -12,9 +12,9 @@
 
 namespace vesk::capture {
 
-/// What a node says of itself when it is opened.
+/// What a node reports when it is opened.
 struct NodeIdentity {
-  bool canCapture = false;  ///< pictures, by streaming; nodes for metadata, converters and parts of others cannot
+  bool canCapture = false;  ///< frames, by streaming; nodes for metadata, converters and parts of others cannot
   std::string card;
   std::string driver;
   std::string bus;
@@ -23,13 +23,13 @@ struct NodeIdentity {
 /// Asks the node; none when it cannot be opened, as for lack of rights.
 std::optional<NodeIdentity> identify(V4L2Calls& calls, const std::string& node);
 
-/// A node with what it said.
+/// A node with what it reported.
 struct KnownNode {
   VideoNode node;
   std::optional<NodeIdentity> identity;
 };
 
-/// A camera with all of its nodes that pictures come from.
+/// A camera with all of its nodes that frames come from.
 struct CameraRecord {
   DeviceDescription description;
   std::string attachment;                ///< another one each time that the camera is plugged in
@@ -45,7 +45,7 @@ std::string withoutRepetition(const std::string& name);
 /// Makes one record for each camera out of the nodes of all: those of one USB device belong together,
 /// any other node is a camera by itself. USB cameras come first, since the first is taken where none is
 /// asked for and the others are often no camera that a person sees. Among each kind in the order of their
-/// paths, which tell two cameras of the same make apart by where they are attached, and are the same after
+/// paths, which distinguish two cameras of the same make by where they are attached, and are the same after
 /// a restart.
 std::vector<CameraRecord> makeRecords(std::span<const KnownNode> nodes);
 

@@ -9,7 +9,7 @@ constexpr int64_t kAhead = 5'000;  // clocks are not read at the same instant
 
 }  // namespace
 
-/// A picture that came after `emptyAt` was exposed and transferred within two intervals before.
+/// A frame that came after `emptyAt` was exposed and transferred within two intervals before.
 bool FrameClock::isPossible(int64_t time, const Sighting& sighting) const {
   return time <= sighting.now + kAhead && time >= sighting.emptyAt - 2 * mInterval - kAhead;
 }

@@ -26,7 +26,7 @@ constexpr uint32_t kFewestBuffers = 2;
 constexpr size_t kMostWaiting = 2;  // beyond these, a receiver is shown the newest
 constexpr int64_t kMicroseconds = 1'000'000;
 constexpr int64_t kPatience = 3 * kMicroseconds;
-constexpr int64_t kLongPatience = 30 * kMicroseconds;  // once it has been said
+constexpr int64_t kLongPatience = 30 * kMicroseconds;  // once it has been logged
 
 int64_t realMicroseconds() {
   using std::chrono::microseconds;
@@ -216,7 +216,7 @@ void FrameStream::run() {
   report();
 }
 
-/// Waits for a picture, the end, or until it is time to do something about there being none.
+/// Waits for a frame, the end, or until it is time to do something about there being none.
 void FrameStream::waitForFrame() {
   pollfd descriptors[] = {{mWake, POLLIN, 0}, {mNode->descriptor(), POLLIN, 0}};
   const int64_t left = std::max<int64_t>(mDueAt - mNode->calls().now(), 0);
@@ -261,8 +261,8 @@ void FrameStream::deliver(const v4l2_buffer& buffer) {
   const Buffer& memory = mBuffers[buffer.index];
   if (buffer.bytesused == 0) return count(&Counts::empty);
   const bool isWhole = (buffer.flags & V4L2_BUF_FLAG_ERROR) == 0 && buffer.bytesused <= memory.length;
-  const std::span<uint8_t> picture = isWhole ? prepare({memory.memory, buffer.bytesused}) : std::span<uint8_t>();
-  if (picture.empty()) {
+  const std::span<uint8_t> frame = isWhole ? prepare({memory.memory, buffer.bytesused}) : std::span<uint8_t>();
+  if (frame.empty()) {
     if (mUnits) setIfThere(*mNode, V4L2_CID_MPEG_VIDEO_FORCE_KEY_FRAME, 1);  // the next ones need it
     return count(&Counts::damaged);
   }
@@ -271,7 +271,7 @@ void FrameStream::deliver(const v4l2_buffer& buffer) {
                      (buffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) == V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC,
                      monotonicMicroseconds(), realMicroseconds(), mEmptyAt});
   count(&Counts::delivered);
-  mCallback(picture.data(), static_cast<uint32_t>(picture.size()), time);
+  mCallback(frame.data(), static_cast<uint32_t>(frame.size()), time);
   frameCame();
 }
 
@@ -282,7 +282,7 @@ std::span<uint8_t> FrameStream::prepare(std::span<uint8_t> payload) {
     const auto unit = mUnits->write(payload);
     return unit ? unit->bytes : std::span<uint8_t>();
   }
-  // Decoders cope with missing tables and ends, but not with what does not begin as a picture.
+  // Decoders cope with missing tables and ends, but not with what does not begin as a frame.
   const bool beginsWell = payload.size() > 2 && payload[0] == 0xFF && payload[1] == 0xD8;
   return beginsWell ? payload : std::span<uint8_t>();
 }
@@ -297,7 +297,7 @@ bool FrameStream::isAttached() const {
   return mNode->ioctl(VIDIOC_QUERYCAP, &capability) != -ENODEV;
 }
 
-/// A whole picture has come.
+/// A whole frame has come.
 void FrameStream::frameCame() {
   const int64_t now = mNode->calls().now();
   if (mFailures > 1)
@@ -309,7 +309,7 @@ void FrameStream::frameCame() {
   mDueAt = now + mPatience;
 }
 
-/// After an error or a time without pictures: streams of a machine that has slept, and of cameras that
+/// After an error or a time without frames: streams of a machine that has slept, and of cameras that
 /// hang, go on when they are started anew. @return false when the camera has gone
 bool FrameStream::recover() {
   if (!isAttached()) return false;  // reported by the hot-plug handler

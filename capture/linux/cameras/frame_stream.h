@@ -27,17 +27,17 @@ struct StreamCounts {
   uint64_t damaged = 0;  ///< marked so by the driver, or not whole
   uint64_t empty = 0;
   uint64_t late = 0;  ///< dropped for newer ones: the receiver was slow
-  uint64_t lost = 0;  ///< by the driver, as its numbers tell
+  uint64_t lost = 0;  ///< by the driver, as its numbers show
 };
 
 /// A camera's frames on their way from the driver to a receiver, on a thread of their own. The
 /// receiver is given the driver's own buffer where that holds what it asked for.
 ///
-/// A receiver that is slow does not hold up the driver for longer than its call: of the pictures that
+/// A receiver that is slow does not hold up the driver for longer than its call: of the frames that
 /// wait meanwhile, the oldest are dropped, except for H.264, where each needs the one before it.
 ///
 /// A camera that sends nothing whole for three seconds, or fails, is started anew once at once. When that
-/// does not help, the log says so, and again every half minute with a further try, until pictures come
+/// does not help, the log says so, and again every half minute with a further try, until frames come
 /// again or the camera is taken away: a recording goes on with what there is.
 ///
 /// Threads: as StreamThread. Once stop has returned the node may be started anew.
@@ -109,7 +109,7 @@ class FrameStream : public StreamThread {
   std::vector<v4l2_buffer> mWaiting;
   int64_t mEmptyAt = 0;
   std::optional<uint32_t> mSequence;
-  bool mIsBroken = false;    // the node said so when it was last waited for
+  bool mIsBroken = false;    // reported by the last poll
   bool mIsDown = false;      // cannot be waited for until it has been started anew
   bool mIsOverdue = false;   // the time to wait for a frame is over
   int64_t mPatience = 0;     // microseconds without a whole frame before something is done

@@ -83,7 +83,7 @@ class LinuxCameras::Registry : public std::enable_shared_from_this<Registry> {
     return one.description.path == other.description.path && one.attachment == other.attachment;
   }
 
-  /// Tells what has changed: comparing what is there, not counting events, tells everything once.
+  /// Announces what has changed: comparing lists, not counting events, announces everything once.
   void look() noexcept VESK_EXCLUDES(mListMutex, mMutex) try {
     const EndOfReport end{*this};
     const Records now = attached();
@@ -93,7 +93,7 @@ class LinuxCameras::Registry : public std::enable_shared_from_this<Registry> {
       before = std::exchange(mPresent, now);
     }
     setReported(before);
-    tellOneByOne(before, now, isSame, [this](const Records& reported, bool arrived) {
+    announceOneByOne(before, now, isSame, [this](const Records& reported, bool arrived) {
       setReported(reported);
       mHandler.call(DeviceKind::kVideo, arrived);
     });

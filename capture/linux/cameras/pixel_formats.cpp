@@ -79,10 +79,10 @@ bool PixelConverter::isReadyAsItIs() const {
 }
 
 /// The planes stand one behind the other.
-RawPicture PixelConverter::rawPicture(const uint8_t* picture) const {
+RawPicture PixelConverter::rawPicture(const uint8_t* frame) const {
   const auto rowBytes = static_cast<int>(mFormat.rowBytes);
-  const uint8_t* const second = picture + ptrdiff_t{rowBytes} * mFormat.height;
-  RawPicture raw{mFormat.format->layout, mFormat.width, mFormat.height, {picture}, {rowBytes}, mFormat.isFullRange};
+  const uint8_t* const second = frame + ptrdiff_t{rowBytes} * mFormat.height;
+  RawPicture raw{mFormat.format->layout, mFormat.width, mFormat.height, {frame}, {rowBytes}, mFormat.isFullRange};
   switch (raw.layout) {
     case PixelLayout::k420BiPlanar:
     case PixelLayout::k420BiPlanarCrFirst:
@@ -104,12 +104,12 @@ RawPicture PixelConverter::rawPicture(const uint8_t* picture) const {
   return raw;
 }
 
-std::span<uint8_t> PixelConverter::convert(std::span<uint8_t> picture) {
-  if (picture.size() < mNeededBytes) return {};
+std::span<uint8_t> PixelConverter::convert(std::span<uint8_t> frame) {
+  if (frame.size() < mNeededBytes) return {};
   const size_t bytes = size_t{2} * static_cast<size_t>(mFormat.width) * static_cast<size_t>(mFormat.height);
-  if (isReadyAsItIs()) return picture.first(bytes);
+  if (isReadyAsItIs()) return frame.first(bytes);
   mOut.resize(bytes);
-  if (!mConverter.convert(rawPicture(picture.data()), mOut.data())) return {};
+  if (!mConverter.convert(rawPicture(frame.data()), mOut.data())) return {};
   return mOut;
 }
 

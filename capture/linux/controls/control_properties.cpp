@@ -20,7 +20,7 @@ namespace {
 /// What a property's numbers are to its controls.
 enum class Conduct {
   kNumber,
-  kSwitch,  ///< the same, of a control that is off or on and has no range to tell
+  kSwitch,  ///< the same, of a control that is off or on and has no range to report
   kMode,    ///< a bit of ExposureMode
   kSpeed,   ///< a direction and how fast, for each control
   kStep,    ///< the same, for heads that go in steps
@@ -87,7 +87,7 @@ void writeMotion(int64_t number, std::span<uint8_t> bytes) {
 }
 
 /// How a control is to move for a direction and a speed, of which 0 leaves the choice to us: the head's own
-/// default as far as the range goes that way (kernels that tell the slowest speed as the minimum stop there),
+/// default as far as the range goes that way (kernels that report the slowest speed as the minimum stop there),
 /// or, where there is none, as far as both ways go.
 int64_t readMotion(std::span<const uint8_t> bytes, Conduct conduct, const v4l2_query_ext_ctrl& control) {
   constexpr int64_t kStepsOfRange = 16;
@@ -120,7 +120,7 @@ struct ControlProperties::Found {
       control.id = row->controls[i];
       const int answer = node->ask(VIDIOC_QUERY_EXT_CTRL, &control);
       if (answer == 0 && (control.flags & V4L2_CTRL_FLAG_DISABLED) == 0) {
-        // Kernels tell the speeds of a zoom without its directions: it goes out as fast as in.
+        // Kernels report the speeds of a zoom without its directions: it goes out as fast as in.
         if (row->layout.number == kRelativeZoom && control.minimum >= 0) control.minimum = -control.maximum;
         controls[i] = control;
         error = 0;
@@ -134,9 +134,9 @@ struct ControlProperties::Found {
   int ask(uint32_t request, Numbers& numbers) const {
     for (size_t i = 0; i < controls.size(); ++i) {
       if (!controls[i]) continue;
-      const int64_t told[] = {0, controls[i]->default_value, controls[i]->minimum, controls[i]->maximum};
-      numbers[i] = told[request];
-      // What can only be told, as moves and buttons can, is at rest.
+      const int64_t answers[] = {0, controls[i]->default_value, controls[i]->minimum, controls[i]->maximum};
+      numbers[i] = answers[request];
+      // What can only be written, as moves and buttons can, is at rest.
       if (request != kRequestCurrent || (controls[i]->flags & V4L2_CTRL_FLAG_WRITE_ONLY) != 0) continue;
       v4l2_ext_control current{};
       current.id = controls[i]->id;
@@ -147,7 +147,7 @@ struct ControlProperties::Found {
   }
 
   /// Sets all controls at once, but for those that cannot be set: a head goes to both positions in one move.
-  int tell(const Numbers& numbers) const {
+  int write(const Numbers& numbers) const {
     std::array<v4l2_ext_control, 2> settings{};
     size_t count = 0;
     for (size_t i = 0; i < controls.size(); ++i) {
@@ -278,7 +278,7 @@ int32_t ControlProperties::get(uint32_t request, const PropertySetIdentifier& se
   if (request > kRequestMaximum || value.size() < size) return kVCIInvalidArgument;
   const bool isRange = request == kRequestMinimum || request == kRequestMaximum;
   if (isRange && found.row->conduct != Conduct::kNumber) {
-    return failed(kVCIFailed, {Cause::kNotSupported, "cameras do not tell the range of this control", ""});
+    return failed(kVCIFailed, {Cause::kNotSupported, "cameras do not report the range of this control", ""});
   }
   Numbers numbers{};
   if (const int error = found.ask(request, numbers)) return controlStatus(*found.node, error);
@@ -294,7 +294,7 @@ int32_t ControlProperties::set(const PropertySetIdentifier& set, uint32_t number
   if (value.size() != found.row->layout.size()) return kVCIInvalidArgument;
   const auto numbers = found.read(value);
   if (numbers && found.isRefused(*numbers)) return refusedByMode(*found.node);
-  return numbers ? controlStatus(*found.node, found.tell(*numbers)) : int32_t{kVCIInvalidArgument};
+  return numbers ? controlStatus(*found.node, found.write(*numbers)) : int32_t{kVCIInvalidArgument};
 }
 
 std::vector<PropertySetIdentifier> ControlProperties::sets() const {

@@ -35,7 +35,7 @@ PropertySetIdentifier inOrderOfText(std::span<const uint8_t, sizeof(PropertySetI
   return identifier;
 }
 
-/// Adds the unit that a descriptor tells of, unless it is of another kind or too short.
+/// Adds the unit that a descriptor describes, unless it is of another kind or too short.
 void addUnit(std::span<const uint8_t> descriptor, std::vector<ExtensionUnit>& units) {
   if (descriptor.size() <= kUnitSources || descriptor[1] != kClassInterfaceDescriptor ||
       descriptor[2] != UVC_VC_EXTENSION_UNIT)
@@ -109,7 +109,7 @@ UnitProperties::UnitProperties(std::vector<std::shared_ptr<OpenNode>> nodes, std
     : mNodes(std::move(nodes)), mUnits(std::move(units)) {}
 
 /// Asks the units of that identifier in turn, until one has the property: a function's nodes know only
-/// those of its units that their pictures pass through.
+/// those of its units that their frames pass through.
 template <class Query>
 int32_t UnitProperties::askUnits(const PropertySetIdentifier& set, uint32_t number, Query query) const {
   int32_t status = kVCIPropertyNotSupported;

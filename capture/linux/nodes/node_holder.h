@@ -18,7 +18,7 @@ struct NodeHolders {
 };
 
 /// Looks through the open files of all processes.
-/// @param proc the folder that the kernel tells of processes in
+/// @param proc where the kernel lists processes, usually /proc
 NodeHolders holdersOf(const std::string& node, const std::string& proc = "/proc");
 
 /// The holder of a node that is busy, as the subject of a sentence: "another program (NAME, pid 123)",

@@ -20,7 +20,7 @@ int OpenNode::ask(unsigned long request, void* argument) const {
   const int64_t before = mSilentAt.exchange(now);
   if (before == 0 || now - before > kForgiven) return answer;
   mLeftAloneUntil = now + kLeftAlone;
-  if (!mHasSaid.exchange(true)) NSLog("the camera at " + mName + " does not answer when asked for its controls");
+  if (!mHasLogged.exchange(true)) NSLog("the camera at " + mName + " does not answer when asked for its controls");
   return answer;
 }
 

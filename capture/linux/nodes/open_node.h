@@ -47,7 +47,7 @@ class OpenNode {
   // Microseconds of the monotonic clock.
   mutable std::atomic<int64_t> mSilentAt = 0;  ///< when it last did not answer; 0: it always did
   mutable std::atomic<int64_t> mLeftAloneUntil = 0;
-  mutable std::atomic<bool> mHasSaid = false;
+  mutable std::atomic<bool> mHasLogged = false;
 };
 
 }  // namespace vesk::capture

@@ -46,7 +46,7 @@ class AlsaStream : public SoundStream {
   const std::shared_ptr<SoundSink> mSink;
   AlsaPcm mPcm;
   int mStop = -1;          ///< an eventfd
-  bool mHasError = false;  ///< a descriptor said so when it was last waited for
+  bool mHasError = false;  ///< reported by the last poll
   int mErrors = 0;         ///< in a row, without sound in between
   snd_pcm_uframes_t mPeriod = 0;
   std::vector<uint8_t> mBuffer;

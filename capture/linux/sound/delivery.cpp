@@ -112,15 +112,15 @@ void SoundDelivery::ended() {
 }
 
 void SoundDelivery::run() {
-  mHeardAt = Clock::now();
-  mDueAt = mHeardAt + mPatience;
+  mLastSoundAt = Clock::now();
+  mDueAt = mLastSoundAt + mPatience;
   while (!mIsEnded) {
     const auto blocks = take();
     if (blocks.empty()) {
       reportSilence();
       continue;
     }
-    hear();
+    noteSound();
     for (const SoundBlock& block : blocks) {
       if (mIsEnded) break;
       process(block);
@@ -143,13 +143,13 @@ std::deque<SoundDelivery::SoundBlock> SoundDelivery::take() {
 }
 
 /// Something has come.
-void SoundDelivery::hear() {
+void SoundDelivery::noteSound() {
   const auto now = Clock::now();
   if (mIsSilent)
     NSLog(LogLevel::kInfo,
-          "The microphone \"" + mName + "\" sends sound again, after " + inSeconds(now - mHeardAt) + ".");
+          "The microphone \"" + mName + "\" sends sound again, after " + inSeconds(now - mLastSoundAt) + ".");
   mIsSilent = false;
-  mHeardAt = now;
+  mLastSoundAt = now;
   mDueAt = now + mPatience;
 }
 
@@ -163,7 +163,7 @@ void SoundDelivery::reportSilence() {
     }
   }
   const auto now = Clock::now();
-  NSLog(LogLevel::kWarning, "The microphone \"" + mName + "\" has sent no sound for " + inSeconds(now - mHeardAt) +
+  NSLog(LogLevel::kWarning, "The microphone \"" + mName + "\" has sent no sound for " + inSeconds(now - mLastSoundAt) +
                                 ". See that it is switched on and that nothing has suspended it, or plug it in again.");
   mIsSilent = true;
   mDueAt = now + kLongPatience * mPatience;

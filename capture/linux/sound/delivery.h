@@ -56,7 +56,7 @@ class SoundDelivery : public SoundSink, public std::enable_shared_from_this<Soun
   void run() VESK_EXCLUDES(mMutex);
   std::deque<SoundBlock> take() VESK_EXCLUDES(mMutex);
   void process(const SoundBlock& block);
-  void hear();
+  void noteSound();
   void reportSilence() VESK_EXCLUDES(mMutex);
   void append(SoundBlock block) VESK_REQUIRES(mMutex);
   void loseLocked(uint64_t frames) VESK_REQUIRES(mMutex);
@@ -67,11 +67,11 @@ class SoundDelivery : public SoundSink, public std::enable_shared_from_this<Soun
   const size_t mFrameBytes;
   const size_t mMostBytes;
   const FrameCallback mCallback;
-  SoundPacketizer mPacketizer;  // of the thread
-  int64_t mReportedAt = 0;      // of the thread
-  Clock::time_point mHeardAt;   // of the thread: when sound came last
-  Clock::time_point mDueAt;     // of the thread: when that is logged if none comes
-  bool mIsSilent = false;       // of the thread: it has been logged
+  SoundPacketizer mPacketizer;     // of the thread
+  int64_t mReportedAt = 0;         // of the thread
+  Clock::time_point mLastSoundAt;  // of the thread: when sound came last
+  Clock::time_point mDueAt;        // of the thread: when that is logged if none comes
+  bool mIsSilent = false;          // of the thread: it has been logged
 
   std::atomic<bool> mIsEnded = false;  // set under mMutex, for those who wait
 
@@ -82,7 +82,7 @@ class SoundDelivery : public SoundSink, public std::enable_shared_from_this<Soun
   uint64_t mOverruns VESK_GUARDED_BY(mMutex) = 0;
   uint64_t mReportedOverruns VESK_GUARDED_BY(mMutex) = 0;
   bool mIsDropping VESK_GUARDED_BY(mMutex) = false;
-  bool mHasStreamEnded VESK_GUARDED_BY(mMutex) = false;  // it said so, and nothing will come
+  bool mHasStreamEnded VESK_GUARDED_BY(mMutex) = false;  // reported by the stream: nothing will come
   std::thread mThread VESK_GUARDED_BY(mMutex);
 };
 

@@ -19,7 +19,7 @@ namespace {
 // Attributes change when the rules give a user the right to open a new device.
 constexpr uint32_t kChanges = IN_CREATE | IN_DELETE | IN_ATTRIB;
 
-void sayThatItCannotBeWatched(const std::string& folder, int error) {
+void logThatItCannotBeWatched(const std::string& folder, int error) {
   std::string reason = std::strerror(error);
   if (error == ENOSPC) reason += " (raise fs.inotify.max_user_watches)";
   if (error == EMFILE) reason += " (raise fs.inotify.max_user_instances, or close other programs)";
@@ -36,7 +36,7 @@ SoundNodeWatch::SoundNodeWatch(std::string parent, std::string folder, std::func
       mWatch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)),
       mStop(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   if (mWatch < 0 || mStop < 0) {
-    sayThatItCannotBeWatched(mParent, errno);
+    logThatItCannotBeWatched(mParent, errno);
     return;
   }
   watch(mParent);
@@ -61,7 +61,7 @@ SoundNodeWatch::~SoundNodeWatch() {
 /// The inner folder may be away at present: it is watched when it comes.
 void SoundNodeWatch::watch(const std::string& folder) const {
   if (inotify_add_watch(mWatch, folder.c_str(), kChanges) >= 0) return;
-  if (folder == mParent || (errno != ENOENT && errno != ENOTDIR)) sayThatItCannotBeWatched(folder, errno);
+  if (folder == mParent || (errno != ENOENT && errno != ENOTDIR)) logThatItCannotBeWatched(folder, errno);
 }
 
 void SoundNodeWatch::run() {
@@ -69,12 +69,12 @@ void SoundNodeWatch::run() {
     std::array<pollfd, 2> descriptors{pollfd{mStop, POLLIN, 0}, pollfd{mWatch, POLLIN, 0}};
     if (poll(descriptors.data(), descriptors.size(), -1) < 0) {
       if (errno == EINTR) continue;
-      sayThatItCannotBeWatched(mParent, errno);
+      logThatItCannotBeWatched(mParent, errno);
       return;
     }
     if (descriptors[0].revents != 0) return;
     if ((descriptors[1].revents & POLLIN) == 0) {
-      sayThatItCannotBeWatched(mParent, EIO);
+      logThatItCannotBeWatched(mParent, EIO);
       return;
     }
     if (readEvents()) mHandler();

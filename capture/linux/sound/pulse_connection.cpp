@@ -98,7 +98,7 @@ bool PulseConnection::finish(Lock& lock, pa_operation* operation) {
   }
   const bool isDone = operation && pa_operation_get_state(operation) == PA_OPERATION_DONE;
   if (isDone) {
-    mHasSaid = false;
+    mHasLogged = false;
   } else if (mContext) {
     mError = pa_context_errno(mContext);
   }
@@ -109,7 +109,7 @@ bool PulseConnection::waitUntil(Lock& lock, const std::function<bool()>& isDone)
   if (mSignalled.wait_until(lock, lock.mDeadline, isDone)) return true;
   mError = PA_ERR_TIMEOUT;
   mLeftAloneUntil = Clock::now() + mPatience.leftAlone;
-  if (!std::exchange(mHasSaid, true))
+  if (!std::exchange(mHasLogged, true))
     lock.mLine =
         "The sound server does not answer: its microphones are left alone for a while. Restart it when this goes on.";
   signal();

@@ -107,7 +107,7 @@ class PulseConnection {
   pa_context* mContext = nullptr;          // replaced only by whoever is connecting
   bool mIsConnecting = false;
   std::chrono::steady_clock::time_point mLeftAloneUntil;
-  bool mHasSaid = false;  // that it hangs, and it has not answered since
+  bool mHasLogged = false;  // that it hangs, and it has not answered since
   int mError = PA_OK;
   std::function<void()> mHandler;
 };

@@ -58,7 +58,7 @@ int32_t PulseStream::begin(const std::string& source, Error& error) {
     if (pa_stream_connect_record(mStream, source.c_str(), &attributes, flags) >= 0) {
       mConnection->waitUntil(lock, [this] { return pa_stream_get_state(mStream) != PA_STREAM_CREATING; });
       if (pa_stream_get_state(mStream) == PA_STREAM_READY) {
-        // Before the first timing there is no telling how old the sound is: what waits is read after it.
+        // Before the first timing the age of the sound is not known: what waits is read after it.
         mConnection->finish(lock, pa_stream_update_timing_info(mStream, timingKnown, this));
         if (!mConnection->isLeftAlone() && pa_stream_get_state(mStream) == PA_STREAM_READY) {
           pa_stream_set_read_callback(mStream, readable, this);
@@ -104,8 +104,8 @@ void PulseStream::read() {
   }
 }
 
-/// When the frame at the read position was recorded: as long ago as the server says, or, before it
-/// has said so, as what waits to be read lasts.
+/// When the frame at the read position was recorded: as long ago as the server reports, or, before its
+/// first report, as what waits to be read lasts.
 int64_t PulseStream::firstSampleTime() const {
   const int64_t now = monotonicMicroseconds();
   pa_usec_t latency = 0;

@@ -214,7 +214,7 @@ class PulseSoundSystem : public SoundSystem {
   const std::shared_ptr<PulseConnection> mConnection;
   std::atomic<bool> mHasBegunWatching{false};
   // With the connection's Lock held.
-  std::vector<Microphone> mKnown;               // when the server last said so
+  std::vector<Microphone> mKnown;               // when the server last listed them
   std::map<std::string, pa_cvolume> mBalances;  // the last volumes above 0
 };
 

@@ -28,7 +28,7 @@ SoundSource::~SoundSource() {
 std::vector<Microphone> SoundSource::microphones() {
   {
     MutexLock lock(mMutex);
-    if (mTold) return *mTold;
+    if (mAnnounced) return *mAnnounced;
   }
   return mSystem->microphones();
 }
@@ -37,7 +37,7 @@ std::vector<DeviceDescription> SoundSource::devices(DeviceKind kind) {
   std::vector<DeviceDescription> answer;
   if (kind != DeviceKind::kAudio) return answer;
   for (Microphone& microphone : microphones()) answer.push_back(std::move(microphone.description));
-  if (answer.empty()) sayTrouble();
+  if (answer.empty()) reportTrouble();
   return answer;
 }
 
@@ -56,19 +56,19 @@ std::unique_ptr<CaptureDevice> SoundSource::openMicrophone(const std::string& pa
     if (!opened->waveFormats().empty()) return opened;
     Error why = mSystem->trouble();
     if (!why)
-      why = {Cause::kNoFormat, "it does not say in which formats it records",
+      why = {Cause::kNoFormat, "it does not report the formats in which it records",
              "Plug it in again, or restart the sound server."};
     why.what = deviceText(DeviceKind::kAudio, microphone.description.name) + " could not be opened: " + why.what;
     failed(kVCIFailed, std::move(why));
     return nullptr;
   }
-  if (!sayTrouble())
+  if (!reportTrouble())
     failed(kVCIFailed, {Cause::kUnplugged, "the microphone is not there any more", "Plug it in again."});
   return nullptr;
 }
 
-/// Says why there are no microphones. @return whether there is a reason
-bool SoundSource::sayTrouble() {
+/// Reports why there are no microphones. @return whether there is a reason
+bool SoundSource::reportTrouble() {
   Error why = mSystem->trouble();
   if (!why) return false;
   why.what = "no microphone can be found: " + why.what;
@@ -90,7 +90,7 @@ void SoundSource::setHotplugHandler(HotplugHandler handler) {
     ++mChanges;
     mChanged.notify_all();
   });
-  mKnown = mSystem->microphones();  // listed after changes are heard of, so that none falls in between
+  mKnown = mSystem->microphones();  // listed once changes are reported, so that none falls in between
   MutexLock lock(mMutex);
   mWatcher = std::thread([this] {
     pthread_setname_np(pthread_self(), "vesk-sound-plug");
@@ -124,17 +124,17 @@ void SoundSource::compare() {
   const auto isSame = [](const Microphone& one, const Microphone& other) {
     return one.description.path == other.description.path;
   };
-  setTold(before);
-  tellOneByOne(before, mKnown, isSame, [this](const std::vector<Microphone>& told, bool arrived) {
-    setTold(told);
+  setAnnounced(before);
+  announceOneByOne(before, mKnown, isSame, [this](const std::vector<Microphone>& announced, bool arrived) {
+    setAnnounced(announced);
     mHandler.call(DeviceKind::kAudio, arrived);
   });
-  setTold(std::nullopt);
+  setAnnounced(std::nullopt);
 }
 
-void SoundSource::setTold(std::optional<std::vector<Microphone>> told) {
+void SoundSource::setAnnounced(std::optional<std::vector<Microphone>> announced) {
   MutexLock lock(mMutex);
-  mTold = std::move(told);
+  mAnnounced = std::move(announced);
 }
 
 void SoundSource::stopWatching() {

@@ -22,7 +22,7 @@ namespace vesk::capture {
 class SoundSource : public CaptureSource {
  public:
   /// `quiet` is for how long (milliseconds) the system must not report changes before they are
-  /// looked at: one device makes several reports when it comes.
+  /// handled: one device makes several reports when it comes.
   explicit SoundSource(std::shared_ptr<SoundSystem> system, int quiet = 250);
   ~SoundSource() override;
 
@@ -33,15 +33,15 @@ class SoundSource : public CaptureSource {
   std::unique_ptr<CaptureDevice> openForMetering(const std::string& path) override;
 
   /// The microphones with what else is known about them, to pair cameras with; while changes are being
-  /// told, those told of so far.
+  /// announced, those announced so far.
   std::vector<Microphone> microphones() VESK_EXCLUDES(mMutex);
 
  private:
   std::unique_ptr<CaptureDevice> openMicrophone(const std::string& path, bool isMeter);
-  bool sayTrouble();
+  bool reportTrouble();
   bool waitForChange() VESK_EXCLUDES(mMutex);
   void compare() VESK_EXCLUDES(mMutex);
-  void setTold(std::optional<std::vector<Microphone>> told) VESK_EXCLUDES(mMutex);
+  void setAnnounced(std::optional<std::vector<Microphone>> announced) VESK_EXCLUDES(mMutex);
   void stopWatching() VESK_EXCLUDES(mMutex);
 
   const std::shared_ptr<SoundSystem> mSystem;
@@ -57,7 +57,7 @@ class SoundSource : public CaptureSource {
   bool mIsWatching VESK_GUARDED_BY(mMutex) = false;
   bool mIsEnding VESK_GUARDED_BY(mMutex) = false;
   std::thread mWatcher VESK_GUARDED_BY(mMutex);
-  std::optional<std::vector<Microphone>> mTold VESK_GUARDED_BY(mMutex);  // there while changes are being told
+  std::optional<std::vector<Microphone>> mAnnounced VESK_GUARDED_BY(mMutex);  // there while changes are being announced
 };
 
 }  // namespace vesk::capture

@@ -65,7 +65,7 @@ class SoundSystem {
 
   /// Why the system cannot be asked anything now; no error while it can.
   virtual Error trouble() { return {}; }
-  /// Whether there is a server to speak of. While there is none nothing tells when it comes back: asking
+  /// Whether a server is there. While there is none nothing reports when it comes back: asking
   /// for the microphones tries it. Takes no lock.
   virtual bool isAnswering() { return true; }
 
