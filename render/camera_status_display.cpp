@@ -10,6 +10,7 @@
 #include <vesk/open_gl_context.h>
 #include "platform/foundation/malloc_ptr.h"
 #include "platform/foundation/mutex.h"
+#include "platform/graphics/drawing_backend.h"
 #include "platform/graphics/gl_context_scope.h"
 
 namespace vesk {
@@ -83,44 +84,21 @@ void CameraStatusDisplay::createTexture(const uint8_t* buffer, NSSize size) {
   mState->deleteTexture();
   if (!CGLFitsTexture("a status picture", size)) return;
   mState->context = context;
-  glGenTextures(1, &mState->texture);
-  glEnableClientState(GL_VERTEX_ARRAY);
-  glEnableClientState(GL_TEXTURE_COORD_ARRAY);
-  glEnable(GL_TEXTURE_RECTANGLE);
-  glBindTexture(GL_TEXTURE_RECTANGLE, mState->texture);
-  // Drivers here cannot keep reading a buffer of ours as a texture's storage: the pixels are copied
-  // once, so texture range and storage hints have nothing to say.
-  glTexParameteri(GL_TEXTURE_RECTANGLE, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-  glTexParameteri(GL_TEXTURE_RECTANGLE, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-  glTexParameteri(GL_TEXTURE_RECTANGLE, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-  glTexParameteri(GL_TEXTURE_RECTANGLE, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-  glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
-  glTexImage2D(GL_TEXTURE_RECTANGLE, 0, GL_RGBA8, static_cast<GLsizei>(size.width), static_cast<GLsizei>(size.height),
-               0, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV, buffer);
-  glBindTexture(GL_TEXTURE_RECTANGLE, 0);
+  mState->texture =
+      currentBackend()->storeStatus(static_cast<int32_t>(size.width), static_cast<int32_t>(size.height), buffer);
 }
 
 void CameraStatusDisplay::renderStatus() {
-  if (!mState->image || mState->texture == 0 || !CGLGetCurrentContext()) return;
+  if (!mState->image || mState->texture == 0) return;
+  DrawingBackend* const backend = currentBackend();
+  if (!backend) return;
   const NSSize area = viewSize();
   const NSSize size = mState->size;
   const float left = (area.width - size.width) * 0.5F;
   const float right = (area.width + size.width) * 0.5F;
   const float bottom = (area.height - size.height) * 0.5F;
   const float top = (area.height + size.height) * 0.5F;
-  const GLfloat vertices[] = {left, bottom, 0, left, top, 0, right, top, 0, right, bottom, 0};
-  const GLfloat coordinates[] = {0, 0, 0, size.height, size.width, size.height, size.width, 0};
-  glColor4f(1, 1, 1, 1);
-  glClearColor(0, 0, 0, 1);
-  glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
-  glPushMatrix();
-  glTexCoordPointer(2, GL_FLOAT, 0, coordinates);
-  glBindTexture(GL_TEXTURE_RECTANGLE, mState->texture);
-  glVertexPointer(3, GL_FLOAT, 0, vertices);
-  glDrawArrays(GL_QUADS, 0, 4);
-  glPopMatrix();
-  glBindTexture(GL_TEXTURE_RECTANGLE, 0);
-  glFlush();
+  backend->drawStatus(mState->texture, size, {left, bottom, right - left, top - bottom});
 }
 
 void CameraStatusDisplay::cleanup() {

@@ -7,6 +7,7 @@
 #include <vesk/bezier_path.h>
 #include <vesk/bitmap_image_rep.h>
 #include <vesk/log.h>
+#include "platform/graphics/drawing_backend.h"
 #include "platform/graphics/gl_context_scope.h"
 #include "platform/graphics/graphics_context.h"
 #include "platform/graphics/image.h"
@@ -151,44 +152,14 @@ void GLString::genTexture() {
     deleteTexture();
     return;
   }
-  upload(bitmap->pixelsWide(), bitmap->pixelsHigh(), bitmap->bitmapData(), NSEqualSizes(mTexSize, previousSize));
-}
-
-void GLString::upload(int32_t width, int32_t height, const uint8_t* pixels, bool isSameSize) {
-  glPushAttrib(GL_TEXTURE_BIT);
-  const bool isThere = mTexName != 0;
-  if (!isThere) glGenTextures(1, &mTexName);
-  glBindTexture(GL_TEXTURE_RECTANGLE, mTexName);
-  if (isThere && isSameSize) {
-    glTexSubImage2D(GL_TEXTURE_RECTANGLE, 0, 0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, pixels);
-  } else {
-    glTexParameteri(GL_TEXTURE_RECTANGLE, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-    glTexParameteri(GL_TEXTURE_RECTANGLE, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-    glTexImage2D(GL_TEXTURE_RECTANGLE, 0, GL_RGBA, width, height, 0, GL_RGBA, GL_UNSIGNED_BYTE, pixels);
-  }
-  glPopAttrib();
+  currentBackend()->storeText(mTexName, bitmap->pixelsWide(), bitmap->pixelsHigh(), bitmap->bitmapData(),
+                              NSEqualSizes(mTexSize, previousSize));
 }
 
 void GLString::drawWithBounds(NSRect bounds) {
   if (requiresUpdate) genTexture();
   if (mTexName == 0) return;
-  glPushAttrib(GL_ENABLE_BIT | GL_COLOR_BUFFER_BIT | GL_TEXTURE_BIT);
-  glDisable(GL_DEPTH_TEST);
-  glEnable(GL_BLEND);
-  glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);  // the texture's colours are premultiplied
-  glEnable(GL_TEXTURE_RECTANGLE);
-  glBindTexture(GL_TEXTURE_RECTANGLE, mTexName);
-  glBegin(GL_QUADS);
-  glTexCoord2f(0, 0);
-  glVertex2f(bounds.x, bounds.y);
-  glTexCoord2f(0, mTexSize.height);
-  glVertex2f(bounds.x, bounds.y + bounds.height);
-  glTexCoord2f(mTexSize.width, mTexSize.height);
-  glVertex2f(bounds.x + bounds.width, bounds.y + bounds.height);
-  glTexCoord2f(mTexSize.width, 0);
-  glVertex2f(bounds.x + bounds.width, bounds.y);
-  glEnd();
-  glPopAttrib();
+  if (auto* const backend = currentBackend()) backend->drawText(mTexName, mTexSize, bounds);
 }
 
 void GLString::drawAtPoint(NSPoint point) {

@@ -2,12 +2,13 @@
 
 #include <epoxy/gl.h>
 
-#include <array>
 #include <utility>
 
 #include <vesk/attributed_string.h>
 #include <vesk/gl_string.h>
 #include <vesk/log.h>
+#include "platform/graphics/drawing_backend.h"
+#include "platform/graphics/gl_context_scope.h"
 #include "platform/graphics/graphics_context.h"
 
 namespace vesk {
@@ -21,17 +22,6 @@ constexpr uint32_t kTrackingOptions =
 
 // Where the label's lower left corner is: from the left, and below the top.
 constexpr NSSize kLabelPlace{10, 30};
-
-constexpr GLenum kTransformHint = 0x85B1;  // of an extension that few drivers have
-
-/// Clears with the current colour, opaque: in a surface with alpha what lies behind would show through.
-void clearOpaque() {
-  std::array<GLfloat, 4> colour{};
-  glGetFloatv(GL_COLOR_CLEAR_VALUE, colour.data());
-  glClearColor(colour[0], colour[1], colour[2], 1);
-  glClear(GL_COLOR_BUFFER_BIT);
-  glClearColor(colour[0], colour[1], colour[2], colour[3]);
-}
 
 }  // namespace
 
@@ -89,11 +79,7 @@ bool VeskPreviewView::showsUnscaled(CGSize size) {
 void VeskPreviewView::prepareOpenGL() {
   window()->setAcceptsMouseMovedEvents(true);
   openGLContext()->setValues(1, NSOpenGLCPSwapInterval);
-  for (const GLenum feature : {GL_ALPHA_TEST, GL_DEPTH_TEST, GL_SCISSOR_TEST, GL_BLEND, GL_DITHER, GL_CULL_FACE})
-    glDisable(feature);
-  glStencilMask(0);
-  // A driver without the hint would only note an error.
-  if (epoxy_has_gl_extension("GL_APPLE_transform_hint")) glHint(kTransformHint, GL_FASTEST);
+  currentBackend()->prepareView();
 }
 
 /// What lives in the context goes with it; the next window's context gets its own.
@@ -107,12 +93,7 @@ void VeskPreviewView::updateMatrices() {
   const NSRect bounds = this->bounds();
   if (NSEqualRects(bounds, _lastBounds)) return;
   openGLContext()->update();
-  glViewport(0, 0, static_cast<GLsizei>(bounds.width), static_cast<GLsizei>(bounds.height));
-  glMatrixMode(GL_PROJECTION);
-  glLoadIdentity();
-  glOrtho(0, static_cast<double>(bounds.width), 0, static_cast<double>(bounds.height), -1.0, 1.0);
-  glMatrixMode(GL_MODELVIEW);
-  glLoadIdentity();
+  currentBackend()->setViewSize({bounds.width, bounds.height});
   _lastBounds = bounds;
   mShowsLabel = false;
   viewBoundsDidChange(bounds);
@@ -120,15 +101,7 @@ void VeskPreviewView::updateMatrices() {
 
 void VeskPreviewView::drawBlackView() {
   if (!isReadyToDraw()) return;
-  const float width = bounds().width;
-  const float height = bounds().height;
-  glColor3f(0, 0, 0);
-  glBegin(GL_QUADS);
-  glVertex3f(-width, -height, 0);
-  glVertex3f(-width, height, 0);
-  glVertex3f(width, height, 0);
-  glVertex3f(width, -height, 0);
-  glEnd();
+  currentBackend()->fillBlack({bounds().width, bounds().height});
 }
 
 void VeskPreviewView::drawRect(NSRect rect) {
@@ -142,11 +115,7 @@ void VeskPreviewView::drawRect(NSRect rect) {
   }
   if (!isReadyToDraw()) return;
   updateMatrices();
-  const NSRect backing = convertRectToBacking(region);
-  glScissor(static_cast<GLint>(backing.x), static_cast<GLint>(backing.y), static_cast<GLsizei>(backing.width),
-            static_cast<GLsizei>(backing.height));
-  glEnable(GL_SCISSOR_TEST);
-  clearOpaque();
+  currentBackend()->clearOpaque(convertRectToBacking(region));
   drawPicture(CGRectIntersection(CGRectInset(region, -1, -1), _lastBounds));
   _context->clearCaches();
   if (NSEqualRects(CGRectIntersection(region, _lastBounds), _lastBounds)) mShowsLabel = false;

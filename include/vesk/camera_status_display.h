@@ -35,7 +35,8 @@ class VESK_EXPORT CameraStatusDisplay {
   /// Makes the texture from such a buffer, which may go afterwards; nothing without a current context.
   void createTexture(const uint8_t* buffer, NSSize size);
 
-  /// Clears the area and draws the picture, in a projection from (0, 0) to the area's size.
+  /// Clears the area and draws the picture, in coordinates from (0, 0) to the area's size: those of GL's matrices,
+  /// or of NSOpenGLContext::setCoordinates.
   void renderStatus();
   /// Lets go of picture and texture; renderStatus then does nothing.
   void cleanup();

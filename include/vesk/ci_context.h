@@ -14,10 +14,10 @@ namespace vesk {
 /// Draws images into a GL context, or into bitmaps. Textures and scratch memory are used again for
 /// frames of the same size.
 ///
-/// Drawing takes place in the coordinates of the current matrices, which must not turn or shear, and
-/// fills whole pixels of the surface: an unscaled picture keeps each of its own wherever it is put. It
-/// leaves the current colour opaque white and everything else as it was. Without the context current
-/// nothing is drawn.
+/// Drawing takes place in the coordinates of the current matrices, which must not turn or shear, or in those of
+/// NSOpenGLContext::setCoordinates. It fills whole pixels of the surface: an unscaled picture keeps each of its own
+/// wherever it is put, and one that becomes much smaller is averaged. It leaves the current colour opaque white
+/// and everything else as it was. Without the context current nothing is drawn.
 ///
 /// Threads: the main thread only.
 class VESK_EXPORT CIContext {
@@ -39,7 +39,8 @@ class VESK_EXPORT CIContext {
   /// than kMostImagePixels.
   CGImageRef createCGImage(const CIImageRef& image, CGRect fromRect);
 
-  /// Lets go of the images drawn so far. Textures and memory for the next frame are kept.
+  /// Lets go of the images drawn so far, which no drawing keeps for longer than it takes. Textures and memory for
+  /// the next frame are kept.
   void clearCaches();
 
   CIContext();

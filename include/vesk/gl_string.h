@@ -13,9 +13,9 @@
 
 namespace vesk {
 
-/// A text as a rectangle texture, drawn over a GL scene, on a rounded box if wanted. The texture is
-/// made with the next drawing after a change. Drawing takes the current GL colour with it: opaque
-/// white shows the text in its own colours.
+/// A text as a texture, drawn over a GL scene, on a rounded box if wanted. The texture is
+/// made with the next drawing after a change. Drawing takes the current colour with it (GL's, or that of
+/// NSOpenGLContext::setColor): opaque white shows the text in its own colours.
 ///
 /// Threads: the main thread, with the context current through NSOpenGLContext.
 class VESK_EXPORT GLString {
@@ -81,7 +81,6 @@ class VESK_EXPORT GLString {
   void changed();
   void textChanged();
   void paint(NSSize size) const;
-  void upload(int32_t width, int32_t height, const uint8_t* pixels, bool isSameSize);
 
   std::weak_ptr<NSOpenGLContext> cgl_ctx;
   uint32_t mTexName = 0;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -14,12 +15,11 @@
 
 namespace vesk {
 
-/// A rectangle drawn with OpenGL, carried by a host's window. It makes no GL call before it has a
-/// window.
+/// A rectangle drawn with OpenGL, carried by a host's window. It makes no GL call before it has a window. What a
+/// host does is on the page of HostWindow, all of it on the main thread.
 ///
-/// What a host does, all on the main thread: setFrame and setWindow once; setFrame on a change of
-/// size; displayIfNeeded after each HostWindow::requestRedraw; pointerMovedTo and pointerLeft as
-/// the pointer goes. Before the window or its context goes: setWindow(nullptr).
+/// Between drawings the context has the host's GL state: viewport, matrices and what prepareOpenGL switched are
+/// the view's own, kept from one drawing to the next. The clear colour and all else are taken from the host.
 class VESK_EXPORT NSOpenGLView : public NSResponder {
  public:
   /// A view of `frame`, without a window. `pixelFormat` may be null.
@@ -32,7 +32,8 @@ class VESK_EXPORT NSOpenGLView : public NSResponder {
   void setWindow(HostWindow* window);
   HostWindow* window() const { return mWindow; }
 
-  /// The view's place in its window, in points; its bounds begin at (0, 0) and have the same size.
+  /// The view's place in its window's surface, in points from the lower left corner; its bounds begin at (0, 0) and
+  /// have the same size.
   void setFrame(NSRect frame);
   NSRect frame() const { return mFrame; }
   NSRect bounds() const { return {0, 0, mFrame.width, mFrame.height}; }
@@ -47,6 +48,9 @@ class VESK_EXPORT NSOpenGLView : public NSResponder {
   bool needsDisplay() const { return !NSIsEmptyRect(mDirty); }
   /// Draws what was asked for, if anything and if there is a window that can be drawn in, and presents it.
   void displayIfNeeded();
+  /// Draws the whole view now and presents it, whether it was asked for or not: for toolkits that say when a
+  /// widget is to be drawn (GtkGLArea's "render", QOpenGLWidget's paintGL).
+  void display();
   /// Draws the whole view now and reads it back: what is on show, opaque, at the surface's size. Null
   /// without a window that can be drawn in.
   CGImageRef snapshot();
@@ -82,7 +86,7 @@ class VESK_EXPORT NSOpenGLView : public NSResponder {
   virtual void updateTrackingAreas() {}
 
  private:
-  bool beginDrawing();
+  bool draw(const std::function<void()>& drawing);
   void leaveWindow();
   bool holdsPointer(const NSTrackingArea& area) const;
   static void follow(NSTrackingArea& area, bool isInside, const NSEvent& event);

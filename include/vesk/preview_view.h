@@ -84,7 +84,7 @@ class VESK_EXPORT VeskPreviewView : public NSOpenGLView {
   void setPreviewState(int8_t state) { mPreviewState = state; }
   int8_t previewState() const { return mPreviewState; }
   /// The label is drawn when this is exactly 1, from the next drawing on; asks for no redraw. It takes
-  /// the GL colour that the picture leaves: its own over an image, black over the black view.
+  /// the colour that the picture leaves: its own over an image, black over the black view.
   void setIsRecording(uint32_t isRecording) { mIsRecording = isRecording; }
   uint32_t isRecording() const { return mIsRecording; }
 

@@ -7,180 +7,78 @@
 #include <cmath>
 #include <cstring>
 #include <new>
-#include <string_view>
-#include <utility>
+#include <vector>
 
+#include "platform/graphics/drawing_backend.h"
 #include "platform/graphics/gl_context_scope.h"
+#include "platform/graphics/picture_textures.h"
 #include "platform/pixels/picture_planes.h"
 
 namespace vesk {
 namespace {
 
-/// A rectangle of whole pixels of the surface; GL's first row is the lowest.
-struct SurfaceBox {
-  int32_t left = 0;
-  int32_t bottom = 0;
-  int32_t right = 0;
-  int32_t top = 0;
-
-  int32_t width() const { return right - left; }
-  int32_t height() const { return top - bottom; }
-  bool isEmpty() const { return right <= left || top <= bottom; }
-};
-
 SurfaceBox intersection(const SurfaceBox& a, const SurfaceBox& b) {
   return {std::max(a.left, b.left), std::max(a.bottom, b.bottom), std::min(a.right, b.right), std::min(a.top, b.top)};
 }
 
-SurfaceBox boxOf(const std::array<GLint, 4>& originAndSize) {
-  const auto& [x, y, width, height] = originAndSize;
-  return {x, y, x + width, y + height};
-}
-
-/// From the coordinates of the current matrices to pixels of the surface: what `glVertex` does.
-class SurfaceTransform {
- public:
-  SurfaceTransform() {
-    std::array<GLfloat, 16> projection{};
-    std::array<GLfloat, 16> modelView{};
-    glGetFloatv(GL_PROJECTION_MATRIX, projection.data());
-    glGetFloatv(GL_MODELVIEW_MATRIX, modelView.data());
-    std::array<GLint, 4> viewport{};
-    glGetIntegerv(GL_VIEWPORT, viewport.data());
-    mViewport = boxOf(viewport);
-    mX = axis(projection, modelView, 0, viewport[0], viewport[2]);
-    mY = axis(projection, modelView, 1, viewport[1], viewport[3]);
-  }
-
-  /// The pixels whose middles lie in `rect`: those that GL would paint. Rounding in the matrices does
-  /// not move an edge that lies on a middle, so a picture keeps its size wherever it is put.
-  SurfaceBox pixelsOf(const CGRect& rect) const {
-    return {mX.pixel(rect.x), mY.pixel(rect.y), mX.pixel(rect.x + rect.width), mY.pixel(rect.y + rect.height)};
-  }
-  const SurfaceBox& viewport() const { return mViewport; }
-
- private:
-  struct Axis {
-    double scale = 1;
-    double offset = 0;
-    int32_t pixel(float at) const {
-      constexpr double kFar = 1 << 24;  // far outside of any surface, and safe to calculate with
-      constexpr double kRounding = 1.0 / 64;
-      const double edge = static_cast<double>(at) * scale + offset;
-      return static_cast<int32_t>(std::clamp(std::ceil(edge - 0.5 - kRounding), -kFar, kFar));
-    }
+/// The pixels whose middles lie in `rect`: those that GL would paint. Rounding in the matrices does not move
+/// an edge that lies on a middle, so a picture keeps its size wherever it is put.
+SurfaceBox pixelsOf(const CGRect& rect, const SurfaceTransform& transform) {
+  const auto pixel = [](const SurfaceAxis& axis, float at) {
+    constexpr double kFar = 1 << 24;  // far outside of any surface, and safe to calculate with
+    constexpr double kRounding = 1.0 / 64;
+    return static_cast<int32_t>(std::clamp(std::ceil(axis.pixelOf(at) - 0.5 - kRounding), -kFar, kFar));
   };
-
-  using Matrix = std::array<GLfloat, 16>;
-  static Axis axis(const Matrix& projection, const Matrix& modelView, size_t i, GLint origin, GLint size) {
-    const double p = static_cast<double>(projection[i * 5]);
-    const double half = size / 2.0;
-    return {p * static_cast<double>(modelView[i * 5]) * half,
-            (p * static_cast<double>(modelView[12 + i]) + static_cast<double>(projection[12 + i]) + 1) * half + origin};
-  }
-
-  SurfaceBox mViewport;
-  Axis mX;
-  Axis mY;
-};
+  const auto& [x, y] = transform;
+  return {pixel(x, rect.x), pixel(y, rect.y), pixel(x, rect.x + rect.width), pixel(y, rect.y + rect.height)};
+}
 
 /// What may be painted: the viewport, and the scissor box where that is on.
-SurfaceBox paintable(const SurfaceTransform& transform) {
-  if (!glIsEnabled(GL_SCISSOR_TEST)) return transform.viewport();
+SurfaceBox paintable() {
+  const SurfaceBox viewport = currentViewport();
+  if (!glIsEnabled(GL_SCISSOR_TEST)) return viewport;
   std::array<GLint, 4> scissor{};
   glGetIntegerv(GL_SCISSOR_BOX, scissor.data());
-  return intersection(transform.viewport(), boxOf(scissor));
+  const auto& [x, y, width, height] = scissor;
+  return intersection(viewport, {x, y, x + width, y + height});
 }
 
-/// Restores the state of drawing that is changed here.
-class KeptState {
- public:
-  KeptState() {
-    glPushAttrib(GL_ENABLE_BIT | GL_TEXTURE_BIT | GL_COLOR_BUFFER_BIT);
-    glPushClientAttrib(GL_CLIENT_PIXEL_STORE_BIT);
-    glPixelStorei(GL_UNPACK_ALIGNMENT, 4);
-    glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
-    glPixelStorei(GL_UNPACK_SKIP_ROWS, 0);
-    glPixelStorei(GL_UNPACK_SKIP_PIXELS, 0);
-    glPixelStorei(GL_UNPACK_SWAP_BYTES, GL_FALSE);
-  }
-  ~KeptState() {
-    glPopClientAttrib();
-    glPopAttrib();
-    glColor4f(1, 1, 1, 1);
-  }
-  KeptState(const KeptState&) = delete;
-  KeptState& operator=(const KeptState&) = delete;
-};
-
-/// Matrices in which a unit is a pixel of the surface, for its own lifetime.
-class SurfaceCoordinates {
- public:
-  SurfaceCoordinates() {
-    std::array<GLint, 4> viewport{};
-    glGetIntegerv(GL_VIEWPORT, viewport.data());
-    const SurfaceBox box = boxOf(viewport);
-    glPushAttrib(GL_TRANSFORM_BIT);
-    glMatrixMode(GL_PROJECTION);
-    glPushMatrix();
-    glLoadIdentity();
-    glOrtho(box.left, box.right, box.bottom, box.top, -1, 1);
-    glMatrixMode(GL_MODELVIEW);
-    glPushMatrix();
-    glLoadIdentity();
-  }
-  ~SurfaceCoordinates() {
-    glPopMatrix();
-    glMatrixMode(GL_PROJECTION);
-    glPopMatrix();
-    glPopAttrib();
-  }
-  SurfaceCoordinates(const SurfaceCoordinates&) = delete;
-  SurfaceCoordinates& operator=(const SurfaceCoordinates&) = delete;
-};
-
-/// How pixels of an order are handed to GL. Blue first as reversed 32-bit words, and with the unsized
-/// internal format: the storage then has the very order of the bytes (and of a window), and both the
-/// upload and the copy into the window are plain copies in a software renderer. By bytes, or into
-/// GL_RGBA8, each upload would be swizzled (ten times slower there).
+/// How pixels are handed to GL. Blue first, as reversed 32-bit words, and with the unsized internal format:
+/// the storage then has the very order of the bytes (and of a window), and both the upload and the copy into
+/// the window are plain copies in a software renderer. By bytes, or into GL_RGBA8, each upload would be
+/// swizzled (ten times slower there). OpenGL ES has blue first by an extension only.
 struct UploadFormat {
+  PixelOrder order;
+  GLint storage;
   GLenum format;
   GLenum type;
 };
-UploadFormat uploadFormatOf(PixelOrder order) {
-  return order == PixelOrder::kBGRA ? UploadFormat{GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV}
-                                    : UploadFormat{GL_RGBA, GL_UNSIGNED_BYTE};
-}
-
-PixelOrder orderFor(uint32_t pixelFormat) {
-  return pixelFormat == kCVPixelFormat_32RGBA ? PixelOrder::kRGBA : PixelOrder::kBGRA;
+UploadFormat uploadFormatFor(const GLFeatures& features) {
+  if (!features.hasBGRA) return {PixelOrder::kRGBA, GL_RGBA, GL_RGBA, GL_UNSIGNED_BYTE};
+  if (features.isES) return {PixelOrder::kBGRA, GL_BGRA, GL_BGRA, GL_UNSIGNED_BYTE};
+  return {PixelOrder::kBGRA, GL_RGBA, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV};
 }
 
 /// A texture, and a framebuffer to copy from it.
-struct PictureTexture {
+struct CopyTexture {
   GLuint name = 0;
   GLuint framebuffer = 0;
   int32_t width = 0;
   int32_t height = 0;
-  PixelOrder order = PixelOrder::kBGRA;
 };
 
-/// What a texture holds: which part of which picture, at which scale.
+/// What textures hold: which part of which picture, at which scale. The picture is not held by it.
 struct Content {
-  CVImageBufferRef buffer;
+  std::weak_ptr<const CVPixelBuffer> buffer;
   int32_t width = 0;
   int32_t height = 0;
   PixelBox part;
-  bool operator==(const Content&) const = default;
-};
 
-bool isSoftware() {
-  const auto* const name = reinterpret_cast<const char*>(glGetString(GL_RENDERER));
-  const std::string_view renderer = name ? name : "";
-  constexpr std::string_view kSoftware[] = {"llvmpipe", "softpipe", "SWR", "Software Rasterizer"};
-  return std::any_of(std::begin(kSoftware), std::end(kSoftware),
-                     [renderer](std::string_view known) { return renderer.find(known) != std::string_view::npos; });
-}
+  bool operator==(const Content& other) const {
+    const CVImageBufferRef mine = buffer.lock();
+    return mine && mine == other.buffer.lock() && width == other.width && height == other.height && part == other.part;
+  }
+};
 
 /// The largest part of a picture, with its origin on a chroma sample, that still holds `box`.
 PixelBox onChroma(PixelBox box, ChromaStep step) {
@@ -192,15 +90,13 @@ PixelBox onChroma(PixelBox box, ChromaStep step) {
 }  // namespace
 
 struct CIContext::State {
-  explicit State(const CGLContextObj& glContext) : context(glContext), hasContext(glContext != nullptr) {}
+  explicit State(const CGLContextObj& glContext) : context(glContext) {}
 
   std::weak_ptr<NSOpenGLContext> context;
-  bool hasContext;
-  bool isAsked = false;  ///< whether the driver was asked for the next two
-  bool copies = false;   ///< scale on the CPU and copy, instead of letting GL scale
-  GLint mostSide = 0;    ///< of a texture
-  PictureTexture texture;
-  Content content;
+  CopyTexture copy;
+  Content copyContent;
+  PictureTextures planes;
+  Content planesContent;
   ScalingScratch scratch;
   ScratchMemory pixels;
 
@@ -209,55 +105,46 @@ struct CIContext::State {
     return mine && mine == CGLGetCurrentContext();
   }
 
-  void askDriver() {
-    if (std::exchange(isAsked, true)) return;
-    const bool hasFramebuffers = epoxy_gl_version() >= 30 || epoxy_has_gl_extension("GL_ARB_framebuffer_object");
-    copies = hasFramebuffers && isSoftware();
-    glGetIntegerv(GL_MAX_TEXTURE_SIZE, &mostSide);
+  bool hasTextures() const { return copy.name != 0 || planes.bytesStored() != 0; }
+
+  void deleteTextures() {
+    deleteCopy();
+    planes.release();
+    planesContent = {};
   }
 
-  void deleteTexture() {
-    if (texture.name) glDeleteTextures(1, &texture.name);
-    if (texture.framebuffer) glDeleteFramebuffers(1, &texture.framebuffer);
-    texture = {};
-    content = {};
+  void deleteCopy() {
+    if (copy.name) glDeleteTextures(1, &copy.name);
+    if (copy.framebuffer) glDeleteFramebuffers(1, &copy.framebuffer);
+    copy = {};
+    copyContent = {};
   }
 
-  void bindTexture(int32_t width, int32_t height, PixelOrder order) {
-    if (texture.name && texture.width == width && texture.height == height && texture.order == order) {
-      glBindTexture(GL_TEXTURE_2D, texture.name);
+  void bindCopy(const UploadFormat& upload, int32_t width, int32_t height) {
+    glActiveTexture(GL_TEXTURE0);
+    if (copy.name && copy.width == width && copy.height == height) {
+      glBindTexture(GL_TEXTURE_2D, copy.name);
       return;
     }
-    deleteTexture();
-    glGenTextures(1, &texture.name);
-    glBindTexture(GL_TEXTURE_2D, texture.name);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_LINEAR);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-    const UploadFormat upload = uploadFormatOf(order);
-    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, width, height, 0, upload.format, upload.type, nullptr);
-    texture.width = width;
-    texture.height = height;
-    texture.order = order;
+    deleteCopy();
+    glGenTextures(1, &copy.name);
+    glBindTexture(GL_TEXTURE_2D, copy.name);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+    glTexImage2D(GL_TEXTURE_2D, 0, upload.storage, width, height, 0, upload.format, upload.type, nullptr);
+    copy.width = width;
+    copy.height = height;
   }
 
-  /// Has the texture bound, holding `part` of the picture scaled to `width` × `height`.
-  bool load(const CVImageBufferRef& buffer, int32_t width, int32_t height, PixelBox part) {
-    const Content wanted{buffer, width, height, part};
-    const PixelOrder order = orderFor(buffer->pixelFormat());
-    bindTexture(part.width, part.height, order);
-    if (content == wanted) return true;
-    PicturePlanes picture = planesOf(*buffer);
+  /// `part` of the picture as pixels, after it was scaled to `width` × `height`; null when memory is short.
+  const uint8_t* scaledPixels(const CVPixelBuffer& buffer, int32_t width, int32_t height, PixelBox part,
+                              PixelOrder order) {
+    PicturePlanes picture = planesOf(buffer);
     if (picture.width != width || picture.height != height) picture = scaledPicture(picture, width, height, scratch);
-    if (picture.width == 0) return false;
+    if (picture.width == 0) return nullptr;
     const size_t rowBytes = static_cast<size_t>(part.width) * 4;
     uint8_t* const memory = pixels.reserve(rowBytes * static_cast<size_t>(part.height));
-    if (!memory || !convertPicture(partOf(picture, part), order, memory, rowBytes)) return false;
-    const UploadFormat upload = uploadFormatOf(order);
-    glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, part.width, part.height, upload.format, upload.type, memory);
-    content = wanted;
-    return true;
+    return memory && convertPicture(partOf(picture, part), order, memory, rowBytes) ? memory : nullptr;
   }
 
   /// Copies the texture, whose first row is the upper one, to the surface with its upper left corner
@@ -265,12 +152,12 @@ struct CIContext::State {
   void copyTexture(int32_t left, int32_t top, const SurfaceBox& target) {
     GLint before = 0;
     glGetIntegerv(GL_READ_FRAMEBUFFER_BINDING, &before);
-    if (texture.framebuffer == 0) {
-      glGenFramebuffers(1, &texture.framebuffer);
-      glBindFramebuffer(GL_READ_FRAMEBUFFER, texture.framebuffer);
-      glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture.name, 0);
+    if (copy.framebuffer == 0) {
+      glGenFramebuffers(1, &copy.framebuffer);
+      glBindFramebuffer(GL_READ_FRAMEBUFFER, copy.framebuffer);
+      glFramebufferTexture2D(GL_READ_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, copy.name, 0);
     } else {
-      glBindFramebuffer(GL_READ_FRAMEBUFFER, texture.framebuffer);
+      glBindFramebuffer(GL_READ_FRAMEBUFFER, copy.framebuffer);
     }
     glBlitFramebuffer(target.left - left, top - target.top, target.right - left, top - target.bottom, target.left,
                       target.top, target.right, target.bottom, GL_COLOR_BUFFER_BIT, GL_NEAREST);
@@ -279,64 +166,105 @@ struct CIContext::State {
 
   /// Draws a picture by scaling it on the CPU to the very pixels it takes. For software renderers:
   /// libyuv scales and converts many times faster than they sample textures.
-  void drawCopied(const CVImageBufferRef& buffer, const SurfaceBox& place, const SurfaceBox& target) {
+  void drawCopied(DrawingBackend& backend, const CVImageBufferRef& buffer, const SurfaceBox& place,
+                  const SurfaceBox& target) {
+    const GLFeatures& features = backend.features();
     const PixelBox visible{target.left - place.left, place.top - target.top, target.width(), target.height()};
     const PixelBox part = onChroma(visible, chromaStepOf(buffer->pixelFormat()));
-    if (!load(buffer, place.width(), place.height(), part)) return;
-    copyTexture(place.left + part.x, place.top - part.y, target);
+    const int32_t left = place.left + part.x;
+    const int32_t top = place.top - part.y;
+    const Content wanted{buffer, place.width(), place.height(), part};
+    if (!canCopy(features)) {
+      if (!(planesContent == wanted)) {
+        planesContent = {};
+        const auto* const memory = scaledPixels(*buffer, place.width(), place.height(), part, PixelOrder::kBGRA);
+        const PixelPlane plane{memory, static_cast<size_t>(part.width) * 4};
+        if (!memory || !planes.store(features, {part.width, part.height, kCVPixelFormat_32BGRA, {plane}, {}})) return;
+        planesContent = wanted;
+      }
+      planes.draw(backend, {left, top - part.height, left + part.width, top}, target);
+      return;
+    }
+    const UploadFormat upload = uploadFormatFor(features);
+    bindCopy(upload, part.width, part.height);
+    if (!(copyContent == wanted)) {
+      copyContent = {};
+      const auto* const memory = scaledPixels(*buffer, place.width(), place.height(), part, upload.order);
+      if (!memory) return;
+      glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, part.width, part.height, upload.format, upload.type, memory);
+      copyContent = wanted;
+    }
+    copyTexture(left, top, target);
   }
 
-  /// Draws a picture as a textured rectangle that GL scales: what lies in `target` of the picture in
-  /// `place`. Both are whole pixels, or an unscaled picture would double some rows and lose others.
-  void drawTextured(const CVImageBufferRef& buffer, const SurfaceBox& place, const SurfaceBox& target) {
-    const int32_t width = std::min(buffer->width(), mostSide);
-    const int32_t height = std::min(buffer->height(), mostSide);
-    if (!load(buffer, width, height, {0, 0, width, height})) return;
-    const auto across = [&place](int32_t x) { return double(x - place.left) / place.width(); };
-    const auto down = [&place](int32_t y) { return double(place.top - y) / place.height(); };
+  /// Whether the surface takes copies of a texture; one with several samples a pixel may not.
+  static bool canCopy(const GLFeatures& features) {
+    if (!features.hasBlit) return false;
+    GLint samples = 0;
+    glGetIntegerv(GL_SAMPLES, &samples);
+    return samples == 0;
+  }
+
+  /// Draws what lies in `target` of the picture in `place`, which GL converts and scales. Both are whole
+  /// pixels, or an unscaled picture would double some rows and lose others.
+  void drawPlanes(DrawingBackend& backend, const CVImageBufferRef& buffer, const SurfaceBox& place,
+                  const SurfaceBox& target) {
+    const GLFeatures& features = backend.features();
+    // What no texture holds, or what becomes smaller than a shader can do well, is scaled down before.
+    const auto most = [&features](int32_t side, int32_t shown) {
+      const int64_t useful = std::max<int64_t>(int64_t{shown} * PicturePrograms::kMostTaps, 1);
+      return static_cast<int32_t>(std::min<int64_t>({side, features.largestTexture, useful}));
+    };
+    const int32_t width = most(buffer->width(), place.width());
+    const int32_t height = most(buffer->height(), place.height());
+    const Content wanted{buffer, width, height, {0, 0, width, height}};
+    if (!(planesContent == wanted)) {
+      planesContent = {};
+      PicturePlanes picture = planesOf(*buffer);
+      if (picture.width != width || picture.height != height) picture = scaledPicture(picture, width, height, scratch);
+      if (picture.width == 0 || !storePlanes(features, picture)) return;
+      planesContent = wanted;
+    }
     if (hasAlpha(buffer->pixelFormat())) {
       glEnable(GL_BLEND);
       glBlendFunc(GL_ONE, GL_ONE_MINUS_SRC_ALPHA);
+    } else {
+      glDisable(GL_BLEND);
     }
-    for (const GLenum hiding : {GL_TEXTURE_3D, GL_TEXTURE_RECTANGLE, GL_TEXTURE_CUBE_MAP}) glDisable(hiding);
-    glEnable(GL_TEXTURE_2D);
-    glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, GL_REPLACE);
-    const bool isUnscaled = place.width() == width && place.height() == height;
-    const GLint filter = isUnscaled ? GL_NEAREST : GL_LINEAR;
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, filter);
-    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, filter);
-    const SurfaceCoordinates coordinates;
-    glBegin(GL_QUADS);
-    for (const auto& [x, y] : {std::pair{target.left, target.bottom}, std::pair{target.left, target.top},
-                               std::pair{target.right, target.top}, std::pair{target.right, target.bottom}}) {
-      glTexCoord2d(across(x), down(y));
-      glVertex2i(x, y);
-    }
-    glEnd();
+    planes.draw(backend, place, target);
+  }
+
+  bool storePlanes(const GLFeatures& features, const PicturePlanes& picture) {
+    if (planes.store(features, picture)) return true;
+    const PicturePlanes planar = planarPicture(picture, scratch.unpacked);  // a column without its Cr
+    return planar.width != 0 && planes.store(features, planar);
   }
 
   /// Draws `source`, a part of the picture, so that it fills `place`.
-  void draw(const CIImage& image, const CGRect& place, const CGRect& source) {
-    askDriver();
-    const KeptState kept;
+  void draw(DrawingBackend& backend, const CIImage& image, const CGRect& place, const CGRect& source) {
     const CVImageBufferRef& buffer = image.imageBuffer();
-    const SurfaceTransform transform;
+    const SurfaceTransform transform = backend.transform();
     // Where the whole picture would lie.
     const float scaleX = place.width / source.width;
     const float scaleY = place.height / source.height;
     const CGRect whole{place.x - source.x * scaleX, place.y - source.y * scaleY, image.extent().width * scaleX,
                        image.extent().height * scaleY};
-    const SurfaceBox wholeBox = transform.pixelsOf(whole);
-    const SurfaceBox target = intersection(intersection(transform.pixelsOf(place), wholeBox), paintable(transform));
-    if (target.isEmpty()) return;
-    if (copies && !hasAlpha(buffer->pixelFormat()) && isWorthScaling(wholeBox, target))
-      drawCopied(buffer, wholeBox, target);
-    else
-      drawTextured(buffer, wholeBox, target);
+    const SurfaceBox wholeBox = pixelsOf(whole, transform);
+    const SurfaceBox target = intersection(intersection(pixelsOf(place, transform), wholeBox), paintable());
+    if (!target.isEmpty()) {
+      const auto kept = backend.keepForDrawing();
+      if (backend.features().isSoftware && !hasAlpha(buffer->pixelFormat()) &&
+          isWorthScaling(wholeBox, target, backend.features().largestTexture))
+        drawCopied(backend, buffer, wholeBox, target);
+      else
+        drawPlanes(backend, buffer, wholeBox, target);
+      backend.endPicture();
+    }
+    backend.setColour(NSColor::whiteColor());
   }
 
   /// Whether not too much would be scaled that is not seen.
-  bool isWorthScaling(const SurfaceBox& whole, const SurfaceBox& target) const {
+  static bool isWorthScaling(const SurfaceBox& whole, const SurfaceBox& target, int32_t mostSide) {
     if (whole.width() > 1 << 14 || whole.height() > 1 << 14) return false;
     const int64_t pixels64 = int64_t{whole.width()} * whole.height();
     return target.width() < mostSide && target.height() < mostSide &&
@@ -350,9 +278,9 @@ CIContext::CIContext(const CGLContextObj& context) : mState(std::make_unique<Sta
 
 CIContext::~CIContext() {
   const auto context = mState->context.lock();
-  if (!context || mState->texture.name == 0) return;
+  if (!context || !mState->hasTextures()) return;
   const CurrentContextScope scope(*context);
-  if (scope) mState->deleteTexture();
+  if (scope) mState->deleteTextures();
 }
 
 std::shared_ptr<CIContext> CIContext::contextWithCGLContext(
@@ -370,14 +298,15 @@ void CIContext::drawImage(const CIImageRef& image, CGPoint atPoint, CGRect fromR
 
 void CIContext::drawImage(const CIImageRef& image, CGRect inRect, CGRect fromRect) {
   if (!image || NSIsEmptyRect(inRect) || NSIsEmptyRect(fromRect)) return;
-  if (!mState->isCurrent() || !CGLGetCurrentContext()->canDraw()) return;
+  DrawingBackend* const backend = mState->isCurrent() ? currentBackend() : nullptr;
+  if (!backend) return;
   const CGRect source = CGRectIntersection(fromRect, image->extent());
   if (NSIsEmptyRect(source)) return;
   const float scaleX = inRect.width / fromRect.width;
   const float scaleY = inRect.height / fromRect.height;
   const CGRect place{inRect.x + (source.x - fromRect.x) * scaleX, inRect.y + (source.y - fromRect.y) * scaleY,
                      source.width * scaleX, source.height * scaleY};
-  mState->draw(*image, place, source);
+  mState->draw(*backend, *image, place, source);
 }
 
 CGImageRef CIContext::createCGImage(const CIImageRef& image, CGRect fromRect) {
@@ -412,8 +341,6 @@ CGImageRef CIContext::createCGImage(const CIImageRef& image, CGRect fromRect) {
   }
 }
 
-void CIContext::clearCaches() {
-  mState->content.buffer.reset();
-}
+void CIContext::clearCaches() {}  // textures hold no image
 
 }  // namespace vesk

@@ -7,7 +7,12 @@
 
 namespace vesk {
 
-/// Whether a rectangle texture of the current context can be as large as `size`, in pixels. When it
+class DrawingBackend;
+
+/// What to draw with in the current context; null when there is none, or one of a kind that cannot be drawn in.
+DrawingBackend* currentBackend();
+
+/// Whether a texture of a text or a status picture can be as large as `size`, in pixels. When it
 /// cannot, one line of the log says that `what` is too large.
 bool CGLFitsTexture(const char* what, NSSize size);
 

@@ -4,9 +4,11 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include <vesk/host_window.h>
 #include <vesk/log.h>
+#include "platform/graphics/drawing_backend.h"
 #include "platform/graphics/gl_context_scope.h"
 
 namespace vesk {
@@ -15,20 +17,6 @@ namespace {
 std::weak_ptr<NSOpenGLContext>& current() {
   static std::weak_ptr<NSOpenGLContext> context;
   return context;
-}
-
-/// Whether the current context draws with matrices and vertices as OpenGL 2.1 does.
-bool hasFixedFunctions() {
-  const int version = epoxy_is_desktop_gl() ? epoxy_gl_version() : 0;
-  if (version < 21) return false;
-  if (version < 30) return true;
-  GLint flags = 0;
-  glGetIntegerv(GL_CONTEXT_FLAGS, &flags);
-  if (flags & GL_CONTEXT_FLAG_FORWARD_COMPATIBLE_BIT) return false;
-  if (version == 31) return epoxy_has_gl_extension("GL_ARB_compatibility");
-  GLint profile = 0;
-  if (version > 31) glGetIntegerv(GL_CONTEXT_PROFILE_MASK, &profile);
-  return !(profile & GL_CONTEXT_CORE_PROFILE_BIT);
 }
 
 }  // namespace
@@ -58,15 +46,27 @@ void NSOpenGLContext::clearCurrentContext() {
 }
 
 bool NSOpenGLContext::canDraw() {
-  if (mCanDraw) return *mCanDraw;
-  mCanDraw = hasFixedFunctions();
-  if (!*mCanDraw) {
+  return backend() != nullptr;
+}
+
+DrawingBackend* NSOpenGLContext::backend() {
+  if (std::exchange(mIsAsked, true)) return mBackend.get();
+  mBackend = DrawingBackend::forCurrentContext();
+  if (!mBackend) {
     const auto* const version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
-    NSLog(LogLevel::kError, std::string("Cannot draw in this window: its context is \"") +
-                                (version ? version : "unknown") +
-                                "\". Give it one of OpenGL 2.1, or of a later version with the compatibility profile.");
+    NSLog(LogLevel::kError,
+          std::string("Cannot draw in this window: its context is \"") + (version ? version : "unknown") +
+              "\". Give it one of OpenGL 2.1, of OpenGL 3.2 with the core profile or of OpenGL ES 2, or later.");
   }
-  return *mCanDraw;
+  return mBackend.get();
+}
+
+void NSOpenGLContext::setColor(NSColor color) {
+  if (DrawingBackend* const drawing = backend()) drawing->setColour(color);
+}
+
+void NSOpenGLContext::setCoordinates(NSSize size) {
+  if (DrawingBackend* const drawing = backend()) drawing->setCoordinates(size);
 }
 
 void NSOpenGLContext::update() {
@@ -81,9 +81,13 @@ void NSOpenGLContext::setValues(int32_t value, NSOpenGLContextParameter paramete
   }
 }
 
+DrawingBackend* currentBackend() {
+  const auto context = NSOpenGLContext::currentContext();
+  return context ? context->backend() : nullptr;
+}
+
 bool CGLFitsTexture(const char* what, NSSize size) {
-  GLint most = 0;
-  glGetIntegerv(GL_MAX_RECTANGLE_TEXTURE_SIZE, &most);
+  const int32_t most = currentBackend()->largestTexture();
   const auto side = static_cast<int64_t>(std::max(size.width, size.height));
   if (side <= most) return true;
   NSLog(LogLevel::kError, std::string("Cannot draw ") + what + " of " + std::to_string(side) +
@@ -91,9 +95,9 @@ bool CGLFitsTexture(const char* what, NSSize size) {
   return false;
 }
 
-CurrentContextScope::CurrentContextScope(NSOpenGLContext& context) : mBefore(NSOpenGLContext::currentContext()) {
-  mIsCurrent = mBefore.get() == &context || context.makeCurrentContext();
-}
+/// Also where it was the last that was made current here: the host may have changed contexts since.
+CurrentContextScope::CurrentContextScope(NSOpenGLContext& context)
+    : mBefore(NSOpenGLContext::currentContext()), mIsCurrent(context.makeCurrentContext()) {}
 
 CurrentContextScope::~CurrentContextScope() {
   if (NSOpenGLContext::currentContext() == mBefore) return;

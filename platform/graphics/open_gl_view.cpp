@@ -3,8 +3,11 @@
 #include <epoxy/gl.h>
 
 #include <algorithm>
+#include <functional>
 #include <new>
 #include <utility>
+
+#include "platform/graphics/drawing_backend.h"
 
 namespace vesk {
 namespace {
@@ -19,15 +22,54 @@ void turnOver(std::vector<uint8_t>& pixels, size_t rowBytes) {
     std::swap_ranges(row(low), row(low + 1), row(high));
 }
 
+/// A copy of a part of the surface that is drawn to, which can be read where the surface has several samples a
+/// pixel. Is read from while it exists.
+class ResolvedSurface {
+ public:
+  ResolvedSurface(const GLFeatures& features, GLint x, GLint y, int32_t width, int32_t height) {
+    GLint samples = 0;
+    GLint drawn = 0;
+    glGetIntegerv(GL_SAMPLES, &samples);
+    glGetIntegerv(GL_FRAMEBUFFER_BINDING, &drawn);
+    if (samples == 0 || drawn == 0 || !features.hasBlit) return;  // a window's own is resolved by reading it
+    mDrawn = static_cast<GLuint>(drawn);
+    glGenRenderbuffers(1, &mPixels);
+    GLint before = 0;
+    glGetIntegerv(GL_RENDERBUFFER_BINDING, &before);
+    glBindRenderbuffer(GL_RENDERBUFFER, mPixels);
+    // OpenGL ES resolves to the same place and the same format only.
+    GLint alphaBits = 0;
+    glGetIntegerv(GL_ALPHA_BITS, &alphaBits);
+    glRenderbufferStorage(GL_RENDERBUFFER, alphaBits > 0 ? GL_RGBA8 : GL_RGB8, x + width, y + height);
+    glBindRenderbuffer(GL_RENDERBUFFER, static_cast<GLuint>(before));
+    glGenFramebuffers(1, &mName);
+    glBindFramebuffer(GL_DRAW_FRAMEBUFFER, mName);
+    glFramebufferRenderbuffer(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, mPixels);
+    glBindFramebuffer(GL_READ_FRAMEBUFFER, mDrawn);
+    glBlitFramebuffer(x, y, x + width, y + height, x, y, x + width, y + height, GL_COLOR_BUFFER_BIT, GL_NEAREST);
+    glBindFramebuffer(GL_FRAMEBUFFER, mName);
+  }
+  ~ResolvedSurface() {
+    if (mName == 0) return;
+    glBindFramebuffer(GL_FRAMEBUFFER, mDrawn);
+    glDeleteFramebuffers(1, &mName);
+    glDeleteRenderbuffers(1, &mPixels);
+  }
+  ResolvedSurface(const ResolvedSurface&) = delete;
+  ResolvedSurface& operator=(const ResolvedSurface&) = delete;
+
+ private:
+  GLuint mDrawn = 0;
+  GLuint mPixels = 0;
+  GLuint mName = 0;
+};
+
 /// The picture in the surface that is drawn to; null when memory is short.
-CGImageRef readSurface(int32_t width, int32_t height) try {
+CGImageRef readSurface(const GLFeatures& features, GLint x, GLint y, int32_t width, int32_t height) try {
   const size_t rowBytes = static_cast<size_t>(width) * 4;
   std::vector<uint8_t> pixels(rowBytes * static_cast<size_t>(height));
-  glPushClientAttrib(GL_CLIENT_PIXEL_STORE_BIT);
-  glPixelStorei(GL_PACK_ALIGNMENT, 4);
-  glPixelStorei(GL_PACK_ROW_LENGTH, 0);
-  glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
-  glPopClientAttrib();
+  const ResolvedSurface resolved(features, x, y, width, height);
+  glReadPixels(x, y, width, height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
   turnOver(pixels, rowBytes);  // GL's first row is the lowest one
   // A window shows its colours whatever the alpha beside them says.
   for (size_t i = 3; i < pixels.size(); i += 4) pixels[i] = 0xFF;
@@ -56,6 +98,14 @@ void NSOpenGLView::setWindow(HostWindow* window) {
 void NSOpenGLView::leaveWindow() {
   const bool isCurrent = mContext->makeCurrentContext();
   clearGLContext();
+  if (const auto backend = std::exchange(mContext->mBackend, nullptr)) {
+    if (isCurrent) {
+      backend->leave();  // a host may take the view out while it draws
+      backend->release();
+    } else {
+      backend->abandon();
+    }
+  }
   if (isCurrent) NSOpenGLContext::clearCurrentContext();
   mContext.reset();
   mIsPrepared = false;
@@ -96,25 +146,41 @@ void NSOpenGLView::setNeedsDisplayInRect(NSRect rect) {
 void NSOpenGLView::displayIfNeeded() {
   mAskedForRedraw = false;
   const NSRect dirty = CGRectIntersection(mDirty, bounds());  // the view may have shrunk since
-  if (NSIsEmptyRect(dirty) || !beginDrawing()) return;
-  mDirty = {};
-  drawRect(mWindow->keepsContents() ? dirty : bounds());
-  mWindow->present();
+  if (NSIsEmptyRect(dirty)) return;
+  const bool isDrawn = draw([&] { drawRect(mWindow->keepsContents() ? dirty : bounds()); });
+  if (isDrawn && mWindow) mWindow->present();
+}
+
+void NSOpenGLView::display() {
+  mDirty = bounds();
+  displayIfNeeded();
 }
 
 CGImageRef NSOpenGLView::snapshot() {
   const NSRect surface = convertRectToBacking(bounds());
-  if (NSIsEmptyRect(surface) || !beginDrawing()) return nullptr;
-  mDirty = {};
-  drawRect(bounds());
-  CGImageRef picture = readSurface(static_cast<int32_t>(surface.width), static_cast<int32_t>(surface.height));
-  mWindow->present();
+  CGImageRef picture;
+  const bool isDrawn = !NSIsEmptyRect(surface) && draw([&] {
+    drawRect(bounds());
+    if (const auto* const backend = mContext ? mContext->mBackend.get() : nullptr)
+      picture = readSurface(backend->features(), backend->originX(), backend->originY(),
+                            static_cast<int32_t>(surface.width), static_cast<int32_t>(surface.height));
+  });
+  if (isDrawn && mWindow) mWindow->present();
   return picture;
 }
 
-bool NSOpenGLView::beginDrawing() {
+/// Draws with the view's context current and its own GL state, between the host's. False when there is nothing
+/// to draw in.
+bool NSOpenGLView::draw(const std::function<void()>& drawing) {
   if (!mWindow || !mContext->makeCurrentContext() || !mContext->canDraw()) return false;
+  mDirty = {};
+  const auto backend = mContext->mBackend;
+  const NSRect place = convertRectToBacking(mFrame);
+  backend->setOrigin(static_cast<int32_t>(place.x), static_cast<int32_t>(place.y));
+  backend->enter();
   if (!std::exchange(mIsPrepared, true)) prepareOpenGL();
+  drawing();
+  if (mContext && mContext->mBackend == backend) backend->leave();
   return true;
 }
 

@@ -44,6 +44,17 @@ const libyuv::YuvConstants& constantsFor(YCbCrColour colour) {
   return is709 ? video709.constants : video601.constants;
 }
 
+YCbCrWeights weightsFor(YCbCrColour colour) {
+  constexpr int32_t kRepeated = 0x0101;  // libyuv takes luma as 16 bits, with the byte twice
+  constexpr int32_t kVideo = 18997 * kRepeated;
+  constexpr int32_t kFull = 16320 * kRepeated;
+  const bool is709 = colour.matrix == YCbCrColour::Matrix::kBT709;
+  if (colour.isFullRange)
+    return is709 ? YCbCrWeights{kFull, 32, 119, 12, 30, 101} : YCbCrWeights{kFull, 32, 113, 22, 46, 90};
+  return is709 ? YCbCrWeights{kVideo, -1160, kBlue709, 14, 34, 115}
+               : YCbCrWeights{kVideo, -1160, kBlue601, 25, 52, 102};
+}
+
 void convert2vuy(const PixelPlane& from, uint8_t* to, size_t rowBytes, const libyuv::YuvConstants& constants,
                  int32_t width, int32_t height) {
 #if defined(__x86_64__)

@@ -16,6 +16,18 @@ namespace vesk {
 /// BT.709. Ours are within one level of the formulas everywhere.
 const libyuv::YuvConstants& constantsFor(YCbCrColour colour);
 
+/// The whole numbers that libyuv calculates with, for others who want the very same colours:
+/// `(y * luma >> 16) + bias` and the weighted distances of Cb and Cr from 128 add up to 64 times a level.
+struct YCbCrWeights {
+  int32_t luma;
+  int32_t bias;
+  int32_t cbToBlue;
+  int32_t cbToGreen;
+  int32_t crToGreen;
+  int32_t crToRed;
+};
+YCbCrWeights weightsFor(YCbCrColour colour);
+
 /// 2vuy as blue, green, red, alpha by any matrix, for which libyuv has a public operation for one only.
 void convert2vuy(const PixelPlane& from, uint8_t* to, size_t rowBytes, const libyuv::YuvConstants& constants,
                  int32_t width, int32_t height);

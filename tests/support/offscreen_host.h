@@ -5,6 +5,7 @@
 
 #include <array>
 #include <string>
+#include <vector>
 
 #include <vesk/host_window.h>
 
@@ -14,14 +15,20 @@ namespace vesk::test {
 /// memory, laid out as a window's. Counts what the view asks of it.
 class OffscreenHost : public HostWindow {
  public:
-  enum class Profile { kCompatibility, kCore };
+  enum class Profile { kCompatibility, kCore, kES1, kES2, kES3 };
 
   explicit OffscreenHost(NSSize size, Profile profile = Profile::kCompatibility) {
-    constexpr std::array<EGLint, 7> kCore{
-        EGL_CONTEXT_MAJOR_VERSION,           3,       EGL_CONTEXT_MINOR_VERSION, 3, EGL_CONTEXT_OPENGL_PROFILE_MASK,
-        EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT, EGL_NONE};
-    mContext =
-        eglCreateContext(display(), config(), EGL_NO_CONTEXT, profile == Profile::kCore ? kCore.data() : nullptr);
+    const bool isES = profile != Profile::kCompatibility && profile != Profile::kCore;
+    const EGLint version = profile == Profile::kES1 ? 1 : profile == Profile::kES2 ? 2 : 3;
+    std::vector<EGLint> wanted{EGL_CONTEXT_OPENGL_DEBUG, EGL_TRUE};
+    if (isES) wanted.insert(wanted.end(), {EGL_CONTEXT_MAJOR_VERSION, version});
+    if (profile == Profile::kCore)
+      wanted.insert(wanted.end(), {EGL_CONTEXT_MAJOR_VERSION, 3, EGL_CONTEXT_MINOR_VERSION, 2,
+                                   EGL_CONTEXT_OPENGL_PROFILE_MASK, EGL_CONTEXT_OPENGL_CORE_PROFILE_BIT});
+    wanted.push_back(EGL_NONE);
+    EGLDisplay const shown = display();
+    eglBindAPI(isES ? EGL_OPENGL_ES_API : EGL_OPENGL_API);
+    mContext = eglCreateContext(shown, config(), EGL_NO_CONTEXT, wanted.data());
     resize(size);
   }
   ~OffscreenHost() override {
@@ -68,7 +75,6 @@ class OffscreenHost : public HostWindow {
     static EGLDisplay const display = [] {
       EGLDisplay made = eglGetPlatformDisplayEXT(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr);
       eglInitialize(made, nullptr, nullptr);
-      eglBindAPI(EGL_OPENGL_API);
       return made;
     }();
     return display;
@@ -76,8 +82,9 @@ class OffscreenHost : public HostWindow {
 
   /// 8 bits a colour and no more: the deepest come first when they are asked for.
   static EGLConfig config() {
+    constexpr EGLint kAll = EGL_OPENGL_BIT | EGL_OPENGL_ES_BIT | EGL_OPENGL_ES2_BIT | EGL_OPENGL_ES3_BIT;
     constexpr std::array<EGLint, 7> kWanted{
-        EGL_SURFACE_TYPE, EGL_PBUFFER_BIT, EGL_RENDERABLE_TYPE, EGL_OPENGL_BIT, EGL_ALPHA_SIZE, 8, EGL_NONE};
+        EGL_SURFACE_TYPE, EGL_PBUFFER_BIT, EGL_RENDERABLE_TYPE, kAll, EGL_ALPHA_SIZE, 8, EGL_NONE};
     std::array<EGLConfig, 128> configs{};
     EGLint count = 0;
     eglChooseConfig(display(), kWanted.data(), configs.data(), static_cast<EGLint>(configs.size()), &count);

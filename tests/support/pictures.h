@@ -150,4 +150,74 @@ inline CVPixelBufferRef plainPicture(int32_t width, int32_t height, Colour colou
   return fieldsPicture(width, height, kCVPixelFormat_420Planar, {colour, colour, colour, colour});
 }
 
+/// A picture over planes whose bytes `byteAt` gives for a plane and an index, with gaps between its rows and
+/// none after the last one.
+template <class ByteAt>
+CVPixelBufferRef filledPicture(int32_t width, int32_t height, uint32_t format, YCbCrColour colour, size_t gap,
+                               ByteAt byteAt) {
+  const auto half = [](int32_t size) { return (size + 1) / 2; };
+  struct Shape {
+    size_t rowBytes = 0;
+    int32_t rows = 0;
+  };
+  std::array<Shape, CVPixelBuffer::kMostPlanes> shapes;
+  const auto columns = static_cast<size_t>(width);
+  const auto halfColumns = static_cast<size_t>(half(width));
+  switch (format) {
+    case kCMPixelFormat_422YpCbCr8:
+      shapes[0] = {columns * 2, height};
+      break;
+    case kCVPixelFormat_420Planar:
+      shapes = {Shape{columns, height}, Shape{halfColumns, half(height)}, Shape{halfColumns, half(height)}};
+      break;
+    case kCVPixelFormat_422Planar:
+      shapes = {Shape{columns, height}, Shape{halfColumns, height}, Shape{halfColumns, height}};
+      break;
+    case kCVPixelFormat_444Planar:
+      shapes = {Shape{columns, height}, Shape{columns, height}, Shape{columns, height}};
+      break;
+    case kCVPixelFormat_420BiPlanar:
+      shapes = {Shape{columns, height}, Shape{halfColumns * 2, half(height)}, Shape{}};
+      break;
+    case kCVPixelFormat_Gray:
+      shapes[0] = {columns, height};
+      break;
+    default:
+      shapes[0] = {columns * 4, height};
+      break;
+  }
+  const auto memory = std::make_shared<std::array<std::vector<uint8_t>, 3>>();
+  CVPixelBuffer::Planes planes;
+  for (size_t plane = 0; plane < shapes.size() && shapes[plane].rowBytes != 0; ++plane) {
+    const size_t rowBytes = shapes[plane].rowBytes + gap;
+    auto& data = memory->at(plane);
+    data.resize(rowBytes * static_cast<size_t>(shapes[plane].rows) - gap, 0x5A);
+    for (size_t i = 0; i < data.size(); ++i)
+      if (i % rowBytes < shapes[plane].rowBytes) data[i] = byteAt(plane, i % rowBytes, i / rowBytes);
+    planes.at(plane) = {data.data(), rowBytes};
+  }
+  return CVPixelBuffer::wrap(width, height, format, planes, colour, memory);
+}
+
+/// A picture in which every sample differs from its neighbours; opaque where it could be transparent.
+template <class Random>
+CVPixelBufferRef noisePicture(int32_t width, int32_t height, uint32_t format, YCbCrColour colour, Random& random) {
+  const bool isRGB = format == kCVPixelFormat_32RGBA || format == kCVPixelFormat_32BGRA;
+  constexpr std::array<size_t, 4> kGaps{0, 3, 4, 30};
+  return filledPicture(width, height, format, colour, kGaps.at(random() % 4), [&](size_t, size_t x, size_t) {
+    return isRGB && x % 4 == 3 ? uint8_t{255} : static_cast<uint8_t>(random() >> 8);
+  });
+}
+
+/// Black and white columns of one pixel in turn.
+inline CVPixelBufferRef stripedPicture(int32_t width, int32_t height, uint32_t format) {
+  const bool isRGB = format == kCVPixelFormat_32RGBA || format == kCVPixelFormat_32BGRA;
+  return filledPicture(width, height, format, {}, 0, [&](size_t plane, size_t x, size_t) -> uint8_t {
+    if (isRGB) return x % 4 == 3 || x / 4 % 2 ? 255 : 0;
+    if (format == kCMPixelFormat_422YpCbCr8) return x % 2 == 0 ? 128 : x / 2 % 2 ? 235 : 16;
+    if (plane > 0) return 128;
+    return x % 2 ? 235 : 16;
+  });
+}
+
 }  // namespace vesk::test

@@ -377,10 +377,10 @@ TEST_F(PreviewViewTest, ShowsAPictureAfterItWasPrintedWithoutAWindow) {
 
 TEST_F(PreviewViewTest, SaysOnceThatAContextCannotDrawAndPresentsNothing) {
   view->setWindow(nullptr);
-  OffscreenHost core({640, 480}, OffscreenHost::Profile::kCore);
+  OffscreenHost old({640, 480}, OffscreenHost::Profile::kES1);
   std::vector<std::string> lines;
   setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
-  view->setWindow(&core);
+  view->setWindow(&old);
   view->setIsRecording(1);
   for (int frame = 0; frame < 3; ++frame) {
     view->refresh(fields(640, 480));
@@ -389,9 +389,9 @@ TEST_F(PreviewViewTest, SaysOnceThatAContextCannotDrawAndPresentsNothing) {
   }
   EXPECT_EQ(view->snapshot(), nullptr);
   setLogSink({});
-  core.makeContextCurrent();
+  old.makeContextCurrent();
   EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
-  EXPECT_EQ(core.presents, 0);
+  EXPECT_EQ(old.presents, 0);
   EXPECT_TRUE(view->cannotDraw());
   ASSERT_EQ(lines.size(), 1U);
   EXPECT_NE(lines[0].find("OpenGL 2.1"), std::string::npos) << lines[0];
