@@ -69,8 +69,8 @@ void DrawingBackend::release() {
 }
 
 void DrawingBackend::clearOpaque(const NSRect& box) {
-  glScissor(mOriginX + static_cast<GLint>(box.x), mOriginY + static_cast<GLint>(box.y),
-            static_cast<GLsizei>(box.width), static_cast<GLsizei>(box.height));
+  glScissor(mOriginX + static_cast<GLint>(box.x), mOriginY + static_cast<GLint>(box.y), static_cast<GLsizei>(box.width),
+            static_cast<GLsizei>(box.height));
   glEnable(GL_SCISSOR_TEST);
   std::array<GLfloat, 4> colour{};
   glGetFloatv(GL_COLOR_CLEAR_VALUE, colour.data());

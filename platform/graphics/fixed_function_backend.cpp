@@ -13,9 +13,9 @@ using Matrix = std::array<GLfloat, 16>;
 SurfaceAxis axisOf(const Matrix& projection, const Matrix& modelView, size_t i, int32_t origin, int32_t size) {
   const auto p = static_cast<double>(projection.at(i * 5));
   const double half = size / 2.0;
-  return {p * static_cast<double>(modelView.at(i * 5)) * half,
-          (p * static_cast<double>(modelView.at(12 + i)) + static_cast<double>(projection.at(12 + i)) + 1) * half +
-              origin};
+  return {
+      p * static_cast<double>(modelView.at(i * 5)) * half,
+      (p * static_cast<double>(modelView.at(12 + i)) + static_cast<double>(projection.at(12 + i)) + 1) * half + origin};
 }
 
 /// OpenGL 2.1: the state is GL's own.

@@ -34,8 +34,8 @@ GLFeatures featuresOfCurrentContext();
 
 /// Less than a context has, for tests and benchmarks: they show what other drivers would.
 struct GLLimits {
-  int version = 0;           ///< the highest of OpenGL (or of ES); 0 for the context's own
-  bool isHardware = false;   ///< take a software renderer for a graphics card
+  int version = 0;          ///< the highest of OpenGL (or of ES); 0 for the context's own
+  bool isHardware = false;  ///< take a software renderer for a graphics card
   bool hasNoBGRA = false;
   bool hasNoRowLength = false;
 };

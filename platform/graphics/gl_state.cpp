@@ -126,7 +126,8 @@ bool knows(const GLFeatures& features, size_t store) {
 
 }  // namespace
 
-KeptVertices::KeptVertices(const GLFeatures& features) : mFeatures(features), mBuffer(integer(GL_ARRAY_BUFFER_BINDING)) {
+KeptVertices::KeptVertices(const GLFeatures& features)
+    : mFeatures(features), mBuffer(integer(GL_ARRAY_BUFFER_BINDING)) {
   if (features.hasVertexArrays) {
     mVertexArray = integer(GL_VERTEX_ARRAY_BINDING);
     return;
@@ -166,8 +167,8 @@ KeptGLState::KeptGLState(const GLFeatures& features)
   glGetFloatv(GL_COLOR_CLEAR_VALUE, mClearColour.data());
   mStencilMask = {integer(GL_STENCIL_WRITEMASK), integer(GL_STENCIL_BACK_WRITEMASK)};
   if (!features.isES) glGetIntegerv(GL_POLYGON_MODE, mPolygonMode.data());
-  mBlending = {integer(GL_BLEND_SRC_RGB),      integer(GL_BLEND_SRC_ALPHA),      integer(GL_BLEND_DST_RGB),
-               integer(GL_BLEND_DST_ALPHA),    integer(GL_BLEND_EQUATION_RGB),   integer(GL_BLEND_EQUATION_ALPHA)};
+  mBlending = {integer(GL_BLEND_SRC_RGB),   integer(GL_BLEND_SRC_ALPHA),    integer(GL_BLEND_DST_RGB),
+               integer(GL_BLEND_DST_ALPHA), integer(GL_BLEND_EQUATION_RGB), integer(GL_BLEND_EQUATION_ALPHA)};
   mDrawFramebuffer = features.hasBlit || features.isES ? integer(GL_FRAMEBUFFER_BINDING) : 0;
   mReadFramebuffer = features.hasBlit ? integer(GL_READ_FRAMEBUFFER_BINDING) : 0;
   for (uint32_t i = 0; i < kUnits; ++i) {

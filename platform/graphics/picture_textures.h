@@ -25,7 +25,7 @@ class PictureTextures {
  private:
   struct Texture {
     GLuint name = 0;
-    int32_t width = 0;   ///< in texels
+    int32_t width = 0;  ///< in texels
     int32_t height = 0;
     uint8_t channels = 0;
   };

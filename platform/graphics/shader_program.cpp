@@ -21,9 +21,10 @@ std::string headerFor(const GLFeatures& features, GLenum kind) {
     header = "#version 120\n";
   const bool isVertex = kind == GL_VERTEX_SHADER;
   if (features.isES && !isVertex)  // ES 2 leaves it to the driver whether fragments have more than ten bits
-    header += "#if defined(GL_FRAGMENT_PRECISION_HIGH) || __VERSION__ >= 300\nprecision highp float;\n"
-              "precision highp sampler2D;\n#else\n"
-              "precision mediump float;\n#endif\n";
+    header +=
+        "#if defined(GL_FRAGMENT_PRECISION_HIGH) || __VERSION__ >= 300\nprecision highp float;\n"
+        "precision highp sampler2D;\n#else\n"
+        "precision mediump float;\n#endif\n";
   if (!isModern)
     return header + (isVertex ? "#define IN attribute\n#define OUT varying\n"
                               : "#define IN varying\n#define FRAGMENT gl_FragColor\n#define TEXTURE texture2D\n");
@@ -63,7 +64,8 @@ bool ShaderProgram::build() {
   if (isLinked) return true;
   std::array<char, 1024> why{};
   glGetProgramInfoLog(mName, static_cast<GLsizei>(why.size()), nullptr, why.data());
-  NSLog(LogLevel::kError, std::string("Cannot draw in this window: the graphics driver refuses a shader: ") + why.data());
+  NSLog(LogLevel::kError,
+        std::string("Cannot draw in this window: the graphics driver refuses a shader: ") + why.data());
   glDeleteProgram(mName);
   mName = 0;
   mHasFailed = true;

@@ -18,21 +18,44 @@ class GLStateSnapshot {
     GLint profile = 0;
     if (!isES) glGetIntegerv(GL_CONTEXT_PROFILE_MASK, &profile);
     const bool isFixed = (profile & GL_CONTEXT_COMPATIBILITY_PROFILE_BIT) != 0;
-    for (const GLenum name : {GL_CURRENT_PROGRAM, GL_ACTIVE_TEXTURE, GL_ARRAY_BUFFER_BINDING, GL_VERTEX_ARRAY_BINDING,
-                              GL_ELEMENT_ARRAY_BUFFER_BINDING, GL_PIXEL_UNPACK_BUFFER_BINDING, GL_PIXEL_PACK_BUFFER_BINDING,
-                              GL_DRAW_FRAMEBUFFER_BINDING, GL_READ_FRAMEBUFFER_BINDING, GL_RENDERBUFFER_BINDING,
-                              GL_BLEND_SRC_RGB, GL_BLEND_SRC_ALPHA, GL_BLEND_DST_RGB, GL_BLEND_DST_ALPHA,
-                              GL_BLEND_EQUATION_RGB, GL_BLEND_EQUATION_ALPHA, GL_DEPTH_FUNC, GL_DEPTH_WRITEMASK,
-                              GL_STENCIL_WRITEMASK, GL_STENCIL_BACK_WRITEMASK, GL_CULL_FACE_MODE, GL_FRONT_FACE,
-                              GL_UNPACK_ALIGNMENT, GL_UNPACK_ROW_LENGTH, GL_UNPACK_SKIP_ROWS, GL_UNPACK_SKIP_PIXELS,
-                              GL_PACK_ALIGNMENT, GL_PACK_ROW_LENGTH, GL_PACK_SKIP_ROWS, GL_PACK_SKIP_PIXELS})
+    for (const GLenum name : {GL_CURRENT_PROGRAM,
+                              GL_ACTIVE_TEXTURE,
+                              GL_ARRAY_BUFFER_BINDING,
+                              GL_VERTEX_ARRAY_BINDING,
+                              GL_ELEMENT_ARRAY_BUFFER_BINDING,
+                              GL_PIXEL_UNPACK_BUFFER_BINDING,
+                              GL_PIXEL_PACK_BUFFER_BINDING,
+                              GL_DRAW_FRAMEBUFFER_BINDING,
+                              GL_READ_FRAMEBUFFER_BINDING,
+                              GL_RENDERBUFFER_BINDING,
+                              GL_BLEND_SRC_RGB,
+                              GL_BLEND_SRC_ALPHA,
+                              GL_BLEND_DST_RGB,
+                              GL_BLEND_DST_ALPHA,
+                              GL_BLEND_EQUATION_RGB,
+                              GL_BLEND_EQUATION_ALPHA,
+                              GL_DEPTH_FUNC,
+                              GL_DEPTH_WRITEMASK,
+                              GL_STENCIL_WRITEMASK,
+                              GL_STENCIL_BACK_WRITEMASK,
+                              GL_CULL_FACE_MODE,
+                              GL_FRONT_FACE,
+                              GL_UNPACK_ALIGNMENT,
+                              GL_UNPACK_ROW_LENGTH,
+                              GL_UNPACK_SKIP_ROWS,
+                              GL_UNPACK_SKIP_PIXELS,
+                              GL_PACK_ALIGNMENT,
+                              GL_PACK_ROW_LENGTH,
+                              GL_PACK_SKIP_ROWS,
+                              GL_PACK_SKIP_PIXELS})
       integers(name, 1);
     integers(GL_VIEWPORT, 4);
     integers(GL_SCISSOR_BOX, 4);
     integers(GL_COLOR_WRITEMASK, 4);
     floats(GL_COLOR_CLEAR_VALUE, 4);
-    for (const GLenum name : {GL_BLEND, GL_CULL_FACE, GL_DEPTH_TEST, GL_DITHER, GL_SCISSOR_TEST, GL_STENCIL_TEST,
-                              GL_SAMPLE_ALPHA_TO_COVERAGE, GL_SAMPLE_COVERAGE, GL_POLYGON_OFFSET_FILL, GL_RASTERIZER_DISCARD})
+    for (const GLenum name :
+         {GL_BLEND, GL_CULL_FACE, GL_DEPTH_TEST, GL_DITHER, GL_SCISSOR_TEST, GL_STENCIL_TEST,
+          GL_SAMPLE_ALPHA_TO_COVERAGE, GL_SAMPLE_COVERAGE, GL_POLYGON_OFFSET_FILL, GL_RASTERIZER_DISCARD})
       add(name, {static_cast<double>(glIsEnabled(name))});
     GLint active = 0;
     glGetIntegerv(GL_ACTIVE_TEXTURE, &active);
@@ -52,9 +75,9 @@ class GLStateSnapshot {
       add(GL_TEXTURE0 + unit, values);
     }
     glActiveTexture(static_cast<GLenum>(active));
-    for (const GLenum name : {GL_VERTEX_ATTRIB_ARRAY_ENABLED, GL_VERTEX_ATTRIB_ARRAY_SIZE, GL_VERTEX_ATTRIB_ARRAY_TYPE,
-                              GL_VERTEX_ATTRIB_ARRAY_STRIDE, GL_VERTEX_ATTRIB_ARRAY_NORMALIZED,
-                              GL_VERTEX_ATTRIB_ARRAY_BUFFER_BINDING}) {
+    for (const GLenum name :
+         {GL_VERTEX_ATTRIB_ARRAY_ENABLED, GL_VERTEX_ATTRIB_ARRAY_SIZE, GL_VERTEX_ATTRIB_ARRAY_TYPE,
+          GL_VERTEX_ATTRIB_ARRAY_STRIDE, GL_VERTEX_ATTRIB_ARRAY_NORMALIZED, GL_VERTEX_ATTRIB_ARRAY_BUFFER_BINDING}) {
       GLint value = 0;
       glGetVertexAttribiv(0, name, &value);
       add(name, {double(value)});
@@ -65,8 +88,8 @@ class GLStateSnapshot {
         add(name, {static_cast<double>(glIsEnabled(name))});
     }
     if (!isFixed) return;
-    for (const GLenum name : {GL_MATRIX_MODE, GL_ATTRIB_STACK_DEPTH, GL_CLIENT_ATTRIB_STACK_DEPTH, GL_CLIENT_ACTIVE_TEXTURE,
-                              GL_MODELVIEW_STACK_DEPTH, GL_PROJECTION_STACK_DEPTH})
+    for (const GLenum name : {GL_MATRIX_MODE, GL_ATTRIB_STACK_DEPTH, GL_CLIENT_ATTRIB_STACK_DEPTH,
+                              GL_CLIENT_ACTIVE_TEXTURE, GL_MODELVIEW_STACK_DEPTH, GL_PROJECTION_STACK_DEPTH})
       integers(name, 1);
     floats(GL_CURRENT_COLOR, 4);
     for (const GLenum name : {GL_PROJECTION_MATRIX, GL_MODELVIEW_MATRIX, GL_TEXTURE_MATRIX}) floats(name, 16);

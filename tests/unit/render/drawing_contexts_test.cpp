@@ -151,8 +151,8 @@ TEST_P(Sizes, ShowTheSameInEveryContext) {
         CIImage::imageWithCVImageBuffer(test::noisePicture(width, height, format.format, format.colour, random));
     const auto next =
         CIImage::imageWithCVImageBuffer(test::noisePicture(width, height, format.format, format.colour, random));
-    const NSRect part{static_cast<float>(side(0, 200)), static_cast<float>(side(0, 200)), static_cast<float>(side(1, 300)),
-                      static_cast<float>(side(1, 300))};
+    const NSRect part{static_cast<float>(side(0, 200)), static_cast<float>(side(0, 200)),
+                      static_cast<float>(side(1, 300)), static_cast<float>(side(1, 300))};
     CGImageRef first;
     CGImageRef firstPart;
     for (size_t i = 0; i < scenes.size(); ++i) {
@@ -198,8 +198,8 @@ TEST(DrawingContexts, ConvertEveryColourAsTheCPUDoes) {
     context->makeCurrentContext();
     context->setCoordinates({kSide, kSide});
     CIContext ci(context);
-    for (const YCbCrColour colour : {YCbCrColour{}, YCbCrColour{Matrix::kBT709, false}, YCbCrColour{Matrix::kBT601, true},
-                                     YCbCrColour{Matrix::kBT709, true}}) {
+    for (const YCbCrColour colour : {YCbCrColour{}, YCbCrColour{Matrix::kBT709, false},
+                                     YCbCrColour{Matrix::kBT601, true}, YCbCrColour{Matrix::kBT709, true}}) {
       const auto memory = std::make_shared<std::vector<uint8_t>>(size_t{3} * kSide * kSide);
       for (size_t i = 0; i < size_t{kSide} * kSide; ++i) {  // all of Y, and every fourth of Cb and Cr
         (*memory)[i] = static_cast<uint8_t>(i);
@@ -258,8 +258,8 @@ struct Contexts : testing::TestWithParam<ContextRow> {
     const bool isCore = !isES && GLStateSnapshotIsCore();
     const std::string head = isCore ? "#version 150\n" : version;
     const std::string vertex = head + (isCore ? "in" : "attribute") + " vec4 a; void main() { gl_Position = a; }";
-    const std::string fragment =
-        isCore ? head + "out vec4 c; void main() { c = vec4(1.0); }" : head + "void main() { gl_FragColor = vec4(1.0); }";
+    const std::string fragment = isCore ? head + "out vec4 c; void main() { c = vec4(1.0); }"
+                                        : head + "void main() { gl_FragColor = vec4(1.0); }";
     const GLuint program = glCreateProgram();
     for (const auto& [kind, source] : {std::pair{GL_VERTEX_SHADER, vertex}, std::pair{GL_FRAGMENT_SHADER, fragment}}) {
       const GLuint shader = glCreateShader(kind);
@@ -326,8 +326,8 @@ struct Contexts : testing::TestWithParam<ContextRow> {
     glActiveTexture(GL_TEXTURE2);
     glViewport(3, 5, 17, 19);
     glScissor(1, 2, 3, 4);
-    for (const GLenum name : {GL_SCISSOR_TEST, GL_BLEND, GL_DEPTH_TEST, GL_CULL_FACE, GL_STENCIL_TEST,
-                              GL_SAMPLE_ALPHA_TO_COVERAGE})
+    for (const GLenum name :
+         {GL_SCISSOR_TEST, GL_BLEND, GL_DEPTH_TEST, GL_CULL_FACE, GL_STENCIL_TEST, GL_SAMPLE_ALPHA_TO_COVERAGE})
       glEnable(name);
     if (isThree) glEnable(GL_RASTERIZER_DISCARD);
     glBlendFuncSeparate(GL_ZERO, GL_DST_COLOR, GL_ONE, GL_SRC_ALPHA);
@@ -339,9 +339,8 @@ struct Contexts : testing::TestWithParam<ContextRow> {
     glPixelStorei(GL_UNPACK_ALIGNMENT, 8);
     glPixelStorei(GL_PACK_ALIGNMENT, 2);
     if (!isES2)
-      for (const auto& [name, value] :
-           {std::pair{GL_UNPACK_ROW_LENGTH, 7}, std::pair{GL_UNPACK_SKIP_ROWS, 2}, std::pair{GL_UNPACK_SKIP_PIXELS, 3},
-            std::pair{GL_PACK_ROW_LENGTH, 999}})
+      for (const auto& [name, value] : {std::pair{GL_UNPACK_ROW_LENGTH, 7}, std::pair{GL_UNPACK_SKIP_ROWS, 2},
+                                        std::pair{GL_UNPACK_SKIP_PIXELS, 3}, std::pair{GL_PACK_ROW_LENGTH, 999}})
         glPixelStorei(name, value);
     if (isES) return;
     glPolygonMode(GL_FRONT_AND_BACK, GL_LINE);
@@ -424,8 +423,10 @@ TEST_P(Contexts, DrawIntoFramebuffersOfTheHostAtAnyPlace) {
       const auto right = VeskPreviewView::initWithFrame({270, 130, 200, 100});  // of the same window
       right->setWindow(&left.host);
       std::minstd_rand random(9);
-      const auto first = CIImage::imageWithCVImageBuffer(test::noisePicture(90, 70, kCVPixelFormat_420Planar, {}, random));
-      const auto second = CIImage::imageWithCVImageBuffer(test::noisePicture(700, 400, kCMPixelFormat_422YpCbCr8, {}, random));
+      const auto first =
+          CIImage::imageWithCVImageBuffer(test::noisePicture(90, 70, kCVPixelFormat_420Planar, {}, random));
+      const auto second =
+          CIImage::imageWithCVImageBuffer(test::noisePicture(700, 400, kCMPixelFormat_422YpCbCr8, {}, random));
       const auto expect = [&](VeskPreviewView& view, const CIImageRef& image) {
         plain.view->refresh(image);
         plain.view->setIsRecording(view.isRecording());
@@ -497,7 +498,8 @@ TEST_P(Contexts, DrawTextsAndStatusPicturesAlike) {
     const auto display = CameraStatusDisplay::initWithStatusImage(picture);
     display->setViewSize({91, 50});
     display->renderStatus();
-    auto text = GLString::initWithString("Recording", {}, NSColor::whiteColor(), NSColor::redColor(), NSColor::blackColor());
+    auto text =
+        GLString::initWithString("Recording", {}, NSColor::whiteColor(), NSColor::redColor(), NSColor::blackColor());
     context->setColor(NSColor::colorWithDeviceRed(0.5F, 1, 0.25F, 0.75F));
     glScissor(0, 0, 120, 120);
     glEnable(GL_SCISSOR_TEST);
