@@ -24,6 +24,7 @@
 #include "sessions/device_name.h"
 #include "sessions/movie_recording.h"
 #include "sessions/movie_watch.h"
+#include "sessions/recording_devices.h"
 #include "sessions/returned_microphone.h"
 #include "sessions/supervisor_environment.h"
 
@@ -42,26 +43,10 @@ constexpr int kLooksToContinue = 2;
 /// Not worth a movie, in seconds.
 constexpr double kShortest = 0.1;
 
-std::string pathOf(const VeskAVDevice& device) {
-  return device.deviceInfo()->path().value_or("");
-}
-
-std::shared_ptr<VeskDeviceInfo> recordAt(const VeskDeviceList& records, const std::string& path) {
-  for (const auto& record : records)
-    if (record->path() == path) return record;
-  return nullptr;
-}
-
 bool isMovieName(const std::string& file) {
   std::string ending = fs::path(file).extension().string();
   for (char& character : ending) character = static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
   return ending == ".mov" || ending == ".qt";
-}
-
-Error whyNotOpened(const VeskAVDevice& device, const char* otherwise) {
-  return refusalOf(device,
-                   {Cause::kRefused, fmt::format("\"{}\" could not be opened", displayName(*device.deviceInfo())),
-                    fmt::format("Close other programs that use it, or {}.", otherwise)});
 }
 
 Error noCamera() {
@@ -157,10 +142,10 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   bool isActive() const { return mState != State::kIdle; }
   FrameTiming frameTiming() const { return mFrameTiming; }
   void setFrameTiming(FrameTiming timing) { mFrameTiming = timing; }
-  std::shared_ptr<VeskVideoDevice> camera() const { return mMovie ? mPlan.camera : nullptr; }
+  std::shared_ptr<VeskVideoDevice> camera() const { return mMovie ? mDevices.camera() : nullptr; }
   std::shared_ptr<VeskAudioDevice> microphone() const {
     if (!mMovie) return nullptr;
-    return mReturned ? mReturned->microphone() : mPlan.microphone;
+    return mReturned ? mReturned->microphone() : mDevices.microphone();
   }
   std::function<bool()> writerBusy() const {
     return [writer = mWriter] { return writer->isBusy(); };
@@ -239,11 +224,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
 
   void reset(RecordingSettings settings) {
     mSettings = std::move(settings);
-    mPlan = {};
-    mFirstCamera = mSettings.camera;
-    mFirstMicrophone = mSettings.microphone;
-    mCameraPath.clear();
-    mMicrophonePath.clear();
+    mDevices.reset();
     mError = {};
     mErrorDevice.reset();
     mRecorded = 0;
@@ -278,21 +259,21 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   void deviceAdded(const std::shared_ptr<VeskDeviceInfo>& info) {
     if (mState == State::kWaitingForCamera) return attempt([this] { lookForCamera(); });
     if ((mState == State::kRecording || mState == State::kContinuing) && mWatch->isMicrophoneLost() &&
-        mPlan.microphone->deviceInfo()->isEqualToDevice(*info))
+        mDevices.isMicrophone(*info))
       microphoneReturned(info);
   }
 
   void deviceRemoved(const std::shared_ptr<VeskDeviceInfo>& info) {
-    if (mState == State::kWaitingForMicrophone && mPlan.camera->deviceInfo()->isEqualToDevice(*info)) {
-      closeDevices();
+    if (mState == State::kWaitingForMicrophone && mDevices.isCamera(*info)) {
+      mDevices.close();
       return attempt([this] { lookForCamera(); });
     }
     if (mState != State::kRecording && mState != State::kContinuing) return;
-    if (mPlan.camera->deviceInfo()->isEqualToDevice(*info)) {
+    if (mDevices.isCamera(*info)) {
       emit(Kind::kCameraRemoved, info);
       mIsCameraGone = true;
       if (mState == State::kRecording) finishMovie();
-    } else if (mPlan.microphone && mPlan.microphone->deviceInfo()->isEqualToDevice(*info)) {
+    } else if (mDevices.isMicrophone(*info)) {
       emit(Kind::kMicrophoneRemoved, info);
       mReturned.reset();
       mWatch->microphoneRemoved();
@@ -302,7 +283,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   void microphoneReturned(const std::shared_ptr<VeskDeviceInfo>& info) {
     mWatch->microphoneReturned();
     Error error;
-    mReturned = ReturnedMicrophone::open(info, mPlan, *mMovie, error);
+    mReturned = ReturnedMicrophone::open(info, mMovie->plan(), *mMovie, error);
     emit(Kind::kMicrophoneReturned, info, error);
   }
 
@@ -331,7 +312,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
         if (mEnvironment.now() >= mDeadline) attempt([this] { lookForCamera(); });
         return;
       case State::kWaitingForMicrophone:
-        if (mEnvironment.now() < mDeadline && !isMicrophoneThere()) return;
+        if (mEnvironment.now() < mDeadline && !mDevices.isMicrophoneThere()) return;
         return attempt([this] { begin(); });
       case State::kIdle:
       case State::kStarting:
@@ -342,44 +323,16 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     }
   }
 
-  // Before a movie.
-
-  std::shared_ptr<VeskDeviceInfo> findCamera() const {
-    if (!mCameraPath.empty()) return recordAt(*VeskVideoDevice::getVideoDeviceList(), mCameraPath);
-    return mSettings.findCamera ? mSettings.findCamera() : defaultCamera();
-  }
-
-  std::shared_ptr<VeskDeviceInfo> findMicrophone() const {
-    if (!mMicrophonePath.empty()) return recordAt(*VeskAudioDevice::getAudioDeviceList(), mMicrophonePath);
-    return mSettings.findMicrophone ? mSettings.findMicrophone() : defaultMicrophone(pathOf(*mPlan.camera));
-  }
-
-  /// Whether a microphone is meant that may still come.
-  bool isMicrophoneMeant() const { return !mMicrophonePath.empty() || mSettings.findMicrophone; }
-
-  bool isMicrophoneThere() const {
-    return isMicrophoneMeant() ? findMicrophone() != nullptr : !capture::microphoneOf(pathOf(*mPlan.camera)).empty();
-  }
-
-  // The host is called on the way, and may let go of everything: then this ends, and what is open closes.
+  // Before a movie. The host is called on the way, and may let go of everything: then this ends.
 
   void lookForCamera() {
-    mPlan = {};
-    mPlan.file = mSettings.file;
-    mPlan.replacesFile = mMovies == 0 && mSettings.replacesFile;
-    auto camera = std::exchange(mFirstCamera, nullptr);
-    mIsCameraOurs = camera == nullptr;
-    if (!camera) {
-      const auto info = findCamera();
-      if (mIsAbandoned) return;
-      if (!info) return waitForCamera();
-      camera = VeskVideoDevice::initWithDeviceInfo(info);
-    }
-    mPlan.camera = camera;
-    if (const DeviceError error = openCamera(camera); error.error) return failed(error);
+    bool isThere = false;
+    const DeviceError error = mDevices.openCamera(isThere);
     if (mIsAbandoned) return;
+    if (error.error) return failed(error);
+    if (!isThere) return waitForCamera();
     if (mIsOver) return end();
-    if (!mHasWaited || !mSettings.withSound || mFirstMicrophone) return begin();
+    if (!mHasWaited || !mSettings.withSound || mDevices.hasGivenMicrophone()) return begin();
     mState = State::kWaitingForMicrophone;
     mDeadline = mEnvironment.now() + mEnvironment.arrival;
   }
@@ -392,64 +345,25 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     emit(Kind::kWaiting);
   }
 
-  DeviceError openCamera(const std::shared_ptr<VeskVideoDevice>& camera) {
-    const auto& info = camera->deviceInfo();
-    if (camera->openDevice() != 0) return {whyNotOpened(*camera, "plug it in again"), info, true};
-    if (mIsCameraOurs || !camera->getFormat()) {
-      const auto choose = mSettings.setVideoFormat;
-      const Error error = choose ? choose(*camera) : chooseVideoFormat(*camera).error;
-      if (mIsAbandoned) return camera->closeDevice(), DeviceError();
-      if (error) return {error, info};
-    }
-    mPlan.videoFormat = camera->getFormat();
-    if (mPlan.videoFormat && isRecordable(*mPlan.videoFormat)) return {};
-    return {{Cause::kNoFormat, fmt::format("the format of \"{}\" cannot be recorded", displayName(*info)),
-             "H.264 and raw frames can be recorded; choose another format."},
-            info};
-  }
-
   void begin() {
     if (mSettings.withSound) {
-      if (const DeviceError error = openMicrophone(); error.error) return failed(error);
+      Error missing;
+      const DeviceError error = mDevices.openMicrophone(missing);
+      if (mIsAbandoned) return;
+      if (error.error) return failed(error);
+      if (missing && !mHasWaited) return failed({missing, nullptr});
+      if (missing) emit(Kind::kSoundMissing, nullptr, missing);
     }
-    if (mIsAbandoned) return;
     if (mIsOver) return end();
     record();
   }
 
-  DeviceError openMicrophone() {
-    auto microphone = std::exchange(mFirstMicrophone, nullptr);
-    mIsMicrophoneOurs = microphone == nullptr;
-    if (!microphone) {
-      const bool isMeant = isMicrophoneMeant();
-      const auto info = findMicrophone();
-      if (mIsAbandoned) return {};
-      if (!info) {
-        if (!isMeant) return {};  // there is none at all
-        const Error error{Cause::kNoDevice, "the microphone is not there; the movie has no sound", "Plug it in."};
-        if (!mHasWaited) return {error, nullptr};
-        emit(Kind::kSoundMissing, nullptr, error);
-        return {};
-      }
-      microphone = VeskAudioDevice::initWithDeviceInfo(info);
-    }
-    mPlan.microphone = microphone;
-    const auto& info = microphone->deviceInfo();
-    if (microphone->openDevice() != 0) return {whyNotOpened(*microphone, "record without sound"), info, true};
-    if (mIsMicrophoneOurs || !microphone->getFormat()) {
-      const auto choose = mSettings.setSoundFormat;
-      const Error error = choose ? choose(*microphone) : chooseSoundFormat(*microphone).error;
-      if (mIsAbandoned) return microphone->closeDevice(), DeviceError();
-      if (error) return {error, info};
-    }
-    mPlan.soundFormat = microphone->getFormat();
-    return {};
-  }
-
   void record() {
-    if (mMovies > 0) mPlan.file = freeName(mSettings.file);
+    const bool isFirst = mMovies == 0;
+    MoviePlan plan =
+        mDevices.planFor(isFirst ? mSettings.file : freeName(mSettings.file), isFirst && mSettings.replacesFile);
     Error error;
-    const auto movie = MovieRecording::make(mPlan, mFrameTiming, error);
+    const auto movie = MovieRecording::make(std::move(plan), mFrameTiming, error);
     if (!movie) return fail({error, nullptr});
     // Sources that keep their own time let camera and microphone begin at the same moment of it.
     Transport& transport = Transport::shared();
@@ -468,10 +382,10 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     mState = State::kRecording;
     mRetries = 0;
     mIsCameraGone = false;
-    mPlan.camera->beginRecording();  // ends on the main thread, and with it what was asked of the camera meanwhile
+    mDevices.camera()->beginRecording();  // ends on the main thread, and with it what was asked of the camera meanwhile
     mIsHoldingCamera = true;
     beginWatching();
-    emitFile(Kind::kStarted, mPlan.file);
+    emitFile(Kind::kStarted, movie->plan().file);
     if (mIsOver) finishMovie();
   }
 
@@ -480,7 +394,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     if (mIsAbandoned) return;
     if (mIsOver) return end();
     if (!error.isRefusal || !mHasWaited || ++mRetries > kMostRetries) return fail(error);
-    closeDevices();
+    mDevices.close();
     mState = State::kWaitingToTryAgain;
     mDeadline = mEnvironment.now() + mEnvironment.retry;
   }
@@ -562,9 +476,9 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   /// The camera is left on for a preview, the microphone is not.
   void finishMovie() {
     mReturned.reset();
-    if (mPlan.microphone) {
-      mPlan.microphone->stopCapture();
-      if (mMovie->soundWatch()) mPlan.microphone->removeDelegate(mMovie->soundWatch());
+    if (const auto& microphone = mDevices.microphone()) {
+      microphone->stopCapture();
+      if (mMovie->soundWatch()) microphone->removeDelegate(mMovie->soundWatch());
     }
     // A camera that came for less than a frame leaves no movie behind, which is no failure there.
     const bool mayBeEmpty = mSettings.waitsForCamera && mIsCameraGone;
@@ -594,24 +508,21 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
       event.movie = movie;
       emit(std::move(event));
     };
-    if (finished.notContinued) emit(Kind::kNotContinued, mPlan.camera->deviceInfo(), finished.notContinued);
+    if (finished.notContinued) emit(Kind::kNotContinued, mDevices.camera()->deviceInfo(), finished.notContinued);
     for (size_t index = 0; index < finished.movies.size(); ++index) {
       report(finished.movies[index]);
       if (index > 0 || !finished.next) continue;
       mMovie = finished.next;
-      mPlan = mMovie->plan();
-      mPlan.replacesFile = false;
       beginWatching();
-      emitFile(Kind::kContinued, mPlan.file);
+      emitFile(Kind::kContinued, mMovie->plan().file);
     }
   }
 
   void movieFinished(Finished& finished) {
     takeOver(finished);
-    const auto camera = mPlan.camera->deviceInfo();
-    const std::string file = mPlan.file;
-    mCameraPath = camera->path().value_or("");
-    if (mPlan.microphone) mMicrophonePath = pathOf(*mPlan.microphone);
+    const auto camera = mDevices.camera()->deviceInfo();
+    const std::string file = mMovie->plan().file;
+    mDevices.keepToThese();
     leaveMovie();
     if (mError) return end();
     const bool isLongEnough = remaining().value_or(kShortest) < kShortest;
@@ -630,16 +541,8 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     mMovie.reset();
     mWatch.reset();
     mWriter->set(nullptr);
-    if (std::exchange(mIsHoldingCamera, false)) mPlan.camera->endRecording();
-    closeDevices();
-  }
-
-  /// Those that the host has not given: afterwards no thread of the source calls back.
-  void closeDevices() {
-    if (mPlan.camera && mIsCameraOurs) mPlan.camera->closeDevice();
-    if (mPlan.microphone && mIsMicrophoneOurs) mPlan.microphone->closeDevice();
-    mPlan.camera.reset();
-    mPlan.microphone.reset();
+    if (std::exchange(mIsHoldingCamera, false)) mDevices.camera()->endRecording();
+    mDevices.close();
   }
 
   void letGo() {
@@ -666,10 +569,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
 
   // Of the recording.
   RecordingSettings mSettings;
-  std::shared_ptr<VeskVideoDevice> mFirstCamera;      ///< the host's, until it is taken
-  std::shared_ptr<VeskAudioDevice> mFirstMicrophone;  ///< the same
-  std::string mCameraPath;                            ///< after the first movie
-  std::string mMicrophonePath;                        ///< the same
+  RecordingDevices mDevices{mSettings, mIsAbandoned};
   std::shared_ptr<NSTimer> mTimer;
   NSNotificationObserver mAdded;
   NSNotificationObserver mRemoved;
@@ -683,15 +583,12 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   bool mIsOver = false;
 
   // Of the movie.
-  MoviePlan mPlan;
   std::shared_ptr<MovieRecording> mMovie;
   std::unique_ptr<ReturnedMicrophone> mReturned;
   std::future<void> mJob;                ///< of the thread that finishes movies
   std::shared_ptr<Finished> mContinued;  ///< what it is finding, while it goes on in another movie
   std::optional<MovieWatch> mWatch;      ///< while there is a movie
   int mLooksToContinue = 0;
-  bool mIsCameraOurs = false;
-  bool mIsMicrophoneOurs = false;
   bool mIsHoldingCamera = false;
   bool mIsCameraGone = false;
 };
