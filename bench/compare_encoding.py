@@ -23,7 +23,7 @@ ENCODER = ["-c:v", "libx264", "-tune", "zerolatency", "-profile:v", "main", "-th
 
 def make_clips(folder, pictures):
     """The project's street footage as cameras would send it."""
-    source = next((ROOT / "media").glob("*.mov"))
+    source = next((ROOT / "footage").glob("*.mov"))
     clips = {"Motion JPEG": (folder / "clip.avi", ["-c:v", "mjpeg", "-q:v", 4, "-pix_fmt", "yuvj422p"]),
              "packed 4:2:2": (folder / "clip.uyvy", ["-f", "rawvideo", "-pix_fmt", "uyvy422"])}
     for path, form in clips.values():

@@ -8,13 +8,16 @@
 /// instead. 30 pictures a second and 48 kHz stereo PCM in packets of 1024 frames; time stamps as in
 /// real time. --real-time waits for them. With --stamps FILE there is a picture for each line of FILE,
 /// which is its stamp in microseconds from the beginning of the sound. --capture keeps these times in
-/// our movie (FrameTiming::kCapture).
+/// our movie (FrameTiming::kCapture). --waits also measures how long each picture waits in the queue, with
+/// --no-syncs the movie is finished without any.
 
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -40,6 +43,28 @@ extern "C" {
 
 namespace {
 
+std::atomic<bool> skipsSyncs{false};
+
+int64_t nanoseconds() {
+  return std::chrono::steady_clock::now().time_since_epoch() / std::chrono::nanoseconds(1);
+}
+
+int syncUnlessSkipped(long number, int descriptor) {
+  return skipsSyncs ? 0 : static_cast<int>(syscall(number, descriptor));
+}
+
+}  // namespace
+
+// In front of the system's, to measure what is left without them.
+extern "C" int fdatasync(int descriptor) {
+  return syncUnlessSkipped(SYS_fdatasync, descriptor);
+}
+extern "C" int fsync(int descriptor) {
+  return syncUnlessSkipped(SYS_fsync, descriptor);
+}
+
+namespace {
+
 using Bytes = std::vector<uint8_t>;
 
 constexpr int64_t kFrameDistance = 33'333;  // microseconds
@@ -58,6 +83,8 @@ struct Settings {
   bool realTime = false;
   bool dump = false;
   bool keepsTimes = false;
+  bool measuresWaits = false;
+  bool finishesWithoutSyncs = false;
   std::vector<int64_t> stamps;  // microseconds from the first sound; empty for one every kFrameDistance
 };
 
@@ -150,6 +177,8 @@ class Recorder {
   virtual void sound(uint8_t* bytes, size_t length, int64_t time) = 0;
   /// Whether the writer has enough waiting.
   virtual bool isBusy() const = 0;
+  /// How many pictures wait.
+  virtual size_t waiting() const = 0;
   /// Waits until nothing is waiting any more.
   virtual void drain() = 0;
   virtual void finish() = 0;
@@ -180,6 +209,7 @@ class VeskWriter : public Recorder {
     mCreator->AddSampleToMovie(bytes, length, static_cast<uint64_t>(time), vesk::VeskMovieCreator::VeskMediaTypeAudio);
   }
   bool isBusy() const override { return mCreator->waiting().isBusy(); }
+  size_t waiting() const override { return mCreator->waiting().videoWaiting; }
   void drain() override {
     for (auto waiting = mCreator->waiting(); waiting.videoWaiting + waiting.audioWaiting != 0;
          waiting = mCreator->waiting())
@@ -230,6 +260,11 @@ class AvformatWriter : public Recorder {
   bool isBusy() const override {
     const std::lock_guard lock(mMutex);
     return mWaiting.size() > 150;
+  }
+  size_t waiting() const override {
+    const std::lock_guard lock(mMutex);
+    return static_cast<size_t>(std::count_if(mWaiting.begin(), mWaiting.end(),
+                                             [](const AVPacket* packet) { return packet->stream_index == 0; }));
   }
   void drain() override {
     for (;;) {
@@ -287,6 +322,45 @@ class AvformatWriter : public Recorder {
   bool mIsEnding = false;
 };
 
+/// How long pictures wait in the queue, which they leave in order. Looks every quarter of a millisecond.
+class WaitMeter {
+ public:
+  explicit WaitMeter(const Recorder& recorder) : mThread([this, &recorder] { run(recorder); }) {}
+  ~WaitMeter() {
+    mIsEnding = true;
+    mThread.join();
+  }
+  void queued() {
+    const std::lock_guard lock(mMutex);
+    mQueued.push_back(nanoseconds());
+  }
+  /// Milliseconds that so large a part of the pictures waited at most.
+  double percentile(double part) {
+    const std::lock_guard lock(mMutex);
+    std::sort(mWaits.begin(), mWaits.end());
+    if (mWaits.empty()) return 0;
+    return static_cast<double>(mWaits[static_cast<size_t>(part * static_cast<double>(mWaits.size() - 1))]) / 1e6;
+  }
+
+ private:
+  void run(const Recorder& recorder) {
+    while (!mIsEnding) {
+      {
+        const std::lock_guard lock(mMutex);
+        const size_t waiting = recorder.waiting();
+        for (; mQueued.size() > waiting; mQueued.pop_front()) mWaits.push_back(nanoseconds() - mQueued.front());
+      }
+      usleep(250);
+    }
+  }
+
+  std::mutex mMutex;
+  std::deque<int64_t> mQueued;
+  std::vector<int64_t> mWaits;
+  std::atomic<bool> mIsEnding{false};
+  std::thread mThread;
+};
+
 double cpuSeconds() {
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
@@ -331,6 +405,10 @@ Settings readSettings(int argc, char** argv) {
       settings.keepsTimes = true;
     else if (word == "--dump")
       settings.dump = true;
+    else if (word == "--waits")
+      settings.measuresWaits = true;
+    else if (word == "--no-syncs")
+      settings.finishesWithoutSyncs = true;
     else if (word == "--real-time")
       settings.realTime = true;
     else if (word == "--raw") {
@@ -364,6 +442,8 @@ int main(int argc, char** argv) {
   else
     recorder = std::make_unique<AvformatWriter>(settings, footage);
 
+  std::unique_ptr<WaitMeter> meter;
+  if (settings.measuresWaits) meter = std::make_unique<WaitMeter>(*recorder);
   const auto frames = settings.stamps.empty() ? static_cast<int64_t>(settings.minutes * 60 * 1e6 / kFrameDistance)
                                               : static_cast<int64_t>(settings.stamps.size());
   const int64_t warm = frames / 10;
@@ -382,10 +462,14 @@ int main(int argc, char** argv) {
     std::memcpy(buffer.data(), frame.data(), frame.size());
     while (recorder->isBusy()) usleep(1000);
     recorder->video(buffer.data(), frame.size(), kBeginning + since, footage.isKey[index]);
+    if (meter) meter->queued();
     if (number == warm) residentWhenWarm = residentBytes();
   }
   recorder->drain();
   const int64_t residentAtEnd = residentBytes();
+  const double waits[] = {meter ? meter->percentile(0.5) : 0, meter ? meter->percentile(0.999) : 0};
+  meter.reset();
+  skipsSyncs = settings.finishesWithoutSyncs;
   const auto finishing = std::chrono::steady_clock::now();
   recorder->finish();
   const double finishMs =
@@ -395,9 +479,9 @@ int main(int argc, char** argv) {
   stat(settings.out.c_str(), &file);
   const double hours = settings.minutes / 60;
   std::printf(
-      "{\"writer\":\"%s\",\"frames\":%lld,\"bytes\":%lld,\"cpu\":%.4f,\"cpu_per_hour\":%.3f,\"growth_mb_per_hour\":%."
-      "3f,"
-      "\"finish_ms\":%.2f}\n",
+      "{\"writer\":\"%s\",\"frames\":%lld,\"bytes\":%lld,\"cpu\":%.4f,\"cpu_per_hour\":%.3f,"
+      "\"growth_mb_per_hour\":%.3f,\"finish_ms\":%.2f,\"wait_ms\":%.3f,\"wait_p999_ms\":%.3f}"
+      "\n",
       settings.writer.c_str(), static_cast<long long>(frames), static_cast<long long>(file.st_size), cpu, cpu / hours,
-      static_cast<double>(residentAtEnd - residentWhenWarm) / 1e6 / (hours * 0.9), finishMs);
+      static_cast<double>(residentAtEnd - residentWhenWarm) / 1e6 / (hours * 0.9), finishMs, waits[0], waits[1]);
 }
