@@ -88,8 +88,7 @@ DeviceError RecordingDevices::openMicrophone(Error& missing) {
     const auto found = findMicrophone();
     if (mIsAbandoned) return {};
     if (!found) {
-      if (isMeant)
-        missing = {Cause::kNoDevice, "the microphone is not there; the movie has no sound", "Plug it in."};
+      if (isMeant) missing = {Cause::kNoDevice, "the microphone is not there; the movie has no sound", "Plug it in."};
       return {};
     }
     microphone = VeskAudioDevice::initWithDeviceInfo(found);
