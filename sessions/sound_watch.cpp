@@ -1,17 +1,15 @@
 #include "sessions/sound_watch.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstring>
 #include <limits>
 
 #include <vesk/four_char_code.h>
+#include "platform/metering/channel_squares.h"
 
 namespace vesk {
 namespace {
 
-constexpr size_t kMostChannels = 8;  // those beyond are not measured
 constexpr double kFullScale = 32768;
 
 uint32_t measuredChannels(const AudioStreamBasicDescription& description) {
@@ -33,16 +31,9 @@ void SoundWatch::didCaptureFrame(void* packet, uint32_t length, int64_t /*timest
   const size_t frameBytes = size_t{mChannels} * sizeof(int16_t);
   const size_t frames = length / frameBytes;
   if (frames == 0) return;
-  std::array<double, kMostChannels> squares{};
-  const auto* const bytes = static_cast<const uint8_t*>(packet);
-  for (size_t frame = 0; frame < frames; ++frame) {
-    for (size_t channel = 0; channel < std::min<size_t>(mChannels, kMostChannels); ++channel) {
-      int16_t sample = 0;
-      std::memcpy(&sample, bytes + frame * frameBytes + channel * sizeof(sample), sizeof(sample));
-      squares.at(channel) += double{static_cast<double>(sample)} * sample;
-    }
-  }
-  const double loudest = *std::max_element(squares.begin(), squares.end()) / static_cast<double>(frames);
+  const ChannelSquares squares = channelSquares(static_cast<const uint8_t*>(packet), frames, mChannels);
+  const double loudest =
+      static_cast<double>(*std::max_element(squares.begin(), squares.end())) / static_cast<double>(frames);
   const auto level = static_cast<float>(10 * std::log10(loudest / (kFullScale * kFullScale)));
   mLevel = level;
   if (level > kQuietSoundLevel) {

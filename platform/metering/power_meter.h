@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +9,7 @@
 
 #include <vesk/audio_format.h>
 #include "platform/foundation/mutex.h"
+#include "platform/metering/channel_squares.h"
 
 namespace vesk {
 
@@ -19,7 +19,7 @@ namespace vesk {
 class PowerMeter {
  public:
   using Clock = std::chrono::steady_clock;
-  static constexpr uint32_t kMostChannels = 8;  ///< those beyond are not measured
+  static constexpr uint32_t kMostChannels = kMostMeasuredChannels;
 
   /// For interleaved samples; with 0 channels nothing is measured.
   PowerMeter(uint32_t channels, uint32_t samplesPerSecond);
@@ -34,10 +34,9 @@ class PowerMeter {
   float averagePowerLevel(uint32_t channel, Clock::time_point now) const VESK_EXCLUDES(mMutex);
 
  private:
-  using Sums = std::array<uint64_t, kMostChannels>;
   struct Packet {
     uint64_t frames;
-    Sums squares;
+    ChannelSquares squares;
   };
 
   const uint32_t mStride;
