@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +15,25 @@
 
 namespace vesk::capture {
 namespace {
+
+/// Behind a reader, whole stretches are given back but for the one before its own: the other track's reader
+/// may still be there. As long as a multiple of the kernel's largest folio, which it gives back whole.
+constexpr int64_t kStretch = int64_t{4} << 20;
+/// What is read of a file when it is opened, to look at it, and small enough to stay.
+constexpr int64_t kSmall = int64_t{64} << 20;
+constexpr int kSamples = 32;
+
+/// Whether most of a file is in the page cache, as far as samples tell.
+bool isCached(int descriptor, int64_t size) {
+  posix_fadvise(descriptor, 0, 0, POSIX_FADV_RANDOM);  // what is not there is not to be read ahead of
+  int cached = 0;
+  for (int sample = 0; sample < kSamples; ++sample) {
+    uint8_t byte = 0;
+    const iovec vector{&byte, 1};
+    cached += preadv2(descriptor, &vector, 1, size / kSamples * sample, RWF_NOWAIT) == 1 ? 1 : 0;
+  }
+  return cached > kSamples / 2;
+}
 
 Error notRegular(const std::string& path) {
   return {Cause::kUnreadable, fmt::format("{}: is not a regular file", path), "Name a movie or sound file."};
@@ -37,9 +57,9 @@ std::shared_ptr<FileBlocks> FileBlocks::open(const std::string& path, Error& err
       error = {Cause::kNoFile, fmt::format("{}: no such file", path), "Check the path."};
     return nullptr;
   }
-  std::shared_ptr<FileBlocks> file(new FileBlocks(descriptor));
   struct stat status {};
   const bool isKnown = fstat(descriptor, &status) == 0;
+  const std::shared_ptr<FileBlocks> file(new FileBlocks(descriptor, isKnown ? status.st_size : 0));
   if (isKnown && S_ISREG(status.st_mode) && status.st_size > 0) return file;
   if (isKnown && S_ISREG(status.st_mode)) {
     error = {Cause::kUnreadable, fmt::format("{}: the file is empty", path), "Name a movie or sound file."};
@@ -51,7 +71,13 @@ std::shared_ptr<FileBlocks> FileBlocks::open(const std::string& path, Error& err
   return nullptr;
 }
 
+FileBlocks::FileBlocks(int descriptor, int64_t size)
+    : mDescriptor(descriptor), mGivesBack(size > kSmall && !isCached(descriptor, size)) {
+  posix_fadvise(mDescriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
+}
+
 FileBlocks::~FileBlocks() {
+  if (mGivesBack) posix_fadvise(mDescriptor, 0, 0, POSIX_FADV_DONTNEED);
   ::close(mDescriptor);
 }
 
@@ -87,7 +113,18 @@ int FileBlocks::readThrough(int64_t position, uint8_t* bytes, int64_t count) con
     if (got <= 0) break;
     total += got;
   }
+  giveBackBehind(position, position + total);
   return static_cast<int>(total);
+}
+
+/// Gives back what lies behind the stretches that begin between `from` and `to`.
+void FileBlocks::giveBackBehind(int64_t from, int64_t to) const {
+  if (!mGivesBack) return;
+  const int64_t first = (from + kStretch - 1) / kStretch - 2;
+  const int64_t last = (to - 1) / kStretch - 2;
+  if (last < std::max<int64_t>(first, 0)) return;
+  const int64_t begin = std::max<int64_t>(first, 0) * kStretch;
+  posix_fadvise(mDescriptor, begin, (last + 1) * kStretch - begin, POSIX_FADV_DONTNEED);
 }
 
 /// The block of that number, read unless it is kept; null with a negative errno when it cannot be.

@@ -14,6 +14,10 @@ namespace vesk::capture {
 /// tracks share it: what one of them reads on its way the other finds here, and a packet costs no
 /// call to the kernel (0.75 of the time on densely interleaved 720p with PCM).
 ///
+/// Hours of footage do not fill the machine's page cache: what lies a few megabytes behind a reader is given
+/// back to the kernel. That is not done for a small file, which a loop reads again and again, nor for one that
+/// was there before: somebody else reads or has just made it.
+///
 /// Threads: any.
 class FileBlocks {
  public:
@@ -29,8 +33,8 @@ class FileBlocks {
   int64_t size() const;
 
  private:
-  static constexpr int64_t kBlockBytes = 128 << 10;
-  static constexpr size_t kBlocks = 8;  // a second of 720p: what lies between frames and their sound
+  static constexpr int64_t kBlockBytes = 256 << 10;
+  static constexpr size_t kBlocks = 6;  // a second of 720p: what lies between frames and their sound
 
   struct Block {
     int64_t number = -1;
@@ -39,11 +43,13 @@ class FileBlocks {
     std::vector<uint8_t> bytes;
   };
 
-  explicit FileBlocks(int descriptor) : mDescriptor(descriptor) {}
+  FileBlocks(int descriptor, int64_t size);
   int readThrough(int64_t position, uint8_t* bytes, int64_t count) const;
+  void giveBackBehind(int64_t from, int64_t to) const;
   const Block* block(int64_t number, int& error) VESK_REQUIRES(mMutex);
 
   const int mDescriptor;
+  const bool mGivesBack;
   Mutex mMutex;
   Block mBlocks[kBlocks] VESK_GUARDED_BY(mMutex);
   uint64_t mUses VESK_GUARDED_BY(mMutex) = 0;
