@@ -207,7 +207,7 @@ int32_t AVAssetWriterAdapter::State::addSampleLocked(const CMSampleBufferRef& sa
     printToError("[FATAL] dropping packet!\n");
   }
   const int32_t result = addSamplePriv(sample, input);
-  wakeWriter(queue.count(), mCounters->levels().bytesWaiting, *input);
+  wakeWriter(queue.count(), size, *input);
   return result;
 }
 
@@ -242,8 +242,12 @@ void AVAssetWriterAdapter::State::startWriting() {
   request(mVideoInput.get(), mVideoQueue, mCounters->video);
 }
 
-void AVAssetWriterAdapter::State::wakeWriter(size_t waiting, uint64_t bytes, AVAssetWriterInput& input) {
-  if (waiting >= kGatheredSamples || bytes >= kGatheredBytes) return input.mediaDataAvailable();
+/// After a sample of `size` bytes, with which `waiting` samples wait: at once for every so many samples or bytes that
+/// have gathered, so that the writer runs seldom and for long; else soon.
+void AVAssetWriterAdapter::State::wakeWriter(size_t waiting, uint64_t size, AVAssetWriterInput& input) {
+  const uint64_t bytes = mCounters->levels().bytesWaiting;
+  const bool haveBytesGathered = bytes / kGatheredBytes > (bytes - std::min(size, bytes)) / kGatheredBytes;
+  if ((waiting != 0 && waiting % kGatheredSamples == 0) || haveBytesGathered) return input.mediaDataAvailable();
   // An exchange here and there: a sample queued while a wake is pending is seen by its pull.
   if (mWakePending.exchange(true)) return;
   try {
@@ -291,6 +295,7 @@ int32_t AVAssetWriterAdapter::State::AddSampleFromQueue(SampleQueue& queue, AVAs
     if (!sample) break;
     counters.taken.fetch_add(1, std::memory_order_release);
     counters.bytesTaken.fetch_add(sample->data().size(), std::memory_order_release);
+    mCounters->noteRoom();
     if (!input->appendSampleBuffer(sample)) {
       NSLog("[FATAL]: Failed to insert sample!!!");
       RecordingCounters::add(counters.refused);

@@ -112,6 +112,10 @@ QueueLevels VeskMovieAssetCreator::waiting() const {
   return mState->waiting();
 }
 
+void VeskMovieAssetCreator::SetRoomHandler(std::function<void()> haveRoom) {
+  mState->SetRoomHandler(std::move(haveRoom));
+}
+
 VeskMovieAssetCreator::State::State(std::string path, FileSystem& fileSystem)
     : mFilePath(std::move(path)), mFileSystem(fileSystem), mCounters(std::make_shared<RecordingCounters>()) {}
 

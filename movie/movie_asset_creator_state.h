@@ -1,9 +1,11 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <vesk/movie_asset_creator.h>
@@ -32,7 +34,8 @@ class VeskMovieAssetCreator::State {
   void ContinueIn(std::shared_ptr<VeskMovieCreator> next) VESK_EXCLUDES(mMutex);
   int32_t Close() VESK_EXCLUDES(mMutex);
   RecordingStatistics statistics() const { return mCounters->statistics(); }
-  QueueLevels waiting() const { return mCounters->levels(); }
+  QueueLevels waiting() const { return mCounters->levelsForSource(); }
+  void SetRoomHandler(std::function<void()> haveRoom) { mCounters->setRoomHandler(std::move(haveRoom)); }
 
  private:
   void openStreams(const _VeskVideoDescription* video, const _VeskAudioDescription* audio) VESK_REQUIRES(mMutex);

@@ -85,6 +85,21 @@ RecordingStatistics RecordingCounters::statistics() const {
   return result;
 }
 
+QueueLevels RecordingCounters::levelsForSource() const {
+  const QueueLevels before = levels();
+  if (!before.isBusy() || !mHaveRoom) return before;
+  // In this order, so that samples taken meanwhile are seen here, or this by who took them.
+  mIsRoomAwaited = true;
+  std::atomic_thread_fence(std::memory_order_seq_cst);
+  return levels();
+}
+
+void RecordingCounters::noteRoom() {
+  std::atomic_thread_fence(std::memory_order_seq_cst);
+  if (!mIsRoomAwaited || !levels().haveRoom() || !mIsRoomAwaited.exchange(false)) return;
+  mHaveRoom();
+}
+
 QueueLevels RecordingCounters::levels() const {
   QueueLevels result;
   result.videoWaiting = static_cast<uint32_t>(difference(video.queued, video.taken));

@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
+#include <utility>
 
 #include <vesk/queue_levels.h>
 #include <vesk/recording_statistics.h>
@@ -46,6 +48,12 @@ class RecordingCounters {
 
   RecordingStatistics statistics() const;
   QueueLevels levels() const;
+  /// The same for who may wait: when they are busy, the room handler will be called.
+  QueueLevels levelsForSource() const;
+  /// Before the first sample.
+  void setRoomHandler(std::function<void()> haveRoom) { mHaveRoom = std::move(haveRoom); }
+  /// Samples were taken from a queue: calls the room handler if somebody waits and there is room.
+  void noteRoom();
 
   Track video;
   Track audio;
@@ -59,6 +67,8 @@ class RecordingCounters {
   std::atomic<bool> writerMissing{false};
 
  private:
+  std::function<void()> mHaveRoom;
+  mutable std::atomic<bool> mIsRoomAwaited{false};
   Count mDuration{0};
   Count mVideoLate{0};
   Count mDirect{0};

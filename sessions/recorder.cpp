@@ -4,6 +4,7 @@
 #include <utility>
 
 #include <vesk/audio_device.h>
+#include <vesk/capture_host.h>
 #include <vesk/log.h>
 #include <vesk/run_loop.h>
 #include <vesk/video_device.h>
@@ -108,6 +109,7 @@ int32_t VeskRecorder::State::openCreator(const std::string& path, std::shared_pt
   if (!creator)
     return failed(kVeskStatusNoMovieCreator,
                   {Cause::kOther, "there is no memory for a movie", "Close other programs."});
+  creator->SetRoomHandler([] { capture::Transport::shared().askAgain(); });
   if (creator->Open(mVideo ? &*mVideo : nullptr, mAudio ? &*mAudio : nullptr) != 0)
     return failed(kVeskStatusMovieNotOpened, {Cause::kOther, "the movie \"" + path + "\" could not be opened", ""});
   creator->SetContinues([this] {

@@ -15,7 +15,7 @@
 namespace vesk::capture {
 namespace {
 
-constexpr std::chrono::milliseconds kBusyPoll(1);
+constexpr std::chrono::milliseconds kBusyPoll(20);  // of hosts that do not say when they are ready
 
 }  // namespace
 
@@ -67,7 +67,8 @@ class PacedScheduler::Player : public std::enable_shared_from_this<Player> {
   Transport& mTransport;
 
   Mutex mMutex;
-  std::condition_variable_any mChanged;   // something that waitForStep looks at
+  std::condition_variable_any mChanged;  // something that waitForStep or isBusy looks at
+  uint64_t mTransportChanges VESK_GUARDED_BY(mMutex) = 0;
   std::condition_variable_any mReturned;  // a call of a stream has returned
   std::thread mThread VESK_GUARDED_BY(mMutex);
   std::thread::id mThreadId VESK_GUARDED_BY(mMutex);
@@ -89,6 +90,7 @@ class PacedScheduler::Player : public std::enable_shared_from_this<Player> {
 void PacedScheduler::Player::observeTransport() {
   mTransport.addObserver(weak_from_this(), [this] {
     MutexLock lock(mMutex);
+    ++mTransportChanges;
     mChanged.notify_all();
   });
 }
@@ -215,13 +217,18 @@ void PacedScheduler::Player::deliver(const Step& step) {
   called(step.stream, next);
 }
 
-/// Whether the host is busy; then a moment has been waited before the question is asked again.
+/// Whether the host is busy; then its call, another event or a moment has been waited for.
 bool PacedScheduler::Player::isBusy() {
+  uint64_t changesBefore = 0;
+  {
+    MutexLock lock(mMutex);
+    changesBefore = mTransportChanges;
+  }
   const bool isBusyNow = mTransport.isBusy();
   MutexLock lock(mMutex);
   if (isBusyNow) {
     if (!mBusySince) mBusySince = monotonicMicroseconds();
-    if (!mQuits) mChanged.wait_for(mMutex, kBusyPoll);
+    if (!mQuits && mTransportChanges == changesBefore) mChanged.wait_for(mMutex, kBusyPoll);
     return true;
   }
   if (mBusySince) mBusyTime += monotonicMicroseconds() - *mBusySince;

@@ -79,6 +79,10 @@ void Transport::setBackpressure(std::function<bool()> isBusy) {
   mState->isBusy = std::move(shared);
 }
 
+void Transport::askAgain() {
+  mState->tellObservers();
+}
+
 void Transport::setEndHandler(std::function<void()> handler) {
   MutexLock lock(mState->mutex);
   mState->ended = std::move(handler);

@@ -38,9 +38,11 @@ class VESK_EXPORT Transport {
   /// Devices end once they have delivered `seconds` of their own time, counted from the first
   /// release or start; none: no end. Set it before the devices start.
   void setLimit(std::optional<double> seconds);
-  /// Asked before each delivery; while it answers true the source waits and asks again. Called on
-  /// the source's thread; must not block. An empty function never waits.
+  /// Asked before each delivery; while it answers true the source waits and asks again, after askAgain or
+  /// 20 ms. Called on the source's thread; must not block. An empty function never waits.
   void setBackpressure(std::function<bool()> isBusy);
+  /// The host is less busy: sources that wait for it ask again at once. Movies under way call it.
+  void askAgain();
   /// Called once on the source's thread when every started device has come to its end (of the
   /// footage without looping, or of the limit).
   void setEndHandler(std::function<void()> handler);
@@ -60,7 +62,7 @@ class VESK_EXPORT Transport {
   void sourceEnded();
   /// The last device of a source was stopped before its end.
   void sourceStopped();
-  /// Calls `changed` after each hold, release and change of the limit for as long as `owner` lives.
+  /// Calls `changed` after each hold, release, change of the limit and askAgain for as long as `owner` lives.
   void addObserver(std::weak_ptr<void> owner, std::function<void()> changed);
 
   Transport();

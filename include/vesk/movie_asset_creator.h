@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -26,6 +27,7 @@ class VESK_EXPORT VeskMovieAssetCreator : public VeskMovieCreator {
   int32_t Close() override;
   RecordingStatistics statistics() const override;
   QueueLevels waiting() const override;
+  void SetRoomHandler(std::function<void()> haveRoom) override;
 
  protected:
   class VESK_LOCAL State;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -74,6 +75,9 @@ class VESK_EXPORT VeskMovieCreator {
   virtual RecordingStatistics statistics() const = 0;
   /// How full the queues to the writer are, for holding back a source that can wait. Takes no lock.
   virtual QueueLevels waiting() const = 0;
+  /// `haveRoom` is called on the writer's thread, each time that the queues have room again (QueueLevels::haveRoom)
+  /// after `waiting` has answered that they are busy. Must not block. Set before Open.
+  virtual void SetRoomHandler(std::function<void()> haveRoom) = 0;
 
   const std::string& filePath() const { return mFilePath; }
 

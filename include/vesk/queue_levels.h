@@ -27,6 +27,11 @@ struct QueueLevels {
   bool areQueuesFull() const {
     return videoWaiting > videoCapacity / 2 || audioWaiting > audioCapacity / 2 || bytesWaiting > kManyBytes;
   }
+  /// Whether a source that waits may go on: the queues are no more than half as full as makes them busy.
+  bool haveRoom() const {
+    return !isForNext && videoWaiting <= videoCapacity / 4 && audioWaiting <= audioCapacity / 4 &&
+           bytesWaiting <= kManyBytes / 2;
+  }
 
  private:
   static constexpr uint64_t kManyBytes = uint64_t{24} << 20;

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <limits>
 #include <string>
 #include <thread>
 
@@ -141,6 +143,29 @@ TEST_F(PacedSchedulerTest, WaitsWhileTheHostIsBusyWithoutALock) {
   ended.wait();
   EXPECT_EQ(recorder.items().size(), 3u);
   EXPECT_EQ(asked, 12);
+}
+
+TEST_F(PacedSchedulerTest, AsksABusyHostAgainAtOnceWhenItCalls) {
+  constexpr int kRounds = 30;
+  PacedScheduler scheduler(Pace::kFast, transport);
+  const auto ticks = stream("ticks", 1000);
+  std::atomic<bool> isReady = false;
+  std::atomic<int> asked = 0;
+  transport.setBackpressure([&] {
+    ++asked;
+    return !isReady.exchange(false);
+  });
+  scheduler.add(ticks);
+  int64_t fastest = std::numeric_limits<int64_t>::max();
+  for (size_t round = 1; round <= kRounds; ++round) {
+    while (asked < static_cast<int>(2 * round - 1)) std::this_thread::yield();
+    isReady = true;
+    const int64_t called = monotonicMicroseconds();
+    transport.askAgain();
+    fastest = std::min(fastest, recorder.waitFor(round).back().at - called);
+  }
+  scheduler.remove(ticks);
+  EXPECT_LT(fastest, 5'000) << "it waits out its 20 ms";
 }
 
 TEST_F(PacedSchedulerTest, CanRemoveAStreamWhileTheHostIsBusy) {

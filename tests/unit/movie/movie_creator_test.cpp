@@ -274,6 +274,27 @@ TEST_F(MovieCreator, MakesNoneWithoutAPathAndReportsAMissingWriter) {
   EXPECT_EQ(creator->Close(), 0);
 }
 
+TEST(RecordingCounters, CallWhoWaitsOnceThereIsRoom) {
+  RecordingCounters counters;
+  int calls = 0;
+  counters.setRoomHandler([&] { ++calls; });
+  const auto take = [&](uint64_t samples) {
+    RecordingCounters::add(counters.video.taken, samples);
+    counters.noteRoom();
+  };
+  counters.video.queued = kVideoQueueCapacity;
+  take(kVideoQueueCapacity);
+  EXPECT_EQ(calls, 0) << "nobody has asked";
+  counters.video.queued = 2 * kVideoQueueCapacity;
+  EXPECT_TRUE(counters.levelsForSource().isBusy());
+  take(kVideoQueueCapacity * 3 / 4 - 1);
+  EXPECT_EQ(calls, 0);
+  take(1);
+  EXPECT_EQ(calls, 1);
+  take(1);
+  EXPECT_EQ(calls, 1);
+}
+
 TEST_F(MovieCreator, HandsTheWritersFailureToTheCallerAndGoesOn) {
   test::MemoryFileSystem files;
   MovieAssetCreatorIn creator(files, "no such folder/a.mov");
