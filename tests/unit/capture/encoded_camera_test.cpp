@@ -7,11 +7,10 @@
 #include <thread>
 
 #include <vesk/four_char_code.h>
-#include <vesk/log.h>
 #include <vesk/vci.h>
 #include "platform/h264/nal_unit.h"
 #include "tests/support/fake_capture_source.h"
-#include "tests/unit/capture/recorder.h"
+#include "tests/support/log_recorder.h"
 #include "tests/unit/decompression/jpeg_builder.h"
 
 namespace vesk::capture {
@@ -156,13 +155,8 @@ void expectLikeness(const AVFrame* picture, const Planes& planes, double least) 
 class EncodedCameraTest : public testing::Test {
  protected:
   void SetUp() override {
-    setLogSink([this](LogLevel, std::string_view line) { mLog.add(std::string(line)); });
     mFake = mSource.attachCamera("test");
     offer({{kRaw, {{kWidth, kHeight, {333333}}}}});
-  }
-  void TearDown() override {
-    mCamera.reset();
-    setLogSink({});
   }
 
   void offer(std::vector<VideoFormat> formats) {
@@ -180,7 +174,7 @@ class EncodedCameraTest : public testing::Test {
   }
   EncodingCounts counts() { return dynamic_cast<EncodedCamera&>(*mCamera).counts(); }
 
-  test::Recorder<std::string> mLog;
+  test::LogRecorder mLog;
   test::Recorder<Frame> mFrames;
   FakeCaptureSource mSource;
   std::shared_ptr<test::FakeDevice> mFake;
@@ -347,7 +341,7 @@ TEST_F(EncodedCameraTest, LeavesDamagedJPEGPicturesOutAndGoesOn) {
   }
   mCamera->stop(1);
   EXPECT_EQ(counts().damaged, std::size(damaged));
-  EXPECT_EQ(mLog.items().size(), 1u) << "told at the end";
+  EXPECT_EQ(mLog.items().size(), 1u) << "at the end";
 }
 
 TEST_F(EncodedCameraTest, MakesKeyPicturesByTheClockWhenTheCameraIsSlow) {

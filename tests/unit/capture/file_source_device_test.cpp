@@ -7,12 +7,11 @@
 #include <filesystem>
 #include <random>
 
-#include <vesk/log.h>
 #include <vesk/vci.h>
 #include "capture/files/file_source.h"
+#include "tests/support/log_recorder.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/capture/file_source_support.h"
-#include "tests/unit/capture/recorder.h"
 
 namespace {
 std::atomic<int> gNetworkSockets{0};
@@ -31,21 +30,9 @@ namespace {
 
 using vesk::test::contentOf;
 using vesk::test::Gate;
+using vesk::test::LogRecorder;
 using vesk::test::Recorder;
 using vesk::test::TemporaryFolder;
-
-/// Lines that went to the log while this stands.
-class LogLines {
- public:
-  LogLines() {
-    setLogSink([this](LogLevel, std::string_view line) { mLines.add(std::string(line)); });
-  }
-  ~LogLines() { setLogSink({}); }
-  std::vector<std::string> lines() { return mLines.items(); }
-
- private:
-  Recorder<std::string> mLines;
-};
 
 class FileDevices : public ::testing::Test {
  protected:
@@ -109,13 +96,13 @@ TEST_F(FileDevices, AcceptOnlyWhatTheyOffer) {
 TEST_F(FileDevices, KeepTheirOwnRateAndSaySoToWhoeverChoosesAnother) {
   const auto source = open(dataPath("street.mov"));
   const auto camera = device(*source, DeviceKind::kVideo);
-  LogLines log;
+  LogRecorder log;
   for (const uint32_t interval : {333333u, 666667u, 662000u})  // the usual one, its own, as good as its own
     EXPECT_EQ(camera->setVideoParameters({kCMVideoCodecType_H264, 320, 240, interval, 10000000, 0}), kVCISuccess);
-  EXPECT_TRUE(log.lines().empty());
+  EXPECT_TRUE(log.items().empty());
   EXPECT_EQ(camera->setVideoParameters({kCMVideoCodecType_H264, 320, 240, 166667, 10000000, 0}), kVCISuccess);
-  ASSERT_EQ(log.lines().size(), 1u);
-  EXPECT_NE(log.lines()[0].find("has its own rate, 15 pictures a second, and cannot be set to 60."), std::string::npos);
+  ASSERT_EQ(log.items().size(), 1u);
+  EXPECT_NE(log.items()[0].find("has its own rate, 15 pictures a second, and cannot be set to 60."), std::string::npos);
 }
 
 TEST_F(FileDevices, PlayTogetherToTheEnd) {
@@ -265,7 +252,7 @@ class BrokenClip : public ::testing::TestWithParam<const char*> {};
 
 TEST_P(BrokenClip, EndsEarlyOrNotAtAllButNeverBadly) {
   const TemporaryFolder folder;
-  const LogLines log;
+  const LogRecorder log;
   const std::string whole = contentOf(dataPath(GetParam()));
   const std::string suffix = std::filesystem::path(GetParam()).extension();
   std::mt19937 random(7);
@@ -293,7 +280,7 @@ TEST(FileDamage, IsLoggedOnceAndDeliversWhatIsThere) {
   const TemporaryFolder folder;
   const std::string whole = contentOf(dataPath("street-mjpeg.avi"));
   const std::string path = folder.write("cut.avi", whole.substr(0, whole.size() / 2));
-  LogLines log;
+  LogRecorder log;
   Transport transport;
   Error error;
   const auto source = makeFileSource(path, {Pace::kFast, true}, error, transport);
@@ -303,8 +290,8 @@ TEST(FileDamage, IsLoggedOnceAndDeliversWhatIsThere) {
   camera->start(0, [&](uint8_t*, uint32_t, int64_t) { frames.add(0); });
   frames.waitFor(20);  // several times round
   camera->stop(0);
-  ASSERT_EQ(log.lines().size(), 1u);
-  EXPECT_NE(log.lines().front().find("cut.avi"), std::string::npos);
+  ASSERT_EQ(log.items().size(), 1u);
+  EXPECT_NE(log.items().front().find("cut.avi"), std::string::npos);
 }
 
 }  // namespace

@@ -4,9 +4,9 @@
 
 #include "capture/files/file_source.h"
 #include "capture/files/track_stream.h"
+#include "tests/support/recorder.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/capture/file_source_support.h"
-#include "tests/unit/capture/recorder.h"
 
 namespace vesk::capture::test {
 namespace {

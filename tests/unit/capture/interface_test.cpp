@@ -10,7 +10,7 @@
 #include <vesk/vci.h>
 #include "capture/interface/wide_text.h"
 #include "tests/support/fake_capture_source.h"
-#include "tests/unit/capture/recorder.h"
+#include "tests/support/recorder.h"
 
 namespace vesk::capture {
 namespace {
@@ -56,6 +56,11 @@ class InterfaceTest : public testing::Test {
     setSource(nullptr);
   }
 
+  /// Begins to capture, with `callback` for the camera's frames.
+  void capture(VCI_EVENT_CALLBACK callback, void* context) {
+    EXPECT_EQ(VCI_Subscribe_Event(video, kVCIEventFrame, callback, context), 0);
+    EXPECT_EQ(VCI_Start_Capture(video, 0), 0);
+  }
   /// Delivers on a thread of its own, as a source does.
   std::thread deliver(int64_t timestamp) {
     return std::thread([device = camera, timestamp] {
@@ -70,53 +75,41 @@ class InterfaceTest : public testing::Test {
   ACI_HANDLE audio = nullptr;
 };
 
+/// An enumeration of records, which come in two calls: of the count, and of the records.
+struct Enumeration {
+  const char* label;
+  std::function<int32_t(void* to, uint32_t* count)> enumerate;
+  size_t recordSize;
+  uint32_t expected;
+};
+/// `call(to, count)` fills records of the type.
+template <class Record, class Call>
+Enumeration enumeration(const char* label, uint32_t expected, const Call& call) {
+  return {label, [call](void* to, uint32_t* count) { return call(static_cast<Record*>(to), count); }, sizeof(Record),
+          expected};
+}
+
 TEST_F(InterfaceTest, EnumeratesInTwoCalls) {
   const auto avc1 = pixelFormat("avc1");
   const VCIFrameSize small = {640, 480};
-  struct Row {
-    const char* label;
-    std::function<int32_t(void*, uint32_t*)> enumerate;
-    size_t recordSize;
-    uint32_t expected;
+  const Enumeration rows[] = {
+      enumeration<CaptureDeviceRecord>("cameras", 1,
+                                       [](auto* to, auto* n) { return VCI_Enum_Devices(to, nullptr, n); }),
+      enumeration<CaptureDeviceRecord>("microphones", 1,
+                                       [](auto* to, auto* n) { return ACI_Enum_Devices(to, nullptr, n); }),
+      enumeration<VCIPixelFormat>("pixel formats", 2,
+                                  [&](auto* to, auto* n) { return VCI_Enum_Pixel_Formats(video, to, nullptr, n); }),
+      enumeration<VCIFrameSize>("frame sizes", 2,
+                                [&](auto* to, auto* n) { return VCI_Enum_Frame_Sizes(video, &avc1, to, nullptr, n); }),
+      enumeration<VCIFrameInterval>(
+          "intervals", 2,
+          [&](auto* to, auto* n) { return VCI_Enum_Frame_Intervals(video, &avc1, &small, to, nullptr, n); }),
+      enumeration<VCIPropertySet>("property sets", 0,
+                                  [&](auto* to, auto* n) { return VCI_Enum_Property_Sets(video, to, nullptr, n); }),
+      enumeration<ACIWaveFormat>("wave formats", 2,
+                                 [&](auto* to, auto* n) { return ACI_Enum_Wave_Formats(audio, to, nullptr, n); }),
   };
-  const Row rows[] = {
-      {"cameras",
-       [](void* to, uint32_t* count) {
-         return VCI_Enum_Devices(static_cast<CaptureDeviceRecord*>(to), nullptr, count);
-       },
-       sizeof(CaptureDeviceRecord), 1},
-      {"microphones",
-       [](void* to, uint32_t* count) {
-         return ACI_Enum_Devices(static_cast<CaptureDeviceRecord*>(to), nullptr, count);
-       },
-       sizeof(CaptureDeviceRecord), 1},
-      {"pixel formats",
-       [&](void* to, uint32_t* count) {
-         return VCI_Enum_Pixel_Formats(video, static_cast<VCIPixelFormat*>(to), nullptr, count);
-       },
-       sizeof(VCIPixelFormat), 2},
-      {"frame sizes",
-       [&](void* to, uint32_t* count) {
-         return VCI_Enum_Frame_Sizes(video, &avc1, static_cast<VCIFrameSize*>(to), nullptr, count);
-       },
-       sizeof(VCIFrameSize), 2},
-      {"intervals",
-       [&](void* to, uint32_t* count) {
-         return VCI_Enum_Frame_Intervals(video, &avc1, &small, static_cast<VCIFrameInterval*>(to), nullptr, count);
-       },
-       sizeof(VCIFrameInterval), 2},
-      {"property sets",
-       [&](void* to, uint32_t* count) {
-         return VCI_Enum_Property_Sets(video, static_cast<VCIPropertySet*>(to), nullptr, count);
-       },
-       sizeof(VCIPropertySet), 0},
-      {"wave formats",
-       [&](void* to, uint32_t* count) {
-         return ACI_Enum_Wave_Formats(audio, static_cast<ACIWaveFormat*>(to), nullptr, count);
-       },
-       sizeof(ACIWaveFormat), 2},
-  };
-  for (const Row& row : rows) {
+  for (const Enumeration& row : rows) {
     SCOPED_TRACE(row.label);
     EXPECT_EQ(row.enumerate(nullptr, nullptr), kVCIInvalidArgument);
     uint32_t count = 0;
@@ -389,8 +382,7 @@ class EndingTest : public InterfaceTest, public testing::WithParamInterface<size
       of.goOn.wait();
       of.hasReturned = true;
     };
-    VCI_Subscribe_Event(video, kVCIEventFrame, callback, &host);
-    VCI_Start_Capture(video, 0);
+    capture(callback, &host);
     std::thread delivery = deliver(1);
     host.inside.wait();
     std::thread closer([&] {
@@ -430,8 +422,7 @@ TEST_P(EndingTest, DoesNotWaitForTheCallbackThatItComesFrom) {
     kEndings[GetParam()].end(of.handle);
     kEndings[GetParam()].end(of.handle);
   };
-  VCI_Subscribe_Event(video, kVCIEventFrame, callback, &host);
-  VCI_Start_Capture(video, 0);
+  capture(callback, &host);
   deliver(1).join();
   deliver(2).join();
   EXPECT_EQ(host.calls, 1);
@@ -453,8 +444,7 @@ TEST_P(EndingTest, CanMeetItself) {
     }
     kEndings[GetParam()].end(of.handle);
   };
-  VCI_Subscribe_Event(video, kVCIEventFrame, callback, &host);
-  VCI_Start_Capture(video, 0);
+  capture(callback, &host);
   std::thread delivery = deliver(1);
   host.inside.wait();
   kEndings[GetParam()].end(video);
@@ -479,8 +469,7 @@ TEST_F(InterfaceTest, KeepsADeviceThatItsOwnCallbackClosesUntilTheCallbackHasRet
     std::this_thread::sleep_for(std::chrono::milliseconds(5));  // may show a fault, never makes one
     EXPECT_EQ(of.camera.closed, 0);
   };
-  VCI_Subscribe_Event(video, kVCIEventFrame, callback, &host);
-  VCI_Start_Capture(video, 0);
+  capture(callback, &host);
   deliver(1).join();
   VCI_Cleanup();
   EXPECT_EQ(camera->closed, 1);
@@ -530,8 +519,7 @@ TEST_F(InterfaceTest, SubscribesAnewWhileACallbackThatEndedItselfIsStillRunning)
     of.hasEnded.open();
     of.goOn.wait();
   };
-  VCI_Subscribe_Event(video, kVCIEventFrame, callback, &host);
-  VCI_Start_Capture(video, 0);
+  capture(callback, &host);
   std::thread delivery = deliver(1);
   host.hasEnded.wait();
   Recorder<int64_t> next;

@@ -3,13 +3,12 @@
 #include <array>
 #include <filesystem>
 
-#include <vesk/log.h>
 #include <vesk/vci.h>
 #include "capture/linux/cameras/linux_camera.h"
 #include "capture/linux/cameras/linux_cameras.h"
 #include "tests/support/fake_v4l2.h"
+#include "tests/support/log_recorder.h"
 #include "tests/support/temporary_folder.h"
-#include "tests/unit/capture/recorder.h"
 
 namespace vesk::capture {
 namespace {
@@ -248,8 +247,7 @@ TEST_F(LinuxCameraControls, TellWhatADriversErrorMeans) {
 
 TEST_F(LinuxCameraControls, AreNotAskedAgainForAWhileOfACameraThatHangs) {
   constexpr int64_t kSeconds = 1'000'000;
-  test::Recorder<std::string> log;
-  setLogSink([&](LogLevel, std::string_view line) { log.add(std::string(line)); });
+  test::LogRecorder log;
   const auto statusOfOneThatHangs = [this] {
     mCalls->failNext(kFirst, VIDIOC_G_EXT_CTRLS, ETIMEDOUT);
     return getStatus(kImageControlSet, kBrightness);
@@ -274,7 +272,6 @@ TEST_F(LinuxCameraControls, AreNotAskedAgainForAWhileOfACameraThatHangs) {
   mCalls->pass(10 * kSeconds);
   EXPECT_EQ(getStatus(kImageControlSet, kBrightness), kVCISuccess);
   EXPECT_EQ(log.items().size(), 1u);
-  setLogSink({});
 }
 
 TEST_F(LinuxCameraControls, HeadsTurnByTheirOwnSpeedOrStep) {
@@ -522,12 +519,11 @@ TEST_F(ExtensionUnitFolders, AreReadForEachNodeThatCouldBeOpened) {
   }
   calls->controlsOf(kSecond) = controls;
   finder->set(nodes);
-  setLogSink([](LogLevel, std::string_view) {});
+  const test::LogRecorder log;
   LinuxCameras cameras(calls, std::move(finder));
   const auto devices = cameras.devices(DeviceKind::kVideo);
   ASSERT_EQ(devices.size(), 1u);
   const auto camera = cameras.open(DeviceKind::kVideo, devices[0].path);
-  setLogSink({});
   ASSERT_NE(camera, nullptr);
   uint8_t value = 0;
   uint32_t size = 1;

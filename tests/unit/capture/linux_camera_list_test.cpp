@@ -6,7 +6,7 @@
 #include "capture/linux/cameras/camera_records.h"
 #include "capture/linux/cameras/linux_cameras.h"
 #include "tests/support/fake_v4l2.h"
-#include "tests/unit/capture/recorder.h"
+#include "tests/support/recorder.h"
 
 namespace vesk::capture {
 namespace {

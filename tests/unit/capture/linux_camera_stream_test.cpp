@@ -5,12 +5,11 @@
 
 #include <vesk/capture_host.h>
 #include <vesk/four_char_code.h>
-#include <vesk/log.h>
 #include <vesk/vci.h>
 #include "capture/encoding/encoded_camera.h"
 #include "capture/linux/cameras/linux_camera.h"
 #include "tests/support/fake_v4l2.h"
-#include "tests/unit/capture/recorder.h"
+#include "tests/support/log_recorder.h"
 
 namespace vesk::capture {
 namespace {
@@ -37,7 +36,6 @@ FakeV4L2::Picture jpeg(uint8_t number) {
 class LinuxCameraStream : public testing::Test {
  protected:
   void SetUp() override {
-    setLogSink([this](LogLevel, std::string_view line) { mLog.add(std::string(line)); });
     mCalls->addNode(kNode, {.formats = {{V4L2_PIX_FMT_MJPEG, {{640, 480}}},
                                         {V4L2_PIX_FMT_UYVY, {{64, 48, {{1, 30}}}}},
                                         {V4L2_PIX_FMT_YUYV, {{64, 48, {{1, 15}}}}},
@@ -48,7 +46,6 @@ class LinuxCameraStream : public testing::Test {
     mCamera.reset();
     EXPECT_EQ(mCalls->openCount(), 0u);
     EXPECT_EQ(mCalls->mappedCount(), 0u);
-    setLogSink({});
   }
 
   std::unique_ptr<LinuxCamera> openCamera() {
@@ -82,7 +79,7 @@ class LinuxCameraStream : public testing::Test {
     while (mCalls->startsOf(kNode) != count) std::this_thread::yield();
   }
 
-  test::Recorder<std::string> mLog;
+  test::LogRecorder mLog;
   test::Recorder<Frame> mFrames;
   std::shared_ptr<FakeV4L2> mCalls = std::make_shared<FakeV4L2>();
   std::unique_ptr<LinuxCamera> mCamera;

@@ -5,12 +5,11 @@
 #include <vector>
 
 #include <vesk/four_char_code.h>
-#include <vesk/log.h>
 #include <vesk/vci.h>
 #include "capture/linux/sound/pulse_connection.h"
 #include "capture/linux/sound/sound_system.h"
 #include "tests/support/fake_sound_server.h"
-#include "tests/unit/capture/recorder.h"
+#include "tests/support/log_recorder.h"
 
 namespace vesk::capture {
 namespace {
@@ -32,10 +31,6 @@ class IgnoredSound : public SoundSink {
 
 class SoundServerTest : public testing::Test {
  protected:
-  void SetUp() override {
-    setLogSink([this](LogLevel, std::string_view line) { mLines.add(std::string(line)); });
-  }
-  void TearDown() override { setLogSink({}); }
   /// Connects with so much patience, or with the least that is enough for the greetings.
   std::shared_ptr<SoundSystem> connect(PulsePatience patience) {
     std::shared_ptr<SoundSystem> system;
@@ -50,7 +45,7 @@ class SoundServerTest : public testing::Test {
   }
 
   size_t mLinesBefore = 0;
-  test::Recorder<std::string> mLines;
+  test::LogRecorder mLines;
 };
 
 TEST_F(SoundServerTest, OneThatHangsIsAskedOnceAndThenLeftAloneWithOneLine) {

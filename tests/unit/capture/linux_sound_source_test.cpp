@@ -4,7 +4,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <thread>
 
@@ -14,7 +13,6 @@
 
 #include <vesk/capture_host.h>
 #include <vesk/four_char_code.h>
-#include <vesk/log.h>
 #include <vesk/vci.h>
 #include "capture/linux/sound/alsa_mixer.h"
 #include "capture/linux/sound/alsa_stream.h"
@@ -22,7 +20,8 @@
 #include "capture/linux/sound/node_watch.h"
 #include "capture/linux/sound/sound_source.h"
 #include "capture/linux/sound/usb_parent.h"
-#include "tests/unit/capture/recorder.h"
+#include "tests/support/log_recorder.h"
+#include "tests/support/temporary_folder.h"
 
 extern "C" {  // which this one does not say itself
 #include <alsa/pcm_ioplug.h>
@@ -32,16 +31,12 @@ namespace vesk::capture {
 namespace {
 
 using test::Gate;
+using test::LogRecorder;
 using test::Recorder;
+using test::TemporaryFolder;
 
 constexpr WaveFormat kStereo{kWaveFormatLinearPCM, 2, 48000, 16};
 constexpr WaveFormat kMono{kWaveFormatLinearPCM, 1, 16000, 16};
-
-/// How many of the lines have the text in them.
-size_t countOf(const std::vector<std::string>& lines, const std::string& text) {
-  return static_cast<size_t>(std::count_if(
-      lines.begin(), lines.end(), [&](const std::string& line) { return line.find(text) != std::string::npos; }));
-}
 
 /// A sound system whose microphones say what the test says.
 class FakeSoundSystem : public SoundSystem {
@@ -172,22 +167,15 @@ class SoundSourceTest : public testing::Test {
     mSystem->plug("a");
     mSource = std::make_unique<SoundSource>(mSystem, 20);
   }
-  void SetUp() override {
-    use(true);
-    setLogSink([this](LogLevel, std::string_view line) { mLines.add(std::string(line)); });
-  }
-  void TearDown() override {
-    mSource.reset();
-    setLogSink({});
-  }
+  void SetUp() override { use(true); }
   std::unique_ptr<CaptureDevice> open() { return mSource->open(DeviceKind::kAudio, "a"); }
   FrameCallback into(Recorder<int64_t>& times) {
     return [&times](const uint8_t*, uint32_t, int64_t timestamp) { times.add(timestamp); };
   }
 
+  LogRecorder mLines;
   std::shared_ptr<FakeSoundSystem> mSystem;
   std::unique_ptr<SoundSource> mSource;
-  Recorder<std::string> mLines;
 };
 
 TEST_F(SoundSourceTest, DeliversUntilStoppedAlsoFromInsideTheCallback) {
@@ -268,20 +256,18 @@ TEST_F(SoundSourceTest, ASlowReceiverLosesSoundWhichTheStampsAndOneLineTell) {
 
 TEST(SoundDeliveryTest, TellsWhenNoSoundComesAndWhenItComesAgain) {
   using std::chrono::milliseconds;
-  Recorder<std::string> lines;
-  setLogSink([&](LogLevel, std::string_view line) { lines.add(std::string(line)); });
+  LogRecorder lines;
   const auto delivery = std::make_shared<SoundDelivery>(
       "Mike", kMono, [](uint8_t*, uint32_t, int64_t) {}, milliseconds(5));
   const std::vector<uint8_t> silence(320);
   delivery->begin();
   size_t count = lines.waitFor(2).size();
-  EXPECT_EQ(countOf(lines.items(), "The microphone \"Mike\" has sent no sound for "), lines.items().size());
+  EXPECT_EQ(lines.count("The microphone \"Mike\" has sent no sound for "), lines.items().size());
   delivery->sound(silence, 0);
-  while (countOf(lines.items(), "sends sound again, after ") == 0) lines.waitFor(++count);
+  while (lines.count("sends sound again, after ") == 0) lines.waitFor(++count);
   delivery->ended();
-  EXPECT_EQ(countOf(lines.items(), "no more sound comes from it"), 1U);
+  EXPECT_EQ(lines.count("no more sound comes from it"), 1U);
   delivery->end();
-  setLogSink({});
 }
 
 TEST(SoundDeliveryTest, KeepsABoundedNumberOfLossesAndTinyPortionsForASlowReceiver) {
@@ -291,7 +277,7 @@ TEST(SoundDeliveryTest, KeepsABoundedNumberOfLossesAndTinyPortionsForASlowReceiv
     times.add(timestamp);
     gate.wait();
   });
-  setLogSink([](LogLevel, std::string_view) {});
+  const LogRecorder lines;
   const std::vector<uint8_t> tone(2 * 640, 1);
   delivery->begin();
   delivery->sound(tone, 1'000'000);
@@ -308,7 +294,6 @@ TEST(SoundDeliveryTest, KeepsABoundedNumberOfLossesAndTinyPortionsForASlowReceiv
   gate.open();
   EXPECT_NEAR(static_cast<double>(times.waitFor(3)[2]), 5'000'000, 20'000) << "all that was lost is in the stamps";
   delivery->end();
-  setLogSink({});
 }
 
 TEST_F(SoundSourceTest, ManyLossesAreCountedInFewLines) {
@@ -379,7 +364,7 @@ TEST_F(SoundSourceTest, AMeterThatLosesItsStreamToACaptureThatFailsSaysSo) {
   ASSERT_EQ(meter->start(0, into(times)), kVCISuccess);
   mSystem->refuseAll();
   EXPECT_EQ(device->start(0, into(times)), kVCIFailed);
-  EXPECT_EQ(countOf(mLines.items(), "no more sound comes from it"), 1U);
+  EXPECT_EQ(mLines.count("no more sound comes from it"), 1U);
 }
 
 TEST_F(SoundSourceTest, AMicrophoneThatDoesNotSayItsFormatsIsNotOpened) {
@@ -439,61 +424,43 @@ TEST_F(SoundSourceTest, FindsTheMicrophonesOfAServerThatComesBack) {
   EXPECT_EQ(events.waitFor(2), (std::vector{false, true}));
 }
 
-/// A folder of the test's own, gone at its end.
-class Folder {
- public:
-  Folder() {
-    std::string name = (std::filesystem::temp_directory_path() / "vesk-sound-XXXXXX").string();
-    mPath = mkdtemp(name.data());
-  }
-  ~Folder() { std::filesystem::remove_all(mPath); }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
-  const std::filesystem::path& path() const { return mPath; }
-  void write(const std::string& name, const std::string& text) const { std::ofstream(mPath / name) << text; }
-
- private:
-  std::filesystem::path mPath;
-};
-
 TEST(UsbParent, IsTheDeviceAboveTheCardsInterface) {
-  const Folder sysfs;
+  const TemporaryFolder folder;
   namespace fs = std::filesystem;
+  const fs::path sysfs = folder.path();
   const fs::path hub = "devices/usb1/1-3";
-  fs::create_directories(sysfs.path() / hub / "1-3.2/1-3.2:1.2");
-  fs::create_directories(sysfs.path() / "devices/pci/sound");
-  for (const char* card : {"card0", "card1"}) fs::create_directories(sysfs.path() / "class/sound" / card);
-  fs::create_symlink(sysfs.path() / hub / "1-3.2/1-3.2:1.2", sysfs.path() / "class/sound/card1/device");
-  fs::create_symlink(sysfs.path() / "devices/pci", sysfs.path() / "class/sound/card0/device");
-  sysfs.write(hub / "idVendor", "1d6b\n");
-  sysfs.write(hub / "1-3.2/idVendor", "0a12\n");
-  sysfs.write(hub / "1-3.2/idProduct", "fffe\n");
-  sysfs.write(hub / "1-3.2/bcdDevice", "0103\n");
-  const UsbParent parent = usbParentOfCard(1, sysfs.path().string());
-  EXPECT_EQ(parent.folder, fs::canonical(sysfs.path() / hub / "1-3.2").string());
+  fs::create_directories(sysfs / hub / "1-3.2/1-3.2:1.2");
+  fs::create_directories(sysfs / "devices/pci/sound");
+  for (const char* card : {"card0", "card1"}) fs::create_directories(sysfs / "class/sound" / card);
+  fs::create_symlink(sysfs / hub / "1-3.2/1-3.2:1.2", sysfs / "class/sound/card1/device");
+  fs::create_symlink(sysfs / "devices/pci", sysfs / "class/sound/card0/device");
+  folder.write(hub / "idVendor", "1d6b\n");
+  folder.write(hub / "1-3.2/idVendor", "0a12\n");
+  folder.write(hub / "1-3.2/idProduct", "fffe\n");
+  folder.write(hub / "1-3.2/bcdDevice", "0103\n");
+  const UsbParent parent = usbParentOfCard(1, sysfs);
+  EXPECT_EQ(parent.folder, fs::canonical(sysfs / hub / "1-3.2").string());
   EXPECT_EQ(parent.vendorID, 0x0a12);
   EXPECT_EQ(parent.productID, 0xfffe);
   EXPECT_EQ(parent.revisionID, 0x0103);
-  EXPECT_TRUE(usbParentOfCard(0, sysfs.path().string()).folder.empty());
-  EXPECT_TRUE(usbParentOfCard(7, sysfs.path().string()).folder.empty());
+  EXPECT_TRUE(usbParentOfCard(0, sysfs).folder.empty());
+  EXPECT_TRUE(usbParentOfCard(7, sysfs).folder.empty());
 }
 
 TEST(SoundNodeWatchTest, FollowsAFolderThatComesLaterAndSaysWhatCannotBeWatched) {
-  Recorder<std::string> lines;
-  setLogSink([&](LogLevel, std::string_view line) { lines.add(std::string(line)); });
-  const Folder folder;
+  LogRecorder lines;
+  const TemporaryFolder folder;
   Recorder<int> changes;
   {
-    const SoundNodeWatch watch(folder.path().string(), "snd", [&] { changes.add(0); });
-    std::filesystem::create_directory(folder.path() / "snd");
+    const SoundNodeWatch watch(folder.path(), "snd", [&] { changes.add(0); });
+    std::filesystem::create_directory(folder.file("snd"));
     changes.waitFor(1);
     folder.write("snd/pcmC0D0c", "");
     changes.waitFor(2);
   }
   EXPECT_EQ(lines.items(), std::vector<std::string>());
-  const SoundNodeWatch watch((folder.path() / "none").string(), "snd", [] {});
-  EXPECT_EQ(countOf(lines.items(), "Microphones that come and go will not be noticed"), 1U);
-  setLogSink({});
+  const SoundNodeWatch watch(folder.file("none"), "snd", [] {});
+  EXPECT_EQ(lines.count("Microphones that come and go will not be noticed"), 1U);
 }
 
 /// A PCM of ALSA's whose sound never comes, and whose descriptor is in error: nobody reads from the pipe.
@@ -569,8 +536,8 @@ TEST(AlsaStreamTest, GivesUpAMicrophoneWhoseDescriptorStaysInError) {
 }
 
 TEST(SoundSystems, SayThatNoServerAnswersAndStartNone) {
-  const Folder folder;
-  setenv("PULSE_SERVER", ("unix:" + (folder.path() / "none").string()).c_str(), 1);
+  const TemporaryFolder folder;
+  setenv("PULSE_SERVER", ("unix:" + folder.file("none")).c_str(), 1);
   Error error;
   EXPECT_FALSE(makePulseSoundSystem(error));
   EXPECT_NE(error.what.find("no sound server answers"), std::string::npos);
@@ -579,11 +546,11 @@ TEST(SoundSystems, SayThatNoServerAnswersAndStartNone) {
 
 /// The real code on a PCM of ALSA's that plays a file: it needs no sound card.
 TEST(SoundSystems, RecordFromTheDriversOwnInterface) {
-  const Folder folder;
+  const TemporaryFolder folder;
   folder.write("sound.raw", std::string(size_t{48000} * 4, '\x11'));
   folder.write("asound.conf", "pcm.played { type file slave.pcm { type null } file \"/dev/null\" infile \"" +
-                                  (folder.path() / "sound.raw").string() + "\" format raw }\n");
-  setenv("ALSA_CONFIG_PATH", (folder.path() / "asound.conf").string().c_str(), 1);
+                                  folder.file("sound.raw") + "\" format raw }\n");
+  setenv("ALSA_CONFIG_PATH", folder.file("asound.conf").c_str(), 1);
   Error error;
   SoundSource source(makeAlsaSoundSystem({"played"}, error));
   ASSERT_FALSE(error);

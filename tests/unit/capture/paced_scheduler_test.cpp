@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "capture/interface/monotonic_clock.h"
-#include "tests/unit/capture/recorder.h"
+#include "tests/support/recorder.h"
 
 namespace vesk::capture {
 namespace {

@@ -9,7 +9,7 @@
 #include "capture/simulated/cadence.h"
 #include "capture/simulated/simulated_pattern.h"
 #include "capture/simulated/simulated_source.h"
-#include "tests/unit/capture/recorder.h"
+#include "tests/support/recorder.h"
 
 // What simulated devices deliver, decoded as a receiver would.
 

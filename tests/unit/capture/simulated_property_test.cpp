@@ -14,8 +14,8 @@
 #include "capture/encoding/av_handles.h"
 #include "capture/simulated/simulated_pattern.h"
 #include "capture/simulated/simulated_source.h"
+#include "tests/support/recorder.h"
 #include "tests/support/temporary_folder.h"
-#include "tests/unit/capture/recorder.h"
 
 // The controls of simulated cameras: what is taken and refused, and what they do to the pictures.
 

@@ -7,7 +7,7 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/vci.h>
-#include "tests/unit/capture/recorder.h"
+#include "tests/support/recorder.h"
 
 namespace vesk::capture {
 namespace {

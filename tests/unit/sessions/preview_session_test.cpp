@@ -361,118 +361,79 @@ TEST_F(PreviewSession, OnlyARunningRecordingKeepsTheCameraOn) {
   camera->addDelegate(counter);
   const auto second = VeskPreviewSession::initWithDevice(camera, nullptr);
   const auto secondView = std::make_shared<View>();
-  std::shared_ptr<VeskRecordSession> recording;
-  const auto record = [&](bool isRefused) {
+  std::shared_ptr<VeskRecordSession> recording, running;
+  using Step = std::function<void()>;
+  const auto start = [&](bool isRefused) {
     fakeMicrophone->startStatus = isRefused ? 19 : 0;
     recording = VeskRecordSession::initWithVideoDevice(camera, microphone, movies.file("movie.mov"));
     EXPECT_EQ(recording->startSession(), isRefused ? 5 : 0);
   };
-  const auto endRecording = [&] {
+  const Step record = [&] { start(false); };
+  const Step recordRefused = [&] { start(true); };
+  const Step endRecording = [&] {
     EXPECT_TRUE(camera->isCapturing()) << "while it is recorded";
     deliverShade(1);
     recording->stopSession();
     EXPECT_EQ(recording->lastOutcome().statistics.videoFrames, 1U);
   };
+  const Step recordTwice = [&] {
+    start(false);
+    running = VeskRecordSession::initWithVideoDevice(camera, nullptr, movies.file("other.mov"));
+    EXPECT_EQ(running->startSession(), 0);
+  };
+  const Step endOther = [&] { running->stopSession(); };
+  const Step recordBesideARefusedOne = [&] {
+    start(false);
+    running = recording;
+    microphone->stopCapture();
+    start(true);
+  };
+  const Step forgetTheRefusedOne = [&] { recording = running; };
+  const Step show = [&] { EXPECT_EQ(session->startSessionWithPreview(view), 0); };
+  const Step pause = [&] { EXPECT_EQ(session->pauseSession(), 0); };
+  const Step resume = [&] { session->resumeSession(); };
+  const Step stop = [&] { EXPECT_EQ(session->stopSession(), 0); };
+  const Step open = [&] { session->openSession(); };
+  const Step close = [&] { session->closeSession(); };
+  const Step startCamera = [&] { camera->startCapture(); };
+  const Step showSecond = [&] { second->startSessionWithPreview(secondView); };
+  const Step pauseSecond = [&] { second->pauseSession(); };
   enum Expected { kOn, kOff, kClosed };
   struct Row {
     const char* label;
     Expected expected;
-    std::function<void()> act;
+    std::vector<Step> steps;
   };
   const Row rows[] = {
-      {"another delegate, paused", kOff, [&] { EXPECT_EQ(session->pauseSession(), 0); }},
-      {"another delegate, closed", kClosed, [&] { session->closeSession(); }},
-      {"two previews, both paused", kOff,
-       [&] {
-         second->startSessionWithPreview(secondView);
-         session->pauseSession();
-         second->pauseSession();
-       }},
-      {"a paused preview beside one that is closed", kClosed,
-       [&] {
-         second->startSessionWithPreview(secondView);
-         second->pauseSession();
-         session->closeSession();
-       }},
-      {"a refused recording that the host still holds", kClosed,
-       [&] {
-         record(true);
-         session->closeSession();
-       }},
-      {"a recording; the preview goes on", kOn,
-       [&] {
-         record(false);
-         endRecording();
-       }},
-      {"a recording; the preview stops", kOff,
-       [&] {
-         record(false);
-         EXPECT_EQ(session->stopSession(), 0);
-         endRecording();
-       }},
-      {"a recording; the preview closes", kClosed,
-       [&] {
-         record(false);
-         session->closeSession();
-         endRecording();
-       }},
-      {"a recording; the preview closes and opens", kOff,
-       [&] {
-         record(false);
-         session->closeSession();
-         session->openSession();
-         endRecording();
-       }},
-      {"a recording; the preview closes and starts again", kOn,
-       [&] {
-         record(false);
-         session->closeSession();
-         session->startSessionWithPreview(view);
-         endRecording();
-       }},
-      {"a recording; the preview pauses and resumes", kOff,
-       [&] {
-         record(false);
-         session->pauseSession();
-         session->resumeSession();
-         endRecording();
-       }},
-      {"a recording; the preview pauses, and the host starts the camera", kOn,
-       [&] {
-         record(false);
-         session->pauseSession();
-         camera->startCapture();
-         endRecording();
-       }},
-      {"two recordings; the preview stops", kOff,
-       [&] {
-         record(false);
-         const auto other = VeskRecordSession::initWithVideoDevice(camera, nullptr, movies.file("other.mov"));
-         ASSERT_EQ(other->startSession(), 0);
-         session->stopSession();
-         other->stopSession();
-         endRecording();
-       }},
-      {"a recording that is refused while another runs", kClosed,
-       [&] {
-         record(false);
-         const auto running = recording;
-         microphone->stopCapture();
-         record(true);
-         session->closeSession();
-         recording = running;
-         endRecording();
-       }},
+      {"another delegate, paused", kOff, {pause}},
+      {"another delegate, closed", kClosed, {close}},
+      {"two previews, both paused", kOff, {showSecond, pause, pauseSecond}},
+      {"a paused preview beside one that is closed", kClosed, {showSecond, pauseSecond, close}},
+      {"a refused recording that the host still holds", kClosed, {recordRefused, close}},
+      {"a recording; the preview goes on", kOn, {record, endRecording}},
+      {"a recording; the preview stops", kOff, {record, stop, endRecording}},
+      {"a recording; the preview closes", kClosed, {record, close, endRecording}},
+      {"a recording; the preview closes and opens", kOff, {record, close, open, endRecording}},
+      {"a recording; the preview closes and starts again", kOn, {record, close, show, endRecording}},
+      {"a recording; the preview pauses and resumes", kOff, {record, pause, resume, endRecording}},
+      {"a recording; the preview pauses, and the host starts the camera",
+       kOn,
+       {record, pause, startCamera, endRecording}},
+      {"two recordings; the preview stops", kOff, {recordTwice, stop, endOther, endRecording}},
+      {"a recording that is refused while another runs",
+       kClosed,
+       {recordBesideARefusedOne, close, forgetTheRefusedOne, endRecording}},
   };
   for (const Row& row : rows) {
     SCOPED_TRACE(row.label);
     session->openSession();
-    ASSERT_EQ(session->startSessionWithPreview(view), 0);
-    row.act();
+    show();
+    for (const Step& step : row.steps) step();
     EXPECT_EQ(camera->isCapturing(), row.expected == kOn);
     EXPECT_EQ(fakeCamera->isCapturing(), row.expected == kOn);
     EXPECT_EQ(camera->isOpen(), row.expected != kClosed);
     recording.reset();
+    running.reset();
     second->stopSession();
     session->closeSession();
     std::filesystem::remove(movies.file("movie.mov"));

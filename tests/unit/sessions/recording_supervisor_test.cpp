@@ -79,6 +79,14 @@ struct SupervisorTest : test::RecordingTest {
     seen = static_cast<size_t>(at - events.begin()) + 1;
     return *at;
   }
+  void startLesson() {
+    EXPECT_TRUE(supervisor->start(settingsFor("lesson.mov")));
+    next(Kind::kStarted);
+  }
+  void finish() {
+    supervisor->stop();
+    next(Kind::kEnded);
+  }
   std::vector<Kind> kinds() const {
     std::vector<Kind> all;
     for (const RecordingEvent& event : events) all.push_back(event.kind);
@@ -117,11 +125,7 @@ struct SupervisorTest : test::RecordingTest {
     std::sort(all.begin(), all.end());
     return all;
   }
-  int frames(const std::string& file) const {
-    const auto movie = test::probe(movies.file(file));
-    const auto* const video = movie.find("2vuy");
-    return video ? video->packets : -1;
-  }
+  int frames(const std::string& file) const { return framesIn(movies.file(file)); }
 
   SupervisorEnvironment environment;
   WatchClock::time_point now = WatchClock::now();
@@ -216,8 +220,7 @@ TEST_F(SupervisorTest, TwoRecordingsOfOneHostKeepApart) {
   std::vector<RecordingEvent> others;
   const auto other =
       SupervisorTesting::make([&](const RecordingEvent& event) { others.push_back(event); }, environment);
-  supervisor->start(settingsFor("lesson.mov"));
-  next(Kind::kStarted);
+  startLesson();
   RecordingSettings second = settingsFor("lesson.mov");
   second.withSound = false;
   second.findCamera = [] { return infoOf("/other"); };
@@ -340,8 +343,7 @@ TEST_F(SupervisorTest, ACameraThatHasJustComeMayRefuseAFewTimes) {
     }
     next(Kind::kStarted);
     film(5, false);
-    supervisor->stop();
-    next(Kind::kEnded);
+    finish();
     EXPECT_EQ(frames("lesson.mov"), 5);
     std::filesystem::remove(movies.file("lesson.mov"));
   }
@@ -433,8 +435,7 @@ TEST_F(SupervisorTest, ChangedParameterSetsGoOnInTheNextMovie) {
       std::filesystem::rename(away, movies.path());
     }
     filmUnits(std::vector(large.begin() + 40, large.end()));
-    supervisor->stop();
-    next(Kind::kEnded);
+    finish();
     EXPECT_EQ(test::probe(movies.file("lesson.mov")).find("h264")->packets, static_cast<int>(small.size()));
     EXPECT_EQ(isThere(movies.file("lesson-2.mov")), isFreeToGoOn);
     if (isFreeToGoOn) {
@@ -445,8 +446,7 @@ TEST_F(SupervisorTest, ChangedParameterSetsGoOnInTheNextMovie) {
 }
 
 TEST_F(SupervisorTest, ADiskThatFillsIsReportedAndTheMovieEndsWhole) {
-  supervisor->start(settingsFor("lesson.mov"));
-  next(Kind::kStarted);
+  startLesson();
   film(90);  // 3 s
   serveUntil([&] { return supervisor->progress().secondsLeftOnDisk.has_value(); });
   const RecordingStatistics statistics = supervisor->progress().statistics;
@@ -466,8 +466,7 @@ TEST_F(SupervisorTest, ADiskThatFillsIsReportedAndTheMovieEndsWhole) {
 }
 
 TEST_F(SupervisorTest, FramesThatStallAndASilentMicrophoneAreReported) {
-  supervisor->start(settingsFor("lesson.mov"));
-  next(Kind::kStarted);
+  startLesson();
   film(1);
   serveUntil([&] { return supervisor->progress().secondsLeftOnDisk || supervisor->progress().statistics.videoFrames; });
   for (int round = 0; round < 2; ++round) {
@@ -483,13 +482,11 @@ TEST_F(SupervisorTest, FramesThatStallAndASilentMicrophoneAreReported) {
   const Error quiet = next(Kind::kSoundQuiet).error;
   EXPECT_EQ(quiet.cause, Cause::kSilent);
   EXPECT_NE(quiet.what.find("no sound above -60 dB for 10 s"), std::string::npos);
-  supervisor->stop();
-  next(Kind::kEnded);
+  finish();
 }
 
 TEST_F(SupervisorTest, AMovieWhoseFolderGoesIsAnErrorThatEndsTheRecording) {
-  supervisor->start(settingsFor("lesson.mov"));
-  next(Kind::kStarted);
+  startLesson();
   film(5);
   std::filesystem::remove_all(movies.file(names().front()));
   serveUntil([&] {
@@ -568,8 +565,7 @@ TEST_F(SupervisorTest, DevicesOfTheHostAreJoinedAndLeftAsTheyAre) {
   EXPECT_EQ(camera->stopUnlessRecorded(), 0) << "the preview ends first";
   EXPECT_TRUE(camera->isCapturing());
   film(10, false);
-  supervisor->stop();
-  next(Kind::kEnded);
+  finish();
   EXPECT_EQ(frames("lesson.mov"), 20);
   EXPECT_TRUE(camera->isOpen());
   EXPECT_FALSE(camera->isCapturing()) << "as the preview asked for";
@@ -577,8 +573,7 @@ TEST_F(SupervisorTest, DevicesOfTheHostAreJoinedAndLeftAsTheyAre) {
 
 /// What a crash leaves: a copy of the hidden folder while the movie grows, locked by nobody.
 TEST_F(SupervisorTest, LeftoversOfACrashAreListedAndFinished) {
-  supervisor->start(settingsFor("lesson.mov"));
-  next(Kind::kStarted);
+  startLesson();
   film(90);
   const auto hidden = [&](const char* end) { return movies.file(std::string(".lesson.mov.recording-") + end); };
   serveUntil([&] { return supervisor->progress().statistics.videoWaiting == 0; });

@@ -87,6 +87,13 @@ struct RecordingTest : DeviceTest {
     }
   }
 
+  /// Frames in the movie at `path`; -1 when there is no track of them.
+  static int framesIn(const std::string& path) {
+    const auto movie = probe(path);
+    const auto* const video = movie.find("2vuy");
+    return video ? video->packets : -1;
+  }
+
   static bool isThere(const std::string& path) { return std::filesystem::exists(path); }
 
   std::shared_ptr<FakeDevice> fakeCamera = source->attachCamera("/cam");
