@@ -31,6 +31,7 @@
 
 #include <vesk/bitmap_image_rep.h>
 #include <vesk/preview_view.h>
+#include "platform/graphics/gl_features.h"
 #include "platform/pixels/picture_planes.h"
 #include "tests/support/offscreen_host.h"
 
@@ -66,7 +67,7 @@ void compare(const char* what, int runs, int times, const std::function<void()>&
     best[0] = std::min(best[0], costOf(ours, times));
     best[1] = std::min(best[1], costOf(peer, times));
   }
-  std::printf("| %-58s | %7.3f | %7.3f | %5.2f |\n", what, best[0], best[1], best[0] / best[1]);
+  std::printf("| %-64s | %7.3f | %7.3f | %5.2f |\n", what, best[0], best[1], best[0] / best[1]);
   std::fflush(stdout);
 }
 
@@ -142,25 +143,89 @@ class Floor {
   GLuint mTexture = 0;
 };
 
-void compareDrawing(int runs) {
-  test::OffscreenHost host({kViewWidth, kViewHeight});
-  const auto view = VeskPreviewView::initWithFrame({0, 0, kViewWidth, kViewHeight});
-  view->setWindow(&host);
-  const Planes picture = makePlanes(kWidth, kHeight, false);
-  const auto draw = [&](const CVPixelBufferRef& buffer) {
+/// Bytes that were handed to textures, counted in the one call that does it.
+uint64_t gUploaded = 0;
+decltype(epoxy_glTexSubImage2D) gUpload = nullptr;
+
+void GLAPIENTRY countUpload(GLenum target, GLint level, GLint x, GLint y, GLsizei width, GLsizei height, GLenum format,
+                            GLenum type, const void* pixels) {
+  const bool isOne = format == GL_RED || format == GL_LUMINANCE;
+  const bool isTwo = format == GL_RG || format == GL_LUMINANCE_ALPHA;
+  gUploaded += uint64_t(width) * uint64_t(height) * (isOne ? 1 : isTwo ? 2 : 4);
+  gUpload(target, level, x, y, width, height, format, type, pixels);
+}
+
+struct Kind {
+  const char* name;
+  test::OffscreenHost::Profile profile;
+  GLLimits limits;
+};
+
+constexpr Kind kKinds[] = {
+    {"OpenGL with fixed functions", test::OffscreenHost::Profile::kCompatibility, {}},
+    {"OpenGL core", test::OffscreenHost::Profile::kCore, {}},
+    {"OpenGL ES 3", test::OffscreenHost::Profile::kES3, {.version = 30}},
+    {"OpenGL ES 2", test::OffscreenHost::Profile::kES2, {.version = 20}},
+    {"a card's way, core", test::OffscreenHost::Profile::kCore, {.isHardware = true}},
+};
+
+/// A view in a window of one kind of context.
+struct Preview {
+  explicit Preview(const Kind& kind) : host({kViewWidth, kViewHeight}, kind.profile) {
+    limitGL(kind.limits);
+    view->setWindow(&host);
+    view->display();
+  }
+  ~Preview() {
+    view->setWindow(nullptr);
+    limitGL({});
+  }
+  void draw(const CVPixelBufferRef& buffer) const {
     view->refresh(CIImage::imageWithCVImageBuffer(buffer));
     view->displayIfNeeded();
+    view->openGLContext()->makeCurrentContext();
     glFinish();
-  };
-  draw(picture.buffer);
+  }
+
+  test::OffscreenHost host;
+  std::shared_ptr<VeskPreviewView> view = VeskPreviewView::initWithFrame({0, 0, kViewWidth, kViewHeight});
+};
+
+void compareDrawing(int runs) {
+  const Planes picture = makePlanes(kWidth, kHeight, false);
+  test::OffscreenHost host({kViewWidth, kViewHeight});
+  const auto context = NSOpenGLContext::initWithWindow(host);
+  context->makeCurrentContext();
+  glMatrixMode(GL_PROJECTION);
+  glOrtho(0, kViewWidth, 0, kViewHeight, -1, 1);
   Floor floor;
-  compare(
-      "1080p I420 into 1280 × 720 / libyuv, RGBA upload, quad", runs, 30, [&] { draw(picture.buffer); },
-      [&] {
-        floor.draw(*picture.buffer);
-        glFinish();
-      });
-  view->setWindow(nullptr);
+  for (const Kind& kind : kKinds) {
+    const Preview preview(kind);
+    compare((std::string("1080p I420 in 720p, ") + kind.name + " / libyuv, RGBA, quad").c_str(), runs, 30,
+            [&] { preview.draw(picture.buffer); },
+            [&] {
+              context->makeCurrentContext();
+              floor.draw(*picture.buffer);
+              glFinish();
+            });
+  }
+}
+
+/// What goes to a card for a picture, beside the pixels that it had to be made into.
+void printUploads() {
+  const Preview preview(kKinds[4]);
+  const Planes planar = makePlanes(kWidth, kHeight, false);
+  preview.draw(planar.buffer);
+  gUpload = epoxy_glTexSubImage2D;
+  epoxy_glTexSubImage2D = countUpload;
+  const auto packed = CVPixelBuffer::create(kWidth, kHeight, kCMPixelFormat_422YpCbCr8);
+  std::printf("\n| bytes uploaded a pixel | ours | as pixels |\n|---|---|---|\n");
+  for (const auto& [name, buffer] : {std::pair{"4:2:0 planes", planar.buffer}, std::pair{"packed 4:2:2", packed}}) {
+    gUploaded = 0;
+    preview.draw(buffer);
+    std::printf("| %s | %.2f | 4 |\n", name, static_cast<double>(gUploaded) / (kWidth * kHeight));
+  }
+  epoxy_glTexSubImage2D = gUpload;
 }
 
 void compareConversion(int runs) {
@@ -327,5 +392,6 @@ int main(int argc, char** argv) {
   compareDrawing(runs);
   compareConversion(runs);
   compareEncoding(runs);
+  printUploads();
   return 0;
 }

@@ -12,7 +12,7 @@ enum class NSCursor { kArrow };
 
 /// What carries a view: a window of a program's own, or a widget of its toolkit. Implemented by the host, which
 /// also feeds the view (NSOpenGLView). All of it belongs to the main thread. A whole host is a page of code,
-/// `examples/preview_glfw.cpp` for one.
+/// `examples/preview_glfw.cpp`, `examples/preview_gtk4.cpp` or `examples/preview_qt6.cpp`.
 ///
 /// **Context.** OpenGL 2.1, OpenGL 3.2 with any profile or OpenGL ES 2, or later; the view draws with what it
 /// finds, and shows the same. In another nothing is drawn, and the log says so once.

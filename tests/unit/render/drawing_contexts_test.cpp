@@ -9,6 +9,7 @@
 #include <ostream>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <vesk/bitmap_image_rep.h>
@@ -248,6 +249,55 @@ TEST(DrawingContexts, DoNotAliasWhatBecomesMuchSmaller) {
   }
 }
 
+uint64_t gUploaded = 0;
+int gStorages = 0;
+decltype(epoxy_glTexSubImage2D) gUpload = nullptr;
+decltype(epoxy_glTexImage2D) gStore = nullptr;
+
+void GLAPIENTRY countUpload(GLenum target, GLint level, GLint x, GLint y, GLsizei width, GLsizei height, GLenum format,
+                            GLenum type, const void* pixels) {
+  gUploaded += uint64_t(width) * uint64_t(height) * (format == GL_RED ? 1 : format == GL_RG ? 2 : 4);
+  gUpload(target, level, x, y, width, height, format, type, pixels);
+}
+void GLAPIENTRY countStorage(GLenum target, GLint level, GLint storage, GLsizei width, GLsizei height, GLint border,
+                             GLenum format, GLenum type, const void* pixels) {
+  ++gStorages;
+  gStore(target, level, storage, width, height, border, format, type, pixels);
+}
+
+/// A frame goes to the card as it was decoded, once, into the textures of the frame before.
+TEST(DrawingContexts, UploadPlanesAsTheyAreAndOnce) {
+  struct Row {
+    uint32_t format;
+    double bytesEach;  ///< a pixel
+  };
+  const ContextRow row{"Core", Profile::kCore, {.isHardware = true}};
+  Scene scene(row);
+  scene.resize({320, 200});
+  std::minstd_rand random(4);
+  const auto show = [&](uint32_t format) {
+    scene.view->refresh(CIImage::imageWithCVImageBuffer(test::noisePicture(640, 400, format, {}, random)));
+    scene.view->displayIfNeeded();
+  };
+  for (const Row& wanted :
+       {Row{kCVPixelFormat_420Planar, 1.5}, Row{kCVPixelFormat_420BiPlanar, 1.5}, Row{kCVPixelFormat_422Planar, 2},
+        Row{kCMPixelFormat_422YpCbCr8, 2}, Row{kCVPixelFormat_Gray, 1}, Row{kCVPixelFormat_32BGRA, 4}}) {
+    show(wanted.format);
+    gUpload = std::exchange(epoxy_glTexSubImage2D, countUpload);
+    gStore = std::exchange(epoxy_glTexImage2D, countStorage);
+    gUploaded = 0;
+    gStorages = 0;
+    show(wanted.format);
+    EXPECT_EQ(static_cast<double>(gUploaded), 640 * 400 * wanted.bytesEach) << wanted.format;
+    scene.view->setNeedsDisplay(true);
+    scene.view->displayIfNeeded();
+    EXPECT_EQ(static_cast<double>(gUploaded), 640 * 400 * wanted.bytesEach) << wanted.format << " drawn again";
+    EXPECT_EQ(gStorages, 0) << wanted.format;
+    epoxy_glTexSubImage2D = gUpload;
+    epoxy_glTexImage2D = gStore;
+  }
+}
+
 struct Contexts : testing::TestWithParam<ContextRow> {
   ~Contexts() override { limitGL({}); }
 
@@ -255,7 +305,7 @@ struct Contexts : testing::TestWithParam<ContextRow> {
   static GLuint makeProgram() {
     const bool isES = !epoxy_is_desktop_gl();
     const std::string version = isES ? "#version 100\n" : "#version 120\n";
-    const bool isCore = !isES && GLStateSnapshotIsCore();
+    const bool isCore = !isES && isCoreProfile();
     const std::string head = isCore ? "#version 150\n" : version;
     const std::string vertex = head + (isCore ? "in" : "attribute") + " vec4 a; void main() { gl_Position = a; }";
     const std::string fragment = isCore ? head + "out vec4 c; void main() { c = vec4(1.0); }"
@@ -272,7 +322,7 @@ struct Contexts : testing::TestWithParam<ContextRow> {
     return program;
   }
 
-  static bool GLStateSnapshotIsCore() {
+  static bool isCoreProfile() {
     GLint profile = 0;
     glGetIntegerv(GL_CONTEXT_PROFILE_MASK, &profile);
     return (profile & GL_CONTEXT_CORE_PROFILE_BIT) != 0;
@@ -348,7 +398,7 @@ struct Contexts : testing::TestWithParam<ContextRow> {
     glLogicOp(GL_INVERT);
     if (isThree) glEnable(GL_FRAMEBUFFER_SRGB);
     glEnable(GL_CLIP_DISTANCE0);
-    if (GLStateSnapshotIsCore()) return;
+    if (isCoreProfile()) return;
     glMatrixMode(GL_TEXTURE);
     glScalef(0.5F, 3, 1);
     glTranslatef(1, 2, 3);
