@@ -1,4 +1,5 @@
-"""Recordings on the file systems that people have: whole, after a kill, and on a disk that is full at each last block.
+"""Recordings on the file systems that people have: whole, after a kill, and on a disk that is full at each last block;
+written past the page cache, as they are, and through it.
 
 They are made on loop devices, which takes root.
 """
@@ -26,6 +27,8 @@ MADE = {
     "btrfs": (("mkfs.btrfs", "-q", "-f"), 512),
 }
 OTHERS = ("tmpfs", "fuse")
+WAYS = ("direct", "buffered")
+MOST_HELD = {"direct": MIB // 2, "buffered": 8 * MIB}
 SIZES = 20  # of a full disk, each a block larger than the one before
 
 
@@ -71,9 +74,9 @@ class FileSystems(MovieTest):
             undo.callback(tool, "umount", place)
             yield place
 
-    def record(self, movie, picture, *options, status=0):
+    def record(self, movie, picture, *options, way="direct", status=0):
         done = vesk("--json", "--capture", "simulated", "--pace", "fast", "record", movie, "--format", picture, *SOUND, *options,
-                    check=False)
+                    check=False, environment={"VESK_WRITE": way})
         self.assertEqual(done.returncode, status, done.stderr)
         return [json.loads(line) for line in done.stdout.splitlines()]
 
@@ -101,22 +104,34 @@ class FileSystems(MovieTest):
         references = {H264: self.reference(H264, 20), RAW: self.reference(RAW, 3)}
         long = self.reference(H264, 120)
         for kind in (*MADE, *OTHERS):
-            with self.subTest(kind=kind), self.mounted(kind) as folder:
-                for picture, reference in references.items():
-                    movie = folder / "movie.mov"
-                    self.record(movie, picture, "--duration", "20" if picture == H264 else "3")
-                    self.assertTrue(self.content_of(movie) == reference)
-                    movie.unlink()
-                self.kill(folder, 5 * MIB)
-                recovered = json.loads(vesk("--json", "recover", folder / "movie.mov").stdout)
-                self.assertTrue(recovered["recovered"])
-                self.assertGreater((folder / "movie.mov").stat().st_size, 5 * MIB)
-                self.assert_begins(folder / "movie.mov", long)
+            with self.mounted(kind) as folder:
+                movie = folder / "movie.mov"
+                for way in WAYS:
+                    with self.subTest(kind=kind, way=way):
+                        for picture, reference in references.items():
+                            done = self.record(movie, picture, "--duration", "20" if picture == H264 else "3", way=way)[-1]
+                            self.assert_written(movie, done["disk"], kind, way)
+                            self.assertTrue(self.content_of(movie) == reference)
+                            movie.unlink()
+                        self.kill(movie, 5 * MIB, way)
+                        self.assertTrue(json.loads(vesk("--json", "recover", movie).stdout)["recovered"])
+                        self.assertGreater(movie.stat().st_size, 5 * MIB)
+                        self.assert_begins(movie, long)
+                        movie.unlink()
 
-    def kill(self, folder, size):
-        program = start_vesk("--capture", "simulated", "--pace", "fast", "record", folder / "movie.mov", "--format", H264, *SOUND,
-                             "--duration", "120")
-        while not any(movie.stat().st_size > size for movie in folder.glob(".movie.mov.recording-*/movie.mov")):
+    def assert_written(self, movie, disk, kind, way):
+        """All of it was written that way, and next to nothing of it stays in the page cache."""
+        other, = set(WAYS) - {way}
+        self.assertGreater(disk[way], movie.stat().st_size * 0.9)
+        self.assertEqual((disk[other], disk["fellBehind"]), (0, 0))
+        if kind not in OTHERS:
+            held = int(tool("fincore", "--bytes", "--noheadings", "--output", "RES", movie))
+            self.assertLess(held, MOST_HELD[way], f"{held} of {movie.stat().st_size} bytes")
+
+    def kill(self, movie, size, way):
+        program = start_vesk("--capture", "simulated", "--pace", "fast", "record", movie, "--format", H264, *SOUND,
+                             "--duration", "120", env={**os.environ, "VESK_WRITE": way})
+        while not any(left.stat().st_size > size for left in movie.parent.glob(".movie.mov.recording-*/movie.mov")):
             self.assertIsNone(program.poll(), "it ended by itself")
             time.sleep(0.002)
         program.send_signal(signal.SIGKILL)
@@ -131,10 +146,11 @@ class FileSystems(MovieTest):
                 with open(folder / "filling", "wb") as filling:
                     os.posix_fallocate(filling.fileno(), 0, filled)
                 for number in range(SIZES):
-                    with self.subTest(kind=kind, number=number):
+                    way = WAYS[number % 2]
+                    with self.subTest(kind=kind, number=number, way=way):
                         os.truncate(folder / "filling", filled - number * status.f_bsize)
                         movie = folder / "movie.mov"
-                        self.record(movie, H264, status=1)
+                        self.record(movie, H264, way=way, status=1)
                         self.assert_begins(movie, reference)
                         self.assertGreater(movie.stat().st_size, room - MIB)
                         movie.unlink()

@@ -1,12 +1,25 @@
-"""A recording on a disk of its own, until the power goes. Says on the console how many pictures the camera has sent."""
+"""A recording on a disk of its own, until the power goes. Says on the console how many pictures the camera has sent,
+and how they are written."""
 import os
 import pathlib
+import re
 import sys
 import time
 
 from guest import Running, tool
 
 DISK = pathlib.Path("/media/disk")
+
+
+def way():
+    """Past the page cache or through it."""
+    open_files = pathlib.Path(f"/proc/{running.process.pid}")
+    for link in (open_files / "fd").iterdir():
+        flags = re.search(r"^flags:\s*([0-7]+)", (open_files / "fdinfo" / link.name).read_text(), re.MULTILINE)
+        if os.readlink(link).endswith("movie.mov") and int(flags.group(1), 8) & os.O_DIRECT:
+            return "direct"
+    return "buffered"
+
 
 system, picture = sys.argv[1:]
 DISK.mkdir()
@@ -18,6 +31,6 @@ with open("/dev/ttyS0", "w", buffering=1) as console:
         pictures = running.pictures()
         if pictures > told:
             told = pictures
-            console.write(f"\npictures {told}\n")
+            console.write(f"\npictures {told} {way()}\n")
         time.sleep(0.02)
     console.write(f"\nended {running.end()}\n")
