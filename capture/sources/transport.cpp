@@ -25,14 +25,14 @@ struct Transport::State {
   int runningSources VESK_GUARDED_BY(mutex) = 0;
 
   // Observers take their own locks, under which they ask the transport: call them without ours.
-  void tellObservers() {
-    std::vector<Observer> told;
+  void notifyObservers() {
+    std::vector<Observer> notified;
     {
       MutexLock lock(mutex);
       std::erase_if(observers, [](const Observer& observer) { return observer.owner.expired(); });
-      told = observers;
+      notified = observers;
     }
-    for (const Observer& observer : told) {
+    for (const Observer& observer : notified) {
       if (const auto alive = observer.owner.lock()) observer.changed();
     }
   }
@@ -51,7 +51,7 @@ void Transport::hold() {
     MutexLock lock(mState->mutex);
     if (!mState->heldSince) mState->heldSince = monotonicMicroseconds();
   }
-  mState->tellObservers();
+  mState->notifyObservers();
 }
 
 void Transport::release() {
@@ -62,7 +62,7 @@ void Transport::release() {
     mState->heldTime += mState->releasedAt - *mState->heldSince;
     mState->heldSince.reset();
   }
-  mState->tellObservers();
+  mState->notifyObservers();
 }
 
 void Transport::setLimit(std::optional<double> seconds) {
@@ -70,7 +70,7 @@ void Transport::setLimit(std::optional<double> seconds) {
     MutexLock lock(mState->mutex);
     mState->limit = seconds;
   }
-  mState->tellObservers();
+  mState->notifyObservers();
 }
 
 void Transport::setBackpressure(std::function<bool()> isBusy) {
@@ -80,7 +80,7 @@ void Transport::setBackpressure(std::function<bool()> isBusy) {
 }
 
 void Transport::askAgain() {
-  mState->tellObservers();
+  mState->notifyObservers();
 }
 
 void Transport::setEndHandler(std::function<void()> handler) {

@@ -11,6 +11,7 @@
 #include "platform/h264/nal_unit.h"
 #include "tests/support/fake_capture_source.h"
 #include "tests/support/log_recorder.h"
+#include "tests/unit/capture/packet_decoder.h"
 #include "tests/unit/decompression/jpeg_builder.h"
 
 namespace vesk::capture {
@@ -19,6 +20,7 @@ namespace {
 using test::Bytes;
 using test::FakeCaptureSource;
 using test::Gate;
+using test::PacketDecoder;
 
 constexpr uint32_t kRaw = kCMPixelFormat_422YpCbCr8;
 constexpr uint32_t kJPEG = kCMVideoCodecType_MotionJPEG;
@@ -117,28 +119,6 @@ struct Frame {
   }
 };
 
-/// A plain decoder: each frame in, its picture out.
-class Decoder {
- public:
-  Decoder() {
-    mDecoder->flags |= AV_CODEC_FLAG_LOW_DELAY;
-    mDecoder->thread_count = 1;
-    EXPECT_EQ(avcodec_open2(mDecoder.get(), nullptr, nullptr), 0);
-  }
-  const AVFrame* decode(const Frame& frame) {
-    PacketHandle packet(av_packet_alloc());
-    EXPECT_EQ(av_new_packet(packet.get(), static_cast<int>(frame.bytes.size())), 0);
-    std::copy(frame.bytes.begin(), frame.bytes.end(), packet->data);
-    EXPECT_EQ(avcodec_send_packet(mDecoder.get(), packet.get()), 0);
-    const bool isThere = avcodec_receive_frame(mDecoder.get(), mPicture.get()) == 0;
-    return isThere ? mPicture.get() : nullptr;
-  }
-
- private:
-  CodecHandle mDecoder{avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_H264))};
-  FrameHandle mPicture{av_frame_alloc()};
-};
-
 void expectLikeness(const AVFrame* picture, const Planes& planes, double least) {
   ASSERT_NE(picture, nullptr);
   ASSERT_EQ(picture->width, kWidth);
@@ -235,14 +215,14 @@ TEST_F(EncodedCameraTest, GivesTheCamerasOwnPicturesUntouched) {
 
 TEST_F(EncodedCameraTest, EncodesRawPicturesAsTheyLook) {
   ASSERT_EQ(start(receiver()), kVCISuccess);
-  Decoder decoder;
+  PacketDecoder decoder(AV_CODEC_ID_H264);
   for (int number = 0; number < 12; ++number) {
     CameraPicture raw = makeRaw(number);
     mFake->deliver(raw.bytes, 1'000'000 + number * kInterval);
     const Frame frame = mFrames.waitFor(static_cast<size_t>(number) + 1).back();
     EXPECT_EQ(frame.timestamp, 1'000'000 + number * kInterval);
     EXPECT_EQ(frame.isKey(), number == 0);
-    expectLikeness(decoder.decode(frame), raw.planes, 60);
+    expectLikeness(decoder.decode(frame.bytes), raw.planes, 60);
   }
   const auto units = mFrames.items()[0].units();
   EXPECT_EQ(units[0], h264::kSequenceParameterSet);
@@ -269,11 +249,11 @@ TEST_F(EncodedCameraTest, EncodesJPEGPicturesOfEveryKindAsTheyLook) {
     ASSERT_EQ(start(receiver()), kVCISuccess);
     Bytes jpeg = test::makeJPEG(kind);
     Bytes bare = test::stripTables(jpeg).frame;
-    Decoder decoder;
+    PacketDecoder decoder(AV_CODEC_ID_H264);
     const AVFrame* picture = nullptr;
     for (size_t number = 0; number < 4; ++number) {
       mFake->deliver(bare, static_cast<int64_t>(number) * kInterval);
-      picture = decoder.decode(mFrames.waitFor(before + number + 1).back());
+      picture = decoder.decode(mFrames.waitFor(before + number + 1).back().bytes);
     }
     expectLikeness(picture, lookOf(jpeg, kind), 45);
     EXPECT_EQ(mCamera->stop(1), kVCISuccess);

@@ -5,11 +5,11 @@
 #include <set>
 
 #include <vesk/four_char_code.h>
-#include "capture/encoding/av_handles.h"
 #include "capture/simulated/cadence.h"
 #include "capture/simulated/simulated_pattern.h"
 #include "capture/simulated/simulated_source.h"
 #include "tests/support/recorder.h"
+#include "tests/unit/capture/packet_decoder.h"
 
 // What simulated devices deliver, decoded as a receiver would.
 
@@ -17,42 +17,12 @@ namespace vesk::capture {
 namespace {
 
 using test::Gate;
+using test::PacketDecoder;
 using test::Recorder;
 
 struct Packet {
   std::vector<uint8_t> bytes;
   int64_t timestamp;
-};
-
-/// A decoder fed with packets one by one.
-class Decoder {
- public:
-  Decoder(AVCodecID codec, const std::vector<uint8_t>& header = {}) : mContext(avcodec_alloc_context3(nullptr)) {
-    if (!header.empty()) {
-      mContext->extradata = static_cast<uint8_t*>(av_mallocz(header.size() + AV_INPUT_BUFFER_PADDING_SIZE));
-      std::copy(header.begin(), header.end(), mContext->extradata);
-      mContext->extradata_size = static_cast<int>(header.size());
-    }
-    mContext->thread_count = 1;
-    mContext->flags |= AV_CODEC_FLAG_LOW_DELAY;
-    mContext->err_recognition = AV_EF_EXPLODE;
-    EXPECT_EQ(avcodec_open2(mContext.get(), avcodec_find_decoder(codec), nullptr), 0);
-  }
-
-  /// The frame that comes out as the packet goes in; none on an error or a delay.
-  const AVFrame* decode(const std::vector<uint8_t>& bytes) {
-    std::vector<uint8_t> padded = bytes;
-    padded.resize(bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE);
-    mPacket->data = padded.data();
-    mPacket->size = static_cast<int>(bytes.size());
-    if (avcodec_send_packet(mContext.get(), mPacket.get()) < 0) return nullptr;
-    return avcodec_receive_frame(mContext.get(), mFrame.get()) == 0 ? mFrame.get() : nullptr;
-  }
-
- private:
-  const CodecHandle mContext;
-  const PacketHandle mPacket{av_packet_alloc()};
-  const FrameHandle mFrame{av_frame_alloc()};
 };
 
 /// Plays devices of a fast source together for a while of their own time.
@@ -131,7 +101,7 @@ TEST(SimulatedPictures, CarryTheirNumberAndFlashOnEachSecondThroughEveryCodec) {
     const auto pictures = capture.pictures.items();
     ASSERT_EQ(pictures.size(), 33u);
     const bool isRaw = form.codec == kCMPixelFormat_422YpCbCr8;
-    Decoder decoder(form.codec == kCMVideoCodecType_H264 ? AV_CODEC_ID_H264 : AV_CODEC_ID_MJPEG);
+    PacketDecoder decoder(form.codec == kCMVideoCodecType_H264 ? AV_CODEC_ID_H264 : AV_CODEC_ID_MJPEG);
     for (uint32_t i = 0; i < pictures.size(); ++i) {
       const Packet& picture = pictures[i];
       EXPECT_EQ(picture.timestamp - pictures[0].timestamp, int64_t{i} * 1'000'000 / 30);
@@ -218,7 +188,7 @@ std::vector<float> decodeSound(const std::vector<Packet>& packets, const WaveFor
   // An AudioSpecificConfig: low complexity, the rate's index, the channels.
   const unsigned rateIndex = format.samplesPerSecond == 48000 ? 3 : format.samplesPerSecond == 44100 ? 4 : 8;
   const unsigned config = 2u << 11 | rateIndex << 7 | unsigned{format.channels} << 3;
-  Decoder decoder(AV_CODEC_ID_AAC, {static_cast<uint8_t>(config >> 8), static_cast<uint8_t>(config)});
+  PacketDecoder decoder(AV_CODEC_ID_AAC, {static_cast<uint8_t>(config >> 8), static_cast<uint8_t>(config)});
   for (const Packet& packet : packets) {
     const AVFrame* const frame = decoder.decode(packet.bytes);
     if (!frame || frame->nb_samples != 1024) {

@@ -11,17 +11,18 @@
 #include <vesk/four_char_code.h>
 #include <vesk/property_sets.h>
 #include <vesk/vci.h>
-#include "capture/encoding/av_handles.h"
 #include "capture/simulated/simulated_pattern.h"
 #include "capture/simulated/simulated_source.h"
 #include "tests/support/recorder.h"
 #include "tests/support/temporary_folder.h"
+#include "tests/unit/capture/packet_decoder.h"
 
 // The controls of simulated cameras: what is taken and refused, and what they do to the pictures.
 
 namespace vesk::capture {
 namespace {
 
+using test::PacketDecoder;
 using test::Recorder;
 using Bytes = std::vector<uint8_t>;
 
@@ -73,39 +74,20 @@ Picture fromPacked(const Bytes& bytes) {
   return picture;
 }
 
-class Decoder {
- public:
-  explicit Decoder(AVCodecID codec) : mContext(avcodec_alloc_context3(nullptr)) {
-    mContext->thread_count = 1;
-    mContext->flags |= AV_CODEC_FLAG_LOW_DELAY;
-    EXPECT_EQ(avcodec_open2(mContext.get(), avcodec_find_decoder(codec), nullptr), 0);
-  }
-  Picture decode(Bytes bytes) {
-    const int size = static_cast<int>(bytes.size());
-    bytes.resize(bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE);
-    mPacket->data = bytes.data();
-    mPacket->size = size;
-    Picture picture;
-    EXPECT_EQ(avcodec_send_packet(mContext.get(), mPacket.get()), 0);
-    EXPECT_EQ(avcodec_receive_frame(mContext.get(), mFrame.get()), 0);
-    const int chromaRows = mFrame->format == AV_PIX_FMT_YUV420P ? kHeight / 2 : kHeight;
-    copy(0, kWidth, kHeight, picture.y_);
-    copy(1, kWidth / 2, chromaRows, picture.cb);
-    copy(2, kWidth / 2, chromaRows, picture.cr);
-    return picture;
-  }
-
- private:
-  void copy(int plane, int width, int rows, Bytes& into) const {
+Picture pictureOf(const AVFrame& frame) {
+  Picture picture;
+  const auto copy = [&frame](int plane, int width, int rows, Bytes& into) {
     for (int row = 0; row < rows; ++row) {
-      const uint8_t* const from = mFrame->data[plane] + row * mFrame->linesize[plane];
+      const uint8_t* const from = frame.data[plane] + row * frame.linesize[plane];
       into.insert(into.end(), from, from + width);
     }
-  }
-  const CodecHandle mContext;
-  const PacketHandle mPacket{av_packet_alloc()};
-  const FrameHandle mFrame{av_frame_alloc()};
-};
+  };
+  const int chromaRows = frame.format == AV_PIX_FMT_YUV420P ? kHeight / 2 : kHeight;
+  copy(0, kWidth, kHeight, picture.y_);
+  copy(1, kWidth / 2, chromaRows, picture.cb);
+  copy(2, kWidth / 2, chromaRows, picture.cr);
+  return picture;
+}
 
 class SimulatedProperty : public testing::Test {
  protected:
@@ -133,9 +115,10 @@ class SimulatedProperty : public testing::Test {
     EXPECT_EQ(camera->start(0, collect), 0);
     auto taken = frames.waitFor(30);
     EXPECT_EQ(camera->stop(0), 0);
-    Decoder decoder(codec == kCMVideoCodecType_H264 ? AV_CODEC_ID_H264 : AV_CODEC_ID_MJPEG);
+    PacketDecoder decoder(codec == kCMVideoCodecType_H264 ? AV_CODEC_ID_H264 : AV_CODEC_ID_MJPEG);
     for (const Bytes& frame : taken) {
-      Picture picture = codec == kCMPixelFormat_422YpCbCr8 ? fromPacked(frame) : decoder.decode(frame);
+      const AVFrame* const decoded = codec == kCMPixelFormat_422YpCbCr8 ? nullptr : decoder.decode(frame);
+      Picture picture = decoded ? pictureOf(*decoded) : fromPacked(frame);
       const auto number = readFrameCounter(picture.y_.data(), kWidth, kWidth, kHeight);
       EXPECT_TRUE(number.has_value());
       if (number && *number % 30 == 12) return picture;
