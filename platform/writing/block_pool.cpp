@@ -9,8 +9,9 @@
 namespace vesk {
 namespace {
 
-/// One is filled, one written, and one lies between them.
-constexpr size_t kMostKept = 3;
+/// A live recording uses two or three. More pile up where the disk is slow for a while, and go again.
+constexpr size_t kMostKept = 16;
+constexpr size_t kMostBytesKept = size_t{16} << 20;
 constexpr size_t kStep = size_t{256} << 10;
 
 bool isSmaller(const BlockPool::Buffer& a, const BlockPool::Buffer& b) {
@@ -31,6 +32,7 @@ BlockPool::Buffer BlockPool::take(size_t size) {
     if (fits != mFree.end()) {
       Buffer buffer = std::move(*fits);
       mFree.erase(fits);
+      mBytes -= buffer.capacity;
       return buffer;
     }
   }
@@ -44,8 +46,13 @@ BlockPool::Buffer BlockPool::take(size_t size) {
 void BlockPool::giveBack(Buffer buffer) {
   if (!buffer.bytes) return;
   const MutexLock lock(mMutex);
+  mBytes += buffer.capacity;
   mFree.push_back(std::move(buffer));
-  if (mFree.size() > kMostKept) mFree.erase(std::min_element(mFree.begin(), mFree.end(), isSmaller));
+  while (mFree.size() > kMostKept || mBytes > kMostBytesKept) {
+    const auto smallest = std::min_element(mFree.begin(), mFree.end(), isSmaller);
+    mBytes -= smallest->capacity;
+    mFree.erase(smallest);
+  }
 }
 
 }  // namespace vesk

@@ -33,6 +33,7 @@ class BlockPool {
  private:
   Mutex mMutex;
   std::vector<Buffer> mFree VESK_GUARDED_BY(mMutex);
+  size_t mBytes VESK_GUARDED_BY(mMutex) = 0;  ///< of mFree
 };
 
 }  // namespace vesk

@@ -21,8 +21,10 @@ using std::chrono::seconds;
 // How far the disk may fall behind before the page cache has to help.
 constexpr uint64_t kMostWaiting = uint64_t{64} << 20;
 constexpr seconds kLongestWaiting{8};
-/// A source that is further ahead of the clock than the queues and their stamps can make it is no live one.
+/// A source that is further ahead of the clock than the queues and their stamps can make it is no live one. It waits
+/// for the disk while this much waits: what stays in the processor's caches costs less.
 constexpr milliseconds kAhead{250};
+constexpr uint64_t kMostAhead = uint64_t{4} << 20;
 
 /// A recording faster than real time would else sync a thousand times a second of it.
 constexpr milliseconds kLeastBetweenSyncs{250};
@@ -82,8 +84,9 @@ void FragmentWriter::submit(std::shared_ptr<MovieFragment> fragment) {
 void FragmentWriter::waitForTheDisk() {
   for (;;) {
     const auto now = Clock::now();
-    if (error() != 0 || !isFarBehind(now)) return;
-    if (!isAheadOfTime(now) || now - mEntries.front().queued > kLongestWaiting) break;
+    const bool isAhead = isAheadOfTime(now);
+    if (error() != 0 || !isFarBehind(now, isAhead ? kMostAhead : kMostWaiting)) return;
+    if (!isAhead || now - mEntries.front().queued > kLongestWaiting) break;
     mIsRoomWanted = true;
     mWake.notify_one();
     mRoom.wait_until(mMutex, mEntries.front().queued + kLongestWaiting);
@@ -93,9 +96,9 @@ void FragmentWriter::waitForTheDisk() {
   ++mStatistics.fellBehind;
 }
 
-bool FragmentWriter::isFarBehind(Clock::time_point now) const {
+bool FragmentWriter::isFarBehind(Clock::time_point now, uint64_t most) const {
   if (mEntries.size() < 2) return false;
-  return mWaitingBytes > kMostWaiting || now - mEntries.front().queued > kLongestWaiting;
+  return mWaitingBytes > most || now - mEntries.front().queued > kLongestWaiting;
 }
 
 bool FragmentWriter::isAheadOfTime(Clock::time_point now) const {
@@ -151,6 +154,7 @@ void FragmentWriter::run() {
   pthread_setname_np(pthread_self(), "Vesk Movie Disk");
   for (;;) {
     setSpaceAside();
+    if (!mHasSynced) sync();  // what describes the fragments comes before them
     {
       const MutexLock lock(mMutex);
       writeQueued(true);

@@ -71,7 +71,7 @@ class FragmentWriter {
 
   void run() VESK_EXCLUDES(mMutex);
   void waitForTheDisk() VESK_REQUIRES(mMutex);
-  bool isFarBehind(Clock::time_point now) const VESK_REQUIRES(mMutex);
+  bool isFarBehind(Clock::time_point now, uint64_t most) const VESK_REQUIRES(mMutex);
   bool isAheadOfTime(Clock::time_point now) const VESK_REQUIRES(mMutex);
   void writeQueued(bool tryDirect) VESK_REQUIRES(mMutex);
   Entry* nextQueued() VESK_REQUIRES(mMutex);

@@ -34,6 +34,40 @@ class MemoryFileSystem final : public FileSystem {
   }
   /// Whether files can be written past the page cache.
   void setDirect(bool canDirect) { mCanDirect = canDirect; }
+  /// Room for so many bytes and no more: what reaches beyond is not written, and ENOSPC.
+  void setCapacity(uint64_t bytes) { mCapacity = bytes; }
+  /// Called before every sync, which may be held up there while other operations go on.
+  void setSlowSync(std::function<void()> slow) { mBeforeSync = std::move(slow); }
+  /// From now on the disk has a cache that loses what was not synced when the power goes: see afterPowerCut.
+  /// `observer` is called before every operation that changes a file.
+  void setVolatile(std::function<void()> observer) { mBeforeOperation = std::move(observer); }
+  /// A file as it may be found after the power went, from within the observer: what was synced, and of what was
+  /// written since any sectors, in any order; its size is anything between.
+  template <class Random>
+  std::vector<uint8_t> afterPowerCut(const std::string& path, Random& random) const {
+    const Node& node = *mFiles.at(path);
+    std::vector<uint8_t> bytes = node.durable;
+    const size_t kept = random() % 5;  // of four sectors
+    for (const Write& write : node.unsynced) {
+      if (write.isCut) {
+        if (random() % 2 == 0) bytes.resize(std::min<size_t>(bytes.size(), write.offset));
+        continue;
+      }
+      for (size_t at = 0; at < write.bytes.size();) {
+        const size_t size = std::min<size_t>(kSector - (write.offset + at) % kSector, write.bytes.size() - at);
+        if (random() % 4 < kept) {
+          bytes.resize(std::max<size_t>(bytes.size(), write.offset + at + size));
+          std::copy_n(write.bytes.begin() + static_cast<ptrdiff_t>(at), size,
+                      bytes.begin() + static_cast<ptrdiff_t>(write.offset + at));
+        }
+        at += size;
+      }
+    }
+    if (random() % 2 == 0) bytes.resize(std::max(bytes.size(), node.bytes.size()));
+    return bytes;
+  }
+  /// What is on the disk for certain.
+  const std::vector<uint8_t>& durable(const std::string& path) const { return mFiles.at(path)->durable; }
   /// Called with a file's bytes after every operation that changed them.
   void setObserver(std::function<void(const std::vector<uint8_t>& bytes)> observer) { mObserver = std::move(observer); }
 
@@ -73,9 +107,17 @@ class MemoryFileSystem final : public FileSystem {
   int syncFolderOf(const std::string&) override { return 0; }
 
  private:
+  static constexpr size_t kSector = 512;
+  struct Write {
+    uint64_t offset;
+    std::vector<uint8_t> bytes;
+    bool isCut = false;  ///< the file ends at `offset`
+  };
   struct Node {
     std::vector<uint8_t> bytes;
     bool isLocked = false;
+    std::vector<uint8_t> durable;
+    std::vector<Write> unsynced;
   };
 
   class MemoryFile final : public File {
@@ -96,7 +138,9 @@ class MemoryFileSystem final : public FileSystem {
       std::lock_guard lock(mOwner.mMutex);
       size_t total = 0;
       for (int i = 0; i < count; ++i) total += vectors[i].iov_len;
-      const Fault fault = mOwner.nextFault(Operation::kWrite, offset, total);
+      Fault fault = mOwner.nextFault(Operation::kWrite, offset, total);
+      if (offset + total > mOwner.mCapacity && fault.error == 0)
+        fault = {ENOSPC, offset < mOwner.mCapacity ? mOwner.mCapacity - offset : 0};
       const size_t size = std::min(total, fault.mostBytes);
       if (!fault.killed && (fault.error == 0 || fault.mostBytes != SIZE_MAX)) {
         put(vectors, count, offset, size);
@@ -117,18 +161,26 @@ class MemoryFileSystem final : public FileSystem {
       return static_cast<int64_t>(mNode->bytes.size());
     }
     int syncData() override {
+      if (mOwner.mBeforeSync) mOwner.mBeforeSync();
       std::lock_guard lock(mOwner.mMutex);
-      return mOwner.nextFault(Operation::kSync, 0, 0).error;
+      const Fault fault = mOwner.nextFault(Operation::kSync, 0, 0);
+      if (fault.error == 0 && mOwner.mBeforeOperation) {
+        mNode->durable = mNode->bytes;
+        mNode->unsynced.clear();
+      }
+      return fault.error;
     }
     int preallocate(uint64_t offset, uint64_t length) override {
       std::lock_guard lock(mOwner.mMutex);
-      return mOwner.nextFault(Operation::kPreallocate, offset, length).error;
+      const Fault fault = mOwner.nextFault(Operation::kPreallocate, offset, length);
+      return fault.error == 0 && offset + length > mOwner.mCapacity ? ENOSPC : fault.error;
     }
     int truncate(uint64_t size) override {
       std::lock_guard lock(mOwner.mMutex);
       const Fault fault = mOwner.nextFault(Operation::kTruncate, size, 0);
       if (fault.killed || fault.error != 0) return fault.error;
       mNode->bytes.resize(size);
+      if (mOwner.mBeforeOperation) mNode->unsynced.push_back({size, {}, true});
       mOwner.observe(*mNode);
       return 0;
     }
@@ -162,7 +214,9 @@ class MemoryFileSystem final : public FileSystem {
       if (mNode->bytes.size() < offset + size) mNode->bytes.resize(offset + size);
       for (int i = 0; i < count && size > 0; ++i) {
         const size_t some = std::min(size, vectors[i].iov_len);
-        if (some > 0) std::memcpy(mNode->bytes.data() + offset, vectors[i].iov_base, some);
+        const auto* const from = static_cast<const uint8_t*>(vectors[i].iov_base);
+        if (some > 0) std::memcpy(mNode->bytes.data() + offset, from, some);
+        if (mOwner.mBeforeOperation) mNode->unsynced.push_back({offset, {from, from + some}});
         offset += some;
         size -= some;
       }
@@ -175,6 +229,7 @@ class MemoryFileSystem final : public FileSystem {
 
   Fault nextFault(Operation operation, uint64_t offset, size_t bytes) {
     const size_t number = mOperations++;
+    if (mBeforeOperation) mBeforeOperation();
     return mPlan ? mPlan(operation, number, offset, bytes) : Fault{};
   }
   void observe(const Node& node) {
@@ -185,6 +240,9 @@ class MemoryFileSystem final : public FileSystem {
   std::map<std::string, std::shared_ptr<Node>> mFiles;
   bool mHasFolder = true;
   std::atomic<bool> mCanDirect{true};
+  uint64_t mCapacity = UINT64_MAX;
+  std::function<void()> mBeforeOperation;
+  std::function<void()> mBeforeSync;
   FaultPlan mPlan;
   size_t mOperations = 0;
   std::function<void(const std::vector<uint8_t>&)> mObserver;

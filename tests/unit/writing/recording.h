@@ -8,7 +8,7 @@
 namespace vesk::test {
 
 /// The kinds of movie that are recorded.
-enum class Content { kH264AndPCM, kPackedAndPCM, kH264AndAAC };
+enum class Content { kH264AndPCM, kPackedAndPCM, kH264AndAAC, kLargeAndPCM };
 
 /// Feeds a writer with pictures and sound the way a recording does: sound in packets of 1024 frames
 /// at 48 kHz, pictures 30 ms apart, both in the order of their times.
@@ -26,9 +26,10 @@ class Recording {
     bool accepted = true;
     for (; mPictures < count; ++mPictures) {
       const auto time = static_cast<int64_t>(mPictures) * kPictureDuration;
-      const auto picture = mContent == Content::kPackedAndPCM
-                               ? packedSample(mPacked, static_cast<uint8_t>(mPictures), time)
-                               : h264Sample(mPictures, time);
+      const auto luma = static_cast<uint8_t>(mPictures + 1);
+      const auto picture = mContent == Content::kPackedAndPCM  ? packedSample(mPacked, luma, time)
+                           : mContent == Content::kLargeAndPCM ? packedSample(mLarge, luma, time)
+                                                               : h264Sample(mPictures, time);
       accepted = mWriter.append(mVideo, picture) && accepted;
       while (mFrames * 1'000'000 / kRate < time + kPictureDuration) accepted = appendSound() && accepted;
     }
@@ -57,6 +58,7 @@ class Recording {
   const size_t mVideo;
   const size_t mSound;
   const CMVideoFormatDescriptionRef mPacked = packedFormat(64, 48);
+  const CMVideoFormatDescriptionRef mLarge = packedFormat(250, 170);  // written from where it lies, and 840 bytes more
   const CMAudioFormatDescriptionRef mPCM = pcmFormat(kRate, 2);
   const CMAudioFormatDescriptionRef mAAC = aacFormat(kRate, 2);
   size_t mPictures = 0;
