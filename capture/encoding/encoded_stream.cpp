@@ -5,6 +5,7 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/log.h>
+#include <vesk/pixel_buffer.h>
 #include <vesk/vci.h>
 #include "capture/interface/call_error.h"
 #include "capture/interface/usual_bit_rate.h"
@@ -24,6 +25,16 @@ constexpr const char* kProfile = "main";
 constexpr int64_t kMostPixelsOfOneThread = 1280 * 720;
 
 }  // namespace
+
+JPEGToPlanes::JPEGToPlanes(int width, int height)
+    : mWidth(width), mHeight(height), mDecoder({}, static_cast<uint64_t>(width) * static_cast<uint64_t>(height)) {}
+
+bool JPEGToPlanes::fill(const PlaneMemory& planes, std::span<const uint8_t> jpeg) {
+  mDecoded.clear();
+  if (jpeg.empty() || mDecoder.decode(jpeg, 0, mDecoded) != noErr || mDecoded.empty()) return false;
+  const CVPixelBuffer& decoded = *mDecoded.front().image;
+  return decoded.width() == mWidth && decoded.height() == mHeight && convertTo420(rawPictureOf(decoded), planes);
+}
 
 std::shared_ptr<EncodedStream> EncodedStream::start(const std::string& camera, const VideoParameters& input,
                                                     uint32_t bitRate, FrameCallback callback) {

@@ -7,7 +7,7 @@
 #include <vesk/capture_host.h>
 #include <vesk/capture_source.h>
 #include "capture/simulated/simulated_model.h"
-#include "capture/sources/hotplug_caller.h"
+#include "capture/sources/hotplug.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk {

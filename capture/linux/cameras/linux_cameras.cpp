@@ -15,8 +15,7 @@
 #include "capture/linux/cameras/linux_camera.h"
 #include "capture/linux/controls/extension_units.h"
 #include "capture/linux/nodes/node_error.h"
-#include "capture/sources/hotplug_caller.h"
-#include "capture/sources/one_by_one.h"
+#include "capture/sources/hotplug.h"
 #include "platform/foundation/errors.h"
 #include "platform/foundation/mutex.h"
 

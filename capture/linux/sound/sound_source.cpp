@@ -7,7 +7,7 @@
 #include <vesk/vci.h>
 #include "capture/interface/call_error.h"
 #include "capture/linux/sound/microphone.h"
-#include "capture/sources/one_by_one.h"
+#include "capture/sources/hotplug.h"
 
 namespace vesk::capture {
 namespace {

@@ -10,7 +10,7 @@
 
 #include "capture/linux/sound/sharing.h"
 #include "capture/linux/sound/sound_system.h"
-#include "capture/sources/hotplug_caller.h"
+#include "capture/sources/hotplug.h"
 #include "platform/foundation/mutex.h"
 
 namespace vesk::capture {

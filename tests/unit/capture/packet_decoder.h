@@ -13,7 +13,8 @@ namespace vesk::test {
 /// A decoder fed with packets one by one.
 class PacketDecoder {
  public:
-  explicit PacketDecoder(AVCodecID codec, const std::vector<uint8_t>& header = {}) : mContext(avcodec_alloc_context3(nullptr)) {
+  explicit PacketDecoder(AVCodecID codec, const std::vector<uint8_t>& header = {})
+      : mContext(avcodec_alloc_context3(nullptr)) {
     if (!header.empty()) {
       mContext->extradata = static_cast<uint8_t*>(av_mallocz(header.size() + AV_INPUT_BUFFER_PADDING_SIZE));
       std::copy(header.begin(), header.end(), mContext->extradata);
