@@ -100,15 +100,15 @@ class FakeControls {
   }
 
   int write(v4l2_ext_controls& list) {
-    const std::span wishes(list.controls, list.count);
-    for (const v4l2_ext_control& each : wishes) {
+    const std::span wanted(list.controls, list.count);
+    for (const v4l2_ext_control& each : wanted) {
       const Control* const control = find(each.id);
       if (!control || (control->choices != 0 && (control->choices >> each.value & 1) == 0)) return -EINVAL;
       if (isRuled(*control) || (control->flags & V4L2_CTRL_FLAG_READ_ONLY) != 0) return -EACCES;
       if ((control->flags & V4L2_CTRL_FLAG_GRABBED) != 0) return -EBUSY;
     }
     settings.emplace_back();
-    for (const v4l2_ext_control& each : wishes) {
+    for (const v4l2_ext_control& each : wanted) {
       Control& control = *find(each.id);
       control.current = static_cast<int32_t>(std::clamp<int64_t>(each.value, control.minimum, control.maximum));
       settings.back().emplace_back(each.id, each.value);

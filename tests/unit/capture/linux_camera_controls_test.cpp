@@ -24,6 +24,14 @@ constexpr const char* kSecond = "/dev/video2";
 constexpr auto kVendorSet = propertySetIdentifier("A1B2C3D4-E5F6-4711-8899-AABBCCDDEEFF");
 constexpr uint32_t kAllModes = 0b1111;
 
+/// The numbers as properties carry them, four bytes each.
+Bytes longs(std::initializer_list<int32_t> numbers) {
+  Bytes bytes;
+  for (const int32_t number : numbers)
+    for (const int shift : {0, 8, 16, 24}) bytes.push_back(static_cast<uint8_t>(number >> shift));
+  return bytes;
+}
+
 /// What UVC cameras have, on the first node; a rarer kind of head on the second.
 std::vector<FakeControls::Control> usualControls() {
   return {{V4L2_CID_BRIGHTNESS, -64, 64, 0},
@@ -101,12 +109,12 @@ class LinuxCameraControls : public testing::Test {
   std::unique_ptr<LinuxCamera> mCamera;
 };
 
-TEST_F(LinuxCameraControls, GiveAndTakeNumbersInThePropertysOwnForm) {
+TEST_F(LinuxCameraControls, ReadAndWriteNumbersInThePropertysOwnFormat) {
   struct Row {
     const PropertySetIdentifier& set;
     uint32_t number;
-    Bytes initial, minimum, maximum;  ///< minimum and maximum empty: not told
-    Bytes wish;
+    Bytes initial, minimum, maximum;  ///< minimum and maximum empty: not reported
+    Bytes value;
     Settings made;
   };
   const Row rows[] = {
@@ -119,18 +127,18 @@ TEST_F(LinuxCameraControls, GiveAndTakeNumbersInThePropertysOwnForm) {
       {kCameraControlSet, kAutoExposureMode, {8}, {}, {}, {1}, {{V4L2_CID_EXPOSURE_AUTO, V4L2_EXPOSURE_MANUAL}}},
       {kCameraControlSet,
        kExposure,
-       {250, 0, 0, 0},
-       {3, 0, 0, 0},
-       {0xA0, 0x86, 1, 0},
-       {0, 0, 1, 0},
-       {{V4L2_CID_EXPOSURE_ABSOLUTE, 65536}}},
+       longs({250}),
+       longs({3}),
+       longs({100'000}),
+       longs({65'536}),
+       {{V4L2_CID_EXPOSURE_ABSOLUTE, 65'536}}},
       // Both at once: a head that is sent to one after the other turns twice.
       {kCameraControlSet,
        kPanTilt,
-       {0, 0, 0, 0, 0x10, 0x0E, 0, 0},
-       {0x60, 0x73, 0xFF, 0xFF, 0xE0, 0xE3, 0xFF, 0xFF},
-       {0xA0, 0x8C, 0, 0, 0x20, 0x1C, 0, 0},
-       {0xF0, 0xF1, 0xFF, 0xFF, 1, 0, 0, 0},
+       longs({0, 3600}),
+       longs({-36'000, -7200}),
+       longs({36'000, 7200}),
+       longs({-3600, 1}),
        {{V4L2_CID_PAN_ABSOLUTE, -3600}, {V4L2_CID_TILT_ABSOLUTE, 1}}},
   };
   for (const Row& row : rows) {
@@ -143,9 +151,9 @@ TEST_F(LinuxCameraControls, GiveAndTakeNumbersInThePropertysOwnForm) {
     EXPECT_EQ(getStatus(row.set, row.number, kRequestCurrent, row.initial.size() - 1), kVCIInvalidArgument) << label;
     EXPECT_EQ(set(row.set, row.number, Bytes(row.initial.size() + 1)), kVCIInvalidArgument) << label;
 
-    ASSERT_EQ(set(row.set, row.number, row.wish), kVCISuccess) << label;
+    ASSERT_EQ(set(row.set, row.number, row.value), kVCISuccess) << label;
     EXPECT_EQ(lastSettings(), row.made) << label;
-    EXPECT_EQ(get(row.set, row.number), row.wish) << label;
+    EXPECT_EQ(get(row.set, row.number), row.value) << label;
     EXPECT_EQ(get(row.set, row.number, kRequestDefault), row.initial) << label;
   }
   EXPECT_EQ(controls().settings.size(), std::size(rows));
@@ -185,7 +193,7 @@ TEST_F(LinuxCameraControls, RefuseWhatCannotBeSetAndChangeNothing) {
     const char* label;
     const PropertySetIdentifier& set;
     uint32_t number;
-    Bytes wish;
+    Bytes value;
     int32_t status;
   };
   const Row rows[] = {
@@ -200,7 +208,7 @@ TEST_F(LinuxCameraControls, RefuseWhatCannotBeSetAndChangeNothing) {
       {"disabled", kImageControlSet, kSharpness, {1, 0}, kVCIPropertyNotSupported},
       {"no such set", kSunTrimSet, kSunTrim, {1}, kVCIPropertyNotSupported},
   };
-  for (const Row& row : rows) EXPECT_EQ(set(row.set, row.number, row.wish), row.status) << row.label;
+  for (const Row& row : rows) EXPECT_EQ(set(row.set, row.number, row.value), row.status) << row.label;
   controls().controls[7].current = V4L2_EXPOSURE_MANUAL;
   EXPECT_EQ(set(kCameraControlSet, kExposure, {0, 0, 0, 0x80}), kVCIInvalidArgument) << "not below";
   EXPECT_TRUE(controls(kFirst).settings.empty());
@@ -210,7 +218,7 @@ TEST_F(LinuxCameraControls, RefuseWhatCannotBeSetAndChangeNothing) {
   EXPECT_EQ(getStatus(kImageControlSet, kSharpness), kVCIPropertyNotSupported);
 }
 
-TEST_F(LinuxCameraControls, TellWhatADriversErrorMeans) {
+TEST_F(LinuxCameraControls, ReportWhatADriversErrorMeans) {
   struct Row {
     unsigned long request;
     int error;
@@ -277,9 +285,9 @@ TEST_F(LinuxCameraControls, AreNotAskedAgainForAWhileOfACameraThatHangs) {
 TEST_F(LinuxCameraControls, HeadsTurnByTheirOwnSpeedOrStep) {
   using Row = std::pair<Bytes, Settings>;
   const auto expectTurns = [this](std::vector<Row> rows) {
-    for (const auto& [wish, made] : rows) {
-      EXPECT_EQ(set(kCameraControlSet, kRelativePanTilt, wish), kVCISuccess);
-      EXPECT_EQ(lastSettings(kSecond), made) << int{wish[0]} << " " << int{wish[2]};
+    for (const auto& [value, made] : rows) {
+      EXPECT_EQ(set(kCameraControlSet, kRelativePanTilt, value), kVCISuccess);
+      EXPECT_EQ(lastSettings(kSecond), made) << int{value[0]} << " " << int{value[2]};
     }
   };
   expectTurns({{{1, 0, 0, 0}, {{V4L2_CID_PAN_SPEED, 1}, {V4L2_CID_TILT_SPEED, 0}}},
@@ -298,7 +306,7 @@ TEST_F(LinuxCameraControls, HeadsTurnByTheirOwnSpeedOrStep) {
   EXPECT_EQ(set(kRelativeMotionSet, kMotionReset, {2}), kVCISuccess);
   EXPECT_EQ(lastSettings(kSecond), Settings({{V4L2_CID_TILT_RESET, 1}}));
   EXPECT_EQ(set(kRelativeMotionSet, kMotionReset, {4}), kVCIInvalidArgument);
-  EXPECT_EQ(set(kCameraControlSet, kRelativeZoom, {0xFE, 0xFF, 0xFF, 0xFF}), kVCISuccess);
+  EXPECT_EQ(set(kCameraControlSet, kRelativeZoom, longs({-2})), kVCISuccess);
   EXPECT_EQ(lastSettings(kSecond), Settings({{V4L2_CID_ZOOM_CONTINUOUS, -2}}));
   EXPECT_EQ(get(kCameraControlSet, kRelativeZoom), Bytes({0, 0, 0, 0}));
 
@@ -318,7 +326,7 @@ TEST_F(LinuxCameraControls, NudgesGoAtTheHeadsOwnSpeedAsFarAsItGoesThatWay) {
     int64_t minimum, maximum, usual;
     int32_t there, back;
   };
-  constexpr Row kRows[] = {{"the slowest told as the minimum", -1, 7, 4, 4, -1},
+  constexpr Row kRows[] = {{"the slowest reported as the minimum", -1, 7, 4, 4, -1},
                            {"both ways", -8, 8, 4, 4, -4},
                            {"a default that it does not reach", -3, 3, 5, 3, -3},
                            {"no default", -5, 5, 0, 5, -5}};
@@ -335,10 +343,7 @@ TEST_F(LinuxCameraControls, NudgesGoAtTheHeadsOwnSpeedAsFarAsItGoesThatWay) {
 
 TEST_F(LinuxCameraControls, AHeadsPositionsDoNotStandInEachOthersWay) {
   const auto turnTo = [this](int32_t pan, int32_t tilt) {
-    Bytes value;
-    for (const int32_t half : {pan, tilt})
-      for (const int shift : {0, 8, 16, 24}) value.push_back(static_cast<uint8_t>(half >> shift));
-    return set(kCameraControlSet, kPanTilt, value);
+    return set(kCameraControlSet, kPanTilt, longs({pan, tilt}));
   };
   FakeControls::Control& tilt = controls().controls[10];
   ASSERT_EQ(tilt.id, uint32_t{V4L2_CID_TILT_ABSOLUTE});
@@ -359,20 +364,17 @@ TEST_F(LinuxCameraControls, AHeadsPositionsDoNotStandInEachOthersWay) {
   EXPECT_EQ(turnTo(3600, 7300), kVCIFailed);
 }
 
-TEST_F(LinuxCameraControls, ZoomsGoOutAndStopWhereTheRangeIsToldAsPositive) {
+TEST_F(LinuxCameraControls, ZoomsGoOutAndStopWhereTheRangeIsReportedAsPositive) {
   auto& zoom = controls(kSecond).controls[2];
   ASSERT_EQ(zoom.id, uint32_t{V4L2_CID_ZOOM_CONTINUOUS});
   zoom.minimum = 1;
   zoom.maximum = 7;
-  EXPECT_EQ(get(kCameraControlSet, kRelativeZoom, kRequestMinimum), Bytes({0xF9, 0xFF, 0xFF, 0xFF}));
+  EXPECT_EQ(get(kCameraControlSet, kRelativeZoom, kRequestMinimum), longs({-7}));
   for (const int32_t speed : {-7, -1, 0, 7}) {
-    EXPECT_EQ(set(kCameraControlSet, kRelativeZoom,
-                  {static_cast<uint8_t>(speed), static_cast<uint8_t>(speed < 0 ? 0xFF : 0),
-                   static_cast<uint8_t>(speed < 0 ? 0xFF : 0), static_cast<uint8_t>(speed < 0 ? 0xFF : 0)}),
-              kVCISuccess);
+    EXPECT_EQ(set(kCameraControlSet, kRelativeZoom, longs({speed})), kVCISuccess);
     EXPECT_EQ(lastSettings(kSecond), Settings({{V4L2_CID_ZOOM_CONTINUOUS, speed}}));
   }
-  EXPECT_EQ(set(kCameraControlSet, kRelativeZoom, {0xF8, 0xFF, 0xFF, 0xFF}), kVCIInvalidArgument);
+  EXPECT_EQ(set(kCameraControlSet, kRelativeZoom, longs({-8})), kVCIInvalidArgument);
 }
 
 TEST_F(LinuxCameraControls, ListWhatIsOnAnyOfTheCamerasNodes) {
@@ -393,10 +395,10 @@ TEST_F(LinuxCameraControls, ExtensionUnitsAnswerByTheirIdentifier) {
   EXPECT_EQ(set(kVendorSet, 4, {1, 9}), kVCISuccess);
   EXPECT_EQ(get(kVendorSet, 4, kRequestDefault), Bytes({1, 9}));
 
-  EXPECT_EQ(get(kVendorSet, 1, kRequestCurrent, 3), Bytes({5, 2, 0x34})) << "the first of what it tells";
+  EXPECT_EQ(get(kVendorSet, 1, kRequestCurrent, 3), Bytes({5, 2, 0x34})) << "the first of what it reports";
   EXPECT_EQ(set(kVendorSet, 4, {1}), kVCIInvalidArgument);
   EXPECT_EQ(set(kVendorSet, 1, {1, 2, 3, 4}), kVCIFailed) << "only to be read";
-  EXPECT_EQ(getStatus(kVendorSet, 4, kRequestMinimum), kVCIFailed) << "not told";
+  EXPECT_EQ(getStatus(kVendorSet, 4, kRequestMinimum), kVCIFailed) << "not reported";
   for (const uint32_t number : {0u, 2u, 1u + 256u}) {
     EXPECT_EQ(getStatus(kVendorSet, number), kVCIPropertyNotSupported) << number;
     EXPECT_EQ(set(kVendorSet, number, {1}), kVCIPropertyNotSupported) << number;
