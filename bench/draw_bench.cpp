@@ -15,6 +15,7 @@
 #include <GLFW/glfw3.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -159,19 +160,45 @@ struct Kind {
   const char* name;
   test::OffscreenHost::Profile profile;
   GLLimits limits;
+  bool isWidget = false;
 };
 
 constexpr Kind kKinds[] = {
     {"OpenGL with fixed functions", test::OffscreenHost::Profile::kCompatibility, {}},
     {"OpenGL core", test::OffscreenHost::Profile::kCore, {}},
+    {"OpenGL core, a widget", test::OffscreenHost::Profile::kCore, {}, true},
+    {"OpenGL ES 3, a widget", test::OffscreenHost::Profile::kES3, {.version = 30}, true},
     {"OpenGL ES 3", test::OffscreenHost::Profile::kES3, {.version = 30}},
     {"OpenGL ES 2", test::OffscreenHost::Profile::kES2, {.version = 20}},
     {"a card's way, core", test::OffscreenHost::Profile::kCore, {.isHardware = true}},
 };
 
+/// A window, or a widget of a toolkit, which is drawn into a texture of its own.
+struct Host : test::OffscreenHost {
+  using OffscreenHost::OffscreenHost;
+  bool makeContextCurrent() override {
+    if (!OffscreenHost::makeContextCurrent()) return false;
+    if (!isWidget) return true;
+    if (framebuffer == 0) {
+      GLuint texture = 0;
+      glGenTextures(1, &texture);
+      glBindTexture(GL_TEXTURE_2D, texture);
+      glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, kViewWidth, kViewHeight, 0, GL_RGBA, GL_UNSIGNED_BYTE, nullptr);
+      glGenFramebuffers(1, &framebuffer);
+      glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+      glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture, 0);
+    }
+    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+    return true;
+  }
+  bool isWidget = false;
+  GLuint framebuffer = 0;
+};
+
 /// A view in a window of one kind of context.
 struct Preview {
   explicit Preview(const Kind& kind) : host({kViewWidth, kViewHeight}, kind.profile) {
+    host.isWidget = kind.isWidget;
     limitGL(kind.limits);
     view->setWindow(&host);
     view->display();
@@ -187,12 +214,13 @@ struct Preview {
     glFinish();
   }
 
-  test::OffscreenHost host;
+  Host host;
   std::shared_ptr<VeskPreviewView> view = VeskPreviewView::initWithFrame({0, 0, kViewWidth, kViewHeight});
 };
 
 void compareDrawing(int runs) {
-  const Planes picture = makePlanes(kWidth, kHeight, false);
+  // Two in turn: what is on show already is not uploaded again.
+  const std::array<Planes, 2> pictures{makePlanes(kWidth, kHeight, false), makePlanes(kWidth, kHeight, false)};
   test::OffscreenHost host({kViewWidth, kViewHeight});
   const auto context = NSOpenGLContext::initWithWindow(host);
   context->makeCurrentContext();
@@ -201,11 +229,12 @@ void compareDrawing(int runs) {
   Floor floor;
   for (const Kind& kind : kKinds) {
     const Preview preview(kind);
+    size_t turn = 0;
     compare((std::string("1080p I420 in 720p, ") + kind.name + " / libyuv, RGBA, quad").c_str(), runs, 30,
-            [&] { preview.draw(picture.buffer); },
+            [&] { preview.draw(pictures[++turn % 2].buffer); },
             [&] {
               context->makeCurrentContext();
-              floor.draw(*picture.buffer);
+              floor.draw(*pictures[0].buffer);
               glFinish();
             });
   }
@@ -213,12 +242,12 @@ void compareDrawing(int runs) {
 
 /// What goes to a card for a picture, beside the pixels that it had to be made into.
 void printUploads() {
-  const Preview preview(kKinds[4]);
+  const Preview preview(std::end(kKinds)[-1]);
   const Planes planar = makePlanes(kWidth, kHeight, false);
-  preview.draw(planar.buffer);
+  const auto packed = CVPixelBuffer::create(kWidth, kHeight, kCMPixelFormat_422YpCbCr8);
+  preview.draw(packed);
   gUpload = epoxy_glTexSubImage2D;
   epoxy_glTexSubImage2D = countUpload;
-  const auto packed = CVPixelBuffer::create(kWidth, kHeight, kCMPixelFormat_422YpCbCr8);
   std::printf("\n| bytes uploaded a pixel | ours | as pixels |\n|---|---|---|\n");
   for (const auto& [name, buffer] : {std::pair{"4:2:0 planes", planar.buffer}, std::pair{"packed 4:2:2", packed}}) {
     gUploaded = 0;

@@ -43,20 +43,26 @@ SurfaceBox paintable() {
   return intersection(viewport, {x, y, x + width, y + height});
 }
 
-/// How pixels are handed to GL. Blue first, as reversed 32-bit words, and with the unsized internal format:
-/// the storage then has the very order of the bytes (and of a window), and both the upload and the copy into
-/// the window are plain copies in a software renderer. By bytes, or into GL_RGBA8, each upload would be
-/// swizzled (ten times slower there). OpenGL ES has blue first by an extension only.
+/// How pixels are handed to GL: in the order of the surface, so that both the upload and the copy into the surface
+/// are plain copies in a software renderer (otherwise one of them is swizzled, which takes longer than all the rest).
+/// A window has the upper row first, and blue, which the unsized internal format stands for when the pixels come as
+/// reversed 32-bit words; OpenGL ES knows it by an extension only. The framebuffers of toolkits have the lowest row
+/// first, and red.
 struct UploadFormat {
-  PixelOrder order;
-  GLint storage;
-  GLenum format;
-  GLenum type;
+  PixelOrder order = PixelOrder::kBGRA;
+  bool isUpsideDown = false;  ///< the lowest row comes first
+  GLint storage = 0;
+  GLenum format = 0;
+  GLenum type = 0;
+  bool operator==(const UploadFormat&) const = default;
 };
 UploadFormat uploadFormatFor(const GLFeatures& features) {
-  if (!features.hasBGRA) return {PixelOrder::kRGBA, GL_RGBA, GL_RGBA, GL_UNSIGNED_BYTE};
-  if (features.isES) return {PixelOrder::kBGRA, GL_BGRA, GL_BGRA, GL_UNSIGNED_BYTE};
-  return {PixelOrder::kBGRA, GL_RGBA, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV};
+  GLint framebuffer = 0;
+  glGetIntegerv(GL_FRAMEBUFFER_BINDING, &framebuffer);
+  if (framebuffer != 0 || !features.hasBGRA)
+    return {PixelOrder::kRGBA, framebuffer != 0, GL_RGBA8, GL_RGBA, GL_UNSIGNED_BYTE};
+  if (features.isES) return {PixelOrder::kBGRA, false, GL_BGRA, GL_BGRA, GL_UNSIGNED_BYTE};
+  return {PixelOrder::kBGRA, false, GL_RGBA, GL_BGRA, GL_UNSIGNED_INT_8_8_8_8_REV};
 }
 
 /// A texture, and a framebuffer to copy from it.
@@ -65,6 +71,7 @@ struct CopyTexture {
   GLuint framebuffer = 0;
   int32_t width = 0;
   int32_t height = 0;
+  UploadFormat upload;
 };
 
 /// What textures hold: which part of which picture, at which scale. The picture is not held by it.
@@ -122,7 +129,7 @@ struct CIContext::State {
 
   void bindCopy(const UploadFormat& upload, int32_t width, int32_t height) {
     glActiveTexture(GL_TEXTURE0);
-    if (copy.name && copy.width == width && copy.height == height) {
+    if (copy.name && copy.width == width && copy.height == height && copy.upload == upload) {
       glBindTexture(GL_TEXTURE_2D, copy.name);
       return;
     }
@@ -134,21 +141,25 @@ struct CIContext::State {
     glTexImage2D(GL_TEXTURE_2D, 0, upload.storage, width, height, 0, upload.format, upload.type, nullptr);
     copy.width = width;
     copy.height = height;
+    copy.upload = upload;
   }
 
   /// `part` of the picture as pixels, after it was scaled to `width` × `height`; null when memory is short.
   const uint8_t* scaledPixels(const CVPixelBuffer& buffer, int32_t width, int32_t height, PixelBox part,
-                              PixelOrder order) {
+                              PixelOrder order, bool isUpsideDown) {
     PicturePlanes picture = planesOf(buffer);
     if (picture.width != width || picture.height != height) picture = scaledPicture(picture, width, height, scratch);
     if (picture.width == 0) return nullptr;
-    const size_t rowBytes = static_cast<size_t>(part.width) * 4;
-    uint8_t* const memory = pixels.reserve(rowBytes * static_cast<size_t>(part.height));
-    return memory && convertPicture(partOf(picture, part), order, memory, rowBytes) ? memory : nullptr;
+    const auto rowBytes = ptrdiff_t{part.width} * 4;
+    uint8_t* const memory = pixels.reserve(static_cast<size_t>(rowBytes * part.height));
+    if (!memory) return nullptr;
+    uint8_t* const upperRow = isUpsideDown ? memory + rowBytes * (part.height - 1) : memory;
+    return convertPicture(partOf(picture, part), order, upperRow, isUpsideDown ? -rowBytes : rowBytes) ? memory
+                                                                                                       : nullptr;
   }
 
-  /// Copies the texture, whose first row is the upper one, to the surface with its upper left corner
-  /// there; only what lies in `target` (inside of the texture's place).
+  /// Copies the texture to the surface with its upper left corner there; only what lies in `target` (inside of
+  /// the texture's place).
   void copyTexture(int32_t left, int32_t top, const SurfaceBox& target) {
     GLint before = 0;
     glGetIntegerv(GL_READ_FRAMEBUFFER_BINDING, &before);
@@ -159,8 +170,11 @@ struct CIContext::State {
     } else {
       glBindFramebuffer(GL_READ_FRAMEBUFFER, copy.framebuffer);
     }
-    glBlitFramebuffer(target.left - left, top - target.top, target.right - left, top - target.bottom, target.left,
-                      target.top, target.right, target.bottom, GL_COLOR_BUFFER_BIT, GL_NEAREST);
+    // The texture's rows of the target's edges.
+    const int32_t bottom = top - copy.height;
+    const auto rowAt = [&](int32_t y) { return copy.upload.isUpsideDown ? y - bottom : top - y; };
+    glBlitFramebuffer(target.left - left, rowAt(target.bottom), target.right - left, rowAt(target.top), target.left,
+                      target.bottom, target.right, target.top, GL_COLOR_BUFFER_BIT, GL_NEAREST);
     glBindFramebuffer(GL_READ_FRAMEBUFFER, static_cast<GLuint>(before));
   }
 
@@ -177,7 +191,7 @@ struct CIContext::State {
     if (!canCopy(features)) {
       if (!(planesContent == wanted)) {
         planesContent = {};
-        const auto* const memory = scaledPixels(*buffer, place.width(), place.height(), part, PixelOrder::kBGRA);
+        const auto* const memory = scaledPixels(*buffer, place.width(), place.height(), part, PixelOrder::kBGRA, false);
         const PixelPlane plane{memory, static_cast<size_t>(part.width) * 4};
         if (!memory || !planes.store(features, {part.width, part.height, kCVPixelFormat_32BGRA, {plane}, {}})) return;
         planesContent = wanted;
@@ -189,7 +203,8 @@ struct CIContext::State {
     bindCopy(upload, part.width, part.height);
     if (!(copyContent == wanted)) {
       copyContent = {};
-      const auto* const memory = scaledPixels(*buffer, place.width(), place.height(), part, upload.order);
+      const auto* const memory =
+          scaledPixels(*buffer, place.width(), place.height(), part, upload.order, upload.isUpsideDown);
       if (!memory) return;
       glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, part.width, part.height, upload.format, upload.type, memory);
       copyContent = wanted;
@@ -327,7 +342,9 @@ CGImageRef CIContext::createCGImage(const CIImageRef& image, CGRect fromRect) {
     const PixelBox part = onChroma(wanted, chromaStepOf(picture.pixelFormat));
     const size_t partBytes = static_cast<size_t>(part.width) * 4;
     uint8_t* const converted = mState->pixels.reserve(partBytes * static_cast<size_t>(part.height));
-    if (!converted || !convertPicture(partOf(picture, part), PixelOrder::kRGBA, converted, partBytes)) return nullptr;
+    if (!converted ||
+        !convertPicture(partOf(picture, part), PixelOrder::kRGBA, converted, static_cast<ptrdiff_t>(partBytes)))
+      return nullptr;
     const auto left = static_cast<size_t>(inside.x - rect.x);
     const auto top = static_cast<size_t>(rect.y + rect.height - inside.y - inside.height);
     for (int32_t row = 0; row < wanted.height; ++row)

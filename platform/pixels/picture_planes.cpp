@@ -108,9 +108,8 @@ PicturePlanes planarFrom2vuy(const PicturePlanes& picture, ScratchMemory& scratc
 }
 
 bool convert2vuy(const PicturePlanes& picture, uint8_t* to, int rowBytes) {
-  const auto toRow = static_cast<size_t>(rowBytes);
   if (!lacksLastSample(picture)) {
-    convert2vuy(picture.planes[0], to, toRow, constantsFor(picture.colour), picture.width, picture.height);
+    convert2vuy(picture.planes[0], to, rowBytes, constantsFor(picture.colour), picture.width, picture.height);
     return true;
   }
   ScratchMemory scratch;
@@ -118,7 +117,7 @@ bool convert2vuy(const PicturePlanes& picture, uint8_t* to, int rowBytes) {
     const PicturePlanes strip = partOf(picture, {0, y, picture.width, std::min(kStripRows, picture.height - y)});
     const PicturePlanes planar = planarFrom2vuy(strip, scratch);
     if (planar.width == 0) return false;
-    convertPicture(planar, PixelOrder::kBGRA, to + static_cast<size_t>(y) * toRow, toRow);
+    convertPicture(planar, PixelOrder::kBGRA, to + ptrdiff_t{y} * rowBytes, rowBytes);
   }
   return true;
 }
@@ -254,11 +253,11 @@ PicturePlanes scaledPicture(const PicturePlanes& picture, int32_t width, int32_t
   return scaled;
 }
 
-bool convertPicture(const PicturePlanes& picture, PixelOrder order, uint8_t* to, size_t rowBytes) {
+bool convertPicture(const PicturePlanes& picture, PixelOrder order, uint8_t* to, ptrdiff_t rowBytes) {
   if (orderOf(picture.pixelFormat) == order) return convertAsItComes(picture, to, static_cast<int>(rowBytes));
   for (int32_t y = 0; y < picture.height; y += kStripRows) {
     const PicturePlanes strip = partOf(picture, {0, y, picture.width, std::min(kStripRows, picture.height - y)});
-    uint8_t* const rows = to + static_cast<size_t>(y) * rowBytes;
+    uint8_t* const rows = to + ptrdiff_t{y} * rowBytes;
     if (!convertAsItComes(strip, rows, static_cast<int>(rowBytes))) return false;
     libyuv::ARGBToABGR(rows, static_cast<int>(rowBytes), rows, static_cast<int>(rowBytes), strip.width, strip.height);
   }

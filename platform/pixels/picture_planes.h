@@ -77,8 +77,9 @@ PicturePlanes scaledPicture(const PicturePlanes& picture, int32_t width, int32_t
 /// Orders of the four bytes of a pixel in memory.
 enum class PixelOrder { kRGBA, kBGRA };
 
-/// Writes the picture as 4 bytes a pixel, the top row first, rows `rowBytes` apart. YCbCr becomes
+/// Writes the picture as 4 bytes a pixel, the top row at `to` and the others `rowBytes` apart, which is negative to
+/// have the lowest row first in memory. YCbCr becomes
 /// opaque RGB by its matrix and range; RGB stays as it is. False when memory is short.
-bool convertPicture(const PicturePlanes& picture, PixelOrder order, uint8_t* to, size_t rowBytes);
+bool convertPicture(const PicturePlanes& picture, PixelOrder order, uint8_t* to, ptrdiff_t rowBytes);
 
 }  // namespace vesk

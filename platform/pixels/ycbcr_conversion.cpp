@@ -55,7 +55,7 @@ YCbCrWeights weightsFor(YCbCrColour colour) {
                : YCbCrWeights{kVideo, -1160, kBlue601, 25, 52, 102};
 }
 
-void convert2vuy(const PixelPlane& from, uint8_t* to, size_t rowBytes, const libyuv::YuvConstants& constants,
+void convert2vuy(const PixelPlane& from, uint8_t* to, ptrdiff_t rowBytes, const libyuv::YuvConstants& constants,
                  int32_t width, int32_t height) {
 #if defined(__x86_64__)
   static const auto convertRow = libyuv::TestCpuFlag(libyuv::kCpuHasAVX2)    ? libyuv::UYVYToARGBRow_Any_AVX2
@@ -66,12 +66,13 @@ void convert2vuy(const PixelPlane& from, uint8_t* to, size_t rowBytes, const lib
       libyuv::TestCpuFlag(libyuv::kCpuHasNEON) ? libyuv::UYVYToARGBRow_Any_NEON : libyuv::UYVYToARGBRow_C;
 #endif
   const auto pixels = static_cast<size_t>(width);
-  if (width % 2 == 0 && from.bytesPerRow == pixels * 2 && rowBytes == pixels * 4 && height <= INT32_MAX / width) {
+  if (width % 2 == 0 && from.bytesPerRow == pixels * 2 && rowBytes == ptrdiff_t{width} * 4 &&
+      height <= INT32_MAX / width) {
     convertRow(from.data, to, &constants, width * height);  // rows without gaps are one long row
     return;
   }
-  for (size_t y = 0; y < static_cast<size_t>(height); ++y)
-    convertRow(from.data + y * from.bytesPerRow, to + y * rowBytes, &constants, width);
+  for (ptrdiff_t y = 0; y < height; ++y)
+    convertRow(from.data + static_cast<size_t>(y) * from.bytesPerRow, to + y * rowBytes, &constants, width);
 }
 
 }  // namespace vesk

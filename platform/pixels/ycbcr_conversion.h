@@ -28,8 +28,9 @@ struct YCbCrWeights {
 };
 YCbCrWeights weightsFor(YCbCrColour colour);
 
-/// 2vuy as blue, green, red, alpha by any matrix, for which libyuv has a public operation for one only.
-void convert2vuy(const PixelPlane& from, uint8_t* to, size_t rowBytes, const libyuv::YuvConstants& constants,
+/// 2vuy as blue, green, red, alpha by any matrix, for which libyuv has a public operation for one only. Rows are
+/// `rowBytes` apart, which may be negative.
+void convert2vuy(const PixelPlane& from, uint8_t* to, ptrdiff_t rowBytes, const libyuv::YuvConstants& constants,
                  int32_t width, int32_t height);
 
 }  // namespace vesk

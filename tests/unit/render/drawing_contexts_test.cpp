@@ -491,6 +491,9 @@ TEST_P(Contexts, DrawIntoFramebuffersOfTheHostAtAnyPlace) {
         expect(*left.view, turn ? first : second);
         expect(*right, turn ? second : first);
       }
+      for (const FormatRow& format : kFormats)
+        expect(*left.view,
+               CIImage::imageWithCVImageBuffer(test::noisePicture(91, 71, format.format, format.colour, random)));
       left.view->setFrame({50, 180, 200, 100});  // moved, and of the same size
       expect(*left.view, first);
       left.host.makeContextCurrent();
