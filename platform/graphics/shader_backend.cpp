@@ -137,12 +137,12 @@ class ShaderBackend final : public DrawingBackend {
 
   void setPlace(const ShaderProgram& program, const NSRect& place) const {
     const SurfaceBox viewport = currentViewport();
-    const auto [x, y] = transform();
+    const SurfaceTransform toPixels = transform();
     const auto across = [&](float at) {
-      return static_cast<GLfloat>(2 * (x.pixelOf(at) - viewport.left) / viewport.width() - 1);
+      return static_cast<GLfloat>(2 * (toPixels.x.pixelOf(at) - viewport.left) / viewport.width() - 1);
     };
     const auto up = [&](float at) {
-      return static_cast<GLfloat>(2 * (y.pixelOf(at) - viewport.bottom) / viewport.height() - 1);
+      return static_cast<GLfloat>(2 * (toPixels.y.pixelOf(at) - viewport.bottom) / viewport.height() - 1);
     };
     glUniform4f(program.uniform("place"), across(place.x), up(place.y), across(place.x + place.width),
                 up(place.y + place.height));

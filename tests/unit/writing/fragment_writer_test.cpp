@@ -57,7 +57,8 @@ bool areValidFragmentsWhole(const std::vector<uint8_t>& file, const std::vector<
     if (size < 8 || size > file.size() - at) return !isValid;
     if (type == fourCharCode("mdat")) {
       const auto begin = file.begin() + static_cast<ptrdiff_t>(at);
-      if (isValid && !std::equal(begin, begin + static_cast<ptrdiff_t>(size), finished.begin() + static_cast<ptrdiff_t>(at)))
+      if (isValid &&
+          !std::equal(begin, begin + static_cast<ptrdiff_t>(size), finished.begin() + static_cast<ptrdiff_t>(at)))
         return false;
       isValid = false;
     }
@@ -127,14 +128,12 @@ TEST_P(PowerCutTest, LosesNothingThatWasSyncedAndKeepsNothingThatWasNot) {
   EXPECT_GT(recovered, 20U);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, PowerCutTest,
-                         ::testing::Values(Way{Content::kH264AndPCM, true, Thread::kNone},
-                                           Way{Content::kH264AndPCM, true, Thread::kOwn},
-                                           Way{Content::kH264AndPCM, false, Thread::kNone},
-                                           Way{Content::kH264AndAAC, false, Thread::kOwn},
-                                           Way{Content::kLargeAndPCM, true, Thread::kNone},
-                                           Way{Content::kLargeAndPCM, false, Thread::kOwn}),
-                         nameOf);
+INSTANTIATE_TEST_SUITE_P(
+    All, PowerCutTest,
+    ::testing::Values(Way{Content::kH264AndPCM, true, Thread::kNone}, Way{Content::kH264AndPCM, true, Thread::kOwn},
+                      Way{Content::kH264AndPCM, false, Thread::kNone}, Way{Content::kH264AndAAC, false, Thread::kOwn},
+                      Way{Content::kLargeAndPCM, true, Thread::kNone}, Way{Content::kLargeAndPCM, false, Thread::kOwn}),
+    nameOf);
 
 class FaultTest : public ::testing::TestWithParam<Way> {};
 
