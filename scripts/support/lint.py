@@ -104,7 +104,7 @@ def stray_prints(file, code):
 def test_stray_prints():
     for code in ('fmt::print(stderr, "x");', "std::cerr << x;", "printf(x);", "fputs(x, stderr);"):
         assert list(stray_prints("apps/vesk/file.cpp", code)), code
-    for code in ("printLine(x);", 'sayLine("fmt::print(");', "snprintf(a, b, c);", "// std::cout", "my_puts(x);"):
+    for code in ("printLine(x);", 'reportLine("fmt::print(");', "snprintf(a, b, c);", "// std::cout", "my_puts(x);"):
         assert not list(stray_prints("apps/vesk/file.cpp", code)), code
 
 
