@@ -35,8 +35,17 @@ LIMIT = 300
 H264, RAW = "h264:1280x720@30", "raw:320x240@30"
 # File system, how it is written, pictures: the first two differ in everything.
 KINDS = (("ext4", "direct", H264), ("xfs", "buffered", RAW), ("ext4", "buffered", H264), ("xfs", "direct", RAW),
-         ("ext4", "direct", RAW), ("xfs", "buffered", H264), ("ext4", "buffered", RAW), ("xfs", "direct", H264))
-MAKE = {"ext4": ("mkfs.ext4", "-q", "-F", "-E", "lazy_itable_init=0,lazy_journal_init=0"), "xfs": ("mkfs.xfs", "-q", "-f")}
+         ("vfat", "direct", H264), ("ext4", "direct", RAW), ("xfs", "buffered", H264), ("exfat", "direct", RAW),
+         ("ext4", "buffered", RAW), ("xfs", "direct", H264))
+MAKE = {"ext4": ("mkfs.ext4", "-q", "-F", "-E", "lazy_itable_init=0,lazy_journal_init=0"), "xfs": ("mkfs.xfs", "-q", "-f"),
+        "vfat": ("mkfs.vfat",), "exfat": ("mkfs.exfat",)}
+# What the machine loads for each: it has no module loader of its own.
+MODULES = {"ext4": ("ext4",), "xfs": ("xfs",), "vfat": ("nls_cp437", "nls_ascii", "vfat"), "exfat": ("exfat",)}
+
+
+def start_machine(out, system, disk, command):
+    modules = [word for module in MODULES[system] for word in ("--module", module)]
+    return machine.start_machine(out, [*modules, "--disk", disk.path], command, LIMIT)
 
 
 @contextlib.contextmanager
@@ -54,8 +63,9 @@ def content_of(medium, folder, system):
         return
     disk = lossy_disk.LossyDisk(medium)
     copy = f"mkdir /media/disk && mount -t {system} /dev/vda /media/disk && cp -a /media/disk $VM_OUT/ && umount /media/disk"
-    reader = machine.start_machine(folder, ["--module", system, "--disk", disk.path], ["sh", "-c", copy], LIMIT)
-    _, err = reader.communicate()
+    with machine.turn():
+        reader = start_machine(folder, system, disk, ["sh", "-c", copy])
+        _, err = reader.communicate()
     disk.close()
     if reader.returncode != 0:
         raise AssertionError(f"{medium} cannot be mounted: {err[-2000:]}")
@@ -85,8 +95,7 @@ class PowerCut(unittest.TestCase):
         subprocess.run([*MAKE[system], medium], check=True, capture_output=True)
         disk = lossy_disk.LossyDisk(medium)
         console = out / "kernel.log"
-        recording = machine.start_machine(out, ["--module", system, "--disk", disk.path],
-                                          [*machine.steps("powercut", "simulated", VESK_WRITE=way), system, picture], LIMIT)
+        recording = start_machine(out, system, disk, [*machine.steps("powercut", "simulated", VESK_WRITE=way), system, picture])
         lasts = chance.uniform(0.5, LONGEST)
         pictures, began, told, way_used = 0, None, None, None
 
