@@ -1,9 +1,11 @@
 #include "platform/writing/file_system.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -74,6 +76,8 @@ class PosixFile final : public File {
   int syncData() override { return ::fdatasync(mDescriptor) == 0 ? 0 : errno; }
 
   int preallocate(uint64_t offset, uint64_t length) override {
+    struct statfs system;
+    if (::fstatfs(mDescriptor, &system) == 0 && system.f_type == TMPFS_MAGIC) return EOPNOTSUPP;  // it takes memory
     FileSizeSignalGuard guard;
     if (::fallocate(mDescriptor, FALLOC_FL_KEEP_SIZE, static_cast<off_t>(offset), static_cast<off_t>(length)) == 0) {
       return 0;

@@ -268,19 +268,22 @@ WritingStatistics FragmentWriter::statistics() const {
   return mStatistics;
 }
 
-/// Sets space aside without changing the size of the file. A full disk is left for the writing to find.
+/// Sets space aside without changing the size of the file, once it has been written past the page cache: a file
+/// system in memory, or one over such a one, would give minutes of memory. A full disk is left for the writing to find.
 void FragmentWriter::setSpaceAside() {
   uint64_t end;
   uint64_t rate;  // bytes a second
+  bool isOnADisk;
   {
     const MutexLock lock(mMutex);
     end = mEnd;
+    isOnADisk = mStatistics.direct > 0;
     constexpr uint64_t kSecond = 1'000'000;
     rate = mEnd * 10 / std::max<uint64_t>(mMediaEnd * 10 / kSecond, 10);
   }
   const auto now = Clock::now();
   const uint64_t aside = std::clamp(rate * kSecondsAside, kLeastAside, kMostAside);
-  if (end > 0 && mCanReserve && end + aside > mReserved && now >= mNextReserve) {
+  if (isOnADisk && mCanReserve && end + aside > mReserved && now >= mNextReserve) {
     mReserved = std::max(mReserved, end);
     int error = ENOSPC;
     for (uint64_t size = aside * 2; error == ENOSPC && size >= kSmallestAside; size /= 2) {

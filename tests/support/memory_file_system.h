@@ -72,6 +72,8 @@ class MemoryFileSystem final : public FileSystem {
   void setObserver(std::function<void(const std::vector<uint8_t>& bytes)> observer) { mObserver = std::move(observer); }
 
   size_t operations() const { return mOperations; }
+  /// How often somebody wanted space set aside.
+  size_t preallocated() const { return mPreallocated; }
   bool exists(const std::string& path) const { return mFiles.count(path) != 0; }
   std::vector<uint8_t> bytes(const std::string& path) const {
     const auto file = mFiles.find(path);
@@ -173,6 +175,7 @@ class MemoryFileSystem final : public FileSystem {
     int preallocate(uint64_t offset, uint64_t length) override {
       std::lock_guard lock(mOwner.mMutex);
       const Fault fault = mOwner.nextFault(Operation::kPreallocate, offset, length);
+      ++mOwner.mPreallocated;
       return fault.error == 0 && offset + length > mOwner.mCapacity ? ENOSPC : fault.error;
     }
     int truncate(uint64_t size) override {
@@ -240,6 +243,7 @@ class MemoryFileSystem final : public FileSystem {
   std::map<std::string, std::shared_ptr<Node>> mFiles;
   bool mHasFolder = true;
   std::atomic<bool> mCanDirect{true};
+  size_t mPreallocated = 0;
   uint64_t mCapacity = UINT64_MAX;
   std::function<void()> mBeforeOperation;
   std::function<void()> mBeforeSync;

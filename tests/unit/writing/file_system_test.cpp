@@ -1,8 +1,10 @@
 #include "platform/writing/file_system.h"
 
 #include <gtest/gtest.h>
+#include <linux/magic.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -86,6 +88,13 @@ TEST(FileSystem, MakesNewFilesForTheirOwnerAloneAndFollowsNoLink) {
   EXPECT_FALSE(files.open(folder.file("link"), FileMode::kReadWrite, error));
   EXPECT_EQ(error, ELOOP);
   EXPECT_EQ(contentOf(folder.file("film")), "somebody's");
+}
+
+TEST(FileSystem, SetsNoMemoryAside) {
+  TemporaryFolder folder("/dev/shm");
+  struct statfs system;
+  if (statfs("/dev/shm", &system) != 0 || system.f_type != TMPFS_MAGIC || folder.path().empty()) GTEST_SKIP();
+  EXPECT_EQ(open(folder.file("a"))->preallocate(0, 1 << 20), EOPNOTSUPP);
 }
 
 TEST(FileSystem, SyncsAgainWhenInterruptedAndGetsByWhereItCannot) {
