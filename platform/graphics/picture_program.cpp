@@ -25,6 +25,14 @@ constexpr const char* kFragmentSource = R"(
 #else
 #define SECOND g
 #endif
+// The oldest OpenGL ES knows only loops that are bounded by constants; others would unroll those.
+#if __VERSION__ == 100
+#define ROWS MOST_TAPS
+#define COLUMNS MOST_TAPS
+#else
+#define ROWS int(taps.y)
+#define COLUMNS int(taps.x)
+#endif
 uniform sampler2D first;
 uniform sampler2D second;
 uniform sampler2D third;
@@ -93,9 +101,9 @@ void main() {
   vec2 middle = toPicture.xy + toPicture.zw * gl_FragCoord.xy;
 #ifdef MOST_TAPS
   vec4 sum = vec4(0.0);
-  for (int y = 0; y < MOST_TAPS; ++y) {
+  for (int y = 0; y < ROWS; ++y) {
     if (float(y) >= taps.y) break;
-    for (int x = 0; x < MOST_TAPS; ++x) {
+    for (int x = 0; x < COLUMNS; ++x) {
       if (float(x) >= taps.x) break;
       sum += sampleAt(middle + toPicture.zw * ((vec2(float(x), float(y)) + 0.5) / taps - 0.5));
     }

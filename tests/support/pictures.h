@@ -150,8 +150,8 @@ inline CVPixelBufferRef plainPicture(int32_t width, int32_t height, Colour colou
   return fieldsPicture(width, height, kCVPixelFormat_420Planar, {colour, colour, colour, colour});
 }
 
-/// A picture over planes whose bytes `byteAt` gives for a plane and an index, with gaps between its rows and
-/// none after the last one.
+/// A picture over planes whose bytes `byteAt` gives for a plane, a column and a row, with gaps between its rows and,
+/// but for packed 4:2:2, none after the last one.
 template <class ByteAt>
 CVPixelBufferRef filledPicture(int32_t width, int32_t height, uint32_t format, YCbCrColour colour, size_t gap,
                                ByteAt byteAt) {
@@ -191,7 +191,9 @@ CVPixelBufferRef filledPicture(int32_t width, int32_t height, uint32_t format, Y
   for (size_t plane = 0; plane < shapes.size() && shapes[plane].rowBytes != 0; ++plane) {
     const size_t rowBytes = shapes[plane].rowBytes + gap;
     auto& data = memory->at(plane);
-    data.resize(rowBytes * static_cast<size_t>(shapes[plane].rows) - gap, 0x5A);
+    // A packed row of odd width may go on to the end of its last group.
+    const size_t lastGap = format == kCMPixelFormat_422YpCbCr8 ? 0 : gap;
+    data.resize(rowBytes * static_cast<size_t>(shapes[plane].rows) - lastGap, 0x5A);
     for (size_t i = 0; i < data.size(); ++i)
       if (i % rowBytes < shapes[plane].rowBytes) data[i] = byteAt(plane, i % rowBytes, i / rowBytes);
     planes.at(plane) = {data.data(), rowBytes};
