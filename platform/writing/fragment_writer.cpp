@@ -84,7 +84,7 @@ void FragmentWriter::submit(std::shared_ptr<MovieFragment> fragment) {
 void FragmentWriter::waitForTheDisk() {
   for (;;) {
     const auto now = Clock::now();
-    const bool isAhead = isAheadOfTime(now);
+    const bool isAhead = isAheadOfTime(mMediaEnd);
     if (error() != 0 || !isFarBehind(now, isAhead ? kMostAhead : kMostWaiting)) return;
     if (!isAhead || now - mEntries.front().queued > kLongestWaiting) break;
     mIsRoomWanted = true;
@@ -101,8 +101,8 @@ bool FragmentWriter::isFarBehind(Clock::time_point now, uint64_t most) const {
   return mWaitingBytes > most || now - mEntries.front().queued > kLongestWaiting;
 }
 
-bool FragmentWriter::isAheadOfTime(Clock::time_point now) const {
-  return std::chrono::microseconds(mMediaEnd) > now - mStart + kAhead;
+bool FragmentWriter::isAheadOfTime(uint64_t mediaEnd) const {
+  return mThread.joinable() && std::chrono::microseconds(mediaEnd) > Clock::now() - mStart + kAhead;
 }
 
 FragmentWriter::Entry* FragmentWriter::nextQueued() {

@@ -50,6 +50,8 @@ class FragmentWriter {
   /// The fragments that have become valid since this was last asked, in their order. After stop: those that are
   /// written.
   std::vector<std::shared_ptr<MovieFragment>> takeDone() VESK_EXCLUDES(mMutex);
+  /// Whether a source that has sent media up to `mediaEnd` is faster than real time, and so no live one.
+  bool isAheadOfTime(uint64_t mediaEnd) const;
   /// The first failure, as an errno value, or 0. ENOENT: the file has no name any more.
   int error() const { return mError.load(std::memory_order_acquire); }
   /// Writes what is queued, ends the thread and cuts off what could not be written whole. What was written last is
@@ -72,7 +74,6 @@ class FragmentWriter {
   void run() VESK_EXCLUDES(mMutex);
   void waitForTheDisk() VESK_REQUIRES(mMutex);
   bool isFarBehind(Clock::time_point now, uint64_t most) const VESK_REQUIRES(mMutex);
-  bool isAheadOfTime(Clock::time_point now) const VESK_REQUIRES(mMutex);
   void writeQueued(bool tryDirect) VESK_REQUIRES(mMutex);
   Entry* nextQueued() VESK_REQUIRES(mMutex);
   int writeBytes(Entry& entry, bool tryDirect);

@@ -57,6 +57,8 @@ class MediaTrack {
   uint64_t waitingBytes() const { return mWaitingBytes; }
   /// Microseconds of media that wait.
   uint64_t waitingDuration() const;
+  /// Microseconds from the movie's zero to the end of what was taken in.
+  uint64_t end() const { return mDescription ? movieTime(mEnd) : 0; }
   /// Microseconds from the movie's zero to a time of this track.
   uint64_t movieTime(uint64_t time) const;
   /// Lets go of the samples that wait.

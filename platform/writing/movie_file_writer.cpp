@@ -19,6 +19,9 @@ namespace {
 constexpr uint64_t kFragmentAtKeyPicture = 500'000;  // microseconds
 constexpr uint64_t kLongestFragment = 1'000'000;
 constexpr uint64_t kLargestFragment = uint64_t{16} << 20;
+// A source that is faster than real time fills these in less time than that, and fewer fragments cost less.
+constexpr uint64_t kLongestGathered = 16'000'000;
+constexpr uint64_t kGatheredBytes = uint64_t{1} << 20;
 constexpr uint64_t kLongestWaitForHeader = 500'000;
 
 // Room kept for a track whose first sample has not come: its part of a `moov`, generously.
@@ -112,7 +115,9 @@ bool MovieFileWriter::append(size_t number, const CMSampleBufferRef& sample) {
   const auto time = MediaTrack::timeOf(*sample);
   if (!time) return false;
   const int64_t zero = mSessionStart + mClock.skippedBefore(*time - mSessionStart);
-  if (track.endsFragment(*sample, zero, kFragmentAtKeyPicture) && !flush()) return false;
+  const bool isLong = track.waitingDuration() >= kFragmentAtKeyPicture;
+  const bool gathers = isLong && mayGather(track);
+  if (track.endsFragment(*sample, zero, gathers ? kLongestGathered : kFragmentAtKeyPicture) && !flush()) return false;
   const bool wasKnown = track.description().has_value();
   if (!track.accept(sample, zero)) return false;
   if (!mHasHeader) {
@@ -120,8 +125,16 @@ bool MovieFileWriter::append(size_t number, const CMSampleBufferRef& sample) {
   } else if (!wasKnown && !writeSecondHeader(track)) {
     return false;
   }
-  if (track.waitingDuration() < kLongestFragment && track.waitingBytes() < kLargestFragment) return true;
+  const uint64_t longest = gathers ? kLongestGathered : kLongestFragment;
+  if (track.waitingDuration() < longest && track.waitingBytes() < kLargestFragment) return true;
   return flush();
+}
+
+/// Whether a fragment may become longer than that of a live source, whose end is to be on the disk soon.
+bool MovieFileWriter::mayGather(const MediaTrack& track) const {
+  uint64_t bytes = 0;
+  for (const MediaTrack& one : mTracks) bytes += one.waitingBytes();
+  return mHasHeader && bytes < kGatheredBytes && mFragments->isAheadOfTime(track.end());
 }
 
 void MovieFileWriter::finishTrack(size_t number) {

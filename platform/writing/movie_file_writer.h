@@ -86,6 +86,7 @@ class MovieFileWriter {
   bool shouldWriteHeader() const;
   bool writeHeader();
   bool writeSecondHeader(MediaTrack& late);
+  bool mayGather(const MediaTrack& track) const;
   bool flush();
   void takeDone();
   void stopFragments();

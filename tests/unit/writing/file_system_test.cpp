@@ -165,7 +165,7 @@ TEST(FileSystem, SurvivesAFileSizeLimit) {
   Recording recording(writer, Content::kH264AndPCM);
   ASSERT_TRUE(writer.start());
   {
-    FileSizeLimit limit(600'000);
+    FileSizeLimit limit(3'000'000);
     for (size_t pictures = 300; recording.recordUpTo(pictures);) pictures += 30;  // until the thread has met it
     EXPECT_EQ(writer.status(), AVAssetWriterStatus::Failed);
     EXPECT_EQ(writer.error().code, AVErrorDiskFull);

@@ -200,7 +200,7 @@ TEST(FragmentWriter, EndsAPlayableMovieWhereverTheDiskEnds) {
       MemoryFileSystem files;
       files.setDirect(isDirect);
       if (missing > 0) files.setCapacity(alignedUp(size) - missing * kBlock);
-      MovieFileWriter writer(kPath, files);
+      MovieFileWriter writer(kPath, files, Thread::kNone);
       Recording recording(writer, Content::kH264AndPCM);
       ASSERT_TRUE(writer.start());
       recording.recordUpTo(100);

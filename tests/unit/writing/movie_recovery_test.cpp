@@ -329,13 +329,6 @@ TEST(MovieRecovery, ToleratesAnyBytes) {
   }
 }
 
-/// Bytes of the file that the system has got.
-uint64_t written(const MovieFileWriter& writer) {
-  constexpr uint64_t kHeader = 4096;
-  const WritingStatistics writing = writer.writing();
-  return kHeader + writing.direct + writing.buffered;
-}
-
 /// Kills a recording program somewhere and looks at what it leaves.
 class KilledRecordingTest : public ::testing::TestWithParam<Content> {};
 
@@ -350,11 +343,10 @@ TEST_P(KilledRecordingTest, LeavesAMovieThatPlaysAndRecovers) {
     ASSERT_GE(child, 0);
     if (child == 0) {
       close(progress[0]);
-      MovieFileWriter writer(path, FileSystem::posix());
+      MovieFileWriter writer(path, FileSystem::posix(), FragmentWriter::Thread::kNone);
       Recording recording(writer, GetParam());
       if (!writer.start()) _exit(1);
       for (size_t pictures = 10; recording.recordUpTo(pictures); pictures += 10) {
-        while (written(writer) < writer.bytesWritten()) sched_yield();  // a camera is slower than a disk
         if (write(progress[1], "", 1) != 1) break;
       }
       _exit(1);
@@ -372,16 +364,14 @@ TEST_P(KilledRecordingTest, LeavesAMovieThatPlaysAndRecovers) {
     ASSERT_TRUE(WIFSIGNALED(status));
 
     const ProbedMovie killed = probeMovie(readFile(path));
+    EXPECT_EQ(killed.complaints, "");
     ASSERT_EQ(killed.tracks.size(), 2U);
-    if (killed.tracks[0].packets > 0) {  // else the reader misses a first picture
-      EXPECT_EQ(killed.complaints, "");
-    }
     const int64_t end = static_cast<int64_t>(pictures) * Recording::kPictureDuration;
+    for (const ProbedTrack& track : killed.tracks) EXPECT_GE(track.endTime, end - 1'750'000);
     const RecoveryResult result = recoverMovie(path);
     ASSERT_EQ(result.outcome, RecoveryOutcome::kRecovered) << result.error.what;
     const ProbedMovie recovered = probeMovie(readFile(path), Probe::kDecode);
     EXPECT_EQ(recovered.complaints, "");
-    for (const ProbedTrack& track : recovered.tracks) EXPECT_GE(track.endTime, end - 1'750'000);
     EXPECT_GE(recovered.tracks[0].packets, killed.tracks[0].packets);
     expectBeginningOf(killed, recovered);
   }
