@@ -20,7 +20,7 @@ constexpr uint64_t kFragmentAtKeyPicture = 500'000;  // microseconds
 constexpr uint64_t kLongestFragment = 1'000'000;
 constexpr uint64_t kLargestFragment = uint64_t{16} << 20;
 // A source that is faster than real time fills these in less time than that, and fewer fragments cost less.
-constexpr uint64_t kLongestGathered = 16'000'000;
+constexpr uint64_t kLongestGathered = 4'000'000;
 constexpr uint64_t kGatheredBytes = uint64_t{1} << 20;
 constexpr uint64_t kLongestWaitForHeader = 500'000;
 
@@ -125,6 +125,7 @@ bool MovieFileWriter::append(size_t number, const CMSampleBufferRef& sample) {
   } else if (!wasKnown && !writeSecondHeader(track)) {
     return false;
   }
+  noteBytes();
   const uint64_t longest = gathers ? kLongestGathered : kLongestFragment;
   if (track.waitingDuration() < longest && track.waitingBytes() < kLargestFragment) return true;
   return flush();
@@ -132,9 +133,13 @@ bool MovieFileWriter::append(size_t number, const CMSampleBufferRef& sample) {
 
 /// Whether a fragment may become longer than that of a live source, whose end is to be on the disk soon.
 bool MovieFileWriter::mayGather(const MediaTrack& track) const {
+  return mHasHeader && waitingBytes() < kGatheredBytes && mFragments->isAheadOfTime(track.end());
+}
+
+uint64_t MovieFileWriter::waitingBytes() const {
   uint64_t bytes = 0;
-  for (const MediaTrack& one : mTracks) bytes += one.waitingBytes();
-  return mHasHeader && bytes < kGatheredBytes && mFragments->isAheadOfTime(track.end());
+  for (const MediaTrack& track : mTracks) bytes += track.waitingBytes();
+  return bytes;
 }
 
 void MovieFileWriter::finishTrack(size_t number) {
@@ -271,8 +276,8 @@ bool MovieFileWriter::flush() {
   const auto fragment = std::make_shared<MovieFragment>(mSequence + 1, mTracks, mPool, mEnd);
   mFragments->submit(fragment);
   ++mSequence;
-  setEnd(fragment->end());
   for (MediaTrack& track : mTracks) track.clearWaiting();
+  setEnd(fragment->end());
   const int error = mFragments->error();
   return error == 0 || fail(error);
 }
@@ -289,6 +294,7 @@ void MovieFileWriter::takeDone() {
 void MovieFileWriter::stopFragments() {
   mFragments->stop();
   takeDone();
+  for (MediaTrack& track : mTracks) track.clearWaiting();
   setEnd(mDoneEnd);
   if (const int error = mFragments->error(); error != 0 && isWriting()) fail(error);
 }
@@ -326,7 +332,11 @@ bool MovieFileWriter::fail(int error) {
 
 void MovieFileWriter::setEnd(uint64_t end) {
   mEnd = end;
-  mBytesWritten.store(end, std::memory_order_relaxed);
+  noteBytes();
+}
+
+void MovieFileWriter::noteBytes() {
+  mBytesWritten.store(mEnd + waitingBytes(), std::memory_order_relaxed);
 }
 
 void MovieFileWriter::close() {

@@ -66,7 +66,7 @@ class MovieFileWriter {
 
   AVAssetWriterStatus status() const { return mStatus.load(std::memory_order_acquire); }
   NSError error() const VESK_EXCLUDES(mErrorMutex);
-  /// Bytes in the file or on their way there.
+  /// Bytes in the file, or on their way there.
   uint64_t bytesWritten() const { return mBytesWritten.load(std::memory_order_relaxed); }
   WritingStatistics writing() const { return mFragments ? mFragments->statistics() : mLastWriting; }
   /// Bytes that the index of all samples takes in memory.
@@ -93,7 +93,9 @@ class MovieFileWriter {
   bool makePlain();
   bool staysInFragments(int error);
   bool fail(int error);
+  uint64_t waitingBytes() const;
   void setEnd(uint64_t end);
+  void noteBytes();
   void close();
 
   const std::string mPath;
