@@ -27,11 +27,12 @@ void turnOver(std::vector<uint8_t>& pixels, size_t rowBytes) {
 class ResolvedSurface {
  public:
   ResolvedSurface(const GLFeatures& features, GLint x, GLint y, int32_t width, int32_t height) {
+    if (!features.hasBlit) return;
     GLint samples = 0;
     GLint drawn = 0;
     glGetIntegerv(GL_SAMPLES, &samples);
     glGetIntegerv(GL_FRAMEBUFFER_BINDING, &drawn);
-    if (samples == 0 || drawn == 0 || !features.hasBlit) return;  // a window's own is resolved by reading it
+    if (samples == 0 || drawn == 0) return;  // a window's own is resolved by reading it
     mDrawn = static_cast<GLuint>(drawn);
     glGenRenderbuffers(1, &mPixels);
     GLint before = 0;

@@ -139,6 +139,7 @@ TEST_P(Sizes, ShowTheSameInEveryContext) {
   std::vector<ContextRow> rows(std::begin(kContexts), std::end(kContexts));
   for (ContextRow& row : rows) row.limits.isHardware = isHardware;
   std::vector<std::unique_ptr<Scene>> scenes;
+  scenes.reserve(rows.size());
   for (const ContextRow& row : rows) scenes.push_back(std::make_unique<Scene>(row));
   std::minstd_rand random(isHardware ? 1 : 2);
   const auto side = [&random](int least, int most) { return static_cast<int32_t>(random() % (most - least)) + least; };
@@ -249,7 +250,7 @@ TEST(DrawingContexts, DoNotAliasWhatBecomesMuchSmaller) {
           }
         const uint32_t format = image->imageBuffer()->pixelFormat();
         EXPECT_LE(most - least, 48) << row.name << ", " << height << " high, " << format;
-        EXPECT_NEAR((most + least) / 2, 128, 8) << row.name << ", " << height << " high, " << format;
+        EXPECT_NEAR((most + least) / 2.0, 128, 8) << row.name << ", " << height << " high, " << format;
       }
     }
   }
