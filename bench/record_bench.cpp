@@ -1,7 +1,8 @@
 /// Records frames that lie in memory, through our movie creator or through bare libavformat with a
-/// queue and a thread, and prints what it cost: one JSON object on standard output.
+/// queue and a thread, and prints what it cost: one JSON object on standard output. With none the frames are made and
+/// dropped, which shows what making them costs.
 ///
-///   record_bench --writer vesk|avformat --clip CLIP --minutes M OUT
+///   record_bench --writer vesk|avformat|none --clip CLIP --minutes M OUT
 ///   record_bench --dump --clip CLIP OUT      writes the frames themselves, for count_bench
 ///
 /// The pictures of CLIP (H.264) are repeated as often as needed; --raw WxH records 2vuy pictures
@@ -361,6 +362,16 @@ class WaitMeter {
   std::thread mThread;
 };
 
+class NoWriter : public Recorder {
+ public:
+  void video(uint8_t*, size_t, int64_t, bool) override {}
+  void sound(uint8_t*, size_t, int64_t) override {}
+  bool isBusy() const override { return false; }
+  size_t waiting() const override { return 0; }
+  void drain() override {}
+  void finish() override {}
+};
+
 double cpuSeconds() {
   rusage usage{};
   getrusage(RUSAGE_SELF, &usage);
@@ -439,6 +450,8 @@ int main(int argc, char** argv) {
   std::unique_ptr<Recorder> recorder;
   if (settings.writer == "vesk")
     recorder = std::make_unique<VeskWriter>(settings, footage);
+  else if (settings.writer == "none")
+    recorder = std::make_unique<NoWriter>();
   else
     recorder = std::make_unique<AvformatWriter>(settings, footage);
 
