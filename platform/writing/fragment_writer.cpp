@@ -271,11 +271,14 @@ WritingStatistics FragmentWriter::statistics() const {
 /// Sets space aside without changing the size of the file, once it has been written past the page cache: a file
 /// system in memory, or one over such a one, would give minutes of memory. A full disk is left for the writing to find.
 void FragmentWriter::setSpaceAside() {
+  uint64_t begin;  // of what is not written yet: it needs its room before what follows it
   uint64_t end;
   uint64_t rate;  // bytes a second
   bool isOnADisk;
   {
     const MutexLock lock(mMutex);
+    const size_t written = countWritten();
+    begin = written < mEntries.size() ? mEntries[written].fragment->offset() : mEnd;
     end = mEnd;
     isOnADisk = mStatistics.direct > 0;
     constexpr uint64_t kSecond = 1'000'000;
@@ -284,7 +287,7 @@ void FragmentWriter::setSpaceAside() {
   const auto now = Clock::now();
   const uint64_t aside = std::clamp(rate * kSecondsAside, kLeastAside, kMostAside);
   if (isOnADisk && mCanReserve && end + aside > mReserved && now >= mNextReserve) {
-    mReserved = std::max(mReserved, end);
+    mReserved = std::max(mReserved, begin);
     int error = ENOSPC;
     for (uint64_t size = aside * 2; error == ENOSPC && size >= kSmallestAside; size /= 2) {
       error = mFile.preallocate(mReserved, size);

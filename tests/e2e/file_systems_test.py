@@ -28,7 +28,7 @@ MADE = {
 }
 OTHERS = ("tmpfs", "fuse")
 WAYS = ("direct", "buffered")
-MOST_HELD = {"direct": MIB // 2, "buffered": 8 * MIB}
+MOST_HELD = {"direct": MIB // 2, "buffered": 24 * MIB}
 SIZES = 20  # of a full disk, each a block larger than the one before
 
 
