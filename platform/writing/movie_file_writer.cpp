@@ -273,7 +273,7 @@ bool MovieFileWriter::writeSecondHeader(MediaTrack& late) {
 bool MovieFileWriter::flush() {
   if (!mHasHeader && !writeHeader()) return false;
   takeDone();
-  const auto fragment = std::make_shared<MovieFragment>(mSequence + 1, mTracks, mPool, mEnd);
+  const auto fragment = std::make_shared<MovieFragment>(mSequence + 1, mTracks, mEnd);
   mFragments->submit(fragment);
   ++mSequence;
   for (MediaTrack& track : mTracks) track.clearWaiting();

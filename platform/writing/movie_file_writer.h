@@ -10,7 +10,6 @@
 #include <vesk/sample_buffer.h>
 #include "platform/foundation/mutex.h"
 #include "platform/writing/asset_writer.h"
-#include "platform/writing/block_pool.h"
 #include "platform/writing/file_system.h"
 #include "platform/writing/fragment_writer.h"
 #include "platform/writing/media_track.h"
@@ -101,7 +100,6 @@ class MovieFileWriter {
   const std::string mPath;
   FileSystem& mFileSystem;
   const FragmentWriter::Thread mThread;
-  BlockPool mPool;
   std::unique_ptr<File> mFile;
   std::unique_ptr<FragmentWriter> mFragments;
   WritingStatistics mLastWriting;

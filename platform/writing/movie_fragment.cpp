@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <iterator>
-#include <utility>
+#include <new>
 
 #include "platform/writing/atom_reader.h"
 #include "platform/writing/file_system.h"
@@ -50,8 +50,7 @@ uint64_t piecesIn(uint64_t bytes) {
 
 }  // namespace
 
-MovieFragment::MovieFragment(uint32_t sequence, std::span<MediaTrack> tracks, BlockPool& pool, uint64_t offset)
-    : mPool(pool), mOffset(offset) {
+MovieFragment::MovieFragment(uint32_t sequence, std::span<MediaTrack> tracks, uint64_t offset) : mOffset(offset) {
   findRuns(tracks);
   writeHeader(sequence, tracks);
   layOut();
@@ -127,10 +126,12 @@ void MovieFragment::layOut() {
 void MovieFragment::gather(std::span<MediaTrack> tracks) {
   uint64_t straight = 0;
   for (const Run& run : mRuns) straight += run.isStraight ? wholeBlocks(run.bytes) : 0;
-  mBuffer = mPool.take(mSize - straight);
-  uint8_t* to = mBuffer.bytes.get() + mHeader.size();
-  uint8_t* begin = mBuffer.bytes.get();  // of what lies behind what is written straight
-  uint64_t at = mHeader.size();          // in the fragment
+  static_assert(MemoryPool::kPageBytes % kDirectAlignment == 0);
+  mBuffer = MemoryPool::shared().allocate(mSize - straight);
+  if (!mBuffer) throw std::bad_alloc();
+  uint8_t* to = mBuffer.get() + mHeader.size();
+  uint8_t* begin = mBuffer.get();  // of what lies behind what is written straight
+  uint64_t at = mHeader.size();    // in the fragment
   const auto padTo = [&](uint64_t offset) {
     std::memset(to, 0, offset - at);
     to += offset - at;
@@ -183,19 +184,19 @@ void MovieFragment::finishHeader() {
   writeAtom(writer, mSums);
   std::copy(sums.begin(), sums.end(), mHeader.begin() + static_cast<ptrdiff_t>(mMoofSize));
   AtomWriter(mHeader).patch32(data, static_cast<uint32_t>(mSize - data));
-  std::copy(mHeader.begin(), mHeader.end(), mBuffer.bytes.get());
+  std::copy(mHeader.begin(), mHeader.end(), mBuffer.get());
   mHeader = {};
 }
 
 std::span<const uint8_t> MovieFragment::validBeginning() {
-  writeBigEndian32(mBuffer.bytes.get() + kTypeOffset, fourCharCode("moof"));
-  return {mBuffer.bytes.get(), kDirectAlignment};
+  writeBigEndian32(mBuffer.get() + kTypeOffset, fourCharCode("moof"));
+  return {mBuffer.get(), kDirectAlignment};
 }
 
 void MovieFragment::releaseMedia(bool keepsBeginning) {
   mHeld = {};
   mVectors = {};
-  if (!keepsBeginning) mPool.giveBack(std::exchange(mBuffer, {}));
+  if (!keepsBeginning) mBuffer.reset();
 }
 
 void MovieFragment::enterIndexes(std::span<MediaTrack> tracks) const {

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include <vesk/sample_buffer.h>
-#include "platform/writing/block_pool.h"
+#include "platform/media/memory_pool.h"
 #include "platform/writing/media_track.h"
 #include "platform/writing/movie_atoms.h"
 
@@ -23,10 +23,8 @@ namespace vesk {
 class MovieFragment {
  public:
   /// Takes up all that waits in `tracks`; what they hold may go afterwards.
-  /// @param pool outlives the fragment
   /// @param offset where in the file it will lie
-  MovieFragment(uint32_t sequence, std::span<MediaTrack> tracks, BlockPool& pool, uint64_t offset);
-  ~MovieFragment() { releaseMedia(false); }
+  MovieFragment(uint32_t sequence, std::span<MediaTrack> tracks, uint64_t offset);
   MovieFragment(const MovieFragment&) = delete;
   MovieFragment& operator=(const MovieFragment&) = delete;
 
@@ -68,7 +66,6 @@ class MovieFragment {
   void gather(std::span<MediaTrack> tracks);
   void finishHeader();
 
-  BlockPool& mPool;
   const uint64_t mOffset;
   uint64_t mSize = 0;
   uint64_t mMediaEnd = 0;
@@ -77,7 +74,7 @@ class MovieFragment {
   std::vector<uint8_t> mHeader;
   size_t mMoofSize = 0;
   FragmentSumsAtom mSums;
-  BlockPool::Buffer mBuffer;
+  MemoryPool::Block mBuffer;
   std::vector<iovec> mVectors;
   std::vector<CMSampleBufferRef> mHeld;  ///< whose bytes are written as they lie
 };
