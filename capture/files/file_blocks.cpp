@@ -59,7 +59,7 @@ std::shared_ptr<FileBlocks> FileBlocks::open(const std::string& path, Error& err
   }
   struct stat status {};
   const bool isKnown = fstat(descriptor, &status) == 0;
-  const std::shared_ptr<FileBlocks> file(new FileBlocks(descriptor, isKnown ? status.st_size : 0));
+  std::shared_ptr<FileBlocks> file(new FileBlocks(descriptor, isKnown ? status.st_size : 0));
   if (isKnown && S_ISREG(status.st_mode) && status.st_size > 0) return file;
   if (isKnown && S_ISREG(status.st_mode)) {
     error = {Cause::kUnreadable, fmt::format("{}: the file is empty", path), "Name a movie or sound file."};

@@ -35,7 +35,7 @@ size_t cachedBytes(const std::string& path) {
 
 /// A file on the disk that is in no memory.
 std::string makeFile(const test::TemporaryFolder& folder, size_t size) {
-  const std::string path = folder.write("footage", std::string(size, 'x'));
+  std::string path = folder.write("footage", std::string(size, 'x'));
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   EXPECT_EQ(fdatasync(file.get()), 0);
   posix_fadvise(file.get(), 0, 0, POSIX_FADV_DONTNEED);
