@@ -45,7 +45,14 @@ FragmentWriter::FragmentWriter(File& file, FileSystem& fileSystem, std::string p
 void FragmentWriter::start(Thread thread) {
   if (thread == Thread::kNone) return;
   try {
-    mThread = std::thread([this] { run(); });
+    mThread = std::thread([this] {
+      try {
+        run();
+      } catch (const std::exception& exception) {  // no memory: what is written stays, and the movie ends here
+        NSLog(LogLevel::kError, exception.what());
+        setError(ENOMEM);
+      }
+    });
   } catch (const std::system_error&) {
     NSLog(LogLevel::kWarning, "No thread for writing: the recording waits for the disk");
   }
@@ -196,6 +203,7 @@ void FragmentWriter::sync() {
   if (const int error = bringToDisk()) {
     setError(error);
     const MutexLock lock(mMutex);
+    mIsUnsynced = true;  // makeValid tries once more
     return mRoom.notify_all();
   }
   for (Entry* const entry : entries) makeValid(*entry);

@@ -25,16 +25,6 @@ using Thread = FragmentWriter::Thread;
 
 constexpr char kPath[] = "movie.mov";
 
-/// The packets of `part` are the first of those of `whole`; sound may end within one.
-void expectBeginningOf(const ProbedMovie& part, const ProbedMovie& whole) {
-  for (const ProbedTrack& track : part.tracks) {
-    const ProbedTrack* const same = whole.find(track.codec);
-    ASSERT_TRUE(same);
-    ASSERT_LE(track.content.size(), same->content.size());
-    EXPECT_TRUE(std::equal(track.content.begin(), track.content.end(), same->content.begin()));
-  }
-}
-
 struct Recovered {
   RecoveryResult result;
   ProbedMovie movie;
@@ -195,6 +185,24 @@ INSTANTIATE_TEST_SUITE_P(All, FaultTest,
                                            Way{Content::kH264AndPCM, false, Thread::kNone},
                                            Way{Content::kLargeAndPCM, true, Thread::kOwn}),
                          nameOf);
+
+/// A sync that failed once is tried again, so that who reads the movie that is left finds all that was written.
+TEST(FragmentWriter, MakesValidWhatAFailedSyncLeft) {
+  MemoryFileSystem files;
+  {
+    MovieFileWriter writer(kPath, files, Thread::kNone);
+    Recording recording(writer, Content::kH264AndPCM);
+    ASSERT_TRUE(writer.start());
+    int syncs = 0;
+    files.setFaults([&](Operation operation, size_t, uint64_t, size_t) {
+      return MemoryFileSystem::Fault{operation == Operation::kSync && ++syncs == 3 ? EIO : 0};
+    });
+    ASSERT_FALSE(recording.recordUpTo(100));
+  }
+  const ProbedMovie movie = probeMovie(files.bytes(kPath));
+  EXPECT_GT(movie.tracks[0].packets, 0);
+  EXPECT_EQ(static_cast<uint64_t>(movie.tracks[0].packets), recover(files.bytes(kPath)).result.frames);
+}
 
 /// Ends the disk at each of the last 100 blocks of a movie.
 TEST(FragmentWriter, EndsAPlayableMovieWhereverTheDiskEnds) {

@@ -1,5 +1,7 @@
 #include "tests/unit/writing/movie_probe.h"
 
+#include <gtest/gtest.h>
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -180,6 +182,15 @@ ProbedMovie probeMovieFile(const std::string& path, int64_t startTime) {
   }
   gComplaints = nullptr;
   return movie;
+}
+
+void expectBeginningOf(const ProbedMovie& part, const ProbedMovie& whole) {
+  for (const ProbedTrack& track : part.tracks) {
+    const ProbedTrack* const same = whole.find(track.codec);
+    ASSERT_TRUE(same);
+    ASSERT_LE(track.content.size(), same->content.size());
+    EXPECT_TRUE(std::equal(track.content.begin(), track.content.end(), same->content.begin()));
+  }
 }
 
 }  // namespace vesk::test

@@ -41,6 +41,9 @@ struct ProbedMovie {
   }
 };
 
+/// Expects the packets of `part` to be the first of those of `whole`; sound may end within one.
+void expectBeginningOf(const ProbedMovie& part, const ProbedMovie& whole);
+
 enum class Probe { kPackets, kDecode };
 ProbedMovie probeMovie(std::span<const uint8_t> bytes, Probe depth = Probe::kPackets);
 /// The same for what of a file comes from `time` on, in microseconds.

@@ -46,16 +46,6 @@ Recovered recover(const std::vector<uint8_t>& bytes) {
   return recovered;
 }
 
-/// The packets of `part` are the first of those of `whole`; sound may end within one.
-void expectBeginningOf(const ProbedMovie& part, const ProbedMovie& whole) {
-  for (const ProbedTrack& track : part.tracks) {
-    const ProbedTrack* same = whole.find(track.codec);
-    ASSERT_TRUE(same);
-    ASSERT_LE(track.content.size(), same->content.size());
-    EXPECT_TRUE(std::equal(track.content.begin(), track.content.end(), same->content.begin()));
-  }
-}
-
 class RecoveryContentTest : public ::testing::TestWithParam<Content> {};
 
 TEST_P(RecoveryContentTest, GivesBackEverythingThatWasWritten) {
