@@ -189,11 +189,11 @@ INSTANTIATE_TEST_SUITE_P(All, FaultTest,
 /// A sync that failed once is tried again, so that who reads the movie that is left finds all that was written.
 TEST(FragmentWriter, MakesValidWhatAFailedSyncLeft) {
   MemoryFileSystem files;
+  int syncs = 0;
   {
     MovieFileWriter writer(kPath, files, Thread::kNone);
     Recording recording(writer, Content::kH264AndPCM);
     ASSERT_TRUE(writer.start());
-    int syncs = 0;
     files.setFaults([&](Operation operation, size_t, uint64_t, size_t) {
       return MemoryFileSystem::Fault{operation == Operation::kSync && ++syncs == 3 ? EIO : 0};
     });
