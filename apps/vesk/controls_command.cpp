@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <charconv>
 #include <filesystem>
-#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <system_error>
@@ -32,21 +31,22 @@ const CameraControl& controlNamed(const std::string& name) {
 }
 
 ControlState requiredState(const VeskVideoDevice& camera, const CameraControl& control) {
-  if (auto state = stateOf(camera, control)) return *state;
-  if (const Error error = camera.lastError(); !isMissing(error)) throw Failure(kFailed, error);
+  Error why;
+  if (auto state = controlState(camera, control.id, &why)) return *state;
+  if (!isControlMissing(why)) throw Failure(kFailed, why);
   throw Failure(kFailed, fmt::format("\"{}\" has no {}.", nameOf(*camera.deviceInfo()), control.name),
                 "\"vesk controls list\" shows what it has.");
 }
 
 Json describe(const ControlState& state) {
   const auto orNull = [](const auto& value) { return value ? Json(*value) : Json(nullptr); };
-  return {{"name", state.control.name}, {"min", orNull(state.minimum)},     {"max", orNull(state.maximum)},
-          {"current", state.current},   {"default", orNull(state.initial)}, {"auto", orNull(state.isAutomatic)},
-          {"unit", state.control.unit}};
+  return {{"name", state.control().name}, {"min", orNull(state.minimum)},     {"max", orNull(state.maximum)},
+          {"current", state.current},     {"default", orNull(state.initial)}, {"auto", orNull(state.isAutomatic)},
+          {"unit", state.control().unit}};
 }
 
 std::string currentText(const ControlState& state) {
-  if (state.control.isSwitch()) return state.current != 0 ? "on" : "off";
+  if (state.control().isSwitch()) return state.current != 0 ? "on" : "off";
   return fmt::format("{}{}", state.current, state.isAutomatic.value_or(false) ? " (auto)" : "");
 }
 
@@ -57,12 +57,12 @@ void printTable(const std::vector<ControlState>& states) {
   }
   std::vector<std::vector<std::string>> rows = {{"control", "current", "range", "default", "unit"}};
   for (const ControlState& state : states)
-    rows.push_back({std::string(state.control.name), currentText(state),
-                    state.control.isSwitch() ? "off, on" : rangeText(state),
-                    !state.initial             ? "?"
-                    : state.control.isSwitch() ? (*state.initial != 0 ? "on" : "off")
-                                               : std::to_string(*state.initial),
-                    std::string(state.control.unit)});
+    rows.push_back({std::string(state.control().name), currentText(state),
+                    state.control().isSwitch() ? "off, on" : rangeText(state),
+                    !state.initial               ? "?"
+                    : state.control().isSwitch() ? (*state.initial != 0 ? "on" : "off")
+                                                 : std::to_string(*state.initial),
+                    std::string(state.control().unit)});
   std::vector<size_t> widths(rows.front().size());
   for (const auto& row : rows)
     for (size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].size());
@@ -88,22 +88,23 @@ void print(const GlobalOptions& global, const std::vector<ControlState>& states)
 int64_t readValue(const ControlState& state, const std::string& text) {
   if (text == "default") {
     if (state.initial) return *state.initial;
-    throw Failure(kFailed, fmt::format("the camera does not report the default of {}.", state.control.name),
+    throw Failure(kFailed, fmt::format("the camera does not report the default of {}.", state.control().name),
                   "Give a number.");
   }
-  if (state.control.isSwitch()) {
+  if (state.control().isSwitch()) {
     if (text == "on" || text == "1" || text == "yes" || text == "true") return 1;
     if (text == "off" || text == "0" || text == "no" || text == "false") return 0;
-    throw Failure(kWrongUse, fmt::format("\"{}\" is not a value of {}.", text, state.control.name), "Write on or off.");
+    throw Failure(kWrongUse, fmt::format("\"{}\" is not a value of {}.", text, state.control().name),
+                  "Write on or off.");
   }
   int64_t value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (error != std::errc() || end != text.data() + text.size())
-    throw Failure(kWrongUse, fmt::format("\"{}\" is not a value of {}.", text, state.control.name),
+    throw Failure(kWrongUse, fmt::format("\"{}\" is not a value of {}.", text, state.control().name),
                   fmt::format("Write a whole number, {}{}.", rangeText(state),
-                              state.control.automatic ? ", \"default\" or \"auto\"" : " or \"default\""));
+                              state.control().automatic ? ", \"default\" or \"auto\"" : " or \"default\""));
   if (!state.takes(value))
-    throw Failure(kWrongUse, fmt::format("{} is out of the range of {}.", value, state.control.name),
+    throw Failure(kWrongUse, fmt::format("{} is out of the range of {}.", value, state.control().name),
                   fmt::format("Write a number from {}.", rangeText(state)));
   return value;
 }
@@ -150,7 +151,7 @@ class Controls {
     if (mGlobal.json)
       print(mGlobal, {state});
     else
-      printLine("{}", state.control.isSwitch() ? currentText(state) : std::to_string(state.current));
+      printLine("{}", state.control().isSwitch() ? currentText(state) : std::to_string(state.current));
   }
 
   void set() {
@@ -163,16 +164,16 @@ class Controls {
   }
 
   void write(const ControlState& before, int64_t value) {
-    const std::string name(before.control.name);
-    if (mCamera->writeControl(before.control, value) != 0) {
+    const std::string name(before.control().name);
+    if (mCamera->writeControl(before.control(), value) != 0) {
       const bool isRuled = before.isAutomatic.value_or(false);
-      throw Failure(kBusy, fmt::format("{} was not set: {}.", name, reasonOf(mCamera->lastError(), before)),
+      throw Failure(kBusy, fmt::format("{} was not set: {}.", name, refusalReason(mCamera->lastError(), before)),
                     isRuled ? fmt::format("Turn it off first: vesk controls set {} off.",
-                                          cameraControl(*before.control.automatic).name)
+                                          cameraControl(*before.control().automatic).name)
                             : "\"vesk controls list\" shows what it takes.");
     }
-    const ControlState after = stateOf(*mCamera, before.control).value_or(before);
-    if (after.current != value && !after.control.isMomentary())
+    const ControlState after = controlState(*mCamera, before.id).value_or(before);
+    if (after.current != value && !after.control().isMomentary())
       reportLine("vesk: the camera rounded it to {}.", after.current);
     print(mGlobal, {after});
   }
@@ -186,10 +187,7 @@ class Controls {
       return kDone;
     }
     open(chooseCamera(mOptions.camera));
-    std::map<std::string, int64_t> values;
-    for (const ControlState& state : statesOf(*mCamera))
-      if (state.initial && !state.control.isMomentary()) values[std::string(state.control.name)] = *state.initial;
-    return finish(applySettings(*mCamera, values));
+    return finish(applyControlValues(*mCamera, initialValues(statesOf(*mCamera))));
   }
 
   void save() {
@@ -199,14 +197,15 @@ class Controls {
                     "Choose another name, or replace it with --force.");
     open(chooseCamera(mOptions.camera));
     const VeskDeviceInfo& info = *mCamera->deviceInfo();
-    ControlSettings settings{nameOf(info), info.path().value_or(""), info.vendorID(), info.productID(), {}};
+    const std::vector<ControlState> states = statesOf(*mCamera);
+    const ControlSettings settings{nameOf(info), info.path().value_or(""), info.vendorID(), info.productID(),
+                                   lastingValues(states)};
     std::vector<std::string> automatic;
-    for (const ControlState& state : statesOf(*mCamera)) {
-      if (state.control.isMomentary()) continue;
-      settings.values[std::string(state.control.name)] = state.current;
-      if (state.isAutomatic.value_or(false)) automatic.emplace_back(state.control.name);
-    }
-    saveSettings(mOptions.file, settings);
+    for (const ControlState& state : states)
+      if (state.isAutomatic.value_or(false)) automatic.emplace_back(state.control().name);
+    if (const Error error = saveControlSettings(mOptions.file, settings))
+      throw Failure(kFailed, fmt::format("the settings could not be written: {}.", error.what),
+                    "Choose another place.");
     if (mGlobal.json)
       printJson({{"file", mOptions.file}, {"settings", settings.values.size()}, {"automatic", automatic}});
     else
@@ -217,10 +216,10 @@ class Controls {
   int load() {
     const ControlSettings settings = loadSettings(mOptions.file);
     open(cameraFor(settings, mOptions.camera));
-    return finish(applySettings(*mCamera, settings.values));
+    return finish(applyControlValues(*mCamera, settings.values));
   }
 
-  int finish(const Outcome& outcome) const {
+  int finish(const ControlOutcome& outcome) const {
     printOutcome(mGlobal, *mCamera->deviceInfo(), outcome, nullptr);
     return outcome.refused.empty() ? kDone : kFailed;
   }

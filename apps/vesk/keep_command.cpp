@@ -50,7 +50,7 @@ class KeepCommand {
         if (arrived && !camera->deviceInfo()->isEqualToDevice(*arrived)) return;
         openDevice(*camera);
         readAnew();
-        printOutcome(mGlobal, *camera->deviceInfo(), applySettings(*camera, mSettings.values), "applied");
+        printOutcome(mGlobal, *camera->deviceInfo(), applyControlValues(*camera, mSettings.values), "applied");
         return;  // letting the camera go closes it
       } catch (const DeviceMissing&) {
         return arrived ? void() : printWaiting();

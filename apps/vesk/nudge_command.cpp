@@ -4,8 +4,8 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+#include <vesk/control_settings.h>
 #include <vesk/video_device.h>
-#include "apps/vesk/camera_settings.h"
 #include "apps/vesk/choices.h"
 #include "apps/vesk/commands.h"
 #include "apps/vesk/host.h"
@@ -28,8 +28,8 @@ std::shared_ptr<VeskVideoDevice> chooseHead(const std::string& text) {
   std::shared_ptr<VeskVideoDevice> camera = chooseCamera(text);
   openDevice(*camera);
   if (camera->isNudgeSupported()) return camera;
-  if (!stateOf(*camera, cameraControl(ControlID::kRelativePan)) && !isMissing(camera->lastError()))
-    throw Failure(kFailed, camera->lastError());
+  Error why;
+  if (!controlState(*camera, ControlID::kRelativePan, &why) && !isControlMissing(why)) throw Failure(kFailed, why);
   const Failure failure(kFailed, fmt::format("\"{}\" has no head that can be nudged.", nameOf(*camera->deviceInfo())),
                         camera->getPanCur() ? "Its head is sent to positions: vesk controls set pan 36000."
                                             : "Name a camera that has one with --camera.");

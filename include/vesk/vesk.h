@@ -24,6 +24,7 @@
 #include <vesk/ci_image.h>
 #include <vesk/cm_time.h>
 #include <vesk/color.h>
+#include <vesk/control_settings.h>
 #include <vesk/decoder_protocol.h>
 #include <vesk/device_delegate.h>
 #include <vesk/device_info.h>

@@ -1,21 +1,21 @@
-#include "apps/vesk/control_settings.h"
-
 #include <fmt/core.h>
 
+#include <cerrno>
+#include <cstring>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <optional>
-#include <span>
 #include <string_view>
-#include <vector>
 
 #include <vesk/atomic_file.h>
+#include <vesk/control_settings.h>
 #include <vesk/property_list.h>
-#include "apps/vesk/program.h"
+#include "platform/foundation/errors.h"
 
-namespace vesk::program {
+// Settings as text: JSON, or a property list of the same shape.
+
+namespace vesk {
 namespace {
 
 using Json = nlohmann::ordered_json;
@@ -72,12 +72,17 @@ bool isPropertyList(const std::string& path) {
   return path.size() > kEnding.size() && path.compare(path.size() - kEnding.size(), kEnding.size(), kEnding) == 0;
 }
 
-std::string contentOf(const std::string& path) {
+/// None when the file cannot be read; `code` is errno then.
+std::optional<std::string> contentOf(const std::string& path, int& code) {
+  errno = 0;
   std::ifstream file(path, std::ios::binary);
   std::string content(kMostBytes + 1, '\0');
-  file.read(content.data(), static_cast<std::streamsize>(content.size()));
+  if (file) file.read(content.data(), static_cast<std::streamsize>(content.size()));
+  if (!file.is_open() || (file.gcount() == 0 && errno != 0)) {
+    code = errno == 0 ? EIO : errno;
+    return std::nullopt;
+  }
   content.resize(static_cast<size_t>(file.gcount()));
-  if (content.empty()) throw Failure(kFailed, fmt::format("\"{}\" cannot be read.", path), "Name a file of settings.");
   return content;
 }
 
@@ -121,24 +126,34 @@ std::optional<ControlSettings> readSettings(const Json& document) {
 
 }  // namespace
 
-void saveSettings(const std::string& path, const ControlSettings& settings) {
+Error saveControlSettings(const std::string& path, const ControlSettings& settings) {
   const Json document = asJson(settings);
   const std::string text = isPropertyList(path)
                                ? "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">\n" +
                                      asPropertyList(document, "") + "</plist>\n"
                                : document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
   NSError error;
-  if (!writeToFileAtomically(path, {reinterpret_cast<const uint8_t*>(text.data()), text.size()}, &error))
-    throw Failure(kFailed, fmt::format("the settings could not be written: {}.", error.description),
-                  "Choose another place.");
+  if (writeToFileAtomically(path, {reinterpret_cast<const uint8_t*>(text.data()), text.size()}, &error)) return {};
+  return errorOf(error);
 }
 
-ControlSettings loadSettings(const std::string& path) {
-  const auto settings = readSettings(parse(contentOf(path)));
+std::optional<ControlSettings> loadControlSettings(const std::string& path, Error* why) {
+  const auto fail = [&](Error error) {
+    if (why) *why = std::move(error);
+    return std::nullopt;
+  };
+  int code = 0;
+  const auto content = contentOf(path, code);
+  if (!content) {
+    const Cause cause = fileCause(code);
+    return fail({cause, fmt::format("\"{}\" cannot be read: {}", path, std::strerror(code)), fileRemedy(cause)});
+  }
+  auto settings = readSettings(parse(*content));
   if (!settings)
-    throw Failure(kFailed, fmt::format("\"{}\" holds no settings of a camera.", path),
-                  "Name a file that \"vesk controls save\" has made.");
-  return *settings;
+    return fail({Cause::kUnreadable, fmt::format("\"{}\" holds no settings of a camera", path),
+                 "Choose a file that settings of a camera were saved to."});
+  if (why) *why = {};
+  return settings;
 }
 
-}  // namespace vesk::program
+}  // namespace vesk

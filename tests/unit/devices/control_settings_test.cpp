@@ -1,11 +1,10 @@
-#include "apps/vesk/control_settings.h"
+#include <vesk/control_settings.h>
 
 #include <gtest/gtest.h>
 
-#include "apps/vesk/program.h"
 #include "tests/support/temporary_folder.h"
 
-namespace vesk::program {
+namespace vesk {
 namespace {
 
 TEST(ControlSettings, AreReadAsTheyWereWritten) {
@@ -13,8 +12,8 @@ TEST(ControlSettings, AreReadAsTheyWereWritten) {
   const ControlSettings settings{
       "Kamera \"Ä\" & <Co>", "usb:1/2", 0x1234, 0xFFFF, {{"brightness", -64}, {"exposure", 4'000'000'000}}};
   for (const char* name : {"desk.json", "desk.plist", "desk"}) {
-    saveSettings(folder.file(name), settings);
-    const ControlSettings read = loadSettings(folder.file(name));
+    ASSERT_FALSE(saveControlSettings(folder.file(name), settings)) << name;
+    const ControlSettings read = loadControlSettings(folder.file(name)).value_or(ControlSettings());
     EXPECT_EQ(read.cameraName, settings.cameraName) << name;
     EXPECT_EQ(read.cameraPath, settings.cameraPath) << name;
     EXPECT_EQ(read.vendorID, settings.vendorID) << name;
@@ -22,17 +21,23 @@ TEST(ControlSettings, AreReadAsTheyWereWritten) {
     EXPECT_EQ(read.values, settings.values) << name;
   }
   EXPECT_EQ(test::contentOf(folder.file("desk.plist")).substr(0, 5), "<?xml");
-  EXPECT_THROW(saveSettings(folder.file("none/desk.json"), settings), Failure);
+  EXPECT_TRUE(saveControlSettings(folder.file("none/desk.json"), settings));
 }
 
 TEST(ControlSettings, OtherFilesAreRefused) {
   const test::TemporaryFolder folder;
+  Error why;
   for (const char* content :
        {"", "{}", "[1]", "text", "{\"controls\": 5}", "{\"controls\": {\"zoom\": \"far\"}, \"camera\": {}}", "<plist>",
-        "{\"controls\": {\"zoom\": 1e99}, \"camera\": {}}"})
-    EXPECT_THROW(loadSettings(folder.write("file", content)), Failure) << content;
-  EXPECT_THROW(loadSettings(folder.file("none")), Failure);
+        "{\"controls\": {\"zoom\": 1e99}, \"camera\": {}}"}) {
+    EXPECT_FALSE(loadControlSettings(folder.write("file", content), &why)) << content;
+    EXPECT_EQ(why.cause, Cause::kUnreadable) << content;
+  }
+  for (const char* name : {"none", "."}) {
+    EXPECT_FALSE(loadControlSettings(folder.file(name), &why)) << name;
+    EXPECT_NE(why.what.find("cannot be read: "), std::string::npos) << why.what;
+  }
 }
 
 }  // namespace
-}  // namespace vesk::program
+}  // namespace vesk
