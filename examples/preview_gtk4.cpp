@@ -3,35 +3,10 @@
 //   preview_gtk4 [MOVIE.mov]      Alt+R records, Escape ends
 #include <gtkmm.h>
 
+#include <vesk/gtk4.h>
 #include <vesk/vesk.h>
 
 namespace {
-
-/// A widget that carries the view. A GLArea has a context and a framebuffer of its own while it is realised.
-class PreviewArea : public Gtk::GLArea, public vesk::HostWindow {
- public:
-  const std::shared_ptr<vesk::VeskPreviewView> view = vesk::VeskPreviewView::initWithFrame({});
-
-  bool makeContextCurrent() override {
-    make_current();
-    if (!has_error()) attach_buffers();
-    return !has_error();
-  }
-  void clearCurrentContext() override { Gdk::GLContext::clear_current(); }
-  void present() override {}  // GTK does that
-  void requestRedraw() override { queue_render(); }
-
- protected:
-  Glib::RefPtr<Gdk::GLContext> on_create_context() override {  // of OpenGL or OpenGL ES, whichever there is
-    return get_native()->get_surface()->create_gl_context();
-  }
-  void on_realize() override { Gtk::GLArea::on_realize(), view->setWindow(this); }
-  void on_unrealize() override { view->setWindow(nullptr), Gtk::GLArea::on_unrealize(); }
-  void on_resize(int width, int height) override {  // in pixels, on a scaled screen too
-    view->setFrame({0, 0, static_cast<float>(width), static_cast<float>(height)});
-  }
-  bool on_render(const Glib::RefPtr<Gdk::GLContext>& /*context*/) override { return view->display(), true; }
-};
 
 class Window : public Gtk::Window {
  public:
@@ -82,7 +57,7 @@ class Window : public Gtk::Window {
   Gtk::HeaderBar mBar;
   Gtk::DropDown mChoice;
   Gtk::ToggleButton mButton{"_Record", true};
-  PreviewArea mPreview;
+  vesk::gtk4::PreviewArea mPreview;
   std::shared_ptr<vesk::VeskVideoDevice> mCamera;
   std::shared_ptr<vesk::VeskPreviewSession> mSession;
   std::shared_ptr<vesk::VeskRecordingSupervisor> mSupervisor =  // goes first: waits until a movie is in its place

@@ -1,40 +1,17 @@
 // Shows a camera live in a window of Qt 6, with a choice of cameras and a button that records.
 //
 //   preview_qt6 [MOVIE.mov]      Alt+R records, Escape ends
-#include <QtOpenGLWidgets/QOpenGLWidget>
 #include <QtWidgets/QtWidgets>
 
+#include <vesk/qt6.h>
 #include <vesk/vesk.h>
 
 namespace {
 
-/// A widget that carries the view. A QOpenGLWidget has a context and a framebuffer of its own.
-class PreviewWidget : public QOpenGLWidget, public vesk::HostWindow {
- public:
-  ~PreviewWidget() override { view->setWindow(nullptr); }
-  const std::shared_ptr<vesk::VeskPreviewView> view = vesk::VeskPreviewView::initWithFrame({});
-
-  bool makeContextCurrent() override { return makeCurrent(), context() && context()->isValid(); }
-  void clearCurrentContext() override { doneCurrent(); }
-  void present() override {}  // Qt does that
-  void requestRedraw() override { update(); }
-
- protected:
-  void initializeGL() override {
-    view->setWindow(this);
-    connect(context(), &QOpenGLContext::aboutToBeDestroyed, this, [this] { view->setWindow(nullptr); });
-  }
-  void paintGL() override {
-    const QSizeF pixels = QSizeF(size()) * devicePixelRatioF();  // of the framebuffer, on a scaled screen too
-    view->setFrame({0, 0, static_cast<float>(pixels.width()), static_cast<float>(pixels.height())});
-    view->display();
-  }
-};
-
 struct Window : QMainWindow {
   const QString movie = QCoreApplication::arguments().value(1, "movie.mov");
   vesk::VeskDeviceListPtr cameras = vesk::VeskDeviceManager::getSharedInstance()->getVideoDeviceList();
-  PreviewWidget* preview = new PreviewWidget;
+  vesk::qt6::PreviewWidget* preview = new vesk::qt6::PreviewWidget;
   QComboBox* choice = new QComboBox;
   QPushButton* button = new QPushButton("&Record");
   std::shared_ptr<vesk::VeskVideoDevice> camera;

@@ -11,8 +11,8 @@ namespace vesk {
 enum class NSCursor { kArrow };
 
 /// What carries a view: a window of a program's own, or a widget of its toolkit. Implemented by the host, which
-/// also feeds the view (NSOpenGLView). All of it belongs to the main thread. A whole host is a page of code,
-/// `examples/preview_glfw.cpp`, `examples/preview_gtk4.cpp` or `examples/preview_qt6.cpp`.
+/// also feeds the view (NSOpenGLView). All of it belongs to the main thread. Widgets of GTK 4 and Qt 6 are there, in
+/// <vesk/gtk4.h> and <vesk/qt6.h>; `examples/preview_glfw.cpp` has a window, in a page of code.
 ///
 /// **Context.** OpenGL 2.1, OpenGL 3.2 with any profile or OpenGL ES 2, or later; the view draws with what it
 /// finds, and shows the same. In another nothing is drawn, and the log says so once.
