@@ -1,13 +1,11 @@
-# Installation: the library, its public headers, the program, a CMake package and a pkg-config file.
+# Installation: the library, its public headers, a CMake package and a pkg-config file. What belongs to a program is
+# installed in apps/.
 include(CMakePackageConfigHelpers)
 
 function(vesk_install)
   set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/vesk)
 
   install(TARGETS vesk EXPORT vesk LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
-  if(TARGET vesk_program)
-    install(TARGETS vesk_program RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  endif()
   install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/vesk DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
           FILES_MATCHING PATTERN "*.h")
 

@@ -30,33 +30,43 @@ constexpr const char* kAbout =
     "Vesk finds cameras and microphones, and records them into QuickTime movies without\n"
     "re-encoding. A recording survives a crash: at most its last two seconds are lost.";
 
-constexpr const char* kExamples =
-    "Examples:\n"
-    "  vesk devices                          what is attached\n"
-    "  vesk record lesson.mov                record until Ctrl-C\n"
-    "  vesk record lesson.mov --duration 1m  record a minute\n"
-    "  vesk preview                          a camera live in a window\n"
-    "  vesk snapshot photo.jpeg              take a photo\n"
-    "  vesk --capture simulated record test.mov --duration 5\n"
-    "  vesk recover lesson.mov               finish what a crash left\n"
-    "  vesk doctor                           what keeps cameras from working\n"
+constexpr const char* kSurroundings =
+    "Environment:\n"
+    "  VESK_CAPTURE             where cameras and microphones come from, when --capture does not say it\n"
+    "  VESK_WRITE               buffered: movies go through the page cache on every file system\n"
+    "  VESK_SIMULATED_SETUP     what simulated devices do from the start\n"
+    "  VESK_SIMULATED_COMMANDS  a pipe with more of that, one command a line\n"
+    "  VESK_SIMULATED_STATE     the file in which simulated cameras keep their controls\n"
     "\n"
-    "Exit status: 0 done, 1 failed, 2 wrong use, 3 no such device, 4 device busy or refused.\n"
-    "\"vesk COMMAND --help\" tells more about a command.";
+    "Exit status:\n"
+    "  0    done\n"
+    "  1    failed\n"
+    "  2    wrong use\n"
+    "  3    no such device\n"
+    "  4    device busy or refused\n"
+    "  130  stopped by a signal before it was done\n"
+    "\n"
+    "\"vesk COMMAND --help\" and the manual page vesk-COMMAND(1) tell more about a command.";
 
 struct Example {
   const char* line;
   const char* about;
 };
 
-/// Ends the help of a command: what is to be known beside its options, and how it is used.
-void addFooter(CLI::App* command, const std::string& notes, std::initializer_list<Example> examples) {
+std::string examplesText(std::initializer_list<Example> examples) {
   size_t width = 0;
   for (const Example& example : examples) width = std::max(width, std::string(example.line).size());
-  std::string text = notes.empty() ? "Examples:" : notes + "\n\nExamples:";
-  for (const Example& example : examples)
-    text += fmt::format("\n  vesk {:<{}}  {}", example.line, width, example.about);
-  command->footer(text);
+  std::string text = "Examples:";
+  for (const Example& example : examples) {
+    text += fmt::format("\n  vesk {}", example.line);
+    if (*example.about) text += fmt::format("{:{}}  {}", "", width - std::string(example.line).size(), example.about);
+  }
+  return text;
+}
+
+/// Ends the help of a command: what is to be known beside its options, and how it is used.
+void addFooter(CLI::App* command, const std::string& notes, std::initializer_list<Example> examples) {
+  command->footer(notes.empty() ? examplesText(examples) : notes + "\n\n" + examplesText(examples));
 }
 
 CLI::Option* addCamera(CLI::App* command, std::string& camera, const char* otherwise = "the first") {
@@ -167,7 +177,15 @@ std::string commandOf(const CLI::App& app) {
 
 int parseAndRun(int argc, char** argv) {
   CLI::App app{kAbout, "vesk"};
-  app.footer(kExamples);
+  app.footer(examplesText({{"devices", "what is attached"},
+                           {"record lesson.mov", "record until Ctrl-C"},
+                           {"record lesson.mov --duration 1m", "record a minute"},
+                           {"preview", "a camera live in a window"},
+                           {"snapshot photo.jpeg", "take a photo"},
+                           {"--capture simulated record test.mov --duration 5", "without a camera, for a try"},
+                           {"recover lesson.mov", "finish what a crash left"},
+                           {"doctor", "what keeps cameras from working"}}) +
+             "\n\n" + kSurroundings);
   app.require_subcommand(1);
   app.set_version_flag("--version", "vesk " VESK_VERSION_STRING);
 
@@ -300,7 +318,8 @@ int parseAndRun(int argc, char** argv) {
 
   CLI::App* const doctorCommand =
       app.add_subcommand("doctor", "Look for what keeps cameras and microphones from working");
-  addFooter(doctorCommand, "Changes nothing. Exit status: 0 all is well, 1 there are problems.", {{"doctor", ""}});
+  addFooter(doctorCommand, "Changes nothing.\n\nExit status:\n  0  all is well\n  1  there are problems",
+            {{"doctor", ""}, {"--json doctor", "for scripts"}});
 
   ResolutionsOptions resolutions;
   CLI::App* const resolutionsCommand = app.add_subcommand("resolutions", "Look a product up in a resolution catalogue");
