@@ -42,6 +42,30 @@ Error noCamera() {
   return {Cause::kNoDevice, "the preview has no camera", ""};
 }
 
+/// @return why it was not written; none when it was.
+Error writeImage(const CIImageRef& image, PhotoOutcome& photo) {
+  const auto bitmap = NSBitmapImageRep::initWithCIImage(image);
+  if (!bitmap) return {Cause::kStalled, "there is no photo: no picture has come from the camera yet", "Wait for one."};
+  const auto bytes = bitmap->representationUsingType(NSJPEGFileType);
+  if (bytes.empty())
+    return {Cause::kOther, "there is no photo: the picture could not be encoded", "Close other programs."};
+  NSError error;
+  if (!writeToFileAtomically(photo.path, bytes, &error)) return errorOf(error);
+  photo.width = bitmap->pixelsWide();
+  photo.height = bitmap->pixelsHigh();
+  photo.bytes = bytes.size();
+  return {};
+}
+
+PhotoOutcome writePhoto(const CIImageRef& image, bool isRunning, const std::string& path) {
+  PhotoOutcome photo;
+  photo.path = path;
+  photo.error = isRunning ? writeImage(image, photo)
+                          : Error{Cause::kWrongUse, "there is no photo: the preview is not running", ""};
+  logError(photo.error);
+  return photo;
+}
+
 }  // namespace
 
 /// Stands among a microphone's delegates for the session, which it does not hold: the session holds
@@ -65,6 +89,7 @@ class VeskPreviewSession::LevelRelay : public VeskAVDeviceDelegate, public VeskM
 struct VeskPreviewSession::State {
   void setDecoder(std::shared_ptr<ICMDecoder> decoder, bool isH264 = false) VESK_EXCLUDES(mMutex);
   bool hasDecoder() const VESK_EXCLUDES(mMutex);
+  CIImageRef imageOnShow() const;
   std::vector<uint8_t> firstPicture(std::span<const uint8_t> frame) VESK_REQUIRES(mMutex);
 
   // Main thread only, but for the atomic ones.
@@ -197,29 +222,22 @@ void VeskPreviewSession::closeSession() {
 }
 
 int32_t VeskPreviewSession::capturePhotoFrameToPath(const std::string& path) {
-  mState->mLastPhoto = {};
-  mState->mLastPhoto.path = path + ".jpeg";
-  mState->mLastPhoto.error = mState->mIsRunning
-                                 ? writePhoto(mState->mLastPhoto.path)
-                                 : Error{Cause::kWrongUse, "there is no photo: the preview is not running", ""};
-  logError(mState->mLastPhoto.error);
+  mState->mLastPhoto = writePhoto(mState->imageOnShow(), mState->mIsRunning, path + ".jpeg");
   return mState->failed(kVeskStatusSuccess, mState->mLastPhoto.error);
 }
 
-/// @return why it was not written; none when it was.
-Error VeskPreviewSession::writePhoto(const std::string& path) {
-  const auto view = mState->mPreviewView.lock();
-  const auto bitmap = NSBitmapImageRep::initWithCIImage(view ? view->image() : nullptr);
-  if (!bitmap) return {Cause::kStalled, "there is no photo: no picture has come from the camera yet", "Wait for one."};
-  const auto bytes = bitmap->representationUsingType(NSJPEGFileType);
-  if (bytes.empty())
-    return {Cause::kOther, "there is no photo: the picture could not be encoded", "Close other programs."};
-  NSError error;
-  if (!writeToFileAtomically(path, bytes, &error)) return errorOf(error);
-  mState->mLastPhoto.width = bitmap->pixelsWide();
-  mState->mLastPhoto.height = bitmap->pixelsHigh();
-  mState->mLastPhoto.bytes = bytes.size();
-  return {};
+void VeskPreviewSession::capturePhoto(const std::string& path,
+                                      std::function<void(const PhotoOutcome& photo)> handler) {
+  DispatchQueue::globalQueue()->async(
+      [image = mState->imageOnShow(), isRunning = mState->mIsRunning.load(), path, handler = std::move(handler)] {
+        const PhotoOutcome photo = writePhoto(image, isRunning, path);
+        if (handler) DispatchQueue::mainQueue()->async([photo, handler] { handler(photo); });
+      });
+}
+
+CIImageRef VeskPreviewSession::State::imageOnShow() const {
+  const auto view = mPreviewView.lock();
+  return view ? view->image() : nullptr;
 }
 
 void VeskPreviewSession::setAudioDevice(const std::shared_ptr<VeskAudioDevice>& device) {

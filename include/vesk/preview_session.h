@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -94,6 +95,10 @@ class VESK_EXPORT VeskPreviewSession : public VeskAVDeviceDelegate,
   /// not running. lastPhoto tells how it went. @return 0
   int32_t capturePhotoFrameToPath(const std::string& path);
   const PhotoOutcome& lastPhoto() const;
+  /// Writes the picture on show at `path`, as above but named as it stands, on another thread: this neither encodes
+  /// nor waits for the disk. `handler` is told how it went, on the main queue, also when the session has gone
+  /// meanwhile; lastPhoto and lastError stay as they are.
+  void capturePhoto(const std::string& path, std::function<void(const PhotoOutcome& photo)> handler);
 
   /// The microphone whose level is passed on; null for none. Metered while the session runs.
   void setAudioDevice(const std::shared_ptr<VeskAudioDevice>& device);
@@ -125,7 +130,6 @@ class VESK_EXPORT VeskPreviewSession : public VeskAVDeviceDelegate,
   void stopMeter();
   void clearView() const;
   void showNewest();
-  Error writePhoto(const std::string& path);
 
   const std::unique_ptr<State> mState;
 };

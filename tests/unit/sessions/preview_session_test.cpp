@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <functional>
 #include <limits>
@@ -250,6 +251,34 @@ TEST_F(PreviewSession, PhotoIsWrittenWholeOrNotAtAll) {
   EXPECT_EQ(session->lastPhoto().path, movies.path() + "/late.jpeg") << "of the last call, not of the last file";
   EXPECT_TRUE(session->lastPhoto().error);
   EXPECT_EQ(session->lastPhoto().bytes, 0U);
+}
+
+/// Also when the session goes at once: whoever asks is told, and has the picture of that moment.
+TEST_F(PreviewSession, PhotosAreWrittenBesideTheMainThread) {
+  std::vector<PhotoOutcome> photos;
+  const auto remember = [&](const PhotoOutcome& photo) {
+    EXPECT_TRUE(DispatchQueue::mainQueue()->isCurrent());
+    photos.push_back(photo);
+  };
+  const auto wait = [&](size_t count) {
+    while (photos.size() < count) NSRunLoop::currentRunLoop()->runUntilDate(std::chrono::steady_clock::now());
+  };
+  session->startSessionWithPreview(view);
+  deliverShade(128);
+  serve();
+  session->capturePhoto(movies.path() + "/none/shot.jpg", remember);
+  wait(1);
+  EXPECT_TRUE(photos[0].error);
+  session->capturePhoto(movies.path() + "/shot.jpg", remember);
+  session->stopSession();
+  session->capturePhoto(movies.path() + "/late.jpg", remember);
+  session.reset();
+  wait(3);
+  std::sort(photos.begin(), photos.end(), [](const auto& a, const auto& b) { return a.path < b.path; });
+  EXPECT_TRUE(photos[0].error) << photos[0].path;
+  EXPECT_FALSE(photos[2].error) << photos[2].error.what;
+  EXPECT_EQ(photos[2].bytes, fs::file_size(movies.path() + "/shot.jpg"));
+  EXPECT_FALSE(isThere(movies.path() + "/late.jpg"));
 }
 
 TEST_F(PreviewSession, MetersTheAttachedMicrophoneWhileItRuns) {
