@@ -226,8 +226,7 @@ int32_t VeskPreviewSession::capturePhotoFrameToPath(const std::string& path) {
   return mState->failed(kVeskStatusSuccess, mState->mLastPhoto.error);
 }
 
-void VeskPreviewSession::capturePhoto(const std::string& path,
-                                      std::function<void(const PhotoOutcome& photo)> handler) {
+void VeskPreviewSession::capturePhoto(const std::string& path, std::function<void(const PhotoOutcome& photo)> handler) {
   DispatchQueue::globalQueue()->async(
       [image = mState->imageOnShow(), isRunning = mState->mIsRunning.load(), path, handler = std::move(handler)] {
         const PhotoOutcome photo = writePhoto(image, isRunning, path);

@@ -1,0 +1,117 @@
+#include "apps/camera/doctor_window.h"
+
+#include <adwaita.h>
+
+#include <vesk/dispatch_queue.h>
+#include <vesk/doctor.h>
+#include "apps/camera/text.h"
+#include "apps/camera/widgets.h"
+
+namespace vesk::camera {
+namespace {
+
+const char* iconOf(Finding::Mark mark) {
+  switch (mark) {
+    case Finding::Mark::kOk:
+      return "emblem-ok-symbolic";
+    case Finding::Mark::kNote:
+      return "dialog-information-symbolic";
+    case Finding::Mark::kProblem:
+      return "dialog-warning-symbolic";
+  }
+  return "";
+}
+
+/// Titles are shown as they are: what the machine says is no markup.
+GtkWidget* rowOf(const Finding& finding) {
+  GtkWidget* const row = adw_action_row_new();
+  adw_preferences_row_set_use_markup(ADW_PREFERENCES_ROW(row), FALSE);
+  adw_preferences_row_set_title(ADW_PREFERENCES_ROW(row), finding.text.c_str());
+  adw_action_row_set_title_lines(ADW_ACTION_ROW(row), 0);
+  adw_action_row_set_subtitle(ADW_ACTION_ROW(row), finding.remedy.c_str());
+  adw_action_row_set_subtitle_lines(ADW_ACTION_ROW(row), 0);
+  adw_action_row_set_icon_name(ADW_ACTION_ROW(row), iconOf(finding.mark));
+  gtk_list_box_row_set_activatable(GTK_LIST_BOX_ROW(row), FALSE);
+  return row;
+}
+
+/// What is wrong comes first.
+GtkWidget* pageOf(const std::vector<Finding>& findings) {
+  struct Group {
+    Finding::Mark mark;
+    const char* title;
+  };
+  GtkWidget* const page = adw_preferences_page_new();
+  for (const Group& group : {Group{Finding::Mark::kProblem, _("What does not work")},
+                             Group{Finding::Mark::kNote, _("Worth knowing")}, Group{Finding::Mark::kOk, _("What works")}}) {
+    GtkWidget* rows = nullptr;
+    for (const Finding& finding : findings) {
+      if (finding.mark != group.mark) continue;
+      if (!rows) {
+        rows = adw_preferences_group_new();
+        adw_preferences_group_set_title(ADW_PREFERENCES_GROUP(rows), group.title);
+      }
+      adw_preferences_group_add(ADW_PREFERENCES_GROUP(rows), rowOf(finding));
+    }
+    if (rows) adw_preferences_page_add(ADW_PREFERENCES_PAGE(page), ADW_PREFERENCES_GROUP(rows));
+  }
+  return page;
+}
+
+}  // namespace
+
+void DoctorWindow::show(Gtk::Window& parent, const std::string& folder) {
+  auto* const window = new DoctorWindow(parent, folder);  // NOLINT(cppcoreguidelines-owning-memory): deletes itself
+  window->present();
+}
+
+DoctorWindow::DoctorWindow(Gtk::Window& parent, std::string folder) : mFolder(std::move(folder)) {
+  set_title(_("Something Wrong?"));
+  set_transient_for(parent);
+  set_modal();
+  set_destroy_with_parent();
+  set_default_size(560, 560);
+  auto* const header = Gtk::make_managed<Gtk::HeaderBar>();
+  mAgain.set_icon_name("view-refresh-symbolic");
+  describe(mAgain, _("Look again"));
+  mAgain.signal_clicked().connect([this] { look(); });
+  header->pack_start(mAgain);
+  set_titlebar(*header);
+  mScrolled.set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
+  mSpinner.set_size_request(32, 32);
+  mSpinner.set_halign(Gtk::Align::CENTER);
+  mSpinner.set_valign(Gtk::Align::CENTER);
+  const auto keys = Gtk::ShortcutController::create();
+  keys->add_shortcut(
+      Gtk::Shortcut::create(Gtk::KeyvalTrigger::create(GDK_KEY_Escape), Gtk::NamedAction::create("window.close")));
+  add_controller(keys);
+  signal_close_request().connect(
+      [this] {
+        Glib::signal_idle().connect_once([this] { delete this; });
+        return false;
+      },
+      false);
+  look();
+}
+
+/// It may take a second. The window may be closed meanwhile.
+void DoctorWindow::look() {
+  set_child(mSpinner);
+  mSpinner.start();
+  mAgain.set_sensitive(false);
+  DispatchQueue::globalQueue()->async([folder = mFolder, window = std::weak_ptr<DoctorWindow*>(mSelf)] {
+    const auto findings = diagnose(folder);
+    DispatchQueue::mainQueue()->async([findings, window] {
+      if (const auto self = window.lock()) (*self)->showFindings(findings);
+    });
+  });
+}
+
+void DoctorWindow::showFindings(const std::vector<Finding>& findings) {
+  mSpinner.stop();
+  mAgain.set_sensitive();
+  mScrolled.set_child(*Gtk::manage(Glib::wrap(pageOf(findings))));
+  set_child(mScrolled);
+}
+
+}  // namespace vesk::camera

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <gtkmm.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <vesk/doctor.h>
+
+namespace vesk::camera {
+
+/// "Something wrong?": what the library finds out about this machine, and what to do about it.
+class DoctorWindow : public Gtk::Window {
+ public:
+  /// Over `parent`; `folder` is where films go. It deletes itself when it is closed.
+  static void show(Gtk::Window& parent, const std::string& folder);
+
+ private:
+  DoctorWindow(Gtk::Window& parent, std::string folder);
+  void look();
+  void showFindings(const std::vector<Finding>& findings);
+
+  const std::string mFolder;
+  const std::shared_ptr<DoctorWindow*> mSelf = std::make_shared<DoctorWindow*>(this);  ///< as long as this is there
+  Gtk::ScrolledWindow mScrolled;
+  Gtk::Spinner mSpinner;
+  Gtk::Button mAgain;
+};
+
+}  // namespace vesk::camera

@@ -1,0 +1,18 @@
+#include <glib/gi18n.h>
+
+#include <clocale>
+
+#include <vesk/device_manager.h>
+#include "apps/camera/app_settings.h"
+#include "apps/camera/application.h"
+
+int main(int argc, char** argv) {
+  std::setlocale(LC_ALL, "");
+  bindtextdomain("vesk-camera", (vesk::camera::shareFolder() + "/locale").c_str());
+  bind_textdomain_codeset("vesk-camera", "UTF-8");
+  textdomain("vesk-camera");
+  const auto application = vesk::camera::Application::create();
+  const int status = application->run(argc, argv);
+  vesk::VeskDeviceManager::destroy();
+  return status;
+}

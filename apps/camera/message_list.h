@@ -1,0 +1,49 @@
+#pragma once
+
+#include <gtkmm.h>
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace vesk::camera {
+
+/// Something that a person is told in one line, with what can be done about it.
+struct Message {
+  enum class Kind { kNote, kProblem };
+  struct Action {
+    std::string label;
+    std::function<void()> run;
+  };
+
+  std::string id;  ///< a newer message of the same takes its place
+  Kind kind = Kind::kNote;
+  std::string text;
+  std::vector<Action> actions;
+  bool endsByItself = false;  ///< goes after some seconds
+};
+
+/// The messages that stand over the picture, the newest at the bottom.
+class MessageList : public Gtk::Box {
+ public:
+  MessageList();
+  void show(const Message& message);
+  /// Nothing when there is none.
+  void remove(const std::string& id);
+  /// One that holds as long as something is so.
+  void showWhile(bool isSo, const Message& message);
+  bool has(const std::string& id) const { return mRows.count(id) > 0; }
+
+ private:
+  struct Row {
+    std::string text;
+    Gtk::Widget* widget = nullptr;
+    sigc::connection timeout;
+  };
+  Gtk::Widget* makeRow(const Message& message);
+
+  std::map<std::string, Row> mRows;
+};
+
+}  // namespace vesk::camera
