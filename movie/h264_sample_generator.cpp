@@ -7,6 +7,8 @@
 #include "movie/h264_units.h"
 #include "platform/h264/decoder_configuration.h"
 #include "platform/h264/nal_unit.h"
+#include "platform/media/memory_pool.h"
+#include "platform/media/sample_arena.h"
 
 namespace vesk {
 namespace {
@@ -17,8 +19,8 @@ struct Slices {
 };
 
 /// Copies the slices of an access unit, each with its length field, and leaves out everything else.
-/// Stops at a length that runs past the end. `block` is as long as the access unit.
-Slices copySlices(std::span<const uint8_t> accessUnit, uint8_t* block) {
+/// Stops at a length that runs past the end. There is room for the whole access unit.
+Slices copySlices(std::span<const uint8_t> accessUnit, uint8_t* room) {
   Slices slices;
   h264::NALUnitWalk walk(accessUnit);
   while (const auto unit = walk.next()) {
@@ -26,7 +28,7 @@ Slices copySlices(std::span<const uint8_t> accessUnit, uint8_t* block) {
     const uint8_t type = h264::unitType(unit->front());
     if (type > h264::kIDRSlice) continue;
     const size_t size = h264::NALUnitWalk::kLengthSize + unit->size();
-    copyBytes(block + slices.size, {unit->data() - h264::NALUnitWalk::kLengthSize, size});
+    copyBytes(room + slices.size, {unit->data() - h264::NALUnitWalk::kLengthSize, size});
     slices.size += size;
     slices.hasIDR |= type == h264::kIDRSlice;
   }
@@ -43,7 +45,9 @@ void attach(SampleAttachments& attachments, bool isSync) {
 }  // namespace
 
 H264SampleGenerator::H264SampleGenerator(int width, int height, int frameRate, FrameTiming timing)
-    : VideoSampleGenerator(width, height, frameRate, timing), mHeaderInfo(std::make_unique<CH264HeaderInfo>()) {}
+    : VideoSampleGenerator(width, height, frameRate, timing),
+      mHeaderInfo(std::make_unique<CH264HeaderInfo>()),
+      mArena(std::make_unique<SampleArena>(MemoryPool::kHugePageBytes)) {}
 
 H264SampleGenerator::~H264SampleGenerator() = default;
 
@@ -54,11 +58,13 @@ CMSampleBufferRef H264SampleGenerator::CreateVideoSampleBuffer(const unsigned ch
     if (mHeaderInfo->isComplete()) mFormat = CreateVideoFormat();
     if (!mFormat) return nullptr;
   }
-  auto block = CMBlockBuffer::create(length);
-  if (!block) return nullptr;
-  const Slices slices = copySlices({buffer, length}, block->data().data());
+  const std::span<uint8_t> room = mArena->room(length);
+  if (room.empty()) return nullptr;
+  const Slices slices = copySlices({buffer, length}, room.data());
   if (slices.size == 0) return nullptr;
 
+  auto block = mArena->take(slices.size);
+  if (!block) return nullptr;
   auto sample = CMSampleBuffer::create(std::move(block), mFormat, timing, slices.size);
   if (sample) attach(sample->sampleAttachments(), slices.hasIDR);
   return sample;

@@ -10,12 +10,14 @@
 #include "movie/copy_bytes.h"
 #include "movie/drift_correction.h"
 #include "movie/silence.h"
+#include "platform/media/sample_arena.h"
 
 namespace vesk {
 namespace {
 
 constexpr int32_t kTimeScale = 1'000'000;
 constexpr uint16_t kCorrectedBits = 16;
+constexpr size_t kArenaPiece = size_t{512} << 10;  // three seconds of 48 kHz stereo
 
 AudioStreamBasicDescription describe(uint32_t sampleRate, uint16_t channels, uint16_t bitsPerChannel) {
   const uint32_t bytesPerFrame = uint32_t{channels} * bitsPerChannel / 8;
@@ -37,7 +39,8 @@ PCMAudioSampleGenerator::PCMAudioSampleGenerator(unsigned int sampleRate, unsign
                                                  unsigned short bitsPerChannel, FrameTiming timing)
     : mFormat(CMAudioFormatDescription::create(describe(sampleRate, channels, bitsPerChannel))),
       mStreamDescription(&mFormat->streamBasicDescription()),
-      mSampleRate(sampleRate) {
+      mSampleRate(sampleRate),
+      mArena(std::make_unique<SampleArena>(kArenaPiece)) {
   const bool canBeCorrected = bitsPerChannel == kCorrectedBits && channels > 0 && sampleRate > 0;
   if (timing == FrameTiming::kCapture && canBeCorrected)
     mDriftCorrection = std::make_unique<DriftCorrection>(sampleRate, channels);
@@ -68,13 +71,14 @@ CMSampleBufferRef PCMAudioSampleGenerator::CreateSample(const unsigned char* pac
   const uint64_t frames = before + soundFrames;
   if (frames > std::numeric_limits<uint32_t>::max()) return nullptr;
 
-  auto block = CMBlockBuffer::create(frames * bytesPerFrame);
+  const std::span<uint8_t> room = mArena->room(frames * bytesPerFrame);
+  auto block = room.empty() ? nullptr : mArena->take(room.size());
   if (!block) {
     if (mDriftCorrection) advance(silence + soundFrames);  // it has counted them
     return nullptr;
   }
-  block->fillDataBytes(0, 0, before * bytesPerFrame);
-  copyBytes(block->data().data() + before * bytesPerFrame, sound);
+  std::fill_n(room.begin(), before * bytesPerFrame, uint8_t{0});
+  copyBytes(room.data() + before * bytesPerFrame, sound);
 
   const CMTime start = CMTimeMake(static_cast<int64_t>(mNextTime), kTimeScale);
   auto sample = CMSampleBuffer::createAudioWithPacketDescriptions(std::move(block), mFormat,

@@ -98,7 +98,7 @@ int FileBlocks::read(int64_t position, uint8_t* bytes, int count) {
     const int64_t at = (position + copied) % kBlockBytes;
     const int64_t part = std::min<int64_t>(count - copied, found->size - at);
     if (part <= 0) break;
-    std::memcpy(bytes + copied, found->bytes.data() + at, static_cast<size_t>(part));
+    std::memcpy(bytes + copied, found->bytes.get() + at, static_cast<size_t>(part));
     copied += static_cast<int>(part);
   }
   return copied > 0 ? copied : error;
@@ -138,10 +138,10 @@ const FileBlocks::Block* FileBlocks::block(int64_t number, int& error) {
     }
     if (kept.lastUse < oldest->lastUse) oldest = &kept;
   }
-  oldest->bytes.resize(static_cast<size_t>(kBlockBytes));
+  if (!oldest->bytes) oldest->bytes = MemoryPool::shared().allocate(static_cast<size_t>(kBlockBytes));
   oldest->number = number;
   oldest->lastUse = mUses;
-  const int got = readThrough(number * kBlockBytes, oldest->bytes.data(), kBlockBytes);
+  const int got = oldest->bytes ? readThrough(number * kBlockBytes, oldest->bytes.get(), kBlockBytes) : -ENOMEM;
   oldest->size = std::max(got, 0);
   if (got < 0) error = got;
   return got < 0 ? nullptr : oldest;

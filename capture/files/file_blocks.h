@@ -3,10 +3,10 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include <vesk/error.h>
 #include "platform/foundation/mutex.h"
+#include "platform/media/memory_pool.h"
 
 namespace vesk::capture {
 
@@ -40,7 +40,7 @@ class FileBlocks {
     int64_t number = -1;
     int64_t size = 0;
     uint64_t lastUse = 0;
-    std::vector<uint8_t> bytes;
+    MemoryPool::Block bytes;  ///< on a page: the kernel copies to anywhere else at half the speed
   };
 
   FileBlocks(int descriptor, int64_t size);

@@ -15,6 +15,8 @@ class VESK_EXPORT CMBlockBuffer {
   /// A block of `length` bytes whose memory is allocated at once and not cleared; null when there
   /// is not enough, or when `length` is 0.
   static std::shared_ptr<CMBlockBuffer> create(size_t length);
+  /// A block of somebody else's memory, which `owner` keeps; null when there is none, or no memory for the block.
+  static std::shared_ptr<CMBlockBuffer> wrap(std::span<uint8_t> bytes, std::shared_ptr<const void> owner);
 
   /// Copies `bytes` to `offset`. False, and nothing copied, when they do not fit.
   bool replaceDataBytes(std::span<const uint8_t> bytes, size_t offset);
@@ -29,8 +31,9 @@ class VESK_EXPORT CMBlockBuffer {
   CMBlockBuffer() = default;
 
  private:
-  uint8_t* mBytes = nullptr;  ///< behind this object, in the same memory
+  uint8_t* mBytes = nullptr;  ///< behind this object, in the same memory, or mOwner's
   size_t mLength = 0;
+  std::shared_ptr<const void> mOwner;
 };
 
 using CMBlockBufferRef = std::shared_ptr<CMBlockBuffer>;

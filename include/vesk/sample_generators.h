@@ -13,6 +13,7 @@ namespace vesk {
 class CH264HeaderInfo;
 class CaptureTimes;
 class DriftCorrection;
+class SampleArena;
 
 /// Turns the captured buffers of one stream into timed samples for a movie's track.
 ///
@@ -87,6 +88,7 @@ class VESK_EXPORT H264SampleGenerator final : public VideoSampleGenerator {
   CMVideoFormatDescriptionRef CreateVideoFormat() const;
 
   const std::unique_ptr<CH264HeaderInfo> mHeaderInfo;
+  const std::unique_ptr<SampleArena> mArena;
 };
 
 /// Samples from packed 4:2:2 pictures ("2vuy"), each its own picture buffer. What a picture that is
@@ -170,6 +172,7 @@ class VESK_EXPORT PCMAudioSampleGenerator final : public ISampleGenerator {
   const AudioStreamBasicDescription* mStreamDescription;  ///< inside mFormat
   const uint32_t mSampleRate;
   std::unique_ptr<DriftCorrection> mDriftCorrection;  ///< null where sound is taken as it comes
+  const std::unique_ptr<SampleArena> mArena;
 };
 
 }  // namespace vesk

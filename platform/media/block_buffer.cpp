@@ -3,6 +3,7 @@
 #include <cstring>
 #include <limits>
 #include <new>
+#include <utility>
 
 #include "platform/media/pool_allocator.h"
 
@@ -16,6 +17,19 @@ std::shared_ptr<CMBlockBuffer> CMBlockBuffer::create(size_t length) {
     auto block = std::allocate_shared<CMBlockBuffer>(PoolAllocator<CMBlockBuffer>(length, &bytes));
     block->mBytes = bytes;
     block->mLength = length;
+    return block;
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
+
+std::shared_ptr<CMBlockBuffer> CMBlockBuffer::wrap(std::span<uint8_t> bytes, std::shared_ptr<const void> owner) {
+  if (bytes.empty()) return nullptr;
+  try {
+    auto block = std::allocate_shared<CMBlockBuffer>(PoolAllocator<CMBlockBuffer>());
+    block->mBytes = bytes.data();
+    block->mLength = bytes.size();
+    block->mOwner = std::move(owner);
     return block;
   } catch (const std::bad_alloc&) {
     return nullptr;

@@ -1,5 +1,7 @@
 #include "platform/media/memory_pool.h"
 
+#include <sys/mman.h>
+
 #include <bit>
 #include <cstddef>
 #include <cstdlib>
@@ -37,9 +39,13 @@ size_t classFor(size_t length) {
 }
 
 uint8_t* fresh(size_t size) {
-  const size_t alignment = size < MemoryPool::kPageBytes ? alignof(std::max_align_t) : MemoryPool::kPageBytes;
+  const size_t alignment = size < MemoryPool::kPageBytes       ? alignof(std::max_align_t)
+                           : size < MemoryPool::kHugePageBytes ? MemoryPool::kPageBytes
+                                                               : MemoryPool::kHugePageBytes;
   void* memory = nullptr;
-  return posix_memalign(&memory, alignment, size) == 0 ? static_cast<uint8_t*>(memory) : nullptr;
+  if (posix_memalign(&memory, alignment, size) != 0) return nullptr;
+  if (size >= MemoryPool::kHugePageBytes) madvise(memory, size, MADV_HUGEPAGE);  // a hint
+  return static_cast<uint8_t*>(memory);
 }
 
 }  // namespace

@@ -14,7 +14,8 @@ namespace vesk {
 /// nothing per frame and the kernel does not hand out and clear fresh pages for every picture.
 ///
 /// Blocks come in classes of a power of two and its half steps; what is kept is bounded. Those of a page or
-/// more begin on one, so that a disk can take them as they lie.
+/// more begin on one, so that a disk can take them as they lie, and those of kHugePageBytes or more on one of these,
+/// where the system has them: a disk takes them at half the cost.
 /// Threads: safe from any thread.
 class MemoryPool {
  public:
@@ -25,12 +26,13 @@ class MemoryPool {
   };
   using Block = std::unique_ptr<uint8_t, Return>;
   static constexpr size_t kPageBytes = 4096;
+  static constexpr size_t kHugePageBytes = size_t{2} << 20;
 
   /// The pool of the process.
   static MemoryPool& shared();
 
-  /// A block of at least `length` bytes, aligned for any type, or to kPageBytes when `length` is as much; null when
-  /// there is no memory.
+  /// A block of at least `length` bytes, aligned for any type, or to kPageBytes or kHugePageBytes when `length` is as
+  /// much; null when there is no memory.
   Block allocate(size_t length);
   /// Takes back what `allocate` made for `length` bytes, for who has let go of its Block.
   void giveBack(uint8_t* memory, size_t length) noexcept;

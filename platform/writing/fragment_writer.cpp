@@ -94,10 +94,8 @@ void FragmentWriter::waitForTheDisk() {
     const bool isAhead = isAheadOfTime(mMediaEnd);
     if (error() != 0 || !isFarBehind(now, isAhead ? kMostAhead : kMostWaiting)) return;
     if (!isAhead || now - mEntries.front().queued > kLongestWaiting) break;
-    mIsRoomWanted = true;
     mWake.notify_one();
     mRoom.wait_until(mMutex, mEntries.front().queued + kLongestWaiting);
-    mIsRoomWanted = false;
   }
   mIsBehind = true;
   ++mStatistics.fellBehind;
@@ -141,7 +139,8 @@ void FragmentWriter::writeQueued(bool tryDirect) {
     entry->state = State::kWritten;
     mIsUnsynced = true;
     (entry->isDirect ? mStatistics.direct : mStatistics.buffered) += entry->fragment->size();
-    if (!entry->isDirect) mWaitingBytes -= entry->fragment->size();
+    mWaitingBytes -= entry->fragment->size();
+    mRoom.notify_all();
   }
 }
 
@@ -168,7 +167,7 @@ void FragmentWriter::run() {
       while (!nextQueued()) {
         if (mIsStopping) return;
         const bool mustSync = mIsUnsynced && error() == 0;
-        if (mustSync && (mIsRoomWanted || Clock::now() >= mNextSync)) break;
+        if (mustSync && Clock::now() >= mNextSync) break;
         if (mustSync)
           mWake.wait_until(mMutex, mNextSync);
         else
@@ -215,7 +214,6 @@ void FragmentWriter::sync() {
   const MutexLock lock(mMutex);
   for (size_t i = 0; i < entries.size(); ++i) {
     Entry& entry = mEntries.front();
-    if (entry.isDirect) mWaitingBytes -= entry.fragment->size();
     entry.fragment->releaseMedia(false);
     mSafeEnd = entry.fragment->end();
     mDone.push_back(std::move(entry.fragment));

@@ -106,11 +106,10 @@ class FragmentWriter {
   std::deque<Entry> mEntries VESK_GUARDED_BY(mMutex);  ///< neither valid nor lost; their places stay while they do
   std::vector<std::shared_ptr<MovieFragment>> mDone VESK_GUARDED_BY(mMutex);
   size_t mTaken VESK_GUARDED_BY(mMutex) = 0;           ///< of mEntries, behind stop
-  uint64_t mWaitingBytes VESK_GUARDED_BY(mMutex) = 0;  ///< of mEntries that take memory
+  uint64_t mWaitingBytes VESK_GUARDED_BY(mMutex) = 0;  ///< of mEntries that are not written
   bool mIsUnsynced VESK_GUARDED_BY(mMutex) = false;
   bool mHasFailed VESK_GUARDED_BY(mMutex) = false;  ///< a fragment could not be written: none after it is
   bool mIsBehind VESK_GUARDED_BY(mMutex) = false;
-  bool mIsRoomWanted VESK_GUARDED_BY(mMutex) = false;
   uint64_t mEnd VESK_GUARDED_BY(mMutex) = 0;      ///< of what is written or to be written
   uint64_t mSafeEnd VESK_GUARDED_BY(mMutex) = 0;  ///< of what has left mEntries
   uint64_t mMediaEnd VESK_GUARDED_BY(mMutex) = 0;

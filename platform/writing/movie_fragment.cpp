@@ -18,7 +18,7 @@ namespace {
 
 constexpr uint64_t kRunMicroseconds = 500'000;
 /// What is smaller is copied: a block of its own costs more.
-constexpr uint32_t kSmallestStraight = 65536;
+constexpr uint64_t kSmallestStraight = 65536;
 constexpr size_t kTypeOffset = 4;
 /// In a `trun` atom, behind header, flags and count.
 constexpr size_t kDataOffsetInRun = 16;
@@ -27,8 +27,9 @@ uint64_t wholeBlocks(uint64_t size) {
   return size / kDirectAlignment * kDirectAlignment;
 }
 
-bool isStraight(const MediaTrack::Waiting& sample) {
-  return sample.size >= kSmallestStraight && reinterpret_cast<uintptr_t>(sample.bytes) % kDirectAlignment == 0;
+/// How far behind the beginning of its block.
+uint64_t placeInBlock(const uint8_t* bytes) {
+  return reinterpret_cast<uintptr_t>(bytes) % kDirectAlignment;
 }
 
 TrackRunAtom makeRun(const MediaTrack& track, size_t first, size_t count) {
@@ -69,17 +70,43 @@ void MovieFragment::findRuns(std::span<MediaTrack> tracks) {
     mBeginnings.push_back({number, track.waiting().front().time});
     const auto& last = track.waiting().back();
     mMediaEnd = std::max(mMediaEnd, track.movieTime(last.time + last.duration));
+    Run run{};
     for (size_t i = 0; i < track.waiting().size(); ++i) {
       const auto& sample = track.waiting()[i];
       const uint64_t slot = (track.movieTime(sample.time) - begin) / kRunMicroseconds;
-      const bool straight = isStraight(sample);
-      if (i == 0 || slot != mRuns.back().slot || straight || mRuns.back().isStraight)
-        mRuns.push_back({number, slot, straight, i, 0, 0, 0, {}});
-      ++mRuns.back().count;
-      mRuns.back().bytes += sample.size;
+      if (run.count > 0 && (slot != run.slot || sample.bytes != run.begin + run.bytes)) {
+        addRun(run);
+        run.count = 0;
+      }
+      if (run.count == 0) run = {number, slot, sample.bytes, true, i, 0, 0, 0, {}};
+      ++run.count;
+      run.bytes += sample.size;
     }
+    addRun(run);
   }
   std::stable_sort(mRuns.begin(), mRuns.end(), [](const Run& a, const Run& b) { return a.slot < b.slot; });
+}
+
+/// Adds what lies in one piece; together with what is before it, when both are copied.
+void MovieFragment::addRun(const Run& run) {
+  Run* const last = mRuns.empty() ? nullptr : &mRuns.back();
+  const bool follows = last && last->track == run.track && last->slot == run.slot;
+  if (!follows || run.isStraight() || last->isStraight()) return mRuns.push_back(run);
+  last->isInOnePiece = false;
+  last->count += run.count;
+  last->bytes += run.bytes;
+}
+
+bool MovieFragment::Run::isStraight() const {
+  return isInOnePiece && bytes >= kSmallestStraight;
+}
+
+uint64_t MovieFragment::Run::bytesBeforeBlocks() const {
+  return (kDirectAlignment - placeInBlock(begin)) % kDirectAlignment;
+}
+
+uint64_t MovieFragment::Run::bytesInBlocks() const {
+  return wholeBlocks(bytes - bytesBeforeBlocks());
 }
 
 /// All but what follows from where the samples lie, and the checksums.
@@ -115,7 +142,7 @@ void MovieFragment::writeHeader(uint32_t sequence, std::span<MediaTrack> tracks)
 void MovieFragment::layOut() {
   uint64_t at = mHeader.size();
   for (Run& run : mRuns) {
-    if (run.isStraight) at = alignedUp(at);
+    if (run.isStraight()) at += (placeInBlock(run.begin) - at) % kDirectAlignment;
     AtomWriter(mHeader).patch32(run.offset + kDataOffsetInRun, static_cast<uint32_t>(at));
     run.offset = at;
     at += run.bytes;
@@ -125,7 +152,7 @@ void MovieFragment::layOut() {
 
 void MovieFragment::gather(std::span<MediaTrack> tracks) {
   uint64_t straight = 0;
-  for (const Run& run : mRuns) straight += run.isStraight ? wholeBlocks(run.bytes) : 0;
+  for (const Run& run : mRuns) straight += run.isStraight() ? run.bytesInBlocks() : 0;
   static_assert(MemoryPool::kPageBytes % kDirectAlignment == 0);
   mBuffer = MemoryPool::shared().allocate(mSize - straight);
   if (!mBuffer) throw std::bad_alloc();
@@ -151,16 +178,17 @@ void MovieFragment::gather(std::span<MediaTrack> tracks) {
   };
   for (const Run& run : mRuns) {
     padTo(run.offset);
-    const auto samples = std::span(tracks[run.track].waiting()).subspan(run.first, run.count);
-    if (run.isStraight) {
-      const auto& sample = samples.front();
-      const uint64_t whole = wholeBlocks(sample.size);
+    if (run.isStraight()) {
+      const uint64_t before = run.bytesBeforeBlocks();
+      const uint64_t whole = run.bytesInBlocks();
+      add(run.begin, before);
       endVector();
-      mVectors.push_back({const_cast<uint8_t*>(sample.bytes), whole});
-      add(sample.bytes + whole, sample.size - whole);
-      sum({sample.bytes, sample.size});
+      mVectors.push_back({const_cast<uint8_t*>(run.begin) + before, whole});
+      add(run.begin + before + whole, run.bytes - before - whole);
+      sum({run.begin, run.bytes});
     } else {
       const uint8_t* const copied = to;
+      const auto samples = std::span(tracks[run.track].waiting()).subspan(run.first, run.count);
       for (const auto& sample : samples) add(sample.bytes, sample.size);
       sum({copied, run.bytes});
     }
@@ -196,7 +224,10 @@ std::span<const uint8_t> MovieFragment::validBeginning() {
 void MovieFragment::releaseMedia(bool keepsBeginning) {
   mHeld = {};
   mVectors = {};
-  if (!keepsBeginning) mBuffer.reset();
+  auto beginning = keepsBeginning ? MemoryPool::shared().allocate(kDirectAlignment) : nullptr;
+  if (keepsBeginning && !beginning) return;
+  if (keepsBeginning) std::memcpy(beginning.get(), mBuffer.get(), kDirectAlignment);
+  mBuffer = std::move(beginning);
 }
 
 void MovieFragment::enterIndexes(std::span<MediaTrack> tracks) const {

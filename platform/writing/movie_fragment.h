@@ -17,9 +17,10 @@ namespace vesk {
 /// One fragment as it goes to the file: `moof`, a `free` with its checksums, then `mdat`. In the `moof` each track
 /// has runs of about half a second, and in the `mdat` the runs of all tracks alternate.
 ///
-/// It begins and ends on a block (kDirectAlignment), and all memory it is written from lies on blocks. Samples are
-/// copied there; large ones that lie on a block themselves, as pictures in pixel buffers do, are written as they
-/// lie, but for what is left of them behind their last whole block. Each of those is a run.
+/// It begins and ends on a block (kDirectAlignment), and all memory it is written from lies on blocks. Samples that
+/// lie one behind the other in memory, 64 KiB and more of them, are a run of their own, which is written as it lies:
+/// it has its place in the file where blocks of the file are blocks of its memory. Only what lies before its first
+/// whole block and behind its last one is copied, and so are all other samples.
 class MovieFragment {
  public:
   /// Takes up all that waits in `tracks`; what they hold may go afterwards.
@@ -47,13 +48,18 @@ class MovieFragment {
  private:
   struct Run {
     size_t track;
-    uint64_t slot;    ///< which half second
-    bool isStraight;  ///< written from where it lies
+    uint64_t slot;         ///< which half second
+    const uint8_t* begin;  ///< of its first sample; of all, when they lie one behind the other
+    bool isInOnePiece;
     size_t first;
     size_t count;
     uint64_t bytes;
     uint64_t offset;  ///< from the fragment's start
     TrackRunAtom atom;
+
+    bool isStraight() const;  ///< written from where it lies
+    uint64_t bytesBeforeBlocks() const;
+    uint64_t bytesInBlocks() const;
   };
   struct Beginning {
     size_t track;
@@ -61,6 +67,7 @@ class MovieFragment {
   };
 
   void findRuns(std::span<MediaTrack> tracks);
+  void addRun(const Run& run);
   void writeHeader(uint32_t sequence, std::span<MediaTrack> tracks);
   void layOut();
   void gather(std::span<MediaTrack> tracks);

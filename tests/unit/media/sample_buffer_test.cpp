@@ -11,6 +11,7 @@
 
 #include <vesk/four_char_code.h>
 #include "platform/media/memory_pool.h"
+#include "platform/media/sample_arena.h"
 
 namespace vesk {
 namespace {
@@ -117,6 +118,28 @@ TEST(MemoryPool, BlocksHoldWhatWasAskedForAndAreUsedAgain) {
     EXPECT_EQ(MemoryPool::shared().allocate(700000).get(), first);
   }
   EXPECT_FALSE(MemoryPool::shared().allocate(kTooMuch));
+}
+
+TEST(SampleArena, LaysSamplesOneBehindTheOtherUntilAPieceIsFull) {
+  CMBlockBufferRef last;
+  {
+    SampleArena arena(MemoryPool::kPageBytes);
+    ASSERT_EQ(arena.room(3000).size(), 3000U);
+    const auto first = arena.take(1000);
+    EXPECT_TRUE(beginsOnPage(first->data().data()));
+    ASSERT_EQ(arena.room(3000).size(), 3000U);
+    const auto second = arena.take(3000);
+    EXPECT_EQ(second->data().data(), first->data().data() + 1000) << "behind what was taken of the first";
+    EXPECT_EQ(arena.room(200).size(), 200U) << "in another piece";
+    const auto third = arena.take(200);
+    EXPECT_TRUE(beginsOnPage(third->data().data()));
+    ASSERT_EQ(arena.room(2 * MemoryPool::kHugePageBytes).size(), 2 * MemoryPool::kHugePageBytes);
+    last = arena.take(2 * MemoryPool::kHugePageBytes);
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(last->data().data()) % MemoryPool::kHugePageBytes, 0U);
+    EXPECT_TRUE(arena.room(kTooMuch).empty());
+    EXPECT_FALSE(arena.take(0));
+  }
+  std::memset(last->data().data(), 1, last->length());  // the arena is gone, its memory is not
 }
 
 TEST(MemoryPool, GivesABlockToOneThreadAtATime) {

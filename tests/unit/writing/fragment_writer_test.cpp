@@ -131,7 +131,8 @@ INSTANTIATE_TEST_SUITE_P(
     All, PowerCutTest,
     ::testing::Values(Way{Content::kH264AndPCM, true, Thread::kNone}, Way{Content::kH264AndPCM, true, Thread::kOwn},
                       Way{Content::kH264AndPCM, false, Thread::kNone}, Way{Content::kH264AndAAC, false, Thread::kOwn},
-                      Way{Content::kLargeAndPCM, true, Thread::kNone}, Way{Content::kLargeAndPCM, false, Thread::kOwn}),
+                      Way{Content::kLargeAndPCM, true, Thread::kNone}, Way{Content::kLargeAndPCM, false, Thread::kOwn},
+                      Way{Content::kArenas, true, Thread::kOwn}),
     nameOf);
 
 class FaultTest : public ::testing::TestWithParam<Way> {};
@@ -183,7 +184,8 @@ TEST_P(FaultTest, CostsNothingOrEndsAPlayableMovie) {
 INSTANTIATE_TEST_SUITE_P(All, FaultTest,
                          ::testing::Values(Way{Content::kH264AndPCM, true, Thread::kNone},
                                            Way{Content::kH264AndPCM, false, Thread::kNone},
-                                           Way{Content::kLargeAndPCM, true, Thread::kOwn}),
+                                           Way{Content::kLargeAndPCM, true, Thread::kOwn},
+                                           Way{Content::kArenas, true, Thread::kNone}),
                          nameOf);
 
 /// A sync that failed once is tried again, so that who reads the movie that is left finds all that was written.

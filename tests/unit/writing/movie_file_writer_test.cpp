@@ -61,7 +61,7 @@ class MovieContentTest : public MovieFileWriterTest, public ::testing::WithParam
 
 TEST_P(MovieContentTest, IsReadableWhileItGrowsAndPlainAtTheEnd) {
   const bool isAAC = GetParam() == Content::kH264AndAAC;
-  const bool isPacked = GetParam() == Content::kPackedAndPCM;
+  const bool isPacked = GetParam() == Content::kPackedAndPCM || GetParam() == Content::kArenas;
   Recording recording(mWriter, GetParam());
   ASSERT_TRUE(mWriter.start());
 
@@ -100,6 +100,12 @@ TEST_P(MovieContentTest, IsReadableWhileItGrowsAndPlainAtTheEnd) {
   EXPECT_EQ(video.endTime, 4'500'000);
   if (!isPacked) {
     EXPECT_EQ(video.decoded, 150);
+  } else {
+    constexpr size_t kPicture = 64 * 48 * 2;
+    ASSERT_EQ(video.content.size(), 150 * kPicture);
+    for (size_t i = 0; i < video.content.size(); i += 2) {
+      ASSERT_EQ(video.content[i] | video.content[i + 1] << 8, 128 | static_cast<int>(i / kPicture + 1) << 8);
+    }
   }
   const ProbedTrack& sound = movie.tracks[1];
   EXPECT_EQ(sound.codec, isAAC ? "aac" : "pcm_s16le");
@@ -119,7 +125,8 @@ TEST_P(MovieContentTest, IsReadableWhileItGrowsAndPlainAtTheEnd) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, MovieContentTest,
-                         ::testing::Values(Content::kH264AndPCM, Content::kPackedAndPCM, Content::kH264AndAAC),
+                         ::testing::Values(Content::kH264AndPCM, Content::kPackedAndPCM, Content::kH264AndAAC,
+                                           Content::kArenas),
                          [](const auto& row) { return std::to_string(static_cast<int>(row.param)); });
 
 TEST_F(MovieFileWriterTest, AlternatesPicturesAndSoundInHalfSeconds) {

@@ -54,8 +54,9 @@ H264Clip loadClip() {
   return clip;
 }
 
-CMBlockBufferRef blockOf(std::span<const uint8_t> bytes) {
-  auto block = CMBlockBuffer::create(bytes.size());
+CMBlockBufferRef blockOf(std::span<const uint8_t> bytes, SampleArena* arena = nullptr) {
+  if (arena) arena->room(bytes.size());
+  auto block = arena ? arena->take(bytes.size()) : CMBlockBuffer::create(bytes.size());
   block->replaceDataBytes(bytes, 0);
   return block;
 }
@@ -99,6 +100,13 @@ CMSampleBufferRef packedSample(const CMVideoFormatDescriptionRef& format, uint8_
   return CMSampleBuffer::createForImageBuffer(image, format, {microseconds(duration), microseconds(time), {}});
 }
 
+CMSampleBufferRef packedSampleIn(SampleArena& arena, const CMVideoFormatDescriptionRef& format, uint8_t luma,
+                                 int64_t time) {
+  const auto data = packedSample(format, luma, time)->data();
+  return CMSampleBuffer::create(blockOf(data, &arena), format, {microseconds(30'000), microseconds(time), {}},
+                                data.size());
+}
+
 CMAudioFormatDescriptionRef pcmFormat(double rate, uint32_t channels, uint32_t bits) {
   AudioStreamBasicDescription sound{.mSampleRate = rate,
                                     .mFormatID = kAudioFormatLinearPCM,
@@ -111,7 +119,7 @@ CMAudioFormatDescriptionRef pcmFormat(double rate, uint32_t channels, uint32_t b
 }
 
 CMSampleBufferRef pcmSample(const CMAudioFormatDescriptionRef& format, uint32_t frames, int64_t time, uint32_t first,
-                            uint32_t silence) {
+                            uint32_t silence, SampleArena* arena) {
   const auto& sound = format->streamBasicDescription();
   std::vector<uint8_t> bytes(size_t{frames + silence} * sound.mBytesPerFrame);
   const uint32_t bytesPerValue = sound.mBitsPerChannel / 8;
@@ -121,7 +129,7 @@ CMSampleBufferRef pcmSample(const CMAudioFormatDescriptionRef& format, uint32_t 
       std::memcpy(bytes.data() + (silence + frame) * sound.mBytesPerFrame + channel * bytesPerValue, &value, 2);
     }
   }
-  auto sample = CMSampleBuffer::createAudioWithPacketDescriptions(blockOf(bytes), format, frames + silence,
+  auto sample = CMSampleBuffer::createAudioWithPacketDescriptions(blockOf(bytes, arena), format, frames + silence,
                                                                   microseconds(time), {});
   sample->attachments().insertedSilence = silence;
   return sample;

@@ -6,6 +6,7 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/sample_buffer.h>
+#include "platform/media/sample_arena.h"
 
 namespace vesk::test {
 
@@ -29,11 +30,15 @@ CMVideoFormatDescriptionRef packedFormat(int width, int height);
 /// A packed 4:2:2 picture that is `luma` all over.
 CMSampleBufferRef packedSample(const CMVideoFormatDescriptionRef& format, uint8_t luma, int64_t time,
                                int64_t duration = 30'000);
+/// The same in the memory of `arena`.
+CMSampleBufferRef packedSampleIn(SampleArena& arena, const CMVideoFormatDescriptionRef& format, uint8_t luma,
+                                 int64_t time);
 
 CMAudioFormatDescriptionRef pcmFormat(double rate, uint32_t channels, uint32_t bits = 16);
-/// `frames` frames that count up from `first` in every channel (16 bits), after `silence` zero frames.
+/// `frames` frames that count up from `first` in every channel (16 bits), after `silence` zero frames. In memory of
+/// its own or in that of `arena`.
 CMSampleBufferRef pcmSample(const CMAudioFormatDescriptionRef& format, uint32_t frames, int64_t time,
-                            uint32_t first = 0, uint32_t silence = 0);
+                            uint32_t first = 0, uint32_t silence = 0, SampleArena* arena = nullptr);
 
 CMAudioFormatDescriptionRef aacFormat(double rate, uint32_t channels);
 /// `packets` packets of silence; the first of a track is to be trimmed.
