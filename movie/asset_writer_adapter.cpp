@@ -17,7 +17,7 @@ namespace vesk {
 namespace {
 
 /// Samples that are gathered before the writer is woken, and how long the first may wait for others.
-constexpr size_t kGatheredSamples = 32;
+constexpr size_t kGatheredSamples = 96;
 constexpr uint64_t kGatheredBytes = uint64_t{4} << 20;
 constexpr std::chrono::milliseconds kLongestWait{100};
 

@@ -40,8 +40,7 @@ constexpr std::array kKeyBindings{
 
 }  // namespace
 
-Application::Application()
-    : Gtk::Application(kApplicationID, Gio::Application::Flags::HANDLES_COMMAND_LINE) {
+Application::Application() : Gtk::Application(kApplicationID, Gio::Application::Flags::HANDLES_COMMAND_LINE) {
   set_option_context_summary(_("Shows a camera live, records films and takes photos."));
   add_main_option_entry(OptionType::STRING, "camera", 'c', _("Show the camera whose name holds NAME"), _("NAME"));
   add_main_option_entry(OptionType::STRING, "capture", '\0',
@@ -78,7 +77,8 @@ void Application::on_startup() {
   Gtk::Window::set_default_icon_name(kApplicationID);
   const auto style = Gtk::CssProvider::create();
   style->load_from_data(kStyle);
-  Gtk::StyleContext::add_provider_for_display(Gdk::Display::get_default(), style, GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
+  Gtk::StyleContext::add_provider_for_display(Gdk::Display::get_default(), style,
+                                              GTK_STYLE_PROVIDER_PRIORITY_APPLICATION);
   addShortcuts();
 }
 
@@ -124,8 +124,8 @@ void Application::showShortcuts() {
                    Glib::Markup::escape_text(binding.keys).raw(), Glib::Markup::escape_text(_(binding.title)).raw());
   const auto builder = Gtk::Builder::create_from_string(
       R"(<interface><object class="GtkShortcutsWindow" id="window"><property name="modal">1</property><child>)"
-      R"(<object class="GtkShortcutsSection"><child><object class="GtkShortcutsGroup">)" + rows +
-      "</object></child></object></child></object></interface>");
+      R"(<object class="GtkShortcutsSection"><child><object class="GtkShortcutsGroup">)" +
+      rows + "</object></child></object></child></object></interface>");
   auto* const window = builder->get_widget<Gtk::ShortcutsWindow>("window");
   if (!window) return;
   if (mWindow) window->set_transient_for(*mWindow);
@@ -134,8 +134,8 @@ void Application::showShortcuts() {
 
 void Application::showAbout() {
   auto* const window = adw_about_window_new();
-  g_object_set(window, "application-name", _("Camera"), "application-icon", kApplicationID, "version", VESK_VERSION_STRING,
-               "comments", _("Films and photos with a camera of this computer"), "developer-name",
+  g_object_set(window, "application-name", _("Camera"), "application-icon", kApplicationID, "version",
+               VESK_VERSION_STRING, "comments", _("Films and photos with a camera of this computer"), "developer-name",
                // Translators: who made this program.
                _("The Vesk authors"), "license-type", GTK_LICENSE_MIT_X11, nullptr);
   if (mWindow) gtk_window_set_transient_for(GTK_WINDOW(window), mWindow->Gtk::Window::gobj());

@@ -42,8 +42,9 @@ GtkWidget* pageOf(const std::vector<Finding>& findings) {
     const char* title;
   };
   GtkWidget* const page = adw_preferences_page_new();
-  for (const Group& group : {Group{Finding::Mark::kProblem, _("What does not work")},
-                             Group{Finding::Mark::kNote, _("Worth knowing")}, Group{Finding::Mark::kOk, _("What works")}}) {
+  for (const Group& group :
+       {Group{Finding::Mark::kProblem, _("What does not work")}, Group{Finding::Mark::kNote, _("Worth knowing")},
+        Group{Finding::Mark::kOk, _("What works")}}) {
     GtkWidget* rows = nullptr;
     for (const Finding& finding : findings) {
       if (finding.mark != group.mark) continue;

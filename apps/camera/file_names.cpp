@@ -26,7 +26,8 @@ std::string newFileName(const std::string& folder, const std::string& name, cons
   const std::string base = fmt::format("{}/{} {}", folder, name, date);
   std::string file = base + ending;
   std::error_code ignored;
-  for (int number = 2; std::filesystem::exists(file, ignored); ++number) file = fmt::format("{} ({}){}", base, number, ending);
+  for (int number = 2; std::filesystem::exists(file, ignored); ++number)
+    file = fmt::format("{} ({}){}", base, number, ending);
   return file;
 }
 

@@ -15,8 +15,9 @@ std::string nameOf(const RecordingEvent& event) {
 }  // namespace
 
 FilmRecording::FilmRecording(LiveCapture& capture)
-    : mCapture(capture), mSupervisor(VeskRecordingSupervisor::initWithEventHandler(
-                             [this](const RecordingEvent& event) { onEvent(event); })) {}
+    : mCapture(capture),
+      mSupervisor(
+          VeskRecordingSupervisor::initWithEventHandler([this](const RecordingEvent& event) { onEvent(event); })) {}
 
 Error FilmRecording::start(const std::string& folder) {
   if (!mCapture.camera()) {
@@ -39,7 +40,8 @@ Error FilmRecording::start(const std::string& folder) {
 }
 
 void FilmRecording::onEvent(const RecordingEvent& event) {
-  mIsWaiting = event.kind == Kind::kWaiting || (mIsWaiting && event.kind != Kind::kStarted && event.kind != Kind::kEnded);
+  mIsWaiting =
+      event.kind == Kind::kWaiting || (mIsWaiting && event.kind != Kind::kStarted && event.kind != Kind::kEnded);
   if (event.kind == Kind::kStarted) mCapture.adopt(mSupervisor->camera());
   say(event);
   if (event.kind == Kind::kMovieFinished && !event.movie->file.empty() && !event.movie->isLeft)
@@ -61,12 +63,13 @@ void FilmRecording::say(const RecordingEvent& event) {
       for (const char* id : {"film-camera", "film-frames"}) mMessageGone.emit(id);
       return;
     case Kind::kCameraRemoved:
-      return problem("film-camera",
-                     filled(_("“{}” was unplugged. What was filmed is kept. Plug it in again, and it goes on in the next film."),
-                            nameOf(event)));
+      return problem(
+          "film-camera",
+          filled(_("“{}” was unplugged. What was filmed is kept. Plug it in again, and it goes on in the next film."),
+                 nameOf(event)));
     case Kind::kMicrophoneRemoved:
-      return problem("film-sound", filled(_("“{}” was unplugged. The film goes on without sound. Plug it in again."),
-                                          nameOf(event)));
+      return problem("film-sound",
+                     filled(_("“{}” was unplugged. The film goes on without sound. Plug it in again."), nameOf(event)));
     case Kind::kMicrophoneReturned:
       if (!event.error) return mMessageGone.emit("film-sound");
       return problem("film-sound", sentences(event.error));

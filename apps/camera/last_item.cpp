@@ -70,8 +70,9 @@ void showInFileManager(const std::string& file) {
   const auto openFolder = [folder] { gtk_show_uri(nullptr, folder.c_str(), GDK_CURRENT_TIME); };
   try {
     const auto bus = Gio::DBus::Connection::get_sync(Gio::DBus::BusType::SESSION);
-    const auto arguments = Glib::VariantContainerBase::create_tuple(std::vector<Glib::VariantBase>{
-        Glib::Variant<std::vector<Glib::ustring>>::create({Glib::filename_to_uri(file)}), Glib::Variant<Glib::ustring>::create("")});
+    const auto arguments = Glib::VariantContainerBase::create_tuple(
+        std::vector<Glib::VariantBase>{Glib::Variant<std::vector<Glib::ustring>>::create({Glib::filename_to_uri(file)}),
+                                       Glib::Variant<Glib::ustring>::create("")});
     bus->call(
         "/org/freedesktop/FileManager1", "org.freedesktop.FileManager1", "ShowItems", arguments,
         [bus, openFolder](const Glib::RefPtr<Gio::AsyncResult>& result) {

@@ -17,11 +17,11 @@
 namespace vesk::camera {
 namespace {
 
-constexpr unsigned kTickInterval = 200;      ///< ms, of elapsed time and size
-constexpr unsigned kHideBarAfter = 2500;     ///< ms, in full screen
-constexpr unsigned kFlashInterval = 60;      ///< ms
-constexpr unsigned kBurstInterval = 150;     ///< ms from photo to photo while the button is held
-constexpr double kFewSeconds = 10 * 60;      ///< that are left on the disk, which a person is to see
+constexpr unsigned kTickInterval = 200;   ///< ms, of elapsed time and size
+constexpr unsigned kHideBarAfter = 2500;  ///< ms, in full screen
+constexpr unsigned kFlashInterval = 60;   ///< ms
+constexpr unsigned kBurstInterval = 150;  ///< ms from photo to photo while the button is held
+constexpr double kFewSeconds = 10 * 60;   ///< that are left on the disk, which a person is to see
 
 }  // namespace
 
@@ -56,7 +56,8 @@ MainWindow::MainWindow(Glib::RefPtr<Gio::Settings> settings)
 }
 
 MainWindow::~MainWindow() {
-  for (auto* const connection : {&mTick, &mCountdownTick, &mHideBar, &mHidden, &mSurfaceState}) connection->disconnect();
+  for (auto* const connection : {&mTick, &mCountdownTick, &mHideBar, &mHidden, &mSurfaceState})
+    connection->disconnect();
   mCapture->close();
 }
 
@@ -142,23 +143,31 @@ void MainWindow::buildContent() {
 void MainWindow::addActions() {
   mRecordAction = add_action("record", sigc::mem_fun(*this, &MainWindow::record));
   mPhotoAction = add_action("photo", [this] { countDown([this] { takePhoto(); }); });
-  mCameraAction = add_action_radio_string("camera", [this](const Glib::ustring& path) {
-    mSettings->set_string("camera", path);
-    mCapture->chooseCamera(path);
-    showState();
-  }, "");
-  mMicrophoneAction = add_action_radio_string("microphone", [this](const Glib::ustring& path) {
-    mSettings->set_string("microphone", path);
-    mCapture->chooseMicrophone(path);
-    showState();
-  }, "");
-  mMuteAction = add_action_bool("mute", [this] { mCapture->setMuted(!mCapture->isMuted()); }, false);
+  mCameraAction = add_action_radio_string(
+      "camera",
+      [this](const Glib::ustring& path) {
+        mSettings->set_string("camera", path);
+        mCapture->chooseCamera(path);
+        showState();
+      },
+      "");
+  mMicrophoneAction = add_action_radio_string(
+      "microphone",
+      [this](const Glib::ustring& path) {
+        mSettings->set_string("microphone", path);
+        mCapture->chooseMicrophone(path);
+        showState();
+      },
+      "");
+  mMuteAction = add_action_bool(
+      "mute", [this] { mCapture->setMuted(!mCapture->isMuted()); }, false);
   for (const char* const key : {"mirror", "timer", "shutter-sound", "with-sound", "show-settings"})
     add_action(mSettings->create_action(key));
   mSettings->signal_changed("mirror").connect(
       [this](const Glib::ustring&) { mPreview.setMirrored(mSettings->get_boolean("mirror")); });
-  mSettings->signal_changed("with-sound").connect(
-      [this](const Glib::ustring&) { mCapture->setWithSound(mSettings->get_boolean("with-sound")); });
+  mSettings->signal_changed("with-sound").connect([this](const Glib::ustring&) {
+    mCapture->setWithSound(mSettings->get_boolean("with-sound"));
+  });
   mPreview.setMirrored(mSettings->get_boolean("mirror"));
   add_action("full-screen", [this] { is_fullscreen() ? unfullscreen() : fullscreen(); });
   add_action("leave-full-screen", [this] {
@@ -179,8 +188,8 @@ void MainWindow::addActions() {
 }
 
 void MainWindow::chooseFolder() {
-  const auto chooser =
-      Gtk::FileChooserNative::create(_("Folder of Films"), *this, Gtk::FileChooser::Action::SELECT_FOLDER, _("_Choose"), "");
+  const auto chooser = Gtk::FileChooserNative::create(_("Folder of Films"), *this,
+                                                      Gtk::FileChooser::Action::SELECT_FOLDER, _("_Choose"), "");
   chooser->set_modal();
   chooser->signal_response().connect([this, chooser](int response) {
     if (response == static_cast<int>(Gtk::ResponseType::ACCEPT) && chooser->get_file())
@@ -223,22 +232,21 @@ void MainWindow::showState() {
   mPhotoAction->set_enabled(camera != nullptr);
   mCameraAction->set_enabled(!isRecording);
   mMicrophoneAction->set_enabled(!isRecording);
-  mCameraAction->change_state(
-      Glib::ustring(camera ? camera->deviceInfo()->path().value_or("") : std::string()));
-  mMicrophoneAction->change_state(
-      Glib::ustring(mCapture->microphone() ? mCapture->microphone()->deviceInfo()->path().value_or("") : std::string()));
+  mCameraAction->change_state(Glib::ustring(camera ? camera->deviceInfo()->path().value_or("") : std::string()));
+  mMicrophoneAction->change_state(Glib::ustring(
+      mCapture->microphone() ? mCapture->microphone()->deviceInfo()->path().value_or("") : std::string()));
   mMuteAction->set_enabled(mCapture->microphone() != nullptr);
   mMuteAction->change_state(mCapture->isMuted());
   if (camera) {
     const auto format = camera->getFormat();
     if (format && format->dimensions().height > 0)
-      mFrame.set_ratio(static_cast<float>(format->dimensions().width) / static_cast<float>(format->dimensions().height));
+      mFrame.set_ratio(static_cast<float>(format->dimensions().width) /
+                       static_cast<float>(format->dimensions().height));
   }
   showMessages();
   if (isRecording != mTick.connected()) {
     mTick.disconnect();
-    if (isRecording)
-      mTick = Glib::signal_timeout().connect([this] { return showProgress(), true; }, kTickInterval);
+    if (isRecording) mTick = Glib::signal_timeout().connect([this] { return showProgress(), true; }, kTickInterval);
     inhibitSleep(isRecording);
   }
   showProgress();
@@ -255,15 +263,21 @@ void MainWindow::showMessages() {
                       {"no-camera", Kind::kProblem, _("There is no camera. Plug one in."), {doctor}});
   mMessages.showWhile(static_cast<bool>(mCapture->error()),
                       {"camera", Kind::kProblem, sentences(mCapture->error()), {again, doctor}});
+  mMessages.showWhile(mCapture->isFrozen() && !isRecording,
+                      {"frozen",
+                       Kind::kProblem,
+                       _("The picture is frozen: the camera has stopped sending. Unplug it and plug it in again."),
+                       {again}});
   mMessages.showWhile(
-      mCapture->isFrozen() && !isRecording,
-      {"frozen", Kind::kProblem, _("The picture is frozen: the camera has stopped sending. Unplug it and plug it in again."), {again}});
-  mMessages.showWhile(mCapture->isMuted() && mCapture->microphone(),
-                      {"muted", Kind::kProblem, _("The microphone is muted: films have no sound."),
-                       {{_("Unmute"), [this] { mCapture->setMuted(false); }}}});
+      mCapture->isMuted() && mCapture->microphone(),
+      {"muted", Kind::kProblem, _("The microphone is muted: films have no sound."), {{_("Unmute"), [this] {
+                                                                                        mCapture->setMuted(false);
+                                                                                      }}}});
   mMessages.showWhile(mCapture->isSilent() && !mCapture->isMuted() && !mMessages.has("film-sound"),
-                      {"silent", Kind::kProblem,
-                       _("The microphone is silent. See whether it is switched off or turned down."), {doctor}});
+                      {"silent",
+                       Kind::kProblem,
+                       _("The microphone is silent. See whether it is switched off or turned down."),
+                       {doctor}});
 }
 
 void MainWindow::showProgress() {
@@ -386,7 +400,8 @@ void MainWindow::surfaceChanged() {
   const auto surface = get_realized() ? std::dynamic_pointer_cast<Gdk::Toplevel>(get_surface()) : nullptr;
   if (!surface) return;
   if (!mSurfaceState.connected())
-    mSurfaceState = surface->property_state().signal_changed().connect(sigc::mem_fun(*this, &MainWindow::surfaceChanged));
+    mSurfaceState =
+        surface->property_state().signal_changed().connect(sigc::mem_fun(*this, &MainWindow::surfaceChanged));
   const bool isMinimized = (surface->get_state() & Gdk::Toplevel::State::MINIMIZED) == Gdk::Toplevel::State::MINIMIZED;
   const bool isHidden = (isMinimized || !get_mapped()) && !mFilm.isActive();
   if (!isHidden) {

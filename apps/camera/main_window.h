@@ -82,7 +82,7 @@ class MainWindow : public Gtk::ApplicationWindow {
   Glib::RefPtr<Gio::SimpleAction> mMicrophoneAction;
   Glib::RefPtr<Gio::SimpleAction> mMuteAction;
 
-  std::string mWantedName;  ///< of a camera, on the command line
+  std::string mWantedName;   ///< of a camera, on the command line
   std::string mFilmPicture;  ///< a file with the first picture of the film under way
   sigc::connection mTick;
   sigc::connection mCountdownTick;

@@ -24,7 +24,8 @@ void MessageList::show(const Message& message) {
   row.widget = makeRow(message);
   append(*row.widget);
   if (message.endsByItself)
-    row.timeout = Glib::signal_timeout().connect_seconds([this, id = message.id] { return remove(id), false; }, kEndsAfter);
+    row.timeout =
+        Glib::signal_timeout().connect_seconds([this, id = message.id] { return remove(id), false; }, kEndsAfter);
   mRows[message.id] = row;
 }
 

@@ -34,7 +34,7 @@ class FileBlocks {
 
  private:
   static constexpr int64_t kBlockBytes = 256 << 10;
-  static constexpr size_t kBlocks = 6;  // a second of 720p: what lies between frames and their sound
+  static constexpr size_t kBlocks = 12;  // some seconds of 720p: what may lie between frames and their sound
 
   struct Block {
     int64_t number = -1;

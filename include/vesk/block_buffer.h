@@ -24,6 +24,8 @@ class VESK_EXPORT CMBlockBuffer {
   bool fillDataBytes(uint8_t value, size_t offset, size_t length);
 
   size_t length() const { return mLength; }
+  /// Who keeps the bytes; null when it is the block itself.
+  const std::shared_ptr<const void>& owner() const { return mOwner; }
   std::span<uint8_t> data() { return {mBytes, mLength}; }
   std::span<const uint8_t> data() const { return {mBytes, mLength}; }
 

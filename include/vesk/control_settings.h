@@ -88,8 +88,8 @@ struct ControlSettings {
 /// @return no error when they are on disk
 VESK_EXPORT Error saveControlSettings(const std::string& path, const ControlSettings& settings);
 /// Reads settings of either kind, whatever the file's name; names that no control has are among them, and applying says
-/// so. Nothing when the file cannot be read (kNoFile, kNoPermission, kFileError) or holds none (kUnreadable): `why` (may
-/// be null) tells.
+/// so. Nothing when the file cannot be read (kNoFile, kNoPermission, kFileError) or holds none (kUnreadable): `why`
+/// (may be null) tells.
 VESK_EXPORT std::optional<ControlSettings> loadControlSettings(const std::string& path, Error* why = nullptr);
 
 }  // namespace vesk

@@ -93,6 +93,9 @@ class VESK_EXPORT CMSampleBuffer {
   /// Bytes of each packet; empty when all samples have the same size (data().size() / numSamples()).
   std::span<const uint32_t> sampleSizes() const { return mSizes; }
 
+  /// What keeps data() in its place, for those who need that longer than the sample.
+  std::shared_ptr<const void> memory() const;
+
   const CVPixelBufferRef& imageBuffer() const { return mImage; }
   const CMBlockBufferRef& dataBuffer() const { return mBlock; }
 

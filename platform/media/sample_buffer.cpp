@@ -79,4 +79,10 @@ CMSampleBufferRef CMSampleBuffer::createAudioWithPacketDescriptions(
   return sample;
 }
 
+std::shared_ptr<const void> CMSampleBuffer::memory() const {
+  if (mImage) return mImage;
+  if (mBlock && mBlock->owner()) return mBlock->owner();
+  return mBlock;
+}
+
 }  // namespace vesk

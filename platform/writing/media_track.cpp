@@ -1,6 +1,7 @@
 #include "platform/writing/media_track.h"
 
 #include <algorithm>
+#include <utility>
 
 #include <vesk/four_char_code.h>
 #include "platform/media/aac_silence.h"
@@ -68,8 +69,10 @@ bool MediaTrack::accept(const CMSampleBufferRef& sample, int64_t sessionStart) {
   const bool accepted = mKind == TrackKind::kVideo     ? acceptPicture(*sample, at)
                         : mDescription->frameSize != 0 ? acceptFrames(*sample, at)
                                                        : acceptPackets(*sample, at);
-  if (accepted) mHeld.push_back(sample);
-  return accepted;
+  if (!accepted) return false;
+  auto memory = sample->memory();
+  if (mMemory.empty() || mMemory.back() != memory) mMemory.push_back(std::move(memory));
+  return true;
 }
 
 bool MediaTrack::begin(const CMSampleBuffer& sample, int64_t at) {
@@ -241,7 +244,7 @@ uint64_t MediaTrack::movieTime(uint64_t time) const {
 
 void MediaTrack::clearWaiting() {
   mWaiting.clear();
-  mHeld.clear();
+  mMemory.clear();
   mWaitingBytes = 0;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <utility>
@@ -40,7 +41,8 @@ class MediaTrack {
   /// nothing when it has no usable one.
   static std::optional<int64_t> timeOf(const CMSampleBuffer& sample);
 
-  /// Takes the sample in. Its bytes are kept by reference until `clearWaiting`.
+  /// Takes the sample in. Its memory is kept until `clearWaiting`, the sample itself is not: it goes back to the pool
+  /// where the next one is made of it, while it lies in the caches still.
   /// @param sessionStart microseconds of the stamp that counts as the movie's zero.
   /// @return false when it does not fit: another format than the first sample's, one that cannot be
   ///         written, no time, or a size that cannot be.
@@ -63,8 +65,8 @@ class MediaTrack {
   uint64_t movieTime(uint64_t time) const;
   /// Lets go of the samples that wait.
   void clearWaiting();
-  /// Gives up the samples themselves, whose bytes `waiting` points at.
-  std::vector<CMSampleBufferRef> takeHeld() { return std::exchange(mHeld, {}); }
+  /// Gives up the memory that `waiting` points at.
+  std::vector<std::shared_ptr<const void>> takeMemory() { return std::exchange(mMemory, {}); }
 
   SampleIndex& index() { return mIndex; }
   const SampleIndex& index() const { return mIndex; }
@@ -101,7 +103,7 @@ class MediaTrack {
   bool mHasSamples = false;
 
   std::vector<Waiting> mWaiting;
-  std::vector<CMSampleBufferRef> mHeld;  ///< whose bytes mWaiting points at
+  std::vector<std::shared_ptr<const void>> mMemory;  ///< that mWaiting points at; samples may share theirs
   uint64_t mWaitingBytes = 0;
   SampleIndex mIndex;
 };

@@ -198,8 +198,8 @@ void MovieFragment::gather(std::span<MediaTrack> tracks) {
   endVector();
   if (straight == 0) return;
   for (MediaTrack& track : tracks) {
-    auto held = track.takeHeld();
-    mHeld.insert(mHeld.end(), std::make_move_iterator(held.begin()), std::make_move_iterator(held.end()));
+    auto memory = track.takeMemory();
+    mMemory.insert(mMemory.end(), std::make_move_iterator(memory.begin()), std::make_move_iterator(memory.end()));
   }
 }
 
@@ -222,7 +222,7 @@ std::span<const uint8_t> MovieFragment::validBeginning() {
 }
 
 void MovieFragment::releaseMedia(bool keepsBeginning) {
-  mHeld = {};
+  mMemory = {};
   mVectors = {};
   auto beginning = keepsBeginning ? MemoryPool::shared().allocate(kDirectAlignment) : nullptr;
   if (keepsBeginning && !beginning) return;

@@ -3,11 +3,11 @@
 #include <sys/uio.h>
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <vector>
 
-#include <vesk/sample_buffer.h>
 #include "platform/media/memory_pool.h"
 #include "platform/writing/media_track.h"
 #include "platform/writing/movie_atoms.h"
@@ -83,7 +83,7 @@ class MovieFragment {
   FragmentSumsAtom mSums;
   MemoryPool::Block mBuffer;
   std::vector<iovec> mVectors;
-  std::vector<CMSampleBufferRef> mHeld;  ///< whose bytes are written as they lie
+  std::vector<std::shared_ptr<const void>> mMemory;  ///< that is written as it lies
 };
 
 /// Enters one run of samples into an index: the same for what was written and for what is read back.
