@@ -1,5 +1,5 @@
-# Installation: the library, its public headers, a CMake package and a pkg-config file. What belongs to a program is
-# installed in apps/.
+# Installation: the library, its public headers, a CMake package, a pkg-config file, documents and
+# examples. What belongs to a program is installed in apps/.
 include(CMakePackageConfigHelpers)
 
 function(vesk_install)
@@ -25,4 +25,10 @@ function(vesk_install)
   set(VESK_PREFIX_FROM_PC "\${pcfiledir}/${to_prefix}")
   configure_file(${PROJECT_SOURCE_DIR}/cmake/vesk.pc.in ${CMAKE_BINARY_DIR}/vesk.pc @ONLY)
   install(FILES ${CMAKE_BINARY_DIR}/vesk.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+  # What is for people and for hosts; how Vesk works inside goes with its source.
+  foreach(document controls.md devices.md embedding.md glossary.md linux.md movies.md preview.jpg)
+    install(FILES ${PROJECT_SOURCE_DIR}/docs/${document} DESTINATION ${CMAKE_INSTALL_DOCDIR}/docs)
+  endforeach()
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/examples DESTINATION ${CMAKE_INSTALL_DOCDIR})
 endfunction()
