@@ -13,6 +13,7 @@
 #include <vesk/capture_host.h>
 #include <vesk/four_char_code.h>
 #include <vesk/video_device.h>
+#include "capture/interface/usual_bit_rate.h"
 #include "sessions/device_name.h"
 
 namespace vesk {
@@ -135,6 +136,20 @@ VideoFormatChoice chooseVideoFormat(VeskVideoDevice& camera, const VideoFormatRe
   for (const uint32_t each : otherIntervals) choice.otherRates.push_back(1e7 / each);
   choice.error = noFormat(camera, request, purpose, choice.otherRates);
   return choice;
+}
+
+bool isEncodedHere(VeskVideoDevice& camera) {
+  const auto formats = camera.getSupportedFormats();
+  return !formats->empty() && formats->front()->mediaSubType() != kCMVideoCodecType_H264 &&
+         formats->back()->mediaSubType() == kCMVideoCodecType_H264;
+}
+
+uint64_t usualBitRate(const CMVideoFormatDescription& format, uint32_t interval) {
+  const auto size = format.dimensions();
+  const uint64_t time = interval == 0 ? uint64_t{333'333} : interval;
+  if (format.mediaSubType() == kCMVideoCodecType_H264) return capture::usualH264BitRate(size.width, size.height, time);
+  constexpr uint64_t kBitsOfPixel = 16;  // of 2vuy
+  return static_cast<uint64_t>(size.width) * static_cast<uint64_t>(size.height) * kBitsOfPixel * 10'000'000 / time;
 }
 
 SoundFormatChoice chooseSoundFormat(VeskAudioDevice& microphone, const SoundFormatRequest& request) {

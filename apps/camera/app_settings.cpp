@@ -1,5 +1,7 @@
 #include "apps/camera/app_settings.h"
 
+#include <glibmm.h>
+
 #include <filesystem>
 #include <system_error>
 
@@ -9,6 +11,10 @@ std::string shareFolder() {
   std::error_code error;
   const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
   return error ? "/usr/share" : program.parent_path().parent_path() / "share";
+}
+
+std::string configFolder() {
+  return Glib::build_filename(Glib::get_user_config_dir(), "vesk-camera");
 }
 
 /// Looks beside the program before the system's folders, so that it runs from where it was built.

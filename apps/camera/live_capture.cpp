@@ -117,11 +117,6 @@ void LiveCapture::setWithSound(bool withSound) {
   update();
 }
 
-void LiveCapture::setFormatRequest(const VideoFormatRequest& request) {
-  mRequest = request;
-  restart();
-}
-
 void LiveCapture::setWanted(bool isWanted) {
   if (mIsWanted == isWanted) return;
   mIsWanted = isWanted;
@@ -159,12 +154,13 @@ void LiveCapture::update() {
 
 void LiveCapture::openCamera(const std::shared_ptr<VeskDeviceInfo>& info) {
   mIsBusy = true;
-  mDevices->async([weak = weak_from_this(), info, request = mRequest] {
+  mDevices->async([weak = weak_from_this(), info, requestOf = mRequestOf] {
     const auto camera = VeskVideoDevice::initWithDeviceInfo(info);
     Error error;
     if (camera->openDevice() != 0) {
       error = camera->lastError();
     } else {
+      const VideoFormatRequest request = requestOf ? requestOf(*info) : VideoFormatRequest();
       error = chooseVideoFormat(*camera, request).error;
       if (error && (request.codec || request.size || request.rate)) error = chooseVideoFormat(*camera).error;
       if (!error && camera->startCapture() != 0) error = camera->lastError();

@@ -46,8 +46,10 @@ class LiveCapture : public VeskPreviewSessionDelegate, public std::enable_shared
   /// Whether there is to be sound at all.
   void setWithSound(bool withSound);
   bool isWithSound() const { return mIsWithSound; }
-  /// Of the next start; the camera is started anew.
-  void setFormatRequest(const VideoFormatRequest& request);
+  /// What format a camera is to have is asked of `requestOf` at each start, on the queue of the devices. Before start.
+  void setFormats(std::function<VideoFormatRequest(const VeskDeviceInfo& camera)> requestOf) {
+    mRequestOf = std::move(requestOf);
+  }
   /// Whether anybody looks: otherwise the camera is off.
   void setWanted(bool isWanted);
   /// Tries again what has failed, and starts anew what has stopped.
@@ -116,7 +118,7 @@ class LiveCapture : public VeskPreviewSessionDelegate, public std::enable_shared
   bool mHasLooked = false;
   std::string mCameraPath;
   std::string mMicrophonePath;
-  VideoFormatRequest mRequest;
+  std::function<VideoFormatRequest(const VeskDeviceInfo& camera)> mRequestOf;
   bool mIsWithSound = true;
   bool mIsWanted = true;
 

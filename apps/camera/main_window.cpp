@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "apps/camera/app_settings.h"
+#include "apps/camera/camera_memory.h"
 #include "apps/camera/doctor_window.h"
 #include "apps/camera/file_names.h"
 #include "apps/camera/interrupted_films.h"
@@ -26,7 +27,10 @@ constexpr double kFewSeconds = 10 * 60;   ///< that are left on the disk, which 
 }  // namespace
 
 MainWindow::MainWindow(Glib::RefPtr<Gio::Settings> settings)
-    : mSettings(std::move(settings)), mCapture(LiveCapture::create(mPreview.view)), mFilm(*mCapture) {
+    : mSettings(std::move(settings)),
+      mCapture(LiveCapture::create(mPreview.view)),
+      mFilm(*mCapture),
+      mPanel(configFolder()) {
   set_title(_("Camera"));
   set_icon_name(kApplicationID);
   set_default_size(mSettings->get_int("window-width"), mSettings->get_int("window-height"));
@@ -50,6 +54,11 @@ MainWindow::MainWindow(Glib::RefPtr<Gio::Settings> settings)
   mCapture->chooseCamera(mSettings->get_string("camera"));
   mCapture->chooseMicrophone(mSettings->get_string("microphone"));
   mCapture->setWithSound(mSettings->get_boolean("with-sound"));
+  mCapture->setFormats([](const VeskDeviceInfo& camera) {
+    return CameraMemory(configFolder(), camera).format().value_or(VideoFormatRequest());
+  });
+  mPanel.signal_format().connect([this] { mCapture->restart(); });
+  mPanel.addKeys(*this);
   mCapture->start();
   offerInterruptedFilms(filmFolder(), mMessages);
   showState();
@@ -135,7 +144,6 @@ void MainWindow::buildContent() {
   adw_flap_set_flap(ADW_FLAP(flap), GTK_WIDGET(mPanel.gobj()));
   adw_flap_set_separator(ADW_FLAP(flap), gtk_separator_new(GTK_ORIENTATION_VERTICAL));
   adw_flap_set_flap_position(ADW_FLAP(flap), GTK_PACK_END);
-  mPanel.set_size_request(300, -1);
   g_settings_bind(mSettings->gobj(), "show-settings", flap, "reveal-flap", G_SETTINGS_BIND_DEFAULT);
   set_child(*Gtk::manage(Glib::wrap(flap)));
 }
@@ -163,12 +171,11 @@ void MainWindow::addActions() {
       "mute", [this] { mCapture->setMuted(!mCapture->isMuted()); }, false);
   for (const char* const key : {"mirror", "timer", "shutter-sound", "with-sound", "show-settings"})
     add_action(mSettings->create_action(key));
-  mSettings->signal_changed("mirror").connect(
-      [this](const Glib::ustring&) { mPreview.setMirrored(mSettings->get_boolean("mirror")); });
+  mSettings->signal_changed("mirror").connect([this](const Glib::ustring&) { showMirrored(); });
   mSettings->signal_changed("with-sound").connect([this](const Glib::ustring&) {
     mCapture->setWithSound(mSettings->get_boolean("with-sound"));
   });
-  mPreview.setMirrored(mSettings->get_boolean("mirror"));
+  showMirrored();
   add_action("full-screen", [this] { is_fullscreen() ? unfullscreen() : fullscreen(); });
   add_action("leave-full-screen", [this] {
     mCountdownTick.disconnect();
@@ -185,6 +192,12 @@ void MainWindow::addActions() {
   add_action("choose-folder", [this] { chooseFolder(); });
   add_action("cameras", [this] { mCameraButton.popup(); });
   add_action("microphones", [this] { mMicrophoneButton.popup(); });
+}
+
+void MainWindow::showMirrored() {
+  const bool isMirrored = mSettings->get_boolean("mirror");
+  mPreview.setMirrored(isMirrored);
+  mPanel.setMirrored(isMirrored);
 }
 
 void MainWindow::chooseFolder() {
@@ -228,6 +241,8 @@ void MainWindow::showState() {
   mCameraButton.show(*mCapture);
   mMicrophoneButton.show(*mCapture);
   mBar.setRecording(isRecording);
+  mPanel.setRecording(isRecording);
+  mPanel.setCamera(camera);
   mRecordAction->set_enabled(camera || isRecording);
   mPhotoAction->set_enabled(camera != nullptr);
   mCameraAction->set_enabled(!isRecording);

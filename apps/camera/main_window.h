@@ -10,6 +10,7 @@
 #include "apps/camera/film_recording.h"
 #include "apps/camera/live_capture.h"
 #include "apps/camera/message_list.h"
+#include "apps/camera/picture_panel.h"
 #include "apps/camera/preview_area.h"
 #include "apps/camera/record_bar.h"
 
@@ -32,6 +33,7 @@ class MainWindow : public Gtk::ApplicationWindow {
   void buildHeader();
   void buildContent();
   void addActions();
+  void showMirrored();
   void chooseFolder();
 
   void showState();
@@ -75,7 +77,7 @@ class MainWindow : public Gtk::ApplicationWindow {
   MessageList mMessages;
   Gtk::Revealer mBarRevealer;
   RecordBar mBar;
-  Gtk::Box mPanel{Gtk::Orientation::VERTICAL};
+  PicturePanel mPanel;
   Glib::RefPtr<Gio::SimpleAction> mRecordAction;
   Glib::RefPtr<Gio::SimpleAction> mPhotoAction;
   Glib::RefPtr<Gio::SimpleAction> mCameraAction;

@@ -55,6 +55,13 @@ struct VideoFormatChoice {
 VESK_EXPORT VideoFormatChoice chooseVideoFormat(VeskVideoDevice& camera, const VideoFormatRequest& request = {},
                                                 CapturePurpose purpose = CapturePurpose::kRecord);
 
+/// Whether this machine encodes the H.264 of an open camera that has none itself. What is encoded here stands last
+/// among the formats, behind those that the camera has.
+VESK_EXPORT bool isEncodedHere(VeskVideoDevice& camera);
+/// About how many bits a second a movie of the format takes, at `interval` ten-millionths of a second from frame to
+/// frame. H.264: what cameras are asked for.
+VESK_EXPORT uint64_t usualBitRate(const CMVideoFormatDescription& format, uint32_t interval);
+
 /// What sound must be; whatever is not set may be anything.
 struct SoundFormatRequest {
   std::optional<uint32_t> formatID;    ///< kWaveFormatLinearPCM or kWaveFormatAAC
