@@ -5,6 +5,7 @@
 #include <signal.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -85,6 +86,12 @@ class PosixFile final : public File {
     const int error = errno;
     if (error == EFBIG) guard.takePending();
     return error;
+  }
+
+  uint64_t freeSpace() override {
+    struct statvfs system;
+    if (::fstatvfs(mDescriptor, &system) != 0 || system.f_blocks == 0) return UINT64_MAX;  // it does not say
+    return uint64_t{system.f_bavail} * system.f_frsize;
   }
 
   int truncate(uint64_t size) override { return ::ftruncate(mDescriptor, static_cast<off_t>(size)) == 0 ? 0 : errno; }

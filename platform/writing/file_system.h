@@ -55,6 +55,9 @@ class File {
   virtual int syncData() = 0;
   /// Sets space aside without changing the size. EOPNOTSUPP where the file system cannot.
   virtual int preallocate(uint64_t offset, uint64_t length) = 0;
+  /// Bytes for which the file system has room, as far as it says; what was set aside is no such room. A quota may
+  /// allow less.
+  virtual uint64_t freeSpace() = 0;
   /// Cuts the file, and with it any space set aside behind `size`.
   virtual int truncate(uint64_t size) = 0;
   /// Claims the file for this handle until it is closed. EWOULDBLOCK when another has it.

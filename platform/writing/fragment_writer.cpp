@@ -117,31 +117,33 @@ FragmentWriter::Entry* FragmentWriter::nextQueued() {
   return queued == mEntries.end() ? nullptr : &*queued;
 }
 
-/// Writes what is queued, without the lock. The thread and who submits may do so at once, each its own fragments.
+/// Writes what is queued. The thread and who submits may do so at once, each its own fragments.
 void FragmentWriter::writeQueued(bool tryDirect) {
-  while (Entry* const entry = nextQueued()) {
-    entry->state = State::kBeingWritten;
-    mMutex.unlock();
-    int error = ENOMEM;
-    try {
-      error = writeBytes(*entry, tryDirect);
-    } catch (const std::exception& exception) {
-      NSLog(LogLevel::kError, exception.what());
-    }
-    if (error == 0) entry->fragment->releaseMedia(entry->isDirect);
-    if (error != 0) setError(error);
-    mMutex.lock();
-    if (error != 0) {
-      mHasFailed = true;
-      mRoom.notify_all();
-      return;
-    }
-    entry->state = State::kWritten;
-    mIsUnsynced = true;
-    (entry->isDirect ? mStatistics.direct : mStatistics.buffered) += entry->fragment->size();
-    mWaitingBytes -= entry->fragment->size();
-    mRoom.notify_all();
+  while (Entry* const entry = nextQueued()) write(*entry, tryDirect);
+}
+
+/// Writes one fragment, without the lock.
+void FragmentWriter::write(Entry& entry, bool tryDirect) {
+  entry.state = State::kBeingWritten;
+  mMutex.unlock();
+  int error = ENOMEM;
+  try {
+    error = writeBytes(entry, tryDirect);
+  } catch (const std::exception& exception) {
+    NSLog(LogLevel::kError, exception.what());
   }
+  if (error == 0) entry.fragment->releaseMedia(entry.isDirect);
+  if (error != 0) setError(error);
+  mMutex.lock();
+  if (error != 0) {
+    mHasFailed = true;
+  } else {
+    entry.state = State::kWritten;
+    mIsUnsynced = true;
+    (entry.isDirect ? mStatistics.direct : mStatistics.buffered) += entry.fragment->size();
+    mWaitingBytes -= entry.fragment->size();
+  }
+  mRoom.notify_all();
 }
 
 int FragmentWriter::writeBytes(Entry& entry, bool tryDirect) {
@@ -163,21 +165,25 @@ void FragmentWriter::run() {
     if (!mHasSynced) sync();  // what describes the fragments comes before them
     {
       const MutexLock lock(mMutex);
-      writeQueued(true);
-      while (!nextQueued()) {
+      if (Entry* const entry = nextQueued()) write(*entry, true);
+      while (!isSyncDue()) {
+        if (nextQueued()) break;
         if (mIsStopping) return;
-        const bool mustSync = mIsUnsynced && error() == 0;
-        if (mustSync && Clock::now() >= mNextSync) break;
-        if (mustSync)
+        if (mIsUnsynced && error() == 0)
           mWake.wait_until(mMutex, mNextSync);
         else
           mWake.wait(mMutex);
       }
-      if (nextQueued()) continue;
+      if (!isSyncDue()) continue;
     }
-    mNextSync = Clock::now() + kLeastBetweenSyncs;
     sync();
+    mNextSync = Clock::now() + kLeastBetweenSyncs;
   }
+}
+
+/// Also while a source that never waits keeps the queue full. The end is for others to sync.
+bool FragmentWriter::isSyncDue() const {
+  return mIsUnsynced && !mIsStopping && error() == 0 && Clock::now() >= mNextSync;
 }
 
 /// How many are written without one before them that is not.
@@ -293,17 +299,26 @@ void FragmentWriter::setSpaceAside() {
   const auto now = Clock::now();
   const uint64_t aside = std::clamp(rate * kSecondsAside, kLeastAside, kMostAside);
   if (isOnADisk && mCanReserve && end + aside > mReserved && now >= mNextReserve) {
+    const uint64_t held = mReserved - std::min(mReserved, end);
     mReserved = std::max(mReserved, begin);
+    // Others keep as much room as is set aside here.
+    const uint64_t left = mFile.freeSpace();
+    const uint64_t most = left > held ? (left - held) / 2 : 0;
+    if (most < kSmallestAside) return noteSpaceAside(end);
     int error = ENOSPC;
-    for (uint64_t size = aside * 2; error == ENOSPC && size >= kSmallestAside; size /= 2) {
+    for (uint64_t size = std::min(aside * 2, most); error == ENOSPC && size >= kSmallestAside; size /= 2) {
       error = mFile.preallocate(mReserved, size);
       if (error == 0) mReserved += size;
     }
     if (error != 0) mNextReserve = now + kBetweenTries;
     mCanReserve = error == 0 || error == ENOSPC || error == EDQUOT || error == EFBIG || error == EINTR;
     const MutexLock lock(mMutex);
-    mStatistics.isSpaceShort = mCanReserve && mReserved < end + aside;
+    mStatistics.isSpaceShort = mCanReserve && error != 0 && mReserved < end + aside;
   }
+  noteSpaceAside(end);
+}
+
+void FragmentWriter::noteSpaceAside(uint64_t end) {
   const MutexLock lock(mMutex);
   mStatistics.reserved = mReserved > end ? mReserved - end : 0;
 }

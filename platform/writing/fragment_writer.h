@@ -75,6 +75,8 @@ class FragmentWriter {
   void waitForTheDisk() VESK_REQUIRES(mMutex);
   bool isFarBehind(Clock::time_point now, uint64_t most) const VESK_REQUIRES(mMutex);
   void writeQueued(bool tryDirect) VESK_REQUIRES(mMutex);
+  void write(Entry& entry, bool tryDirect) VESK_REQUIRES(mMutex);
+  bool isSyncDue() const VESK_REQUIRES(mMutex);
   Entry* nextQueued() VESK_REQUIRES(mMutex);
   int writeBytes(Entry& entry, bool tryDirect);
   size_t countWritten() const VESK_REQUIRES(mMutex);
@@ -82,6 +84,7 @@ class FragmentWriter {
   int bringToDisk();
   void makeValid(Entry& entry);
   void setSpaceAside() VESK_EXCLUDES(mMutex);
+  void noteSpaceAside(uint64_t end) VESK_EXCLUDES(mMutex);
   void setError(int error);
 
   File& mFile;

@@ -34,6 +34,8 @@ class MemoryFileSystem final : public FileSystem {
   }
   /// Whether files can be written past the page cache.
   void setDirect(bool canDirect) { mCanDirect = canDirect; }
+  /// Space is set aside for so many bytes and no more, whatever freeSpace says.
+  void setQuota(uint64_t bytes) { mQuota = bytes; }
   /// Room for so many bytes and no more: what reaches beyond is not written, and ENOSPC.
   void setCapacity(uint64_t bytes) { mCapacity = bytes; }
   /// Called before every sync, which may be held up there while other operations go on.
@@ -72,6 +74,8 @@ class MemoryFileSystem final : public FileSystem {
   void setObserver(std::function<void(const std::vector<uint8_t>& bytes)> observer) { mObserver = std::move(observer); }
 
   size_t operations() const { return mOperations; }
+  /// What a file with what is set aside for it leaves to others.
+  uint64_t roomBeside(const std::string& path) const { return roomBeside(*mFiles.at(path)); }
   /// How often somebody wanted space set aside.
   size_t preallocated() const { return mPreallocated; }
   bool exists(const std::string& path) const { return mFiles.count(path) != 0; }
@@ -118,6 +122,7 @@ class MemoryFileSystem final : public FileSystem {
   struct Node {
     std::vector<uint8_t> bytes;
     bool isLocked = false;
+    uint64_t setAside = 0;  ///< where that ends
     std::vector<uint8_t> durable;
     std::vector<Write> unsynced;
   };
@@ -176,7 +181,14 @@ class MemoryFileSystem final : public FileSystem {
       std::lock_guard lock(mOwner.mMutex);
       const Fault fault = mOwner.nextFault(Operation::kPreallocate, offset, length);
       ++mOwner.mPreallocated;
-      return fault.error == 0 && offset + length > mOwner.mCapacity ? ENOSPC : fault.error;
+      if (fault.error != 0) return fault.error;
+      if (offset + length > std::min(mOwner.mCapacity, mOwner.mQuota)) return ENOSPC;
+      mNode->setAside = std::max(mNode->setAside, offset + length);
+      return 0;
+    }
+    uint64_t freeSpace() override {
+      std::lock_guard lock(mOwner.mMutex);
+      return mOwner.roomBeside(*mNode);
     }
     int truncate(uint64_t size) override {
       std::lock_guard lock(mOwner.mMutex);
@@ -230,6 +242,9 @@ class MemoryFileSystem final : public FileSystem {
     bool mHasLock = false;
   };
 
+  uint64_t roomBeside(const Node& node) const {
+    return mCapacity - std::min(mCapacity, std::max<uint64_t>(node.setAside, node.bytes.size()));
+  }
   Fault nextFault(Operation operation, uint64_t offset, size_t bytes) {
     const size_t number = mOperations++;
     if (mBeforeOperation) mBeforeOperation();
@@ -245,6 +260,7 @@ class MemoryFileSystem final : public FileSystem {
   std::atomic<bool> mCanDirect{true};
   size_t mPreallocated = 0;
   uint64_t mCapacity = UINT64_MAX;
+  uint64_t mQuota = UINT64_MAX;
   std::function<void()> mBeforeOperation;
   std::function<void()> mBeforeSync;
   FaultPlan mPlan;

@@ -224,6 +224,7 @@ class SparseFileSystem final : public FileSystem {
     int64_t size() override { return mFile->size(); }
     int syncData() override { return 0; }
     int preallocate(uint64_t, uint64_t) override { return EOPNOTSUPP; }
+    uint64_t freeSpace() override { return UINT64_MAX; }
     int truncate(uint64_t size) override { return mFile->truncate(size); }
     int lock() override { return mFile->lock(); }
     bool isLinked() override { return true; }

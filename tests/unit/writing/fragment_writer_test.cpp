@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <condition_variable>
 #include <future>
@@ -238,6 +239,32 @@ TEST(FragmentWriter, EndsAPlayableMovieWhereverTheDiskEnds) {
   }
 }
 
+/// A recording leaves others as much of a small disk as it sets aside, and says when a quota lets it have no more.
+TEST(FragmentWriter, LeavesOthersHalfOfTheRoomThereIs) {
+  for (const bool hasQuota : {false, true}) {
+    MemoryFileSystem files;
+    files.setCapacity(uint64_t{100} << 20);
+    if (hasQuota) files.setQuota(uint64_t{1} << 20);
+    std::atomic<int> tries{0};
+    files.setFaults([&](Operation operation, size_t, uint64_t, size_t bytes) {
+      if (operation != Operation::kPreallocate) return MemoryFileSystem::Fault{};
+      ++tries;
+      EXPECT_LE(bytes, files.roomBeside(kPath) / 2);
+      return MemoryFileSystem::Fault{};
+    });
+    MovieFileWriter writer(kPath, files);
+    Recording recording(writer, Content::kLargeAndPCM);
+    ASSERT_TRUE(writer.start());
+    while (tries < 3) ASSERT_TRUE(recording.recordUpTo(recording.pictures() + 1));
+    if (hasQuota) {
+      while (!writer.writing().isSpaceShort) ASSERT_TRUE(recording.recordUpTo(recording.pictures() + 1));
+    }
+    ASSERT_TRUE(writer.finish());
+    EXPECT_EQ(writer.writing().isSpaceShort, hasQuota);
+    EXPECT_EQ(probeMovie(files.bytes(kPath)).complaints, "");
+  }
+}
+
 /// A disk whose syncs take until they are let go on.
 class SlowDiskTest : public ::testing::Test {
  protected:
@@ -298,6 +325,25 @@ TEST_F(SlowDiskTest, MakesASourceWaitThatIsFasterThanRealTime) {
   EXPECT_EQ(mWriter.writing().fellBehind, 0U);
   EXPECT_EQ(mWriter.writing().buffered, 0U);
   EXPECT_EQ(probeMovie(mFiles.bytes(kPath)).tracks[0].packets, 60);
+}
+
+/// A source that always has more for the disk than that has written: what is written becomes durable all the same.
+TEST_F(SlowDiskTest, SyncsWhileASourceKeepsTheQueueFull) {
+  constexpr size_t kFragment = 600'000;
+  constexpr int kFragments = 1000;
+  std::atomic<int> syncs{0};
+  std::atomic<int> fragments{0};
+  mFiles.setSlowSync([&] { ++syncs; });
+  mFiles.setFaults([&](Operation operation, size_t, uint64_t offset, size_t bytes) {
+    const bool isFragment = operation == Operation::kWrite && bytes >= kFragment;
+    fragments += isFragment ? 1 : 0;
+    while (isFragment && syncs < 4 && mWriter.bytesWritten() < offset + bytes + kFragment) std::this_thread::yield();
+    return MemoryFileSystem::Fault{ENOSPC * (fragments > kFragments)};
+  });
+  ASSERT_TRUE(mWriter.start());
+  while (syncs < 4 && !HasFailure()) append(1, 1'000'000);
+  ASSERT_TRUE(mWriter.finish());
+  EXPECT_EQ(mWriter.writing().buffered, 0U);
 }
 
 }  // namespace
