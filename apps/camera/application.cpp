@@ -2,7 +2,9 @@
 
 #include <adwaita.h>
 
+#include <algorithm>
 #include <array>
+#include <string_view>
 
 #include <vesk/capture_host.h>
 #include <vesk/version.h>
@@ -38,14 +40,24 @@ constexpr std::array kKeyBindings{
     KeyBinding{"<Control>q", "app.quit", N_("Quit")},
 };
 
+void addOptions(Gio::Application& application) {
+  application.set_option_context_summary(_("Shows a camera live, records films and takes photos."));
+  application.add_main_option_entry(Gio::Application::OptionType::STRING, "camera", 'c',
+                                    _("Show the camera whose name holds NAME"), _("NAME"));
+  application.add_main_option_entry(Gio::Application::OptionType::STRING, "capture", '\0',
+                                    _("Where cameras come from: linux, simulated, file:PATH or several joined by +"),
+                                    _("SOURCE"));
+  application.add_main_option_entry(Gio::Application::OptionType::BOOL, "version", 'v', _("Print the version"));
+}
+
+void printVersion() {
+  g_print("vesk-camera %s\n", VESK_VERSION_STRING);
+}
+
 }  // namespace
 
 Application::Application() : Gtk::Application(kApplicationID, Gio::Application::Flags::HANDLES_COMMAND_LINE) {
-  set_option_context_summary(_("Shows a camera live, records films and takes photos."));
-  add_main_option_entry(OptionType::STRING, "camera", 'c', _("Show the camera whose name holds NAME"), _("NAME"));
-  add_main_option_entry(OptionType::STRING, "capture", '\0',
-                        _("Where cameras come from: linux, simulated, file:PATH or several joined by +"), _("SOURCE"));
-  add_main_option_entry(OptionType::BOOL, "version", 'v', _("Print the version"));
+  addOptions(*this);
   signal_handle_local_options().connect(sigc::mem_fun(*this, &Application::onLocalOptions), false);
 }
 
@@ -55,10 +67,27 @@ Glib::RefPtr<Application> Application::create() {
   return Glib::make_refptr_for_instance(new Application());
 }
 
+std::optional<int> answerWithoutDisplay(int argc, char** argv) {
+  const bool isAsked = std::any_of(argv + 1, argv + argc, [](std::string_view argument) {
+    return argument.starts_with("--help") || argument == "-h" || argument == "-?" || argument == "--version" ||
+           argument == "-v";
+  });
+  if (!isAsked) return std::nullopt;
+  const auto application = Gio::Application::create(kApplicationID, Gio::Application::Flags::NON_UNIQUE);
+  addOptions(*application);
+  application->signal_handle_local_options().connect(
+      [](const Glib::RefPtr<Glib::VariantDict>&) {
+        printVersion();
+        return 0;
+      },
+      false);
+  return application->run(argc, argv);
+}
+
 /// What needs no window. @return the exit status, or -1 to go on
 int Application::onLocalOptions(const Glib::RefPtr<Glib::VariantDict>& options) {
   if (options->contains("version")) {
-    g_print("vesk-camera %s\n", VESK_VERSION_STRING);
+    printVersion();
     return 0;
   }
   Glib::ustring source;

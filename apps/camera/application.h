@@ -3,11 +3,17 @@
 #include <gtkmm.h>
 
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace vesk::camera {
 
 class MainWindow;
+
+/// Prints the help or the version when that is what the command line asks for: GTK's application wants a display at
+/// once.
+/// @return the exit status, or nothing when it asks for neither
+std::optional<int> answerWithoutDisplay(int argc, char** argv);
 
 /// The program: one window; a second start raises the first.
 class Application : public Gtk::Application {

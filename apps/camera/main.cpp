@@ -11,6 +11,7 @@ int main(int argc, char** argv) {
   bindtextdomain("vesk-camera", (vesk::camera::shareFolder() + "/locale").c_str());
   bind_textdomain_codeset("vesk-camera", "UTF-8");
   textdomain("vesk-camera");
+  if (const auto status = vesk::camera::answerWithoutDisplay(argc, argv)) return *status;
   const auto application = vesk::camera::Application::create();
   const int status = application->run(argc, argv);
   vesk::VeskDeviceManager::destroy();

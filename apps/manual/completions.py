@@ -166,7 +166,7 @@ def zsh_options(options, function):
             continue
         for flag in entry.flags:
             action = zsh_action(Completed(entry), function)
-            yield f"'{flag}=[{about}]:{zsh_text(entry.value)}:{action}'"
+            yield f"'{flag}{'=' if flag.startswith('--') else '+'}[{about}]:{zsh_text(entry.value)}:{action}'"
 
 
 def zsh_function(command, options, function):
@@ -177,11 +177,12 @@ def zsh_function(command, options, function):
         lines += ["'1: :->command'", "'*:: :->arguments'"]
     head = f"{identifier(command.words)}() {{\n"
     specs = " \\\n    ".join(lines)
+    # The whole line, which _arguments cuts down for the functions of the commands.
+    kept = "  local -a typed=(\"${words[@]}\")\n" if len(command.words) == 1 else ""
     if not command.commands:
-        return f"{head}  _arguments -s \\\n    {specs}\n}}\n"
+        return f"{head}{kept}  _arguments -s \\\n    {specs}\n}}\n"
     described = "\n      ".join(f"'{each.words[-1]}:{zsh_text(each.about)}'" for each in command.commands)
     cases = "\n      ".join(f"{each.words[-1]}) {identifier(each.words)} ;;" for each in command.commands)
-    kept = "  local -a typed=(\"${words[@]}\")\n" if len(command.words) == 1 else ""
     return f"""{head}  local context state state_descr line
   typeset -A opt_args
 {kept}  _arguments -C -s -A '-*' \\
@@ -207,7 +208,6 @@ def zsh(program):
     name = program.words[0]
     function = identifier([name])
     functions = "\n".join(zsh_function(command, options, function) for command, options in walk_with_options(program))
-    kept = "" if program.commands else "\n  local -a typed=(\"${words[@]}\")"
     return f"""#compdef {name}
 # Completion of {name} for zsh, made from its help.
 
@@ -234,7 +234,7 @@ def zsh(program):
 }}
 
 {functions}
-if [[ $funcstack[1] == {function} ]]; then{kept}
+if [[ $funcstack[1] == _{name} ]]; then
   {function} "$@"
 else
   compdef {function} {name}

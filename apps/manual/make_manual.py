@@ -21,7 +21,7 @@ def main():
     if len(sys.argv) < 4:
         raise SystemExit(__doc__)
     folder, name, program = pathlib.Path(sys.argv[1]), sys.argv[2], sys.argv[3:]
-    os.environ["LC_ALL"] = "C.UTF-8"
+    os.environ |= {"LC_ALL": "C.UTF-8", "LANGUAGE": ""}
     described = help_text.read_program(program, name)
     version = help_text.ask(program, "--version").strip()
     files = {f"man/man1/{page}": text for page, text in man_pages.man_pages(described, version).items()}

@@ -13,7 +13,10 @@ import unittest
 
 from program import PROGRAM, TIMEOUT, tool, vesk
 
-MANUAL = pathlib.Path(PROGRAM).parent / "manual"
+APPS = pathlib.Path(PROGRAM).resolve().parent
+MANUAL = APPS / "manual"
+CAMERA = APPS / "bin/vesk-camera"  # where the desktop's toolkit is there
+PATH = f"{APPS}:{CAMERA.parent}:{os.environ['PATH']}"
 
 
 def subcommands(*words):
@@ -26,7 +29,8 @@ class ManualPages(unittest.TestCase):
     def pages(self):
         pages = sorted((MANUAL / "man/man1").glob("*.1"))
         names = {page.stem for page in pages}
-        self.assertEqual(names, {"vesk"} | {f"vesk-{command}" for command in subcommands()})
+        expected = {"vesk"} | {f"vesk-{command}" for command in subcommands()}
+        self.assertEqual(names, expected | ({"vesk-camera"} if CAMERA.exists() else set()))
         return pages
 
     def test_are_formatted_without_a_warning(self):
@@ -41,15 +45,24 @@ class ManualPages(unittest.TestCase):
         for page in self.pages():
             os.environ["MANWIDTH"] = "1000"  # a paragraph a line
             shown = " ".join(tool("man", "-E", "UTF-8", "-l", page).split())
+            if page.stem == "vesk-camera":
+                self.assert_shown(tool("env", "LC_ALL=C.UTF-8", CAMERA, "--help"), shown, page.name)
+                continue
             command = page.stem.split("-")[1:]
             for words in [command] + ([[*command, action] for action in subcommands(*command)] if command else []):
-                for line in vesk(*words, "--help").stdout.splitlines():
-                    if line in ("Positionals:", "Subcommands:") or (words != command and "--help" in line[:12]):
-                        continue
-                    line = re.sub(r":\{.*?\}| REQUIRED|^Usage: |:$", "", line).replace("-h,", "-h, ")
-                    for piece in re.split(r" {2,}", line.strip()):
-                        self.assertIn(piece.lower(), shown.lower(), page.name)
+                text = vesk(*words, "--help").stdout
+                if words != command:  # an action stands on the page of its command, which has told of --help
+                    text = re.sub(r"(?m)^  -h,--help.*\n", "", text)
+                self.assert_shown(text, shown, page.name)
             self.assertIn("EXIT STATUS", shown)
+
+    def assert_shown(self, text, shown, name):
+        for line in text.splitlines():
+            if line in ("Usage:", "Positionals:", "Subcommands:", "Help Options:", "Application Options:"):
+                continue
+            line = re.sub(r":\{.*?\}| REQUIRED|^Usage: |:$", "", line).replace("-h,-", "-h, -").replace("OPTION…", "OPTION...")
+            for piece in re.split(r" {2,}", line.replace("=", " ").strip()):
+                self.assertIn(piece.lower(), shown.lower(), name)
 
 
 class Shell:
@@ -60,8 +73,7 @@ class Shell:
         self.pid, self.terminal = pty.fork()
         if self.pid == 0:
             os.chdir(folder)
-            path = f"{pathlib.Path(PROGRAM).resolve().parent}:{os.environ['PATH']}"
-            environment = {"PATH": path, "HOME": str(folder), "TERM": "dumb", "LC_ALL": "C.UTF-8"}
+            environment = {"PATH": PATH, "HOME": str(folder), "TERM": "dumb", "LC_ALL": "C.UTF-8"}
             os.execvpe(arguments[0], arguments, environment)
         self.seen = b""
         self.setup = folder / "setup"
@@ -96,7 +108,7 @@ class Shell:
 
 BASH = r"""PS1='$ '
 source /usr/share/bash-completion/bash_completion
-source {manual}/bash/vesk
+for file in {manual}/bash/*; do source $file; done
 show() {{ printf '<<<%s>>>' "$READLINE_LINE"; }}
 bind '"\C-xc": insert-completions'
 bind '"\C-xt": complete'
@@ -144,6 +156,9 @@ class Completions(unittest.TestCase):
             options = set(re.findall(r"(?<![\w-])--[a-z][\w-]*", section))
             offered = set(complete(f"vesk {' '.join(words)} ", "-"))
             self.assertLessEqual(options | {"--capture", "--json"}, offered, words)
+        if CAMERA.exists():
+            self.assertEqual(sorted(complete("vesk-camera --capture simulated --camera ")), self.CAMERAS)
+            self.assertEqual(complete("vesk-camera ", "--ver"), ["--version"])
         for before, word, words in (
                 ("vesk ", "rese", []), ("vesk ", "res", ["resolutions"]), ("vesk --capture simulated ", "doc", ["doctor"]),
                 ("vesk controls ", "ke", ["keep"]), ("vesk nudge ", "", ["left", "right", "up", "down", "reset"]),
@@ -159,7 +174,7 @@ class Completions(unittest.TestCase):
                 self.assertEqual(sorted(complete(before, word)), sorted(words or [word]))
 
     def in_terminal(self, arguments, setup):
-        shell = Shell(self, arguments, setup.format(manual=shlex.quote(str(MANUAL.resolve()))), self.path)
+        shell = Shell(self, arguments, setup.format(manual=shlex.quote(str(MANUAL))), self.path)
         self.addCleanup(shell.close)
         self.check(shell.complete)
 
@@ -170,9 +185,8 @@ class Completions(unittest.TestCase):
         self.in_terminal(["zsh", "-f", "-i"], ZSH)
 
     def test_fish(self):
-        path = f"{pathlib.Path(PROGRAM).resolve().parent}:{os.environ['PATH']}"
-        environment = {"PATH": path, "HOME": str(self.path), "LC_ALL": "C.UTF-8"}
-        script = f"source {shlex.quote(str(MANUAL.resolve()))}/fish/vesk.fish; complete -C $argv[1]"
+        environment = {"PATH": PATH, "HOME": str(self.path), "LC_ALL": "C.UTF-8"}
+        script = f"for file in {shlex.quote(str(MANUAL))}/fish/*; source $file; end; complete -C $argv[1]"
 
         def complete(before, word=""):
             done = subprocess.run(["fish", "--no-config", "-c", script, before + word], capture_output=True, text=True,
