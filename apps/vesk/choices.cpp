@@ -24,10 +24,13 @@ std::shared_ptr<VeskDeviceInfo> chooseRecord(const VeskDeviceList& records, cons
   if (text.empty()) return records.front();
   if (const auto index = readNumber<size_t>(text); index && *index < records.size()) return records[*index];
   VeskDeviceList fitting;
+  VeskDeviceList named;  // as a whole, which may be a part of another's name
   for (const auto& record : records) {
     if (record->path() == text) return record;
+    if (lowerCase(nameOf(*record)) == lowerCase(text)) named.push_back(record);
     if (lowerCase(nameOf(*record)).find(lowerCase(text)) != std::string::npos) fitting.push_back(record);
   }
+  if (named.size() == 1) return named.front();
   if (fitting.size() == 1) return fitting.front();
   if (fitting.empty())
     throw DeviceMissing(fmt::format("no {} is called \"{}\".", kind, text), "\"vesk devices\" lists what there is.");

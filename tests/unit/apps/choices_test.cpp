@@ -33,6 +33,9 @@ TEST_F(ChoicesTest, DevicesAreNamedInManyWays) {
   for (const Row& row : {Row{"", "/front"}, Row{"0", "/front"}, Row{"1", "/back"}, Row{"/back", "/back"},
                          Row{"BACK", "/back"}, Row{"era /f", "/front"}})
     EXPECT_EQ(findCamera(row.text)->path(), row.path) << row.text;
+  source->attachCamera("/back/side");  // its name holds the other's
+  source->announce(capture::DeviceKind::kVideo, true);
+  EXPECT_EQ(findCamera("camera /back")->path(), "/back");
   EXPECT_EQ(findMicrophone("micro")->path(), "/mic");
   EXPECT_EQ(chooseMicrophoneFor(nullptr, "")->deviceInfo()->path(), "/mic");
 }
