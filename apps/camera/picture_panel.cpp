@@ -36,6 +36,17 @@ void leaveWheelToPage(Gtk::Widget& slider, Gtk::ScrolledWindow& page) {
   slider.add_controller(wheel);
 }
 
+/// A row that holds widgets, which are reached without it.
+GtkWidget* makePlainRow(Gtk::Widget& content, const std::string& title) {
+  GtkWidget* const row = adw_preferences_row_new();
+  adw_preferences_row_set_use_markup(ADW_PREFERENCES_ROW(row), FALSE);
+  adw_preferences_row_set_title(ADW_PREFERENCES_ROW(row), title.c_str());
+  gtk_list_box_row_set_activatable(GTK_LIST_BOX_ROW(row), FALSE);
+  gtk_widget_set_focusable(row, FALSE);
+  gtk_list_box_row_set_child(GTK_LIST_BOX_ROW(row), content.gobj());
+  return row;
+}
+
 void setValueText(Gtk::Widget& slider, const std::string& text) {
   gtk_accessible_update_property(GTK_ACCESSIBLE(slider.gobj()), GTK_ACCESSIBLE_PROPERTY_VALUE_TEXT, text.c_str(), -1);
 }
@@ -46,7 +57,7 @@ PicturePanel::PicturePanel(const std::string& folder)
     : Gtk::Box(Gtk::Orientation::VERTICAL), mModel(folder), mPad(mModel), mUndo(_("Undo")) {
   set_size_request(kWidth, -1);
   set_hexpand(false);  // the picture takes what is left
-  describeSilently(*this, _("Picture settings"));
+  describeSilently(mScroll, _("Picture settings"));
 
   auto* const message = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::HORIZONTAL, kMargin);
   message->set_margin(kMargin);
@@ -212,13 +223,7 @@ PicturePanel::Row PicturePanel::makeSlider(AdwPreferencesGroup* group, const Con
   box->append(*line);
   box->append(*row.slider);
 
-  GtkWidget* const widget = adw_preferences_row_new();
-  adw_preferences_row_set_use_markup(ADW_PREFERENCES_ROW(widget), FALSE);
-  adw_preferences_row_set_title(ADW_PREFERENCES_ROW(widget), titleOf(id).c_str());
-  gtk_list_box_row_set_activatable(GTK_LIST_BOX_ROW(widget), FALSE);
-  gtk_widget_set_focusable(widget, FALSE);  // its slider and button are reached without it
-  gtk_list_box_row_set_child(GTK_LIST_BOX_ROW(widget), GTK_WIDGET(box->gobj()));
-  addRow(group, widget);
+  addRow(group, makePlainRow(*box, titleOf(id)));
   row.row = row.slider;
   return row;
 }
@@ -229,7 +234,6 @@ PicturePanel::Row PicturePanel::makeSwitch(AdwPreferencesGroup* group, const Con
   AdwActionRow* const widget = addActionRow(group, titleOf(id), hintOf(id));
   row.toggle = Gtk::make_managed<Gtk::Switch>();
   row.toggle->set_valign(Gtk::Align::CENTER);
-  describeSilently(*row.toggle, titleOf(id));
   row.toggle->property_active().signal_changed().connect([this, id, toggle = row.toggle] {
     if (!mIsShowing) mModel.set(id, toggle->get_active() ? 1 : 0);
   });
@@ -263,13 +267,8 @@ PicturePanel::Row PicturePanel::makeChoice(AdwPreferencesGroup* group, const Con
 }
 
 void PicturePanel::addPad(AdwPreferencesGroup* group) {
-  GtkWidget* const widget = adw_preferences_row_new();
-  gtk_list_box_row_set_activatable(GTK_LIST_BOX_ROW(widget), FALSE);
-  gtk_widget_set_focusable(widget, FALSE);
-  adw_preferences_row_set_title(ADW_PREFERENCES_ROW(widget), titleOf(ControlGroup::kHead).c_str());
   if (mPad.get_parent()) mPad.unparent();
-  gtk_list_box_row_set_child(GTK_LIST_BOX_ROW(widget), GTK_WIDGET(mPad.gobj()));
-  addRow(group, widget);
+  addRow(group, makePlainRow(mPad, titleOf(ControlGroup::kHead)));
 }
 
 void PicturePanel::addFormat() {
@@ -351,16 +350,26 @@ void PicturePanel::setRecording(bool isRecording) {
 
 void PicturePanel::addPresets() {
   mPresets = addGroup(*mPage, _("Presets"), _("What all is set to, under a name"));
-  auto* const entry = ADW_ENTRY_ROW(adw_entry_row_new());
-  adw_preferences_row_set_title(ADW_PREFERENCES_ROW(entry), _("Name of a new preset"));
-  adw_entry_row_set_show_apply_button(entry, TRUE);
-  onSignal(entry, "apply", [this, entry] {
-    const std::string name = Glib::ustring(gtk_editable_get_text(GTK_EDITABLE(entry)));
-    if (name.empty()) return;
-    mModel.savePreset(name);
-    gtk_editable_set_text(GTK_EDITABLE(entry), "");
-  });
-  addRow(mPresets, GTK_WIDGET(entry));
+  auto* const line = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::HORIZONTAL, kMargin / 2);
+  line->set_margin(kMargin);
+  auto* const entry = Gtk::make_managed<Gtk::Entry>();
+  entry->set_placeholder_text(_("Name of a new preset"));
+  entry->set_hexpand();
+  describeSilently(*entry, _("Name of a new preset"));
+  auto* const save = Gtk::make_managed<Gtk::Button>(_("Save"));
+  save->set_sensitive(false);
+  describe(*save, _("Save the preset"));
+  entry->signal_changed().connect([entry, save] { save->set_sensitive(!entry->get_text().empty()); });
+  const auto keep = [this, entry] {
+    if (entry->get_text().empty()) return;
+    mModel.savePreset(entry->get_text());
+    entry->set_text("");
+  };
+  entry->signal_activate().connect(keep);
+  save->signal_clicked().connect(keep);
+  line->append(*entry);
+  line->append(*save);
+  addRow(mPresets, makePlainRow(*line, _("New preset")));
 }
 
 void PicturePanel::addResetAll() {
