@@ -39,6 +39,12 @@ constexpr std::array kKeyBindings{
     KeyBinding{"<Control>question", "app.shortcuts", N_("Keyboard shortcuts")},
     KeyBinding{"<Control>q", "app.quit", N_("Quit")},
 };
+/// What the page of picture settings does itself.
+constexpr std::array kHeadKeys{
+    KeyBinding{"<Control>Left <Control>Right <Control>Up <Control>Down", nullptr, N_("Turn the camera")},
+    KeyBinding{"<Control>plus <Control>minus", nullptr, N_("Zoom in and out")},
+    KeyBinding{"<Control>Home", nullptr, N_("Turn the camera back to its middle")},
+};
 
 void addOptions(Gio::Application& application) {
   application.set_option_context_summary(_("Shows a camera live, records films and takes photos."));
@@ -147,10 +153,13 @@ void Application::on_window_removed(Gtk::Window* window) {
 /// The rows come from the same table as the keys themselves.
 void Application::showShortcuts() {
   std::string rows;
-  for (const KeyBinding& binding : kKeyBindings)
+  const auto add = [&rows](const KeyBinding& binding) {
     rows += filled(R"(<child><object class="GtkShortcutsShortcut"><property name="accelerator">{}</property>)"
                    R"(<property name="title">{}</property></object></child>)",
                    Glib::Markup::escape_text(binding.keys).raw(), Glib::Markup::escape_text(_(binding.title)).raw());
+  };
+  for (const KeyBinding& binding : kKeyBindings) add(binding);
+  for (const KeyBinding& binding : kHeadKeys) add(binding);
   const auto builder = Gtk::Builder::create_from_string(
       R"(<interface><object class="GtkShortcutsWindow" id="window"><property name="modal">1</property><child>)"
       R"(<object class="GtkShortcutsSection"><child><object class="GtkShortcutsGroup">)" +
