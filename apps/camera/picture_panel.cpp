@@ -57,6 +57,7 @@ PicturePanel::PicturePanel(const std::string& folder)
     : Gtk::Box(Gtk::Orientation::VERTICAL), mModel(folder), mPad(mModel), mUndo(_("Undo")) {
   set_size_request(kWidth, -1);
   set_hexpand(false);  // the picture takes what is left
+  add_css_class("background");  // a narrow window shows it over the picture
   describeSilently(mScroll, _("Picture settings"));
 
   auto* const message = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::HORIZONTAL, kMargin);
