@@ -165,7 +165,7 @@ class Linter:
 
     @staticmethod
     def flags(entries):
-        """All that the files are compiled with, each once and in their order."""
+        """All that the files are compiled with, each once and in their order, but for headers compiled by g++ for itself."""
         found = {}
         for entry in entries:
             words = iter(shlex.split(entry["command"])[1:])
@@ -174,8 +174,10 @@ class Linter:
                 if word in ("-o", "-c"):
                     next(words)
                 elif word in ("-isystem", "-include"):
-                    found[(word, next(words))] = True
-                else:
+                    value = next(words)
+                    if not value.endswith("/cmake_pch.hxx"):
+                        found[(word, value)] = True
+                elif word != "-Winvalid-pch":
                     found[(word,)] = True
         return [compiler, *(word for group in found for word in group)]
 
