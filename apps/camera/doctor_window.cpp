@@ -22,11 +22,17 @@ const char* iconOf(Finding::Mark mark) {
   return "";
 }
 
+/// The library's lines begin with a small letter.
+std::string asSentence(std::string text) {
+  if (!text.empty()) text[0] = g_ascii_toupper(text[0]);
+  return text;
+}
+
 /// Titles are shown as they are: what the machine says is no markup.
 GtkWidget* rowOf(const Finding& finding) {
   GtkWidget* const row = adw_action_row_new();
   adw_preferences_row_set_use_markup(ADW_PREFERENCES_ROW(row), FALSE);
-  adw_preferences_row_set_title(ADW_PREFERENCES_ROW(row), finding.text.c_str());
+  adw_preferences_row_set_title(ADW_PREFERENCES_ROW(row), asSentence(finding.text).c_str());
   adw_action_row_set_title_lines(ADW_ACTION_ROW(row), 0);
   adw_action_row_set_subtitle(ADW_ACTION_ROW(row), finding.remedy.c_str());
   adw_action_row_set_subtitle_lines(ADW_ACTION_ROW(row), 0);

@@ -42,7 +42,10 @@ Error FilmRecording::start(const std::string& folder) {
 void FilmRecording::onEvent(const RecordingEvent& event) {
   mIsWaiting =
       event.kind == Kind::kWaiting || (mIsWaiting && event.kind != Kind::kStarted && event.kind != Kind::kEnded);
-  if (event.kind == Kind::kStarted) mCapture.adopt(mSupervisor->camera());
+  if (event.kind == Kind::kStarted) {
+    mCapture.adopt(mSupervisor->camera());
+    mStarted.emit();
+  }
   say(event);
   if (event.kind == Kind::kMovieFinished && !event.movie->file.empty() && !event.movie->isLeft)
     mFinished.emit(*event.movie);

@@ -30,6 +30,8 @@ class FilmRecording {
   sigc::signal<void(const Message&)>& signal_message() { return mMessage; }
   /// What was said under that name is no longer so.
   sigc::signal<void(const std::string&)>& signal_messageGone() { return mMessageGone; }
+  /// A film has begun, the first or another.
+  sigc::signal<void()>& signal_started() { return mStarted; }
   /// A film is in its place.
   sigc::signal<void(const RecordedMovie&)>& signal_finished() { return mFinished; }
 
@@ -43,6 +45,7 @@ class FilmRecording {
   sigc::signal<void()> mChanged;
   sigc::signal<void(const Message&)> mMessage;
   sigc::signal<void(const std::string&)> mMessageGone;
+  sigc::signal<void()> mStarted;
   sigc::signal<void(const RecordedMovie&)> mFinished;
   std::shared_ptr<VeskRecordingSupervisor> mSupervisor;  ///< goes first, and waits until a film is in its place
 };

@@ -75,7 +75,7 @@ std::string costText(const TakenFormat& taken, bool isEncodedHere) {
   if (!isH264) return text + ' ' + _("The disk must be fast.");
   if (!isEncodedHere) return text + ' ' + _("The camera compresses it; this computer has little to do.");
   const long percent = std::max(std::lround(encodingLoad(size, rate) * 20) * 5, 5L);
-  return text + ' ' + filled(_("Compressing it takes about {} % of a processor core."), percent);
+  return text + ' ' + filled(_("Compressing it takes about {} percent of a processor core."), percent);
 }
 
 }  // namespace vesk::camera

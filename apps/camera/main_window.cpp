@@ -43,6 +43,7 @@ MainWindow::MainWindow(Glib::RefPtr<Gio::Settings> settings)
   mFilm.signal_changed().connect(sigc::mem_fun(*this, &MainWindow::showState));
   mFilm.signal_message().connect([this](const Message& message) { mMessages.show(message); });
   mFilm.signal_messageGone().connect([this](const std::string& id) { mMessages.remove(id); });
+  mFilm.signal_started().connect(sigc::mem_fun(*this, &MainWindow::filmStarted));
   mFilm.signal_finished().connect(sigc::mem_fun(*this, &MainWindow::filmFinished));
   mBar.signal_held().connect(sigc::mem_fun(*this, &MainWindow::holdPhoto));
   signal_close_request().connect(sigc::mem_fun(*this, &MainWindow::closeRequested), false);
@@ -344,13 +345,16 @@ void MainWindow::startFilm() {
     const Message::Action choose{_("Choose Folder"), [this] { chooseFolder(); }};
     return mMessages.show({"film", Message::Kind::kProblem, sentences(error), {choose}});
   }
-  // The small picture of the film is what is on show as it begins.
+}
+
+/// The small picture of a film is what is on show as it begins.
+void MainWindow::filmStarted() {
   mFilmPicture = Glib::build_filename(Glib::get_tmp_dir(), filled("vesk-camera-{}.jpeg", g_random_int()));
   mCapture->takePhoto(mFilmPicture, [](const PhotoOutcome&) {});
 }
 
 void MainWindow::filmFinished(const RecordedMovie& movie) {
-  mBar.lastItem().show(movie.file, mFilmPicture, true);
+  mBar.lastItem().show(movie.file, std::exchange(mFilmPicture, ""), true);
 }
 
 void MainWindow::takePhoto() {
@@ -448,7 +452,7 @@ bool MainWindow::closeRequested() {
 
 void MainWindow::askToClose() {
   if (!mFilm.isActive()) return close();
-  if (mIsClosing) return;
+  if (mIsClosing || std::exchange(mIsAsking, true)) return;
   auto* const dialog = adw_message_dialog_new(GTK_WINDOW(gobj()), _("Stop Recording?"),
                                               _("A film is being recorded. It is kept as far as it has come."));
   adw_message_dialog_add_responses(ADW_MESSAGE_DIALOG(dialog), "continue", _("_Go On Recording"), "stop",
@@ -457,8 +461,9 @@ void MainWindow::askToClose() {
   adw_message_dialog_set_close_response(ADW_MESSAGE_DIALOG(dialog), "continue");
   adw_message_dialog_set_response_appearance(ADW_MESSAGE_DIALOG(dialog), "stop", ADW_RESPONSE_DESTRUCTIVE);
   g_signal_connect(dialog, "response", G_CALLBACK(+[](AdwMessageDialog*, const char* response, gpointer self) {
-                     if (g_strcmp0(response, "stop") != 0) return;
                      auto* const window = static_cast<MainWindow*>(self);
+                     window->mIsAsking = false;
+                     if (g_strcmp0(response, "stop") != 0) return;
                      window->mIsClosing = true;
                      if (window->mFilm.isActive())
                        window->mFilm.stop();

@@ -9,9 +9,9 @@
 #include "apps/camera/device_buttons.h"
 #include "apps/camera/film_recording.h"
 #include "apps/camera/live_capture.h"
+#include "apps/camera/live_picture.h"
 #include "apps/camera/message_list.h"
 #include "apps/camera/picture_panel.h"
-#include "apps/camera/preview_area.h"
 #include "apps/camera/record_bar.h"
 
 namespace vesk::camera {
@@ -47,6 +47,7 @@ class MainWindow : public Gtk::ApplicationWindow {
   void photoTaken(const PhotoOutcome& photo);
   void holdPhoto(bool isHeld);
   void flash();
+  void filmStarted();
   void filmFinished(const RecordedMovie& movie);
 
   std::string filmFolder() const;
@@ -60,7 +61,7 @@ class MainWindow : public Gtk::ApplicationWindow {
 
   const Glib::RefPtr<Gio::Settings> mSettings;
   const std::shared_ptr<MainWindow*> mSelf = std::make_shared<MainWindow*>(this);  ///< as long as this is there
-  PreviewArea mPreview;
+  LivePicture mPreview;
   const std::shared_ptr<LiveCapture> mCapture;
   FilmRecording mFilm;
 
@@ -94,6 +95,7 @@ class MainWindow : public Gtk::ApplicationWindow {
   int mSecondsLeft = 0;
   bool mIsHeld = false;  ///< the photo button
   bool mIsPhotoUnderWay = false;
+  bool mIsAsking = false;  ///< whether to stop recording and close
   bool mIsClosing = false;
   unsigned mInhibitor = 0;
 };

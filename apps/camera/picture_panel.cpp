@@ -56,7 +56,7 @@ void setValueText(Gtk::Widget& slider, const std::string& text) {
 PicturePanel::PicturePanel(const std::string& folder)
     : Gtk::Box(Gtk::Orientation::VERTICAL), mModel(folder), mPad(mModel), mUndo(_("Undo")) {
   set_size_request(kWidth, -1);
-  set_hexpand(false);  // the picture takes what is left
+  set_hexpand(false);           // the picture takes what is left
   add_css_class("background");  // a narrow window shows it over the picture
   describeSilently(mScroll, _("Picture settings"));
 

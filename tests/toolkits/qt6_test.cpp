@@ -147,9 +147,11 @@ TEST_F(Qt6, ShowsUnscaledPicturesExactlyAtOddSizesAndFractionalScales) {
                                pixels.height() - static_cast<int>(random() % 30) - 1);
     ASSERT_TRUE(VeskPreviewView::showsUnscaled({picture->extent().width, picture->extent().height}));
     widget->view->refresh(picture);
-    ASSERT_TRUE(comes([&] { return widget->shown.width == pixels.width() && widget->shown.height == pixels.height(); }));
+    ASSERT_TRUE(
+        comes([&] { return widget->shown.width == pixels.width() && widget->shown.height == pixels.height(); }));
     EXPECT_TRUE(comes([&] { return isExact(widget->shown, picture); })) << width << " x " << height;
-    EXPECT_TRUE(comes([&] { return isExact(readScreen(pixels.width(), pixels.height()), picture); })) << "on the screen";
+    EXPECT_TRUE(comes([&] { return isExact(readScreen(pixels.width(), pixels.height()), picture); }))
+        << "on the screen";
   }
 }
 

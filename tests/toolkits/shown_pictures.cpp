@@ -90,8 +90,8 @@ void countUploads() {
   gUploads = 0;
   if (gUpload) return;
   gUpload = epoxy_glTexSubImage2D;
-  epoxy_glTexSubImage2D = [](GLenum target, GLint level, GLint x, GLint y, GLsizei width, GLsizei height,
-                             GLenum format, GLenum type, const void* pixels) {
+  epoxy_glTexSubImage2D = [](GLenum target, GLint level, GLint x, GLint y, GLsizei width, GLsizei height, GLenum format,
+                             GLenum type, const void* pixels) {
     if (width == kWidth) ++gUploads;
     gUpload(target, level, x, y, width, height, format, type, pixels);
   };

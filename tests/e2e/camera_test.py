@@ -1,0 +1,144 @@
+"""The desktop program, used as a person does: through its accessibility tree and keys, on a display of its own."""
+import signal
+import subprocess
+import unittest
+
+from desktop import CAMERA_PROGRAM, ROOT, DesktopTest, Widget, until
+from program import picture_hashes, probe, vesk, warnings_of_ffmpeg
+
+CAMERA = "simulated:camera"
+PLAIN = "simulated:camera:plain"
+MICROPHONE = "simulated:microphone"
+
+
+class Films(DesktopTest):
+    def test_a_film_is_what_the_camera_sent(self):
+        app = self.start()
+        app.click("Record")
+        app.find("Stop recording")
+        app.grows()
+        app.click("Take a photo")
+        until(app.photos, "a photo while a film is recorded")
+        app.grows()
+        app.click("Stop recording")
+        until(app.films, "a film")
+        app.find("Record")
+        film, = app.films()
+        self.assertRegex(film.name, r"^Film \d{4}-\d\d-\d\d \d\d\.\d\d\.\d\d\.mov$")
+        self.assert_plays_everywhere(film)
+        self.assertEqual(int(probe(app.photos()[0])["video"]["width"]), probe(film)["video"]["width"])
+
+        # The camera's pictures are the same in each run; the film holds some of them, one after the other.
+        reference = self.folder / "reference.mov"
+        video = probe(film)["video"]
+        vesk("--capture", "simulated", "--pace", "fast", "record", reference, "--duration", 60, "--no-audio",
+             "--format", f"avc1:{video['width']}x{video['height']}")
+        sent, kept = picture_hashes(reference), picture_hashes(film)
+        self.assertGreater(len(kept), 20)
+        begin = sent.index(kept[0])
+        self.assertEqual(kept, sent[begin:begin + len(kept)])
+        app.key("ctrl+q")
+        app.end()
+
+    def test_a_camera_that_goes_and_returns_goes_on_in_the_next_film(self):
+        app = self.start()
+        app.find("Record")
+        app.key("ctrl+r")
+        app.grows()
+        app.command(f"out {CAMERA}")
+        app.find("“Simulated Camera” was unplugged.")
+        until(app.films, "the first film")
+        app.command(f"in {CAMERA}")
+        app.gone("“Simulated Camera” was unplugged.")
+        app.grows()
+        app.click("Stop recording")
+        until(lambda: len(app.films()) == 2, "both films")
+        for film in app.films():
+            self.assertEqual(warnings_of_ffmpeg(film), "")
+        app.click("Record")  # the camera is shown again, and can be filmed
+        app.grows()
+        app.click("Stop recording")
+        until(lambda: len(app.films()) == 3, "the third film")
+
+    def test_what_a_crash_interrupted_is_offered_and_kept(self):
+        app = self.start()
+        app.click("Record")
+        app.grows(2_000_000)
+        app.process.send_signal(signal.SIGKILL)
+        app.process.wait()
+        self.assertEqual(app.films(), [])
+        again = self.start()
+        again.find("A film was interrupted; it is complete but for its last second")
+        again.click("Keep")
+        until(again.films, "the film")
+        self.assertEqual(warnings_of_ffmpeg(again.films()[0]), "")
+        self.assertEqual([file.name for file in (self.folder / "Videos").iterdir()], [again.films()[0].name])
+
+    def test_closing_asks_while_recording(self):
+        app = self.start()
+        app.click("Record")
+        app.grows()
+        app.key("ctrl+q")
+        app.click("Go On Recording")
+        app.grows()
+        app.key("ctrl+q")
+        app.click("Stop and Close")
+        app.end()
+        self.assertEqual(warnings_of_ffmpeg(app.films()[0]), "")
+
+
+class Messages(DesktopTest):
+    def test_what_keeps_a_camera_from_working_is_said_and_mends_itself(self):
+        app = self.start(setup=f"busy {CAMERA}")
+        app.find("Try Again")
+        self.assertTrue(any("in use" in name for name in app.names()), app.names())
+        app.command(f"well {CAMERA}")
+        app.gone("Try Again")
+        app.find("Camera: Simulated Camera")
+        app.command(f"silent {CAMERA}")
+        app.find("The picture is frozen")
+        app.command(f"well {CAMERA}")
+        app.gone("The picture is frozen")
+        app.command(f"out {CAMERA}", f"out {PLAIN}")
+        app.find("There is no camera. Plug one in.")
+        app.command(f"in {PLAIN}")
+        app.gone("There is no camera")
+        app.key("F1")
+        app.find("What works")
+
+    def test_a_muted_microphone_is_said(self):
+        app = self.start()
+        app.find("Microphone: Simulated Microphone")
+        app.key("ctrl+u")
+        app.find("The microphone is muted")
+        app.click("Unmute")
+        app.gone("The microphone is muted")
+
+
+class Hosts(DesktopTest):
+    def test_a_second_start_raises_the_first(self):
+        app = self.start()
+        app.find("Camera: Simulated Camera")
+        second = subprocess.run([CAMERA_PROGRAM, "--camera", "plain"], env=app.environment, timeout=60, cwd=self.folder)
+        self.assertEqual(second.returncode, 0)
+        app.find("Camera: Simulated Plain")
+        self.assertEqual([widget.name for widget in app.all() if widget.parent == ROOT], ["Camera"])
+
+    def test_everything_has_a_name_and_is_reached_by_keys(self):
+        app = self.start()
+        app.find("Camera: Simulated Camera")
+        app.key("F9")
+        app.find("Brightness")
+        widgets = app.all()
+        used = ("push button", "toggle button", "check box", "slider", "text", "combo box", "switch")
+        self.assertEqual([widget.role() for widget in widgets if widget.has(Widget.FOCUSABLE) and not widget.name
+                          and widget.role() in used], [])
+        # A menu's button is a frame around the button that is meant.
+        frames = {widget.parent for widget in widgets if widget.is_button()}
+        self.assertEqual([widget.name for widget in widgets
+                          if widget.is_button() and not widget.has(Widget.FOCUSABLE) and widget.path not in frames
+                          and widget.role() in used], [])
+
+
+if __name__ == "__main__":
+    unittest.main()
