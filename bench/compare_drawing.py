@@ -19,10 +19,10 @@ ROOT = pathlib.Path(__file__).resolve().parents[1]
 SHORT = 30
 
 
-def start_display():
+def start_display(size="1600x900"):
     """An X server with a number of its own choice; answers the process and the display."""
     reader, writer = os.pipe()
-    server = subprocess.Popen(["Xvfb", "-displayfd", str(writer), "-screen", "0", "1600x900x24"], pass_fds=[writer],
+    server = subprocess.Popen(["Xvfb", "-displayfd", str(writer), "-screen", "0", f"{size}x24"], pass_fds=[writer],
                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
     os.close(writer)
     with os.fdopen(reader) as numbers:

@@ -20,7 +20,7 @@
 #include <memory>
 #include <vector>
 
-#include <vesk/preview_view.h>
+#include <vesk/gtk4.h>
 
 namespace {
 
@@ -47,30 +47,10 @@ class Shower {
   virtual void show(const CVPixelBufferRef& frame) = 0;
 };
 
-class Area : public Gtk::GLArea, public HostWindow, public Shower {
+class Area : public gtk4::PreviewArea, public Shower {
  public:
   Gtk::Widget& widget() override { return *this; }
-  void show(const CVPixelBufferRef& frame) override { mView->refresh(CIImage::imageWithCVImageBuffer(frame)); }
-
-  bool makeContextCurrent() override {
-    make_current();
-    if (!has_error()) attach_buffers();
-    return !has_error();
-  }
-  void clearCurrentContext() override { Gdk::GLContext::clear_current(); }
-  void present() override {}
-  void requestRedraw() override { queue_render(); }
-
- protected:
-  void on_realize() override { Gtk::GLArea::on_realize(), mView->setWindow(this); }
-  void on_unrealize() override { mView->setWindow(nullptr), Gtk::GLArea::on_unrealize(); }
-  void on_resize(int width, int height) override {
-    mView->setFrame({0, 0, static_cast<float>(width), static_cast<float>(height)});
-  }
-  bool on_render(const Glib::RefPtr<Gdk::GLContext>& /*context*/) override { return mView->display(), true; }
-
- private:
-  const std::shared_ptr<VeskPreviewView> mView = VeskPreviewView::initWithFrame({});
+  void show(const CVPixelBufferRef& frame) override { view->refresh(CIImage::imageWithCVImageBuffer(frame)); }
 };
 
 class Picture : public Shower {

@@ -2,6 +2,7 @@
 //
 //   VESK_HAS_WINDOW_MANAGER   windows can be minimized, and are not where they want to be
 //   VESK_SECOND_DISPLAY       another display, for windows that move
+//   VESK_WINDOWS              how many are opened and closed
 #include <gtkmm.h>
 
 #include <chrono>
@@ -13,7 +14,12 @@
 
 #include <gtest/gtest.h>
 
+#include <vesk/capture_choices.h>
+#include <vesk/capture_host.h>
+#include <vesk/device_manager.h>
 #include <vesk/gtk4.h>
+#include <vesk/preview_session.h>
+#include <vesk/video_device.h>
 #include "shown_pictures.h"
 
 namespace vesk::test {
@@ -173,6 +179,32 @@ TEST_F(Gtk4, ShowsUnscaledPicturesExactlyAtOddSizes) {
   }
 }
 
+/// Windows come and go in each order of window and session, while frames arrive on the camera's thread.
+TEST(Gtk4Windows, OpenAndCloseWhileACameraRuns) {
+  const char* const number = std::getenv("VESK_WINDOWS");
+  const auto camera =
+      VeskVideoDevice::initWithDeviceInfo(VeskDeviceManager::getSharedInstance()->getVideoDeviceList()->front());
+  ASSERT_EQ(camera->openDevice(), 0);
+  chooseVideoFormat(*camera);
+  const auto session = VeskPreviewSession::initWithDevice(camera, nullptr);
+  std::unique_ptr<Gtk::Window> last;  // a window that outlives the next one's beginning
+  for (int i = 0; i < (number ? std::atoi(number) : 6); ++i) {
+    auto window = std::make_unique<Gtk::Window>();
+    auto* const area = Gtk::make_managed<Area>();
+    window->set_default_size(300, 200);
+    window->set_child(*area);
+    window->present();
+    ASSERT_EQ(session->startSessionWithPreview(area->view), 0);
+    ASSERT_TRUE(comes([&] { return area->draws >= 3; }));
+    if (i % 3 == 1) session->stopSession();
+    if (i % 2 == 0) window->close();
+    last = std::move(window);
+  }
+  last.reset();
+  EXPECT_GT(session->statistics().shown, 0U);
+  session->closeSession();
+}
+
 }  // namespace
 }  // namespace vesk::test
 
@@ -180,5 +212,8 @@ int main(int argc, char** argv) {
   ::testing::InitGoogleTest(&argc, argv);
   gtk_init();
   const auto application = Gtk::Application::create();
-  return RUN_ALL_TESTS();
+  vesk::capture::selectSource("simulated", {});
+  const int status = RUN_ALL_TESTS();
+  vesk::VeskDeviceManager::destroy();
+  return status;
 }
