@@ -1,5 +1,5 @@
-/// Shows planes of 640 x 480 4:2:0 from standard input in a window of GTK 4 as they come, each at the next refresh: what
-/// compare_latency.py measures.
+/// Shows planes of 640 x 480 4:2:0 from standard input in a window of GTK 4 as they come, each at the next refresh:
+/// what compare_latency.py measures.
 #include <gtkmm.h>
 #include <unistd.h>
 
@@ -46,8 +46,7 @@ int main() {
   window.set_child(area);
   window.present();
   std::thread reader([view = area.view, &loop] {
-    while (const auto frame = readFrame())
-      DispatchQueue::mainQueue()->async([view, frame] { view->refresh(frame); });
+    while (const auto frame = readFrame()) DispatchQueue::mainQueue()->async([view, frame] { view->refresh(frame); });
     DispatchQueue::mainQueue()->async([&loop] { loop->quit(); });
   });
   loop->run();
