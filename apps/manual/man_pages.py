@@ -110,6 +110,8 @@ def man_page(command, program, version):
             page.section(title)
             page.entries(sections[title])
     others = [page_name(each) for each in [program, *program.commands] if each is not command]
+    if not program.commands and "-" in page_name(program):
+        others.append(page_name(program).split("-")[0])  # of vesk-camera: vesk
     if others:
         page.section("See also")
         page.paragraph(", ".join(f"{name}(1)" for name in others) + ".")
