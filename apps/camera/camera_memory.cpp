@@ -144,7 +144,7 @@ std::optional<VideoFormatRequest> CameraMemory::format() const {
 
 Error CameraMemory::keepFormat(const std::optional<VideoFormatRequest>& format) const {
   if (!format) return removeFile(formatFile(), _("the format could not be kept"));
-  if (const Error error = makeFolder(mFolder)) return error;
+  if (Error error = makeFolder(mFolder)) return error;
   const KeyFile file(g_key_file_new());
   if (format->size) {
     g_key_file_set_integer(file.get(), "format", "width", format->size->width);
@@ -164,7 +164,7 @@ std::string CameraMemory::presetFile(const std::string& name) const {
 }
 
 Error CameraMemory::save(const std::string& folder, const std::string& file, const ControlValues& values) const {
-  if (const Error error = makeFolder(folder)) return error;
+  if (Error error = makeFolder(folder)) return error;
   ControlSettings settings = mCamera;
   settings.values = values;
   return saveControlSettings(file, settings);

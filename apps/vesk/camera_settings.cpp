@@ -50,6 +50,7 @@ std::vector<ControlState> statesOf(const VeskVideoDevice& camera) {
   if (silent.empty()) return states;
   if (states.empty()) throw Failure(kFailed, error);
   std::vector<std::string_view> names;
+  names.reserve(silent.size());
   for (const ControlID id : silent) names.push_back(cameraControl(id).name);
   reportLine("vesk: \"{}\" did not answer when asked for {}.", nameOf(*camera.deviceInfo()), fmt::join(names, ", "));
   return states;
