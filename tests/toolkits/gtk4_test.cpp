@@ -20,7 +20,7 @@
 #include <vesk/gtk4.h>
 #include <vesk/preview_session.h>
 #include <vesk/video_device.h>
-#include "shown_pictures.h"
+#include "tests/toolkits/shown_pictures.h"
 
 namespace vesk::test {
 namespace {

@@ -16,7 +16,7 @@
 #include <gtest/gtest.h>
 
 #include <vesk/qt6.h>
-#include "shown_pictures.h"
+#include "tests/toolkits/shown_pictures.h"
 
 namespace vesk::test {
 namespace {

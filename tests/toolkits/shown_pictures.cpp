@@ -1,4 +1,4 @@
-#include "shown_pictures.h"
+#include "tests/toolkits/shown_pictures.h"
 
 #include <epoxy/gl.h>
 #include <gtest/gtest.h>
