@@ -26,25 +26,25 @@ struct Axis {
   ControlID position;
   int sign;
 };
-Axis axisOf(HeadMove move) {
+Axis axisOf(HeadTurn move) {
   switch (move) {
-    case HeadMove::kLeft:
+    case HeadTurn::kLeft:
       return {ControlID::kPan, -1};
-    case HeadMove::kRight:
+    case HeadTurn::kRight:
       return {ControlID::kPan, 1};
-    case HeadMove::kUp:
+    case HeadTurn::kUp:
       return {ControlID::kTilt, 1};
-    case HeadMove::kDown:
+    case HeadTurn::kDown:
       return {ControlID::kTilt, -1};
-    case HeadMove::kZoomIn:
+    case HeadTurn::kZoomIn:
       return {ControlID::kZoom, 1};
-    case HeadMove::kZoomOut:
+    case HeadTurn::kZoomOut:
       break;
   }
   return {ControlID::kZoom, -1};
 }
-constexpr HeadMove kAllMoves[] = {HeadMove::kLeft, HeadMove::kRight,  HeadMove::kUp,
-                                  HeadMove::kDown, HeadMove::kZoomIn, HeadMove::kZoomOut};
+constexpr HeadTurn kAllMoves[] = {HeadTurn::kLeft, HeadTurn::kRight,  HeadTurn::kUp,
+                                  HeadTurn::kDown, HeadTurn::kZoomIn, HeadTurn::kZoomOut};
 
 /// Small enough to aim with; heads turn by whole degrees, most of them.
 int64_t stepOf(const ControlState& state) {
@@ -70,7 +70,7 @@ struct CameraControlsModel::Answer {
   bool isChange = false;  ///< of what is kept
   std::vector<ControlState> states;
   uint64_t sequence = 0;  ///< of the last change that the states show
-  std::set<HeadMove> moves;
+  std::set<HeadTurn> moves;
   std::optional<std::vector<std::string>> presets;
   std::vector<OfferedFormat> formats;  ///< of the first answer
   bool isEncodedHere = false;
@@ -140,7 +140,7 @@ struct CameraControlsModel::Desk {
 
   void findMoves() {
     const bool canNudge = !find(ControlID::kPan) && !find(ControlID::kTilt) && camera->isNudgeSupported();
-    for (const HeadMove move : kAllMoves) {
+    for (const HeadTurn move : kAllMoves) {
       const Axis axis = axisOf(move);
       const ControlState* const state = find(axis.position);
       const bool isLens = axis.position == ControlID::kZoom;
@@ -201,27 +201,27 @@ struct CameraControlsModel::Desk {
     answer.keepError = memory.keepSettings(kept);
   }
 
-  void step(HeadMove move, Answer& answer) {
+  void step(HeadTurn move, Answer& answer) {
     const Axis axis = axisOf(move);
     ControlState* const state = find(axis.position);
     if (state && state->minimum) return stepTo(*state, axis.sign, answer);
     if (axis.position == ControlID::kZoom) return zoomAShortTime(axis.sign, answer);
     // Left and right of nudges are those of the person in front of the camera.
     switch (move) {
-      case HeadMove::kLeft:
+      case HeadTurn::kLeft:
         camera->panRelativeRight();
         break;
-      case HeadMove::kRight:
+      case HeadTurn::kRight:
         camera->panRelativeLeft();
         break;
-      case HeadMove::kUp:
+      case HeadTurn::kUp:
         camera->tiltRelativeUp();
         break;
-      case HeadMove::kDown:
+      case HeadTurn::kDown:
         camera->tiltRelativeDown();
         break;
-      case HeadMove::kZoomIn:
-      case HeadMove::kZoomOut:
+      case HeadTurn::kZoomIn:
+      case HeadTurn::kZoomOut:
         break;
     }
     camera->waitForNudges();
@@ -270,7 +270,7 @@ struct CameraControlsModel::Desk {
   ControlValues kept;
   bool mustKeep = false;
   std::vector<ControlState> states;
-  std::set<HeadMove> moves;
+  std::set<HeadTurn> moves;
   std::map<ControlID, Target> targets;
   uint64_t sequence = 0;
 };
@@ -514,7 +514,7 @@ void CameraControlsModel::keepSoon() {
   });
 }
 
-void CameraControlsModel::startMoving(HeadMove move) {
+void CameraControlsModel::startMoving(HeadTurn move) {
   mMove = move;
   step(move);
 }
@@ -523,11 +523,11 @@ void CameraControlsModel::stopMoving() {
   mMove.reset();
 }
 
-void CameraControlsModel::moveOnce(HeadMove move) {
+void CameraControlsModel::moveOnce(HeadTurn move) {
   step(move);
 }
 
-void CameraControlsModel::step(HeadMove move) {
+void CameraControlsModel::step(HeadTurn move) {
   if (!canMove(move) || std::exchange(mIsStepping, true)) return;
   ask([move](Desk& desk, Answer& answer) {
     answer.isStep = true;

@@ -20,7 +20,7 @@ namespace vesk::camera {
 
 /// What a person moves the camera's head or lens by. Left and right as the camera looks: what lies beyond the right
 /// edge of the picture comes into view by kRight.
-enum class HeadMove : uint8_t { kLeft, kRight, kUp, kDown, kZoomIn, kZoomOut };
+enum class HeadTurn : uint8_t { kLeft, kRight, kUp, kDown, kZoomIn, kZoomOut };
 
 /// What a camera is set to, as a panel shows and changes it. What a person sets is kept for the camera and set again
 /// whenever it comes back.
@@ -77,14 +77,14 @@ class CameraControlsModel {
   /// All back to their defaults; nothing is kept for the camera any more.
   void resetAll();
 
-  bool canMove(HeadMove move) const { return mMoves.contains(move); }
+  bool canMove(HeadTurn move) const { return mMoves.contains(move); }
   /// Whether the head can be sent back to its middle.
-  bool canCentre() const { return canMove(HeadMove::kLeft) || canMove(HeadMove::kUp); }
+  bool canCentre() const { return canMove(HeadTurn::kLeft) || canMove(HeadTurn::kUp); }
   /// Moves until stopMoving.
-  void startMoving(HeadMove move);
+  void startMoving(HeadTurn move);
   void stopMoving();
   /// One step; nothing while the one before is under way.
-  void moveOnce(HeadMove move);
+  void moveOnce(HeadTurn move);
   void centre();
 
   /// The formats that a film can have.
@@ -118,7 +118,7 @@ class CameraControlsModel {
   void apply(ControlValues values, bool isReset);
   void keepSoon();
   void look();
-  void step(HeadMove move);
+  void step(HeadTurn move);
 
   const std::string mFolder;
   const Times mTimes;
@@ -129,7 +129,7 @@ class CameraControlsModel {
   std::shared_ptr<Desk> mDesk;  ///< of the camera; null for none
   bool mIsKnown = false;
   std::vector<ControlState> mControls;
-  std::set<HeadMove> mMoves;
+  std::set<HeadTurn> mMoves;
   std::vector<std::string> mPresets;
   std::vector<OfferedFormat> mFormats;
   bool mIsEncodedHere = false;
@@ -141,7 +141,7 @@ class CameraControlsModel {
   bool mIsWatched = false;
   bool mIsLooking = false;        ///< the next look is on its way
   bool mIsKeeping = false;        ///< what is kept is about to be written
-  std::optional<HeadMove> mMove;  ///< until it is stopped
+  std::optional<HeadTurn> mMove;  ///< until it is stopped
   bool mIsStepping = false;
 };
 

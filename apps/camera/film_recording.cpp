@@ -24,10 +24,10 @@ Error FilmRecording::start(const std::string& folder) {
     if (mCapture.error()) return mCapture.error();
     return {Cause::kNoDevice, "there is no camera to film with", "Plug one in."};
   }
-  if (const Error error = makeFolder(folder)) return error;
+  if (Error error = makeFolder(folder)) return error;
   RecordingSettings settings;
   settings.file = newFileName(folder, _("Film"), ".mov");
-  if (const Error error = VeskRecordingSupervisor::checkFile(settings.file)) return error;
+  if (Error error = VeskRecordingSupervisor::checkFile(settings.file)) return error;
   settings.waitsForCamera = true;
   settings.camera = mCapture.camera();
   settings.microphone = mCapture.microphone();

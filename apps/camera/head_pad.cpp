@@ -12,15 +12,15 @@ HeadPad::HeadPad(CameraControlsModel& model) : mModel(model) {
   set_spacing(24);
   set_halign(Gtk::Align::CENTER);
   set_margin(12);
-  addButton(HeadMove::kUp, "go-up-symbolic", _("Turn up (Ctrl+↑)"), 1, 0);
-  addButton(HeadMove::kLeft, "go-previous-symbolic", _("Turn left (Ctrl+←)"), 0, 1);
-  addButton(HeadMove::kRight, "go-next-symbolic", _("Turn right (Ctrl+→)"), 2, 1);
-  addButton(HeadMove::kDown, "go-down-symbolic", _("Turn down (Ctrl+↓)"), 1, 2);
+  addButton(HeadTurn::kUp, "go-up-symbolic", _("Turn up (Ctrl+↑)"), 1, 0);
+  addButton(HeadTurn::kLeft, "go-previous-symbolic", _("Turn left (Ctrl+←)"), 0, 1);
+  addButton(HeadTurn::kRight, "go-next-symbolic", _("Turn right (Ctrl+→)"), 2, 1);
+  addButton(HeadTurn::kDown, "go-down-symbolic", _("Turn down (Ctrl+↓)"), 1, 2);
   mCentre = makeIconButton("find-location-symbolic", _("Back to the middle (Ctrl+Home)"));
   mCentre->signal_clicked().connect([this] { mModel.centre(); });
   mArrows.attach(*mCentre, 1, 1);
-  addButton(HeadMove::kZoomIn, "zoom-in-symbolic", _("Zoom in (Ctrl++)"), 0, 0);
-  addButton(HeadMove::kZoomOut, "zoom-out-symbolic", _("Zoom out (Ctrl+−)"), 0, 1);
+  addButton(HeadTurn::kZoomIn, "zoom-in-symbolic", _("Zoom in (Ctrl++)"), 0, 0);
+  addButton(HeadTurn::kZoomOut, "zoom-out-symbolic", _("Zoom out (Ctrl+−)"), 0, 1);
   mLens.set_row_spacing(6);
   mLens.set_valign(Gtk::Align::CENTER);
   append(mArrows);
@@ -28,13 +28,13 @@ HeadPad::HeadPad(CameraControlsModel& model) : mModel(model) {
 }
 
 /// A move as the person sees it, as the camera makes it.
-HeadMove HeadPad::asSeen(HeadMove move) const {
-  if (mIsMirrored && move == HeadMove::kLeft) return HeadMove::kRight;
-  if (mIsMirrored && move == HeadMove::kRight) return HeadMove::kLeft;
+HeadTurn HeadPad::asSeen(HeadTurn move) const {
+  if (mIsMirrored && move == HeadTurn::kLeft) return HeadTurn::kRight;
+  if (mIsMirrored && move == HeadTurn::kRight) return HeadTurn::kLeft;
   return move;
 }
 
-Gtk::Button* HeadPad::addButton(HeadMove move, const char* icon, const std::string& name, int column, int row) {
+Gtk::Button* HeadPad::addButton(HeadTurn move, const char* icon, const std::string& name, int column, int row) {
   Gtk::Button* const button = makeIconButton(icon, name);
   button->remove_css_class("flat");
   button->add_css_class("circular");
@@ -49,7 +49,7 @@ Gtk::Button* HeadPad::addButton(HeadMove move, const char* icon, const std::stri
   hold->signal_end().connect([this](Gdk::EventSequence*) { mModel.stopMoving(); });
   hold->signal_cancel().connect([this](Gdk::EventSequence*) { mModel.stopMoving(); });
   button->add_controller(hold);
-  const bool isLens = move == HeadMove::kZoomIn || move == HeadMove::kZoomOut;
+  const bool isLens = move == HeadTurn::kZoomIn || move == HeadTurn::kZoomOut;
   (isLens ? mLens : mArrows).attach(*button, column, row);
   mButtons.emplace_back(move, button);
   return button;
@@ -59,7 +59,7 @@ void HeadPad::update() {
   for (const auto& [move, button] : mButtons) button->set_sensitive(mModel.canMove(move));
   mCentre->set_sensitive(mModel.canCentre());
   mArrows.set_visible(mModel.canCentre());
-  mLens.set_visible(mModel.canMove(HeadMove::kZoomIn));
+  mLens.set_visible(mModel.canMove(HeadTurn::kZoomIn));
   set_visible(mArrows.get_visible() || mLens.get_visible());
 }
 
@@ -79,7 +79,7 @@ void HeadPad::addKeys(Gtk::Widget& window) {
 bool HeadPad::keyPressed(guint key, Gdk::ModifierType modifiers) {
   const auto relevant = Gdk::ModifierType::CONTROL_MASK | Gdk::ModifierType::ALT_MASK | Gdk::ModifierType::SUPER_MASK;
   if ((modifiers & relevant) != Gdk::ModifierType::CONTROL_MASK) return false;
-  const auto move = [this](HeadMove seen) {
+  const auto move = [this](HeadTurn seen) {
     if (!mModel.canMove(seen)) return false;
     mModel.moveOnce(asSeen(seen));
     return true;
@@ -87,23 +87,23 @@ bool HeadPad::keyPressed(guint key, Gdk::ModifierType modifiers) {
   switch (key) {
     case GDK_KEY_Left:
     case GDK_KEY_KP_Left:
-      return move(HeadMove::kLeft);
+      return move(HeadTurn::kLeft);
     case GDK_KEY_Right:
     case GDK_KEY_KP_Right:
-      return move(HeadMove::kRight);
+      return move(HeadTurn::kRight);
     case GDK_KEY_Up:
     case GDK_KEY_KP_Up:
-      return move(HeadMove::kUp);
+      return move(HeadTurn::kUp);
     case GDK_KEY_Down:
     case GDK_KEY_KP_Down:
-      return move(HeadMove::kDown);
+      return move(HeadTurn::kDown);
     case GDK_KEY_plus:
     case GDK_KEY_equal:
     case GDK_KEY_KP_Add:
-      return move(HeadMove::kZoomIn);
+      return move(HeadTurn::kZoomIn);
     case GDK_KEY_minus:
     case GDK_KEY_KP_Subtract:
-      return move(HeadMove::kZoomOut);
+      return move(HeadTurn::kZoomOut);
     case GDK_KEY_Home:
     case GDK_KEY_KP_Home:
       if (!mModel.canCentre()) return false;

@@ -22,8 +22,8 @@ class HeadPad : public Gtk::Box {
   void addKeys(Gtk::Widget& window);
 
  private:
-  HeadMove asSeen(HeadMove move) const;
-  Gtk::Button* addButton(HeadMove move, const char* icon, const std::string& name, int column, int row);
+  HeadTurn asSeen(HeadTurn move) const;
+  Gtk::Button* addButton(HeadTurn move, const char* icon, const std::string& name, int column, int row);
   bool keyPressed(guint key, Gdk::ModifierType modifiers);
 
   CameraControlsModel& mModel;
@@ -31,7 +31,7 @@ class HeadPad : public Gtk::Box {
   Gtk::Grid mArrows;
   Gtk::Grid mLens;
   Gtk::Button* mCentre = nullptr;
-  std::vector<std::pair<HeadMove, Gtk::Button*>> mButtons;
+  std::vector<std::pair<HeadTurn, Gtk::Button*>> mButtons;
 };
 
 }  // namespace vesk::camera

@@ -11,7 +11,7 @@ namespace {
 constexpr std::array kTimers{3, 5, 10};  ///< seconds
 
 Glib::RefPtr<Gio::Menu> timerMenu() {
-  const auto menu = Gio::Menu::create();
+  auto menu = Gio::Menu::create();
   const auto add = [&](const std::string& text, int seconds) {
     const auto item = Gio::MenuItem::create(text, "");
     item->set_action_and_target("win.timer", Glib::Variant<int>::create(seconds));

@@ -48,7 +48,7 @@ class PreviewArea : public Gtk::GLArea, public HostWindow {
 
  protected:
   Glib::RefPtr<Gdk::GLContext> on_create_context() override try {  // of OpenGL or OpenGL ES, whichever there is
-    const auto context = get_native()->get_surface()->create_gl_context();
+    auto context = get_native()->get_surface()->create_gl_context();
     context->realize();
     return context;
   } catch (const Glib::Error& error) {

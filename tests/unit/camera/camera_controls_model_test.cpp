@@ -158,10 +158,10 @@ TEST_F(SimulatedControls, HeadsMoveWhileHeldAndStop) {
     Model model(folder);  // a head that is sent to positions
     model.show(infoOf(SimulatedSource::kCameraPath));
     const ControlState pan = *model.find(ControlID::kPan);
-    model.startMoving(HeadMove::kRight);
+    model.startMoving(HeadTurn::kRight);
     EXPECT_TRUE(becomes([&] { return model.current(ControlID::kPan) == pan.maximum; })) << "and no further";
     model.stopMoving();
-    model.moveOnce(HeadMove::kZoomIn);
+    model.moveOnce(HeadTurn::kZoomIn);
     EXPECT_TRUE(becomes([&] { return opened()->getZoomCur() > opened()->getZoomDef(); }));
     model.centre();
     EXPECT_TRUE(becomes([&] { return model.current(ControlID::kPan) == pan.initial; }));
@@ -169,19 +169,19 @@ TEST_F(SimulatedControls, HeadsMoveWhileHeldAndStop) {
   }
   Model model(folder);  // one that is nudged
   model.show(infoOf(SimulatedSource::kPlainCameraPath));
-  ASSERT_TRUE(model.canMove(HeadMove::kUp));
+  ASSERT_TRUE(model.canMove(HeadTurn::kUp));
   const auto turns = [&] {
     const auto moves = source->headMoves(SimulatedSource::kPlainCameraPath);
     return std::count_if(moves.begin(), moves.end(),
-                         [](const auto& move) { return move.kind == capture::HeadMove::Kind::kTurn; });
+                         [](const auto& move) { return move.kind == capture::HeadTurn::Kind::kTurn; });
   };
-  model.startMoving(HeadMove::kRight);
+  model.startMoving(HeadTurn::kRight);
   EXPECT_TRUE(becomes([&] { return turns() >= 2; }));
   model.stopMoving();
   model.setCamera(nullptr);  // lets the step under way end
   model.show(infoOf(SimulatedSource::kPlainCameraPath));
   const auto moves = source->headMoves(SimulatedSource::kPlainCameraPath);
-  EXPECT_EQ(moves.back().kind, capture::HeadMove::Kind::kStop);
+  EXPECT_EQ(moves.back().kind, capture::HeadTurn::Kind::kStop);
   EXPECT_GT(moves.back().pan, 0) << "to the right as the camera looks";
   EXPECT_LE(turns(), 4);
 }
