@@ -173,7 +173,7 @@ TEST_F(SimulatedControls, HeadsMoveWhileHeldAndStop) {
   const auto turns = [&] {
     const auto moves = source->headMoves(SimulatedSource::kPlainCameraPath);
     return std::count_if(moves.begin(), moves.end(),
-                         [](const auto& move) { return move.kind == capture::HeadTurn::Kind::kTurn; });
+                         [](const auto& move) { return move.kind == capture::HeadMove::Kind::kTurn; });
   };
   model.startMoving(HeadTurn::kRight);
   EXPECT_TRUE(becomes([&] { return turns() >= 2; }));
@@ -181,7 +181,7 @@ TEST_F(SimulatedControls, HeadsMoveWhileHeldAndStop) {
   model.setCamera(nullptr);  // lets the step under way end
   model.show(infoOf(SimulatedSource::kPlainCameraPath));
   const auto moves = source->headMoves(SimulatedSource::kPlainCameraPath);
-  EXPECT_EQ(moves.back().kind, capture::HeadTurn::Kind::kStop);
+  EXPECT_EQ(moves.back().kind, capture::HeadMove::Kind::kStop);
   EXPECT_GT(moves.back().pan, 0) << "to the right as the camera looks";
   EXPECT_LE(turns(), 4);
 }
