@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include <vesk/capture_choices.h>
 #include <vesk/device_manager.h>
 #include <vesk/host_window.h>
 #include <vesk/preview_session.h>
@@ -45,7 +46,8 @@ int main(int argc, char** argv) {
   if (cameras->empty()) return std::fprintf(stderr, "no camera was found\n"), 1;
   const auto camera = vesk::VeskVideoDevice::initWithDeviceInfo(cameras->front());
   if (camera->openDevice() != 0) return std::fprintf(stderr, "%s\n", camera->lastError().what.c_str()), 1;
-  camera->setFormat(camera->getSupportedFormats()->front());
+  if (const auto error = vesk::chooseVideoFormat(*camera, {}, vesk::CapturePurpose::kPreview).error; error)
+    return std::fprintf(stderr, "%s\n", error.what.c_str()), 1;
 
   if (glfwInit() == GLFW_FALSE) return std::fprintf(stderr, "there is no display\n"), 1;
   glfwWindowHint(GLFW_CONTEXT_VERSION_MAJOR, 2);

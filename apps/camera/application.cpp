@@ -130,7 +130,8 @@ int Application::on_command_line(const Glib::RefPtr<Gio::ApplicationCommandLine>
   Glib::ustring camera;
   const bool isNamed = line->get_options_dict()->lookup_value("camera", camera);
   activate();
-  if (mWindow && isNamed) mWindow->chooseCameraNamed(camera);
+  if (!mWindow) return 1;
+  if (isNamed) mWindow->chooseCameraNamed(camera);
   return 0;
 }
 

@@ -86,7 +86,7 @@ void LiveCapture::close() {
 void LiveCapture::deviceChanged(const std::shared_ptr<VeskDeviceInfo>& device, bool isThere) {
   if (!isThere) {
     if (isOf(mCamera, device) && !mIsRecording) closeCamera();
-    if (isOf(mMicrophone, device) && !mIsRecording) letMicrophoneGo();
+    if (isOf(mMicrophone, device)) mIsMicrophoneGone = true;
     mRemoved.emit(device);
   }
   mError = {};
@@ -144,6 +144,7 @@ std::shared_ptr<VeskDeviceInfo> LiveCapture::wantedMicrophone() const {
 /// One step towards what is wanted; each ends by calling this again.
 void LiveCapture::update() {
   if (!mDevices || mIsRecording || mIsBusy) return;
+  if (mIsMicrophoneGone) letMicrophoneGo();
   const auto wanted = wantedCamera();
   if (mCamera && (mMustReopen || !isOf(mCamera, wanted))) return closeCamera();
   mMustReopen = false;
@@ -249,7 +250,7 @@ void LiveCapture::openedMicrophone(const std::shared_ptr<VeskAudioDevice>& micro
 }
 
 void LiveCapture::letMicrophoneGo() {
-  mIsSilent = false;
+  mIsSilent = mIsMicrophoneGone = false;
   if (mSession) mSession->setAudioDevice(nullptr);
   if (const auto microphone = std::exchange(mMicrophone, nullptr))
     if (mDevices) mDevices->async([microphone] { microphone->closeDevice(); });

@@ -134,6 +134,7 @@ class LiveCapture : public VeskPreviewSessionDelegate, public std::enable_shared
   Error mError;
   Clock::time_point mRetry = Clock::time_point::max();
 
+  bool mIsMicrophoneGone = false;  ///< unplugged; one that is back at its place is another
   bool mIsMuted = false;
   bool mIsFrozen = false;
   bool mIsSilent = false;

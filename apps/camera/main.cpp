@@ -1,4 +1,5 @@
 #include <glib/gi18n.h>
+#include <gtk/gtk.h>
 
 #include <clocale>
 
@@ -12,6 +13,10 @@ int main(int argc, char** argv) {
   bind_textdomain_codeset("vesk-camera", "UTF-8");
   textdomain("vesk-camera");
   if (const auto status = vesk::camera::answerWithoutDisplay(argc, argv)) return *status;
+  if (!gtk_init_check()) {
+    g_printerr("vesk-camera: %s\n", _("There is no display. Start it in a desktop session."));
+    return 1;
+  }
   const auto application = vesk::camera::Application::create();
   const int status = application->run(argc, argv);
   vesk::VeskDeviceManager::destroy();

@@ -1,4 +1,5 @@
 """The desktop program, used as a person does: through its accessibility tree and keys, on a display of its own."""
+import os
 import signal
 import subprocess
 import unittest
@@ -85,6 +86,36 @@ class Films(DesktopTest):
         app.click("Stop and Close")
         app.end()
         self.assertEqual(warnings_of_ffmpeg(app.films()[0]), "")
+
+
+    @unittest.skipIf(os.geteuid() != 0, "only root makes a file system")
+    def test_a_full_disk_ends_the_film_whole(self):
+        videos = self.folder / "Videos"
+        videos.mkdir()
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=6M", "none", str(videos)], check=True)
+        self.addCleanup(subprocess.run, ["umount", "-l", str(videos)])
+        app = self.start()
+        app.click("Record")
+        until(lambda: app.films() and app.has("Record"), "the end of the film", 120)
+        self.assertTrue(any(name.endswith("is full. Make room on it, or record to another disk.") for name in app.names()),
+                        app.names())
+        self.assertEqual(warnings_of_ffmpeg(app.films()[0]), "")
+        self.assertGreater(float(probe(app.films()[0])["format"]["duration"]), 5)
+
+    def test_the_timer_counts_down_and_is_taken_back(self):
+        app = self.start()
+        app.find("Camera: Simulated Camera")
+        app.click("Timer")
+        app.click("After 3 seconds")
+        app.click("Record")
+        app.find("3")
+        app.key("Escape")
+        app.gone("2")
+        app.click("Record")
+        app.grows()
+        app.click("Stop recording")
+        until(app.films, "the film")
+        self.assertEqual(len(app.films()), 1)
 
 
 class Messages(DesktopTest):
