@@ -102,7 +102,8 @@ CMSampleBufferRef packedSample(const CMVideoFormatDescriptionRef& format, uint8_
 
 CMSampleBufferRef packedSampleIn(SampleArena& arena, const CMVideoFormatDescriptionRef& format, uint8_t luma,
                                  int64_t time) {
-  const auto data = packedSample(format, luma, time)->data();
+  const auto sample = packedSample(format, luma, time);
+  const auto data = sample->data();
   return CMSampleBuffer::create(blockOf(data, &arena), format, {microseconds(30'000), microseconds(time), {}},
                                 data.size());
 }
