@@ -227,11 +227,12 @@ int32_t VeskPreviewSession::capturePhotoFrameToPath(const std::string& path) {
 }
 
 void VeskPreviewSession::capturePhoto(const std::string& path, std::function<void(const PhotoOutcome& photo)> handler) {
-  DispatchQueue::globalQueue()->async(
-      [image = mState->imageOnShow(), isRunning = mState->mIsRunning.load(), path, handler = std::move(handler)] {
-        const PhotoOutcome photo = writePhoto(image, isRunning, path);
-        if (handler) DispatchQueue::mainQueue()->async([photo, handler] { handler(photo); });
-      });
+  DispatchQueue::globalQueue()->async([image = mState->imageOnShow(), isRunning = mState->mIsRunning.load(), path,
+                                       handler = std::move(handler)]() mutable {
+    const PhotoOutcome photo = writePhoto(image, isRunning, path);
+    // Handed on whole: what the host has bound to it goes on the main thread too.
+    if (handler) DispatchQueue::mainQueue()->async([photo, handler = std::move(handler)] { handler(photo); });
+  });
 }
 
 CIImageRef VeskPreviewSession::State::imageOnShow() const {

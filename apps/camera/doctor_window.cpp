@@ -106,11 +106,10 @@ void DoctorWindow::look() {
   set_child(mSpinner);
   mSpinner.start();
   mAgain.set_sensitive(false);
-  DispatchQueue::globalQueue()->async([folder = mFolder, window = std::weak_ptr<DoctorWindow*>(mSelf)] {
-    const auto findings = diagnose(folder);
-    DispatchQueue::mainQueue()->async([findings, window] {
-      if (const auto self = window.lock()) (*self)->showFindings(findings);
-    });
+  const auto show = mPresence.whileThere(
+      [](DoctorWindow& window, const std::vector<Finding>& findings) { window.showFindings(findings); });
+  DispatchQueue::globalQueue()->async([folder = mFolder, show] {
+    DispatchQueue::mainQueue()->async([findings = diagnose(folder), show] { show(findings); });
   });
 }
 

@@ -2,11 +2,11 @@
 
 #include <gtkmm.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
 #include <vesk/doctor.h>
+#include "apps/camera/presence.h"
 
 namespace vesk::camera {
 
@@ -22,7 +22,7 @@ class DoctorWindow : public Gtk::Window {
   void showFindings(const std::vector<Finding>& findings);
 
   const std::string mFolder;
-  const std::shared_ptr<DoctorWindow*> mSelf = std::make_shared<DoctorWindow*>(this);  ///< as long as this is there
+  const Presence<DoctorWindow> mPresence{this};
   Gtk::ScrolledWindow mScrolled;
   Gtk::Spinner mSpinner;
   Gtk::Button mAgain;

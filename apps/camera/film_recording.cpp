@@ -40,8 +40,8 @@ Error FilmRecording::start(const std::string& folder) {
 }
 
 void FilmRecording::onEvent(const RecordingEvent& event) {
-  mIsWaiting =
-      event.kind == Kind::kWaiting || (mIsWaiting && event.kind != Kind::kStarted && event.kind != Kind::kEnded);
+  if (event.kind == Kind::kWaiting) mIsWaiting = true;
+  if (event.kind == Kind::kStarted || event.kind == Kind::kEnded) mIsWaiting = false;
   if (event.kind == Kind::kStarted) {
     mCapture.adopt(mSupervisor->camera());
     mStarted.emit();

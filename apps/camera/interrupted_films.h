@@ -8,7 +8,7 @@
 namespace vesk::camera {
 
 /// Looks for films in `folder` that a crash has interrupted, and offers to keep them. Reading and finishing is done
-/// on another thread; `messages` must stay.
+/// on another thread; `messages` may go meanwhile.
 void offerInterruptedFilms(const std::string& folder, MessageList& messages);
 
 }  // namespace vesk::camera

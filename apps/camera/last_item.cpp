@@ -41,17 +41,17 @@ void LastItem::show(const std::string& file, const std::string& picture, bool re
   const std::string name = std::filesystem::path(file).filename();
   describe(mButton, filled(_("Open “{}”"), name));
   set_visible(true);
-  // The widget stays as long as the program; a newer item may have come before this one's picture has.
-  DispatchQueue::globalQueue()->async([this, file, picture, removesPicture] {
-    const auto square = readSquare(picture);
+  const auto show = mPresence.whileThere([file](LastItem& item, const Glib::RefPtr<Gdk::Pixbuf>& square) {
+    if (item.mFile != file) return;  // a newer one has come meanwhile
+    if (square)
+      item.mImage.set(Gdk::Texture::create_for_pixbuf(square));
+    else
+      item.mImage.set_from_icon_name("video-x-generic-symbolic");
+  });
+  DispatchQueue::globalQueue()->async([show, picture, removesPicture] {
+    auto square = readSquare(picture);
     if (removesPicture) unlink(picture.c_str());
-    DispatchQueue::mainQueue()->async([this, file, square] {
-      if (mFile != file) return;
-      if (square)
-        mImage.set(Gdk::Texture::create_for_pixbuf(square));
-      else
-        mImage.set_from_icon_name("video-x-generic-symbolic");
-    });
+    DispatchQueue::mainQueue()->async([show, square = std::move(square)] { show(square); });
   });
 }
 

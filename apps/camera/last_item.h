@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "apps/camera/presence.h"
+
 namespace vesk::camera {
 
 /// The last film or photo as a small picture; a click opens it, its menu the folder.
@@ -20,6 +22,7 @@ class LastItem : public Gtk::Box {
   Gtk::Button mButton;
   Gtk::Image mImage;
   std::string mFile;
+  const Presence<LastItem> mPresence{this};
 };
 
 /// Shows a file in the file manager, or where there is none that can select it, its folder.

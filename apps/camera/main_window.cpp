@@ -66,7 +66,7 @@ MainWindow::MainWindow(Glib::RefPtr<Gio::Settings> settings)
 }
 
 MainWindow::~MainWindow() {
-  for (auto* const connection : {&mTick, &mCountdownTick, &mHideBar, &mHidden, &mSurfaceState})
+  for (auto* const connection : {&mTick, &mCountdownTick, &mBurst, &mFlashEnd, &mHideBar, &mHidden, &mSurfaceState})
     connection->disconnect();
   mCapture->close();
 }
@@ -366,10 +366,9 @@ void MainWindow::takePhoto() {
   mMessages.remove("photo");
   flash();
   if (mSettings->get_boolean("shutter-sound") && !mFilm.isActive()) playShutterSound(*this);
-  mCapture->takePhoto(newFileName(folder, _("Photo"), ".jpeg"),
-                      [window = std::weak_ptr<MainWindow*>(mSelf)](const PhotoOutcome& photo) {
-                        if (const auto self = window.lock()) (*self)->photoTaken(photo);
-                      });
+  mCapture->takePhoto(
+      newFileName(folder, _("Photo"), ".jpeg"),
+      mPresence.whileThere([](MainWindow& window, const PhotoOutcome& photo) { window.photoTaken(photo); }));
 }
 
 void MainWindow::photoTaken(const PhotoOutcome& photo) {
@@ -379,24 +378,16 @@ void MainWindow::photoTaken(const PhotoOutcome& photo) {
 }
 
 void MainWindow::holdPhoto(bool isHeld) {
-  if (std::exchange(mIsHeld, isHeld) || !isHeld) return;
+  mBurst.disconnect();
+  if (!isHeld) return;
   takePhoto();
-  Glib::signal_timeout().connect(
-      [window = std::weak_ptr<MainWindow*>(mSelf)] {
-        const auto self = window.lock();
-        if (!self || !(*self)->mIsHeld) return false;
-        return (*self)->takePhoto(), true;
-      },
-      kBurstInterval);
+  mBurst = Glib::signal_timeout().connect([this] { return takePhoto(), true; }, kBurstInterval);
 }
 
 void MainWindow::flash() {
   mFlash.add_css_class("on");
-  Glib::signal_timeout().connect_once(
-      [window = std::weak_ptr<MainWindow*>(mSelf)] {
-        if (const auto self = window.lock()) (*self)->mFlash.remove_css_class("on");
-      },
-      kFlashInterval);
+  mFlashEnd.disconnect();
+  mFlashEnd = Glib::signal_timeout().connect([this] { return mFlash.remove_css_class("on"), false; }, kFlashInterval);
 }
 
 void MainWindow::setFullScreen(bool isFullScreen) {

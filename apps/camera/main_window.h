@@ -12,6 +12,7 @@
 #include "apps/camera/live_picture.h"
 #include "apps/camera/message_list.h"
 #include "apps/camera/picture_panel.h"
+#include "apps/camera/presence.h"
 #include "apps/camera/record_bar.h"
 
 namespace vesk::camera {
@@ -60,7 +61,7 @@ class MainWindow : public Gtk::ApplicationWindow {
   bool closeRequested();
 
   const Glib::RefPtr<Gio::Settings> mSettings;
-  const std::shared_ptr<MainWindow*> mSelf = std::make_shared<MainWindow*>(this);  ///< as long as this is there
+  const Presence<MainWindow> mPresence{this};
   LivePicture mPreview;
   const std::shared_ptr<LiveCapture> mCapture;
   FilmRecording mFilm;
@@ -89,11 +90,12 @@ class MainWindow : public Gtk::ApplicationWindow {
   std::string mFilmPicture;  ///< a file with the first picture of the film under way
   sigc::connection mTick;
   sigc::connection mCountdownTick;
+  sigc::connection mBurst;  ///< of photos, while the button is held
+  sigc::connection mFlashEnd;
   sigc::connection mHideBar;
   sigc::connection mHidden;
   sigc::connection mSurfaceState;
   int mSecondsLeft = 0;
-  bool mIsHeld = false;  ///< the photo button
   bool mIsPhotoUnderWay = false;
   bool mIsAsking = false;  ///< whether to stop recording and close
   bool mIsClosing = false;

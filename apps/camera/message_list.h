@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "apps/camera/presence.h"
+
 namespace vesk::camera {
 
 /// Something that a person is told in one line, with what can be done about it.
@@ -34,6 +36,7 @@ class MessageList : public Gtk::Box {
   /// One that holds as long as something is so.
   void showWhile(bool isSo, const Message& message);
   bool has(const std::string& id) const { return mRows.count(id) > 0; }
+  const Presence<MessageList>& presence() const { return mPresence; }
 
  private:
   struct Row {
@@ -44,6 +47,7 @@ class MessageList : public Gtk::Box {
   Gtk::Widget* makeRow(const Message& message);
 
   std::map<std::string, Row> mRows;
+  const Presence<MessageList> mPresence{this};
 };
 
 }  // namespace vesk::camera

@@ -131,7 +131,10 @@ class CameraProgram:
         self.process = subprocess.Popen([*prefix, CAMERA_PROGRAM, *arguments], stdin=subprocess.DEVNULL, stdout=self.log,
                                         stderr=self.log, env=self.environment, cwd=self.home)
         test.addCleanup(self.close)
-        self.owner = until(self.find_owner, f"the window; {self.text_of_log()}")
+        self.owner = until(self.find_owner, lambda: f"the window; {self.text_of_log()}")
+        # Keys go to the window under the pointer, once it is on the screen.
+        subprocess.run(["xdotool", "search", "--sync", "--onlyvisible", "--pid", str(self.process.pid)], check=True,
+                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, timeout=TIMEOUT)
 
     def find_owner(self):
         """The program's name on the bus of the accessibility tree."""
