@@ -448,9 +448,12 @@ TEST_F(SupervisorTest, ChangedParameterSetsGoOnInTheNextMovie) {
 TEST_F(SupervisorTest, ADiskThatFillsIsReportedAndTheMovieEndsWhole) {
   startLesson();
   film(90);  // 3 s
-  serveUntil([&] { return supervisor->progress().secondsLeftOnDisk.has_value(); });
-  const RecordingStatistics statistics = supervisor->progress().statistics;
-  const double rate = static_cast<double>(statistics.bytes) / 3;
+  RecordingStatistics statistics;
+  serveUntil([&] {  // until the writer has all of it, so that the rate no longer changes
+    statistics = supervisor->progress().statistics;
+    return statistics.bytes >= 90 * (picture.size() + packet.size());
+  });
+  const double rate = static_cast<double>(statistics.bytes) / (static_cast<double>(statistics.duration) / 1e6);
   now += seconds(6);
   room = static_cast<uint64_t>(rate * 120) + 300'000;
   const RecordingEvent filling = next(Kind::kDiskFilling);
