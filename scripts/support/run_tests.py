@@ -13,6 +13,7 @@ import json
 import os
 import pathlib
 import random
+import re
 import subprocess
 import sys
 import tempfile
@@ -25,6 +26,10 @@ JOBS = max(2, os.cpu_count() or 2)
 E2E_FILE_SECONDS = 1200
 # Some files need modules of Debian's packages, which another Python that comes first does not see.
 DEBIANS_PYTHON = "/usr/bin/python3"
+# Who sees only the end of a run is to learn why tests failed.
+REPEATED_TESTS = 4
+REPEATED_LINES = 12
+FIRST_SIGN = re.compile(r": Failure$|ERROR: |WARNING: ThreadSanitizer|runtime error: |Assertion|terminate called|^(FAIL|ERROR): ")
 
 
 class Tally:
@@ -34,11 +39,13 @@ class Tally:
         self.passed = 0
         self.skipped = []
         self.failed = []
+        self.reasons = []  # what failing tests said
 
     def add(self, other):
         self.passed += other.passed
         self.skipped += other.skipped
         self.failed += other.failed
+        self.reasons += other.reasons
 
     @classmethod
     def of(cls, outcomes, rounds):
@@ -49,6 +56,13 @@ class Tally:
         times = [f" ({count} of {rounds} times)" if rounds > 1 else "" for _, count in sorted(outcomes.failed.items())]
         tally.failed = [name + time for name, time in zip(sorted(outcomes.failed), times)]
         return tally
+
+
+def reason_in(text):
+    """The lines of what a failing test said that tell why: from the first sign of it on, or the last ones."""
+    lines = text.splitlines()
+    first = next((number for number, line in enumerate(lines) if FIRST_SIGN.search(line)), -REPEATED_LINES)
+    return lines[first:][:REPEATED_LINES]
 
 
 def run_ctest(build, modules, without):
@@ -72,6 +86,7 @@ def run_ctest(build, modules, without):
                     tally.skipped.append(case.get("name"))
                 else:
                     tally.failed.append(case.get("name"))
+                    tally.reasons.append(case.findtext("system-out") or "")
     if status != 0 and not tally.failed:
         tally.failed.append(f"ctest (exit status {status})")
     return tally
@@ -155,9 +170,12 @@ def run_e2e(folder, build, words, jobs, rounds=1):
         for path, counts, said in pool.map(run, files * rounds):
             if counts["failed"]:
                 print(said)
+                outcomes.texts.append(said)
             for kind, names in counts.items():
                 getattr(outcomes, kind).update(f"{path.name}: {name}" for name in names)
-    return Tally.of(outcomes, rounds)
+    tally = Tally.of(outcomes, rounds)
+    tally.reasons = outcomes.texts
+    return tally
 
 
 def main():
@@ -187,6 +205,8 @@ def main():
             rounds = options.repeat if options.repeat_e2e is None else options.repeat_e2e
             if rounds:
                 tally.add(run_e2e(options.e2e, options.build, (options.only or "").split(), options.jobs, rounds))
+    for text in tally.reasons[:REPEATED_TESTS]:
+        print("\n".join(reason_in(text)))
     for name in tally.skipped:
         print(f"skipped: {name}")
     for name in tally.failed:
