@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <atomic>
 #include <cctype>
 #include <exception>
 #include <filesystem>
@@ -54,8 +55,14 @@ Error noCamera() {
 }
 
 /// The writer of the movie under way, for those who ask on a capture thread.
-struct Writer {
+struct Writer : std::enable_shared_from_this<Writer> {
+  /// Busy as long as somebody holds what this answers.
+  std::shared_ptr<void> pause() {
+    ++pauses;
+    return std::shared_ptr<void>(this, [self = shared_from_this()](void*) { --self->pauses; });
+  }
   bool isBusy() const {
+    if (pauses > 0) return true;
     std::shared_ptr<VeskRecordSession> held;
     {
       const MutexLock lock(mutex);
@@ -68,6 +75,7 @@ struct Writer {
     session = newSession;
   }
 
+  std::atomic<int> pauses{0};
   mutable Mutex mutex;
   std::weak_ptr<VeskRecordSession> session VESK_GUARDED_BY(mutex);
 };
@@ -244,12 +252,15 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
         NSLog(exception.what());
       }
     });
-    // Posted on the source's thread.
+    // Posted on the source's thread. A source that can wait does, until the change is handled: otherwise one that is
+    // ahead of the clock would run on for minutes of its time without the device that has gone.
     const auto observe = [this](const char* name, void (Core::*handle)(const std::shared_ptr<VeskDeviceInfo>&)) {
       return NSNotificationCenter::defaultCenter().addObserver(
-          name, [weak = weak_from_this(), key = std::string(name), handle](const NSNotification& posted) {
-            if (const auto* const info = posted.value<std::shared_ptr<VeskDeviceInfo>>(key))
-              later(weak, [info = *info, handle](Core& core) { (core.*handle)(info); });
+          name,
+          [weak = weak_from_this(), writer = mWriter, key = std::string(name), handle](const NSNotification& posted) {
+            const auto* const info = posted.value<std::shared_ptr<VeskDeviceInfo>>(key);
+            if (!info) return;
+            later(weak, [info = *info, pause = writer->pause(), handle](Core& core) { (core.*handle)(info); });
           });
     };
     mAdded = observe(KVXDeviceAdded, &Core::deviceAdded);
@@ -272,6 +283,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     if (mDevices.isCamera(*info)) {
       emit(Kind::kCameraRemoved, info);
       mIsCameraGone = true;
+      mPause = mWriter->pause();
       if (mState == State::kRecording) finishMovie();
     } else if (mDevices.isMicrophone(*info)) {
       emit(Kind::kMicrophoneRemoved, info);
@@ -541,6 +553,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     mMovie.reset();
     mWatch.reset();
     mWriter->set(nullptr);
+    mPause.reset();
     if (std::exchange(mIsHoldingCamera, false)) mDevices.camera()->endRecording();
     mDevices.close();
   }
@@ -591,6 +604,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   int mLooksToContinue = 0;
   bool mIsHoldingCamera = false;
   bool mIsCameraGone = false;
+  std::shared_ptr<void> mPause;  ///< of the source, from when the camera has gone until the movie is finished
 };
 
 std::shared_ptr<VeskRecordingSupervisor> VeskRecordingSupervisor::initWithEventHandler(EventHandler handler) {

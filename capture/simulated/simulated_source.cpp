@@ -111,6 +111,9 @@ bool SimulatedSource::unplug(const std::string& path) {
     std::erase(mUnits, unit);
     unit->detach();
     announce(unit->description(), false);
+    // Its last frames still come, until its departure has been told: at a fast pace the other devices would go on for
+    // minutes without it before anybody could know.
+    mEvents->async([unit] { unit->endStreams(); });
   }
   return true;
 }

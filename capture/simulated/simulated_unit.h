@@ -44,9 +44,15 @@ class SimulatedUnit {
     MutexLock lock(mMutex);
     return mIsAttached;
   }
+  /// From now on calls fail.
   void detach() VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
     mIsAttached = false;
+  }
+  /// From now on nothing comes.
+  void endStreams() VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    mHasEnded = true;
   }
 
   /// Takes the unit for one handle's capture; false when another has it. Microphones are shared.
@@ -56,7 +62,7 @@ class SimulatedUnit {
   /// Whether nothing comes at present: stalled or gone.
   bool isSilent() VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
-    return mFaults.isStalled || !mIsAttached;
+    return mFaults.isStalled || mHasEnded;
   }
   /// Hands a frame or packet to `callback` with the faults that are set for it.
   void deliver(const FrameCallback& callback, std::span<uint8_t> bytes, int64_t timestamp) VESK_EXCLUDES(mMutex);
@@ -69,6 +75,7 @@ class SimulatedUnit {
   Mutex mMutex;
   SimulatedFaults mFaults VESK_GUARDED_BY(mMutex);
   bool mIsAttached VESK_GUARDED_BY(mMutex) = true;
+  bool mHasEnded VESK_GUARDED_BY(mMutex) = false;
   bool mIsOccupied VESK_GUARDED_BY(mMutex) = false;
 };
 

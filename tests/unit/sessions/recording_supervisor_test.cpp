@@ -288,6 +288,30 @@ TEST_F(SupervisorTest, ACameraThatGoesEndsTheMovieWhole) {
   EXPECT_EQ(frames("lesson.mov"), 10);
 }
 
+TEST_F(SupervisorTest, ASourceThatCanWaitDoesWhileADeviceThatWentIsHandled) {
+  const auto isBusy = supervisor->writerBusy();
+  startLesson();
+  film(10);
+  EXPECT_FALSE(isBusy());
+  unplug(capture::DeviceKind::kAudio, "/mic");
+  EXPECT_TRUE(isBusy());
+  next(Kind::kMicrophoneRemoved);
+  EXPECT_FALSE(isBusy()) << "the movie goes on";
+  unplug(capture::DeviceKind::kVideo, "/cam");
+  next(Kind::kCameraRemoved);
+  EXPECT_TRUE(isBusy()) << "until the movie is finished";
+  next(Kind::kEnded);
+  EXPECT_FALSE(isBusy());
+
+  plugCameraIn();
+  supervisor->start(settingsFor("second.mov"));
+  next(Kind::kStarted);
+  unplug(capture::DeviceKind::kVideo, "/cam");
+  supervisor.reset();
+  serveUntil([&] { return !isBusy(); });
+  EXPECT_FALSE(isBusy()) << "nobody is left to handle it";
+}
+
 TEST_F(SupervisorTest, ACameraThatReturnsGoesOnInTheNextMovie) {
   movies.write("lesson.mov", "old");
   movies.write("lesson-2.mov", "precious");
