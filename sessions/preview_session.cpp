@@ -158,7 +158,7 @@ Error VeskPreviewSession::lastError() const {
   return mState->mLastError.get();
 }
 
-int32_t VeskPreviewSession::startSessionWithPreview(const std::shared_ptr<VeskPreviewView>& view) {
+int32_t VeskPreviewSession::prepareSessionWithPreview(const std::shared_ptr<VeskPreviewView>& view) {
   const auto self = shared_from_this();
   if (!view) return mState->failed(kVeskStatusNoView, {Cause::kWrongUse, "there is no view to show the camera in", ""});
   const auto device = mState->mDevice.lock();
@@ -171,8 +171,17 @@ int32_t VeskPreviewSession::startSessionWithPreview(const std::shared_ptr<VeskPr
   mState->mPreviewView = view;
   view->setDelegate(mState->mDelegate);
   device->addDelegate(self);
-  const bool wasRunning = mState->mIsRunning.exchange(true);
+  mState->mIsRunning = true;
   ++mState->mStarts;
+  return mState->failed(kVeskStatusSuccess, {});
+}
+
+int32_t VeskPreviewSession::startSessionWithPreview(const std::shared_ptr<VeskPreviewView>& view) {
+  const auto self = shared_from_this();
+  const bool wasRunning = mState->mIsRunning;
+  if (const int32_t status = prepareSessionWithPreview(view); status != kVeskStatusSuccess) return status;
+  const auto device = mState->mDevice.lock();
+  if (!device) return mState->failed(kVeskStatusNoDevice, noCamera());
   const int32_t status = device->startCapture();
   mState->failed(status, status == kVeskStatusSuccess ? Error() : device->lastError());
   if (status != kVeskStatusSuccess) {

@@ -164,22 +164,44 @@ void LiveCapture::openCamera(const std::shared_ptr<VeskDeviceInfo>& info) {
       const VideoFormatRequest request = requestOf ? requestOf(*info) : VideoFormatRequest();
       error = chooseVideoFormat(*camera, request).error;
       if (error && (request.codec || request.size || request.rate)) error = chooseVideoFormat(*camera).error;
-      if (!error && camera->startCapture() != 0) error = camera->lastError();
     }
     if (error) camera->closeDevice();
-    onMainThread(weak, [camera, error](LiveCapture& capture) { capture.opened(camera, error); });
+    onMainThread(weak, [camera, error](LiveCapture& capture) {
+      error ? capture.started(camera, error) : capture.startCamera(camera);
+    });
   });
 }
 
-void LiveCapture::opened(const std::shared_ptr<VeskVideoDevice>& camera, Error error) {
+/// The session is there before the first picture, which alone can be decoded for as long as two seconds.
+void LiveCapture::startCamera(const std::shared_ptr<VeskVideoDevice>& camera) {
+  makeSession(camera);
+  mSession->prepareSessionWithPreview(mView);
+  mDevices->async([weak = weak_from_this(), camera] {
+    Error error;
+    if (camera->startCapture() != 0) {
+      error = camera->lastError();
+      camera->closeDevice();
+    }
+    onMainThread(weak, [camera, error](LiveCapture& capture) { capture.started(camera, error); });
+  });
+}
+
+void LiveCapture::started(const std::shared_ptr<VeskVideoDevice>& camera, Error error) {
   mIsBusy = false;
   mError = std::move(error);
-  if (mError)
+  if (mError) {
     mRetry = Clock::now() + kBetweenTries;
-  else
+    takeFromView();
+  } else {
     show(camera);
+  }
   update();
   mChanged.emit();
+}
+
+void LiveCapture::makeSession(const std::shared_ptr<VeskVideoDevice>& camera) {
+  mSession = VeskPreviewSession::initWithDevice(camera, this);
+  if (mMicrophone) mSession->setAudioDevice(mMicrophone);
 }
 
 void LiveCapture::show(const std::shared_ptr<VeskVideoDevice>& camera) {
@@ -187,9 +209,6 @@ void LiveCapture::show(const std::shared_ptr<VeskVideoDevice>& camera) {
   mFrames = 0;
   mLastFrame = mLastSound = Clock::now();
   mIsFrozen = mIsSilent = false;
-  mSession = VeskPreviewSession::initWithDevice(camera, this);
-  if (mMicrophone) mSession->setAudioDevice(mMicrophone);
-  if (mSession->startSessionWithPreview(mView) != 0) mError = mSession->lastError();
 }
 
 /// Stops the camera and closes it on the queue, and takes it from the view in between.
@@ -275,6 +294,8 @@ void LiveCapture::adopt(const std::shared_ptr<VeskVideoDevice>& camera) {
   takeFromView();
   mIsAdopted = true;
   show(camera);
+  makeSession(camera);
+  if (mSession->startSessionWithPreview(mView) != 0) mError = mSession->lastError();
   mChanged.emit();
 }
 

@@ -95,9 +95,11 @@ class LiveCapture : public VeskPreviewSessionDelegate, public std::enable_shared
   std::shared_ptr<VeskDeviceInfo> wantedCamera() const;
   std::shared_ptr<VeskDeviceInfo> wantedMicrophone() const;
   void openCamera(const std::shared_ptr<VeskDeviceInfo>& info);
-  void opened(const std::shared_ptr<VeskVideoDevice>& camera, Error error);
+  void startCamera(const std::shared_ptr<VeskVideoDevice>& camera);
+  void started(const std::shared_ptr<VeskVideoDevice>& camera, Error error);
   void closeCamera();
   void takeFromView();
+  void makeSession(const std::shared_ptr<VeskVideoDevice>& camera);
   void show(const std::shared_ptr<VeskVideoDevice>& camera);
   void updateMicrophone();
   void openedMicrophone(const std::shared_ptr<VeskAudioDevice>& microphone, bool isMuted);

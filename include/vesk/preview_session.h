@@ -79,6 +79,11 @@ class VESK_EXPORT VeskPreviewSession : public VeskAVDeviceDelegate,
   /// Stops the camera; the view keeps its last picture, the level goes on.
   /// @return the camera's stopCapture's; 0 when a recording keeps it on
   int32_t pauseSession();
+  /// Makes ready to show the camera in `view`, in the device's current format, and leaves starting it to the device's
+  /// startCapture, which may be called on another thread: it is shown from its first picture on. (To a session that
+  /// comes to a running camera, the next H.264 picture that can be decoded may be seconds away.) The session runs from
+  /// here on, also when the camera cannot be started, until it is stopped. @return 0; 2 no view; 3 no device
+  int32_t prepareSessionWithPreview(const std::shared_ptr<VeskPreviewView>& view);
   /// Makes ready for pictures again, in the device's current format. It does not start the camera:
   /// the device's startCapture or startSessionWithPreview does. @return 0
   int32_t resumeSession();

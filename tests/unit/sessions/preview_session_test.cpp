@@ -96,6 +96,22 @@ TEST_F(PreviewSession, ShowsTheCamerasPicturesInOrderUntilItIsStopped) {
   EXPECT_EQ(view->shade(), 50);
 }
 
+TEST_F(PreviewSession, ShowsTheFirstPictureOfACameraThatIsStartedOnAnotherThread) {
+  EXPECT_EQ(session->prepareSessionWithPreview(nullptr), 2);
+  EXPECT_EQ(session->prepareSessionWithPreview(view), 0);
+  EXPECT_EQ(fakeCamera->started, 0);
+  std::thread([&] {
+    EXPECT_EQ(camera->startCapture(), 0);
+    deliverShade(1);
+  }).join();
+  serve();
+  EXPECT_EQ(view->shade(), 1);
+  EXPECT_EQ(session->statistics().frames, 1U);
+  session->stopSession();
+  EXPECT_FALSE(camera->isCapturing());
+  EXPECT_FALSE(isDelegate());
+}
+
 TEST_F(PreviewSession, StalledMainThreadKeepsOneFrameTheNewest) {
   session->startSessionWithPreview(view);
   deliverShade(0);
