@@ -39,8 +39,9 @@ bool JPEGToPlanes::fill(const PlaneMemory& planes, std::span<const uint8_t> jpeg
 std::shared_ptr<EncodedStream> EncodedStream::start(const std::string& camera, const VideoParameters& input,
                                                     uint32_t bitRate, FrameCallback callback) {
   std::shared_ptr<EncodedStream> stream(new EncodedStream(camera, input, std::move(callback)));
-  if (!stream->prepare(bitRate)) {
-    failed(kVCIFailed, H264Encoder::whyNone(deviceText(DeviceKind::kVideo, camera)));
+  Error error;
+  if (!stream->prepare(bitRate, error)) {
+    failed(kVCIFailed, std::move(error));
     return nullptr;
   }
   try {
@@ -60,7 +61,7 @@ EncodedStream::EncodedStream(std::string camera, const VideoParameters& input, F
   for (Slot& slot : mSlots) mEmpty.push_back(&slot);
 }
 
-bool EncodedStream::prepare(uint32_t bitRate) {
+bool EncodedStream::prepare(uint32_t bitRate, Error& error) {
   H264Encoder::Settings settings;
   settings.width = mInput.width;
   settings.height = mInput.height;
@@ -74,8 +75,11 @@ bool EncodedStream::prepare(uint32_t bitRate) {
   // the primaries of BT.709. Raw frames are shown so too.
   settings.matrix = AVCOL_SPC_SMPTE170M;
   settings.primaries = AVCOL_PRI_BT709;
-  mEncoder = H264Encoder::create(settings);
+  const std::string name = deviceText(DeviceKind::kVideo, mCamera);
+  mEncoder = H264Encoder::create(settings, name, error);
   if (!mEncoder) return false;
+  error = {Cause::kOther, "the pictures of " + name + " cannot be encoded: there is not enough memory",
+           "Close other programs, or choose a smaller size."};
   if (mInput.codec == kCMVideoCodecType_MotionJPEG) {
     mJPEG.emplace(mInput.width, mInput.height);
     mDecoded = mEncoder->makeFrame();

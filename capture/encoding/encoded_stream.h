@@ -73,7 +73,7 @@ class EncodedStream : public StreamThread {
 
   EncodedStream(std::string camera, const VideoParameters& input, FrameCallback callback);
 
-  bool prepare(uint32_t bitRate);
+  bool prepare(uint32_t bitRate, Error& error);
   Slot* emptySlot() VESK_EXCLUDES(mMutex);
   bool fill(Slot& slot, std::span<const uint8_t> bytes) const;
   void recycle(Slot& slot, uint64_t EncodingCounts::*counter) VESK_EXCLUDES(mMutex);

@@ -1,7 +1,10 @@
 #include "capture/encoding/h264_encoder.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <string>
 
 extern "C" {
@@ -34,20 +37,31 @@ void H264Encoder::pretendMissing(bool isMissing) {
   gIsMissing = isMissing;
 }
 
-Error H264Encoder::whyNone(const std::string& camera) {
-  const std::string what = "the pictures of " + camera + " cannot be encoded: ";
-  if (!isPresent())
-    return {Cause::kNoEncoder, what + "this computer has no H.264 encoder",
-            "Install a libavcodec that has libx264, or choose another format."};
-  return {Cause::kNoEncoder, what + "the H.264 encoder could not be set up", "Choose another size or format."};
-}
-
-std::unique_ptr<H264Encoder> H264Encoder::create(const Settings& settings) {
+std::unique_ptr<H264Encoder> H264Encoder::create(const Settings& settings, const std::string& camera, Error& error) {
+  const auto fail = [&](Cause cause, const std::string& why, const char* remedy) {
+    error = {cause, "the pictures of " + camera + " cannot be encoded: " + why, remedy};
+    return nullptr;
+  };
+  const auto failed = [&](int status) {
+    if (status == AVERROR(ENOMEM))
+      return fail(Cause::kOther, "there is not enough memory", "Close other programs, or choose a smaller size.");
+    return fail(
+        Cause::kNoFormat,
+        fmt::format("the H.264 encoder refuses {} × {} at {:.4g} pictures and {} bits a second ({})", settings.width,
+                    settings.height,
+                    static_cast<double>(settings.intervalDenominator) / std::max(settings.intervalNumerator, 1U),
+                    settings.bitRate, avErrorText(status)),
+        "Choose another size, rate or format.");
+  };
   const AVCodec* const codec = findEncoder();
-  CodecHandle encoder(codec ? avcodec_alloc_context3(codec) : nullptr);
+  if (!codec)
+    return fail(Cause::kNoEncoder, "this computer has no H.264 encoder",
+                "Install a libavcodec that has libx264, or choose another format.");
+  CodecHandle encoder(avcodec_alloc_context3(codec));
+  if (!encoder) return failed(AVERROR(ENOMEM));
   const bool isTimed = settings.intervalNumerator > 0 && settings.intervalNumerator <= INT32_MAX &&
                        settings.intervalDenominator > 0 && settings.intervalDenominator <= INT32_MAX;
-  if (!encoder || !isTimed) return nullptr;
+  if (!isTimed) return failed(AVERROR(EINVAL));
   const auto numerator = static_cast<int>(settings.intervalNumerator);
   const auto denominator = static_cast<int>(settings.intervalDenominator);
   encoder->width = settings.width;
@@ -73,9 +87,10 @@ std::unique_ptr<H264Encoder> H264Encoder::create(const Settings& settings) {
   setOption(encoder, "forced-idr", "1");
   const std::string slices = settings.threads > 1 ? "1" : "0";
   setOption(encoder, "x264-params", ("annexb=1:repeat-headers=1:scenecut=0:log=0:sliced-threads=" + slices).c_str());
-  if (avcodec_open2(encoder.get(), nullptr, nullptr) != 0) return nullptr;
+  if (const int status = avcodec_open2(encoder.get(), nullptr, nullptr); status != 0) return failed(status);
   std::unique_ptr<H264Encoder> made(new H264Encoder(std::move(encoder)));
-  return made->mPacket ? std::move(made) : nullptr;
+  if (!made->mPacket) return failed(AVERROR(ENOMEM));
+  return made;
 }
 
 FrameHandle H264Encoder::makeFrame() const {

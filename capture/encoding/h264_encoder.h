@@ -33,10 +33,9 @@ class H264Encoder {
 
   /// Whether this machine's libavcodec has the encoder.
   static bool isPresent();
-  /// Null when there is no encoder, or it refuses the settings.
-  static std::unique_ptr<H264Encoder> create(const Settings& settings);
-  /// Why create answered null, for the frames of `camera` (as deviceText has it).
-  static Error whyNone(const std::string& camera);
+  /// An encoder for the frames of `camera` (as deviceText has it).
+  /// @return null with the reason in `error`: there is no encoder, it refuses the settings, or memory is short
+  static std::unique_ptr<H264Encoder> create(const Settings& settings, const std::string& camera, Error& error);
   /// For tests: a machine whose libavcodec lacks the encoder, until it is called with false.
   static void pretendMissing(bool isMissing);
 

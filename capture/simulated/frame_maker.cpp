@@ -88,7 +88,8 @@ class JPEGMaker : public PlanesMaker {
   int64_t mCount = 0;
 };
 
-std::unique_ptr<FrameMaker> makeH264Maker(const VideoParameters& parameters, const Cadence& cadence) {
+std::unique_ptr<FrameMaker> makeH264Maker(const VideoParameters& parameters, const Cadence& cadence,
+                                          const std::string& camera, Error& error) {
   const bool isHighDefinition = parameters.height >= kFirstHighDefinitionLine;
   H264Encoder::Settings settings;
   settings.width = parameters.width;
@@ -101,7 +102,7 @@ std::unique_ptr<FrameMaker> makeH264Maker(const VideoParameters& parameters, con
   settings.profile = "baseline";
   settings.matrix = isHighDefinition ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M;
   settings.primaries = isHighDefinition ? AVCOL_PRI_BT709 : AVCOL_PRI_SMPTE170M;
-  auto encoder = H264Encoder::create(settings);
+  auto encoder = H264Encoder::create(settings, camera, error);
   FrameHandle frame = encoder ? encoder->makeFrame() : nullptr;
   return frame ? std::make_unique<H264Maker>(std::move(encoder), std::move(frame)) : nullptr;
 }
@@ -133,10 +134,12 @@ std::unique_ptr<FrameMaker> makeJPEGMaker(const VideoParameters& parameters, con
 
 }  // namespace
 
-std::unique_ptr<FrameMaker> FrameMaker::create(const VideoParameters& parameters, const Cadence& cadence) {
+std::unique_ptr<FrameMaker> FrameMaker::create(const VideoParameters& parameters, const Cadence& cadence,
+                                               const std::string& camera, Error& error) {
+  error = {Cause::kOther, "the pictures of " + camera + " cannot be encoded", "Choose another format."};
   switch (parameters.codec) {
     case kCMVideoCodecType_H264:
-      return makeH264Maker(parameters, cadence);
+      return makeH264Maker(parameters, cadence, camera, error);
     case kCMVideoCodecType_MotionJPEG:
       return makeJPEGMaker(parameters, cadence);
     case kCMPixelFormat_422YpCbCr8:

@@ -3,8 +3,10 @@
 #include <cstdint>
 #include <memory>
 #include <span>
+#include <string>
 
 #include <vesk/capture_source.h>
+#include <vesk/error.h>
 #include "capture/simulated/cadence.h"
 #include "capture/simulated/simulated_pattern.h"
 
@@ -16,8 +18,10 @@ class FrameMaker {
   virtual ~FrameMaker() = default;
 
   /// A maker of "avc1", "dmb1" or "2vuy" frames. The sides of H.264 frames are even.
-  /// @return null when it is none of them, or its encoder is missing or refuses the size
-  static std::unique_ptr<FrameMaker> create(const VideoParameters& parameters, const Cadence& cadence);
+  /// @return null with the reason in `error` when it is none of them, or its encoder is missing or refuses it;
+  ///         `camera` is named there
+  static std::unique_ptr<FrameMaker> create(const VideoParameters& parameters, const Cadence& cadence,
+                                            const std::string& camera, Error& error);
 
   /// The frame that carries `counter`, with the camera's controls applied, valid and writable until the next call;
   /// empty when the encoder fails.

@@ -6,7 +6,6 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/vci.h>
-#include "capture/encoding/h264_encoder.h"
 #include "capture/interface/call_error.h"
 #include "capture/interface/frame_intervals.h"
 #include "capture/simulated/frame_maker.h"
@@ -199,12 +198,10 @@ std::shared_ptr<PacedStream> SimulatedCamera::makeStream(FrameCallback callback)
     parameters = mParameters;
   }
   const auto cadence = Cadence::ofFrames(parameters.intervalNumerator, parameters.intervalDenominator);
-  auto maker = FrameMaker::create(parameters, cadence);
+  Error error;
+  auto maker = FrameMaker::create(parameters, cadence, inText(), error);
   if (!maker) {
-    const bool isH264 = parameters.codec == kCMVideoCodecType_H264;
-    failed(kVCIFailed, isH264 ? H264Encoder::whyNone(inText())
-                              : Error{Cause::kNoEncoder, "the pictures of " + inText() + " cannot be encoded",
-                                      "Choose another format."});
+    failed(kVCIFailed, std::move(error));
     return nullptr;
   }
   return std::make_shared<SimulatedFrameStream>(sharedUnit(), cadence, std::move(maker), std::move(callback));
@@ -243,7 +240,7 @@ std::shared_ptr<PacedStream> SimulatedMicrophone::makeStream(FrameCallback callb
   }
   auto maker = PacketMaker::create(format);
   if (!maker) {
-    failed(kVCIFailed, {Cause::kNoEncoder, "the sound encoder of the simulated microphone could not be set up",
+    failed(kVCIFailed, {Cause::kOther, "the sound encoder of the simulated microphone could not be set up",
                         "Choose another sound format."});
     return nullptr;
   }

@@ -161,6 +161,39 @@ class EncodedCameraTest : public testing::Test {
   std::unique_ptr<CaptureDevice> mCamera;
 };
 
+TEST(H264EncoderTest, SaysWhetherItIsMissingOrRefusesTheSettings) {
+  struct Row {
+    const char* label;
+    int width;
+    uint32_t numerator;
+    bool isMissing;
+    Cause cause;
+    const char* what;
+    const char* remedy;
+  };
+  for (const Row& row :
+       {Row{"fits", 320, 1, false, Cause::kNone, "", ""},
+        Row{"an odd width", 321, 1, false, Cause::kNoFormat, "refuses 321 × 240 at 30 pictures", "another size"},
+        Row{"no interval", 320, 0, false, Cause::kNoFormat, "refuses 320 × 240", "another size"},
+        Row{"no encoder", 321, 1, true, Cause::kNoEncoder, "has no H.264 encoder", "Install"}}) {
+    H264Encoder::pretendMissing(row.isMissing);
+    Error error;
+    const auto encoder = H264Encoder::create({.width = row.width,
+                                              .height = kHeight,
+                                              .intervalNumerator = row.numerator,
+                                              .intervalDenominator = 30,
+                                              .bitRate = 1'000'000,
+                                              .preset = "superfast",
+                                              .profile = "main"},
+                                             "the camera \"C\"", error);
+    H264Encoder::pretendMissing(false);
+    EXPECT_EQ(encoder != nullptr, row.cause == Cause::kNone) << row.label;
+    EXPECT_EQ(error.cause, row.cause) << row.label;
+    EXPECT_NE(error.what.find(row.what), std::string::npos) << row.label << ": " << error.what;
+    EXPECT_NE(error.remedy.find(row.remedy), std::string::npos) << row.label << ": " << error.remedy;
+  }
+}
+
 TEST_F(EncodedCameraTest, OffersTheRatesOfAllInputsAndTakesTheOneThatHasTheRate) {
   offer({{kJPEG, {{640, 480, {166667}}, {1280, 720, {333333, 666666}}, {1920, 1080, {333333}}}},
          {kRaw, {{640, 480, {333333, 400000}}, {1280, 720, {666666, 1000000}}, {322, 241, {333333}}}}});
