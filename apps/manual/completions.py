@@ -3,6 +3,7 @@
 Each knows the commands and options from the help, and asks "vesk devices" for the names of cameras and microphones:
 that opens no camera.
 """
+import dataclasses
 import re
 
 # Prints the names of the devices under a heading of "vesk devices", one a line.
@@ -11,16 +12,36 @@ NAMES = r"""sed -nE "/^$heading/,/^[^ ]/s/^  +[0-9]+  (.*[^ ]) +[0-9a-f]{4}:[0-9
 SOURCES = ["linux", "simulated", "file:"]
 
 
-class Completed:
-    """What can be typed for the value of an option or for an argument."""
+@dataclasses.dataclass
+class Actions:
+    """How a shell's completion is told what to offer, with {function}, {heading} and {words} for what goes in."""
 
-    def __init__(self, entry):
-        self.words = entry.choices
-        self.heading = {"--camera": "Cameras", "--mic": "Microphones"}.get(entry.flags[-1]) if entry.flags else None
+    devices: str
+    files: str
+    sources: str
+    words: str
+    nothing: str
+
+    def offer(self, entry, function):
+        """For the value of an option or for an argument."""
+        words = entry.choices
         if "--capture" in entry.flags:
-            self.words = [source for source in SOURCES if source in entry.about]
-        # OUT, OUT.mov, FILE and FILES are names of files.
-        self.is_file = bool(re.fullmatch(r"(OUT|FILE)\S*", entry.value))
+            words = [source for source in SOURCES if source in entry.about]
+        heading = {"--camera": "Cameras", "--mic": "Microphones"}.get(entry.flags[-1]) if entry.flags else None
+        if heading:
+            action = self.devices
+        elif is_file(entry):
+            action = self.files
+        elif "file:" in words:
+            action = self.sources
+        else:
+            action = self.words if words else self.nothing
+        return action.format(function=function, heading=heading, words=" ".join(words))
+
+
+def is_file(entry):
+    """OUT, OUT.mov, FILE and FILES are names of files."""
+    return bool(re.fullmatch(r"(OUT|FILE)\S*", entry.value))
 
 
 def options_behind(command, chain):
@@ -48,14 +69,8 @@ def identifier(words):
 # ---- bash
 
 
-def bash_action(value, function):
-    if value.heading:
-        return f"{function}__devices {value.heading}"
-    if value.is_file:
-        return "_filedir"
-    if "file:" in value.words:
-        return f"{function}__sources {' '.join(value.words)}"
-    return f"{function}__words {' '.join(value.words)}" if value.words else ":"
+BASH = Actions(devices="{function}__devices {heading}", files="_filedir", sources="{function}__sources {words}",
+               words="{function}__words {words}", nothing=":")
 
 
 def bash(program):
@@ -64,15 +79,14 @@ def bash(program):
     values, commands = {}, []
     for command, options in walk_with_options(program):
         flags = [flag for entry in options for flag in entry.flags]
-        arguments = [Completed(entry) for entry in command.arguments]
-        choices = [each.words[-1] for each in command.commands] + [word for each in arguments for word in each.words]
-        files = " files=yes" if any(each.is_file for each in arguments) else ""
+        choices = [each.words[-1] for each in command.commands]
+        choices += [word for entry in command.arguments for word in entry.choices]
+        files = " files=yes" if any(is_file(entry) for entry in command.arguments) else ""
         commands.append(f'  "{" ".join(command.words[1:])}")'
                         f' options="{" ".join(flags)}" choices="{" ".join(choices)}"{files} ;;')
         for entry in options:
             if entry.value:
-                action = bash_action(Completed(entry), function)
-                values.setdefault(action, {}).update(dict.fromkeys(entry.flags))
+                values.setdefault(BASH.offer(entry, function), {}).update(dict.fromkeys(entry.flags))
     actions = "\n".join(f"  {'|'.join(flags)}) {action}; return ;;" for action, flags in values.items())
     with_value = "|".join(flag for flags in values.values() for flag in flags)
     known = "|".join(f'"{" ".join(command.words[1:])}"' for command, _ in walk_with_options(program))
@@ -146,33 +160,25 @@ def zsh_text(text):
     return text.replace("\\", "\\\\").replace("[", "\\[").replace("]", "\\]").replace(":", "\\:").replace("'", "'\\''")
 
 
-def zsh_action(value, function):
-    if value.heading:
-        return f" {function}__devices {value.heading}"  # the space keeps _arguments from adding words of its own
-    if value.is_file:
-        return "_files"
-    if "file:" in value.words:
-        return f" {function}__sources"
-    return f"({' '.join(value.words)})" if value.words else " "
+# The space keeps _arguments from adding words of its own to those of a function.
+ZSH = Actions(devices=" {function}__devices {heading}", files="_files", sources=" {function}__sources",
+              words="({words})", nothing=" ")
 
 
 def zsh_options(options, function):
     for entry in options:
-        about = zsh_text(entry.about)
-        if not entry.value:
-            together = " ".join(entry.flags)
-            for flag in entry.flags:
-                yield f"'({together}){flag}[{about}]'"
-            continue
+        together, value = f"({' '.join(entry.flags)})", ""
+        if entry.value:
+            together, value = "", f":{zsh_text(entry.value)}:{ZSH.offer(entry, function)}"
         for flag in entry.flags:
-            action = zsh_action(Completed(entry), function)
-            yield f"'{flag}{'=' if flag.startswith('--') else '+'}[{about}]:{zsh_text(entry.value)}:{action}'"
+            sign = ("=" if flag.startswith("--") else "+") if value else ""
+            yield f"'{together}{flag}{sign}[{zsh_text(entry.about)}]{value}'"
 
 
 def zsh_function(command, options, function):
     lines = list(zsh_options(options, function))
     for entry in command.arguments:
-        lines.append(f"':{zsh_text(entry.value)}:{zsh_action(Completed(entry), function)}'")
+        lines.append(f"':{zsh_text(entry.value)}:{ZSH.offer(entry, function)}'")
     if command.commands:
         lines += ["'1: :->command'", "'*:: :->arguments'"]
     head = f"{identifier(command.words)}() {{\n"
@@ -249,14 +255,8 @@ def fish_text(text):
     return "'" + text.replace("\\", "\\\\").replace("'", "\\'") + "'"
 
 
-def fish_value(value, function):
-    if value.heading:
-        return f" -xa '({function}__devices {value.heading})'"
-    if value.is_file:
-        return " -rF"
-    if "file:" in value.words:
-        return f" -xa '({function}__sources {' '.join(value.words)})'"
-    return f" -xa {fish_text(' '.join(value.words))}" if value.words else " -x"
+FISH = Actions(devices=" -xa '({function}__devices {heading})'", files=" -rF",
+               sources=" -xa '({function}__sources {words})'", words=" -xa '{words}'", nothing=" -x")
 
 
 def fish_condition(command):
@@ -277,14 +277,13 @@ def fish(program):
         lines += [f"{when} -a {each.words[-1]} -d {fish_text(each.about)}" for each in command.commands]
         for entry in options:
             flags = "".join(f" -l {flag[2:]}" if flag.startswith("--") else f" -s {flag[1:]}" for flag in entry.flags)
-            value = fish_value(Completed(entry), function) if entry.value else ""
+            value = FISH.offer(entry, function) if entry.value else ""
             lines.append(f"{when}{flags}{value} -d {fish_text(entry.about)}")
         for entry in command.arguments:
-            value = Completed(entry)
-            if value.is_file:
+            if is_file(entry):
                 lines.append(f"{when} -F")
-            elif value.words:
-                lines.append(f"{when} -a {fish_text(' '.join(value.words))}")
+            elif entry.choices:
+                lines.append(f"{when} -a {fish_text(' '.join(entry.choices))}")
     rules = "\n".join(lines)
     return f"""# Completion of {name} for fish, made from its help.
 
