@@ -1,7 +1,11 @@
 """Controls and extension units, down to the bytes that the camera was sent."""
+import contextlib
+import os
 import pathlib
+import subprocess
 
-from guest import Camera, Running, camera_log, nodes, plug, record, step, tell_camera, tool, unplug, vesk, vesk_json
+from guest import (OUT, PATIENCE, PROGRAM, Camera, camera_log, nodes, plug, record, step, tell_camera, tool, unplug, vesk,
+                   vesk_json, wait_until)
 
 RAW = ("--format", "2vuy:640x480", "--no-audio")
 IMAGE = bytes.fromhex("B4A4D54F45FD48908CC83B4D807EB23A")
@@ -20,10 +24,37 @@ def sent(action):
     return answer, [line for line in camera_log()[before:] if line.startswith("SET_CUR unit=") and "unit=10" not in line]
 
 
-def change_from_outside(**settings):
+def from_outside(*arguments):
     """As another program does it."""
     node = next(f"/dev/{path.name}" for path in nodes() if (path / "index").read_text().strip() == "0")
-    tool("v4l2-ctl", "-d", node, "-c", ",".join(f"{name}={value}" for name, value in settings.items()))
+    return tool("v4l2-ctl", "-d", node, *arguments)
+
+
+def change_from_outside(**settings):
+    from_outside("-c", ",".join(f"{name}={value}" for name, value in settings.items()))
+
+
+@contextlib.contextmanager
+def user_session(home):
+    """The service manager of a person who has logged in, who has the services in that home."""
+    group = pathlib.Path("/sys/fs/cgroup/session")
+    tool("mount", "-t", "cgroup2", "none", group.parent)
+    group.mkdir()
+    pathlib.Path("/run/systemd/system").mkdir(parents=True)  # it looks whether the machine runs systemd
+    os.environ |= {"HOME": str(home), "XDG_RUNTIME_DIR": tool("mktemp", "-d", "-p", "/run").strip()}
+    with open(OUT / "systemd.log", "w") as log:
+        manager = subprocess.Popen(["sh", "-c", f"echo $$ >{group}/cgroup.procs; exec /lib/systemd/systemd --user"],
+                                   stdout=log, stderr=log)
+    wait_until(lambda: systemctl("is-system-running").startswith("running"), "the session")
+    yield
+    manager.terminate()
+    manager.wait(PATIENCE)
+
+
+def systemctl(*arguments):
+    """What it says, and what it ends with when that is a failure."""
+    done = subprocess.run(["systemctl", "--user", *arguments], capture_output=True, text=True, timeout=PATIENCE, check=False)
+    return done.stdout + done.stderr + (str(done.returncode) if done.returncode else "")
 
 
 @step
@@ -68,16 +99,29 @@ def while_recording():
 
 @step
 def kept_over_replugs():
+    """By the service, installed in a home as it is into a prefix."""
+    home = pathlib.Path(tool("mktemp", "-d").strip())
+    template = next(pathlib.Path(__file__).resolve().parents[3].glob("apps/vesk/*keep@.service.in"))
+    units, settings = home / ".local/share/systemd/user", home / ".config/vesk"
+    units.mkdir(parents=True)
+    settings.mkdir(parents=True)
+    (units / template.stem).write_text(template.read_text().replace("@bindir@", str(pathlib.Path(PROGRAM).parent)))
+
+    def is_applied():
+        return "brightness: 200" in from_outside("-C", "brightness")
     vesk("controls", "set", "brightness", 200)
-    vesk("controls", "save", "/tmp/kept.json", "--force")
-    running = Running("--json", "controls", "keep", "/tmp/kept.json")
-    running.wait_for_text('"event":"applied"')
+    vesk("controls", "save", settings / "desk.json")
     change_from_outside(brightness=60)
-    unplug()
-    plug()
-    running.wait_for(lambda: running.out.count('"event":"applied"') == 2, "settings to be applied when it is back")
-    found = values()["brightness"]
-    return {**running.interrupt(), "found": found}
+    with user_session(home):
+        answers = [systemctl("start", "vesk-controls-keep@nothing"), systemctl("start", "vesk-controls-keep@desk")]
+        wait_until(is_applied, "settings to be applied at its start")
+        change_from_outside(brightness=60)
+        unplug()
+        plug()
+        wait_until(is_applied, "settings to be applied when the camera is back")
+        answers.append(systemctl("stop", "vesk-controls-keep@desk"))
+        shown = systemctl("show", "vesk-controls-keep@desk", "-p", "ActiveState,Result,ExecMainStatus")
+    return {"answers": answers, "shown": sorted(shown.split())}
 
 
 @step
