@@ -31,6 +31,8 @@ CAMERA, MICROPHONE = "simulated:camera", "simulated:microphone"
 FORMAT = ("--format", "h264:320x240@15", "--sound", "pcm:16000:1")
 FARTHEST = 0.010  # seconds between flash and beep
 MOST_GROWTH = 12 << 20  # bytes: what the allocator keeps differs from hour to hour
+# From the second third of the day to the last: by then every size of block that is kept for reuse has been needed.
+MOST_LATE_GROWTH = 2 << 20
 
 
 def resident(process):
@@ -86,6 +88,9 @@ class Day(MovieTest):
         if HOURS > 3:
             early, late = max(self.memory[1:3]), max(self.memory[-3:])
             self.assertLess(late, early + MOST_GROWTH, self.memory)
+        if HOURS >= 24:
+            middle, late = max(self.memory[HOURS // 3:-HOURS // 3]), max(self.memory[-HOURS // 3:])
+            self.assertLess(late, middle + MOST_LATE_GROWTH, self.memory)
 
     def bytes_a_minute(self):
         vesk("--capture", "simulated", "--pace", "fast", "record", self.folder / "minute.mov", "--duration", 60, *FORMAT)
