@@ -4,6 +4,7 @@
 #include <utility>
 
 #include <vesk/device_manager.h>
+#include <vesk/dispatch_queue.h>
 #include <vesk/four_char_code.h>
 #include <vesk/unistr.h>
 #include <vesk/vci.h>
@@ -17,6 +18,8 @@ namespace vesk {
 namespace {
 
 constexpr uint16_t kBuiltInVendorID = 0x05AC;
+
+constexpr uint32_t kH264Substream = 1;
 
 void VideoFrameCompletionCallback(void*, VCI_EVENT_INFO* info) {
   static_cast<DelegateList*>(info->context)->deliver(info->frame, info->length, info->timestamp);
@@ -174,7 +177,7 @@ int32_t VeskVideoDevice::startCapture() {
   setCaptureFormat(mState->mFormat);
   if (VCI_Subscribe_Event(mHandle, kVCIEventFrame, VideoFrameCompletionCallback, captureContext()) != kVCISuccess)
     return answered(kVeskStatusFailed);
-  mState->mSubstream = mState->mFormat->mediaSubType() == kCMVideoCodecType_H264 ? 1 : 0;
+  mState->mSubstream = mState->mFormat->mediaSubType() == kCMVideoCodecType_H264 ? kH264Substream : 0;
   const int32_t status = VCI_Start_Capture(mHandle, mState->mSubstream);
   if (status != kVCISuccess) answered(kVeskStatusFailed);  // what follows has an error of its own
   if (status == kVCIBusy) {
@@ -185,6 +188,12 @@ int32_t VeskVideoDevice::startCapture() {
   mIsCapturing = true;
   mState->recordings.leaveAtMost(AfterRecording::kStayOn);
   return answered(kVeskStatusSuccess);
+}
+
+void VeskVideoDevice::requestKeyFrame() {
+  if (!mIsCapturing || mState->mSubstream != kH264Substream) return;
+  // The camera itself may have to answer, and another control may be under way, such as a motor's.
+  DispatchQueue::globalQueue()->async([handle = mHandle.load()] { VCI_Request_Key_Frame(handle); });
 }
 
 int32_t VeskVideoDevice::stopCapture() {

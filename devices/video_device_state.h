@@ -69,7 +69,7 @@ struct VESK_LOCAL VeskVideoDevice::State {
   Interval captureInterval;
   std::optional<std::vector<uint32_t>> mSupportedFrameIntervals;
   std::shared_ptr<const CMVideoFormatList> mSupportedFormats;
-  uint32_t mSubstream = 0;  ///< of the capture under way: 1 for H.264
+  std::atomic<uint32_t> mSubstream{0};  ///< of the capture under way: 1 for H.264
   CMVideoFormatDescriptionRef mFormat;
   int32_t stop = 0;  ///< 1 once nudges were told to stop; nothing reads it
   std::shared_ptr<DispatchQueue> _localQueue;

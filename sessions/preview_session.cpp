@@ -182,7 +182,9 @@ int32_t VeskPreviewSession::startSessionWithPreview(const std::shared_ptr<VeskPr
   if (const int32_t status = prepareSessionWithPreview(view); status != kVeskStatusSuccess) return status;
   const auto device = mState->mDevice.lock();
   if (!device) return mState->failed(kVeskStatusNoDevice, noCamera());
+  const bool joins = !wasRunning && device->isCapturing();
   const int32_t status = device->startCapture();
+  if (joins) device->requestKeyFrame();
   mState->failed(status, status == kVeskStatusSuccess ? Error() : device->lastError());
   if (status != kVeskStatusSuccess) {
     mState->mIsRunning = false;

@@ -226,6 +226,7 @@ int32_t VeskRecordSession::startSession() {
     return status;
   }
   mState->setStage(Stage::kStarting, started);
+  const bool joins = started->videoDevice && started->videoDevice->isCapturing();
   if (started->videoDevice) started->videoDevice->beginRecording();
   status = guarded(kVeskStatusFailed, [&] {
     if (started->videoDevice) started->videoDevice->addDelegate(started->relay);
@@ -236,6 +237,7 @@ int32_t VeskRecordSession::startSession() {
   if (status == kVeskStatusSuccess) {
     started->relay->setRunningSession(self);
     mState->setStage(Stage::kRunning, started);
+    if (joins) started->videoDevice->requestKeyFrame();  // the movie's pictures begin with one
   } else {
     mState->setStage(Stage::kRefused, started);
     if (started->videoDevice) started->videoDevice->endRecording();

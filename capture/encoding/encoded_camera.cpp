@@ -95,6 +95,10 @@ int32_t EncodedCamera::setProperty(const PropertySetIdentifier& set, uint32_t pr
   return mCamera->setProperty(set, property, value);
 }
 
+void EncodedCamera::requestKeyFrame() {
+  if (const auto stream = mStreams.last()) stream->requestKeyFrame();
+}
+
 std::vector<PropertySetIdentifier> EncodedCamera::propertySets() {
   return mCamera->propertySets();
 }

@@ -38,6 +38,7 @@ class EncodedCamera : public CaptureDevice {
   int32_t setProperty(const PropertySetIdentifier& set, uint32_t property, std::span<const uint8_t> value) override;
   std::vector<PropertySetIdentifier> propertySets() override;
   std::vector<uint32_t> propertyItems(const PropertySetIdentifier& set) override;
+  void requestKeyFrame() override;
 
   /// Of the present or last encoded stream.
   EncodingCounts counts();

@@ -175,7 +175,8 @@ EncodedStream::Slot* EncodedStream::nextSlot() {
 uint64_t EncodingCounts::*EncodedStream::encode(Slot& slot) {
   if (mJPEG && (av_frame_make_writable(mDecoded.get()) != 0 || !mJPEG->fill(planeMemoryOf(*mDecoded), slot.jpeg)))
     return &EncodingCounts::damaged;
-  const auto unit = mEncoder->encode(mJPEG ? *mDecoded : *slot.pixels, isKeyDue(slot.timestamp));
+  const bool isKey = mIsKeyRequested.exchange(false, std::memory_order_relaxed) || isKeyDue(slot.timestamp);
+  const auto unit = mEncoder->encode(mJPEG ? *mDecoded : *slot.pixels, isKey);
   if (!unit) return &EncodingCounts::failed;
   if (unit->isIDR) mKeyAt = slot.timestamp;
   mLastAt = slot.timestamp;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -62,6 +63,8 @@ class EncodedStream : public StreamThread {
   void take(std::span<const uint8_t> bytes, int64_t timestamp) VESK_EXCLUDES(mMutex);
 
   EncodingCounts counts() const VESK_EXCLUDES(mMutex);
+  /// The next frame to be encoded becomes a key frame. Any thread.
+  void requestKeyFrame() { mIsKeyRequested.store(true, std::memory_order_relaxed); }
 
  private:
   /// A frame that waits: pixels for the encoder, or a JPEG frame.
@@ -92,6 +95,7 @@ class EncodedStream : public StreamThread {
   const VideoParameters mInput;
   const FrameCallback mCallback;
   std::unique_ptr<H264Encoder> mEncoder;
+  std::atomic<bool> mIsKeyRequested{false};
 
   // The thread's own.
   std::optional<JPEGToPlanes> mJPEG;

@@ -32,6 +32,8 @@ std::vector<uint32_t> CaptureDevice::propertyItems(const PropertySetIdentifier&)
   return {};
 }
 
+void CaptureDevice::requestKeyFrame() {}
+
 std::vector<WaveFormat> CaptureDevice::waveFormats() {
   return {};
 }

@@ -141,6 +141,13 @@ int32_t VCI_Stop_Capture(VCI_HANDLE handle, uint32_t) {
   return withOpenDevice(kVideo, handle, [&](OpenDevice& device) { return device.stop(); });
 }
 
+int32_t VCI_Request_Key_Frame(VCI_HANDLE handle) {
+  return withDevice(kVideo, handle, [](CaptureDevice& device) {
+    device.requestKeyFrame();
+    return kVCISuccess;
+  });
+}
+
 int32_t VCI_Get_Property(VCI_HANDLE handle, uint32_t request, const VCIPropertySet* set, const uint32_t* property,
                          void* value, uint32_t* valueSize, uint32_t, uint32_t) {
   return withDevice(kVideo, handle, [&](CaptureDevice& device) {

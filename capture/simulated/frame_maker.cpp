@@ -58,13 +58,16 @@ class H264Maker : public PlanesMaker {
   H264Maker(std::unique_ptr<H264Encoder> encoder, FrameHandle frame)
       : PlanesMaker(std::move(frame), PatternLayout::k420), mEncoder(std::move(encoder)) {}
 
+  void makeKeyFrame() override { mIsKey = true; }
+
  private:
   std::span<uint8_t> encode(AVFrame& frame) override {
-    const auto unit = mEncoder->encode(frame);
+    const auto unit = mEncoder->encode(frame, std::exchange(mIsKey, false));
     return unit ? unit->bytes : std::span<uint8_t>();
   }
 
   const std::unique_ptr<H264Encoder> mEncoder;
+  bool mIsKey = false;
 };
 
 class JPEGMaker : public PlanesMaker {

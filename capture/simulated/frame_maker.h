@@ -26,6 +26,8 @@ class FrameMaker {
   /// The frame that carries `counter`, with the camera's controls applied, valid and writable until the next call;
   /// empty when the encoder fails.
   virtual std::span<uint8_t> make(uint32_t counter, bool isFlash, const ImageSettings& settings) = 0;
+  /// The next frame depends on none before it, as all do but those of H.264.
+  virtual void makeKeyFrame() {}
 };
 
 }  // namespace vesk::capture

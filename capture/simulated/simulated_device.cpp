@@ -39,6 +39,7 @@ class SimulatedFrameStream : public PacedStream {
   void deliver(int64_t timestamp) override {
     const int64_t number = mNumber++;
     if (mUnit->isSilent()) return;
+    if (mUnit->takeKeyRequest()) mMaker->makeKeyFrame();
     const auto frame =
         mMaker->make(static_cast<uint32_t>(number), isFlash(number), mUnit->properties().imageSettings());
     if (!frame.empty()) mUnit->deliver(mCallback, frame, timestamp);

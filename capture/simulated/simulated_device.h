@@ -52,6 +52,7 @@ class SimulatedCamera : public SimulatedDevice {
   int32_t setProperty(const PropertySetIdentifier& set, uint32_t number, std::span<const uint8_t> value) override;
   std::vector<PropertySetIdentifier> propertySets() override;
   std::vector<uint32_t> propertyItems(const PropertySetIdentifier& set) override;
+  void requestKeyFrame() override { unit().requestKeyFrame(); }
 
  protected:
   std::shared_ptr<PacedStream> makeStream(FrameCallback callback) override;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -64,6 +65,9 @@ class SimulatedUnit {
     MutexLock lock(mMutex);
     return mFaults.isStalled || mHasEnded;
   }
+  void requestKeyFrame() { mIsKeyRequested.store(true, std::memory_order_relaxed); }
+  /// Whether a key frame was asked for since the last call.
+  bool takeKeyRequest() { return mIsKeyRequested.exchange(false, std::memory_order_relaxed); }
   /// Hands a frame or packet to `callback` with the faults that are set for it.
   void deliver(const FrameCallback& callback, std::span<uint8_t> bytes, int64_t timestamp) VESK_EXCLUDES(mMutex);
 
@@ -72,6 +76,7 @@ class SimulatedUnit {
   const bool mIsPlain;
   SoundLevel mLevel;
   SimulatedProperties mProperties;
+  std::atomic<bool> mIsKeyRequested{false};
   Mutex mMutex;
   SimulatedFaults mFaults VESK_GUARDED_BY(mMutex);
   bool mIsAttached VESK_GUARDED_BY(mMutex) = true;

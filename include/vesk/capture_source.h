@@ -87,6 +87,10 @@ class VESK_EXPORT CaptureDevice {
   virtual int32_t setProperty(const PropertySetIdentifier& set, uint32_t property, std::span<const uint8_t> value);
   virtual std::vector<PropertySetIdentifier> propertySets();
   virtual std::vector<uint32_t> propertyItems(const PropertySetIdentifier& set);
+  /// Asks a running H.264 camera for an IDR frame soon, with its parameter sets, since somebody who joins can use
+  /// nothing before one. Counts as a call that sets a property. What this is not possible for need not say so, and
+  /// does nothing, as here.
+  virtual void requestKeyFrame();
 
   // Microphones.
   virtual std::vector<WaveFormat> waveFormats();

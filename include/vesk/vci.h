@@ -65,6 +65,9 @@ VESK_EXPORT int32_t VCI_Set_Capture_Parameters(VCI_HANDLE handle, const VCICaptu
 VESK_EXPORT int32_t VCI_Start_Capture(VCI_HANDLE handle, uint32_t substream);
 /// Stops frames; no frame callback runs after it has returned, unless it is called from inside one.
 VESK_EXPORT int32_t VCI_Stop_Capture(VCI_HANDLE handle, uint32_t substream);
+/// Asks a running H.264 camera for an IDR frame soon. 0 also where the camera cannot be asked: its next one comes in
+/// its own time.
+VESK_EXPORT int32_t VCI_Request_Key_Frame(VCI_HANDLE handle);
 
 /// Reads a property: `request` 0 current, 1 default, 2 minimum, 3 maximum. 14 when the camera does not have it.
 VESK_EXPORT int32_t VCI_Get_Property(VCI_HANDLE handle, uint32_t request, const VCIPropertySet* set,

@@ -90,6 +90,10 @@ class VESK_EXPORT VeskVideoDevice : public VeskAVDevice, public std::enable_shar
   ///         capturing and may be stopped again.
   int32_t stopCapture();
 
+  /// Asks a camera that captures H.264 for a key frame soon, so that who joins need not wait for the next one: up
+  /// to some seconds. Not every camera can be asked. Returns at once, from any thread; the camera is asked on another.
+  void requestKeyFrame();
+
   // How sessions share a camera: only a running recording keeps it on for the others.
 
   /// A recording of this camera begins or has ended. The last one to end carries out what was asked

@@ -53,6 +53,7 @@ class FakeDevice {
   std::atomic<int> started = 0;
   std::atomic<int> stopped = 0;
   std::atomic<int> formatsAsked = 0;
+  std::atomic<int> keyFramesAsked = 0;
 
   /// Answers property calls, with the library's status; a reading call fills `value`. Without it the
   /// device has no properties. Called on the thread that asks.
@@ -244,6 +245,7 @@ class FakeCaptureSource : public capture::CaptureSource {
       const auto found = mDevice->propertyItems.find(set);
       return found == mDevice->propertyItems.end() ? std::vector<uint32_t>() : found->second;
     }
+    void requestKeyFrame() override { ++mDevice->keyFramesAsked; }
     std::vector<capture::WaveFormat> waveFormats() override {
       ++mDevice->formatsAsked;
       return mDevice->waveFormats;

@@ -1,6 +1,9 @@
 #include "capture/linux/cameras/linux_camera.h"
 
+#include <linux/videodev2.h>
+
 #include <algorithm>
+#include <array>
 #include <exception>
 #include <utility>
 
@@ -10,6 +13,12 @@
 
 namespace vesk::capture {
 namespace {
+
+// The extension unit of cameras with an encoder (USB Video Payload H.264 1.0, Picture Type Control).
+// Payload 1.0, 3.3.9).
+constexpr auto kH264UnitSet = propertySetIdentifier("A29E7641-DE04-47E3-8B2B-F4341AFF003B");
+constexpr uint32_t kPictureType = 9;
+constexpr std::array<uint8_t, 4> kIDRFrame{0, 0, 1, 0};  ///< of layer 0
 
 /// Those of `some`, then what `others` has beyond them.
 template <class Element>
@@ -73,6 +82,19 @@ std::vector<PropertySetIdentifier> LinuxCamera::propertySets() {
 
 std::vector<uint32_t> LinuxCamera::propertyItems(const PropertySetIdentifier& set) {
   return joined(mUnits.items(set), mControls.items(set));
+}
+
+void LinuxCamera::requestKeyFrame() {
+  for (const auto& node : mNodes) {
+    v4l2_ext_control control{};
+    control.id = V4L2_CID_MPEG_VIDEO_FORCE_KEY_FRAME;
+    v4l2_ext_controls list{};
+    list.which = V4L2_CTRL_WHICH_CUR_VAL;
+    list.count = 1;
+    list.controls = &control;
+    if (node->ask(VIDIOC_S_EXT_CTRLS, &list) == 0) return;
+  }
+  mUnits.set(kH264UnitSet, kPictureType, kIDRFrame);
 }
 
 int32_t LinuxCamera::start(uint32_t, FrameCallback callback) try {

@@ -370,6 +370,17 @@ TEST_F(EncodedCameraTest, MakesKeyPicturesByTheClockWhenTheCameraIsSlow) {
   for (size_t at = 1; at < keys.size(); ++at) EXPECT_LE(keys[at] - keys[at - 1], 2'000'000);
 }
 
+TEST_F(EncodedCameraTest, MakesAKeyPictureWhenAsked) {
+  mCamera->requestKeyFrame();  // does nothing before the start
+  ASSERT_EQ(start(receiver()), kVCISuccess);
+  CameraPicture raw = makeRaw(0);
+  for (size_t number = 0; number < 12; ++number) {
+    if (number == 5) mCamera->requestKeyFrame();
+    mFake->deliver(raw.bytes, static_cast<int64_t>(number) * kInterval);
+    EXPECT_EQ(mFrames.waitFor(number + 1).back().isKey(), number == 0 || number == 5) << number;
+  }
+}
+
 TEST_F(EncodedCameraTest, LeavesOutOldPicturesWhenTheReceiverIsSlow) {
   Gate gate;
   test::Recorder<int64_t> inside;

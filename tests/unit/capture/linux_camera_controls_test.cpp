@@ -412,6 +412,18 @@ TEST_F(LinuxCameraControls, ExtensionUnitsAnswerByTheirIdentifier) {
   EXPECT_EQ(mCamera->propertyItems(kMirrorSet), std::vector<uint32_t>({kMirror}));
 }
 
+TEST_F(LinuxCameraControls, KeyFramesAreAskedForByControlOrByUnit) {
+  mCamera->requestKeyFrame();  // has neither
+  EXPECT_EQ(controls().settings.size() + controls(kSecond).settings.size(), 0u);
+  controls(kSecond).units[{6, 9}] = {{0, 0, 0, 0}};
+  open({{1, 6, propertySetIdentifier("A29E7641-DE04-47E3-8B2B-F4341AFF003B"), {9}}});
+  mCamera->requestKeyFrame();
+  EXPECT_EQ((controls(kSecond).units[{6, 9}].bytes), Bytes({0, 0, 1, 0}));
+  controls().controls.push_back({V4L2_CID_MPEG_VIDEO_FORCE_KEY_FRAME, 0, 0, 0, V4L2_CTRL_FLAG_WRITE_ONLY});
+  mCamera->requestKeyFrame();
+  EXPECT_EQ(lastSettings(), Settings({{V4L2_CID_MPEG_VIDEO_FORCE_KEY_FRAME, 0}}));
+}
+
 /// The beginning of a real camera's descriptors: the device, its configuration, the control interface with
 /// an extension unit, and the streaming interface, in which the same subtype means a format.
 constexpr uint8_t kDescriptors[] = {

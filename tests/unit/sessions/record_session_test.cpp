@@ -108,6 +108,27 @@ TEST_F(RecordSessionTest, JoinsACameraThatIsCapturing) {
   EXPECT_TRUE(camera->isCapturing());
 }
 
+/// Otherwise the movie begins with sound alone.
+TEST_F(RecordSessionTest, AsksARunningCameraForAKeyFrame) {
+  struct Row {
+    uint32_t codec;
+    bool isRunning;
+    int asked;
+  };
+  for (const Row& row : {Row{kCMPixelFormat_422YpCbCr8, true, 0}, Row{kCMVideoCodecType_H264, false, 0},
+                         Row{kCMVideoCodecType_H264, true, 1}}) {
+    camera->setFormat(CMVideoFormatDescription::create(row.codec, 640, 480));
+    camera->openDevice();
+    if (row.isRunning) camera->startCapture();
+    ASSERT_EQ(session->startSession(), 0);
+    while (fakeCamera->keyFramesAsked < row.asked) std::this_thread::yield();
+    session->stopSession();
+    camera->closeDevice();
+    EXPECT_EQ(fakeCamera->keyFramesAsked, row.asked);
+    std::filesystem::remove(session->fileURL());
+  }
+}
+
 TEST_F(RecordSessionTest, AnswersTheLastStartsStatus) {
   struct Row {
     const char* label;
