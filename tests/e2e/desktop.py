@@ -34,7 +34,7 @@ def call(bus, owner, path, method, kinds=None, arguments=()):
 class Desktop:
     """An X server and a session bus of their own. One for a process: the accessibility library knows one bus only."""
 
-    def __init__(self):
+    def __init__(self, with_window_manager=False):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="vesk-desktop-"))
         reading, writing = os.pipe()
         # A number that no server had just before: one that ends removes the socket of its number.
@@ -55,10 +55,22 @@ class Desktop:
         session = Gio.DBusConnection.new_for_address_sync(address, BUS_FLAGS, None, None)
         tree = call(session, "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress")[0]
         self.tree = Gio.DBusConnection.new_for_address_sync(tree, BUS_FLAGS, None, None)
+        self.processes = [self.bus, self.server]
+        if with_window_manager:
+            self.manage_windows()
+
+    def manage_windows(self):
+        """Windows can be minimized, resized and shown full screen from now on."""
+        if len(self.processes) > 2:
+            return
+        self.processes.insert(0, subprocess.Popen(["openbox", "--sm-disable"], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                                  stderr=subprocess.DEVNULL, env={**os.environ, "HOME": str(self.folder)}))
+        until(lambda: subprocess.run(["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"], stdin=subprocess.DEVNULL, capture_output=True,
+                                     text=True).stdout.count("window id"), "a window manager")
 
     def close(self):
         self.tree.close_sync()
-        for process in (self.bus, self.server):
+        for process in self.processes:
             process.terminate()
             process.wait()
         self.bus.stdout.close()
@@ -162,8 +174,17 @@ class CameraProgram:
         self.test.assertEqual(self.process.wait(TIMEOUT), status, self.text_of_log())
 
     def command(self, *lines):
-        with open(self.pipe, "w") as pipe:
-            pipe.write("".join(line + "\n" for line in lines))
+        """Tells it to the simulated devices; nothing once the program has ended."""
+        def opened():
+            try:
+                return os.open(self.pipe, os.O_WRONLY | os.O_NONBLOCK)
+            except OSError:  # nobody reads
+                return self.process.poll() is not None and -1
+
+        pipe = until(opened, lambda: f"a program that heeds commands; {self.text_of_log()}")
+        if pipe >= 0:
+            os.write(pipe, "".join(line + "\n" for line in lines).encode())
+            os.close(pipe)
 
     def all(self):
         """The widgets that are not hidden, from the outermost in. All come at once, once each has been asked for."""
