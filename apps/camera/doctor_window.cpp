@@ -67,16 +67,11 @@ GtkWidget* pageOf(const std::vector<Finding>& findings) {
 
 }  // namespace
 
-void DoctorWindow::show(Gtk::Window& parent, const std::string& folder) {
-  auto* const window = new DoctorWindow(parent, folder);  // NOLINT(cppcoreguidelines-owning-memory): deletes itself
-  window->present();
-}
-
 DoctorWindow::DoctorWindow(Gtk::Window& parent, std::string folder) : mFolder(std::move(folder)) {
   set_title(_("Something Wrong?"));
   set_transient_for(parent);
   set_modal();
-  set_destroy_with_parent();
+  set_hide_on_close();
   set_default_size(560, 560);
   auto* const header = Gtk::make_managed<Gtk::HeaderBar>();
   mAgain.set_icon_name("view-refresh-symbolic");
@@ -92,12 +87,6 @@ DoctorWindow::DoctorWindow(Gtk::Window& parent, std::string folder) : mFolder(st
   keys->add_shortcut(
       Gtk::Shortcut::create(Gtk::KeyvalTrigger::create(GDK_KEY_Escape), Gtk::NamedAction::create("window.close")));
   add_controller(keys);
-  signal_close_request().connect(
-      [this] {
-        Glib::signal_idle().connect_once([this] { delete this; });
-        return false;
-      },
-      false);
   look();
 }
 

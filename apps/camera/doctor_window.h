@@ -13,11 +13,10 @@ namespace vesk::camera {
 /// "Something wrong?": what the library finds out about this machine, and what to do about it.
 class DoctorWindow : public Gtk::Window {
  public:
-  /// Over `parent`; `folder` is where films go. It deletes itself when it is closed.
-  static void show(Gtk::Window& parent, const std::string& folder);
+  /// Over `parent`, which it must not outlive; `folder` is where films go. Closing hides it.
+  DoctorWindow(Gtk::Window& parent, std::string folder);
 
  private:
-  DoctorWindow(Gtk::Window& parent, std::string folder);
   void look();
   void showFindings(const std::vector<Finding>& findings);
 

@@ -85,7 +85,8 @@ void FilmRecording::say(const RecordingEvent& event) {
     case Kind::kSoundStalled:
       return problem("film-sound", sentences(event.error));
     case Kind::kDiskFilling:
-      return problem("disk", sentences(event.error));
+      return problem("disk", filled(_("The disk is nearly full: {}. Make room on it; otherwise the film ends then."),
+                                    timeLeftText(progress().secondsLeftOnDisk.value_or(0))));
     case Kind::kMovieFinished:
       if (event.movie->error) problem("film", sentences(event.movie->error));
       if (event.movie->missing) problem("film-missing", sentences(event.movie->missing));

@@ -8,7 +8,6 @@
 
 #include "apps/camera/app_settings.h"
 #include "apps/camera/camera_memory.h"
-#include "apps/camera/doctor_window.h"
 #include "apps/camera/file_names.h"
 #include "apps/camera/interrupted_films.h"
 #include "apps/camera/shutter_sound.h"
@@ -76,6 +75,7 @@ void MainWindow::buildHeader() {
   const auto films = Gio::Menu::create();
   films->append(_("Show in _Folder"), "win.show-in-folder");
   films->append(_("Folder of _Films…"), "win.choose-folder");
+  films->append(_("Folder of _Photos…"), "win.choose-photo-folder");
   films->append(_("S_hutter Sound"), "win.shutter-sound");
   const auto help = Gio::Menu::create();
   help->append(_("Something _Wrong?"), "win.doctor");
@@ -179,20 +179,26 @@ void MainWindow::addActions() {
   showMirrored();
   add_action("full-screen", [this] { is_fullscreen() ? unfullscreen() : fullscreen(); });
   add_action("leave-full-screen", [this] {
-    mCountdownTick.disconnect();
-    mCountdown.set_visible(false);
+    endCountdown();
     unfullscreen();
   });
   add_action("restart", [this] { mCapture->restart(); });
-  add_action("doctor", [this] { DoctorWindow::show(*this, filmFolder()); });
+  add_action("doctor", [this] { showDoctor(); });
   add_action("open-last", [this] { mBar.lastItem().open(); });
   add_action("show-in-folder", [this] {
     const std::string& file = mBar.lastItem().file();
     showInFileManager(file.empty() ? filmFolder() + "/." : file);
   });
-  add_action("choose-folder", [this] { chooseFolder(); });
+  add_action("choose-folder", [this] { chooseFolder("film-folder", _("Folder of Films")); });
+  add_action("choose-photo-folder", [this] { chooseFolder("photo-folder", _("Folder of Photos")); });
   add_action("cameras", [this] { mCameraButton.popup(); });
   add_action("microphones", [this] { mMicrophoneButton.popup(); });
+}
+
+/// Looks anew each time. One that is open is over this window, which can do nothing meanwhile.
+void MainWindow::showDoctor() {
+  mDoctor = std::make_unique<DoctorWindow>(*this, filmFolder());
+  mDoctor->present();
 }
 
 void MainWindow::showMirrored() {
@@ -201,13 +207,14 @@ void MainWindow::showMirrored() {
   mPanel.setMirrored(isMirrored);
 }
 
-void MainWindow::chooseFolder() {
-  const auto chooser = Gtk::FileChooserNative::create(_("Folder of Films"), *this,
-                                                      Gtk::FileChooser::Action::SELECT_FOLDER, _("_Choose"), "");
+/// Keeps the folder that is chosen under `key`.
+void MainWindow::chooseFolder(const std::string& key, const std::string& title) {
+  const auto chooser =
+      Gtk::FileChooserNative::create(title, *this, Gtk::FileChooser::Action::SELECT_FOLDER, _("_Choose"), "");
   chooser->set_modal();
-  chooser->signal_response().connect([this, chooser](int response) {
+  chooser->signal_response().connect([this, chooser, key](int response) {
     if (response == static_cast<int>(Gtk::ResponseType::ACCEPT) && chooser->get_file())
-      mSettings->set_string("film-folder", chooser->get_file()->get_path());
+      mSettings->set_string(key, chooser->get_file()->get_path());
   });
   chooser->show();
 }
@@ -273,7 +280,7 @@ void MainWindow::showState() {
 void MainWindow::showMessages() {
   const bool isRecording = mFilm.isActive();
   const Message::Action again{_("Try Again"), [this] { mCapture->restart(); }};
-  const Message::Action doctor{_("Something Wrong?"), [this] { DoctorWindow::show(*this, filmFolder()); }};
+  const Message::Action doctor{_("Something Wrong?"), [this] { showDoctor(); }};
   using Kind = Message::Kind;
   mMessages.showWhile(mCapture->hasLooked() && mCapture->cameras().empty() && !isRecording,
                       {"no-camera", Kind::kProblem, _("There is no camera. Plug one in."), {doctor}});
@@ -318,31 +325,37 @@ void MainWindow::record() {
 
 /// Does it after as many seconds as the timer says. A second call meanwhile takes it back.
 void MainWindow::countDown(std::function<void()> work) {
-  if (mCountdownTick.connected()) {
-    mCountdownTick.disconnect();
-    return mCountdown.set_visible(false);
-  }
+  if (mCountdownTick.connected()) return endCountdown();
   mSecondsLeft = mFilm.isActive() ? 0 : mSettings->get_int("timer");
   if (mSecondsLeft <= 0) return work();
   const auto show = [this] {
     mCountdown.set_text(std::to_string(mSecondsLeft));
+    describeSilently(mCountdown, filled(_("Timer: {}"), mSecondsLeft));
     mCountdown.set_visible();
   };
   show();
   mCountdownTick = Glib::signal_timeout().connect(
       [this, show, work = std::move(work)] {
         if (--mSecondsLeft > 0) return show(), true;
-        mCountdown.set_visible(false);
-        mCountdownTick.disconnect();
-        return work(), false;
+        const auto begin = work;  // ending lets this function go
+        endCountdown();
+        return begin(), false;
       },
       1000);
+}
+
+/// GTK keeps the hidden label in the accessibility tree: its words have to go too.
+void MainWindow::endCountdown() {
+  mCountdownTick.disconnect();
+  mCountdown.set_visible(false);
+  mCountdown.set_text("");
+  describeSilently(mCountdown, "");
 }
 
 void MainWindow::startFilm() {
   mMessages.remove("film");
   if (const Error error = mFilm.start(filmFolder())) {
-    const Message::Action choose{_("Choose Folder"), [this] { chooseFolder(); }};
+    const Message::Action choose{_("Choose Folder"), [this] { activate_action("win.choose-folder"); }};
     return mMessages.show({"film", Message::Kind::kProblem, sentences(error), {choose}});
   }
 }
@@ -360,8 +373,7 @@ void MainWindow::filmFinished(const RecordedMovie& movie) {
 void MainWindow::takePhoto() {
   if (mIsPhotoUnderWay) return;
   const std::string folder = photoFolder();
-  if (const Error error = makeFolder(folder))
-    return mMessages.show({"photo", Message::Kind::kProblem, sentences(error), {}});
+  if (const Error error = makeFolder(folder)) return showPhotoError(error);
   mIsPhotoUnderWay = true;
   mMessages.remove("photo");
   flash();
@@ -373,8 +385,17 @@ void MainWindow::takePhoto() {
 
 void MainWindow::photoTaken(const PhotoOutcome& photo) {
   mIsPhotoUnderWay = false;
-  if (photo.error) return mMessages.show({"photo", Message::Kind::kProblem, sentences(photo.error), {}});
+  if (photo.error) return showPhotoError(photo.error);
   mBar.lastItem().show(photo.path, photo.path, false);
+}
+
+void MainWindow::showPhotoError(const Error& error) {
+  const bool isOfFolder = error.cause == Cause::kFolderGone || error.cause == Cause::kNoPermission ||
+                          error.cause == Cause::kDiskFull || error.cause == Cause::kFileError;
+  Message message{"photo", Message::Kind::kProblem, sentences(error), {}};
+  if (isOfFolder)
+    message.actions.push_back({_("Choose Folder"), [this] { activate_action("win.choose-photo-folder"); }});
+  mMessages.show(message);
 }
 
 void MainWindow::holdPhoto(bool isHeld) {

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "apps/camera/device_buttons.h"
+#include "apps/camera/doctor_window.h"
 #include "apps/camera/film_recording.h"
 #include "apps/camera/live_capture.h"
 #include "apps/camera/live_picture.h"
@@ -34,8 +35,9 @@ class MainWindow : public Gtk::ApplicationWindow {
   void buildHeader();
   void buildContent();
   void addActions();
+  void showDoctor();
   void showMirrored();
-  void chooseFolder();
+  void chooseFolder(const std::string& key, const std::string& title);
 
   void showState();
   void showMessages();
@@ -44,8 +46,10 @@ class MainWindow : public Gtk::ApplicationWindow {
   void record();
   void startFilm();
   void countDown(std::function<void()> work);
+  void endCountdown();
   void takePhoto();
   void photoTaken(const PhotoOutcome& photo);
+  void showPhotoError(const Error& error);
   void holdPhoto(bool isHeld);
   void flash();
   void filmStarted();
@@ -80,6 +84,7 @@ class MainWindow : public Gtk::ApplicationWindow {
   Gtk::Revealer mBarRevealer;
   RecordBar mBar;
   PicturePanel mPanel;
+  std::unique_ptr<DoctorWindow> mDoctor;
   Glib::RefPtr<Gio::SimpleAction> mRecordAction;
   Glib::RefPtr<Gio::SimpleAction> mPhotoAction;
   Glib::RefPtr<Gio::SimpleAction> mCameraAction;

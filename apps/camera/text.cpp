@@ -30,6 +30,11 @@ constexpr std::array kCauseTexts{
     CauseText{Cause::kFileError, N_("The disk does not work. Choose another one.")},
     CauseText{Cause::kStalled, N_("The camera has stopped sending. Unplug it and plug it in again.")},
     CauseText{Cause::kSilent, N_("The microphone is silent. See whether it is muted or turned down.")},
+    CauseText{Cause::kNotSupported, N_("The device does not have this.")},
+    CauseText{Cause::kRefused, N_("The device does not accept this. Choose something else.")},
+    CauseText{Cause::kNoFile, N_("The file is not there any more.")},
+    CauseText{Cause::kFileExists, N_("A file of that name is there already.")},
+    CauseText{Cause::kUnreadable, N_("The file is damaged.")},
 };
 
 bool isEnglish() {
@@ -37,13 +42,43 @@ bool isEnglish() {
   return std::string_view(C_("language", "en")) == "en";
 }
 
+/// The device, file or folder that an error is about: the library puts its name between quotation marks. Of a path, the
+/// last part.
+std::string subjectOf(const std::string& what) {
+  const size_t begin = what.find('"');
+  const size_t end = begin == std::string::npos ? begin : what.find('"', begin + 1);
+  if (end == std::string::npos) return "";
+  const std::string name = what.substr(begin + 1, end - begin - 1);
+  return name.substr(name.starts_with('/') ? name.rfind('/') + 1 : 0);
+}
+
+/// The programs that hold a device, where the library knows them: "…another program (NAME, pid 7) is using it".
+std::string holdersOf(const Error& error) {
+  constexpr std::string_view kEnd = ") is using it";
+  if (error.cause != Cause::kBusy || !error.what.ends_with(kEnd)) return "";
+  const size_t begin = error.what.rfind('(');
+  if (begin == std::string::npos) return "";
+  return error.what.substr(begin + 1, error.what.size() - kEnd.size() - begin - 1);
+}
+
+/// By the cause, with the names put in. What has no words of its own keeps those of the library.
+std::string translatedSentences(const Error& error) {
+  const auto* const row = std::find_if(kCauseTexts.begin(), kCauseTexts.end(),
+                                       [&](const CauseText& text) { return text.cause == error.cause; });
+  std::string text = row != kCauseTexts.end() ? _(row->text) : filled(_("This did not work: {}."), error.what);
+  if (row == kCauseTexts.end()) return text;
+  if (const std::string holders = holdersOf(error); !holders.empty())
+    text = filled(_("Another program uses it ({}). Close that program."), holders);
+  const std::string subject = subjectOf(error.what);
+  // Translators: a device or file, and what is wrong with it.
+  return subject.empty() ? text : filled(_("“{}”: {}"), subject, text);
+}
+
 }  // namespace
 
 std::string sentences(const Error& error) {
   if (!error) return "";
-  const auto* const row = std::find_if(kCauseTexts.begin(), kCauseTexts.end(),
-                                       [&](const CauseText& text) { return text.cause == error.cause; });
-  if (!isEnglish() && row != kCauseTexts.end()) return _(row->text);
+  if (!isEnglish()) return translatedSentences(error);
   std::string text = error.what;
   if (!text.empty()) text[0] = g_ascii_toupper(text[0]);
   text += '.';

@@ -102,15 +102,21 @@ class Films(DesktopTest):
         self.assertEqual(warnings_of_ffmpeg(app.films()[0]), "")
         self.assertGreater(float(probe(app.films()[0])["format"]["duration"]), 5)
 
-    def test_the_timer_is_chosen_and_ends_in_a_film(self):
+    def test_the_timer_is_taken_back_or_ends_in_a_film(self):
         app = self.start()
         app.find("Camera: Simulated Camera")
         app.click("Timer")
         app.click("After 3 seconds")
-        app.click("Record")
+        for take_back in (lambda: app.key("Escape"), lambda: app.click("Record")):
+            app.click("Record")
+            app.find("Timer: 2")
+            take_back()
+            app.gone("Timer: ")
+        app.click("Record")  # had one of them gone on, this would take it back
         app.grows()
         app.click("Stop recording")
         until(app.films, "the film")
+        self.assertEqual(len(app.films()), 1)
 
 
 class Messages(DesktopTest):
@@ -131,6 +137,12 @@ class Messages(DesktopTest):
         app.gone("There is no camera")
         app.key("F1")
         app.find("What works")
+
+    def test_in_german_too_an_error_names_what_it_is_about(self):
+        app = self.start(setup=f"busy {CAMERA}", environment={"LANGUAGE": "de"})
+        app.find("„Simulated Camera“: Ein anderes Programm benutzt das Gerät")
+        app.command(f"well {CAMERA}")
+        app.find("Kamera: Simulated Camera")
 
     def test_a_muted_microphone_is_said(self):
         app = self.start()
