@@ -3,7 +3,12 @@
 namespace vesk::camera {
 
 /// How the program's own widgets look, beside the desktop's theme, light and dark.
+///
+/// The theme draws the frame that a window has where nothing composes windows as three shadows inwards, each of which a
+/// software renderer computes for every pixel of the window, and for every frame of the camera: 32 of 38 ms (960 x
+/// 640). A border is drawn where it is.
 inline constexpr const char* kStyle = R"(
+window.solid-csd { box-shadow: none; padding: 0; border: 5px solid @headerbar_bg_color; }
 .stage { background: black; }
 .record-bar { padding: 8px 12px; }
 .record-bar .record { min-width: 56px; min-height: 56px; padding: 0; border-radius: 99px; color: #e01b24;
