@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <utility>
 
 #include <vesk/four_char_code.h>
@@ -17,6 +18,8 @@ namespace {
 constexpr int kWidth = 340;  // pixels
 constexpr int kMargin = 12;
 constexpr double kSteps = 100;
+/// The rest of a frame's time is for laying out and drawing what was made.
+constexpr std::chrono::milliseconds kMakingInAFrame{5};
 
 constexpr std::array kGroups = {ControlGroup::kPicture, ControlGroup::kExposure, ControlGroup::kFocus,
                                 ControlGroup::kHead};
@@ -90,12 +93,14 @@ PicturePanel::PicturePanel(const std::string& folder)
     if (isChosen) mFormatChosen.emit();
   };
   mModel.onFailure = [this](const Error& error) { showFailure(error); };
-  signal_map().connect([this] { mModel.setWatched(true); });
+  signal_map().connect([this] {
+    mModel.setWatched(true);
+    if (!mScroll.get_child()) showCamera();
+  });
   signal_unmap().connect([this] {
     mModel.setWatched(false);
     mModel.stopMoving();
   });
-  showCamera();
 }
 
 PicturePanel::~PicturePanel() {
@@ -112,11 +117,15 @@ void PicturePanel::setCamera(const std::shared_ptr<VeskVideoDevice>& camera) {
   }
 }
 
+/// Nothing is made while nobody looks: most who film never open the page.
 void PicturePanel::showCamera() {
+  mSteps.clear();
   mRows.clear();
   mPresets = mFormat = nullptr;
   mPresetRows.clear();
   mMessage.set_reveal_child(false);
+  mPad.update();
+  if (!get_mapped()) return mScroll.unset_child();
   if (!mModel.camera())
     return showNothing("camera-disabled-symbolic", _("No camera"), _("Its settings are here while it is on."));
   if (!mModel.isKnown()) return showNothing("camera-web-symbolic", _("Just a moment"), _("The camera is being asked."));
@@ -125,16 +134,33 @@ void PicturePanel::showCamera() {
 
   mPage = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::VERTICAL, 2 * kMargin);
   mPage->set_margin(kMargin);
+  mScroll.set_child(*mPage);
   for (const ControlGroup group : kGroups) addControls(group);
   if (!mModel.controls().empty()) {
-    addPresets();
-    addResetAll();
+    mSteps.emplace_back([this] {
+      addPresets();
+      showPresets();
+    });
+    mSteps.emplace_back([this] { addResetAll(); });
   }
-  addFormat();
-  mScroll.set_child(*mPage);
-  showValues();
-  showPresets();
-  showFormat();
+  mSteps.emplace_back([this] {
+    addFormat();
+    showFormat();
+  });
+  if (mTick == 0) mTick = add_tick_callback([this](const Glib::RefPtr<Gdk::FrameClock>&) { return makeSome(); });
+}
+
+/// A part of the page for each frame on the screen, so that the live picture does not stand still meanwhile.
+/// @return whether there is more to make
+bool PicturePanel::makeSome() {
+  const auto end = std::chrono::steady_clock::now() + kMakingInAFrame;
+  while (!mSteps.empty() && std::chrono::steady_clock::now() < end) {
+    const auto make = std::move(mSteps.front());
+    mSteps.pop_front();
+    make();
+  }
+  if (mSteps.empty()) mTick = 0;
+  return !mSteps.empty();
 }
 
 void PicturePanel::showNothing(const char* icon, const std::string& title, const std::string& text) {
@@ -147,13 +173,12 @@ void PicturePanel::showNothing(const char* icon, const std::string& title, const
 }
 
 void PicturePanel::addControls(ControlGroup which) {
-  AdwPreferencesGroup* group = nullptr;
-  const auto needed = [&] {
-    if (!group) group = addGroup(*mPage, titleOf(which));
-    return group;
+  mSteps.emplace_back([this] { mGroup = nullptr; });
+  const auto needed = [this, which] {
+    if (!mGroup) mGroup = addGroup(*mPage, titleOf(which));
+    return mGroup;
   };
-  mPad.update();
-  if (which == ControlGroup::kHead && mPad.get_visible()) addPad(needed());
+  if (which == ControlGroup::kHead && mPad.get_visible()) mSteps.emplace_back([this, needed] { addPad(needed()); });
   // A mode stands above what it rules.
   std::vector<const ControlState*> states;
   for (const ControlState& state : mModel.controls()) {
@@ -165,19 +190,26 @@ void PicturePanel::addControls(ControlGroup which) {
   for (const ControlState& state : mModel.controls())  // a mode that rules nothing here
     if (groupOf(state.id) == which && std::find(states.begin(), states.end(), &state) == states.end())
       states.push_back(&state);
-  for (const ControlState* const state : states) {
-    switch (lookOf(*state)) {
-      case ControlLook::kSwitch:
-        mRows.push_back(makeSwitch(needed(), *state));
-        break;
-      case ControlLook::kChoice:
-        mRows.push_back(makeChoice(needed(), *state));
-        break;
-      case ControlLook::kSlider:
-        if (state->minimum) mRows.push_back(makeSlider(needed(), *state));
-        break;
-    }
-  }
+  for (const ControlState* const known : states)
+    mSteps.emplace_back([this, needed, id = known->id] {
+      const ControlState* const state = mModel.find(id);
+      if (!state) return;
+      switch (lookOf(*state)) {
+        case ControlLook::kSwitch:
+          mRows.push_back(makeSwitch(needed(), *state));
+          break;
+        case ControlLook::kChoice:
+          mRows.push_back(makeChoice(needed(), *state));
+          break;
+        case ControlLook::kSlider:
+          if (!state->minimum) return;
+          mRows.push_back(makeSlider(needed(), *state));
+          break;
+      }
+      mIsShowing = true;
+      showValue(mRows.back(), *state);
+      mIsShowing = false;
+    });
 }
 
 Gtk::Button* PicturePanel::makeReset(ControlID id) {

@@ -3,6 +3,8 @@
 #include <adwaita.h>
 #include <gtkmm.h>
 
+#include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -49,6 +51,7 @@ class PicturePanel : public Gtk::Box {
   };
 
   void showCamera();
+  bool makeSome();
   void showNothing(const char* icon, const std::string& title, const std::string& text);
   void addControls(ControlGroup group);
   Row makeSlider(AdwPreferencesGroup* group, const ControlState& state);
@@ -77,7 +80,10 @@ class PicturePanel : public Gtk::Box {
   Gtk::Label mMessageText;
   Gtk::Button mUndo;
   Gtk::ScrolledWindow mScroll;
-  Gtk::Box* mPage = nullptr;  ///< the groups of the camera
+  Gtk::Box* mPage = nullptr;                 ///< the groups of the camera
+  std::deque<std::function<void()>> mSteps;  ///< that make the rest of the page
+  guint mTick = 0;                           ///< makes some of it in each frame; 0 while there is nothing to make
+  AdwPreferencesGroup* mGroup = nullptr;     ///< of the rows that are made now
   std::vector<Row> mRows;
   AdwPreferencesGroup* mPresets = nullptr;
   std::vector<GtkWidget*> mPresetRows;

@@ -80,6 +80,24 @@ class PictureSettings(DesktopTest):
         self.app.click("Delete Delete")  # its label names it once more
         self.app.gone("Rename “Stage”")
 
+    def test_rows_are_made_once_the_page_is_looked_at_for_the_camera_of_then(self):
+        self.app = self.start("--camera", "plain", environment={"GSK_RENDERER": "cairo"})
+        self.app.find("Camera: Simulated Plain")
+
+        def made():
+            return [widget.name for widget in self.app.all(hidden=True)
+                    if widget.name in ("Brightness", "Exposure time", "Size", "Name of a new preset")]
+
+        self.app.click("Take a photo")
+        until(self.app.photos, "a photo, by when the camera has answered")
+        self.assertEqual(made(), [])
+        self.app.key("F9")
+        self.slider("Brightness")
+        self.app.find("Size")
+        self.app.command(f"out {PLAIN}")
+        self.slider("Exposure time")
+        self.app.find("Size")
+
 
 if __name__ == "__main__":
     unittest.main()
