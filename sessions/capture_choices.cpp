@@ -144,10 +144,13 @@ bool isEncodedHere(VeskVideoDevice& camera) {
          formats->back()->mediaSubType() == kCMVideoCodecType_H264;
 }
 
-uint64_t usualBitRate(const CMVideoFormatDescription& format, uint32_t interval) {
+uint64_t usualBitRate(const CMVideoFormatDescription& format, uint32_t interval, bool isEncodedHere) {
   const auto size = format.dimensions();
   const uint64_t time = interval == 0 ? uint64_t{333'333} : interval;
-  if (format.mediaSubType() == kCMVideoCodecType_H264) return capture::usualH264BitRate(size.width, size.height, time);
+  if (format.mediaSubType() == kCMVideoCodecType_H264) {
+    return isEncodedHere ? capture::encodedH264BitRate(size.width, size.height, time)
+                         : capture::usualH264BitRate(size.width, size.height, time);
+  }
   constexpr uint64_t kBitsOfPixel = 16;  // of 2vuy
   return static_cast<uint64_t>(size.width) * static_cast<uint64_t>(size.height) * kBitsOfPixel * 10'000'000 / time;
 }

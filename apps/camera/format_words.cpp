@@ -69,7 +69,7 @@ std::string costText(const TakenFormat& taken, bool isEncodedHere) {
   const uint32_t interval = taken.interval == 0 ? 333'333 : taken.interval;
   const double rate = 1e7 / interval;
   const auto size = taken.format->dimensions();
-  const uint64_t minute = usualBitRate(*taken.format, interval) / 8 * 60;
+  const uint64_t minute = usualBitRate(*taken.format, interval, isEncodedHere) / 8 * 60;
   std::string text = filled(_("{}, {}. About {} a minute."), shortSizeName(size), rateName(rate), sizeText(minute));
   const bool isH264 = taken.format->mediaSubType() == kCMVideoCodecType_H264;
   if (!isH264) return text + ' ' + _("The disk must be fast.");

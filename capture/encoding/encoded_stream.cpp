@@ -67,7 +67,7 @@ bool EncodedStream::prepare(uint32_t bitRate, Error& error) {
   settings.height = mInput.height;
   settings.intervalNumerator = mInput.intervalNumerator;
   settings.intervalDenominator = mInput.intervalDenominator;
-  settings.bitRate = bitRate > 0 ? bitRate : usualH264BitRate(mInput.width, mInput.height, askedInterval(mInput));
+  settings.bitRate = bitRate > 0 ? bitRate : encodedH264BitRate(mInput.width, mInput.height, askedInterval(mInput));
   settings.preset = kPreset;
   settings.profile = kProfile;
   settings.threads = int64_t{mInput.width} * mInput.height > kMostPixelsOfOneThread ? 2 : 1;

@@ -59,8 +59,9 @@ VESK_EXPORT VideoFormatChoice chooseVideoFormat(VeskVideoDevice& camera, const V
 /// among the formats, behind those that the camera has.
 VESK_EXPORT bool isEncodedHere(VeskVideoDevice& camera);
 /// About how many bits a second a movie of the format takes, at `interval` ten-millionths of a second from frame to
-/// frame. H.264: what cameras are asked for.
-VESK_EXPORT uint64_t usualBitRate(const CMVideoFormatDescription& format, uint32_t interval);
+/// frame. H.264: what cameras are asked for, or what this machine encodes it with.
+VESK_EXPORT uint64_t usualBitRate(const CMVideoFormatDescription& format, uint32_t interval,
+                                  bool isEncodedHere = false);
 
 /// What sound must be; whatever is not set may be anything.
 struct SoundFormatRequest {

@@ -8,6 +8,7 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/vci.h>
+#include "capture/interface/usual_bit_rate.h"
 #include "platform/h264/nal_unit.h"
 #include "tests/support/fake_capture_source.h"
 #include "tests/support/log_recorder.h"
@@ -291,6 +292,21 @@ TEST_F(EncodedCameraTest, EncodesJPEGPicturesOfEveryKindAsTheyLook) {
     expectLikeness(picture, lookOf(jpeg, kind), 45);
     EXPECT_EQ(mCamera->stop(1), kVCISuccess);
   }
+}
+
+TEST(EncodedBitRate, GoesWithThePixelsOfLargeFramesAndWithTheRate) {
+  constexpr uint64_t kThirty = 333333;
+  uint32_t before = 0;
+  for (const auto& [width, height] :
+       {std::pair{320, 240}, {640, 480}, {864, 480}, {1280, 720}, {1920, 1080}, {3840, 2160}}) {
+    const uint32_t bitRate = encodedH264BitRate(width, height, kThirty);
+    EXPECT_GT(bitRate, before) << width;
+    EXPECT_EQ(bitRate == usualH264BitRate(width, height, kThirty), height <= 720) << "as cameras are asked for";
+    before = bitRate;
+  }
+  EXPECT_NEAR(encodedH264BitRate(1920, 1080, kThirty), 3.5e6, 0.1e6);
+  EXPECT_NEAR(encodedH264BitRate(1920, 1080, 2 * kThirty), 3.5e6 * 25 / 40, 0.1e6);
+  EXPECT_EQ(encodedH264BitRate(INT32_MAX, INT32_MAX, 1), UINT32_MAX) << "whatever comes";
 }
 
 /// What no encoder can make small.
