@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <map>
 
 #include "apps/camera/text.h"
 #include "apps/camera/widgets.h"
@@ -22,12 +23,11 @@ std::string nameOf(const std::shared_ptr<Device>& device, const char* none) {
   return device ? nameOf(*device->deviceInfo()) : none;
 }
 
-void addDevices(Gio::Menu& menu, const VeskDeviceList& devices, const char* action) {
-  for (const auto& info : devices) {
-    const auto item = Gio::MenuItem::create(nameOf(*info), "");
-    item->set_action_and_target(action, Glib::Variant<Glib::ustring>::create(info->path().value_or("")));
-    menu.append_item(item);
-  }
+/// A menu takes a single underscore for the mark of a key.
+std::string withoutMnemonic(const std::string& name) {
+  std::string text;
+  for (const char character : name) text.append(character == '_' ? 2 : 1, character);
+  return text;
 }
 
 void setUpName(Gtk::Label& label) {
@@ -37,6 +37,27 @@ void setUpName(Gtk::Label& label) {
 
 }  // namespace
 
+/// Devices of one name are numbered.
+void DeviceMenu::show(const VeskDeviceList& devices) {
+  std::map<std::string, int> count;
+  for (const auto& info : devices) ++count[nameOf(*info)];
+  std::map<std::string, int> number;
+  std::vector<std::pair<std::string, std::string>> wanted;
+  for (const auto& info : devices) {
+    std::string name = nameOf(*info);
+    if (count[name] > 1) name += fmt::format(" ({})", ++number[name]);
+    wanted.emplace_back(std::move(name), info->path().value_or(""));
+  }
+  if (wanted == mShown) return;
+  mShown = std::move(wanted);
+  mModel->remove_all();
+  for (const auto& [name, path] : mShown) {
+    const auto item = Gio::MenuItem::create(withoutMnemonic(name), "");
+    item->set_action_and_target(mAction, Glib::Variant<Glib::ustring>::create(path));
+    mModel->append_item(item);
+  }
+}
+
 CameraButton::CameraButton() {
   auto* const box = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::HORIZONTAL, 6);
   auto* const icon = Gtk::make_managed<Gtk::Image>();
@@ -45,12 +66,11 @@ CameraButton::CameraButton() {
   box->append(*icon);
   box->append(mName);
   set_child(*box);
+  set_menu_model(mMenu.model());
 }
 
 void CameraButton::show(const LiveCapture& capture) {
-  const auto menu = Gio::Menu::create();
-  addDevices(*menu, capture.cameras(), "win.camera");
-  set_menu_model(menu);
+  mMenu.show(capture.cameras());
   const std::string name = nameOf(capture.camera(), capture.cameras().empty() ? _("No camera") : _("Camera is off"));
   mName.set_text(name);
   describe(*this, filled(_("Camera: {}"), name));
@@ -75,18 +95,17 @@ MicrophoneButton::MicrophoneButton() {
   box->append(mIcon);
   box->append(*names);
   set_child(*box);
-}
-
-void MicrophoneButton::show(const LiveCapture& capture) {
   const auto menu = Gio::Menu::create();
-  const auto devices = Gio::Menu::create();
-  addDevices(*devices, capture.microphones(), "win.microphone");
   const auto choices = Gio::Menu::create();
   choices->append(_("Mute the _Microphone"), "win.mute");
   choices->append(_("Film With _Sound"), "win.with-sound");
-  menu->append_section(devices);
+  menu->append_section(mMenu.model());
   menu->append_section(choices);
   set_menu_model(menu);
+}
+
+void MicrophoneButton::show(const LiveCapture& capture) {
+  mMenu.show(capture.microphones());
   const bool isMuted = capture.microphone() && capture.isMuted();
   const bool isOff = !capture.isWithSound();
   const std::string name = nameOf(capture.microphone(), isOff ? _("Without sound") : _("No microphone"));

@@ -2,9 +2,27 @@
 
 #include <gtkmm.h>
 
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "apps/camera/live_capture.h"
 
 namespace vesk::camera {
+
+/// The devices of a menu, each of which is the target of an action. It changes in place, and only when they do: it may
+/// be open.
+class DeviceMenu {
+ public:
+  explicit DeviceMenu(std::string action) : mAction(std::move(action)) {}
+  void show(const VeskDeviceList& devices);
+  const Glib::RefPtr<Gio::Menu>& model() const { return mModel; }
+
+ private:
+  const std::string mAction;
+  const Glib::RefPtr<Gio::Menu> mModel = Gio::Menu::create();
+  std::vector<std::pair<std::string, std::string>> mShown;  ///< names and paths
+};
 
 /// The button of the header that shows the camera, with a menu of those that there are: action "win.camera".
 class CameraButton : public Gtk::MenuButton {
@@ -13,6 +31,7 @@ class CameraButton : public Gtk::MenuButton {
   void show(const LiveCapture& capture);
 
  private:
+  DeviceMenu mMenu{"win.camera"};
   Gtk::Label mName;
 };
 
@@ -26,6 +45,7 @@ class MicrophoneButton : public Gtk::MenuButton {
   void setLevel(float level);
 
  private:
+  DeviceMenu mMenu{"win.microphone"};
   Gtk::Image mIcon;
   Gtk::Label mName;
   Gtk::LevelBar mLevel;

@@ -65,7 +65,8 @@ MainWindow::MainWindow(Glib::RefPtr<Gio::Settings> settings)
 }
 
 MainWindow::~MainWindow() {
-  for (auto* const connection : {&mTick, &mCountdownTick, &mBurst, &mFlashEnd, &mHideBar, &mHidden, &mSurfaceState})
+  for (auto* const connection :
+       {&mTick, &mCountdownTick, &mBurst, &mFlashEnd, &mHideBar, &mHidden, &mSurfaceState, &mSurfaceWidth})
     connection->disconnect();
   mCapture->close();
 }
@@ -111,6 +112,8 @@ void MainWindow::buildContent() {
   mProgress.add_css_class("progress");
   mProgress.add_css_class("osd");
   mProgress.add_css_class("numeric");
+  mProgress.set_wrap();
+  mProgress.set_justify(Gtk::Justification::CENTER);
   mProgress.set_halign(Gtk::Align::CENTER);
   mProgress.set_valign(Gtk::Align::END);
   mProgress.set_margin(12);
@@ -209,14 +212,14 @@ void MainWindow::showMirrored() {
 
 /// Keeps the folder that is chosen under `key`.
 void MainWindow::chooseFolder(const std::string& key, const std::string& title) {
-  const auto chooser =
-      Gtk::FileChooserNative::create(title, *this, Gtk::FileChooser::Action::SELECT_FOLDER, _("_Choose"), "");
-  chooser->set_modal();
-  chooser->signal_response().connect([this, chooser, key](int response) {
-    if (response == static_cast<int>(Gtk::ResponseType::ACCEPT) && chooser->get_file())
+  mChooser = Gtk::FileChooserNative::create(title, *this, Gtk::FileChooser::Action::SELECT_FOLDER, _("_Choose"), "");
+  mChooser->set_modal();
+  mChooser->signal_response().connect([this, key](int response) {
+    const auto chooser = std::exchange(mChooser, {});
+    if (chooser && response == static_cast<int>(Gtk::ResponseType::ACCEPT) && chooser->get_file())
       mSettings->set_string(key, chooser->get_file()->get_path());
   });
-  chooser->show();
+  mChooser->show();
 }
 
 void MainWindow::chooseCameraNamed(const std::string& name) {
@@ -430,6 +433,10 @@ void MainWindow::pointerMoved() {
 void MainWindow::surfaceChanged() {
   const auto surface = get_realized() ? std::dynamic_pointer_cast<Gdk::Toplevel>(get_surface()) : nullptr;
   if (!surface) return;
+  if (!mSurfaceWidth.connected())
+    mSurfaceWidth =
+        get_surface()->property_width().signal_changed().connect(sigc::mem_fun(*this, &MainWindow::widthChanged));
+  widthChanged();
   if (!mSurfaceState.connected())
     mSurfaceState =
         surface->property_state().signal_changed().connect(sigc::mem_fun(*this, &MainWindow::surfaceChanged));
@@ -442,6 +449,16 @@ void MainWindow::surfaceChanged() {
   if (mHidden.connected()) return;
   mHidden = Glib::signal_timeout().connect_seconds([this] { return mCapture->setWanted(false), true; },
                                                    mSettings->get_uint("camera-off-after"));
+}
+
+/// What is narrow depends on the size of the text.
+void MainWindow::widthChanged() {
+  constexpr int kLine = 76;  // characters: a message with its buttons beside it
+  const auto surface = get_surface();
+  if (!surface) return;
+  const auto text = get_pango_context();
+  const int character = text->get_metrics(text->get_font_description()).get_approximate_char_width();
+  mMessages.setNarrow(surface->get_width() < kLine * character / PANGO_SCALE);
 }
 
 void MainWindow::inhibitSleep(bool inhibits) {

@@ -60,6 +60,7 @@ class MainWindow : public Gtk::ApplicationWindow {
   void setFullScreen(bool isFullScreen);
   void pointerMoved();
   void surfaceChanged();
+  void widthChanged();
   void inhibitSleep(bool inhibits);
   void closeNow();
   bool closeRequested();
@@ -85,6 +86,7 @@ class MainWindow : public Gtk::ApplicationWindow {
   RecordBar mBar;
   PicturePanel mPanel;
   std::unique_ptr<DoctorWindow> mDoctor;
+  Glib::RefPtr<Gtk::FileChooserNative> mChooser;  ///< of a folder, while it is open
   Glib::RefPtr<Gio::SimpleAction> mRecordAction;
   Glib::RefPtr<Gio::SimpleAction> mPhotoAction;
   Glib::RefPtr<Gio::SimpleAction> mCameraAction;
@@ -100,6 +102,7 @@ class MainWindow : public Gtk::ApplicationWindow {
   sigc::connection mHideBar;
   sigc::connection mHidden;
   sigc::connection mSurfaceState;
+  sigc::connection mSurfaceWidth;
   int mSecondsLeft = 0;
   bool mIsPhotoUnderWay = false;
   bool mIsAsking = false;  ///< whether to stop recording and close

@@ -35,18 +35,23 @@ class MessageList : public Gtk::Box {
   void remove(const std::string& id);
   /// One that holds as long as something is so.
   void showWhile(bool isSo, const Message& message);
+  /// Whether the buttons of a message stand below its text.
+  void setNarrow(bool isNarrow);
   bool has(const std::string& id) const { return mRows.count(id) > 0; }
   const Presence<MessageList>& presence() const { return mPresence; }
 
  private:
   struct Row {
     std::string text;
-    Gtk::Widget* widget = nullptr;
+    Gtk::Grid* widget = nullptr;
+    Gtk::Box* buttons = nullptr;
     sigc::connection timeout;
   };
-  Gtk::Widget* makeRow(const Message& message);
+  Row makeRow(const Message& message);
+  void placeButtons(const Row& row) const;
 
   std::map<std::string, Row> mRows;
+  bool mIsNarrow = false;
   const Presence<MessageList> mPresence{this};
 };
 

@@ -38,7 +38,7 @@ class Desktop:
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="vesk-desktop-"))
         reading, writing = os.pipe()
         # A number that no server had just before: one that ends removes the socket of its number.
-        self.server = subprocess.Popen(["Xvfb", f":{random.randrange(1000, 30000)}", "-displayfd", str(writing), "-screen", "0", "1280x800x24", "-nolisten", "tcp"],
+        self.server = subprocess.Popen(["Xvfb", f":{random.randrange(1000, 30000)}", "-displayfd", str(writing), "-screen", "0", "1280x800x24", "-nolisten", "tcp", "-noreset"],
                                        pass_fds=[writing], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                                        stderr=subprocess.DEVNULL)
         os.close(writing)

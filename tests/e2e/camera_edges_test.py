@@ -1,0 +1,99 @@
+"""What a person runs into with the desktop program: places that cannot be written to, devices that go and look alike."""
+import os
+import shutil
+import subprocess
+import unittest
+
+from desktop import DesktopTest, until
+from program import probe, warnings_of_ffmpeg
+
+CAMERA = "simulated:camera"
+PLAIN = "simulated:camera:plain"
+MICROPHONE = "simulated:microphone"
+
+
+class Edges(DesktopTest):
+    def film(self, app):
+        """Records a little more, and answers the film, which must be whole."""
+        before = app.films()
+        app.click("Record")
+        app.grows()
+        app.click("Stop recording")
+        film, = until(lambda: [film for film in app.films() if film not in before], "the film")
+        self.assertEqual(warnings_of_ffmpeg(film), "")
+        return film
+
+    @unittest.skipIf(os.geteuid() != 0, "only root mounts")
+    def test_where_nothing_can_be_written_another_folder_is_offered(self):
+        videos, pictures = self.folder / "Videos", self.folder / "Pictures"
+        for place in (videos, pictures):
+            place.mkdir()
+            subprocess.run(["mount", "-t", "tmpfs", "-o", "ro", "none", str(place)], check=True)
+            self.addCleanup(subprocess.run, ["umount", "-l", str(place)], stderr=subprocess.DEVNULL)
+        app = self.start()
+        app.click("Record")
+        app.find(f'Cannot write in "{videos}"')
+        app.click("Take a photo")
+        until(lambda: sum(name == "Choose Folder" for name in app.names()) >= 2, "a choice for both")
+        app.find("Record")
+        subprocess.run(["umount", str(videos)], check=True)
+        self.film(app)
+        app.gone(f'Cannot write in "{videos}"')
+
+    def test_a_folder_that_was_deleted_is_made_again(self):
+        app = self.start()
+        app.find("Camera: Simulated Camera")
+        for name in ("Videos", "Pictures"):
+            shutil.rmtree(self.folder / name)
+        app.click("Take a photo")
+        until(app.photos, "the photo")
+        self.film(app)
+
+    def test_a_microphone_that_goes_while_a_film_is_recorded_is_said(self):
+        app = self.start()
+        app.click("Record")
+        app.grows()
+        app.command(f"out {MICROPHONE}")
+        app.find("“Simulated Microphone” was unplugged. The film goes on without sound.")
+        app.grows()
+        app.command(f"in {MICROPHONE}")
+        app.gone("“Simulated Microphone” was unplugged.")
+        app.grows()
+        app.click("Stop recording")
+        film, = until(app.films, "the film")
+        self.assertEqual(warnings_of_ffmpeg(film), "")
+        found = probe(film)
+        self.assertAlmostEqual(float(found["audio"]["duration"]), float(found["video"]["duration"]), delta=1.0)
+
+    def test_cameras_are_not_changed_while_a_film_is_recorded(self):
+        app = self.start()
+        app.click("Record")
+        app.grows()
+        app.click("Camera: Simulated Camera")
+        item = app.find("Simulated Plain Camera")
+        self.assertFalse(item.has(item.SENSITIVE))
+        app.key("Escape", "F5")  # and it is not started anew
+        app.grows()
+        app.click("Stop recording")
+        until(app.films, "the film")
+        self.assertEqual(len(app.films()), 1)
+        self.assertEqual(warnings_of_ffmpeg(app.films()[0]), "")
+
+    def test_full_screen_without_a_camera_and_back(self):
+        self.desktop.manage_windows()
+        app = self.start(setup=f"out {CAMERA};out {PLAIN}")
+        app.find("There is no camera. Plug one in.")
+        app.key("F11")
+        app.command(f"in {PLAIN}")
+        app.find("Camera: Simulated Plain")
+        app.gone("There is no camera")
+        app.command(f"out {PLAIN}")
+        app.find("There is no camera. Plug one in.")
+        app.key("Escape")
+        app.command(f"in {CAMERA}")
+        app.find("Camera: Simulated Camera")
+        self.film(app)
+
+
+if __name__ == "__main__":
+    unittest.main()
