@@ -249,12 +249,20 @@ void AVAssetWriterAdapter::State::wakeWriter(size_t waiting, uint64_t size, AVAs
   const bool haveBytesGathered = bytes / kGatheredBytes > (bytes - std::min(size, bytes)) / kGatheredBytes;
   if ((waiting != 0 && waiting % kGatheredSamples == 0) || haveBytesGathered) return input.mediaDataAvailable();
   // An exchange here and there: a sample queued while a wake is pending is seen by its pull.
-  if (mWakePending.exchange(true)) return;
+  if (!mWakePending.exchange(true)) wakeSoon(*mWriterQueue);
+}
+
+/// Pulls every so often while samples come. From the second time on it is the writer queue itself that asks for the
+/// next time, which wakes no thread.
+void AVAssetWriterAdapter::State::wakeSoon(DispatchQueue& writerQueue) {
   try {
-    mWriterQueue->asyncAfter(kLongestWait, [this, writing = mWriting] {
+    // The queue is there as long as `alive` says so: it is waited for before it goes.
+    writerQueue.asyncAfter(kLongestWait, [this, writing = mWriting, &writerQueue] {
       if (!writing->alive) return;
-      mWakePending.exchange(false);
-      pullWaiting();
+      const bool isInUse = mAudioQueue.count() + mVideoQueue.count() != 0;
+      if (!isInUse) mWakePending.exchange(false);
+      pullWaiting();  // what was queued while the wake was pending, too
+      if (isInUse) wakeSoon(writerQueue);
     });
   } catch (...) {
     mWakePending = false;  // no memory for this wake; the next sample asks for another

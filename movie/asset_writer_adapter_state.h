@@ -58,6 +58,7 @@ class AVAssetWriterAdapter::State {
   void startWriting() VESK_REQUIRES(mMutex);
   bool mustBeDiscarded(const CMSampleBuffer& sample) VESK_REQUIRES(mMutex);
   void wakeWriter(size_t waiting, uint64_t size, AVAssetWriterInput& input) VESK_REQUIRES(mMutex);
+  void wakeSoon(DispatchQueue& writerQueue);
   int32_t noteFailure(NSError error) const;
   int32_t reportFailure(const AVAssetWriter& writer) const;
 

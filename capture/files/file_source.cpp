@@ -18,6 +18,10 @@ namespace vesk::capture {
 
 namespace {
 
+/// How late sound may come, microseconds, to come along with a picture, as a sound server too hands on what has
+/// gathered: an interval of 30 pictures a second. Its stamps say when it was heard.
+constexpr int64_t kSoundSlack = 34'000;
+
 /// What the devices of one file share.
 class SharedFootage {
  public:
@@ -88,8 +92,8 @@ class FileDevice : public CaptureDevice {
       if (mIsExclusive) mFootage->release(mKind);
       return failed(kVCIFailed, {Cause::kUnreadable, std::move(error), "Name a movie or sound file that plays."});
     }
-    mCapture.begin(
-        std::make_shared<TrackStream>(std::move(units), std::move(callback), mFootage->loop(), mFootage->name()));
+    mCapture.begin(std::make_shared<TrackStream>(std::move(units), std::move(callback), mFootage->loop(),
+                                                 mFootage->name(), mKind == DeviceKind::kAudio ? kSoundSlack : 0));
     return kVCISuccess;
   }
 

@@ -10,11 +10,12 @@
 namespace vesk::capture {
 
 TrackStream::TrackStream(std::unique_ptr<UnitReader> reader, FrameCallback callback, std::optional<Loop> loop,
-                         std::string name)
+                         std::string name, int64_t slack)
     : mReader(std::move(reader)),
       mCallback(std::move(callback)),
       mLoop(loop && loop->length() > 0 ? loop : std::nullopt),
-      mName(std::move(name)) {}
+      mName(std::move(name)),
+      mSlack(slack) {}
 
 void TrackStream::seek(int64_t time) {
   mNext.reset();

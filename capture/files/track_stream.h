@@ -13,11 +13,14 @@ namespace vesk::capture {
 /// Plays a track to the scheduler, once or in a loop.
 class TrackStream : public PacedStream {
  public:
-  /// Plays to the end, then what `loop` says again and again; none plays it once. `name` stands in the log.
-  TrackStream(std::unique_ptr<UnitReader> reader, FrameCallback callback, std::optional<Loop> loop, std::string name);
+  /// Plays to the end, then what `loop` says again and again; none plays it once. `name` stands in the log;
+  /// `slack` is that of a PacedStream.
+  TrackStream(std::unique_ptr<UnitReader> reader, FrameCallback callback, std::optional<Loop> loop, std::string name,
+              int64_t slack = 0);
 
   void seek(int64_t time) override;
   std::optional<int64_t> nextTime() override;
+  int64_t slack() const override { return mSlack; }
   void deliver(int64_t timestamp) override;
 
  private:
@@ -28,6 +31,7 @@ class TrackStream : public PacedStream {
   const FrameCallback mCallback;
   const std::optional<Loop> mLoop;
   const std::string mName;
+  const int64_t mSlack;
 
   bool mHasBegun = false;
   bool mHasEnded = false;

@@ -35,6 +35,7 @@ class PacedScheduler::Player : public std::enable_shared_from_this<Player> {
  private:
   struct Entry {
     std::shared_ptr<PacedStream> stream;
+    int64_t slack = 0;
     bool hasJoined = false;
     std::optional<int64_t> nextTime;
   };
@@ -57,6 +58,7 @@ class PacedScheduler::Player : public std::enable_shared_from_this<Player> {
   Entry* find(const std::shared_ptr<PacedStream>& stream) VESK_REQUIRES(mMutex);
   Entry* newcomer() VESK_REQUIRES(mMutex);
   Entry* earliest() VESK_REQUIRES(mMutex);
+  int64_t wakeTime(const Entry& first) VESK_REQUIRES(mMutex);
   int64_t position() const VESK_REQUIRES(mMutex);
   void beginTime() VESK_REQUIRES(mMutex);
   void endTime() VESK_REQUIRES(mMutex);
@@ -96,9 +98,11 @@ void PacedScheduler::Player::observeTransport() {
 }
 
 void PacedScheduler::Player::add(std::shared_ptr<PacedStream> stream) {
+  if (!stream) return;
+  const int64_t slack = stream->slack();
   MutexLock lock(mMutex);
-  if (!stream || find(stream)) return;
-  mEntries.push_back({std::move(stream), false, std::nullopt});
+  if (find(stream)) return;
+  mEntries.push_back({std::move(stream), slack, false, std::nullopt});
   if (!mIsRunning) {
     mIsRunning = true;
     mTransport.sourceStarted();
@@ -184,7 +188,7 @@ PacedScheduler::Player::Step PacedScheduler::Player::waitForStep() {
     if (!mBase) beginTime();
     const int64_t time = *entry->nextTime;
     if (mPace == Pace::kRealTime) {
-      const int64_t due = *mBase + pauses() + time;
+      const int64_t due = *mBase + pauses() + wakeTime(*entry);
       if (monotonicMicroseconds() < due) {
         mChanged.wait_until(mMutex, monotonicMoment(due));
         continue;
@@ -257,6 +261,17 @@ PacedScheduler::Player::Entry* PacedScheduler::Player::earliest() {
     if (!first || *entry.nextTime < *first->nextTime) first = &entry;
   }
   return first;
+}
+
+/// When the stream whose frame is due first is delivered: at that moment, or together with the next frame that cannot
+/// wait.
+int64_t PacedScheduler::Player::wakeTime(const Entry& first) {
+  std::optional<int64_t> wake;
+  for (const Entry& entry : mEntries) {
+    if (first.slack == 0 || entry.slack != 0 || !entry.nextTime) continue;
+    if (*entry.nextTime <= *first.nextTime + first.slack) wake = std::min(wake.value_or(INT64_MAX), *entry.nextTime);
+  }
+  return wake.value_or(*first.nextTime);
 }
 
 /// The source's time now.

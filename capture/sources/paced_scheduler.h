@@ -18,6 +18,9 @@ class PacedStream {
   virtual void seek(int64_t time) = 0;
   /// When the next frame is due; none at the end.
   virtual std::optional<int64_t> nextTime() = 0;
+  /// How much later than it is due a frame may be delivered in real time, microseconds, where it then comes along with
+  /// one of another stream: the processor wakes once for both. Always the same, asked on any thread.
+  virtual int64_t slack() const { return 0; }
   /// Delivers the frame that is due, stamped `timestamp` (microseconds of the process's monotonic clock).
   virtual void deliver(int64_t timestamp) = 0;
 };

@@ -27,12 +27,13 @@ struct Delivery {
 /// A frame every `interval`, `count` in all.
 class TestStream : public PacedStream {
  public:
-  TestStream(std::string name, int64_t interval, int64_t count, Recorder<Delivery>& recorder)
-      : mName(std::move(name)), mInterval(interval), mCount(count), mRecorder(recorder) {}
+  TestStream(std::string name, int64_t interval, int64_t count, Recorder<Delivery>& recorder, int64_t slack = 0)
+      : mName(std::move(name)), mInterval(interval), mCount(count), mRecorder(recorder), mSlack(slack) {}
 
   std::function<void()> onDeliver;
   std::atomic<int> asked = 0;
 
+  int64_t slack() const override { return mSlack; }
   void seek(int64_t time) override { mNext = (time + mInterval - 1) / mInterval; }
   std::optional<int64_t> nextTime() override {
     ++asked;
@@ -49,6 +50,7 @@ class TestStream : public PacedStream {
   const int64_t mInterval;
   const int64_t mCount;
   Recorder<Delivery>& mRecorder;
+  const int64_t mSlack;
   int64_t mNext = 0;
 };
 
@@ -101,6 +103,27 @@ TEST_F(PacedSchedulerTest, PlaysStreamsReleasedTogetherInTheOrderOfTheirTimesUpT
       EXPECT_GE(all[i].at, pace == Pace::kRealTime ? all[i].timestamp : 0) << "early";
     }
     EXPECT_LE(quick->asked, 18) << "the stream is asked once a delivery";
+  }
+}
+
+TEST_F(PacedSchedulerTest, WhatMayBeLateComesWithTheNextFrameOfAnotherStream) {
+  constexpr int64_t kPictures = 10'000;
+  expectEnd();
+  transport.hold();
+  PacedScheduler scheduler(Pace::kRealTime, transport);
+  scheduler.add(stream("pictures", kPictures, 5));
+  scheduler.add(std::make_shared<TestStream>("sound", 3000, 20, recorder, kPictures));
+  transport.release();
+  ended.wait();
+
+  const auto all = recorder.items();
+  ASSERT_EQ(all.size(), 25U);
+  for (size_t i = 1; i < all.size(); ++i) {
+    EXPECT_EQ(all[i].timestamp, all[0].timestamp + all[i].time) << "when it was, not when it came";
+    EXPECT_GE(all[i].time, all[i - 1].time);
+    if (all[i].stream != "sound" || all[i].time > 4 * kPictures) continue;  // then there is nothing to come with
+    const int64_t withPicture = (all[i].time + kPictures - 1) / kPictures * kPictures;
+    EXPECT_GE(all[i].at, all[0].timestamp + withPicture) << "sound of " << all[i].time;
   }
 }
 
