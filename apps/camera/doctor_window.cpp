@@ -79,7 +79,6 @@ DoctorWindow::DoctorWindow(Gtk::Window& parent, std::string folder) : mFolder(st
   mAgain.signal_clicked().connect([this] { look(); });
   header->pack_start(mAgain);
   set_titlebar(*header);
-  mScrolled.set_policy(Gtk::PolicyType::NEVER, Gtk::PolicyType::AUTOMATIC);
   mSpinner.set_size_request(32, 32);
   mSpinner.set_halign(Gtk::Align::CENTER);
   mSpinner.set_valign(Gtk::Align::CENTER);
@@ -105,8 +104,11 @@ void DoctorWindow::look() {
 void DoctorWindow::showFindings(const std::vector<Finding>& findings) {
   mSpinner.stop();
   mAgain.set_sensitive();
-  mScrolled.set_child(*Gtk::manage(Glib::wrap(pageOf(findings))));
-  set_child(mScrolled);
+  GtkWidget* const page = pageOf(findings);
+  // The page scrolls by itself, in a part that takes the keys and has no name.
+  if (GtkWidget* const scrolled = gtk_widget_get_first_child(page))
+    gtk_accessible_update_property(GTK_ACCESSIBLE(scrolled), GTK_ACCESSIBLE_PROPERTY_LABEL, _("Something Wrong?"), -1);
+  set_child(*Gtk::manage(Glib::wrap(page)));
 }
 
 }  // namespace vesk::camera

@@ -22,7 +22,6 @@ class DoctorWindow : public Gtk::Window {
 
   const std::string mFolder;
   const Presence<DoctorWindow> mPresence{this};
-  Gtk::ScrolledWindow mScrolled;
   Gtk::Spinner mSpinner;
   Gtk::Button mAgain;
 };
