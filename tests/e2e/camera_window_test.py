@@ -1,4 +1,5 @@
 """The desktop program's window as a window manager treats it: minimized, full screen, narrow."""
+import shutil
 import subprocess
 import unittest
 
@@ -43,6 +44,25 @@ class Window(DesktopTest):
         app.grows()
         app.key("ctrl+r")
         until(lambda: len(app.films()) == 2, "the second film")
+
+
+class Wayland(DesktopTest):
+    @unittest.skipUnless(shutil.which("weston"), "weston is not installed")
+    def test_a_film_is_recorded_on_wayland(self):
+        weston = subprocess.Popen(["weston", "--backend=headless-backend.so", "--socket=vesk-test", "--idle-time=0"],
+                                  stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(weston.wait)
+        self.addCleanup(weston.terminate)
+        until((self.desktop.folder / "vesk-test").exists, "the compositor")
+        app = self.start(environment={"WAYLAND_DISPLAY": "vesk-test", "GDK_BACKEND": "wayland"})
+        app.click("Record")
+        app.grows()
+        app.click("Take a photo")
+        until(app.photos, "the photo")
+        app.click("Stop recording")
+        film, = until(app.films, "the film")
+        self.assertEqual(warnings_of_ffmpeg(film), "")
+        self.assertNotIn("CRITICAL", app.text_of_log())
 
 
 if __name__ == "__main__":
