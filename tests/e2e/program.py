@@ -65,6 +65,31 @@ def picture_hashes(movie, *options):
     return [line.split(",")[-1].strip() for line in text.splitlines() if line and not line.startswith("#")]
 
 
+def picture_numbers(movie):
+    """The number that the simulated camera stamped on each picture, in order; None where it cannot be read. It is
+    written in the top left corner: two rows of 16 squares, white or black, 24 bits of number and 8 that check it."""
+    side = max(int(probe(movie)["video"]["width"]) // 640, 1) * 16
+    squares = tool("ffmpeg", "-v", "error", "-nostdin", "-i", movie, "-map", "0:v:0", "-fps_mode", "passthrough",
+                   "-vf", f"crop={16 * side}:{2 * side}:0:0,scale=16:2:flags=area", "-pix_fmt", "gray", "-f", "rawvideo",
+                   "-", binary=True)
+    numbers = []
+    for first in range(0, len(squares), 32):
+        bits = int("".join("01"[luma > 127] for luma in squares[first:first + 32]), 2)
+        number = bits >> 8
+        is_whole = bits & 0xFF == (number >> 16 ^ number >> 8 ^ number ^ 0xA5) & 0xFF
+        numbers.append(number if is_whole else None)
+    return numbers
+
+
+def least_likeness(movie, reference, first):
+    """The peak signal-to-noise ratio, in dB, of the picture that is least like that of the reference: the movie's first
+    is beside the reference's picture of that index."""
+    align = f"[1:v]trim=start_frame={first},setpts=N/30/TB[second];[0:v]setpts=N/30/TB[one]"
+    stats = tool("ffmpeg", "-v", "error", "-nostdin", "-i", movie, "-i", reference, "-lavfi",
+                 f"{align};[one][second]psnr=stats_file=-:shortest=1", "-fps_mode", "passthrough", "-f", "null", "-")
+    return min(float(line.split("psnr_avg:")[1].split()[0]) for line in stats.splitlines() if "psnr_avg:" in line)
+
+
 def sound_bytes(movie):
     """The sound as 16-bit samples, nothing added and nothing resampled."""
     return tool("ffmpeg", "-v", "error", "-nostdin", "-i", movie, "-map", "0:a:0", "-f", "s16le", "-", binary=True)
