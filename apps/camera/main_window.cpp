@@ -471,12 +471,11 @@ void MainWindow::inhibitSleep(bool inhibits) {
 }
 
 bool MainWindow::closeRequested() {
-  if (mFilm.isActive()) {
+  if (mFilm.isActive())
     askToClose();
-    return true;
-  }
-  closeNow();
-  return false;
+  else
+    closeNow();
+  return true;  // GTK would destroy the widgets at once, which what still comes from the devices is shown in
 }
 
 void MainWindow::askToClose() {
