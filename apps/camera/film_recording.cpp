@@ -66,6 +66,7 @@ void FilmRecording::say(const RecordingEvent& event) {
       for (const char* id : {"film-camera", "film-frames"}) mMessageGone.emit(id);
       return;
     case Kind::kCameraRemoved:
+      mMessageGone.emit("film-sound");  // a microphone that went along with the camera is of the film that ends
       return problem(
           "film-camera",
           filled(_("“{}” was unplugged. What was filmed is kept. Plug it in again, and it goes on in the next film."),

@@ -81,8 +81,9 @@ class Desktop:
                         str(file)], check=True, stdin=subprocess.DEVNULL)
 
 
-def until(condition, what, timeout=TIMEOUT):
-    """Waits until condition answers something, and answers that."""
+def until(condition, what, timeout=None):
+    """Waits until condition answers something, for TIMEOUT unless another is given, and answers that."""
+    timeout = timeout or TIMEOUT
     end = time.monotonic() + timeout
     while True:
         try:
@@ -231,7 +232,7 @@ class CameraProgram:
                      lambda: f"“{name}” among {self.names()}; {self.text_of_log()}")
 
     def gone(self, name):
-        until(lambda: not self.has(name), f"“{name}” still there")
+        until(lambda: not self.has(name), lambda: f"“{name}” still there; {self.text_of_log()}")
 
     def click(self, name):
         """Does what a click on the button with this in its name does, once that is possible."""
