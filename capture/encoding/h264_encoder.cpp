@@ -61,7 +61,8 @@ std::unique_ptr<H264Encoder> H264Encoder::create(const Settings& settings, const
   if (!encoder) return failed(AVERROR(ENOMEM));
   const bool isTimed = settings.intervalNumerator > 0 && settings.intervalNumerator <= INT32_MAX &&
                        settings.intervalDenominator > 0 && settings.intervalDenominator <= INT32_MAX;
-  if (!isTimed) return failed(AVERROR(EINVAL));
+  const bool isEven = settings.width > 0 && settings.height > 0 && (settings.width | settings.height) % 2 == 0;
+  if (!isTimed || !isEven) return failed(AVERROR(EINVAL));  // libx264 loses memory when it refuses by itself
   const auto numerator = static_cast<int>(settings.intervalNumerator);
   const auto denominator = static_cast<int>(settings.intervalDenominator);
   encoder->width = settings.width;
