@@ -45,13 +45,11 @@ constexpr uint32_t usualH264BitRate(int32_t width, int32_t height, uint64_t inte
 /// common: at one quantizer, footage takes four times the pixels with 1.7 to 2.5 times the bits, the rows above with
 /// up to 2.8. This gives 2.5.
 inline uint32_t encodedH264BitRate(int32_t width, int32_t height, uint64_t interval) {
-  constexpr double kPixels = 1280.0 * 720;
-  constexpr double kBitRate = 2048000;
   const uint32_t usual = usualH264BitRate(width, height, interval);
-  const double pixels = static_cast<double>(width) * height;
-  if (pixels <= kPixels) return usual;
-  const double larger = std::min(kBitRate * std::cbrt(pixels / kPixels * (pixels / kPixels)), double{UINT32_MAX});
-  return std::max(usual, h264BitRateAt(interval, static_cast<uint32_t>(larger)));
+  const double share = static_cast<double>(width) * height / (1280.0 * 720);
+  if (share <= 1) return usual;
+  const double larger = usualH264BitRate(1280, 720, interval) * std::cbrt(share * share);
+  return std::max(usual, static_cast<uint32_t>(std::min(larger, double{UINT32_MAX})));
 }
 
 }  // namespace vesk::capture

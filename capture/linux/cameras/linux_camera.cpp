@@ -15,7 +15,6 @@ namespace vesk::capture {
 namespace {
 
 // The extension unit of cameras with an encoder (USB Video Payload H.264 1.0, Picture Type Control).
-// Payload 1.0, 3.3.9).
 constexpr auto kH264UnitSet = propertySetIdentifier("A29E7641-DE04-47E3-8B2B-F4341AFF003B");
 constexpr uint32_t kPictureType = 9;
 constexpr std::array<uint8_t, 4> kIDRFrame{0, 0, 1, 0};  ///< of layer 0
