@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
-#include <deque>
 #include <mutex>
 
 #include <vesk/dispatch_queue.h>
@@ -17,52 +15,7 @@ namespace {
 
 constexpr auto kMovie = AVFileType::AVFileTypeQuickTimeMovie;
 
-/// A source that an input's block empties, like the queue of a recording.
-class Feed {
- public:
-  Feed(std::shared_ptr<AVAssetWriterInput> input, std::shared_ptr<DispatchQueue> queue) : mInput(std::move(input)) {
-    mInput->requestMediaDataWhenReadyOnQueue(std::move(queue), [this] { pull(); });
-  }
-  void add(CMSampleBufferRef sample) {
-    {
-      std::lock_guard lock(mMutex);
-      mWaiting.push_back(std::move(sample));
-    }
-    mInput->mediaDataAvailable();
-  }
-  void waitUntilEmpty() {
-    std::unique_lock lock(mMutex);
-    mEmptied.wait(lock, [this] { return mWaiting.empty() && !mAppending; });
-  }
-  int runs() const { return mRuns; }
-  int refused() const { return mRefused; }
-
- private:
-  void pull() {
-    ++mRuns;
-    std::unique_lock lock(mMutex);
-    while (!mWaiting.empty()) {
-      auto sample = std::move(mWaiting.front());
-      mWaiting.pop_front();
-      mAppending = true;
-      lock.unlock();
-      if (!mInput->isReadyForMoreMediaData() || !mInput->appendSampleBuffer(sample)) ++mRefused;
-      lock.lock();
-      mAppending = false;
-    }
-    mEmptied.notify_all();
-  }
-
-  std::shared_ptr<AVAssetWriterInput> mInput;
-  std::mutex mMutex;
-  std::condition_variable mEmptied;
-  std::deque<CMSampleBufferRef> mWaiting;
-  bool mAppending = false;
-  std::atomic<int> mRuns{0};
-  std::atomic<int> mRefused{0};
-};
-
-TEST(AVAssetWriter, WritesWhatItsInputsPull) {
+TEST(AVAssetWriter, WritesWhatItsInputsTakeUntilItIsFinished) {
   TemporaryFolder folder;
   const std::string path = folder.file("movie.mov");
   NSError error;
@@ -70,44 +23,25 @@ TEST(AVAssetWriter, WritesWhatItsInputsPull) {
   ASSERT_TRUE(writer);
   EXPECT_EQ(writer->status(), AVAssetWriterStatus::Unknown);
   auto video = AVAssetWriterInput::initWithMediaType(AVMediaTypeVideo);
-  auto sound = AVAssetWriterInput::initWithMediaType(AVMediaTypeAudio);
-  for (const auto& input : {video, sound}) {
-    EXPECT_TRUE(writer->canAddInput(*input));
-    writer->addInput(input);
-    EXPECT_FALSE(writer->canAddInput(*input));
-    EXPECT_FALSE(input->isReadyForMoreMediaData());
-  }
+  EXPECT_TRUE(writer->canAddInput(*video));
+  writer->addInput(video);
+  EXPECT_FALSE(writer->canAddInput(*video));
+  EXPECT_FALSE(video->isReadyForMoreMediaData());
   ASSERT_TRUE(writer->startWriting());
   writer->startSessionAtSourceTime(kCMTimeZero);
   EXPECT_EQ(writer->status(), AVAssetWriterStatus::Writing);
-
-  auto queue = DispatchQueue::createSerial("Media Writer Queue");
-  Feed videoFeed(video, queue);
-  Feed soundFeed(sound, queue);
-  for (int i = 0; i < 100; ++i) {
-    videoFeed.add(h264Sample(static_cast<size_t>(i), i * 30'000));
-    soundFeed.add(pcmSample(pcmFormat(48000, 2), 1440, i * 30'000));
-  }
-  videoFeed.waitUntilEmpty();
-  soundFeed.waitUntilEmpty();
-  bool finished = false;
-  queue->sync([&] { finished = writer->finishWriting(); });
-  EXPECT_TRUE(finished);
+  EXPECT_TRUE(video->isReadyForMoreMediaData() && video->appendSampleBuffer(h264Sample(0, 0)));
+  EXPECT_TRUE(writer->finishWriting());
   EXPECT_EQ(writer->status(), AVAssetWriterStatus::Completed);
   EXPECT_FALSE(writer->error());
-  EXPECT_EQ(videoFeed.refused() + soundFeed.refused(), 0);
   EXPECT_FALSE(video->appendSampleBuffer(h264Sample(0, 9'000'000)));
-
-  const int runs = videoFeed.runs();
+  int runs = 0;
+  auto queue = DispatchQueue::createSerial("test");
+  video->requestMediaDataWhenReadyOnQueue(queue, [&] { ++runs; });
   video->mediaDataAvailable();
   queue->sync([] {});
-  EXPECT_EQ(videoFeed.runs(), runs) << "a finished input asks for nothing";
-
-  const ProbedMovie movie = probeMovie(readFile(path), Probe::kDecode);
-  EXPECT_EQ(movie.complaints, "");
-  ASSERT_EQ(movie.tracks.size(), 2U);
-  EXPECT_EQ(movie.tracks[0].decoded, 100);
-  EXPECT_EQ(movie.tracks[1].decoded, 144'000);
+  EXPECT_EQ(runs, 0) << "a finished input asks for nothing";
+  EXPECT_EQ(probeMovie(readFile(path)).tracks.at(0).packets, 1);
 }
 
 TEST(AVAssetWriterInput, RunsItsBlockAtOnceAndOncePerWaitingCall) {

@@ -3,9 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <condition_variable>
 #include <cstring>
-#include <mutex>
 
 #include <vesk/version.h>
 #include "platform/foundation/byte_reader.h"
@@ -49,6 +47,15 @@ class MovieFileWriterTest : public ::testing::Test {
   ProbedMovie finishAndProbe(Probe depth = Probe::kPackets) {
     EXPECT_TRUE(mWriter.finish());
     ProbedMovie movie = probe(depth);
+    EXPECT_EQ(movie.complaints, "");
+    return movie;
+  }
+
+  /// What a recovery makes of the movie as it is now.
+  ProbedMovie recovered() {
+    mFiles.put("recovered.mov", mFiles.bytes(kPath));
+    EXPECT_EQ(recoverMovieIn(mFiles, "recovered.mov").outcome, RecoveryOutcome::kRecovered);
+    ProbedMovie movie = probeMovie(mFiles.bytes("recovered.mov"));
     EXPECT_EQ(movie.complaints, "");
     return movie;
   }
@@ -208,6 +215,7 @@ TEST_F(MovieFileWriterTest, AddsATrackWhoseFirstSampleComesLate) {
   ASSERT_TRUE(growing.find("pcm_s16le"));
   EXPECT_EQ(growing.find("pcm_s16le")->firstTime, 3'000'000);
   EXPECT_EQ(layoutOf(mFiles.bytes(kPath)).substr(0, 35), "ftyp free free free moov free moof ");
+  EXPECT_EQ(recovered().find("pcm_s16le")->firstTime, 3'000'000);
 
   const ProbedMovie movie = finishAndProbe();
   ASSERT_EQ(movie.tracks.size(), 2U);
@@ -252,93 +260,98 @@ TEST_F(MovieFileWriterTest, RemovesAMovieWithoutSamples) {
   EXPECT_FALSE(mFiles.exists(kPath));
 }
 
-TEST_F(MovieFileWriterTest, GivesPicturesTheTimeToTheNextOne) {
-  const size_t video = addVideo();
-  ASSERT_TRUE(mWriter.start());
-  const std::vector<int64_t> times{0, 30'000, 90'000, 3'000'000, 3'030'000, 4'100'000};
-  for (size_t i = 0; i < times.size(); ++i) ASSERT_TRUE(mWriter.append(video, h264Sample(i, times[i])));
-  const ProbedMovie movie = finishAndProbe();
-  ASSERT_EQ(movie.tracks.size(), 1U);
-  EXPECT_EQ(movie.tracks[0].times, times);
-  EXPECT_EQ(movie.tracks[0].endTime, 4'130'000) << "the last one lasts as long as it says";
+TEST_F(MovieFileWriterTest, GivesEachPictureTheTimeToTheNextOne) {
+  struct Row {
+    const char* label;
+    int64_t sessionStart;
+    std::vector<int64_t> stamps, times;
+    int64_t end;  ///< of the last one, which lasts as long as it says; 0: not looked at
+  };
+  const std::vector<int64_t> uneven{0, 30'000, 90'000, 3'000'000, 3'030'000, 4'100'000};
+  const Row rows[] = {
+      {"uneven", 0, uneven, uneven, 4'130'000},
+      {"stamps out of order",
+       0,
+       {100'000, 130'000, 130'000, 50'000, 190'000},
+       {100'000, 130'000, 130'001, 130'002, 190'000},
+       0},
+      {"a session that starts later", 5'000'000, {5'500'000, 5'530'000}, {500'000, 530'000}, 560'000},
+      {"too long for 32 bits", 0, {0, 3'500'000'000, 7'000'000'000}, {0, 3'500'000'000, 7'000'000'000}, 7'000'030'000},
+  };
+  const auto has = [&](const char* type) {
+    const auto bytes = mFiles.bytes(kPath);
+    return std::search(bytes.begin(), bytes.end(), type, type + 4) != bytes.end();
+  };
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.label);
+    MovieFileWriter writer(kPath, mFiles, FragmentWriter::Thread::kNone);
+    const size_t video = writer.addTrack(TrackKind::kVideo);
+    ASSERT_TRUE(writer.start());
+    writer.setSessionStart(microseconds(row.sessionStart));
+    for (const int64_t stamp : row.stamps)
+      ASSERT_TRUE(writer.append(video, packedSample(packedFormat(16, 16), 0, stamp)));
+    ASSERT_TRUE(writer.finish());
+    const ProbedMovie movie = probe();
+    EXPECT_EQ(movie.complaints, "");
+    ASSERT_EQ(movie.tracks.size(), 1U);
+    EXPECT_EQ(movie.tracks[0].times, row.times);
+    EXPECT_EQ(row.end == 0 ? 0 : movie.tracks[0].endTime, row.end);
+    EXPECT_TRUE(has("stco") && !has("co64")) << "wide offsets only where they are needed";
+    mFiles.remove(kPath);
+  }
 }
 
-TEST_F(MovieFileWriterTest, KeepsPicturesInOrderWhenStampsAreNot) {
-  const size_t video = addVideo();
-  ASSERT_TRUE(mWriter.start());
-  for (const int64_t time : {100'000, 130'000, 130'000, 50'000, 190'000}) {
-    ASSERT_TRUE(mWriter.append(video, packedSample(packedFormat(16, 16), 0, time)));
-  }
-  const ProbedMovie movie = finishAndProbe();
-  EXPECT_EQ(movie.tracks[0].times, (std::vector<int64_t>{100'000, 130'000, 130'001, 130'002, 190'000}));
-}
-
-TEST_F(MovieFileWriterTest, CountsTimesFromTheSessionsStart) {
-  const size_t video = addVideo();
-  ASSERT_TRUE(mWriter.start());
-  mWriter.setSessionStart(microseconds(5'000'000));
-  for (int i = 0; i < 10; ++i)
-    ASSERT_TRUE(mWriter.append(video, h264Sample(static_cast<size_t>(i), 5'500'000 + i * 30'000)));
-  EXPECT_EQ(finishAndProbe().tracks[0].firstTime, 500'000);
-}
-
-/// Sound alone: 48 kHz, one channel.
-class PCMTimingTest : public MovieFileWriterTest {
- protected:
-  void SetUp() override {
-    mSound = addSound();
-    ASSERT_TRUE(mWriter.start());
-  }
-  void append(uint32_t frames, int64_t time, uint32_t first, uint32_t silence = 0) {
-    ASSERT_TRUE(mWriter.append(mSound, pcmSample(mFormat, frames, time, first, silence)));
-  }
-  /// The values of all frames.
-  std::vector<uint16_t> finishAndRead() {
-    const ProbedMovie movie = finishAndProbe();
-    std::vector<uint16_t> values(movie.tracks[0].content.size() / 2);
+TEST_F(MovieFileWriterTest, PlacesPCMByItsStampsAndFillsGapsWithSilence) {
+  struct Packet {
+    int64_t time;
+    uint32_t first;  ///< of 480 frames that count up
+    uint32_t silence = 0;
+  };
+  struct Run {
+    uint16_t first;  ///< 0: silence
+    size_t frames;
+  };
+  struct Row {
+    const char* label;
+    std::vector<Packet> packets;
+    std::vector<Run> runs;
+  };
+  const Row rows[] = {
+      {"a gap", {{0, 1000}, {30'000, 2000}}, {{1000, 480}, {0, 960}, {2000, 480}}},
+      {"small jitter is continuous",
+       {{0, 1000}, {11'900, 2000}, {18'000, 3000}},
+       {{1000, 480}, {2000, 480}, {3000, 480}}},
+      // 360 frames of the first silence, and all of the second, lie over sound that is there.
+      {"inserted silence over sound",
+       {{0, 1000}, {10'000, 2000}, {12'500, 3000, 480}, {25'000, 4000, 240}},
+       {{1000, 480}, {2000, 480}, {0, 120}, {3000, 480}, {4000, 480}}},
+  };
+  const auto format = pcmFormat(48000, 1);
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.label);
+    MovieFileWriter writer(kPath, mFiles, FragmentWriter::Thread::kNone);
+    const size_t sound = writer.addTrack(TrackKind::kSound);
+    ASSERT_TRUE(writer.start());
+    for (const Packet& packet : row.packets)
+      ASSERT_TRUE(writer.append(sound, pcmSample(format, 480, packet.time, packet.first, packet.silence)));
+    ASSERT_TRUE(writer.finish());
+    const ProbedMovie movie = probe();
+    std::vector<uint16_t> expected;
+    for (const Run& run : row.runs)
+      for (size_t i = 0; i < run.frames; ++i)
+        expected.push_back(static_cast<uint16_t>(run.first == 0 ? 0 : run.first + i));
+    std::vector<uint16_t> values(movie.tracks.at(0).content.size() / 2);
     memcpy(values.data(), movie.tracks[0].content.data(), values.size() * 2);
-    return values;
+    EXPECT_EQ(values, expected);
+    EXPECT_EQ(movie.complaints, "");
+    mFiles.remove(kPath);
   }
-
-  size_t mSound = 0;
-  CMAudioFormatDescriptionRef mFormat = pcmFormat(48000, 1);
-};
-
-TEST_F(PCMTimingTest, FillsAGapWithSilence) {
-  append(480, 0, 1000);
-  append(480, 30'000, 2000);
-  const auto values = finishAndRead();
-  ASSERT_EQ(values.size(), 480U + 960 + 480);
-  EXPECT_EQ(values[479], 1479);
-  EXPECT_EQ(values[480], 0);
-  EXPECT_EQ(values[1439], 0);
-  EXPECT_EQ(values[1440], 2000);
 }
 
-TEST_F(PCMTimingTest, TakesSmallJitterAsContinuous) {
-  append(480, 0, 1000);
-  append(480, 11'900, 2000);
-  append(480, 18'000, 3000);
-  EXPECT_EQ(finishAndRead().size(), 1440U);
-}
-
-TEST_F(PCMTimingTest, LeavesOutInsertedSilenceThatLiesOverSound) {
-  append(480, 0, 1000);
-  append(480, 10'000, 2000);
-  // Silence of 480 frames at 12.5 ms: 360 frames of it lie over sound that ends at 20 ms.
-  append(480, 12'500, 3000, 480);
-  // All of it does.
-  append(480, 25'000, 4000, 240);
-  const auto values = finishAndRead();
-  ASSERT_EQ(values.size(), 4 * 480U + 120);
-  EXPECT_EQ(values[959], 2479);
-  EXPECT_EQ(values[960], 0);
-  EXPECT_EQ(values[1079], 0);
-  EXPECT_EQ(values[1080], 3000);
-  EXPECT_EQ(values[1560], 4000);
-}
-
-TEST_F(PCMTimingTest, KeepsLongSoundInStep) {
+TEST_F(MovieFileWriterTest, KeepsLongPCMInStep) {
+  const size_t sound = addSound();
+  const auto format = pcmFormat(48000, 1);
+  ASSERT_TRUE(mWriter.start());
   // What the source does: every packet is placed where the one before ended, in whole microseconds,
   // and a packet of silence is put in when the stamps have fallen a packet behind the clock. Small
   // packets make of five minutes what takes hours with large ones.
@@ -351,7 +364,7 @@ TEST_F(PCMTimingTest, KeepsLongSoundInStep) {
     const int64_t clock = packet * kFrames * 1'000'000 / 48000;
     const auto silence = static_cast<uint32_t>((clock - next) / kDuration * kFrames);
     inserted += silence;
-    append(kFrames, next, static_cast<uint32_t>(packet), silence);
+    ASSERT_TRUE(mWriter.append(sound, pcmSample(format, kFrames, next, static_cast<uint32_t>(packet), silence)));
     next += (kFrames + int64_t{silence}) * 1'000'000 / 48000;
   }
   EXPECT_GT(inserted, 3000) << "the source did insert silence";
@@ -423,7 +436,7 @@ class PauseTest : public MovieFileWriterTest, public ::testing::WithParamInterfa
 TEST_P(PauseTest, KeepsSoundAndPictureTogetherAtTheCostOfNoBytes) {
   const Pause& pause = GetParam();
   const int64_t behind = kAround + (pause.left != 0 ? pause.left : steps());
-  const auto unfinished = mFiles.bytes(kPath);
+  const ProbedMovie afterRecovery = recovered();
   const ProbedMovie growing = probe();
   EXPECT_EQ(growing.complaints, "");
   EXPECT_GE(growing.tracks[0].times.back(), behind * kStep);
@@ -438,11 +451,7 @@ TEST_P(PauseTest, KeepsSoundAndPictureTogetherAtTheCostOfNoBytes) {
     EXPECT_LT(mWriter.indexMemory(), 90'000U);
   }
 
-  mFiles.put("recovered.mov", unfinished);
-  ASSERT_EQ(recoverMovieIn(mFiles, "recovered.mov").outcome, RecoveryOutcome::kRecovered);
-  const ProbedMovie recovered = probeMovie(mFiles.bytes("recovered.mov"));
-  EXPECT_EQ(recovered.complaints, "");
-  for (const ProbedMovie* one : {&movie, &recovered}) {
+  for (const ProbedMovie* one : {&movie, &afterRecovery}) {
     const auto& times = one->tracks[0].times;
     EXPECT_NE(std::find(times.begin(), times.end(), behind * kStep), times.end());
     if (one == &movie || !pause.isAAC) {
@@ -482,11 +491,9 @@ TEST_F(MovieFileWriterTest, LetsATrackThatEndsEarlyLastAsLongAsTheMovie) {
       const auto packet = pcmSample(pcmFormat(8000, 1), 4000, i * 500'000);
       ASSERT_TRUE((!isBoth && isSoundShort) || writer.append(sound, packet));
     }
-    mFiles.put("recovered.mov", mFiles.bytes(kPath));
-    ASSERT_EQ(recoverMovieIn(mFiles, "recovered.mov").outcome, RecoveryOutcome::kRecovered);
+    const ProbedMovie afterRecovery = recovered();
     ASSERT_TRUE(writer.finish());
-    for (const char* path : {kPath, "recovered.mov"}) {
-      const ProbedMovie movie = probeMovie(mFiles.bytes(path));
+    for (const ProbedMovie& movie : {afterRecovery, probe()}) {
       EXPECT_EQ(movie.complaints, "");
       ASSERT_EQ(movie.tracks.size(), 2U);
       EXPECT_NEAR(static_cast<double>(movie.tracks[0].endTime), static_cast<double>(movie.tracks[1].endTime), 200);
@@ -549,21 +556,6 @@ TEST_F(MovieFileWriterTest, RefusesSamplesThatDoNotFit) {
   mWriter.finishTrack(video);
   EXPECT_FALSE(mWriter.append(video, h264Sample(1, 30'000))) << "finished";
   EXPECT_EQ(finishAndProbe().tracks[0].packets, 1);
-}
-
-TEST_F(MovieFileWriterTest, UsesWideOffsetsAndTimesOnlyWhenTheyAreNeeded) {
-  const size_t video = addVideo();
-  ASSERT_TRUE(mWriter.start());
-  const auto has = [&](const char* type) {
-    const auto bytes = mFiles.bytes(kPath);
-    return std::search(bytes.begin(), bytes.end(), type, type + 4) != bytes.end();
-  };
-  // Two hours in microseconds do not fit 32 bits.
-  for (int i = 0; i < 3; ++i) ASSERT_TRUE(mWriter.append(video, h264Sample(0, i * int64_t{3'500'000'000})));
-  const ProbedMovie movie = finishAndProbe();
-  EXPECT_EQ(movie.tracks[0].times.back(), 7'000'000'000);
-  EXPECT_TRUE(has("stco"));
-  EXPECT_FALSE(has("co64"));
 }
 
 // Failures.
@@ -667,46 +659,21 @@ TEST_F(MovieFileWriterTest, GetsByOnShortAndInterruptedWrites) {
   EXPECT_EQ(movie.tracks[0].decoded, 100);
 }
 
-TEST_F(MovieFileWriterTest, FailsWhenTheFolderVanishes) {
-  Recording recording(mWriter, Content::kH264AndPCM);
-  ASSERT_TRUE(mWriter.start());
-  ASSERT_TRUE(recording.recordUpTo(50));
-  // It is looked for after each sync. What is recorded leads to one more; when a second has begun,
-  // the first has found the folder gone.
-  std::mutex mutex;
-  std::condition_variable changed;
-  int syncs = 0;
-  mFiles.setFaults([&](auto operation, size_t, uint64_t, size_t) {
-    if (operation == MemoryFileSystem::Operation::kSync) {
-      const std::lock_guard lock(mutex);
-      ++syncs;
-      changed.notify_all();
+TEST(MovieFileWriter, FailsWhenTheFolderVanishesAlsoJustBeforeTheEnd) {
+  for (const bool isRecordedOn : {true, false}) {
+    MemoryFileSystem files;
+    MovieFileWriter writer(kPath, files, FragmentWriter::Thread::kNone);
+    Recording recording(writer, Content::kH264AndPCM);
+    ASSERT_TRUE(writer.start());
+    ASSERT_TRUE(recording.recordUpTo(50));
+    files.removeFolder();
+    if (isRecordedOn) {
+      EXPECT_FALSE(recording.recordUpTo(400)) << "it is looked for after each sync";
+      EXPECT_EQ(writer.status(), AVAssetWriterStatus::Failed);
     }
-    return MemoryFileSystem::Fault{};
-  });
-  mFiles.removeFolder();
-  std::unique_lock lock(mutex);
-  for (size_t pictures = 100;; pictures += 50) {
-    const int before = syncs;
-    lock.unlock();
-    const bool accepted = recording.recordUpTo(pictures);
-    lock.lock();
-    if (!accepted) break;
-    changed.wait(lock, [&] { return syncs > before; });
+    EXPECT_FALSE(writer.finish());
+    EXPECT_EQ(writer.error().code, AVErrorFileFailedToWrite);
   }
-  lock.unlock();
-  EXPECT_EQ(mWriter.status(), AVAssetWriterStatus::Failed);
-  EXPECT_EQ(mWriter.error().code, AVErrorFileFailedToWrite);
-  EXPECT_FALSE(mWriter.finish());
-}
-
-TEST_F(MovieFileWriterTest, FailsWhenTheFolderVanishesJustBeforeTheEnd) {
-  Recording recording(mWriter, Content::kH264AndPCM);
-  ASSERT_TRUE(mWriter.start());
-  ASSERT_TRUE(recording.recordUpTo(50));
-  mFiles.removeFolder();
-  EXPECT_FALSE(mWriter.finish());
-  EXPECT_EQ(mWriter.error().code, AVErrorFileFailedToWrite);
 }
 
 TEST_F(MovieFileWriterTest, FailsWhenSyncingDoes) {

@@ -1,8 +1,6 @@
 #include <vesk/movie_recovery.h>
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -154,38 +152,6 @@ TEST(MovieRecovery, UsesATornFragmentUpToItsLastCompleteSample) {
   EXPECT_LT(cut.result.bytesDropped, 6144U);
 }
 
-TEST(MovieRecovery, KeepsTheGapsOfARecording) {
-  MemoryFileSystem files;
-  MovieFileWriter writer(kPath, files, FragmentWriter::Thread::kNone);
-  const size_t video = writer.addTrack(TrackKind::kVideo);
-  ASSERT_TRUE(writer.start());
-  std::vector<int64_t> times;
-  times.reserve(200);
-  for (int i = 0; i < 200; ++i) times.push_back(500'000 + i * 30'000 + (i > 60 ? 7'000'000 : 0));
-  for (size_t i = 0; i < times.size(); ++i) ASSERT_TRUE(writer.append(video, h264Sample(i, times[i])));
-  const ProbedMovie movie = probeMovie(recover(files.bytes(kPath)).bytes);
-  ASSERT_GT(movie.tracks[0].times.size(), 150U);
-  times.resize(movie.tracks[0].times.size());
-  EXPECT_EQ(movie.tracks[0].times, times);
-}
-
-TEST(MovieRecovery, FindsATrackThatCameLate) {
-  MemoryFileSystem files;
-  MovieFileWriter writer(kPath, files, FragmentWriter::Thread::kNone);
-  const size_t video = writer.addTrack(TrackKind::kVideo);
-  const size_t sound = writer.addTrack(TrackKind::kSound);
-  ASSERT_TRUE(writer.start());
-  for (int i = 0; i < 200; ++i) {
-    ASSERT_TRUE(writer.append(video, h264Sample(static_cast<size_t>(i), i * 30'000)));
-    const auto packet = pcmSample(pcmFormat(48000, 1), 1440, i * 30'000);
-    ASSERT_TRUE(i < 100 || writer.append(sound, packet));
-  }
-  const ProbedMovie movie = probeMovie(recover(files.bytes(kPath)).bytes);
-  EXPECT_EQ(movie.complaints, "");
-  ASSERT_EQ(movie.tracks.size(), 2U);
-  EXPECT_EQ(movie.tracks[1].firstTime, 3'000'000);
-}
-
 TEST(MovieRecovery, LeavesAloneWhatItShould) {
   const std::string text = "Some other file that is not a movie at all.";
   const auto finished = recorded(Content::kH264AndPCM, 40, true);
@@ -318,58 +284,6 @@ TEST(MovieRecovery, ToleratesAnyBytes) {
     }
   }
 }
-
-/// Kills a recording program somewhere and looks at what it leaves.
-class KilledRecordingTest : public ::testing::TestWithParam<Content> {};
-
-TEST_P(KilledRecordingTest, LeavesAMovieThatPlaysAndRecovers) {
-  std::mt19937 random(static_cast<unsigned>(GetParam()));
-  for (int round = 0; round < 8; ++round) {
-    TemporaryFolder folder;
-    const std::string path = folder.file("movie.mov");
-    int progress[2];
-    ASSERT_EQ(pipe(progress), 0);
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-      close(progress[0]);
-      MovieFileWriter writer(path, FileSystem::posix(), FragmentWriter::Thread::kNone);
-      Recording recording(writer, GetParam());
-      if (!writer.start()) _exit(1);
-      for (size_t pictures = 10; recording.recordUpTo(pictures); pictures += 10) {
-        if (write(progress[1], "", 1) != 1) break;
-      }
-      _exit(1);
-    }
-    close(progress[1]);
-    // The child is somewhere in what follows this many pictures when it is killed.
-    size_t pictures = 0;
-    char byte;
-    for (const size_t steps = 12 + random() % 40; pictures < steps * 10 && read(progress[0], &byte, 1) == 1;)
-      pictures += 10;
-    kill(child, SIGKILL);
-    int status = 0;
-    waitpid(child, &status, 0);
-    close(progress[0]);
-    ASSERT_TRUE(WIFSIGNALED(status));
-
-    const ProbedMovie killed = probeMovie(readFile(path));
-    EXPECT_EQ(killed.complaints, "");
-    ASSERT_EQ(killed.tracks.size(), 2U);
-    const int64_t end = static_cast<int64_t>(pictures) * Recording::kPictureDuration;
-    for (const ProbedTrack& track : killed.tracks) EXPECT_GE(track.endTime, end - 1'750'000);
-    const RecoveryResult result = recoverMovie(path);
-    ASSERT_EQ(result.outcome, RecoveryOutcome::kRecovered) << result.error.what;
-    const ProbedMovie recovered = probeMovie(readFile(path), Probe::kDecode);
-    EXPECT_EQ(recovered.complaints, "");
-    EXPECT_GE(recovered.tracks[0].packets, killed.tracks[0].packets);
-    expectBeginningOf(killed, recovered);
-  }
-}
-
-INSTANTIATE_TEST_SUITE_P(All, KilledRecordingTest,
-                         ::testing::Values(Content::kH264AndPCM, Content::kPackedAndPCM, Content::kH264AndAAC),
-                         [](const auto& row) { return std::to_string(static_cast<int>(row.param)); });
 
 }  // namespace
 }  // namespace vesk::test
