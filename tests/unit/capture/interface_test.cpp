@@ -125,35 +125,6 @@ TEST_F(InterfaceTest, EnumeratesInTwoCalls) {
   }
 }
 
-TEST_F(InterfaceTest, FillsTheRecordsOfDevicesAndFormats) {
-  uint32_t count = 1;
-  CaptureDeviceRecord record;
-  ASSERT_EQ(VCI_Enum_Devices(&record, nullptr, &count), 0);
-  EXPECT_EQ(std::u16string(record.path), u"camera");
-  EXPECT_EQ(std::u16string(record.name), u"Camera camera");
-  EXPECT_EQ(record.vendorID, 0x1234);
-  EXPECT_EQ(record.productID, 0x1001);
-  EXPECT_EQ(record.revisionID, 0x0102);
-
-  count = 2;
-  VCIPixelFormat formats[2];
-  ASSERT_EQ(VCI_Enum_Pixel_Formats(video, formats, nullptr, &count), 0);
-  EXPECT_EQ(std::u16string(formats[0].code), u"avc1");
-  EXPECT_EQ(std::u16string(formats[1].code), u"2vuy");
-  VCIFrameSize sizes[2];
-  ASSERT_EQ(VCI_Enum_Frame_Sizes(video, &formats[0], sizes, nullptr, &count), 0);
-  EXPECT_EQ(sizes[1].width, 1280);
-  EXPECT_EQ(sizes[1].height, 720);
-  VCIFrameInterval intervals[2];
-  ASSERT_EQ(VCI_Enum_Frame_Intervals(video, &formats[0], &sizes[0], intervals, nullptr, &count), 0);
-  EXPECT_EQ(intervals[1].interval, 666666u);
-  ACIWaveFormat waves[2];
-  ASSERT_EQ(ACI_Enum_Wave_Formats(audio, waves, nullptr, &count), 0);
-  EXPECT_EQ(waves[1].formatCode, 0x6320);
-  EXPECT_EQ(waves[1].channels, 1);
-  EXPECT_EQ(waves[1].samplesPerSecond, 44100u);
-}
-
 TEST_F(InterfaceTest, CutsLongTextsBeforeACharacterThatDoesNotFitAndOpensByTheCutPath) {
   const std::string path(1022, 'p');  // then a character of two units at the last place
   source->attachCamera(path + "\xF0\x9F\x8E\xA5" + "tail");

@@ -5,9 +5,9 @@
 #include <type_traits>
 
 #include <vesk/audio_device.h>
-#include <vesk/log.h>
 #include <vesk/video_device.h>
 #include "tests/support/device_test.h"
+#include "tests/support/log_recorder.h"
 
 namespace vesk {
 namespace {
@@ -55,8 +55,7 @@ TEST(AVDevice, KindFollowsTheRecordsType) {
 }
 
 TEST(AVDevice, ReleasesItsDelegatesUncalledAndLogsIt) {
-  std::vector<std::string> lines;
-  setLogSink([&](LogLevel, std::string_view line) { lines.emplace_back(line); });
+  test::LogRecorder log;
   const auto info = record(0, "/a");
   info->setName("Desk camera");
   const auto receiver = std::make_shared<Receiver>();
@@ -65,10 +64,9 @@ TEST(AVDevice, ReleasesItsDelegatesUncalledAndLogsIt) {
   device->addDelegate(nullptr);
   EXPECT_EQ(device->delegates().size(), 1U);
   device.reset();
-  setLogSink({});
   EXPECT_EQ(receiver.use_count(), 1);
   EXPECT_TRUE(receiver->frames.empty());
-  EXPECT_EQ(lines, std::vector<std::string>{"Dealloc AVDevice Desk camera Count:2"});
+  EXPECT_EQ(log.items(), std::vector<std::string>{"Dealloc AVDevice Desk camera Count:2"});
 }
 
 using AVDeviceRelease = test::DeviceTest;

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <vesk/four_char_code.h>
-#include "devices/enumeration.h"
 #include "tests/support/device_test.h"
 
 namespace vesk {
@@ -87,46 +86,6 @@ TEST(CaptureParameters, SoundDescriptionsCarryTheWaveFormatAndNothingElse) {
   EXPECT_EQ(description.mFormatFlags + description.mBytesPerPacket + description.mFramesPerPacket +
                 description.mBytesPerFrame + description.mReserved,
             0U);
-}
-
-/// A library that answers as told, and checks how it is called.
-struct Library {
-  int32_t sizingStatus;
-  uint32_t count;
-  int32_t fillingStatus;
-  uint32_t filled;
-
-  int32_t operator()(uint32_t* records, uint32_t* size, uint32_t* countInOut) const {
-    EXPECT_EQ(*size, 0U);
-    if (!records) {
-      EXPECT_EQ(*countInOut, 0U);
-      *countInOut = count;
-      return sizingStatus;
-    }
-    for (uint32_t i = 0; i < *countInOut; ++i) records[i] = i;
-    *countInOut = filled;
-    return fillingStatus;
-  }
-};
-
-TEST(Enumeration, BelievesTheLibraryOnlySoFar) {
-  struct Row {
-    const char* label;
-    Library library;
-    size_t records;
-  };
-  const Row rows[] = {
-      {"as agreed", {8, 3, 0, 3}, 3},
-      {"one left between the calls", {8, 3, 0, 2}, 2},
-      {"claims more than there is room for", {8, 3, 0, 1000000}, 3},
-      {"nothing there", {0, 0, 0, 0}, 0},
-      {"sizing succeeds without an array", {0, 3, 0, 3}, 0},
-      {"something, but none", {8, 0, 0, 0}, 0},
-      {"sizing fails", {3, 3, 0, 3}, 0},
-      {"filling fails", {8, 3, 8, 3}, 0},
-      {"a count beyond reason", {8, 0xFFFFFFFF, 0, 0xFFFFFFFF}, kMostRecords},
-  };
-  for (const Row& row : rows) EXPECT_EQ(enumerateRecords<uint32_t>(row.library).size(), row.records) << row.label;
 }
 
 }  // namespace

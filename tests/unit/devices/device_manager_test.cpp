@@ -8,10 +8,10 @@
 
 #include <vesk/audio_device.h>
 #include <vesk/bundle.h>
-#include <vesk/log.h>
 #include <vesk/notification_center.h>
 #include <vesk/video_device.h>
 #include "tests/support/device_test.h"
+#include "tests/support/log_recorder.h"
 #include "tests/support/temporary_folder.h"
 
 namespace vesk {
@@ -133,18 +133,16 @@ TEST_F(DeviceManagerTest, NamesDevicesFromTheHostsFile) {
     return R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0">)" + body + "</plist>";
   };
   folder.write("DeviceNames.plist", plist("<array><string>no dictionary</string></array>"));
-  std::vector<std::string> lines;
-  setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
+  test::LogRecorder log;
   EXPECT_EQ(nameOf(2048), "the library's");
   EXPECT_EQ(nameOf(2049), "the library's");
-  EXPECT_EQ(lines.size(), 1U) << "said once";
-  EXPECT_NE(lines.at(0).find("DeviceNames.plist: its value is no dictionary"), std::string::npos) << lines.at(0);
+  EXPECT_EQ(log.items().size(), 1U) << "said once";
+  EXPECT_EQ(log.count("DeviceNames.plist: its value is no dictionary"), 1U) << log.items().at(0);
   folder.write("DeviceNames.plist", "\xEF\xBB\xBF" + plist("<dict><key>2048</key><string>Tür</string></dict>"));
   EXPECT_EQ(nameOf(2048), "Tür");
   folder.write("DeviceNames.plist", "<plist");
   EXPECT_EQ(nameOf(2048), "the library's");
-  setLogSink({});
-  EXPECT_EQ(lines.size(), 2U) << "another reason";
+  EXPECT_EQ(log.items().size(), 2U) << "another reason";
   folder.write("DeviceNames.plist", plist("<dict><key>2048</key><string>Schreibtisch é</string>"
                                           "<key>02049</key><string>leading zero</string>"
                                           "<key>2050</key><integer>5</integer></dict>"));

@@ -10,7 +10,6 @@
 #include <vesk/audio_device.h>
 #include <vesk/capture_host.h>
 #include <vesk/four_char_code.h>
-#include <vesk/log.h>
 #include <vesk/vci.h>
 #include <vesk/video_device.h>
 #include "capture/encoding/h264_encoder.h"
@@ -21,6 +20,7 @@
 #include "tests/support/device_test.h"
 #include "tests/support/fake_sound_server.h"
 #include "tests/support/fake_v4l2.h"
+#include "tests/support/log_recorder.h"
 #include "tests/support/temporary_folder.h"
 
 // Why something failed, as a host reads it.
@@ -58,14 +58,12 @@ std::shared_ptr<VeskVideoDevice> firstCamera() {
 
 class LastErrorTest : public testing::Test {
  protected:
-  LastErrorTest() {
-    setLogSink([](LogLevel, std::string_view) {});
-  }
   ~LastErrorTest() override {
     VeskDeviceManager::destroy();
     capture::setSource(nullptr);
-    setLogSink({});
   }
+
+  test::LogRecorder mLog;
 };
 
 /// A camera of the fake kernel's, in a format that it has.

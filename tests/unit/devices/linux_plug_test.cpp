@@ -7,11 +7,11 @@
 #include <vesk/capture_host.h>
 #include <vesk/device_manager.h>
 #include <vesk/four_char_code.h>
-#include <vesk/log.h>
 #include <vesk/notification_center.h>
 #include <vesk/video_device.h>
 #include "capture/linux/cameras/linux_cameras.h"
 #include "tests/support/fake_v4l2.h"
+#include "tests/support/log_recorder.h"
 
 namespace vesk {
 namespace {
@@ -50,7 +50,6 @@ size_t threadsOnceFew(size_t few) {
 class LinuxPlugTest : public testing::Test {
  protected:
   void SetUp() override {
-    setLogSink([](LogLevel, std::string_view) {});
     auto finder = std::make_unique<test::FakeCameraFinder>();
     mFinder = finder.get();
     capture::setSource(std::make_shared<capture::LinuxCameras>(mCalls, std::move(finder)));
@@ -59,7 +58,6 @@ class LinuxPlugTest : public testing::Test {
   void TearDown() override {
     VeskDeviceManager::destroy();
     capture::setSource(nullptr);
-    setLogSink({});
   }
 
   /// As another one each time: the kernel numbers devices on.
@@ -96,6 +94,7 @@ class LinuxPlugTest : public testing::Test {
     camera->closeDevice();
   }
 
+  test::LogRecorder mLog;
   std::shared_ptr<test::FakeV4L2> mCalls = std::make_shared<test::FakeV4L2>();
   test::FakeCameraFinder* mFinder = nullptr;
 };

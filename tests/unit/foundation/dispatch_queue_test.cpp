@@ -11,8 +11,8 @@
 #include <thread>
 #include <vector>
 
-#include <vesk/log.h>
 #include <vesk/run_loop.h>
+#include "tests/support/log_recorder.h"
 
 namespace vesk {
 namespace {
@@ -100,16 +100,15 @@ TEST(SerialQueue, LastReferenceMayGoOnItsOwnThread) {
 }
 
 TEST(SerialQueue, SurvivesWorkThatThrowsAndLogsIt) {
-  std::vector<std::string> lines;
-  setLogSink([&](LogLevel, std::string_view line) { lines.emplace_back(line); });
+  test::LogRecorder log;
   const auto queue = DispatchQueue::createSerial("throwing");
   queue->sync([] { throw std::runtime_error("no such thing"); });
   queue->sync([] { throw 7; });
   queue->sync(DispatchQueue::Work());
   bool ran = false;
   queue->sync([&] { ran = true; });
-  setLogSink({});
   EXPECT_TRUE(ran);
+  const auto lines = log.items();
   ASSERT_EQ(lines.size(), 3U);
   EXPECT_NE(lines[0].find("throwing"), std::string::npos);
   EXPECT_NE(lines[0].find("no such thing"), std::string::npos);

@@ -3,15 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <condition_variable>
 #include <filesystem>
 #include <fstream>
-#include <mutex>
 #include <thread>
 
 #include <vesk/h264_bitstream.h>
 #include <vesk/sample_generators.h>
 #include "movie/asset_writer_adapter_state.h"
+#include "tests/support/log_recorder.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/movie/footage.h"
@@ -45,32 +44,6 @@ class Samples {
   std::vector<test::AccessUnit> mPictures = test::accessUnitsOf("MIDR_MW_D.264");
   H264SampleGenerator mVideo{176, 144, 30};
   PCMAudioSampleGenerator mAudio{48'000, 2, 16};
-};
-
-/// Holds back the writer queue inside a write to the file for as long as it is closed.
-class Gate {
- public:
-  void pass() {
-    std::unique_lock lock(mMutex);
-    mReached = true;
-    mChanged.notify_all();
-    mChanged.wait(lock, [this] { return mOpen; });
-  }
-  void waitUntilReached() {
-    std::unique_lock lock(mMutex);
-    mChanged.wait(lock, [this] { return mReached; });
-  }
-  void open() {
-    const std::lock_guard lock(mMutex);
-    mOpen = true;
-    mChanged.notify_all();
-  }
-
- private:
-  std::mutex mMutex;
-  std::condition_variable mChanged;
-  bool mReached = false;
-  bool mOpen = false;
 };
 
 TEST(AssetWriterAdapter, HoldsPicturesBackUntilOneStandsAlone) {
@@ -126,17 +99,6 @@ TEST(AssetWriterAdapter, SaysWhatItStartsAndFinishesAndDeletesTheOldFile) {
   EXPECT_FALSE(std::filesystem::exists(path)) << "nothing came, nothing is written";
 }
 
-TEST(AssetWriterAdapter, TakesSamplesQuietlyWhereNoWriterCanBe) {
-  CapturedLines lines;
-  const auto counters = std::make_shared<RecordingCounters>();
-  Samples samples;
-  CountedAssetWriterAdapter adapter("/no such folder/a.mov", true, true, counters);
-  EXPECT_EQ(adapter.addVideoSample(samples.picture(0)), 0);
-  EXPECT_EQ(adapter.addAudioSample(samples.sound(0)), 0);
-  EXPECT_TRUE(counters->statistics().writerMissing);
-  EXPECT_EQ(lines.count("with audio = (nil), video = (nil)\n"), 1U);
-}
-
 TEST(AssetWriterAdapter, WritesEverythingQueuedBeforeItFinishes) {
   const TemporaryFolder folder;
   Samples samples;
@@ -176,7 +138,7 @@ TEST(AssetWriterAdapter, WakesTheWriterForASingleSample) {
 }
 
 TEST(AssetWriterAdapter, DropsWhatItsQueueCannotHold) {
-  Gate gate;
+  test::Gate reached, gate;
   MemoryFileSystem files;
   const auto counters = std::make_shared<RecordingCounters>();
   Samples samples;
@@ -185,12 +147,15 @@ TEST(AssetWriterAdapter, DropsWhatItsQueueCannotHold) {
   CountedAssetWriterAdapter adapter("a.mov", false, true, counters, files);
   // The first write, of the movie's header, is the writer queue's own.
   files.setFaults([&](auto operation, size_t, uint64_t, size_t) {
-    if (operation == MemoryFileSystem::Operation::kWrite) gate.pass();
+    if (operation == MemoryFileSystem::Operation::kWrite) {
+      reached.open();
+      gate.wait();
+    }
     return MemoryFileSystem::Fault{};
   });
   uint32_t number = 0;
   ASSERT_EQ(adapter.addAudioSample(samples.sound(number++)), 0);
-  gate.waitUntilReached();
+  reached.wait();
   while (counters->levels().audioWaiting < kAudioQueueCapacity)
     ASSERT_EQ(adapter.addAudioSample(samples.sound(number++)), 0);
   EXPECT_EQ(lines.text(), "");
@@ -209,7 +174,7 @@ TEST(AssetWriterAdapter, DropsWhatItsQueueCannotHold) {
 TEST(AssetWriterAdapter, DropsWhatTakesTooManyBytes) {
   constexpr uint32_t kSide = 4096;  // 32 MiB a picture
   constexpr size_t kMost = kQueueBytes / (kSide * kSide * 2);
-  Gate gate;
+  test::Gate reached, gate;
   MemoryFileSystem files;
   const auto counters = std::make_shared<RecordingCounters>();
   CapturedLines output;
@@ -220,12 +185,15 @@ TEST(AssetWriterAdapter, DropsWhatTakesTooManyBytes) {
   Samples samples;
   CountedAssetWriterAdapter adapter("a.mov", true, true, counters, files);
   files.setFaults([&](auto operation, size_t, uint64_t, size_t) {
-    if (operation == MemoryFileSystem::Operation::kWrite) gate.pass();
+    if (operation == MemoryFileSystem::Operation::kWrite) {
+      reached.open();
+      gate.wait();
+    }
     return MemoryFileSystem::Fault{ENOSPC};  // afterwards: nobody wants to write half a gigabyte
   });
   ASSERT_EQ(adapter.addAudioSample(samples.sound(0)), 0);
   ASSERT_EQ(adapter.addVideoSample(picture), 0);
-  gate.waitUntilReached();  // with the first picture
+  reached.wait();  // with the first picture
   for (size_t number = 0; number < kMost; ++number) ASSERT_EQ(adapter.addVideoSample(picture), 0);
   EXPECT_EQ(counters->statistics().videoDropped, 0U);
   EXPECT_EQ(adapter.addVideoSample(picture), 0);
@@ -243,7 +211,7 @@ TEST(AssetWriterAdapter, LeavesAMovieAloneThatIsBeingRecorded) {
   const TemporaryFolder folder;
   Samples samples;
   CapturedLines lines;
-  setLogSink([](LogLevel, std::string_view) {});
+  const test::LogRecorder log;
   {
     AVAssetWriterAdapter first(folder.file("a.mov"), true, false);
     ASSERT_EQ(first.addVideoSample(samples.picture(0)), 0);
@@ -251,7 +219,6 @@ TEST(AssetWriterAdapter, LeavesAMovieAloneThatIsBeingRecorded) {
     EXPECT_EQ(second.addVideoSample(samples.picture(0)), 0) << "finds the name taken";
     EXPECT_NE(second.addVideoSample(samples.picture(0)), 0);
   }
-  setLogSink(nullptr);
   EXPECT_EQ(test::readMovie(folder.file("a.mov")).video.samples.size(), 1U);
 }
 
@@ -276,8 +243,7 @@ TEST(AssetWriterAdapter, AnswersTheCodeOfTheFailure) {
     const auto key = samples.picture(0);
     const auto dependent = samples.picture(1);
     const auto counters = std::make_shared<RecordingCounters>();
-    std::string log;
-    setLogSink([&log](LogLevel, std::string_view line) { log += std::string(line) + "\n"; });
+    test::LogRecorder log;
     {
       CountedAssetWriterAdapter adapter("no such folder/a.mov", true, true, counters, files);
       files.setFaults([&](auto, size_t, uint64_t, size_t) { return MemoryFileSystem::Fault{row.error}; });
@@ -292,14 +258,13 @@ TEST(AssetWriterAdapter, AnswersTheCodeOfTheFailure) {
       EXPECT_EQ(adapter.addVideoSample(dependent), 0) << "held back until a picture stands alone";
       EXPECT_EQ(adapter.addVideoSample(key), row.status);
     }
-    setLogSink(nullptr);
-    EXPECT_NE(log.find("Samples are being discarded!!!\n"), std::string::npos);
+    EXPECT_NE(log.count("Samples are being discarded!!!"), 0U);
     const RecordingStatistics statistics = counters->statistics();
     EXPECT_EQ(statistics.status, row.status);
     EXPECT_EQ(causeName(statistics.error.cause), causeName(row.cause)) << statistics.error.what;
     EXPECT_NE(statistics.error.what.find("no such folder/a.mov could not be written"), std::string::npos);
     EXPECT_NE(statistics.error.remedy, "");
-    EXPECT_NE(log.find("Asset writer failed ["), std::string::npos);
+    EXPECT_NE(log.count("Asset writer failed ["), 0U);
   }
 }
 

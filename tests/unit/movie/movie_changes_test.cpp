@@ -4,6 +4,7 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/movie_creator.h>
+#include "tests/support/log_recorder.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/movie/footage.h"
 #include "tests/unit/movie/movie_reader.h"
@@ -53,11 +54,6 @@ Bytes setsOf(const AccessUnit& picture) {
 
 class MovieChanges : public testing::Test {
  protected:
-  MovieChanges() {
-    setLogSink([](LogLevel, std::string_view) {});
-  }
-  ~MovieChanges() override { setLogSink(nullptr); }
-
   std::shared_ptr<VeskMovieCreator> open(const std::string& path) {
     constexpr _VeskVideoDescription kCaptured{176, 144, kCMVideoCodecType_H264, 30,
                                               static_cast<int32_t>(FrameTiming::kCapture)};
@@ -81,6 +77,7 @@ class MovieChanges : public testing::Test {
   const test::TemporaryFolder mFolder;
   const std::string mPath = mFolder.file("a.mov");
   const std::string mNextPath = mFolder.file("b.mov");
+  test::LogRecorder mLog;
   test::CapturedLines mLines;
   test::CapturedLines mErrors{test::CapturedLines::Stream::kError};
   size_t mAdded = 0;
@@ -111,6 +108,7 @@ TEST_F(MovieChanges, LeavesOutWhatItCannotHoldUntilTheCameraReturns) {
   EXPECT_EQ(test::readMovie(mPath).audio.allBytes(), mSound) << "the sound goes on";
   const RecordingStatistics statistics = creator->statistics();
   EXPECT_TRUE(statistics.formatChanged);
+  EXPECT_EQ(mLog.count("has changed its pictures"), 1U);
   EXPECT_EQ(statistics.videoUnfit, 18U);
   EXPECT_EQ(statistics.videoFrames, 60U);
 }

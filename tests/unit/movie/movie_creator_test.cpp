@@ -10,6 +10,7 @@
 #include <vesk/h264_bitstream.h>
 #include "movie/movie_asset_creator_state.h"
 #include "platform/media/aac_silence.h"
+#include "tests/support/log_recorder.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/movie/footage.h"
@@ -147,10 +148,7 @@ TEST_F(MovieCreator, TellsOnceWhenPicturesComeFasterThanItShowsThem) {
                       {"30 a second, steady", FrameTiming::kSteady, 33'333, 0},
                       {"60 a second, as captured", FrameTiming::kCapture, 16'667, 0}};
   for (const Row& row : rows) {
-    std::vector<std::string> lines;
-    setLogSink([&](LogLevel, std::string_view line) {
-      if (line.find("come faster") != std::string_view::npos) lines.emplace_back(line);
-    });
+    test::LogRecorder log;
     const _VeskVideoDescription video{4, 2, kCMPixelFormat_422YpCbCr8, 30, static_cast<int32_t>(row.timing)};
     const auto creator = CreateMovieCreator(mPath.c_str());
     ASSERT_EQ(creator->Open(&video, nullptr), 0);
@@ -158,8 +156,7 @@ TEST_F(MovieCreator, TellsOnceWhenPicturesComeFasterThanItShowsThem) {
       ASSERT_EQ(add(*creator, Bytes(16), kStart + number * row.interval, kVideo), 0);
     EXPECT_NEAR(static_cast<double>(creator->statistics().videoLate), static_cast<double>(row.late), 100) << row.label;
     ASSERT_EQ(creator->Close(), 0);
-    setLogSink(nullptr);
-    EXPECT_EQ(lines.size(), row.late == 0 ? 0U : 1U) << row.label;
+    EXPECT_EQ(log.count("come faster"), row.late == 0 ? 0U : 1U) << row.label;
   }
 }
 
@@ -298,7 +295,7 @@ TEST(RecordingCounters, CallWhoWaitsOnceThereIsRoom) {
 TEST_F(MovieCreator, HandsTheWritersFailureToTheCallerAndGoesOn) {
   test::MemoryFileSystem files;
   MovieAssetCreatorIn creator(files, "no such folder/a.mov");
-  setLogSink([](LogLevel, std::string_view) {});
+  const test::LogRecorder log;
   creator.Open(nullptr, &kPCM);
   files.setFaults([](auto, size_t number, uint64_t, size_t) {
     return test::MemoryFileSystem::Fault{number < 6 ? 0 : ENOSPC};  // some of it can be written
@@ -312,43 +309,7 @@ TEST_F(MovieCreator, HandsTheWritersFailureToTheCallerAndGoesOn) {
   EXPECT_GT(creator.statistics().bytes, 0U);
   EXPECT_EQ(add(creator, test::soundPacket(0), kStart + 90'001 * 21'334ULL, kAudio), -199);
   EXPECT_EQ(creator.Close(), 0);
-  setLogSink(nullptr);
   EXPECT_EQ(creator.statistics().status, -199);
-}
-
-TEST_F(MovieCreator, TakesTwoCaptureThreadsAndACloser) {
-  mCreator->Open(&kH264, &kPCM);
-  const auto pictures = test::accessUnitsOf("MIDR_MW_D.264");
-  std::atomic<bool> closed{false};
-  std::atomic<uint64_t> rounds{0};
-  std::atomic<uint64_t> packets{0};
-  std::thread camera([&] {
-    for (uint64_t number = 0; !closed; ++number) {
-      // Sound that ended in the first quarter of the movie would be lengthened.
-      while (number > packets + 30 && !closed) std::this_thread::yield();
-      add(*mCreator, pictures[number % pictures.size()].stream, kStart + number * 33'333, kVideo);
-      rounds.fetch_add(1);
-    }
-  });
-  std::thread microphone([&] {
-    for (uint32_t number = 0; !closed; ++number) {
-      while (mCreator->waiting().audioWaiting > kAudioQueueCapacity / 2) std::this_thread::yield();
-      add(*mCreator, test::soundPacket(number), kStart + number * 21'334ULL, kAudio);
-      packets.fetch_add(1);
-    }
-  });
-  while (rounds < 50) {
-    EXPECT_LE(mCreator->waiting().videoWaiting, mCreator->waiting().videoCapacity);
-    std::this_thread::yield();
-  }
-  EXPECT_EQ(mCreator->Close(), 0);
-  closed = true;
-  camera.join();
-  microphone.join();
-  const RecordingStatistics statistics = mCreator->statistics();
-  const auto movie = test::readMovie(mPath);
-  EXPECT_EQ(movie.video.samples.size(), statistics.videoFrames);
-  EXPECT_EQ(movie.audio.allBytes().size(), (statistics.audioPackets + statistics.audioSilence) * 4096);
 }
 
 }  // namespace

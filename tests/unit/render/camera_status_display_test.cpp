@@ -13,8 +13,8 @@
 #include <vesk/atomic_file.h>
 #include <vesk/bitmap_image_rep.h>
 #include <vesk/cg_image.h>
-#include <vesk/log.h>
 #include <vesk/open_gl_context.h>
+#include "tests/support/log_recorder.h"
 #include "tests/support/offscreen_host.h"
 #include "tests/support/temporary_folder.h"
 
@@ -115,14 +115,12 @@ TEST_F(CameraStatusDisplayTest, HasNoPictureWhereThereIsNone) {
   ASSERT_EQ(mkfifo(folder.file("pipe.png").c_str(), 0600), 0);
   for (const std::string& path :
        {folder.file("missing.png"), folder.write("text.png", "text"), damaged, folder.file("pipe.png")}) {
-    std::vector<std::string> lines;
-    setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
+    test::LogRecorder log;
     const auto display = CameraStatusDisplay::initWithStatusImage(path);
     uint8_t* buffer = nullptr;
     EXPECT_EQ(CameraStatusDisplay::getImage(path, &buffer), NSSize{});
-    setLogSink({});
     EXPECT_EQ(buffer, nullptr);
-    EXPECT_EQ(lines.size(), 2U);
+    EXPECT_EQ(log.items().size(), 2U);
     display->renderStatus();
     display->cleanup();
   }
@@ -132,11 +130,9 @@ TEST_F(CameraStatusDisplayTest, DrawsNothingOfWhatIsLargerThanATexture) {
   GLint most = 0;
   glGetIntegerv(GL_MAX_RECTANGLE_TEXTURE_SIZE, &most);
   const std::string path = write(most + 1, 1, std::vector<Pixel>(static_cast<size_t>(most) + 1, {255, 255, 255, 255}));
-  std::vector<std::string> lines;
-  setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
+  test::LogRecorder log;
   const auto display = CameraStatusDisplay::initWithStatusImage(path);
-  setLogSink({});
-  EXPECT_EQ(lines.size(), 1U);
+  EXPECT_EQ(log.items().size(), 1U);
   display->setViewSize({64, 48});
   glClearColor(0, 0, 1, 1);
   glClear(GL_COLOR_BUFFER_BIT);

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include <vesk/log.h>
 #include "tests/support/font_caches.h"
+#include "tests/support/log_recorder.h"
 #include "tests/support/offscreen_host.h"
 #include "tests/support/pictures.h"
 
@@ -218,12 +218,11 @@ TEST_F(GLStringTest, DeletesItsTextureInItsOwnContext) {
 
 TEST_F(GLStringTest, LogsThatThereIsNoContextAndWaitsForAChange) {
   NSOpenGLContext::clearCurrentContext();
-  std::vector<std::string> lines;
-  setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
+  test::LogRecorder log;
   text = make("Text");
   text->genTexture();
-  setLogSink({});
-  EXPECT_EQ(lines, (std::vector<std::string>{"StringTexture -genTexture: Failure to get current OpenGL context"}));
+  EXPECT_EQ(log.items(),
+            (std::vector<std::string>{"StringTexture -genTexture: Failure to get current OpenGL context"}));
   EXPECT_EQ(text->texName(), 0U);
   EXPECT_EQ(text->texSize(), text->frameSize());
   canvas.openGLContext()->makeCurrentContext();
@@ -239,8 +238,7 @@ TEST_F(GLStringTest, ShowsNothingOfWhatIsTooLargeOrEmpty) {
   text->genTexture();
   GLint most = 0;
   glGetIntegerv(GL_MAX_RECTANGLE_TEXTURE_SIZE, &most);
-  std::vector<std::string> lines;
-  setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
+  test::LogRecorder log;
   for (const NSSize size : {NSSize{1e6F, 10}, NSSize{static_cast<float>(most) + 1, 10}, NSSize{0, 10}}) {
     text->useStaticFrame({20, 10});
     text->genTexture();
@@ -250,8 +248,7 @@ TEST_F(GLStringTest, ShowsNothingOfWhatIsTooLargeOrEmpty) {
     text->drawWithBounds({0, 0, 10, 10});
     EXPECT_EQ(text->texName(), 0U);
   }
-  setLogSink({});
-  EXPECT_EQ(lines.size(), 2U) << "one line for each that is too large";
+  EXPECT_EQ(log.items().size(), 2U) << "one line for each that is too large";
   EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
   EXPECT_EQ(countIn({0, 0, 10, 10}, kBlue, 0), 100);
 }

@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include <vesk/log.h>
 #include "platform/graphics/cairo_handles.h"
 #include "platform/graphics/graphics_context.h"
+#include "tests/support/log_recorder.h"
 #include "tests/support/offscreen_host.h"
 #include "tests/support/pictures.h"
 
@@ -378,8 +378,7 @@ TEST_F(PreviewViewTest, ShowsAPictureAfterItWasPrintedWithoutAWindow) {
 TEST_F(PreviewViewTest, SaysOnceThatAContextCannotDrawAndPresentsNothing) {
   view->setWindow(nullptr);
   OffscreenHost old({640, 480}, OffscreenHost::Profile::kES1);
-  std::vector<std::string> lines;
-  setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
+  test::LogRecorder log;
   view->setWindow(&old);
   view->setIsRecording(1);
   for (int frame = 0; frame < 3; ++frame) {
@@ -388,13 +387,12 @@ TEST_F(PreviewViewTest, SaysOnceThatAContextCannotDrawAndPresentsNothing) {
     view->drawRect({0, 0, 640, 480});
   }
   EXPECT_EQ(view->snapshot(), nullptr);
-  setLogSink({});
   old.makeContextCurrent();
   EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
   EXPECT_EQ(old.presents, 0);
   EXPECT_TRUE(view->cannotDraw());
-  ASSERT_EQ(lines.size(), 1U);
-  EXPECT_NE(lines[0].find("OpenGL 2.1"), std::string::npos) << lines[0];
+  EXPECT_EQ(log.items().size(), 1U);
+  EXPECT_EQ(log.count("OpenGL 2.1"), 1U);
   view->setWindow(nullptr);
   view->setWindow(&host);
   EXPECT_TRUE(view->snapshot());
@@ -539,12 +537,10 @@ TEST(PreviewView, WorksWithoutAWindow) {
   EXPECT_EQ(view.trackingAreas().size(), 1U);
   EXPECT_EQ(view.trackingAreas()[0]->options(), 0x223U);
 
-  std::vector<std::string> lines;
-  setLogSink([&lines](LogLevel, std::string_view line) { lines.emplace_back(line); });
+  test::LogRecorder log;
   EXPECT_TRUE(view.acceptsFirstMouse({}));
   EXPECT_TRUE(view.acceptsFirstResponder());
-  setLogSink({});
-  EXPECT_EQ(lines, (std::vector<std::string>{"Accepts First Mouse", "Accepts First Responder"}));
+  EXPECT_EQ(log.items(), (std::vector<std::string>{"Accepts First Mouse", "Accepts First Responder"}));
 }
 
 }  // namespace

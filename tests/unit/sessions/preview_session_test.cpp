@@ -140,27 +140,19 @@ TEST_F(PreviewSession, IgnoresPacketsOfSoundAndWhatCannotBeDecoded) {
   EXPECT_EQ(session->statistics().frames, 1U);
 }
 
-TEST_F(PreviewSession, RefusedStartIsToldAndMayBeRepeated) {
+TEST_F(PreviewSession, RefusedStartIsToldAndMayBeRepeatedInAnotherFormat) {
   fakeCamera->startStatus = 19;
   EXPECT_EQ(session->startSessionWithPreview(view), 6);
   EXPECT_FALSE(session->isRunning());
   EXPECT_TRUE(isDelegate());
   fakeCamera->startStatus = 0;
-  EXPECT_EQ(session->startSessionWithPreview(view), 0);
-  deliverShade(1);
-  EXPECT_EQ(session->statistics().frames, 1U) << "not registered twice";
-}
-
-TEST_F(PreviewSession, StartAfterARefusedOneDecodesTheFormatOfNow) {
-  fakeCamera->startStatus = 19;
-  EXPECT_EQ(session->startSessionWithPreview(view), 6);
-  fakeCamera->startStatus = 0;
   camera->setFormat(CMVideoFormatDescription::create(kCMPixelFormat_422YpCbCr8, 16, 8));
   EXPECT_EQ(session->startSessionWithPreview(view), 0);
   fakeCamera->deliver(std::span(picture).first(256), ++time);
+  EXPECT_EQ(session->statistics().frames, 1U) << "not registered twice";
   serve();
   ASSERT_NE(view->image(), nullptr);
-  EXPECT_EQ(view->image()->imageBuffer()->height(), 8);
+  EXPECT_EQ(view->image()->imageBuffer()->height(), 8) << "the format of now";
 }
 
 TEST_F(PreviewSession, ARefusedRestartLetsTheMicrophoneGo) {
@@ -493,34 +485,6 @@ TEST_F(PreviewSession, AFailedStopIsAnsweredBesideAnotherDelegate) {
   EXPECT_EQ(session->pauseSession(), 7);
   EXPECT_EQ(session->stopSession(), 7);
   fakeCamera->stopStatus = 0;
-}
-
-TEST_F(PreviewSession, RecordingOfTheSameCameraOutlivesThePreviewAndTheOtherWayRound) {
-  const std::string path = movies.path() + "/movie.mov";
-  const auto recording = VeskRecordSession::initWithVideoDevice(camera, nullptr, path);
-  session->startSessionWithPreview(view);
-  ASSERT_EQ(recording->startSession(), 0);
-  deliverShade(1);
-  session->pauseSession();
-  deliverShade(2);
-  session->resumeSession();
-  session->stopSession();
-  EXPECT_TRUE(camera->isCapturing());
-  deliverShade(3);
-  session->startSessionWithPreview(view);
-  deliverShade(4);
-  session->closeSession();
-  EXPECT_TRUE(camera->isOpen());
-  deliverShade(5);
-  session->startSessionWithPreview(view);
-  recording->stopSession();
-  EXPECT_EQ(recording->lastOutcome().statistics.videoFrames, 5U);
-  EXPECT_EQ(probe(path).tracks.at(0).packets, 5);
-  deliverShade(6);
-  serve();
-  EXPECT_EQ(view->shade(), 6);
-  session->closeSession();
-  EXPECT_FALSE(camera->isOpen());
 }
 
 TEST_F(PreviewSession, EndsWithItsDeviceItsViewOrItsOwner) {

@@ -188,17 +188,6 @@ TEST_F(RecordSessionTest, ARefusedStartIsClearedUp) {
   }
 }
 
-TEST_F(RecordSessionTest, StartsAfterARefusedStart) {
-  fakeMicrophone->startStatus = 19;
-  EXPECT_EQ(session->startSession(), 5);
-  deliver(0, 5);
-  fakeMicrophone->startStatus = 0;
-  EXPECT_EQ(session->startSession(), 0);
-  deliver(5, 10);
-  session->stopSession();
-  EXPECT_EQ(framesIn(path), 10);
-}
-
 // Clearing up serves the run loop, in which the host may let the session go.
 TEST_F(RecordSessionTest, MayBeLetGoWhileItStartsAgain) {
   fakeMicrophone->startStatus = 19;
@@ -425,17 +414,6 @@ TEST_F(RecordSessionTest, TwoOfTheSameNameRecordOneCamera) {
   other->stopSession();
   EXPECT_EQ(framesIn(path), 20);
   EXPECT_EQ(framesIn(elsewhere.file("clip.mov")), 20);
-}
-
-TEST_F(RecordSessionTest, IsHeldByItsDevicesWhileItRuns) {
-  const std::weak_ptr<VeskRecordSession> watched = session;
-  session->startSession();
-  session.reset();
-  deliver(0, 5);
-  ASSERT_FALSE(watched.expired());
-  watched.lock()->stopSession();
-  EXPECT_TRUE(watched.expired());
-  EXPECT_EQ(framesIn(path), 5);
 }
 
 TEST_F(RecordSessionTest, RoutesBuffersByTheDevicesType) {

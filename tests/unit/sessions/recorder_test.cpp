@@ -161,7 +161,11 @@ TEST_F(RecorderTest, ClosesWhileFramesArriveOnTwoThreads) {
     while (!isServed) NSRunLoop::currentRunLoop()->runUntilDate(std::chrono::steady_clock::now());
     const auto movie = test::probe(path);
     const auto* const pictures = movie.find("2vuy");
-    EXPECT_EQ(pictures ? pictures->packets : 0, static_cast<int>(recorder->statistics().videoFrames));
+    const auto* const sound = movie.find("pcm_s16le");
+    const RecordingStatistics statistics = recorder->statistics();
+    EXPECT_EQ(pictures ? pictures->packets : 0, static_cast<int>(statistics.videoFrames));
+    EXPECT_EQ(sound ? sound->bytes : 0,
+              static_cast<int64_t>((statistics.audioPackets + statistics.audioSilence) * 960 * 4));
   }
 }
 

@@ -7,10 +7,10 @@
 
 #include <vesk/capture_choices.h>
 #include <vesk/dispatch_queue.h>
-#include <vesk/log.h>
 #include <vesk/recording_leftovers.h>
 #include <vesk/run_loop.h>
 #include "sessions/supervisor_environment.h"
+#include "tests/support/log_recorder.h"
 #include "tests/unit/movie/footage.h"
 #include "tests/unit/sessions/recording_test.h"
 
@@ -24,7 +24,6 @@ using std::chrono::seconds;
 /// A supervisor over scripted devices, with a clock and a disk of the test's own.
 struct SupervisorTest : test::RecordingTest {
   SupervisorTest() {
-    setLogSink([](LogLevel, std::string_view) {});
     environment.tick = milliseconds(1);
     environment.roomInterval = milliseconds(0);
     environment.now = [this] { return now; };
@@ -34,7 +33,6 @@ struct SupervisorTest : test::RecordingTest {
   ~SupervisorTest() override {
     supervisor.reset();
     NSRunLoop::currentRunLoop()->runUntilDate(std::chrono::steady_clock::now());
-    setLogSink(nullptr);
   }
 
   std::shared_ptr<VeskRecordingSupervisor> make() {
@@ -127,6 +125,7 @@ struct SupervisorTest : test::RecordingTest {
   }
   int frames(const std::string& file) const { return framesIn(movies.file(file)); }
 
+  test::LogRecorder log;
   SupervisorEnvironment environment;
   WatchClock::time_point now = WatchClock::now();
   std::atomic<uint64_t> room{uint64_t{1} << 40};

@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <string_view>
 
-#include <vesk/log.h>
+#include "tests/support/log_recorder.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/writing/movie_probe.h"
@@ -115,12 +115,10 @@ TEST(FileSystem, SyncsAgainWhenInterruptedAndGetsByWhereItCannot) {
       const bool fails = operation == MemoryFileSystem::Operation::kSync && left-- > 0;
       return MemoryFileSystem::Fault{fails ? row.error : 0};
     });
-    size_t lines = 0;
-    setLogSink([&lines](LogLevel, std::string_view) { ++lines; });
+    LogRecorder log;
     EXPECT_EQ(file->makeDurable(), row.result);
     EXPECT_EQ(file->makeDurable(), row.result);
-    setLogSink(nullptr);
-    EXPECT_EQ(lines, row.lines);
+    EXPECT_EQ(log.items().size(), row.lines);
   }
 }
 
