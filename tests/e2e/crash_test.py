@@ -67,20 +67,7 @@ class Killed(MovieTest):
                     movie.unlink()
         self.nothing_left()
 
-    def test_a_live_recording_is_left_alone(self):
-        program = start_vesk("--capture", "simulated", "record", self.folder / "movie.mov", "--format", "avc1:320x240")
-        left = []
-        while not left:
-            self.assertIsNone(program.poll())
-            left = [p for p in self.folder.rglob("movie.mov") if p.stat().st_size > 20_000]
-        for name in (left[0], self.folder / "movie.mov"):
-            refused = vesk("recover", name, check=False)
-            self.assertEqual(refused.returncode, 4, refused.stderr)
-        program.send_signal(signal.SIGINT)
-        program.communicate(timeout=60)
-        self.assertEqual(program.returncode, 0)
-
-    def test_a_name_that_is_being_recorded_is_refused_at_the_start(self):
+    def test_a_name_that_is_being_recorded_is_refused_and_left_alone(self):
         movie = self.folder / "movie.mov"
         program = start_vesk("--capture", "simulated", "record", movie, "--format", "avc1:320x240")
         while not list(self.folder.glob(".movie.mov.recording-*")):
@@ -90,6 +77,9 @@ class Killed(MovieTest):
             self.assertEqual(refused.returncode, 4, refused.stderr)
             self.assertIn("is being recorded by another program", refused.stderr)
         self.grows("movie.mov")
+        growing, = self.folder.rglob("movie.mov")
+        for name in (growing, movie):
+            self.assertEqual(vesk("recover", name, check=False).returncode, 4)
         program.send_signal(signal.SIGINT)
         program.communicate(timeout=60)
         self.assertEqual(program.returncode, 0)

@@ -2,20 +2,14 @@
 import json
 import pathlib
 import re
-import tempfile
 import unittest
-from program import PROGRAM, vesk
+from program import MovieTest, vesk
 
 CAMERA, MICROPHONE = "simulated:camera", "simulated:microphone"
 CATALOGUE = pathlib.Path(__file__).resolve().parents[1] / "unit" / "catalogue" / "resolutions.xml"
 
 
-class FailuresTest(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="vesk-")
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-
+class FailuresTest(MovieTest):
     def run_in(self, name, options, arguments, setup):
         """Runs the command in a folder of its own."""
         folder = self.folder / name
@@ -54,9 +48,11 @@ class FailuresTest(unittest.TestCase):
 
     def test_a_failure_is_one_line_with_its_cause_for_scripts(self):
         record = ("record", "@movie.mov", "--format", "h264:320x240")
-        for setup, command, status, cause in (
-                (f"busy {CAMERA}", record, 4, "busy"),
-                (f"busy {MICROPHONE}", record, 4, "busy"),
+        for setup, command, status, cause, *hint in (
+                (f"busy {CAMERA}", record, 4, "busy", "Close other programs"),
+                (f"busy {CAMERA}", (*record, "--wait"), 4, "busy", "Close other programs"),
+                (f"busy {MICROPHONE}", record, 4, "busy", "--no-audio"),
+                (f"out {CAMERA};out {CAMERA}:plain", record, 3, "no-device", "Plug one in"),
                 (f"busy {MICROPHONE}", ("meter",), 4, "busy"),
                 (f"busy {CAMERA}", ("snapshot", "@photo.jpeg"), 4, "busy"),
                 (f"no-permission {CAMERA}", record, 4, "no-permission"),
@@ -76,13 +72,8 @@ class FailuresTest(unittest.TestCase):
                 self.assertEqual((error["status"], error["cause"]), (status, cause))
                 self.assertTrue(done.stderr.startswith(f"vesk: {error['what']}"), done.stderr)
                 self.assertEqual(set(error), {"what", "status", "hint", "cause"})
-
-    def test_a_source_that_is_not_there_says_why(self):
-        for source, cause in (("nonsense", "wrong-use"), ("file:/none.mov", "no-file"), (f"file:{PROGRAM}", "unreadable")):
-            with self.subTest(source=source):
-                done = vesk("--capture", source, "--json", "devices", check=False)
-                self.assertEqual((done.returncode, json.loads(done.stdout)["error"]["cause"]), (3, cause))
-                self.assertEqual(len(done.stderr.splitlines()), 1, done.stderr)
+                self.assertIn("".join(hint), done.stderr)
+                self.assertEqual([each for each in self.folder.rglob("*") if each.is_file()], [], "nothing is left")
 
 
 if __name__ == "__main__":

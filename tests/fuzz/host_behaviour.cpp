@@ -175,9 +175,7 @@ class Host {
   }
 
  private:
-  struct Operation {
-    void (Host::*run)();
-  };
+  using Operation = void (Host::*)();
 
   /// Hears of frames, levels and the end of metering, and goes on with the script.
   struct Listener : VeskAVDeviceDelegate, VeskMicLevelDelegate, VeskPreviewSessionDelegate, VeskPreviewPointerDelegate {
@@ -289,9 +287,6 @@ class Host {
     for (int i = 0; i < 64 && g_main_context_iteration(nullptr, FALSE); ++i) {
     }
   }
-  void fireMeter() {
-    if (const auto microphone = held(mMicrophoneSlots)) microphone->micLevelTimerFired();
-  }
   void queueWork() {
     ++mQueued;
     DispatchQueue::mainQueue()->async([this] {
@@ -402,6 +397,10 @@ class Host {
     const std::lock_guard lock(mSlotsMutex);
     return slots[i];
   }
+  template <auto kSlots, auto kOperation>
+  void call() {
+    if (const auto object = held(this->*kSlots)) ((*object).*kOperation)();
+  }
   /// Puts an object into its place; what was there goes outside the lock, as it may be for the last time.
   template <class Object>
   void put(Slots<Object>& slots, size_t i, std::shared_ptr<Object> object) {
@@ -449,18 +448,6 @@ class Host {
   }
   void newView() { mView = mScript.pick(4) == 3 ? nullptr : VeskPreviewView::initWithFrame({0, 0, 32, 32}); }
 
-  void openCamera() {
-    if (const auto camera = held(mCameraSlots)) camera->openDevice();
-  }
-  void closeCamera() {
-    if (const auto camera = held(mCameraSlots)) camera->closeDevice();
-  }
-  void startCamera() {
-    if (const auto camera = held(mCameraSlots)) camera->startCapture();
-  }
-  void stopCamera() {
-    if (const auto camera = held(mCameraSlots)) camera->stopCapture();
-  }
   void chooseVideoFormat() {
     const auto camera = held(mCameraSlots);
     if (!camera) return;
@@ -475,24 +462,6 @@ class Host {
     const auto formats = microphone->getSupportedFormats();
     const size_t choice = mScript.pick(3);
     microphone->setFormat(formats && choice < formats->size() ? (*formats)[choice] : nullptr);
-  }
-  void openMicrophone() {
-    if (const auto microphone = held(mMicrophoneSlots)) microphone->openDevice();
-  }
-  void closeMicrophone() {
-    if (const auto microphone = held(mMicrophoneSlots)) microphone->closeDevice();
-  }
-  void startMicrophone() {
-    if (const auto microphone = held(mMicrophoneSlots)) microphone->startCapture();
-  }
-  void stopMicrophone() {
-    if (const auto microphone = held(mMicrophoneSlots)) microphone->stopCapture();
-  }
-  void startMeter() {
-    if (const auto microphone = held(mMicrophoneSlots)) microphone->startVUMeter();
-  }
-  void stopMeter() {
-    if (const auto microphone = held(mMicrophoneSlots)) microphone->stopVUMeter();
   }
   void moveHead() {
     const auto camera = held(mCameraSlots);
@@ -522,23 +491,8 @@ class Host {
     return held(mMicrophoneSlots);
   }
 
-  void openPreview() {
-    if (const auto preview = held(mPreviewSlots)) preview->openSession();
-  }
   void startPreview() {
     if (const auto preview = held(mPreviewSlots)) preview->startSessionWithPreview(mView);
-  }
-  void pausePreview() {
-    if (const auto preview = held(mPreviewSlots)) preview->pauseSession();
-  }
-  void resumePreview() {
-    if (const auto preview = held(mPreviewSlots)) preview->resumeSession();
-  }
-  void stopPreview() {
-    if (const auto preview = held(mPreviewSlots)) preview->stopSession();
-  }
-  void closePreview() {
-    if (const auto preview = held(mPreviewSlots)) preview->closeSession();
   }
   void attachToPreview() {
     const auto preview = held(mPreviewSlots);
@@ -550,13 +504,6 @@ class Host {
   }
   void takePhoto() {
     if (const auto preview = held(mPreviewSlots)) preview->capturePhotoFrameToPath(mFolder + "/photo");
-  }
-  void startRecord() {
-    if (const auto record = held(mRecordSlots)) record->startSession();
-  }
-  void stopRecord() {
-    const auto record = held(mRecordSlots);
-    if (record) record->stopSession();
   }
   void changeRecordDevices() {
     const auto record = held(mRecordSlots);
@@ -625,54 +572,53 @@ class Host {
 
   void perform() {
     static constexpr Operation kOperations[] = {
-        {&Host::deliverPicture},
-        {&Host::deliverSound},
-        {&Host::unplug},
-        {&Host::plugIn},
-        {&Host::changeAnswers},
-        {&Host::serveLoop},
-        {&Host::fireMeter},
-        {&Host::queueWork},
-        {&Host::newCamera},
-        {&Host::newMicrophone},
-        {&Host::newPreview},
-        {&Host::newRecord},
-        {&Host::newView},
-        {&Host::openCamera},
-        {&Host::closeCamera},
-        {&Host::startCamera},
-        {&Host::stopCamera},
-        {&Host::chooseVideoFormat},
-        {&Host::chooseSoundFormat},
-        {&Host::openMicrophone},
-        {&Host::closeMicrophone},
-        {&Host::startMicrophone},
-        {&Host::stopMicrophone},
-        {&Host::startMeter},
-        {&Host::stopMeter},
-        {&Host::moveHead},
-        {&Host::addListener},
-        {&Host::removeListener},
-        {&Host::openPreview},
-        {&Host::startPreview},
-        {&Host::pausePreview},
-        {&Host::resumePreview},
-        {&Host::stopPreview},
-        {&Host::closePreview},
-        {&Host::attachToPreview},
-        {&Host::setPreviewDelegate},
-        {&Host::takePhoto},
-        {&Host::startRecord},
-        {&Host::stopRecord},
-        {&Host::changeRecordDevices},
-        {&Host::startWhole},
-        {&Host::restartManager},
-        {&Host::movePointer},
-        {&Host::letOneGo},
-        {&Host::letAllGo},
-    };
+        &Host::deliverPicture,
+        &Host::deliverSound,
+        &Host::unplug,
+        &Host::plugIn,
+        &Host::changeAnswers,
+        &Host::serveLoop,
+        &Host::call<&Host::mMicrophoneSlots, &VeskAudioDevice::micLevelTimerFired>,
+        &Host::queueWork,
+        &Host::newCamera,
+        &Host::newMicrophone,
+        &Host::newPreview,
+        &Host::newRecord,
+        &Host::newView,
+        &Host::call<&Host::mCameraSlots, &VeskVideoDevice::openDevice>,
+        &Host::call<&Host::mCameraSlots, &VeskVideoDevice::closeDevice>,
+        &Host::call<&Host::mCameraSlots, &VeskVideoDevice::startCapture>,
+        &Host::call<&Host::mCameraSlots, &VeskVideoDevice::stopCapture>,
+        &Host::chooseVideoFormat,
+        &Host::chooseSoundFormat,
+        &Host::call<&Host::mMicrophoneSlots, &VeskAudioDevice::openDevice>,
+        &Host::call<&Host::mMicrophoneSlots, &VeskAudioDevice::closeDevice>,
+        &Host::call<&Host::mMicrophoneSlots, &VeskAudioDevice::startCapture>,
+        &Host::call<&Host::mMicrophoneSlots, &VeskAudioDevice::stopCapture>,
+        &Host::call<&Host::mMicrophoneSlots, &VeskAudioDevice::startVUMeter>,
+        &Host::call<&Host::mMicrophoneSlots, &VeskAudioDevice::stopVUMeter>,
+        &Host::moveHead,
+        &Host::addListener,
+        &Host::removeListener,
+        &Host::call<&Host::mPreviewSlots, &VeskPreviewSession::openSession>,
+        &Host::startPreview,
+        &Host::call<&Host::mPreviewSlots, &VeskPreviewSession::pauseSession>,
+        &Host::call<&Host::mPreviewSlots, &VeskPreviewSession::resumeSession>,
+        &Host::call<&Host::mPreviewSlots, &VeskPreviewSession::stopSession>,
+        &Host::call<&Host::mPreviewSlots, &VeskPreviewSession::closeSession>,
+        &Host::attachToPreview,
+        &Host::setPreviewDelegate,
+        &Host::takePhoto,
+        &Host::call<&Host::mRecordSlots, &VeskRecordSession::startSession>,
+        &Host::call<&Host::mRecordSlots, &VeskRecordSession::stopSession>,
+        &Host::changeRecordDevices,
+        &Host::startWhole,
+        &Host::restartManager,
+        &Host::movePointer,
+        &Host::letOneGo,
+        &Host::letAllGo};
     mScript.countOperation();
-    (this->*kOperations[mScript.pick(std::size(kOperations))].run)();
+    (this->*kOperations[mScript.pick(std::size(kOperations))])();
     dropGoing();
   }
 
