@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -74,6 +75,38 @@ inline YCbCr ycbcrOf(Colour rgb, YCbCrColour colour) {
   if (colour.isFullRange) return {byte(y * 255), byte(pb * 255 + 128), byte(pr * 255 + 128)};
   return {byte(y * 219 + 16), byte(pb * 224 + 128), byte(pr * 224 + 128)};
 }
+
+/// A layout of pictures with its colours, for tests of all that there are.
+struct PictureFormat {
+  const char* name;
+  uint32_t format;
+  YCbCrColour colour;
+};
+
+inline std::ostream& operator<<(std::ostream& stream, const PictureFormat& row) {
+  return stream << row.name;
+}
+
+inline constexpr PictureFormat kPictureFormats[] = {
+    {"Packed422", kCMPixelFormat_422YpCbCr8, {}},
+    {"Packed422By709", kCMPixelFormat_422YpCbCr8, {YCbCrColour::Matrix::kBT709, false}},
+    {"Packed422FullRange", kCMPixelFormat_422YpCbCr8, {YCbCrColour::Matrix::kBT601, true}},
+    {"Packed422FullRangeBy709", kCMPixelFormat_422YpCbCr8, {YCbCrColour::Matrix::kBT709, true}},
+    {"Planar420", kCVPixelFormat_420Planar, {}},
+    {"Planar420By709", kCVPixelFormat_420Planar, {YCbCrColour::Matrix::kBT709, false}},
+    {"Planar420FullRange", kCVPixelFormat_420Planar, {YCbCrColour::Matrix::kBT601, true}},
+    {"Planar420FullRangeBy709", kCVPixelFormat_420Planar, {YCbCrColour::Matrix::kBT709, true}},
+    {"Planar422", kCVPixelFormat_422Planar, {}},
+    {"Planar422FullRange", kCVPixelFormat_422Planar, {YCbCrColour::Matrix::kBT601, true}},
+    {"Planar444", kCVPixelFormat_444Planar, {}},
+    {"Planar444By709", kCVPixelFormat_444Planar, {YCbCrColour::Matrix::kBT709, false}},
+    {"BiPlanar420", kCVPixelFormat_420BiPlanar, {}},
+    {"BiPlanar420By709", kCVPixelFormat_420BiPlanar, {YCbCrColour::Matrix::kBT709, false}},
+    {"Gray", kCVPixelFormat_Gray, {}},
+    {"GrayFullRange", kCVPixelFormat_Gray, {YCbCrColour::Matrix::kBT601, true}},
+    {"RGBA", kCVPixelFormat_32RGBA, {}},
+    {"BGRA", kCVPixelFormat_32BGRA, {}},
+};
 
 /// A picture of 2 × 2 fields of one colour each, with padding after its rows: upper left, upper right,
 /// lower left, lower right. The fields begin at even pixels.

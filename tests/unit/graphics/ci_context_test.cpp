@@ -5,7 +5,6 @@
 
 #include <array>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <vector>
 
@@ -20,41 +19,11 @@ using test::Colour;
 using test::colourAt;
 using test::isNear;
 using test::kFields;
-
-using Matrix = YCbCrColour::Matrix;
-
-struct FormatRow {
-  const char* name;
-  uint32_t format;
-  YCbCrColour colour;
-};
-
-std::ostream& operator<<(std::ostream& stream, const FormatRow& row) {
-  return stream << row.name;
-}
-
-constexpr FormatRow kFormats[] = {
-    {"Packed422", kCMPixelFormat_422YpCbCr8, {}},
-    {"Packed422By709", kCMPixelFormat_422YpCbCr8, {Matrix::kBT709, false}},
-    {"Packed422FullRange", kCMPixelFormat_422YpCbCr8, {Matrix::kBT601, true}},
-    {"Planar420", kCVPixelFormat_420Planar, {}},
-    {"Planar420By709", kCVPixelFormat_420Planar, {Matrix::kBT709, false}},
-    {"Planar420FullRange", kCVPixelFormat_420Planar, {Matrix::kBT601, true}},
-    {"Planar420FullRangeBy709", kCVPixelFormat_420Planar, {Matrix::kBT709, true}},
-    {"Planar422", kCVPixelFormat_422Planar, {}},
-    {"Planar422FullRange", kCVPixelFormat_422Planar, {Matrix::kBT601, true}},
-    {"Planar444", kCVPixelFormat_444Planar, {}},
-    {"Planar444By709", kCVPixelFormat_444Planar, {Matrix::kBT709, false}},
-    {"BiPlanar420", kCVPixelFormat_420BiPlanar, {}},
-    {"BiPlanar420By709", kCVPixelFormat_420BiPlanar, {Matrix::kBT709, false}},
-    {"Gray", kCVPixelFormat_Gray, {}},
-    {"GrayFullRange", kCVPixelFormat_Gray, {Matrix::kBT601, true}},
-    {"RGBA", kCVPixelFormat_32RGBA, {}},
-    {"BGRA", kCVPixelFormat_32BGRA, {}},
-};
+using test::kPictureFormats;
+using test::PictureFormat;
 
 /// What a field is to look like: its colour after a way through the layout's own values.
-Colour expectedOf(Colour colour, const FormatRow& row) {
+Colour expectedOf(Colour colour, const PictureFormat& row) {
   if (hasAlpha(row.format)) return colour;
   test::YCbCr value = test::ycbcrOf(colour, row.colour);
   if (row.format == kCVPixelFormat_Gray) value = {value.y, 128, 128};
@@ -86,7 +55,7 @@ struct CIContextTest : testing::Test {
   std::shared_ptr<CIContext> ci;
 };
 
-void expectFields(const CGImage& image, const FormatRow& row, int left, int top, int width, int height,
+void expectFields(const CGImage& image, const PictureFormat& row, int left, int top, int width, int height,
                   int tolerance = 2) {
   for (size_t field = 0; field < 4; ++field) {
     const int x = left + (field % 2 == 0 ? 2 : width - 3);
@@ -97,10 +66,10 @@ void expectFields(const CGImage& image, const FormatRow& row, int left, int top,
   }
 }
 
-struct Formats : CIContextTest, testing::WithParamInterface<FormatRow> {};
+struct Formats : CIContextTest, testing::WithParamInterface<PictureFormat> {};
 
 TEST_P(Formats, AreDrawnUprightInTheirColours) {
-  const FormatRow& row = GetParam();
+  const PictureFormat& row = GetParam();
   for (const auto& [width, height] : {std::pair{48, 32}, std::pair{47, 31}}) {
     const auto image =
         CIImage::imageWithCVImageBuffer(test::fieldsPicture(width, height, row.format, kFields, row.colour));
@@ -117,7 +86,8 @@ TEST_P(Formats, AreDrawnUprightInTheirColours) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(All, Formats, testing::ValuesIn(kFormats), [](const auto& row) { return row.param.name; });
+INSTANTIATE_TEST_SUITE_P(All, Formats, testing::ValuesIn(kPictureFormats),
+                         [](const auto& row) { return row.param.name; });
 
 TEST_F(CIContextTest, DrawsOnlyThePartThatIsAskedFor) {
   for (const uint32_t format : {kCVPixelFormat_420Planar, kCVPixelFormat_32BGRA}) {
@@ -192,7 +162,7 @@ TEST_F(CIContextTest, DrawsNothingElsewhere) {
 TEST_F(CIContextTest, SurvivesStrangeSizes) {
   const auto thin = CIImage::imageWithCVImageBuffer(test::plainPicture(3000, 1, kFields[1]));
   ci->drawImage(thin, CGRect{-90'000, 0, 180'000, 64}, thin->extent());  // far too large to scale on the CPU
-  EXPECT_TRUE(isNear(colourAt(*shown(), 50, 30), expectedOf(kFields[1], kFormats[3]), 2));
+  EXPECT_TRUE(isNear(colourAt(*shown(), 50, 30), expectedOf(kFields[1], kPictureFormats[3]), 2));
   ci->drawImage(thin, CGRect{0, 0, 1e30F, 64}, thin->extent());
   ci->drawImage(thin, CGRect{0, 0, 0.01F, 0.01F}, thin->extent());
   ci->drawImage(thin, CGRect{0, 0, -5, 5}, thin->extent());
@@ -208,7 +178,7 @@ TEST(CIContext, CutsBitmapsOutWithRoundedEdgesAndClearSurroundings) {
   ASSERT_EQ(part->width(), 6);    // -2 to 4
   ASSERT_EQ(part->height(), 21);  // 30 to 51
   EXPECT_EQ(part->pixels()[3], 0) << "above the picture";
-  EXPECT_TRUE(isNear(colourAt(*part, 2, 10), expectedOf(kFields[0], kFormats[3]), 2));
+  EXPECT_TRUE(isNear(colourAt(*part, 2, 10), expectedOf(kFields[0], kPictureFormats[3]), 2));
   EXPECT_EQ(part->pixels()[10 * 24 + 4 + 3], 0) << "left of the picture";
   EXPECT_EQ(part->pixels()[10 * 24 + 8 + 3], 255);
 }

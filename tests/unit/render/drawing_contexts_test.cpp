@@ -25,7 +25,9 @@
 namespace vesk {
 namespace {
 
+using test::kPictureFormats;
 using test::OffscreenHost;
+using test::PictureFormat;
 using Profile = OffscreenHost::Profile;
 using Matrix = YCbCrColour::Matrix;
 
@@ -47,30 +49,6 @@ constexpr ContextRow kContexts[] = {
     {"ES2", Profile::kES2, {.version = 20}},
     {"ES2WithoutExtensions", Profile::kES2, {.version = 20, .hasNoBGRA = true, .hasNoRowLength = true}},
     {"ES3", Profile::kES3, {.version = 30}},
-};
-
-struct FormatRow {
-  uint32_t format;
-  YCbCrColour colour;
-};
-
-constexpr FormatRow kFormats[] = {
-    {kCMPixelFormat_422YpCbCr8, {}},
-    {kCMPixelFormat_422YpCbCr8, {Matrix::kBT709, false}},
-    {kCMPixelFormat_422YpCbCr8, {Matrix::kBT709, true}},
-    {kCVPixelFormat_420Planar, {}},
-    {kCVPixelFormat_420Planar, {Matrix::kBT709, false}},
-    {kCVPixelFormat_420Planar, {Matrix::kBT601, true}},
-    {kCVPixelFormat_420Planar, {Matrix::kBT709, true}},
-    {kCVPixelFormat_422Planar, {}},
-    {kCVPixelFormat_422Planar, {Matrix::kBT601, true}},
-    {kCVPixelFormat_444Planar, {}},
-    {kCVPixelFormat_444Planar, {Matrix::kBT709, false}},
-    {kCVPixelFormat_420BiPlanar, {}},
-    {kCVPixelFormat_420BiPlanar, {Matrix::kBT709, false}},
-    {kCVPixelFormat_Gray, {}},
-    {kCVPixelFormat_32RGBA, {}},
-    {kCVPixelFormat_32BGRA, {}},
 };
 
 /// Fails when the driver has anything to say of a call: an error, undefined behaviour, a slow way.
@@ -145,7 +123,7 @@ TEST_P(Sizes, ShowTheSameInEveryContext) {
   std::minstd_rand random(isHardware ? 1 : 2);
   const auto side = [&random](int least, int most) { return static_cast<int32_t>(random() % (most - least)) + least; };
   for (int trial = 0; trial < 96; ++trial) {
-    const FormatRow& format = kFormats[trial % std::size(kFormats)];
+    const PictureFormat& format = kPictureFormats[trial % std::size(kPictureFormats)];
     const NSSize size{static_cast<float>(side(1, 500)), static_cast<float>(side(1, 400))};
     const bool isScaled = trial % 3 != 0;
     const int32_t width = isScaled ? side(640, 1000) : side(1, 639);
@@ -181,7 +159,7 @@ TEST_P(Sizes, ShowTheSameInEveryContext) {
       const int allowed = isScaled ? 1 : 0;
       ASSERT_LE(largestDifference(*first, *whole), allowed)
           << rows[i].name << ": " << width << " x " << height << " in " << size.width << " x " << size.height
-          << ", format " << trial % std::size(kFormats);
+          << ", format " << trial % std::size(kPictureFormats);
       ASSERT_LE(largestDifference(*firstPart, *after), allowed) << rows[i].name << ", a part";
     }
   }
@@ -438,7 +416,7 @@ TEST_P(Contexts, GiveTheHostItsStateBackAndAreNotDisturbedByIt) {
     ASSERT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
     const test::GLStateSnapshot before;
     std::minstd_rand random(5);
-    for (const FormatRow& format : kFormats) {
+    for (const PictureFormat& format : kPictureFormats) {
       for (const auto& [width, height] : {std::pair{301, 180}, std::pair{800, 450}}) {
         const auto image =
             CIImage::imageWithCVImageBuffer(test::noisePicture(width, height, format.format, format.colour, random));
@@ -499,7 +477,7 @@ TEST_P(Contexts, DrawIntoFramebuffersOfTheHostAtAnyPlace) {
         expect(*left.view, turn ? first : second);
         expect(*right, turn ? second : first);
       }
-      for (const FormatRow& format : kFormats)
+      for (const PictureFormat& format : kPictureFormats)
         expect(*left.view,
                CIImage::imageWithCVImageBuffer(test::noisePicture(91, 71, format.format, format.colour, random)));
       left.view->setFrame({50, 180, 200, 100});  // moved, and of the same size

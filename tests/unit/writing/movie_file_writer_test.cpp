@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 #include <vesk/version.h>
 #include "platform/foundation/byte_reader.h"
+#include "platform/media/aac_silence.h"
 #include "platform/writing/movie_recovery_in.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/unit/writing/movie_probe.h"
@@ -522,16 +524,23 @@ TEST_F(MovieFileWriterTest, StretchesThePacketBeforeAGapInAAC) {
   for (size_t i = 0; i < times.size(); ++i) ASSERT_NEAR(movie.tracks[0].times[i], times[i], 1) << i;
 }
 
-TEST_F(MovieFileWriterTest, PutsSilenceForBothChannelsIntoAPairsTrack) {
-  const size_t sound = addSound();
-  const auto format = aacFormat(48000, 2);
-  ASSERT_TRUE(mWriter.start());
-  const auto sample = aacSample(format, 40, 0, true);
-  sample->attachments().insertedSilence = 40;
-  ASSERT_TRUE(mWriter.append(sound, sample));
-  const ProbedMovie movie = finishAndProbe(Probe::kDecode);  // a packet of one channel is complained about
-  EXPECT_EQ(movie.tracks[0].packets, 40);
-  EXPECT_GE(movie.tracks[0].decoded, 39 * 1024);
+TEST_F(MovieFileWriterTest, PutsSilenceOfAllItsChannelsIntoATrackOfAAC) {
+  for (const uint32_t channels : {1U, 2U, 6U, 8U}) {
+    SCOPED_TRACE(channels);
+    MovieFileWriter writer(kPath, mFiles, FragmentWriter::Thread::kNone);
+    const size_t sound = writer.addTrack(TrackKind::kSound);
+    ASSERT_TRUE(writer.start());
+    const auto sample = aacSample(aacFormat(48000, channels), 40, 0, true);
+    sample->attachments().insertedSilence = 40;
+    ASSERT_TRUE(writer.append(sound, sample));
+    ASSERT_TRUE(writer.finish());
+    const ProbedMovie movie = probe(Probe::kDecode);  // a packet of other channels is complained about
+    EXPECT_EQ(movie.complaints, "");
+    EXPECT_EQ(movie.tracks.at(0).packets, 40);
+    EXPECT_GE(movie.tracks[0].decoded, 39 * 1024);
+    mFiles.remove(kPath);
+  }
+  for (const uint32_t other : {0U, 7U, 9U}) EXPECT_TRUE(std::ranges::equal(silentAACPacket(other), silentAACPacket(1)));
 }
 
 TEST_F(MovieFileWriterTest, TakesSeveralPacketsInOneSample) {
