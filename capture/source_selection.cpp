@@ -52,23 +52,23 @@ const SourceKind* kindOf(std::string_view text) {
 
 Error notSetUp(const std::string& text, const std::string& why = {}) {
   return {Cause::kOther, "the capture source \"" + text + "\" could not be set up" + (why.empty() ? "" : ": " + why),
-          ""};
+          "", text};
 }
 
 CaptureSourcePtr makeOne(const std::string& text, const SourceOptions& options, Error& error) {
   const SourceKind* kind = kindOf(text);
   if (!kind) {
     error = {Cause::kWrongUse, "there is no capture source \"" + text + "\"",
-             "Name simulated, file:PATH or linux, or several joined by +."};
+             "Name simulated, file:PATH or linux, or several joined by +.", text};
     return nullptr;
   }
   if (!kind->make) {
-    error = {Cause::kNotSupported, "the capture source \"" + text + "\" is not built in", ""};
+    error = {Cause::kNotSupported, "the capture source \"" + text + "\" is not built in", "", text};
     return nullptr;
   }
   const std::string argument = kind->takesArgument ? text.substr(kind->name.size() + 1) : "";
   if (kind->takesArgument && argument.empty()) {
-    error = {Cause::kWrongUse, "the capture source \"" + text + "\" lacks a path", "Write it behind the colon."};
+    error = {Cause::kWrongUse, "the capture source \"" + text + "\" lacks a path", "Write it behind the colon.", text};
     return nullptr;
   }
   CaptureSourcePtr source = kind->make(argument, options, error);

@@ -65,15 +65,14 @@ int32_t VeskAVDevice::noFormatChosen() const {
 }
 
 int32_t VeskAVDevice::failed(int32_t status, Error why) const {
+  if (why && why.subject.empty()) why.subject = mDeviceInfo->name().value_or("");
   mLastError->set(std::move(why));
   return status;
 }
 
 int32_t VeskAVDevice::answered(int32_t status) const {
-  if (status == kVeskStatusSuccess)
-    mLastError->clear();
-  else
-    mLastError->set(capture::lastError());
+  if (status != kVeskStatusSuccess) return failed(status, capture::lastError());
+  mLastError->clear();
   return status;
 }
 

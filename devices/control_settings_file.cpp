@@ -146,12 +146,12 @@ std::optional<ControlSettings> loadControlSettings(const std::string& path, Erro
   const auto content = contentOf(path, code);
   if (!content) {
     const Cause cause = fileCause(code);
-    return fail({cause, fmt::format("\"{}\" cannot be read: {}", path, std::strerror(code)), fileRemedy(cause)});
+    return fail({cause, fmt::format("\"{}\" cannot be read: {}", path, std::strerror(code)), fileRemedy(cause), path});
   }
   auto settings = readSettings(parse(*content));
   if (!settings)
     return fail({Cause::kUnreadable, fmt::format("\"{}\" holds no settings of a camera", path),
-                 "Choose a file that settings of a camera were saved to."});
+                 "Choose a file that settings of a camera were saved to.", path});
   if (why) *why = {};
   return settings;
 }

@@ -127,7 +127,7 @@ int32_t VeskMovieAssetCreator::State::Open(const _VeskVideoDescription* video, c
   } catch (const std::exception& error) {
     mCounters->writerMissing = true;
     mCounters->noteFailure(0, {Cause::kOther, "the movie \"" + mFilePath + "\" could not be opened: " + error.what(),
-                               "Close other programs."});
+                               "Close other programs.", mFilePath});
   }
   return 0;
 }

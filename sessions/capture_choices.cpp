@@ -74,15 +74,15 @@ Error noFormat(const VeskVideoDevice& camera, const VideoFormatRequest& request,
     rates.reserve(otherRates.size());
     for (const double rate : otherRates) rates.push_back(fmt::format("{:.4g}", rate));
     return {Cause::kNoFormat, fmt::format("\"{}\" does not offer {}", name, wanted),
-            fmt::format("Choose one of its rates: {}.", fmt::join(rates, ", "))};
+            fmt::format("Choose one of its rates: {}.", fmt::join(rates, ", ")), name};
   }
   if (!wanted.empty())
     return {Cause::kNoFormat, fmt::format("\"{}\" does not offer {}", name, wanted),
-            "Choose one of the formats that it offers."};
+            "Choose one of the formats that it offers.", name};
   const bool isForMovie = purpose == CapturePurpose::kRecord;
   return {Cause::kNoFormat,
           fmt::format("\"{}\" offers no format that can be {}", name, isForMovie ? "recorded" : "shown"),
-          isForMovie ? "H.264 and raw frames can be recorded; choose a camera that offers them." : ""};
+          isForMovie ? "H.264 and raw frames can be recorded; choose a camera that offers them." : "", name};
 }
 
 }  // namespace
@@ -173,7 +173,7 @@ SoundFormatChoice chooseSoundFormat(VeskAudioDevice& microphone, const SoundForm
           {Cause::kNoFormat,
            fmt::format("\"{}\" offers no sound {}", displayName(*microphone.deviceInfo()),
                        isAny ? "that can be recorded" : "in the format that was asked for"),
-           "Choose another format or microphone, or record without sound."}};
+           "Choose another format or microphone, or record without sound.", displayName(*microphone.deviceInfo())}};
 }
 
 }  // namespace vesk

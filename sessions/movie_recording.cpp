@@ -25,7 +25,7 @@ constexpr uint64_t kShortestSound = 5'000'000;
 
 Error notBegun(const std::string& file) {
   return {Cause::kFileError, fmt::format("a movie could not be begun at \"{}\"", file),
-          "See that there is room for it, or choose another place or format."};
+          "See that there is room for it, or choose another place or format.", file};
 }
 
 Error whyNotStarted(const VeskAVDevice& device, const char* otherwise) {
@@ -182,9 +182,9 @@ Error MovieRecording::nothingRecorded() const {
     return {Cause::kNoFormat,
             fmt::format("nothing was recorded: \"{}\" sent {} pictures, none of which a movie can begin with", name,
                         mOutcome.statistics.videoHeldBack),
-            "Record for longer, or choose another format."};
+            "Record for longer, or choose another format.", name};
   return {Cause::kStalled, fmt::format("nothing was recorded: no picture came from \"{}\"", name),
-          "Record for longer; if that does not help, plug the camera in again or choose another."};
+          "Record for longer; if that does not help, plug the camera in again or choose another.", name};
 }
 
 /// In words by the writer's status; the cause is the one that the writer met.
@@ -192,7 +192,7 @@ Error MovieRecording::writerError() const {
   const Cause met = mOutcome.statistics.error.cause;
   const auto error = [&](Cause usual, std::string what) -> Error {
     const Cause cause = met == Cause::kNone ? usual : met;
-    return {cause, std::move(what), fileRemedy(cause)};
+    return {cause, std::move(what), fileRemedy(cause), mPlan.file};
   };
   switch (mOutcome.statistics.status) {
     case kMovieDiskFull:
@@ -212,7 +212,8 @@ Error MovieRecording::notPlaced(const RecordedMovie& movie) const {
     return "Its hidden folder must stay until the recording has ended.";
   };
   return {mOutcome.error.cause,
-          fmt::format("the movie could not be placed at \"{}\": {}", mPlan.file, mOutcome.error.what), remedy()};
+          fmt::format("the movie could not be placed at \"{}\": {}", mPlan.file, mOutcome.error.what), remedy(),
+          mPlan.file};
 }
 
 Error MovieRecording::missingTrack() const {
@@ -221,12 +222,12 @@ Error MovieRecording::missingTrack() const {
     return {
         Cause::kStalled,
         fmt::format("no picture came from \"{}\"; the movie has sound only", displayName(*mPlan.camera->deviceInfo())),
-        "See what it sends, or choose another camera."};
+        "See what it sends, or choose another camera.", displayName(*mPlan.camera->deviceInfo())};
   if (!mPlan.microphone || statistics.audioPackets != 0) return {};
   return {Cause::kSilent,
           fmt::format("no sound came from \"{}\"; the movie has pictures only",
                       displayName(*mPlan.microphone->deviceInfo())),
-          "See what it hears, or choose another microphone."};
+          "See what it hears, or choose another microphone.", displayName(*mPlan.microphone->deviceInfo())};
 }
 
 }  // namespace vesk

@@ -88,7 +88,7 @@ void MovieWatch::watchFrames(const MovieRecording& movie, const RecordingStatist
       return report(Kind::kFramesStalled, info,
                     {Cause::kStalled,
                      fmt::format("\"{}\" has sent no picture for {} s", displayName(*info), StallWatch::kLimit.count()),
-                     "If it does not go on by itself, plug it in again."});
+                     "If it does not go on by itself, plug it in again.", displayName(*info)});
     case StallWatch::Change::kResumed:
       return report(Kind::kFramesResumed, info);
     case StallWatch::Change::kNone:
@@ -105,23 +105,24 @@ void MovieWatch::watchSound(const MovieRecording& movie, const VeskAudioDevice* 
     // Not at once: where the camera is going too, that is what is to be said.
     if (mIsLossReported || mNow - *mMicrophoneLost < mEnvironment.departure) return;
     mIsLossReported = true;
-    return report(Kind::kSoundMissing, info,
-                  {Cause::kUnplugged,
-                   fmt::format("\"{}\" was unplugged; the movie goes on without sound until it is back", name), ""});
+    return report(
+        Kind::kSoundMissing, info,
+        {Cause::kUnplugged, fmt::format("\"{}\" was unplugged; the movie goes on without sound until it is back", name),
+         "", name});
   }
   if (isHeldUp(movie)) {
     mPackets.restart(mNow);
   } else if (mPackets.look(watch->packets(), mNow) == StallWatch::Change::kStalled) {
     return report(Kind::kSoundStalled, info,
                   {Cause::kSilent, fmt::format("\"{}\" has sent no sound for {} s", name, StallWatch::kLimit.count()),
-                   "Plug it in again, or choose another microphone."});
+                   "Plug it in again, or choose another microphone.", name});
   }
   const auto quiet = mQuiet.look(watch->quietFor());
   if (!quiet) return;
   report(
       Kind::kSoundQuiet, info,
       {Cause::kSilent, fmt::format("no sound above {:.0f} dB for {:.0f} s from \"{}\"", kQuietSoundLevel, *quiet, name),
-       microphone->isMuteOn() ? "It is muted." : "See that it is not muted or turned down."});
+       microphone->isMuteOn() ? "It is muted." : "See that it is not muted or turned down.", name});
 }
 
 void MovieWatch::askForRoom(const MovieRecording& movie) {
@@ -152,10 +153,10 @@ void MovieWatch::watchDisk(const MovieRecording& movie, const RecordingStatistic
           Kind::kDiskFilling, nullptr,
           {Cause::kDiskFull,
            fmt::format("the disk of \"{}\" has room for {} more", file, inWords(mDisk.secondsLeft().value_or(0))),
-           "Make room on it; otherwise the recording ends before it is full."});
+           "Make room on it; otherwise the recording ends before it is full.", file});
     case DiskWatch::Verdict::kFull:
       mMustEnd = {Cause::kDiskFull, fmt::format("the disk of \"{}\" is full", file),
-                  "Make room on it, or record to another disk."};
+                  "Make room on it, or record to another disk.", file};
       return;
   }
 }

@@ -72,7 +72,8 @@ struct Recording {
 };
 
 Error noFile(const std::string& path) {
-  return {Cause::kWrongUse, "\"" + path + "\" names no file that a movie could be written to", "Choose another name."};
+  return {Cause::kWrongUse, "\"" + path + "\" names no file that a movie could be written to", "Choose another name.",
+          path};
 }
 
 /// Opens what is closed, and a movie for the session's present choices.

@@ -111,7 +111,8 @@ int32_t VeskRecorder::State::openCreator(const std::string& path, std::shared_pt
                   {Cause::kOther, "there is no memory for a movie", "Close other programs."});
   creator->SetRoomHandler([] { capture::Transport::shared().askAgain(); });
   if (creator->Open(mVideo ? &*mVideo : nullptr, mAudio ? &*mAudio : nullptr) != 0)
-    return failed(kVeskStatusMovieNotOpened, {Cause::kOther, "the movie \"" + path + "\" could not be opened", ""});
+    return failed(kVeskStatusMovieNotOpened,
+                  {Cause::kOther, "the movie \"" + path + "\" could not be opened", "", path});
   creator->SetContinues([this] {
     const MutexLock lock(mMutex);
     return mContinues;

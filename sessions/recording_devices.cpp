@@ -76,7 +76,7 @@ DeviceError RecordingDevices::openCamera(bool& isThere) {
   mVideoFormat = camera->getFormat();
   if (mVideoFormat && isRecordable(*mVideoFormat)) return {};
   return {{Cause::kNoFormat, fmt::format("the format of \"{}\" cannot be recorded", displayName(*info)),
-           "H.264 and raw frames can be recorded; choose another format."},
+           "H.264 and raw frames can be recorded; choose another format.", displayName(*info)},
           info};
 }
 

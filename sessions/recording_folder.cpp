@@ -83,19 +83,19 @@ Error cannotWriteIn(const std::string& folder, int error) {
   const std::string what = fmt::format("cannot write in \"{}\": {}", folder, std::strerror(error));
   switch (error) {
     case ENOENT:
-      return {Cause::kFolderGone, what, "Make the folder first, or choose another place."};
+      return {Cause::kFolderGone, what, "Make the folder first, or choose another place.", folder};
     case ENOTDIR:
-      return {Cause::kFolderGone, what, "Choose another place."};
+      return {Cause::kFolderGone, what, "Choose another place.", folder};
     case ENOSPC:
-      return {Cause::kDiskFull, what, "Make room on that disk, or choose another place."};
+      return {Cause::kDiskFull, what, "Make room on that disk, or choose another place.", folder};
     case ENAMETOOLONG:
-      return {Cause::kFileError, what, "Choose a shorter name."};
+      return {Cause::kFileError, what, "Choose a shorter name.", folder};
     case EACCES:
     case EPERM:
     case EROFS:
-      return {Cause::kNoPermission, what, "Choose a place that you may write to."};
+      return {Cause::kNoPermission, what, "Choose a place that you may write to.", folder};
     default:
-      return {Cause::kFileError, what, "Choose another place."};
+      return {Cause::kFileError, what, "Choose another place.", folder};
   }
 }
 
@@ -179,7 +179,7 @@ Error refusalIfRecorded(const std::string& finalPath, const std::vector<LockedLe
   for (const LockedLeftover& leftover : leftovers)
     if (leftover.isInUse)
       return {Cause::kBusy, fmt::format("\"{}\" is being recorded by another program", finalPath),
-              "Choose another name, or end that recording first."};
+              "Choose another name, or end that recording first.", finalPath};
   return {};
 }
 

@@ -21,7 +21,7 @@ std::optional<FinishedLeftover> finish(const std::string& file, const LockedLeft
   FinishedLeftover finished;
   if (leftover.isInUse) {
     finished.error = {Cause::kBusy, fmt::format("\"{}\" is being recorded at this moment", file),
-                      "End that recording first."};
+                      "End that recording first.", file};
     return finished;
   }
   if (leftover.movie.empty()) {
@@ -44,7 +44,7 @@ std::optional<FinishedLeftover> finish(const std::string& file, const LockedLeft
     finished.error = {
         Cause::kFileError,
         fmt::format("the movie is whole, but it could not be moved to \"{}\": {}", target, error.description),
-        fmt::format("It is at \"{}\".", leftover.movie)};
+        fmt::format("It is at \"{}\".", leftover.movie), target};
     return finished;
   }
   giveOrdinaryMode(target);

@@ -541,7 +541,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     if (mIsOver || isLongEnough) return end();
     if (!mSettings.waitsForCamera)
       return fail({{Cause::kUnplugged, fmt::format("\"{}\" was unplugged; the movie ends there", displayName(*camera)),
-                    fmt::format("What was recorded is whole, at \"{}\".", file)},
+                    fmt::format("What was recorded is whole, at \"{}\".", file), displayName(*camera)},
                    camera});
     mHasWaited = true;
     attempt([this] { lookForCamera(); });
@@ -626,13 +626,13 @@ VeskRecordingSupervisor::~VeskRecordingSupervisor() {
 Error VeskRecordingSupervisor::checkFile(const std::string& file, bool replacesFile) {
   std::error_code ignored;
   if (fs::is_directory(file, ignored) || fs::path(file).filename().empty())
-    return {Cause::kWrongUse, fmt::format("\"{}\" is a folder", file), "Name a file, for example lesson.mov."};
+    return {Cause::kWrongUse, fmt::format("\"{}\" is a folder", file), "Name a file, for example lesson.mov.", file};
   if (!isMovieName(file))
     return {Cause::kWrongUse, fmt::format("\"{}\" would not be what its name says: movies are QuickTime files", file),
-            fmt::format("Name it {}.", fs::path(file).replace_extension(".mov").string())};
+            fmt::format("Name it {}.", fs::path(file).replace_extension(".mov").string()), file};
   if (Error error = refusalIfRecorded(file, findLeftovers(file, LeftoverLock::kLook))) return error;
   if (!replacesFile && fs::exists(fs::symlink_status(file, ignored)))
-    return {Cause::kFileExists, fmt::format("\"{}\" exists already", file), "Choose another name."};
+    return {Cause::kFileExists, fmt::format("\"{}\" exists already", file), "Choose another name.", file};
   return {};
 }
 

@@ -95,7 +95,7 @@ TemporaryMovie::Placing TemporaryMovie::moveTo(const std::string& finalPath) {
 TemporaryMovie::Placing TemporaryMovie::place(const std::string& finalPath) const {
   const auto movie = statusIn(mFolder, mName);
   if (!movie || !S_ISREG(movie->st_mode))
-    return {{Cause::kFolderGone, "nothing was written at \"" + mPath + "\"", ""}, ""};
+    return {{Cause::kFolderGone, "nothing was written at \"" + mPath + "\"", "", mPath}, ""};
   if (isAlreadyAt(finalPath)) {
     giveOrdinaryMode(finalPath);
     return {};
@@ -103,7 +103,7 @@ TemporaryMovie::Placing TemporaryMovie::place(const std::string& finalPath) cons
   const std::string current = whereabouts();
   if (current.empty())
     return {{Cause::kFolderGone, "the movie's disk was unmounted; it is there, in a file named \"" + mName + "\"",
-             "Attach the disk again."},
+             "Attach the disk again.", mName},
             "",
             true};
   NSError error;

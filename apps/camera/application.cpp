@@ -99,7 +99,7 @@ int Application::onLocalOptions(const Glib::RefPtr<Glib::VariantDict>& options) 
   Glib::ustring source;
   if (options->lookup_value("capture", source)) {
     if (const Error error = capture::selectSource(source, {})) {
-      g_printerr("vesk-camera: %s. %s\n", error.what.c_str(), error.remedy.c_str());
+      g_printerr("vesk-camera: %s\n", sentences(error).c_str());
       return 2;
     }
   }

@@ -116,7 +116,8 @@ Error CameraMemory::renamePreset(const std::string& name, const std::string& new
   if (name == newName) return {};
   Error why;
   if (g_file_test(presetFile(newName).c_str(), G_FILE_TEST_EXISTS))
-    return {Cause::kFileExists, filled(_("there is a preset \"{}\" already"), newName), _("Choose another name.")};
+    return {Cause::kFileExists, filled(_("there is a preset \"{}\" already"), newName), _("Choose another name."),
+            newName};
   const auto values = preset(name, &why);
   if (!values) return why;
   if ((why = savePreset(newName, *values))) return why;
@@ -156,7 +157,7 @@ Error CameraMemory::keepFormat(const std::optional<VideoFormatRequest>& format) 
   const GText text(g_key_file_to_data(file.get(), &length, nullptr));
   NSError error;
   if (writeToFileAtomically(formatFile(), {reinterpret_cast<const uint8_t*>(text.get()), length}, &error)) return {};
-  return {error.cause, error.description, ""};
+  return {error.cause, error.description, "", error.path};
 }
 
 std::string CameraMemory::presetFile(const std::string& name) const {

@@ -36,7 +36,8 @@ Error makeFolder(const std::string& folder) {
   std::filesystem::create_directories(folder, error);
   if (!error) return {};
   const Cause cause = error == std::errc::permission_denied ? Cause::kNoPermission : Cause::kFolderGone;
-  return {cause, fmt::format("the folder {} cannot be made: {}", folder, error.message()), "Choose another folder."};
+  return {cause, fmt::format("the folder {} cannot be made: {}", folder, error.message()), "Choose another folder.",
+          folder};
 }
 
 std::string defaultFilmFolder() {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <filesystem>
 
 namespace vesk::camera {
 namespace {
@@ -42,23 +43,19 @@ bool isEnglish() {
   return std::string_view(C_("language", "en")) == "en";
 }
 
-/// The device, file or folder that an error is about: the library puts its name between quotation marks. Of a path, the
-/// last part.
-std::string subjectOf(const std::string& what) {
-  const size_t begin = what.find('"');
-  const size_t end = begin == std::string::npos ? begin : what.find('"', begin + 1);
-  if (end == std::string::npos) return "";
-  const std::string name = what.substr(begin + 1, end - begin - 1);
-  return name.substr(name.starts_with('/') ? name.rfind('/') + 1 : 0);
+/// The device, file or folder that an error is about. Of a path, the last part.
+std::string subjectOf(const Error& error) {
+  const std::string& name = error.subject;
+  return name.starts_with('/') ? std::filesystem::path(name).filename().string() : name;
 }
 
-/// The programs that hold a device, where the library knows them: "…another program (NAME, pid 7) is using it".
-std::string holdersOf(const Error& error) {
-  constexpr std::string_view kEnd = ") is using it";
-  if (error.cause != Cause::kBusy || !error.what.ends_with(kEnd)) return "";
-  const size_t begin = error.what.rfind('(');
-  if (begin == std::string::npos) return "";
-  return error.what.substr(begin + 1, error.what.size() - kEnd.size() - begin - 1);
+std::string namesOf(const std::vector<RunningProgram>& programs) {
+  std::string names;
+  for (const RunningProgram& program : programs) {
+    if (!names.empty()) names += "; ";
+    names += program.name.empty() ? std::to_string(program.process) : program.name;
+  }
+  return names;
 }
 
 /// By the cause, with the names put in. What has no words of its own keeps those of the library.
@@ -67,9 +64,8 @@ std::string translatedSentences(const Error& error) {
                                        [&](const CauseText& text) { return text.cause == error.cause; });
   std::string text = row != kCauseTexts.end() ? _(row->text) : filled(_("This did not work: {}."), error.what);
   if (row == kCauseTexts.end()) return text;
-  if (const std::string holders = holdersOf(error); !holders.empty())
-    text = filled(_("Another program uses it ({}). Close that program."), holders);
-  const std::string subject = subjectOf(error.what);
+  if (!error.users.empty()) text = filled(_("Another program uses it ({}). Close that program."), namesOf(error.users));
+  const std::string subject = subjectOf(error);
   // Translators: a device or file, and what is wrong with it.
   return subject.empty() ? text : filled(_("“{}”: {}"), subject, text);
 }

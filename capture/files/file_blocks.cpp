@@ -36,7 +36,7 @@ bool isCached(int descriptor, int64_t size) {
 }
 
 Error notRegular(const std::string& path) {
-  return {Cause::kUnreadable, fmt::format("{}: is not a regular file", path), "Name a movie or sound file."};
+  return {Cause::kUnreadable, fmt::format("{}: is not a regular file", path), "Name a movie or sound file.", path};
 }
 
 }  // namespace
@@ -52,9 +52,9 @@ std::shared_ptr<FileBlocks> FileBlocks::open(const std::string& path, Error& err
   if (descriptor < 0) {
     const int reason = errno;
     error = {fileCause(reason), fmt::format("{}: cannot be opened: {}", path, std::generic_category().message(reason)),
-             "Choose a file that you may read."};
+             "Choose a file that you may read.", path};
     if (reason == ENOENT || reason == ENOTDIR)
-      error = {Cause::kNoFile, fmt::format("{}: no such file", path), "Check the path."};
+      error = {Cause::kNoFile, fmt::format("{}: no such file", path), "Check the path.", path};
     return nullptr;
   }
   struct stat status {};
@@ -62,9 +62,9 @@ std::shared_ptr<FileBlocks> FileBlocks::open(const std::string& path, Error& err
   std::shared_ptr<FileBlocks> file(new FileBlocks(descriptor, isKnown ? status.st_size : 0));
   if (isKnown && S_ISREG(status.st_mode) && status.st_size > 0) return file;
   if (isKnown && S_ISREG(status.st_mode)) {
-    error = {Cause::kUnreadable, fmt::format("{}: the file is empty", path), "Name a movie or sound file."};
+    error = {Cause::kUnreadable, fmt::format("{}: the file is empty", path), "Name a movie or sound file.", path};
   } else if (isKnown && S_ISDIR(status.st_mode)) {
-    error = {Cause::kWrongUse, fmt::format("{}: is a folder", path), "Name a movie or sound file in it."};
+    error = {Cause::kWrongUse, fmt::format("{}: is a folder", path), "Name a movie or sound file in it.", path};
   } else {
     error = notRegular(path);
   }

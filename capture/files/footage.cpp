@@ -65,7 +65,7 @@ std::unique_ptr<Footage> Footage::open(const std::string& path, bool wantsLength
   std::string unreadable;
   auto container = MediaContainer::open(path, file, unreadable);
   if (!container) {
-    error = {Cause::kUnreadable, unreadable, "Name a movie or sound file that plays."};
+    error = {Cause::kUnreadable, unreadable, "Name a movie or sound file that plays.", path};
     return nullptr;
   }
   auto footage = std::make_unique<Footage>();
@@ -74,7 +74,7 @@ std::unique_ptr<Footage> Footage::open(const std::string& path, bool wantsLength
   const int soundIndex = container->bestTrack(AVMEDIA_TYPE_AUDIO);
   if (videoIndex < 0 && soundIndex < 0) {
     error = {Cause::kUnreadable, fmt::format("{}: has neither a picture nor a sound track", path),
-             "Name a movie or sound file that plays."};
+             "Name a movie or sound file that plays.", path};
     return nullptr;
   }
 
@@ -91,8 +91,8 @@ std::unique_ptr<Footage> Footage::open(const std::string& path, bool wantsLength
   if (video.reader) footage->video = probeVideo(video, videoError);
   if (sound.reader) footage->sound = probeSound(sound, soundError);
   if (!footage->video && !footage->sound) {
-    error = {Cause::kUnreadable, videoError.empty() ? soundError : videoError,
-             "Name a movie or sound file that plays."};
+    error = {Cause::kUnreadable, videoError.empty() ? soundError : videoError, "Name a movie or sound file that plays.",
+             path};
     return nullptr;
   }
   if (!videoError.empty()) NSLog(LogLevel::kWarning, videoError + "; only its sound is offered");

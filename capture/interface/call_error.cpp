@@ -61,7 +61,9 @@ int32_t endCall(int32_t status, DeviceKind kind, std::string_view name) {
     forgetError();
     return status;
   }
-  return tError ? status : failed(status, generalError(status, deviceText(kind, name)));
+  if (!tError) tError = generalError(status, deviceText(kind, name));
+  if (tError.subject.empty()) tError.subject = name;
+  return status;
 }
 
 }  // namespace vesk::capture

@@ -18,7 +18,7 @@ void forgetError();
 /// `status`, with `why` unless the call has been given a reason already.
 int32_t failedUnlessExplained(int32_t status, const Error& why);
 /// Ends a call to the device of that name: one that succeeds has no error, one that fails without a reason has the
-/// general error of its status.
+/// general error of its status. An error that does not say what it is about is about the device.
 int32_t endCall(int32_t status, DeviceKind kind, std::string_view name);
 
 }  // namespace vesk::capture

@@ -119,6 +119,7 @@ Library::DeviceHandle Library::open(DeviceKind kind, std::u16string_view path) {
   if (!device) {
     failedUnlessExplained(kVCIFailed, {Cause::kOther, deviceText(kind, description->name) + " could not be opened",
                                        "Close other programs that use it, or plug it in again."});
+    endCall(kVCIFailed, kind, description->name);
     logError(lastError());
     return nullptr;
   }

@@ -119,7 +119,7 @@ std::unique_ptr<AudioTap> MicrophoneTaps::openTap(const std::string& uniqueID) {
     if (format == formats.end()) {
       failedUnlessExplained(
           kVCIFailed,
-          {Cause::kNoFormat, deviceText(DeviceKind::kAudio, name) + " offers no sound that can be metered", ""});
+          {Cause::kNoFormat, deviceText(DeviceKind::kAudio, name) + " offers no sound that can be metered", "", name});
       return nullptr;
     }
     forgetError();

@@ -24,6 +24,11 @@ std::optional<SimulatedFaults> faultsOf(std::string_view word) {
   if (word == "well") return faults;
   if (word == "busy") {
     faults.startStatus = kVCIBusy;
+    faults.error = {Cause::kBusy,
+                    "the simulated device is in use by another program (viewer, pid 4242)",
+                    "Close other programs that use it.",
+                    "",
+                    {{4242, "viewer"}}};
     return faults;
   }
   if (word == "silent") {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <vesk/export.h>
 
@@ -12,7 +13,7 @@ namespace vesk {
 enum class Cause : uint8_t {
   kNone,           ///< nothing failed
   kNoPermission,   ///< this user may not use the device, the file or the folder
-  kBusy,           ///< in use by somebody else; `what` says by whom where that is known
+  kBusy,           ///< in use by somebody else; `users` says by whom where that is known
   kNoBandwidth,    ///< the USB bus has no room left for the camera's stream
   kNotAnswering,   ///< the device or the server is there and does not answer
   kUnplugged,      ///< the device is not there any more
@@ -38,12 +39,25 @@ enum class Cause : uint8_t {
 /// The cause as lower-case words joined by hyphens, for JSON and logs: "no-permission"; "none" for kNone.
 VESK_EXPORT std::string_view causeName(Cause cause);
 
+/// A program that runs on this computer.
+struct RunningProgram {
+  int32_t process = 0;  ///< its number
+  std::string name;     ///< as the kernel cuts it: at most 15 bytes; empty when it has none
+  bool operator==(const RunningProgram&) const = default;
+};
+
 /// Why something failed, for a program (cause) and for a person (what, remedy). The layer that knows makes it,
 /// the layers above carry it. Status numbers stay beside it: they say which operation answered, this says why.
+///
+/// `what` is one English line with all details in it. A host that has words of its own, as in another language, finds
+/// the names that they need in `subject` and `users`.
 struct Error {
   Cause cause = Cause::kNone;
   std::string what;    ///< one line: what failed, on which device or file; UTF-8, no full stop
   std::string remedy;  ///< what a person can do about it, one line of sentences; may be empty; names no program
+
+  std::string subject;  ///< the device's name, or the file's or folder's path, that it is about; empty where none is
+  std::vector<RunningProgram> users;  ///< the programs that use it (kBusy), as far as they can be seen
 
   /// Whether there is an error.
   explicit operator bool() const { return cause != Cause::kNone; }

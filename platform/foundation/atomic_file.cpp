@@ -95,7 +95,7 @@ bool writeToFileAtomically(const std::string& path, std::span<const uint8_t> byt
     *error = {};
     if (failure)
       *error = {failure, "Cannot write " + path + ": " + std::generic_category().message(failure),
-                failure == ENOENT ? Cause::kFolderGone : fileCause(failure)};
+                failure == ENOENT ? Cause::kFolderGone : fileCause(failure), path};
   }
   return failure == 0;
 }

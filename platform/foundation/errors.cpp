@@ -68,7 +68,7 @@ Error errorOf(const NSError& error) {
   if (!error) return {};
   std::string what = error.description;
   if (!what.empty()) what.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(what.front())));
-  return {error.cause, std::move(what), fileRemedy(error.cause)};
+  return {error.cause, std::move(what), fileRemedy(error.cause), error.path};
 }
 
 std::string sentences(const Error& error) {

@@ -24,7 +24,7 @@ struct Descriptor {
 
 std::optional<std::vector<uint8_t>> fileBytes(const std::string& path, size_t most, Error* why) {
   const auto fail = [&](Cause cause, const std::string& reason) {
-    if (why) *why = {cause, path + " cannot be read: " + reason, fileRemedy(cause)};
+    if (why) *why = {cause, path + " cannot be read: " + reason, fileRemedy(cause), path};
     return std::nullopt;
   };
   const auto failWithErrno = [&] {

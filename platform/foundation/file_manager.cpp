@@ -196,7 +196,7 @@ bool NSFileManager::moveItemAtPath(const std::string& from, const std::string& t
     *error = {};
     if (failure)
       *error = {failure, oneLine("Cannot move " + from + " to " + to + ": " + std::generic_category().message(failure)),
-                failure == ENOENT && access(from.c_str(), F_OK) == 0 ? Cause::kFolderGone : fileCause(failure)};
+                failure == ENOENT && access(from.c_str(), F_OK) == 0 ? Cause::kFolderGone : fileCause(failure), to};
   }
   return failure == 0;
 }

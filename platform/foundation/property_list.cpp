@@ -483,7 +483,7 @@ std::optional<PropertyList::Dictionary> PropertyList::dictionaryWithContentsOfFi
   if (!bytes) return std::nullopt;
   std::string reason;
   auto result = read(*bytes, reason);
-  if (why && !result) *why = {Cause::kUnreadable, path + ": " + reason, ""};
+  if (why && !result) *why = {Cause::kUnreadable, path + ": " + reason, "", path};
   return result;
 }
 

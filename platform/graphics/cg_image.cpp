@@ -156,7 +156,7 @@ CGImageRef CGImage::create(int32_t width, int32_t height, std::vector<uint8_t> p
 
 CGImageRef CGImageCreateWithFile(const std::string& path, Error* why) {
   const auto fail = [&](const std::string& reason) {
-    if (why) *why = {Cause::kUnreadable, path + " cannot be read: " + reason, ""};
+    if (why) *why = {Cause::kUnreadable, path + " cannot be read: " + reason, "", path};
     return nullptr;
   };
   const auto bytes = fileBytes(path, kMostFileBytes, why);

@@ -27,7 +27,7 @@ std::shared_ptr<AVAssetWriter> AVAssetWriter::initWithURL(const std::string& pat
     if (error) {
       *error = {problem == ENOENT || problem == ENOTDIR ? AVErrorFileFailedToWrite : AVErrorUnknown,
                 "No movie can be written at " + path + ": " + strerror_r(problem, text, sizeof text),
-                problem == ENOENT ? Cause::kFolderGone : fileCause(problem)};
+                problem == ENOENT ? Cause::kFolderGone : fileCause(problem), path};
     }
     return nullptr;
   }

@@ -325,7 +325,8 @@ bool MovieFileWriter::staysInFragments(int error) {
 bool MovieFileWriter::fail(int error) {
   MutexLock lock(mErrorMutex);
   if (!mError)
-    mError = {errorCodeOf(error), "The movie " + mPath + " could not be written: " + describe(error), causeOf(error)};
+    mError = {errorCodeOf(error), "The movie " + mPath + " could not be written: " + describe(error), causeOf(error),
+              mPath};
   mStatus.store(AVAssetWriterStatus::Failed, std::memory_order_release);
   return false;
 }

@@ -473,7 +473,10 @@ RecoveryResult recover(FileSystem& fileSystem, const std::string& path) {
 
 RecoveryResult recoverMovieIn(FileSystem& fileSystem, const std::string& path) {
   RecoveryResult result = recover(fileSystem, path);
-  if (result.error) result.error.what = "\"" + path + "\" " + result.error.what;
+  if (result.error) {
+    result.error.what = "\"" + path + "\" " + result.error.what;
+    result.error.subject = path;
+  }
   return result;
 }
 

@@ -146,7 +146,7 @@ class Messages(DesktopTest):
 
     def test_in_german_too_an_error_names_what_it_is_about(self):
         app = self.start(setup=f"busy {CAMERA}", environment={"LANGUAGE": "de"})
-        app.find("„Simulated Camera“: Ein anderes Programm benutzt das Gerät")
+        app.find("„Simulated Camera“: Ein anderes Programm benutzt das Gerät (viewer). Schließen Sie dieses Programm.")
         app.command(f"well {CAMERA}")
         app.find("Kamera: Simulated Camera")
 

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <system_error>
+#include <utility>
 
 #include "capture/linux/nodes/node_holder.h"
 
@@ -13,8 +14,11 @@ Error nodeError(const std::string& what, const std::string& node, int error) {
     case EPERM:
       return {Cause::kNoPermission, what + ": no permission to use " + node,
               "Add the user to the group \"video\" and log in again."};
-    case EBUSY:
-      return {Cause::kBusy, what + ": " + holderOf(node) + " is using it", "Close that program."};
+    case EBUSY: {
+      NodeHolders holders = holdersOf(node);
+      std::string busy = what + ": " + holderText(holders) + " is using it";
+      return {Cause::kBusy, std::move(busy), "Close that program.", "", std::move(holders.programs)};
+    }
     case ENOSPC:
       return {Cause::kNoBandwidth, what + ": the USB bus has no room left",
               "Choose a smaller size or MJPEG, or another port."};

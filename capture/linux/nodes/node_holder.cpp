@@ -59,9 +59,9 @@ NodeHolders holdersOf(const std::string& node, const std::string& proc) {
     const Look look = lookInto(entry->path(), name, state);
     if (look == Look::kUnseen) holders.areAllSeen = false;
     if (look != Look::kHolds) continue;
-    NodeHolder holder{*process, ""};
+    RunningProgram holder{*process, ""};
     std::ifstream file(entry->path() / "comm");
-    std::getline(file, holder.program);
+    std::getline(file, holder.name);
     holders.programs.push_back(std::move(holder));
   }
   return holders;
@@ -71,15 +71,11 @@ std::string holderText(const NodeHolders& holders) {
   if (holders.programs.empty())
     return holders.areAllSeen ? "another program" : "another program, which cannot be seen from here,";
   std::string text;
-  for (const NodeHolder& holder : holders.programs) {
+  for (const RunningProgram& holder : holders.programs) {
     if (!text.empty()) text += "; ";
-    text += (holder.program.empty() ? "unnamed" : holder.program) + ", pid " + std::to_string(holder.process);
+    text += (holder.name.empty() ? "unnamed" : holder.name) + ", pid " + std::to_string(holder.process);
   }
   return (holders.programs.size() == 1 ? "another program (" : "one of the programs (") + text + ")";
-}
-
-std::string holderOf(const std::string& node) {
-  return holderText(holdersOf(node));
 }
 
 }  // namespace vesk::capture

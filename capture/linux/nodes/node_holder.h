@@ -3,17 +3,13 @@
 #include <string>
 #include <vector>
 
-namespace vesk::capture {
+#include <vesk/error.h>
 
-/// A program that has a node open.
-struct NodeHolder {
-  int process = 0;
-  std::string program;  ///< its name, as the kernel cuts it: at most 15 bytes
-};
+namespace vesk::capture {
 
 /// Who has a node open, this process left out.
 struct NodeHolders {
-  std::vector<NodeHolder> programs;
+  std::vector<RunningProgram> programs;
   bool areAllSeen = true;  ///< false: there are processes, of other users, that cannot be looked into
 };
 
@@ -24,7 +20,5 @@ NodeHolders holdersOf(const std::string& node, const std::string& proc = "/proc"
 /// The holder of a node that is busy, as the subject of a sentence: "another program (NAME, pid 123)",
 /// or "another program, which cannot be seen from here," when it is another user's.
 std::string holderText(const NodeHolders& holders);
-/// The same by a look at the machine.
-std::string holderOf(const std::string& node);
 
 }  // namespace vesk::capture

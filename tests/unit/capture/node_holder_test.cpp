@@ -1,9 +1,15 @@
 #include "capture/linux/nodes/node_holder.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
+
+#include "capture/linux/nodes/node_error.h"
 
 #include "tests/support/temporary_folder.h"
 
@@ -50,6 +56,19 @@ TEST_F(NodeHolderTest, NamesThoseWhoHaveTheNodeOpen) {
   const std::string text = holderText(look(mNode));
   EXPECT_EQ(text.rfind("one of the programs (", 0), 0U) << text;
   EXPECT_NE(text.find("recorder, pid 13"), std::string::npos) << text;
+}
+
+TEST_F(NodeHolderTest, AnErrorHasTheProgramsBesideItsLine) {
+  const int file = open(mNode.c_str(), O_RDONLY | O_CLOEXEC);
+  const pid_t holder = fork();
+  if (holder == 0) pause();
+  close(file);
+  const Error error = nodeError("the camera does not start", mNode, EBUSY);
+  kill(holder, SIGKILL);
+  waitpid(holder, nullptr, 0);
+  ASSERT_EQ(error.users.size(), 1U) << error.what;
+  EXPECT_EQ(error.users.front().process, holder);
+  EXPECT_NE(error.what.find(error.users.front().name + ", pid " + std::to_string(holder)), std::string::npos);
 }
 
 TEST_F(NodeHolderTest, SaysSoWhenAProcessCannotBeLookedInto) {

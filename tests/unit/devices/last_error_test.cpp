@@ -44,6 +44,10 @@ void expectError(const Error& error, const Reason& reason, const std::string& la
   EXPECT_NE(error.what.find(reason.words), std::string::npos) << label << ": " << error.what;
   EXPECT_NE(error.remedy.find(reason.remedy), std::string::npos) << label << ": " << error.remedy;
   EXPECT_EQ(error.remedy.empty(), *reason.remedy == '\0') << label << ": " << error.remedy;
+  // A host that words it anew has the name that the line has.
+  if (error.what.find('"') != std::string::npos) {
+    EXPECT_NE(error.what.find('"' + error.subject + '"'), std::string::npos) << label << ": " << error.what;
+  }
   for (const std::string& text : {error.what, error.remedy}) {
     EXPECT_EQ(text.find('\n'), std::string::npos) << label;
     EXPECT_EQ(text.find("vesk "), std::string::npos) << label << ": a command of a program";
@@ -97,6 +101,8 @@ TEST_F(LinuxErrorTest, SaysWhyACameraIsNotOpened) {
     ASSERT_TRUE(camera);
     EXPECT_EQ(camera->openDevice(), kVeskStatusFailed);
     expectError(camera->lastError(), reason, std::to_string(error));
+    EXPECT_EQ(camera->lastError().subject, camera->deviceInfo()->name());
+    EXPECT_EQ(capture::lastError(), camera->lastError());
   }
 }
 

@@ -206,6 +206,9 @@ TEST_F(SupervisorTest, WhatCannotBeginSaysWhyAndLeavesNothing) {
     const RecordingEvent ended = next(Kind::kEnded);
     EXPECT_EQ(ended.error.cause, row.cause) << row.label;
     EXPECT_NE(ended.error.what, "") << row.label;
+    if (ended.error.what.find('"') != std::string::npos) {
+      EXPECT_NE(ended.error.what.find('"' + ended.error.subject + '"'), std::string::npos) << ended.error.what;
+    }
     EXPECT_FALSE(supervisor->isActive()) << row.label;
     EXPECT_FALSE(fakeCamera->isCapturing() || fakeMicrophone->isCapturing()) << row.label;
     EXPECT_EQ(names(), std::vector<std::string>{"there.mov"}) << row.label;

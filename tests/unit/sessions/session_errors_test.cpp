@@ -26,6 +26,9 @@ struct SessionErrors : RecordingTest {
   static void expectError(const Error& error, Cause cause, const std::string& words) {
     EXPECT_EQ(causeName(error.cause), causeName(cause)) << error.what;
     EXPECT_NE(error.what.find(words), std::string::npos) << error.what;
+    if (error.what.find('"') != std::string::npos) {
+      EXPECT_NE(error.what.find('"' + error.subject + '"'), std::string::npos) << error.what;
+    }
   }
 };
 
