@@ -7,6 +7,7 @@
 #include <map>
 #include <set>
 #include <unordered_map>
+#include <utility>
 
 #include <vesk/four_char_code.h>
 #include "capture/linux/cameras/camera_modes.h"
@@ -19,6 +20,7 @@ namespace vesk::capture {
 namespace {
 
 namespace fs = std::filesystem;
+using Kind = Finding::Kind;
 
 constexpr const char* kCamera = "camera";
 constexpr const char* kUsb = "usb";
@@ -30,8 +32,14 @@ int numberIn(const std::string& text, int base = 10) {
   return number;
 }
 
-std::string quoted(const std::string& name) {
+std::string inQuotes(const std::string& name) {
   return "\"" + name + "\"";
+}
+
+std::string joined(const std::vector<std::string>& words, const char* between) {
+  std::string text;
+  for (const std::string& word : words) text.append(text.empty() ? "" : between).append(word);
+  return text;
 }
 
 /// The folder of the USB device that a node's driver sits on; empty for other cameras.
@@ -70,22 +78,25 @@ std::vector<VideoNode> nodesIn(const DiagnosisPlaces& places) {
   return nodes;
 }
 
+struct Purpose {
+  uint32_t capability;
+  Kind kind;
+  const char* text;
+};
+
 /// What a node is that no pictures come from.
-const char* purposeOf(const OpenNode& node) {
-  constexpr struct {
-    uint32_t capability;
-    const char* purpose;
-  } kPurposes[] = {
-      {V4L2_CAP_META_CAPTURE, "carries data about a camera's pictures, not the pictures"},
-      {V4L2_CAP_VIDEO_M2M | V4L2_CAP_VIDEO_M2M_MPLANE, "is a converter, no camera"},
-      {V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_VIDEO_OUTPUT_MPLANE, "is an output, no camera"},
+Purpose purposeOf(const OpenNode& node) {
+  constexpr Purpose kPurposes[] = {
+      {V4L2_CAP_META_CAPTURE, Kind::kMetadata, "carries data about a camera's pictures, not the pictures"},
+      {V4L2_CAP_VIDEO_M2M | V4L2_CAP_VIDEO_M2M_MPLANE, Kind::kConverter, "is a converter, no camera"},
+      {V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_VIDEO_OUTPUT_MPLANE, Kind::kOutput, "is an output, no camera"},
   };
   v4l2_capability found{};
   node.ioctl(VIDIOC_QUERYCAP, &found);
   const uint32_t able = (found.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? found.device_caps : found.capabilities;
-  for (const auto& [capability, purpose] : kPurposes)
-    if ((able & capability) != 0) return purpose;
-  return "gives no pictures in a way that is understood here";
+  for (const Purpose& purpose : kPurposes)
+    if ((able & purpose.capability) != 0) return purpose;
+  return {0, Kind::kNoPictures, "gives no pictures in a way that is understood here"};
 }
 
 /// Looks through the nodes, one after the other, and then at the cameras that they make up.
@@ -107,7 +118,8 @@ class CameraCheck {
       checkCamera(record);
       cameras.push_back({record.description.name, mUsbFolders[record.nodes.front()]});
     }
-    if (cameras.empty()) mFindings.problem(kCamera, Cause::kNoDevice, "no camera was found.", "Plug one in.");
+    if (cameras.empty())
+      mFindings.problem(kCamera, Cause::kNoDevice, {Kind::kNoCamera}, "no camera was found.", "Plug one in.");
     checkBuses(cameras);
     return cameras;
   }
@@ -124,9 +136,10 @@ class CameraCheck {
       if (fs::exists(entry->path() / "driver", ignored)) continue;
       const std::string device = fs::canonical(entry->path(), ignored).parent_path().string();
       if (!devices.insert(device).second) continue;
-      const std::string name = sysfsText(device + "/product");
-      mFindings.problem(kCamera, Cause::kNoDevice,
-                        "the USB camera " + quoted(name.empty() ? device : name) + " is attached, but has no driver.",
+      std::string name = sysfsText(device + "/product");
+      if (name.empty()) name = device;
+      mFindings.problem(kCamera, Cause::kNoDevice, {Kind::kNoDriver, {.device = name}},
+                        "the USB camera " + inQuotes(name) + " is attached, but has no driver.",
                         "Load it with \"sudo modprobe uvcvideo\", and see \"dmesg\" for why it was not.");
     }
   }
@@ -135,8 +148,8 @@ class CameraCheck {
   std::optional<NodeIdentity> checkNode(const VideoNode& node) {
     std::error_code ignored;
     if (!fs::exists(node.node, ignored)) {
-      mFindings.problem(kCamera, Cause::kNoDevice,
-                        "the kernel has " + quoted(node.product) + ", but " + node.node + " is not there.",
+      mFindings.problem(kCamera, Cause::kNoDevice, {Kind::kNodeMissing, {.device = node.product, .files = {node.node}}},
+                        "the kernel has " + inQuotes(node.product) + ", but " + node.node + " is not there.",
                         "In a container, pass it in (as with --device " + node.node + "); else see that udev runs.");
       return std::nullopt;
     }
@@ -147,34 +160,41 @@ class CameraCheck {
       return std::nullopt;
     }
     auto identity = identify(*mCalls, node.node);
-    if (identity && !identity->canCapture)
-      mFindings.note(kCamera, node.node + " (" + node.product + ") " + purposeOf(*open) + ".");
+    if (identity && !identity->canCapture) {
+      const Purpose purpose = purposeOf(*open);
+      mFindings.note(kCamera, {purpose.kind, {.device = node.product, .files = {node.node}}},
+                     node.node + " (" + node.product + ") " + purpose.text + ".");
+    }
     return identity;
   }
 
   void checkCamera(const CameraRecord& record) {
     std::vector<CameraMode> modes;
-    std::string nodes;
+    Finding::Details details{.device = record.description.name};
     bool hasAnswered = true;
     for (const std::string& name : record.nodes) {
       int error = 0;
       const auto node = OpenNode::open(mCalls, name, error);
       if (!node) continue;  // said before
-      nodes.append(nodes.empty() ? "" : ", ").append(name);
+      details.files.push_back(name);
       addModes(*mCalls, node->descriptor(), 0, modes);
       const bool isFree = checkUse(record.description.name, name, *node);
       hasAnswered = hasAnswered && (!isFree || doesAnswer(*node, modes));
     }
-    if (nodes.empty()) return;
-    const std::string who = quoted(record.description.name) + " at " + nodes;
-    const std::vector<VideoFormat> formats = formatsOf(modes);
+    if (details.files.empty()) return;
+    const std::string who = inQuotes(details.device) + " at " + joined(details.files, ", ");
+    auto formats = largestOf(formatsOf(modes));
     if (formats.empty())
-      return mFindings.problem(kCamera, Cause::kNoFormat, who + " offers no format that is understood here.",
+      return mFindings.problem(kCamera, Cause::kNoFormat, {Kind::kNoFormat, details},
+                               who + " offers no format that is understood here.",
                                "See \"v4l2-ctl --list-formats\" for what it offers.");
     if (!hasAnswered)
-      return mFindings.problem(kCamera, Cause::kNotAnswering, who + " does not answer when asked for a picture format.",
+      return mFindings.problem(kCamera, Cause::kNotAnswering, {Kind::kNotAnswering, details},
+                               who + " does not answer when asked for a picture format.",
                                "Plug it in again; if that does not help, try another port or cable.");
-    mFindings.ok(kCamera, who + ": " + describe(formats) + ".");
+    details.formats = std::move(formats);
+    details.canBeEncoded = mHasEncoder;
+    mFindings.ok(kCamera, {Kind::kCamera, details}, who + ": " + describe(details.formats) + ".");
   }
 
   /// The kernel knows formats by heart, but asks the camera whether it would take one. Nothing is changed.
@@ -189,23 +209,31 @@ class CameraCheck {
     return answer != -ETIMEDOUT && answer != -EIO && answer != -EPROTO;
   }
 
-  /// "H.264 up to 1920x1080, Motion JPEG up to …", and where H.264 comes from.
-  std::string describe(const std::vector<VideoFormat>& formats) const {
-    std::string text;
-    bool hasOwn = false;
+  /// Each codec with its largest size.
+  static std::vector<Finding::Format> largestOf(const std::vector<VideoFormat>& formats) {
+    std::vector<Finding::Format> found;
     for (const VideoFormat& format : formats) {
       const auto largest =
           std::max_element(format.sizes.begin(), format.sizes.end(), [](const FrameSize& one, const FrameSize& other) {
             return int64_t{one.width} * one.height < int64_t{other.width} * other.height;
           });
-      if (largest == format.sizes.end()) continue;
+      if (largest != format.sizes.end()) found.push_back({format.codec, largest->width, largest->height});
+    }
+    return found;
+  }
+
+  /// "H.264 up to 1920x1080, Motion JPEG up to …", and where H.264 comes from.
+  std::string describe(const std::vector<Finding::Format>& formats) const {
+    std::string text;
+    bool hasOwn = false;
+    for (const Finding::Format& format : formats) {
       const bool isH264 = format.codec == kCMVideoCodecType_H264;
       hasOwn = hasOwn || isH264;
       if (!text.empty()) text += ", ";
       text += isH264                                         ? "H.264 of its own"
               : format.codec == kCMVideoCodecType_MotionJPEG ? "Motion JPEG"
                                                              : "raw pictures";
-      text += " up to " + std::to_string(largest->width) + "x" + std::to_string(largest->height);
+      text += " up to " + std::to_string(format.width) + "x" + std::to_string(format.height);
     }
     if (hasOwn) return text;
     return text + (mHasEncoder ? "; H.264 is encoded here" : "; no H.264");
@@ -218,12 +246,16 @@ class CameraCheck {
     none.memory = V4L2_MEMORY_MMAP;
     const bool isBusy = node.ioctl(VIDIOC_REQBUFS, &none) == -EBUSY;
     const NodeHolders holders = holdersOf(name, mPlaces.proc);
+    const Finding::Details details{
+        .device = camera, .files = {name}, .users = holders.programs, .areUsersHidden = !holders.areAllSeen};
     if (isBusy)
       mFindings.problem(
-          kCamera, Cause::kBusy, quoted(camera) + " is busy: " + holderText(holders) + " is using " + name + ".",
+          kCamera, Cause::kBusy, {Kind::kInUse, details},
+          inQuotes(camera) + " is busy: " + holderText(holders) + " is using " + name + ".",
           holders.programs.empty() ? "Close that program; looking as root can name it." : "Close that program.");
     else if (!holders.programs.empty())
-      mFindings.note(kCamera, holderText(holders) + " has " + name + " open, and is not using it now.");
+      mFindings.note(kCamera, {Kind::kOpenElsewhere, details},
+                     holderText(holders) + " has " + name + " open, and is not using it now.");
     return !isBusy;
   }
 
@@ -232,22 +264,26 @@ class CameraCheck {
     for (const DiagnosedCamera& camera : cameras) {
       const int speed = numberIn(sysfsText(camera.usbFolder + "/speed"));
       if (camera.usbFolder.empty() || speed == 0) continue;
-      const std::string text = quoted(camera.name) + " is attached at " + std::to_string(speed) + " Mbit/s";
+      const std::string text = inQuotes(camera.name) + " is attached at " + std::to_string(speed) + " Mbit/s";
+      const Finding::Details details{.device = camera.name, .number = speed};
       if (speed < kHighSpeed)
-        mFindings.note(kUsb, text + ": too slow for more than small pictures.",
+        mFindings.note(kUsb, {Kind::kUsbSlow, details}, text + ": too slow for more than small pictures.",
                        "Use another port or cable, and no old hub.");
       else
-        mFindings.ok(kUsb, text + ".");
+        mFindings.ok(kUsb, {Kind::kUsbSpeed, details}, text + ".");
       // Above that speed two cameras seldom fill a bus.
-      if (speed <= kHighSpeed) sharers[sysfsText(camera.usbFolder + "/busnum")].push_back(quoted(camera.name));
+      if (speed <= kHighSpeed) sharers[sysfsText(camera.usbFolder + "/busnum")].push_back(camera.name);
     }
     for (const auto& [bus, names] : sharers) {
       if (names.size() < 2) continue;
-      std::string all;
-      for (const std::string& name : names) all.append(all.empty() ? "" : " and ").append(name);
-      mFindings.note(kUsb,
-                     all.append(" share USB bus ").append(bus) + ": there may be no room for the raw pictures of all.",
-                     "Use Motion JPEG, H.264 or smaller sizes, or ports of different controllers.");
+      std::vector<std::string> quotes;
+      for (const std::string& name : names) quotes.push_back(inQuotes(name));
+      mFindings.note(
+          kUsb,
+          {Kind::kUsbShared,
+           {.device = names.front(), .others = {names.begin() + 1, names.end()}, .number = numberIn(bus)}},
+          joined(quotes, " and ") + " share USB bus " + bus + ": there may be no room for the raw pictures of all.",
+          "Use Motion JPEG, H.264 or smaller sizes, or ports of different controllers.");
     }
   }
 

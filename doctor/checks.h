@@ -21,20 +21,26 @@ struct DiagnosisPlaces {
 /// What has been found so far.
 class Findings {
  public:
-  void ok(const char* subject, std::string text) {
-    add(Finding::Mark::kOk, subject, std::move(text), "", Cause::kNone);
+  /// A finding without the words for it.
+  struct What {
+    Finding::Kind kind = Finding::Kind::kOther;
+    Finding::Details details = {};
+  };
+
+  void ok(const char* subject, What what, std::string text) {
+    add(Finding::Mark::kOk, subject, std::move(what), std::move(text), "", Cause::kNone);
   }
-  void note(const char* subject, std::string text, std::string remedy = "", Cause cause = Cause::kOther) {
-    add(Finding::Mark::kNote, subject, std::move(text), std::move(remedy), cause);
+  void note(const char* subject, What what, std::string text, std::string remedy = "", Cause cause = Cause::kOther) {
+    add(Finding::Mark::kNote, subject, std::move(what), std::move(text), std::move(remedy), cause);
   }
-  void problem(const char* subject, Cause cause, std::string text, std::string remedy) {
-    add(Finding::Mark::kProblem, subject, std::move(text), std::move(remedy), cause);
+  void problem(const char* subject, Cause cause, What what, std::string text, std::string remedy) {
+    add(Finding::Mark::kProblem, subject, std::move(what), std::move(text), std::move(remedy), cause);
   }
   std::vector<Finding> take() { return std::move(mFindings); }
 
  private:
-  void add(Finding::Mark mark, const char* subject, std::string text, std::string remedy, Cause cause) {
-    mFindings.push_back({mark, subject, std::move(text), std::move(remedy), cause});
+  void add(Finding::Mark mark, const char* subject, What what, std::string text, std::string remedy, Cause cause) {
+    mFindings.push_back({mark, subject, std::move(text), std::move(remedy), cause, what.kind, std::move(what.details)});
   }
 
   std::vector<Finding> mFindings;

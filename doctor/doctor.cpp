@@ -19,6 +19,7 @@ namespace vesk::capture {
 namespace {
 
 namespace fs = std::filesystem;
+using Kind = Finding::Kind;
 
 constexpr uintmax_t kGigabyte = 1'000'000'000;
 constexpr uintmax_t kLittleRoom = kGigabyte / 10;
@@ -51,9 +52,10 @@ bool isListedInGroup(gid_t group) {
 
 void checkEncoder(bool hasEncoder, Findings& findings) {
   if (hasEncoder)
-    findings.ok("encoder", "H.264 can be encoded for cameras that do not do it themselves.");
+    findings.ok("encoder", {Kind::kEncoder}, "H.264 can be encoded for cameras that do not do it themselves.");
   else
-    findings.note("encoder", "there is no H.264 encoder: such cameras are recorded as raw pictures, in large movies.",
+    findings.note("encoder", {Kind::kNoEncoder},
+                  "there is no H.264 encoder: such cameras are recorded as raw pictures, in large movies.",
                   "Install a libavcodec that has libx264.", Cause::kNoEncoder);
 }
 
@@ -63,9 +65,10 @@ void checkDisplay(Findings& findings) {
     return value && *value;
   };
   if (isSet("DISPLAY") || isSet("WAYLAND_DISPLAY"))
-    findings.ok("display", "there is one for a live preview.");
+    findings.ok("display", {Kind::kDisplay}, "there is one for a live preview.");
   else
-    findings.note("display", "there is none: a live preview cannot open its window; all else works.",
+    findings.note("display", {Kind::kNoDisplay},
+                  "there is none: a live preview cannot open its window; all else works.",
                   "Run it in a desktop session, or set DISPLAY to one.", Cause::kNoDisplay);
 }
 
@@ -74,14 +77,16 @@ void checkDisk(const std::string& folder, Findings& findings) {
   const std::string place = fs::absolute(folder, error).lexically_normal().string();
   const fs::space_info space = fs::space(folder, error);
   if (error || access(folder.c_str(), W_OK | X_OK) != 0)
-    return findings.problem("disk", Cause::kFolderGone, "movies cannot be written to " + place + ".",
-                            "Go to a folder of your own.");
+    return findings.problem("disk", Cause::kFolderGone, {Kind::kFolderNotWritable, {.files = {place}}},
+                            "movies cannot be written to " + place + ".", "Go to a folder of your own.");
   const std::string room = std::to_string(space.available / kGigabyte) + "." +
                            std::to_string(space.available % kGigabyte / (kGigabyte / 10)) + " GB are free in " + place;
+  const Finding::Details details{.files = {place}, .number = static_cast<int64_t>(space.available)};
   if (space.available < kLittleRoom)
-    findings.problem("disk", Cause::kDiskFull, room + ".", "Make room, or record to another disk.");
+    findings.problem("disk", Cause::kDiskFull, {Kind::kDiskFull, details}, room + ".",
+                     "Make room, or record to another disk.");
   else
-    findings.ok("disk", room + ".");
+    findings.ok("disk", {Kind::kDisk, details}, room + ".");
 }
 
 }  // namespace
@@ -97,26 +102,29 @@ void addRefusal(const char* subject, const std::string& file, int error, Finding
   struct stat state {};
   const bool isRight = error == EACCES && stat(file.c_str(), &state) == 0;
   if (error == EPERM)
-    return findings.problem(subject, Cause::kNoPermission, file + " may not be opened here, whatever the user.",
+    return findings.problem(subject, Cause::kNoPermission, {Kind::kNotLetIn, {.files = {file}}},
+                            file + " may not be opened here, whatever the user.",
                             "In a container, pass it in (as with --device " + file + ").");
   if (!isRight)
-    return findings.problem(subject, Cause::kOther, file + " could not be opened: " + std::strerror(error) + ".",
+    return findings.problem(subject, Cause::kOther, {Kind::kNotOpened, {.files = {file}, .number = error}},
+                            file + " could not be opened: " + std::strerror(error) + ".",
                             "Plug the device in again, and see \"dmesg\".");
   if (state.st_gid == 0)
-    return findings.problem(subject, Cause::kNoPermission,
+    return findings.problem(subject, Cause::kNoPermission, {Kind::kSystemsOwn, {.files = {file}}},
                             "no permission for " + file + ", which belongs to the system alone.",
                             "See that udev runs: its rules give such files to the group \"video\" or \"audio\".");
   const std::string group = groupName(state.st_gid);
   const std::string text = "no permission for " + file + ", which belongs to the group \"" + group + "\"";
+  const Finding::Details details{.files = {file}, .group = group, .user = userName()};
   if (isInGroup(state.st_gid))
-    findings.problem(subject, Cause::kNoPermission, text + "; its members have no right to it either.",
-                     "See who changed its rights.");
+    findings.problem(subject, Cause::kNoPermission, {Kind::kGroupWithoutRight, details},
+                     text + "; its members have no right to it either.", "See who changed its rights.");
   else if (isListedInGroup(state.st_gid))
-    findings.problem(subject, Cause::kNoPermission, text + "; you were added to it, but not in this session.",
-                     "Log out and in again.");
+    findings.problem(subject, Cause::kNoPermission, {Kind::kNotYetInGroup, details},
+                     text + "; you were added to it, but not in this session.", "Log out and in again.");
   else
-    findings.problem(subject, Cause::kNoPermission, text + "; you are not in it.",
-                     "Run \"sudo usermod -aG " + group + " " + userName() + "\", then log out and in again.");
+    findings.problem(subject, Cause::kNoPermission, {Kind::kNotInGroup, details}, text + "; you are not in it.",
+                     "Run \"sudo usermod -aG " + group + " " + details.user + "\", then log out and in again.");
 }
 
 }  // namespace vesk::capture

@@ -9,6 +9,7 @@ namespace vesk::capture {
 namespace {
 
 namespace fs = std::filesystem;
+using Kind = Finding::Kind;
 
 constexpr const char* kMicrophone = "microphone";
 
@@ -30,7 +31,8 @@ void checkFiles(const DiagnosisPlaces& places, Findings& findings) {
     const std::string file = places.dev + "/snd/" + name;
     std::error_code ignored;
     if (!fs::exists(file, ignored)) {
-      findings.problem(kMicrophone, Cause::kNoDevice, "the kernel has a sound card, but " + file + " is not there.",
+      findings.problem(kMicrophone, Cause::kNoDevice, {Kind::kSoundFileMissing, {.files = {file}}},
+                       "the kernel has a sound card, but " + file + " is not there.",
                        "In a container, pass it in (as with --device " + places.dev + "/snd).");
     } else if (access(file.c_str(), R_OK | W_OK) != 0) {
       addRefusal(kMicrophone, file, errno, findings);
@@ -49,9 +51,10 @@ const DiagnosedCamera* cameraOf(const Microphone& microphone, const std::vector<
 void checkSound(const DiagnosisPlaces& places, const SoundSystems& sound, const std::vector<DiagnosedCamera>& cameras,
                 Findings& findings) {
   if (sound.server) {
-    findings.ok(kMicrophone, "a sound server answers.");
+    findings.ok(kMicrophone, {Kind::kSoundServer}, "a sound server answers.");
   } else {
-    findings.note(kMicrophone, "no sound server answers: sound is recorded from the drivers, one program at a time.",
+    findings.note(kMicrophone, {Kind::kNoSoundServer},
+                  "no sound server answers: sound is recorded from the drivers, one program at a time.",
                   "Start PipeWire or PulseAudio in this session if other programs record too.", Cause::kNoSoundServer);
     checkFiles(places, findings);
   }
@@ -59,11 +62,14 @@ void checkSound(const DiagnosisPlaces& places, const SoundSystems& sound, const 
   const std::vector<Microphone> microphones = system ? system->microphones() : std::vector<Microphone>();
   for (const Microphone& microphone : microphones) {
     const DiagnosedCamera* const camera = cameraOf(microphone, cameras);
-    findings.ok(kMicrophone, "\"" + microphone.description.name + "\"" +
-                                 (camera ? ", which is built into \"" + camera->name + "\"." : "."));
+    Finding::Details details{.device = microphone.description.name};
+    if (camera) details.others.push_back(camera->name);
+    findings.ok(
+        kMicrophone, {Kind::kMicrophone, details},
+        "\"" + microphone.description.name + "\"" + (camera ? ", which is built into \"" + camera->name + "\"." : "."));
   }
   if (microphones.empty())
-    findings.note(kMicrophone, "no microphone was found: movies have no sound.",
+    findings.note(kMicrophone, {Kind::kNoMicrophone}, "no microphone was found: movies have no sound.",
                   "Plug one in, or see that it is not switched off in the settings of the sound server.",
                   Cause::kNoDevice);
 }

@@ -4,6 +4,7 @@
 
 #include <vesk/dispatch_queue.h>
 #include <vesk/doctor.h>
+#include "apps/camera/finding_words.h"
 #include "apps/camera/text.h"
 #include "apps/camera/widgets.h"
 
@@ -22,19 +23,14 @@ const char* iconOf(Finding::Mark mark) {
   return "";
 }
 
-/// The library's lines begin with a small letter.
-std::string asSentence(std::string text) {
-  if (!text.empty()) text[0] = g_ascii_toupper(text[0]);
-  return text;
-}
-
 /// Titles are shown as they are: what the machine says is no markup.
 GtkWidget* rowOf(const Finding& finding) {
+  const FindingWords words = wordsOf(finding);
   GtkWidget* const row = adw_action_row_new();
   adw_preferences_row_set_use_markup(ADW_PREFERENCES_ROW(row), FALSE);
-  adw_preferences_row_set_title(ADW_PREFERENCES_ROW(row), asSentence(finding.text).c_str());
+  adw_preferences_row_set_title(ADW_PREFERENCES_ROW(row), words.text.c_str());
   adw_action_row_set_title_lines(ADW_ACTION_ROW(row), 0);
-  adw_action_row_set_subtitle(ADW_ACTION_ROW(row), finding.remedy.c_str());
+  adw_action_row_set_subtitle(ADW_ACTION_ROW(row), words.remedy.c_str());
   adw_action_row_set_subtitle_lines(ADW_ACTION_ROW(row), 0);
   adw_action_row_set_icon_name(ADW_ACTION_ROW(row), iconOf(finding.mark));
   gtk_list_box_row_set_activatable(GTK_LIST_BOX_ROW(row), FALSE);

@@ -49,15 +49,6 @@ std::string subjectOf(const Error& error) {
   return name.starts_with('/') ? std::filesystem::path(name).filename().string() : name;
 }
 
-std::string namesOf(const std::vector<RunningProgram>& programs) {
-  std::string names;
-  for (const RunningProgram& program : programs) {
-    if (!names.empty()) names += "; ";
-    names += program.name.empty() ? std::to_string(program.process) : program.name;
-  }
-  return names;
-}
-
 /// By the cause, with the names put in. What has no words of its own keeps those of the library.
 std::string translatedSentences(const Error& error) {
   const auto* const row = std::find_if(kCauseTexts.begin(), kCauseTexts.end(),
@@ -80,6 +71,15 @@ std::string sentences(const Error& error) {
   text += '.';
   if (!error.remedy.empty()) text += ' ' + error.remedy;
   return text;
+}
+
+std::string namesOf(const std::vector<RunningProgram>& programs) {
+  std::string names;
+  for (const RunningProgram& program : programs) {
+    if (!names.empty()) names += ", ";
+    names += program.name.empty() ? std::to_string(program.process) : program.name;
+  }
+  return names;
 }
 
 std::string timeText(double seconds) {

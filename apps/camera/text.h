@@ -5,6 +5,7 @@
 
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <vesk/error.h>
 
@@ -20,6 +21,8 @@ std::string filled(const char* text, Values&&... values) {
 
 /// What failed and what to do about it, as sentences.
 std::string sentences(const Error& error);
+/// "viewer, recorder"; the number of one without a name.
+std::string namesOf(const std::vector<RunningProgram>& programs);
 /// "1:02:03", "12:03".
 std::string timeText(double seconds);
 /// "14 MB".

@@ -144,11 +144,17 @@ class Messages(DesktopTest):
         app.key("F1")
         app.find("What works")
 
-    def test_in_german_too_an_error_names_what_it_is_about(self):
+    def test_in_german_too_an_error_names_what_it_is_about_and_findings_have_words(self):
         app = self.start(setup=f"busy {CAMERA}", environment={"LANGUAGE": "de"})
         app.find("„Simulated Camera“: Ein anderes Programm benutzt das Gerät (viewer). Schließen Sie dieses Programm.")
         app.command(f"well {CAMERA}")
         app.find("Kamera: Simulated Camera")
+        app.key("F1")
+        app.find("Was geht")
+        app.find("Es gibt einen Bildschirm")
+        words = " ".join(app.names())
+        self.assertRegex(words, "sind frei in .*Videos")
+        self.assertNotRegex(words, "can be encoded|There is|are free in|was found|server answers")
 
     def test_a_muted_microphone_is_said(self):
         app = self.start()

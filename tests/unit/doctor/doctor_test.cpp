@@ -13,6 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using test::ListedMicrophones;
+using Kind = Finding::Kind;
 using Mark = Finding::Mark;
 
 /// A machine in a folder: sysfs, device files and processes, with a kernel of the test's own.
@@ -58,14 +59,33 @@ class DiagnosisTest : public testing::Test {
   std::vector<DiagnosedCamera> lookAtCameras(bool hasEncoder = true) {
     Findings findings;
     auto cameras = checkCameras(mPlaces, mCalls, hasEncoder, findings);
-    mFound = findings.take();
+    take(findings);
     return cameras;
   }
 
   void lookAtSound(const SoundSystems& sound, const std::vector<DiagnosedCamera>& cameras = {}) {
     Findings findings;
     checkSound(mPlaces, sound, cameras, findings);
+    take(findings);
+  }
+
+  /// Whoever words a finding anew has the names that its line has.
+  void take(Findings& findings) {
     mFound = findings.take();
+    for (const Finding& each : mFound) {
+      EXPECT_NE(each.kind, Kind::kOther) << each.text;
+      std::vector<std::string> names = each.details.others;
+      names.insert(names.end(), each.details.files.begin(), each.details.files.end());
+      names.push_back(each.kind == Kind::kOpenElsewhere ? "" : each.details.device);
+      names.push_back(each.details.group);
+      if (each.details.number > 0) names.push_back(std::to_string(each.details.number));
+      for (const RunningProgram& user : each.details.users) names.push_back(user.name);
+      for (const Finding::Format& format : each.details.formats)
+        names.push_back(std::to_string(format.width) + "x" + std::to_string(format.height));
+      for (const std::string& name : names) EXPECT_NE(each.text.find(name), std::string::npos) << each.text;
+      const bool hasName = each.text.find('"') != std::string::npos;
+      EXPECT_FALSE(hasName && each.details.device.empty() && each.details.group.empty()) << each.text;
+    }
   }
 
   /// Whether a finding of the mark says this, here or in its remedy.
@@ -141,8 +161,9 @@ TEST_F(DiagnosisTest, NamesTheGroupThatTheUserLacks) {
   if (chown(file.c_str(), static_cast<uid_t>(-1), kNobodysGroup) != 0) GTEST_SKIP() << "files cannot be given away";
   Findings findings;
   addRefusal("camera", file, EACCES, findings);
-  mFound = findings.take();
+  take(findings);
   EXPECT_TRUE(says(Mark::kProblem, "usermod -aG 54321")) << all();
+  EXPECT_EQ(mFound.front().kind, Kind::kNotInGroup);
 }
 
 TEST_F(DiagnosisTest, TellsWhoUsesACamera) {
@@ -157,6 +178,8 @@ TEST_F(DiagnosisTest, TellsWhoUsesACamera) {
   lookAtCameras();
   EXPECT_EQ(problems(), 1U) << all();
   EXPECT_TRUE(says(Mark::kProblem, "is busy: another program (viewer, pid 42) is using")) << all();
+  EXPECT_EQ(mFound.front().kind, Kind::kInUse);
+  EXPECT_EQ(mFound.front().details.users, (std::vector{RunningProgram{42, "viewer"}}));
 }
 
 TEST_F(DiagnosisTest, AsksFreeCamerasWhetherTheyAnswer) {
