@@ -183,8 +183,8 @@ inline CVPixelBufferRef plainPicture(int32_t width, int32_t height, Colour colou
   return fieldsPicture(width, height, kCVPixelFormat_420Planar, {colour, colour, colour, colour});
 }
 
-/// A picture over planes whose bytes `byteAt` gives for a plane, a column and a row, with gaps between its rows and,
-/// but for packed 4:2:2, none after the last one.
+/// A picture over planes whose bytes `byteAt` gives for a plane, a column and a row, with gaps between its rows and
+/// none after the last one.
 template <class ByteAt>
 CVPixelBufferRef filledPicture(int32_t width, int32_t height, uint32_t format, YCbCrColour colour, size_t gap,
                                ByteAt byteAt) {
@@ -198,7 +198,7 @@ CVPixelBufferRef filledPicture(int32_t width, int32_t height, uint32_t format, Y
   const auto halfColumns = static_cast<size_t>(half(width));
   switch (format) {
     case kCMPixelFormat_422YpCbCr8:
-      shapes[0] = {columns * 2, height};
+      shapes[0] = {halfColumns * 4, height};  // a row ends with a whole group of two pixels
       break;
     case kCVPixelFormat_420Planar:
       shapes = {Shape{columns, height}, Shape{halfColumns, half(height)}, Shape{halfColumns, half(height)}};
@@ -224,9 +224,7 @@ CVPixelBufferRef filledPicture(int32_t width, int32_t height, uint32_t format, Y
   for (size_t plane = 0; plane < shapes.size() && shapes[plane].rowBytes != 0; ++plane) {
     const size_t rowBytes = shapes[plane].rowBytes + gap;
     auto& data = memory->at(plane);
-    // A packed row of odd width may go on to the end of its last group.
-    const size_t lastGap = format == kCMPixelFormat_422YpCbCr8 ? 0 : gap;
-    data.resize(rowBytes * static_cast<size_t>(shapes[plane].rows) - lastGap, 0x5A);
+    data.resize(rowBytes * static_cast<size_t>(shapes[plane].rows) - gap, 0x5A);
     for (size_t i = 0; i < data.size(); ++i)
       if (i % rowBytes < shapes[plane].rowBytes) data[i] = byteAt(plane, i % rowBytes, i / rowBytes);
     planes.at(plane) = {data.data(), rowBytes};

@@ -134,6 +134,7 @@ TEST_P(Sizes, ShowTheSameInEveryContext) {
         CIImage::imageWithCVImageBuffer(test::noisePicture(width, height, format.format, format.colour, random));
     const NSRect part{static_cast<float>(side(0, 200)), static_cast<float>(side(0, 200)),
                       static_cast<float>(side(1, 300)), static_cast<float>(side(1, 300))};
+    ASSERT_TRUE(image && next) << format.name << ' ' << width << " x " << height;
     CGImageRef first;
     CGImageRef firstPart;
     for (size_t i = 0; i < scenes.size(); ++i) {
