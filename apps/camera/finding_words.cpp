@@ -38,9 +38,9 @@ Words wordsFor(Kind kind, const Finding::Details& details) {
               N_("Plug it in again; if that does not help, try another port or cable.")};
     case Kind::kInUse:
       if (details.users.empty())
-        return {N_("“{device}” is busy: another program is using {files}."),
-                details.areUsersHidden ? N_("Close that program; it belongs to another user.")
-                                       : N_("Close that program.")};
+        return {
+            N_("“{device}” is busy: another program is using {files}."),
+            details.areUsersHidden ? N_("Close that program; it belongs to another user.") : N_("Close that program.")};
       return {N_("“{device}” is busy: another program ({users}) is using {files}."), N_("Close that program.")};
     case Kind::kOpenElsewhere:
       return {N_("Another program ({users}) has {files} open, and is not using it now.")};

@@ -59,7 +59,8 @@ std::shared_ptr<FileBlocks> FileBlocks::open(const std::string& path, Error& err
   }
   struct stat status {};
   const bool isKnown = fstat(descriptor, &status) == 0;
-  std::shared_ptr<FileBlocks> file(new FileBlocks(descriptor, isKnown ? status.st_size : 0));
+  const bool givesBack = isKnown && status.st_size > kSmall && !isCached(descriptor, status.st_size);
+  std::shared_ptr<FileBlocks> file(new FileBlocks(descriptor, givesBack));
   if (isKnown && S_ISREG(status.st_mode) && status.st_size > 0) return file;
   if (isKnown && S_ISREG(status.st_mode)) {
     error = {Cause::kUnreadable, fmt::format("{}: the file is empty", path), "Name a movie or sound file.", path};
@@ -71,8 +72,13 @@ std::shared_ptr<FileBlocks> FileBlocks::open(const std::string& path, Error& err
   return nullptr;
 }
 
-FileBlocks::FileBlocks(int descriptor, int64_t size)
-    : mDescriptor(descriptor), mGivesBack(size > kSmall && !isCached(descriptor, size)) {
+std::shared_ptr<FileBlocks> FileBlocks::again() const {
+  const int descriptor = fcntl(mDescriptor, F_DUPFD_CLOEXEC, 0);
+  if (descriptor < 0) return nullptr;
+  return std::shared_ptr<FileBlocks>(new FileBlocks(descriptor, mGivesBack));
+}
+
+FileBlocks::FileBlocks(int descriptor, bool givesBack) : mDescriptor(descriptor), mGivesBack(givesBack) {
   posix_fadvise(mDescriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
 }
 
@@ -93,15 +99,29 @@ int FileBlocks::read(int64_t position, uint8_t* bytes, int count) {
   int error = 0;
   int copied = 0;
   while (copied < count) {
-    const Block* found = block((position + copied) / kBlockBytes, error);
+    const auto* found = kept(position + copied, error);
     if (found == nullptr) break;
-    const int64_t at = (position + copied) % kBlockBytes;
-    const int64_t part = std::min<int64_t>(count - copied, found->size - at);
-    if (part <= 0) break;
-    std::memcpy(bytes + copied, found->bytes.get() + at, static_cast<size_t>(part));
+    const Block& block = **found;
+    const int64_t part = std::min<int64_t>(count - copied, block.mBegin + block.mSize - (position + copied));
+    const auto here = block.at(position + copied, part);
+    if (part <= 0 || here.empty()) break;
+    std::memcpy(bytes + copied, here.data(), here.size());
     copied += static_cast<int>(part);
   }
   return copied > 0 ? copied : error;
+}
+
+std::shared_ptr<const FileBlocks::Block> FileBlocks::block(int64_t position) {
+  if (position < 0) return nullptr;
+  MutexLock lock(mMutex);
+  int error = 0;
+  const auto* found = kept(position, error);
+  return found != nullptr ? *found : nullptr;
+}
+
+void FileBlocks::forget() {
+  MutexLock lock(mMutex);
+  for (auto& block : mBlocks) block.reset();
 }
 
 int FileBlocks::readThrough(int64_t position, uint8_t* bytes, int64_t count) const {
@@ -127,22 +147,26 @@ void FileBlocks::giveBackBehind(int64_t from, int64_t to) const {
   posix_fadvise(mDescriptor, begin, (last + 1) * kStretch - begin, POSIX_FADV_DONTNEED);
 }
 
-/// The block of that number, read unless it is kept; null with a negative errno when it cannot be.
-const FileBlocks::Block* FileBlocks::block(int64_t number, int& error) {
+/// The block of that position, read unless it is kept; null with a negative errno when it cannot be.
+const std::shared_ptr<FileBlocks::Block>* FileBlocks::kept(int64_t position, int& error) {
+  const int64_t begin = position / kBlockBytes * kBlockBytes;
   ++mUses;
-  Block* oldest = &mBlocks[0];
-  for (Block& kept : mBlocks) {
-    if (kept.number == number && kept.size > 0) {
-      kept.lastUse = mUses;
-      return &kept;
+  auto* oldest = &mBlocks[0];
+  for (auto& block : mBlocks) {
+    if (block && block->mBegin == begin && block->mSize > 0) {
+      block->mLastUse = mUses;
+      return &block;
     }
-    if (kept.lastUse < oldest->lastUse) oldest = &kept;
+    if (*oldest && (!block || block->mLastUse < (*oldest)->mLastUse)) oldest = &block;
   }
-  if (!oldest->bytes) oldest->bytes = MemoryPool::shared().allocate(static_cast<size_t>(kBlockBytes));
-  oldest->number = number;
-  oldest->lastUse = mUses;
-  const int got = oldest->bytes ? readThrough(number * kBlockBytes, oldest->bytes.get(), kBlockBytes) : -ENOMEM;
-  oldest->size = std::max(got, 0);
+  // A new one: what somebody still holds stays as it is.
+  *oldest = std::make_shared<Block>();
+  Block& block = **oldest;
+  block.mBytes = MemoryPool::shared().allocate(static_cast<size_t>(kBlockBytes + kPaddingBytes));
+  block.mBegin = begin;
+  block.mLastUse = mUses;
+  const int got = block.mBytes ? readThrough(begin, block.mBytes.get(), kBlockBytes) : -ENOMEM;
+  block.mSize = std::max(got, 0);
   if (got < 0) error = got;
   return got < 0 ? nullptr : oldest;
 }

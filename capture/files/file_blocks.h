@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 
 #include <vesk/error.h>
@@ -23,6 +24,8 @@ class FileBlocks {
  public:
   /// @return null with the reason in `error`.
   static std::shared_ptr<FileBlocks> open(const std::string& path, Error& error);
+  /// The same file in blocks of its own; null when the process has no descriptor left.
+  std::shared_ptr<FileBlocks> again() const;
   ~FileBlocks();
   FileBlocks(const FileBlocks&) = delete;
   FileBlocks& operator=(const FileBlocks&) = delete;
@@ -32,26 +35,44 @@ class FileBlocks {
   /// Bytes in the file now, or a negative errno.
   int64_t size() const;
 
+  /// Part of the file as it lies in memory, with kPaddingBytes after it that may be read.
+  class Block {
+   public:
+    /// The `count` bytes from `position` of the file on; empty unless all of them are here.
+    std::span<uint8_t> at(int64_t position, int64_t count) const {
+      if (position < mBegin || count > mSize || position - mBegin > mSize - count) return {};
+      return {mBytes.get() + (position - mBegin), static_cast<size_t>(count)};
+    }
+
+   private:
+    friend class FileBlocks;
+    int64_t mBegin = -1;
+    int64_t mSize = 0;
+    uint64_t mLastUse = 0;
+    MemoryPool::Block mBytes;  ///< on a page: the kernel copies to anywhere else at half the speed
+  };
+  static constexpr int64_t kPaddingBytes = 64;
+
+  /// The block that `position` lies in, which keeps its bytes as long as somebody holds it; null where the file cannot
+  /// be read. Who reads a track alone may rewrite that track's bytes in it, and calls `forget` before reading them
+  /// again.
+  std::shared_ptr<const Block> block(int64_t position) VESK_EXCLUDES(mMutex);
+  /// From now on everything is read from the file again.
+  void forget() VESK_EXCLUDES(mMutex);
+
  private:
   static constexpr int64_t kBlockBytes = 256 << 10;
   static constexpr size_t kBlocks = 12;  // some seconds of 720p: what may lie between frames and their sound
 
-  struct Block {
-    int64_t number = -1;
-    int64_t size = 0;
-    uint64_t lastUse = 0;
-    MemoryPool::Block bytes;  ///< on a page: the kernel copies to anywhere else at half the speed
-  };
-
-  FileBlocks(int descriptor, int64_t size);
+  FileBlocks(int descriptor, bool givesBack);
   int readThrough(int64_t position, uint8_t* bytes, int64_t count) const;
   void giveBackBehind(int64_t from, int64_t to) const;
-  const Block* block(int64_t number, int& error) VESK_REQUIRES(mMutex);
+  const std::shared_ptr<Block>* kept(int64_t position, int& error) VESK_REQUIRES(mMutex);
 
   const int mDescriptor;
   const bool mGivesBack;
   Mutex mMutex;
-  Block mBlocks[kBlocks] VESK_GUARDED_BY(mMutex);
+  std::shared_ptr<Block> mBlocks[kBlocks] VESK_GUARDED_BY(mMutex);
   uint64_t mUses VESK_GUARDED_BY(mMutex) = 0;
 };
 

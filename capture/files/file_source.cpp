@@ -51,14 +51,19 @@ class SharedFootage {
     inUse(kind) = false;
   }
 
-  /// A reader at the track's beginning: the one left from looking into the file, or a new one.
-  std::unique_ptr<TrackReader> reader(DeviceKind kind, std::string& error) VESK_EXCLUDES(mMutex) {
-    {
+  /// A reader at the track's beginning: the one left from looking into the file, or a new one. Beside the track's
+  /// holder with blocks of its own.
+  std::unique_ptr<TrackReader> reader(DeviceKind kind, bool isHolder, std::string& error) VESK_EXCLUDES(mMutex) {
+    if (isHolder) {
       MutexLock lock(mMutex);
       auto& kept = kind == DeviceKind::kVideo ? mFootage->videoReader : mFootage->soundReader;
       if (kept) return std::move(kept);
     }
-    return TrackReader::open(kind == DeviceKind::kVideo ? video()->choice : sound()->choice, error);
+    TrackChoice choice = kind == DeviceKind::kVideo ? video()->choice : sound()->choice;
+    if (!isHolder) choice.file = choice.file->again();
+    if (choice.file) return TrackReader::open(choice, error);
+    error = mName + ": too many files are open";
+    return nullptr;
   }
 
  private:
@@ -86,7 +91,7 @@ class FileDevice : public CaptureDevice {
     if (!callback) return kVCIInvalidArgument;
     if (mIsExclusive && !mFootage->acquire(mKind)) return kVCIBusy;
     std::string error;
-    auto reader = mFootage->reader(mKind, error);
+    auto reader = mFootage->reader(mKind, mIsExclusive, error);
     auto units = reader ? makeUnits(std::move(reader), error) : nullptr;
     if (!units) {
       if (mIsExclusive) mFootage->release(mKind);

@@ -1,6 +1,7 @@
 #include "capture/files/pcm_chunker.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdlib>
 #include <limits>
 
@@ -11,13 +12,15 @@ namespace {
 /// Containers round their times to a millisecond or so; what is off by more is a jump.
 constexpr int64_t kJump = 10000;
 constexpr int64_t kFrame = 1000000;  // millionths
+/// The fewest.
+constexpr uint32_t kPacketsPerSecond = 20;
 
 }  // namespace
 
 PcmChunker::PcmChunker(uint32_t samplesPerSecond, uint16_t channels, std::optional<Loop> loop)
     : mRate(samplesPerSecond),
       mFrameBytes(size_t{2} * channels),
-      mPacketBytes(mFrameBytes * kPacketFrames),
+      mPacketBytes(mFrameBytes * std::bit_floor(std::max(samplesPerSecond / kPacketsPerSecond, 1U))),
       mLoop(loop) {
   mLeftOver.reserve(mPacketBytes);
 }

@@ -9,14 +9,11 @@
 
 namespace vesk::capture {
 
-/// Cuts 16-bit PCM of any portions into packets of 1024 frames. Times are counted in frames, so
-/// that the packets join without rounding; where the footage jumps, a shorter packet ends there.
-/// In a loop nothing jumps forward: silence fills gaps, also those before the loop's ends, and what goes
-/// beyond its end is cut.
+/// Cuts 16-bit PCM of any portions into packets of 25 to 50 ms: 2048 frames of 44.1 and 48 kHz. Times are counted in
+/// frames, so that the packets join without rounding; where the footage jumps, a shorter packet ends there. In a loop
+/// nothing jumps forward: silence fills gaps, also those before the loop's ends, and what goes beyond its end is cut.
 class PcmChunker {
  public:
-  static constexpr uint32_t kPacketFrames = 1024;
-
   PcmChunker(uint32_t samplesPerSecond, uint16_t channels, std::optional<Loop> loop = std::nullopt);
 
   /// Forgets what is left over; frames before `from` will be left out. `again` lets a loop follow on itself.

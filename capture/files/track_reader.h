@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 extern "C" {
 #include <libavutil/mathematics.h>
@@ -31,7 +32,8 @@ struct TrackChoice {
 
 /// Reads one track of a file, packet by packet, in the order of decoding. Each track has a reader of
 /// its own, so that badly interleaved files need no memory: what one track needs is never read
-/// ahead of the other.
+/// ahead of the other. Whoever gets its packets may rewrite them where they lie, so that two
+/// readers of one track need blocks of their own.
 class TrackReader {
  public:
   /// Opens the file for the track. @return null with one line for a person in `error`.
@@ -44,7 +46,7 @@ class TrackReader {
 
   // The packet last read.
   AVPacket* packet() const { return mPacket.get(); }
-  /// Its bytes, the reader's own and writable until the next read.
+  /// Its bytes, writable until the next read.
   std::span<uint8_t> bytes() const { return {mPacket->data, static_cast<size_t>(mPacket->size)}; }
   /// Presentation time, microseconds of the footage; may be below 0 for what an edit list hides.
   int64_t time() const { return mTime; }
@@ -80,7 +82,11 @@ class TrackReader {
  private:
   explicit TrackReader(const TrackChoice& choice) : mChoice(choice), mPacket(av_packet_alloc()) {}
   void use(std::unique_ptr<MediaContainer> container);
+  int readFromIndex();
+  std::span<uint8_t> bytesAt(int64_t position, int size);
+  void forgetPackets();
   bool openContainer(std::string& error);
+  bool seekToFirst();
   int64_t packetTime();
   bool isWhole() const;
 
@@ -88,6 +94,13 @@ class TrackReader {
   std::unique_ptr<MediaContainer> mContainer;
   PacketHandle mPacket;
   bool mIsUntimed = false;
+  // A movie's track whose index tells all is read by it: packets are given as they lie in the file's blocks, without
+  // the demuxer's memory and copy for each.
+  bool mIsIndexed = false;
+  int mEntry = 0;                                   ///< of the index, the next
+  std::shared_ptr<const FileBlocks::Block> mBlock;  ///< that the packet last read lies in
+  std::vector<uint8_t> mBuffer;                     ///< of what lies in more than one
+  int64_t mEndInFile = 0;                           ///< of the packet last read
   bool mAtBeginning = true;
   bool mIsFromBeginning = true;  ///< not after a seek
   int64_t mSeen = 0;             ///< packets since then, empty ones too

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <bit>
 #include <cctype>
 #include <filesystem>
 #include <fstream>
@@ -11,6 +12,7 @@
 #include <sstream>
 
 #include <vesk/four_char_code.h>
+#include "capture/files/movie_index.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/capture/file_source_support.h"
 
@@ -82,6 +84,13 @@ void expectAsInFile(const std::vector<Unit>& units, const std::vector<Bytes>& pa
   for (size_t at = 0; at < units.size(); ++at) ASSERT_EQ(units[at].bytes, packets[at]) << "unit " << at;
 }
 
+/// A movie's pictures come as long after each other as the file says.
+void expectTimesAsInMovie(const std::vector<Unit>& units, const std::vector<double>& times) {
+  ASSERT_EQ(units.size(), times.size());
+  for (size_t at = 0; at < units.size(); ++at)
+    ASSERT_NEAR(static_cast<double>(units[at].time - units[0].time), times[at] - times[0], 2) << "unit " << at;
+}
+
 /// Raw pictures have no container that libav could open by itself: the file is what they are.
 Original rawPictures(const std::string& path, size_t frameBytes) {
   const std::string content = vesk::test::contentOf(path);
@@ -111,6 +120,9 @@ void checkPictures(const Clip& clip, const Footage& footage) {
     if (!clip.frames.empty()) {
       EXPECT_EQ(std::to_string(units.size()), clip.frames);
     }
+    const std::string kind = std::filesystem::path(clip.path).extension();
+    if (track.coding != VideoCoding::kOther && (kind == ".mov" || kind == ".mp4"))
+      expectTimesAsInMovie(units, original.times);
     if (codec == kCMVideoCodecType_H264) {
       expectAccessUnits(units);
       EXPECT_EQ(decodeUnits(units, AV_CODEC_ID_H264), original.pictures);
@@ -139,7 +151,10 @@ void checkSound(const Clip& clip, const Footage& footage) {
     for (const Unit& unit : units) delivered.insert(delivered.end(), unit.bytes.begin(), unit.bytes.end());
     for (const Bytes& packet : original.packets) inFile.insert(inFile.end(), packet.begin(), packet.end());
     EXPECT_EQ(delivered, inFile);
-    for (size_t at = 0; at + 1 < units.size(); ++at) ASSERT_EQ(units[at].bytes.size(), size_t{2048} * track.channels);
+    for (size_t at = 0; at + 1 < units.size(); ++at) {
+      const size_t frames = units[at].bytes.size() / 2 / track.channels;
+      ASSERT_EQ(frames, std::bit_floor(track.samplesPerSecond / 20)) << "packet " << at;
+    }
   } else if (track.isBareStream) {
     ASSERT_EQ(units.size(), original.packets.size());
     for (size_t at = 0; at < units.size(); ++at) {
@@ -148,6 +163,32 @@ void checkSound(const Clip& clip, const Footage& footage) {
     }
   } else if (track.coding == SoundCoding::kAAC) {
     expectAsInFile(units, original.packets);
+  }
+}
+
+TEST(MovieIndex, TellsAllOnlyOfPlainTracks) {
+  const auto isWhole = [](const std::string& path, int track) {
+    Error error;
+    const auto file = FileBlocks::open(path, error);
+    return file && isWholeInIndex(*file, track);
+  };
+  const std::string street = dataPath("street.mov");
+  EXPECT_TRUE(isWhole(street, 1));
+  EXPECT_TRUE(isWhole(street, 2)) << "which begins later";
+  EXPECT_FALSE(isWhole(street, 3)) << "there is none";
+  EXPECT_FALSE(isWhole(dataPath("street-reordered.mp4"), 1)) << "shown in another order";
+  EXPECT_FALSE(isWhole(dataPath("town-h264-aac.mp4"), 2)) << "an edit list hides the priming";
+  EXPECT_FALSE(isWhole(dataPath("street-mjpeg.avi"), 1));
+
+  // Each of these atoms makes its track one that the index does not tell all of.
+  const vesk::test::TemporaryFolder folder;
+  const std::string content = vesk::test::contentOf(street);
+  for (const auto& [from, to] : {std::pair("stss", "ctts"), std::pair("udta", "mvex"), std::pair("dinf", "free")}) {
+    std::string changed = content;
+    const size_t at = changed.find(from, changed.find("moov"));
+    ASSERT_NE(at, std::string::npos) << from;
+    changed.replace(at, 4, to);
+    EXPECT_FALSE(isWhole(folder.write("changed.mov", changed), 1)) << to;
   }
 }
 

@@ -119,7 +119,7 @@ TEST_F(FileDevices, PlayTogetherToTheEnd) {
   transport.release();
   ended.wait();
   ASSERT_EQ(pictures.items().size(), 90u);
-  ASSERT_EQ(packets.items().size(), 95u);
+  ASSERT_EQ(packets.items().size(), 190u);
   EXPECT_EQ(packets.items().front() - pictures.items().front(), 400000);
   EXPECT_EQ(pictures.items().back() - pictures.items().front(), 5933333);
 }

@@ -117,7 +117,7 @@ TEST(FileLoop, SoundFollowsThePicturesOverAHundredTurns) {
   const auto original = joined(once);
   for (const LoopRow& row : kLoops) {
     SCOPED_TRACE(row.label);
-    const size_t packets = static_cast<size_t>(row.loop.length() * 100 / 64000);
+    const size_t packets = static_cast<size_t>(row.loop.length() * 100 / 32000);
     const auto units = played(soundReader(*footage, kWaveFormatLinearPCM, row.loop), row.loop, packets);
     ASSERT_EQ(units.size(), packets);
     EXPECT_EQ(units.front().time, 400000);

@@ -6,6 +6,7 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
@@ -100,6 +101,7 @@ inline std::unique_ptr<UnitReader> soundReader(const Footage& footage, uint16_t 
 /// A file as libav reads it by itself, without anything of ours.
 struct Original {
   std::vector<Bytes> packets;
+  std::vector<double> times;       ///< when each is shown, microseconds; not a number when the file does not say
   std::vector<uint64_t> pictures;  ///< a hash of each decoded picture, in the order of presentation
 };
 
@@ -157,6 +159,8 @@ inline Original readOriginal(const std::string& path, AVMediaType kind) {
     while (av_read_frame(context, packet) >= 0) {
       if (packet->stream_index == index) {
         original.packets.emplace_back(packet->data, packet->data + packet->size);
+        const double unit = av_q2d(context->streams[index]->time_base) * 1e6;
+        original.times.push_back(packet->pts == AV_NOPTS_VALUE ? NAN : static_cast<double>(packet->pts) * unit);
         if (kind == AVMEDIA_TYPE_VIDEO) decoder.decode(packet, original.pictures);
       }
       av_packet_unref(packet);

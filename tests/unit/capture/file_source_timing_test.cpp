@@ -18,7 +18,7 @@ TEST(FileTiming, SoundThatBeginsLaterStaysLater) {
   EXPECT_EQ(unitsFrom(*videoReader(*footage, kCMVideoCodecType_H264)).front().time, 0);
   const auto sound = unitsFrom(*soundReader(*footage, kWaveFormatLinearPCM));
   EXPECT_EQ(sound.front().time, 400000);
-  EXPECT_EQ(sound[1].time, 464000);
+  EXPECT_EQ(sound[1].time, 432000);
 }
 
 TEST(FileTiming, DecodedPicturesComeInTheOrderOfPresentation) {
@@ -112,9 +112,9 @@ struct Portion {
   std::optional<int64_t> time;
 };
 
-/// Mono at 1024000 Hz: a packet of 1024 frames, 2048 bytes, lasts a millisecond.
+/// Mono at 32 kHz: a packet of 1024 frames, 2048 bytes, lasts 32 ms.
 std::vector<Chunk> chunked(std::initializer_list<Portion> portions, int64_t from, Bytes* content = nullptr) {
-  PcmChunker chunker(1024000, 1);
+  PcmChunker chunker(32000, 1);
   chunker.restart(from);
   std::vector<Chunk> chunks;
   const auto drain = [&](bool end) {
@@ -134,23 +134,24 @@ std::vector<Chunk> chunked(std::initializer_list<Portion> portions, int64_t from
   return chunks;
 }
 
-TEST(PcmChunker, MakesPacketsOf1024FramesOfAnyPortions) {
-  const std::vector<Chunk> whole = {{2048, 0}, {2048, 1000}, {2048, 2000}, {1024, 3000}};
+TEST(PcmChunker, MakesWholePacketsOfAnyPortions) {
+  const std::vector<Chunk> whole = {{2048, 0}, {2048, 32000}, {2048, 64000}, {1024, 96000}};
   EXPECT_EQ(chunked({{7168, 0}}, 0), whole);
-  EXPECT_EQ(chunked({{1000, 0}, {5144, 488}, {1024, 3000}}, 0), whole);
+  EXPECT_EQ(chunked({{1000, 0}, {5144, 15625}, {1024, 96000}}, 0), whole);
   Bytes content;
   EXPECT_EQ(chunked({{3001, 0}, {1, std::nullopt}, {4166, std::nullopt}}, 0, &content), whole) << "odd bytes";
   for (size_t at = 0; at < content.size(); ++at) ASSERT_EQ(content[at], static_cast<uint8_t>(at));
 }
 
 TEST(PcmChunker, FollowsJumpsAndIgnoresRounding) {
-  EXPECT_EQ(chunked({{3072, 5000}, {2048, 6507}}, 0), (std::vector<Chunk>{{2048, 5000}, {2048, 6000}, {1024, 7000}}));
-  EXPECT_EQ(chunked({{3072, 0}, {2048, 50000}}, 0), (std::vector<Chunk>{{2048, 0}, {1024, 1000}, {2048, 50000}}));
+  EXPECT_EQ(chunked({{3072, 5000}, {2048, 53007}}, 0),
+            (std::vector<Chunk>{{2048, 5000}, {2048, 37000}, {1024, 69000}}));
+  EXPECT_EQ(chunked({{3072, 0}, {2048, 98000}}, 0), (std::vector<Chunk>{{2048, 0}, {1024, 32000}, {2048, 98000}}));
 }
 
 TEST(PcmChunker, BeginsAtTheFrameAskedFor) {
-  EXPECT_EQ(chunked({{2048, 0}, {4096, 1000}}, 1500), (std::vector<Chunk>{{2048, 1500}, {1024, 2500}}));
-  EXPECT_EQ(chunked({{4096, -1000}}, 0), (std::vector<Chunk>{{2048, 0}}));
+  EXPECT_EQ(chunked({{2048, 0}, {4096, 32000}}, 48000), (std::vector<Chunk>{{2048, 48000}, {1024, 80000}}));
+  EXPECT_EQ(chunked({{4096, -32000}}, 0), (std::vector<Chunk>{{2048, 0}}));
 }
 
 }  // namespace
