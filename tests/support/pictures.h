@@ -108,81 +108,6 @@ inline constexpr PictureFormat kPictureFormats[] = {
     {"BGRA", kCVPixelFormat_32BGRA, {}},
 };
 
-/// A picture of 2 × 2 fields of one colour each, with padding after its rows: upper left, upper right,
-/// lower left, lower right. The fields begin at even pixels.
-inline CVPixelBufferRef fieldsPicture(int32_t width, int32_t height, uint32_t format,
-                                      const std::array<Colour, 4>& colours, YCbCrColour colour = {}) {
-  constexpr size_t kPadding = 6;
-  const int32_t middleX = width / 4 * 2;
-  const int32_t middleY = height / 4 * 2;
-  const auto at = [&](int32_t x, int32_t y) {
-    const size_t across = x >= middleX ? 1 : 0;
-    const size_t down = y >= middleY ? 2 : 0;
-    return colours.at(across + down);
-  };
-  const auto memory = std::make_shared<std::array<std::vector<uint8_t>, 3>>();
-  CVPixelBuffer::Planes planes;
-  const auto plane = [&](size_t index, int32_t stepX, int32_t stepY, size_t bytes, auto write) {
-    const size_t rowBytes = static_cast<size_t>((width + stepX - 1) / stepX) * bytes + kPadding;
-    const int32_t rows = (height + stepY - 1) / stepY;
-    auto& data = (*memory)[index];
-    data.resize(rowBytes * static_cast<size_t>(rows), 0x5A);
-    for (int32_t row = 0; row < rows; ++row)
-      for (int32_t x = 0; x * stepX < width; ++x)
-        write(data.data() + static_cast<size_t>(row) * rowBytes + static_cast<size_t>(x) * bytes, x * stepX,
-              row * stepY);
-    planes.at(index) = {data.data(), rowBytes};
-  };
-  const auto value = [&](int32_t x, int32_t y) { return ycbcrOf(at(std::min(x, width - 1), y), colour); };
-  const auto luma = [&](uint8_t* to, int32_t x, int32_t y) { *to = value(x, y).y; };
-  const auto cb = [&](uint8_t* to, int32_t x, int32_t y) { *to = value(x, y).cb; };
-  const auto cr = [&](uint8_t* to, int32_t x, int32_t y) { *to = value(x, y).cr; };
-  switch (format) {
-    case kCMPixelFormat_422YpCbCr8:
-      plane(0, 2, 1, 4, [&](uint8_t* to, int32_t x, int32_t y) {
-        const YCbCr left = value(x, y);
-        const std::array<uint8_t, 4> group{left.cb, left.y, left.cr, value(x + 1, y).y};
-        std::copy(group.begin(), group.end(), to);
-      });
-      break;
-    case kCVPixelFormat_420Planar:
-    case kCVPixelFormat_422Planar:
-    case kCVPixelFormat_444Planar: {
-      const int32_t stepX = format == kCVPixelFormat_444Planar ? 1 : 2;
-      const int32_t stepY = format == kCVPixelFormat_420Planar ? 2 : 1;
-      plane(0, 1, 1, 1, luma);
-      plane(1, stepX, stepY, 1, cb);
-      plane(2, stepX, stepY, 1, cr);
-      break;
-    }
-    case kCVPixelFormat_420BiPlanar:
-      plane(0, 1, 1, 1, luma);
-      plane(1, 2, 2, 2, [&](uint8_t* to, int32_t x, int32_t y) {
-        cb(to, x, y);
-        cr(to + 1, x, y);
-      });
-      break;
-    case kCVPixelFormat_Gray:
-      plane(0, 1, 1, 1, luma);
-      break;
-    default: {
-      const bool isRGBA = format == kCVPixelFormat_32RGBA;
-      plane(0, 1, 1, 4, [&](uint8_t* to, int32_t x, int32_t y) {
-        const Colour c = at(x, y);
-        const std::array<int, 4> pixel{isRGBA ? c.red : c.blue, c.green, isRGBA ? c.blue : c.red, 255};
-        std::transform(pixel.begin(), pixel.end(), to, [](int part) { return static_cast<uint8_t>(part); });
-      });
-      break;
-    }
-  }
-  return CVPixelBuffer::wrap(width, height, format, planes, colour, memory);
-}
-
-/// A picture of one colour, as 4:2:0 planes.
-inline CVPixelBufferRef plainPicture(int32_t width, int32_t height, Colour colour) {
-  return fieldsPicture(width, height, kCVPixelFormat_420Planar, {colour, colour, colour, colour});
-}
-
 /// A picture over planes whose bytes `byteAt` gives for a plane, a column and a row, with gaps between its rows and
 /// none after the last one.
 template <class ByteAt>
@@ -230,6 +155,45 @@ CVPixelBufferRef filledPicture(int32_t width, int32_t height, uint32_t format, Y
     planes.at(plane) = {data.data(), rowBytes};
   }
   return CVPixelBuffer::wrap(width, height, format, planes, colour, memory);
+}
+
+/// A picture of 2 × 2 fields of one colour each, with padding after its rows: upper left, upper right,
+/// lower left, lower right. The fields begin at even pixels.
+inline CVPixelBufferRef fieldsPicture(int32_t width, int32_t height, uint32_t format,
+                                      const std::array<Colour, 4>& colours, YCbCrColour colour = {}) {
+  const auto field = [&](int32_t x, int32_t y) {
+    return colours.at((std::min(x, width - 1) >= width / 4 * 2 ? 1 : 0) + (y >= height / 4 * 2 ? 2 : 0));
+  };
+  const auto value = [&](int32_t x, int32_t y) { return ycbcrOf(field(x, y), colour); };
+  return filledPicture(width, height, format, colour, 6, [&](size_t plane, size_t at, size_t row) -> uint8_t {
+    const auto x = static_cast<int32_t>(at);
+    const auto y = static_cast<int32_t>(row);
+    switch (format) {
+      case kCMPixelFormat_422YpCbCr8: {
+        const YCbCr left = value(x / 4 * 2, y);
+        return std::array<uint8_t, 4>{left.cb, left.y, left.cr, value(x / 4 * 2 + 1, y).y}.at(at % 4);
+      }
+      case kCVPixelFormat_32RGBA:
+      case kCVPixelFormat_32BGRA: {
+        const Colour c = field(x / 4, y);
+        const bool isRGBA = format == kCVPixelFormat_32RGBA;
+        const std::array<int, 4> pixel{isRGBA ? c.red : c.blue, c.green, isRGBA ? c.blue : c.red, 255};
+        return static_cast<uint8_t>(pixel.at(at % 4));
+      }
+      default:
+        break;
+    }
+    if (plane == 0) return value(x, y).y;
+    if (format == kCVPixelFormat_420BiPlanar) return at % 2 == 0 ? value(x, y * 2).cb : value(x - 1, y * 2).cr;
+    const YCbCr both =
+        value(format == kCVPixelFormat_444Planar ? x : x * 2, format == kCVPixelFormat_420Planar ? y * 2 : y);
+    return plane == 1 ? both.cb : both.cr;
+  });
+}
+
+/// A picture of one colour, as 4:2:0 planes.
+inline CVPixelBufferRef plainPicture(int32_t width, int32_t height, Colour colour) {
+  return fieldsPicture(width, height, kCVPixelFormat_420Planar, {colour, colour, colour, colour});
 }
 
 /// A picture in which every sample differs from its neighbours; opaque where it could be transparent.
