@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <string_view>
+#include <utility>
 
 #include <vesk/capture_host.h>
 #include <vesk/version.h>
@@ -163,11 +164,19 @@ void Application::showShortcuts() {
   for (const KeyBinding& binding : kHeadKeys) add(binding);
   const auto builder = Gtk::Builder::create_from_string(
       R"(<interface><object class="GtkShortcutsWindow" id="window"><property name="modal">1</property><child>)"
-      R"(<object class="GtkShortcutsSection"><child><object class="GtkShortcutsGroup">)" +
+      R"(<object class="GtkShortcutsSection" id="section"><child><object class="GtkShortcutsGroup">)" +
       rows + "</object></child></object></child></object></interface>");
   auto* const window = builder->get_widget<Gtk::ShortcutsWindow>("window");
   if (!window) return;
   if (mWindow) window->set_transient_for(*mWindow);
+  // The first frame has the window, the second what is in it: drawing all at once would hold up the live picture.
+  auto* const section = builder->get_widget<Gtk::ShortcutsSection>("section");
+  section->set_opacity(0);
+  window->add_tick_callback([section, isFirst = true](const Glib::RefPtr<Gdk::FrameClock>&) mutable {
+    if (std::exchange(isFirst, false)) return true;
+    section->set_opacity(1);
+    return false;
+  });
   window->present();
 }
 

@@ -1,7 +1,5 @@
 #include "apps/camera/doctor_window.h"
 
-#include <adwaita.h>
-
 #include <vesk/dispatch_queue.h>
 #include <vesk/doctor.h>
 #include "apps/camera/finding_words.h"
@@ -37,28 +35,16 @@ GtkWidget* rowOf(const Finding& finding) {
   return row;
 }
 
-/// What is wrong comes first.
-GtkWidget* pageOf(const std::vector<Finding>& findings) {
-  struct Group {
-    Finding::Mark mark;
-    const char* title;
-  };
-  GtkWidget* const page = adw_preferences_page_new();
-  for (const Group& group :
-       {Group{Finding::Mark::kProblem, _("What does not work")}, Group{Finding::Mark::kNote, _("Worth knowing")},
-        Group{Finding::Mark::kOk, _("What works")}}) {
-    GtkWidget* rows = nullptr;
-    for (const Finding& finding : findings) {
-      if (finding.mark != group.mark) continue;
-      if (!rows) {
-        rows = adw_preferences_group_new();
-        adw_preferences_group_set_title(ADW_PREFERENCES_GROUP(rows), group.title);
-      }
-      adw_preferences_group_add(ADW_PREFERENCES_GROUP(rows), rowOf(finding));
-    }
-    if (rows) adw_preferences_page_add(ADW_PREFERENCES_PAGE(page), ADW_PREFERENCES_GROUP(rows));
+const char* titleOf(Finding::Mark mark) {
+  switch (mark) {
+    case Finding::Mark::kOk:
+      return _("What works");
+    case Finding::Mark::kNote:
+      return _("Worth knowing");
+    case Finding::Mark::kProblem:
+      return _("What does not work");
   }
-  return page;
+  return "";
 }
 
 }  // namespace
@@ -87,6 +73,7 @@ DoctorWindow::DoctorWindow(Gtk::Window& parent, std::string folder) : mFolder(st
 
 /// It may take a second. The window may be closed meanwhile.
 void DoctorWindow::look() {
+  mSteps.clear();
   set_child(mSpinner);
   mSpinner.start();
   mAgain.set_sensitive(false);
@@ -97,14 +84,30 @@ void DoctorWindow::look() {
   });
 }
 
+/// What is wrong comes first.
 void DoctorWindow::showFindings(const std::vector<Finding>& findings) {
   mSpinner.stop();
   mAgain.set_sensitive();
-  GtkWidget* const page = pageOf(findings);
+  mPage = ADW_PREFERENCES_PAGE(adw_preferences_page_new());
+  mGroup = nullptr;
   // The page scrolls by itself, in a part that takes the keys and has no name.
-  if (GtkWidget* const scrolled = gtk_widget_get_first_child(page))
+  if (GtkWidget* const scrolled = gtk_widget_get_first_child(GTK_WIDGET(mPage)))
     gtk_accessible_update_property(GTK_ACCESSIBLE(scrolled), GTK_ACCESSIBLE_PROPERTY_LABEL, _("Something Wrong?"), -1);
-  set_child(*Gtk::manage(Glib::wrap(page)));
+  set_child(*Gtk::manage(Glib::wrap(GTK_WIDGET(mPage))));
+  for (const auto mark : {Finding::Mark::kProblem, Finding::Mark::kNote, Finding::Mark::kOk}) {
+    mSteps.add([this] { mGroup = nullptr; });
+    for (const Finding& finding : findings)
+      if (finding.mark == mark) mSteps.add([this, finding] { add(finding); });
+  }
+}
+
+void DoctorWindow::add(const Finding& finding) {
+  if (!mGroup) {
+    mGroup = ADW_PREFERENCES_GROUP(adw_preferences_group_new());
+    adw_preferences_group_set_title(mGroup, titleOf(finding.mark));
+    adw_preferences_page_add(mPage, mGroup);
+  }
+  adw_preferences_group_add(mGroup, rowOf(finding));
 }
 
 }  // namespace vesk::camera

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <adwaita.h>
 #include <gtkmm.h>
 
 #include <string>
 #include <vector>
 
 #include <vesk/doctor.h>
+#include "apps/camera/frame_steps.h"
 #include "apps/camera/presence.h"
 
 namespace vesk::camera {
@@ -19,11 +21,15 @@ class DoctorWindow : public Gtk::Window {
  private:
   void look();
   void showFindings(const std::vector<Finding>& findings);
+  void add(const Finding& finding);
 
   const std::string mFolder;
   const Presence<DoctorWindow> mPresence{this};
   Gtk::Spinner mSpinner;
   Gtk::Button mAgain;
+  FrameSteps mSteps{*this};  ///< that make the rows
+  AdwPreferencesPage* mPage = nullptr;
+  AdwPreferencesGroup* mGroup = nullptr;  ///< of the rows that are made now
 };
 
 }  // namespace vesk::camera

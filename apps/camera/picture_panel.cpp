@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <utility>
 
 #include <vesk/four_char_code.h>
@@ -18,8 +17,6 @@ namespace {
 constexpr int kWidth = 340;  // pixels
 constexpr int kMargin = 12;
 constexpr double kSteps = 100;
-/// The rest of a frame's time is for laying out and drawing what was made.
-constexpr std::chrono::milliseconds kMakingInAFrame{5};
 
 constexpr std::array kGroups = {ControlGroup::kPicture, ControlGroup::kExposure, ControlGroup::kFocus,
                                 ControlGroup::kHead};
@@ -137,30 +134,16 @@ void PicturePanel::showCamera() {
   mScroll.set_child(*mPage);
   for (const ControlGroup group : kGroups) addControls(group);
   if (!mModel.controls().empty()) {
-    mSteps.emplace_back([this] {
+    mSteps.add([this] {
       addPresets();
       showPresets();
     });
-    mSteps.emplace_back([this] { addResetAll(); });
+    mSteps.add([this] { addResetAll(); });
   }
-  mSteps.emplace_back([this] {
+  mSteps.add([this] {
     addFormat();
     showFormat();
   });
-  if (mTick == 0) mTick = add_tick_callback([this](const Glib::RefPtr<Gdk::FrameClock>&) { return makeSome(); });
-}
-
-/// A part of the page for each frame on the screen, so that the live picture does not stand still meanwhile.
-/// @return whether there is more to make
-bool PicturePanel::makeSome() {
-  const auto end = std::chrono::steady_clock::now() + kMakingInAFrame;
-  while (!mSteps.empty() && std::chrono::steady_clock::now() < end) {
-    const auto make = std::move(mSteps.front());
-    mSteps.pop_front();
-    make();
-  }
-  if (mSteps.empty()) mTick = 0;
-  return !mSteps.empty();
 }
 
 void PicturePanel::showNothing(const char* icon, const std::string& title, const std::string& text) {
@@ -173,12 +156,12 @@ void PicturePanel::showNothing(const char* icon, const std::string& title, const
 }
 
 void PicturePanel::addControls(ControlGroup which) {
-  mSteps.emplace_back([this] { mGroup = nullptr; });
+  mSteps.add([this] { mGroup = nullptr; });
   const auto needed = [this, which] {
     if (!mGroup) mGroup = addGroup(*mPage, titleOf(which));
     return mGroup;
   };
-  if (which == ControlGroup::kHead && mPad.get_visible()) mSteps.emplace_back([this, needed] { addPad(needed()); });
+  if (which == ControlGroup::kHead && mPad.get_visible()) mSteps.add([this, needed] { addPad(needed()); });
   // A mode stands above what it rules.
   std::vector<const ControlState*> states;
   for (const ControlState& state : mModel.controls()) {
@@ -191,7 +174,7 @@ void PicturePanel::addControls(ControlGroup which) {
     if (groupOf(state.id) == which && std::find(states.begin(), states.end(), &state) == states.end())
       states.push_back(&state);
   for (const ControlState* const known : states)
-    mSteps.emplace_back([this, needed, id = known->id] {
+    mSteps.add([this, needed, id = known->id] {
       const ControlState* const state = mModel.find(id);
       if (!state) return;
       switch (lookOf(*state)) {
@@ -371,8 +354,9 @@ void PicturePanel::showFormat() {
   show(mSize, mSizes, request.size, sizeName);
   show(mRate, mRates, request.rate, rateName);
   if (mCodec) adw_combo_row_set_selected(mCodec, request.codec && *request.codec != kCMVideoCodecType_H264 ? 1 : 0);
-  adw_preferences_group_set_description(
-      mFormat, Glib::Markup::escape_text(costText(mModel.format(), mModel.isEncodedHere())).c_str());
+  const std::string text = mIsRecording ? _("The format stays as it is while a film is recorded.")
+                                        : costText(mModel.format(), mModel.isEncodedHere());
+  adw_preferences_group_set_description(mFormat, Glib::Markup::escape_text(text).c_str());
   gtk_widget_set_sensitive(GTK_WIDGET(mFormat), mIsRecording ? FALSE : TRUE);
   mIsShowing = false;
 }

@@ -3,7 +3,6 @@
 #include <adwaita.h>
 #include <gtkmm.h>
 
-#include <deque>
 #include <functional>
 #include <memory>
 #include <string>
@@ -12,6 +11,7 @@
 #include <vesk/video_device.h>
 #include "apps/camera/camera_controls_model.h"
 #include "apps/camera/control_words.h"
+#include "apps/camera/frame_steps.h"
 #include "apps/camera/head_pad.h"
 
 namespace vesk::camera {
@@ -51,7 +51,6 @@ class PicturePanel : public Gtk::Box {
   };
 
   void showCamera();
-  bool makeSome();
   void showNothing(const char* icon, const std::string& title, const std::string& text);
   void addControls(ControlGroup group);
   Row makeSlider(AdwPreferencesGroup* group, const ControlState& state);
@@ -80,10 +79,9 @@ class PicturePanel : public Gtk::Box {
   Gtk::Label mMessageText;
   Gtk::Button mUndo;
   Gtk::ScrolledWindow mScroll;
-  Gtk::Box* mPage = nullptr;                 ///< the groups of the camera
-  std::deque<std::function<void()>> mSteps;  ///< that make the rest of the page
-  guint mTick = 0;                           ///< makes some of it in each frame; 0 while there is nothing to make
-  AdwPreferencesGroup* mGroup = nullptr;     ///< of the rows that are made now
+  Gtk::Box* mPage = nullptr;              ///< the groups of the camera
+  FrameSteps mSteps{*this};               ///< that make the rest of the page
+  AdwPreferencesGroup* mGroup = nullptr;  ///< of the rows that are made now
   std::vector<Row> mRows;
   AdwPreferencesGroup* mPresets = nullptr;
   std::vector<GtkWidget*> mPresetRows;
