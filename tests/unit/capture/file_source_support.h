@@ -1,11 +1,5 @@
 #pragma once
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-#include <libavutil/pixdesc.h>
-}
-
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
@@ -19,12 +13,19 @@ extern "C" {
 
 #include <vesk/four_char_code.h>
 #include "capture/files/footage.h"
+#include "tests/support/av_clip.h"
 #include "tests/support/bytes.h"
 
 namespace vesk::capture::test {
 
+using vesk::test::AVInput;
+using vesk::test::bestTrack;
 using vesk::test::Bytes;
 using vesk::test::bytes;
+using vesk::test::ClipDecoder;
+using vesk::test::forEachPacket;
+using vesk::test::openClip;
+using vesk::test::samplesOf;
 
 inline std::string dataPath(const std::string& name) {
   return std::string(VESK_TEST_DATA) + "/" + name;
@@ -51,9 +52,8 @@ inline std::unique_ptr<Footage> footageAt(const std::string& path, bool wantsLen
 
 /// Copies a movie, its sound `shift` frames later, with or without edit lists.
 inline void copyMovie(const std::string& from, const std::string& to, int64_t shift, bool hasEditLists) {
-  AVFormatContext* in = nullptr;
-  ASSERT_GE(avformat_open_input(&in, from.c_str(), nullptr, nullptr), 0);
-  ASSERT_GE(avformat_find_stream_info(in, nullptr), 0);
+  const AVInput in = openClip(from);
+  ASSERT_TRUE(in);
   AVFormatContext* out = nullptr;
   ASSERT_GE(avformat_alloc_output_context2(&out, nullptr, "mov", to.c_str()), 0);
   for (unsigned index = 0; index < in->nb_streams; ++index) {
@@ -68,21 +68,20 @@ inline void copyMovie(const std::string& from, const std::string& to, int64_t sh
   ASSERT_GE(avio_open(&out->pb, to.c_str(), AVIO_FLAG_WRITE), 0);
   ASSERT_GE(avformat_write_header(out, &options), 0);
   av_dict_free(&options);
-  AVPacket* packet = av_packet_alloc();
-  while (av_read_frame(in, packet) >= 0) {
-    const int index = packet->stream_index;
-    if (in->streams[index]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
+  forEachPacket(in.get(), [&](const AVPacket& original) {
+    AVPacket* packet = av_packet_clone(&original);
+    const AVStream& track = *in->streams[packet->stream_index];
+    if (track.codecpar->codec_type == AVMEDIA_TYPE_AUDIO) {
       packet->pts += shift;
       packet->dts += shift;
     }
-    av_packet_rescale_ts(packet, in->streams[index]->time_base, out->streams[index]->time_base);
-    ASSERT_GE(av_interleaved_write_frame(out, packet), 0);
-  }
-  av_packet_free(&packet);
+    av_packet_rescale_ts(packet, track.time_base, out->streams[packet->stream_index]->time_base);
+    EXPECT_GE(av_interleaved_write_frame(out, packet), 0);
+    av_packet_free(&packet);
+  });
   ASSERT_GE(av_write_trailer(out), 0);
   avio_closep(&out->pb);
   avformat_free_context(out);
-  avformat_close_input(&in);
 }
 
 inline std::unique_ptr<UnitReader> videoReader(const Footage& footage, uint32_t codec) {
@@ -98,6 +97,12 @@ inline std::unique_ptr<UnitReader> soundReader(const Footage& footage, uint16_t 
   return reader ? soundPackets(*footage.sound, formatCode, std::move(reader), error, loop) : nullptr;
 }
 
+/// A number that stands for what a picture shows.
+inline uint64_t hashOf(const AVFrame& picture) {
+  const Bytes samples = samplesOf(picture);
+  return std::hash<std::string_view>()({reinterpret_cast<const char*>(samples.data()), samples.size()});
+}
+
 /// A file as libav reads it by itself, without anything of ours.
 struct Original {
   std::vector<Bytes> packets;
@@ -105,86 +110,40 @@ struct Original {
   std::vector<uint64_t> pictures;  ///< a hash of each decoded picture, in the order of presentation
 };
 
-/// A number that stands for what a picture shows.
-inline uint64_t hashOf(const AVFrame& frame) {
-  uint64_t hash = 1469598103934665603u;
-  const AVPixFmtDescriptor* format = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format));
-  for (int plane = 0; plane < av_pix_fmt_count_planes(static_cast<AVPixelFormat>(frame.format)); ++plane) {
-    const bool isChroma = plane > 0;
-    const int rows = isChroma ? AV_CEIL_RSHIFT(frame.height, format->log2_chroma_h) : frame.height;
-    const int columns = isChroma ? AV_CEIL_RSHIFT(frame.width, format->log2_chroma_w) : frame.width;
-    for (int row = 0; row < rows; ++row) {
-      const uint8_t* line = frame.data[plane] + static_cast<ptrdiff_t>(frame.linesize[plane]) * row;
-      for (int column = 0; column < columns; ++column) hash = (hash ^ line[column]) * 1099511628211u;
-    }
-  }
-  return hash;
-}
-
-/// Decodes packets one by one; null packet data ends it.
-class ReferenceDecoder {
- public:
-  ReferenceDecoder(AVCodecID codec, const AVCodecParameters* parameters) {
-    const AVCodec* decoder = avcodec_find_decoder(codec);
-    mContext = avcodec_alloc_context3(decoder);
-    if (parameters != nullptr) avcodec_parameters_to_context(mContext, parameters);
-    mContext->thread_count = 1;
-    avcodec_open2(mContext, decoder, nullptr);
-  }
-  ~ReferenceDecoder() { avcodec_free_context(&mContext); }
-  ReferenceDecoder(const ReferenceDecoder&) = delete;
-  ReferenceDecoder& operator=(const ReferenceDecoder&) = delete;
-
-  void decode(const AVPacket* packet, std::vector<uint64_t>& pictures) {
-    avcodec_send_packet(mContext, packet);
-    AVFrame* frame = av_frame_alloc();
-    while (avcodec_receive_frame(mContext, frame) >= 0) pictures.push_back(hashOf(*frame));
-    av_frame_free(&frame);
-  }
-
- private:
-  AVCodecContext* mContext = nullptr;
-};
-
 inline Original readOriginal(const std::string& path, AVMediaType kind) {
   Original original;
-  AVFormatContext* context = nullptr;
-  if (avformat_open_input(&context, path.c_str(), nullptr, nullptr) < 0) return original;
-  avformat_find_stream_info(context, nullptr);
-  const int index = av_find_best_stream(context, kind, -1, -1, nullptr, 0);
-  if (index >= 0) {
-    const AVCodecParameters* parameters = context->streams[index]->codecpar;
-    ReferenceDecoder decoder(parameters->codec_id, parameters);
-    AVPacket* packet = av_packet_alloc();
-    while (av_read_frame(context, packet) >= 0) {
-      if (packet->stream_index == index) {
-        original.packets.emplace_back(packet->data, packet->data + packet->size);
-        const double unit = av_q2d(context->streams[index]->time_base) * 1e6;
-        original.times.push_back(packet->pts == AV_NOPTS_VALUE ? NAN : static_cast<double>(packet->pts) * unit);
-        if (kind == AVMEDIA_TYPE_VIDEO) decoder.decode(packet, original.pictures);
-      }
-      av_packet_unref(packet);
-    }
-    if (kind == AVMEDIA_TYPE_VIDEO) decoder.decode(nullptr, original.pictures);
-    av_packet_free(&packet);
-  }
-  avformat_close_input(&context);
+  const AVInput clip = openClip(path);
+  const int index = clip ? bestTrack(clip, kind) : -1;
+  if (index < 0) return original;
+  const AVStream& track = *clip->streams[index];
+  ClipDecoder decoder(track.codecpar->codec_id, track.codecpar);
+  const auto take = [&](const AVFrame& picture) { original.pictures.push_back(hashOf(picture)); };
+  forEachPacket(clip.get(), [&](const AVPacket& packet) {
+    if (packet.stream_index != index) return;
+    original.packets.emplace_back(packet.data, packet.data + packet.size);
+    const double unit = av_q2d(track.time_base) * 1e6;
+    original.times.push_back(packet.pts == AV_NOPTS_VALUE ? NAN : static_cast<double>(packet.pts) * unit);
+    if (kind == AVMEDIA_TYPE_VIDEO) decoder.decode(&packet, take);
+  });
+  if (kind == AVMEDIA_TYPE_VIDEO) decoder.decode(nullptr, take);
   return original;
 }
 
 /// The pictures that a decoder makes of access units, which must tell it all it needs to know.
 inline std::vector<uint64_t> decodeUnits(const std::vector<Unit>& units, AVCodecID codec) {
   std::vector<uint64_t> pictures;
-  ReferenceDecoder decoder(codec, nullptr);
-  AVPacket* packet = av_packet_alloc();
+  const auto take = [&](const AVFrame& picture) { pictures.push_back(hashOf(picture)); };
+  ClipDecoder decoder(codec);
   for (const Unit& unit : units) {
-    av_new_packet(packet, static_cast<int>(unit.bytes.size()));
-    std::copy(unit.bytes.begin(), unit.bytes.end(), packet->data);
-    decoder.decode(packet, pictures);
-    av_packet_unref(packet);
+    Bytes padded = unit.bytes;
+    padded.resize(unit.bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE);
+    AVPacket packet{};
+    packet.data = padded.data();
+    packet.size = static_cast<int>(unit.bytes.size());
+    packet.pts = packet.dts = AV_NOPTS_VALUE;
+    decoder.decode(&packet, take);
   }
-  decoder.decode(nullptr, pictures);
-  av_packet_free(&packet);
+  decoder.decode(nullptr, take);
   return pictures;
 }
 

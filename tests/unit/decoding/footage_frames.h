@@ -11,16 +11,13 @@
 
 #include <vesk/decoder_protocol.h>
 #include <vesk/four_char_code.h>
-
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-#include <libavutil/imgutils.h>
-}
+#include "tests/support/av_clip.h"
 
 namespace vesk::test {
 
 using Bytes = std::vector<uint8_t>;
+
+using Samples = Bytes;
 
 /// A clip as a camera of its kind sends it.
 struct Footage {
@@ -28,42 +25,6 @@ struct Footage {
   uint32_t width = 0;
   uint32_t height = 0;
   std::vector<Bytes> frames;
-};
-
-/// A picture as its samples alone, plane after plane, without padding.
-using Samples = Bytes;
-
-struct CloseInput {
-  void operator()(AVFormatContext* input) const { avformat_close_input(&input); }
-};
-struct FreeCodec {
-  void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
-};
-
-/// The first video track of a clip, read packet by packet.
-class Clip {
- public:
-  explicit Clip(const std::string& path) {
-    AVFormatContext* input = nullptr;
-    EXPECT_EQ(avformat_open_input(&input, path.c_str(), nullptr, nullptr), 0) << path;
-    mInput.reset(input);
-    if (!input) return;
-    EXPECT_GE(avformat_find_stream_info(input, nullptr), 0) << path;
-    mTrack = av_find_best_stream(input, AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-  }
-  const AVCodecParameters& parameters() const { return *mInput->streams[mTrack]->codecpar; }
-  void forEachPacket(const std::function<void(const AVPacket& packet)>& work) {
-    AVPacket* packet = av_packet_alloc();
-    while (av_read_frame(mInput.get(), packet) == 0) {
-      if (packet->stream_index == mTrack) work(*packet);
-      av_packet_unref(packet);
-    }
-    av_packet_free(&packet);
-  }
-
- private:
-  std::unique_ptr<AVFormatContext, CloseInput> mInput;
-  int mTrack = 0;
 };
 
 inline void addUnit(Bytes& frame, const uint8_t* unit, size_t size) {
@@ -107,8 +68,9 @@ inline Bytes withStartCodes(const AVPacket& packet, const AVCodecParameters& par
 }
 
 inline Footage footageOf(const std::string& path) {
-  Clip clip(path);
-  const AVCodecParameters& parameters = clip.parameters();
+  const AVInput clip = openClip(path);
+  const int track = bestTrack(clip, AVMEDIA_TYPE_VIDEO);
+  const AVCodecParameters& parameters = *clip->streams[track]->codecpar;
   const bool isH264 = parameters.codec_id == AV_CODEC_ID_H264;
   const bool isBoxed = isH264 && parameters.extradata_size > 6 && parameters.extradata[0] == 1;
   Footage footage;
@@ -117,8 +79,10 @@ inline Footage footageOf(const std::string& path) {
                                                                 : kCMVideoCodecType_MotionJPEG;
   footage.width = static_cast<uint32_t>(parameters.width);
   footage.height = static_cast<uint32_t>(parameters.height);
-  clip.forEachPacket([&](const AVPacket& packet) {
-    if (isBoxed)
+  forEachPacket(clip.get(), [&](const AVPacket& packet) {
+    if (packet.stream_index != track)
+      return;
+    else if (isBoxed)
       footage.frames.push_back(withStartCodes(packet, parameters));
     else if (isH264)
       footage.frames.push_back(withLongStartCodes(packet.data, static_cast<size_t>(packet.size)));
@@ -131,26 +95,15 @@ inline Footage footageOf(const std::string& path) {
 /// The pictures of a clip as libavcodec decodes it the usual way, from the packets of the file as they
 /// stand and with all the delay that it likes.
 inline std::vector<Samples> decodeConventionally(const std::string& path) {
-  Clip clip(path);
-  const AVCodec* const codec = avcodec_find_decoder(clip.parameters().codec_id);
-  std::unique_ptr<AVCodecContext, FreeCodec> context(avcodec_alloc_context3(codec));
-  avcodec_parameters_to_context(context.get(), &clip.parameters());
-  EXPECT_EQ(avcodec_open2(context.get(), codec, nullptr), 0);
+  const AVInput clip = openClip(path);
+  const int track = bestTrack(clip, AVMEDIA_TYPE_VIDEO);
+  ClipDecoder decoder(clip->streams[track]->codecpar->codec_id, clip->streams[track]->codecpar);
   std::vector<Samples> pictures;
-  AVFrame* frame = av_frame_alloc();
-  const auto decode = [&](const AVPacket* packet) {
-    avcodec_send_packet(context.get(), packet);
-    while (avcodec_receive_frame(context.get(), frame) == 0) {
-      const auto format = static_cast<AVPixelFormat>(frame->format);
-      Samples samples(static_cast<size_t>(av_image_get_buffer_size(format, frame->width, frame->height, 1)));
-      av_image_copy_to_buffer(samples.data(), static_cast<int>(samples.size()), frame->data, frame->linesize, format,
-                              frame->width, frame->height, 1);
-      pictures.push_back(std::move(samples));
-    }
-  };
-  clip.forEachPacket([&](const AVPacket& packet) { decode(&packet); });
-  decode(nullptr);
-  av_frame_free(&frame);
+  const auto take = [&](const AVFrame& picture) { pictures.push_back(samplesOf(picture)); };
+  forEachPacket(clip.get(), [&](const AVPacket& packet) {
+    if (packet.stream_index == track) decoder.decode(&packet, take);
+  });
+  decoder.decode(nullptr, take);
   return pictures;
 }
 

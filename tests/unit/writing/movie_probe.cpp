@@ -2,16 +2,13 @@
 
 #include <gtest/gtest.h>
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-}
-
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <utility>
+
+#include "tests/support/av_clip.h"
 
 namespace vesk::test {
 namespace {
@@ -54,69 +51,42 @@ const char* codecName(const AVCodecParameters& parameters) {
   return avcodec_get_name(parameters.codec_id);
 }
 
-class Decoder {
- public:
-  explicit Decoder(const AVCodecParameters& parameters) {
-    const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
-    if (!codec) return;
-    mContext = avcodec_alloc_context3(codec);
-    avcodec_parameters_to_context(mContext, &parameters);
-    mContext->thread_count = 1;
-    if (avcodec_open2(mContext, codec, nullptr) < 0) avcodec_free_context(&mContext);
-  }
-  ~Decoder() { avcodec_free_context(&mContext); }
-  Decoder(const Decoder&) = delete;
-  Decoder& operator=(const Decoder&) = delete;
-
-  /// Pictures or frames of sound that come out.
-  int decode(const AVPacket* packet) {
-    if (!mContext || avcodec_send_packet(mContext, packet) < 0) return 0;
-    int count = 0;
-    AVFrame* frame = av_frame_alloc();
-    while (avcodec_receive_frame(mContext, frame) == 0) {
-      count += mContext->codec_type == AVMEDIA_TYPE_AUDIO ? frame->nb_samples : 1;
-    }
-    av_frame_free(&frame);
-    return count;
-  }
-
- private:
-  AVCodecContext* mContext = nullptr;
-};
-
 void readPackets(AVFormatContext* context, ProbedMovie& movie, Probe depth) {
-  std::vector<std::unique_ptr<Decoder>> decoders;
-  for (unsigned i = 0; i < context->nb_streams; ++i) {
-    decoders.push_back(depth == Probe::kDecode ? std::make_unique<Decoder>(*context->streams[i]->codecpar) : nullptr);
+  std::vector<std::unique_ptr<ClipDecoder>> decoders;
+  for (unsigned i = 0; depth == Probe::kDecode && i < context->nb_streams; ++i) {
+    const AVCodecParameters& parameters = *context->streams[i]->codecpar;
+    decoders.push_back(std::make_unique<ClipDecoder>(parameters.codec_id, &parameters));
   }
+  /// Pictures or frames of sound that come out.
+  const auto decode = [&](size_t index, const AVPacket* packet) {
+    decoders[index]->decode(packet, [&](const AVFrame& frame) {
+      movie.tracks[index].decoded += movie.tracks[index].channels > 0 ? frame.nb_samples : 1;
+    });
+  };
   std::vector<std::pair<int64_t, int>> places;
-  AVPacket* packet = av_packet_alloc();
-  while (av_read_frame(context, packet) >= 0) {
-    ProbedTrack& track = movie.tracks[static_cast<size_t>(packet->stream_index)];
-    const AVRational base = context->streams[packet->stream_index]->time_base;
-    const int64_t time = av_rescale_q(packet->pts, base, {1, 1'000'000});
+  forEachPacket(context, [&](const AVPacket& packet) {
+    const auto index = static_cast<size_t>(packet.stream_index);
+    ProbedTrack& track = movie.tracks[index];
+    const AVRational base = context->streams[index]->time_base;
+    const int64_t time = av_rescale_q(packet.pts, base, {1, 1'000'000});
     if (track.packets == 0) {
       track.firstTime = time;
-      track.firstPosition = packet->pos;
+      track.firstPosition = packet.pos;
     }
-    track.endTime = av_rescale_q(packet->pts + packet->duration, base, {1, 1'000'000});
-    track.bytes += packet->size;
+    track.endTime = av_rescale_q(packet.pts + packet.duration, base, {1, 1'000'000});
+    track.bytes += packet.size;
     track.times.push_back(time);
-    track.content.insert(track.content.end(), packet->data, packet->data + packet->size);
-    places.emplace_back(packet->pos, packet->stream_index);
+    track.content.insert(track.content.end(), packet.data, packet.data + packet.size);
+    places.emplace_back(packet.pos, packet.stream_index);
     ++track.packets;
-    if (packet->flags & AV_PKT_FLAG_KEY) ++track.keyPackets;
-    if (auto& decoder = decoders[static_cast<size_t>(packet->stream_index)]) track.decoded += decoder->decode(packet);
-    av_packet_unref(packet);
-  }
-  av_packet_free(&packet);
+    if (packet.flags & AV_PKT_FLAG_KEY) ++track.keyPackets;
+    if (!decoders.empty()) decode(index, &packet);
+  });
+  for (size_t i = 0; i < decoders.size(); ++i) decode(i, nullptr);
   std::sort(places.begin(), places.end());
   for (size_t i = 0; i < places.size(); ++i) {
     if (i == 0 || places[i].second != places[i - 1].second)
       ++movie.tracks[static_cast<size_t>(places[i].second)].chunks;
-  }
-  for (size_t i = 0; i < decoders.size(); ++i) {
-    if (decoders[i]) movie.tracks[i].decoded += decoders[i]->decode(nullptr);
   }
 }
 
@@ -171,14 +141,10 @@ ProbedMovie probeMovieFile(const std::string& path, int64_t startTime) {
   ProbedMovie movie;
   gComplaints = &movie.complaints;
   av_log_set_callback(collectComplaint);
-  AVFormatContext* context = nullptr;
-  if (avformat_open_input(&context, path.c_str(), nullptr, nullptr) == 0) {
-    if (avformat_find_stream_info(context, nullptr) >= 0) {
-      describe(context, movie);
-      av_seek_frame(context, -1, startTime, AVSEEK_FLAG_BACKWARD);
-      readPackets(context, movie, Probe::kPackets);
-    }
-    avformat_close_input(&context);
+  if (const AVInput clip = openClip(path)) {
+    describe(clip.get(), movie);
+    av_seek_frame(clip.get(), -1, startTime, AVSEEK_FLAG_BACKWARD);
+    readPackets(clip.get(), movie, Probe::kPackets);
   }
   gComplaints = nullptr;
   return movie;
