@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cmath>
-#include <thread>
 
 #include <vesk/four_char_code.h>
 #include <vesk/vci.h>
@@ -12,6 +11,7 @@
 #include "platform/h264/nal_unit.h"
 #include "tests/support/fake_capture_source.h"
 #include "tests/support/log_recorder.h"
+#include "tests/support/meanwhile.h"
 #include "tests/unit/capture/packet_decoder.h"
 #include "tests/unit/decompression/jpeg_builder.h"
 
@@ -446,10 +446,7 @@ TEST_F(EncodedCameraTest, StopsAndStartsFromInsideTheCallback) {
 
 TEST_F(EncodedCameraTest, CallsNobodyOnceStoppedHoweverOften) {
   CameraPicture raw = makeRaw(0);
-  std::atomic<bool> isOver = false;
-  std::jthread camera([&] {
-    for (int64_t stamp = 0; !isOver; ++stamp) mFake->deliver(raw.bytes, stamp);
-  });
+  const test::Meanwhile camera([&, stamp = int64_t{0}]() mutable { mFake->deliver(raw.bytes, stamp++); });
   for (int round = 0; round < 10; ++round) {
     std::atomic<bool> isStopped = false;
     test::Recorder<int> calls;
@@ -462,7 +459,6 @@ TEST_F(EncodedCameraTest, CallsNobodyOnceStoppedHoweverOften) {
     EXPECT_EQ(mCamera->stop(1), kVCISuccess);
     isStopped = true;
   }
-  isOver = true;
 }
 
 TEST_F(EncodedCameraTest, PassesOnWhatTheCameraRefuses) {

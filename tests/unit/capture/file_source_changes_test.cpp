@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <fstream>
 
 #include "capture/files/jpeg_size.h"
 #include "tests/support/temporary_folder.h"
@@ -14,10 +13,6 @@ namespace {
 
 using vesk::test::contentOf;
 using vesk::test::TemporaryFolder;
-
-void write(const std::string& path, const std::string& content) {
-  std::ofstream(path, std::ios::binary) << content;
-}
 
 TEST(FootageChanges, StreamsThatKeepToOneSetOfEachKindStandAsTheyAre) {
   constexpr uint32_t kAVC = kCMVideoCodecType_H264;
@@ -36,11 +31,9 @@ TEST(FootageChanges, StreamsThatKeepToOneSetOfEachKindStandAsTheyAre) {
   const TemporaryFolder folder;
   for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
-    const std::string path = folder.file("joined.264");
     std::string content;
     for (const char* part : row.parts) content += contentOf(dataPath(part));
-    write(path, content);
-    const auto footage = footageAt(path);
+    const auto footage = footageAt(folder.write("joined.264", content));
     ASSERT_TRUE(footage && footage->video);
     EXPECT_EQ(footage->video->codecs(), row.codecs);
     EXPECT_EQ(footage->video->width, 176) << "the first picture's";
@@ -53,9 +46,8 @@ TEST(FootageChanges, StreamsThatKeepToOneSetOfEachKindStandAsTheyAre) {
 
 TEST(FootageChanges, PicturesOfAnotherSizeAreScaledToFit) {
   const TemporaryFolder folder;
-  const std::string path = folder.file("joined.264");
-  write(path, contentOf(dataPath("MIDR_MW_D.264")) + contentOf(dataPath("street-640x480-slices.h264")));
-  const auto footage = footageAt(path);
+  const auto footage = footageAt(folder.write(
+      "joined.264", contentOf(dataPath("MIDR_MW_D.264")) + contentOf(dataPath("street-640x480-slices.h264"))));
   const auto units = unitsFrom(*videoReader(*footage, kCMPixelFormat_422YpCbCr8));
   ASSERT_EQ(units.size(), 190u);
   const auto row = [&](size_t number) {
@@ -78,11 +70,9 @@ TEST(FootageChanges, MotionJPEGOfTwoSizesIsOfferedDecoded) {
   const auto joined = [&] {
     std::string content;
     for (const Bytes& packet : packets) content.append(packet.begin(), packet.end());
-    return content;
+    return footageAt(folder.write("joined.mjpeg", content));
   };
-  const std::string path = folder.file("joined.mjpeg");
-  write(path, joined());
-  EXPECT_EQ(footageAt(path)->video->codecs(),
+  EXPECT_EQ(joined()->video->codecs(),
             (std::vector<uint32_t>{kCMVideoCodecType_MotionJPEG, kCMPixelFormat_422YpCbCr8}));
 
   // The last picture loses its lower half.
@@ -95,8 +85,7 @@ TEST(FootageChanges, MotionJPEGOfTwoSizesIsOfferedDecoded) {
   EXPECT_EQ(jpegSize(packets[5]), (JpegSize{640, 240}));
   for (size_t length = 0; length < static_cast<size_t>(at - packets[5].begin()) + 4; ++length)
     ASSERT_FALSE(jpegSize(std::span(packets[5]).first(length))) << length;
-  write(path, joined());
-  const auto footage = footageAt(path);
+  const auto footage = joined();
   EXPECT_EQ(footage->video->codecs(), (std::vector<uint32_t>{kCMPixelFormat_422YpCbCr8}));
   EXPECT_EQ(unitsFrom(*videoReader(*footage, kCMPixelFormat_422YpCbCr8)).size(), 6u);
 }

@@ -276,16 +276,13 @@ INSTANTIATE_TEST_SUITE_P(Footage, BrokenClip,
                          ::testing::Values("town-h264-aac.mp4", "street-reordered.mp4", "street-mjpeg.avi",
                                            "SVA_Base_B.264", "test_qcif_cabac.264", "voice-48k-mono.aac"));
 
-TEST(FileDamage, IsLoggedOnceAndDeliversWhatIsThere) {
+TEST_F(FileDevices, LogDamageOnceAndDeliverWhatIsThere) {
   const TemporaryFolder folder;
   const std::string whole = contentOf(dataPath("street-mjpeg.avi"));
   const std::string path = folder.write("cut.avi", whole.substr(0, whole.size() / 2));
   LogRecorder log;
-  Transport transport;
-  Error error;
-  const auto source = makeFileSource(path, {Pace::kFast, true}, error, transport);
-  ASSERT_TRUE(source) << error.what;
-  const auto camera = source->open(DeviceKind::kVideo, source->devices(DeviceKind::kVideo).front().path);
+  const auto source = open(path, true);
+  const auto camera = device(*source, DeviceKind::kVideo);
   Recorder<int> frames;
   camera->start(0, [&](uint8_t*, uint32_t, int64_t) { frames.add(0); });
   frames.waitFor(20);  // several times round

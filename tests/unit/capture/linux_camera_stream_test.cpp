@@ -10,6 +10,7 @@
 #include "capture/linux/cameras/linux_camera.h"
 #include "tests/support/fake_v4l2.h"
 #include "tests/support/log_recorder.h"
+#include "tests/support/meanwhile.h"
 
 namespace vesk::capture {
 namespace {
@@ -429,31 +430,23 @@ TEST_F(LinuxCameraStream, MayBeAskedForAnythingWhileItStartsAndStops) {
   mCalls->addNode(kNode, {.formats = {{V4L2_PIX_FMT_MJPEG, {{640, 480}}}, {V4L2_PIX_FMT_UYVY, {{64, 48}}}},
                           .controls = {.controls = {{V4L2_CID_BRIGHTNESS, -64, 64, 5}}}});
   const auto camera = EncodedCamera::wrap(openCamera(), "Test Camera");
-  std::atomic<bool> isDone{false};
-  std::vector<std::thread> askers;
-  askers.reserve(2);
-  for (int i = 0; i < 2; ++i) {
-    askers.emplace_back([&] {
-      while (!isDone) {
-        Bytes value(2);
-        uint32_t size = 2;
-        EXPECT_EQ(camera->getProperty(kRequestCurrent, kImageControlSet, kBrightness, value, size), kVCISuccess);
-        EXPECT_EQ(camera->setProperty(kImageControlSet, kBrightness, value), kVCISuccess);
-        EXPECT_EQ(camera->propertyItems(kImageControlSet).size(), 1u);
-        EXPECT_GE(camera->videoFormats().size(), 2u);
-        EXPECT_EQ(camera->setVideoParameters(kRaw), kVCISuccess);
-        mCalls->deliver(kNode, jpeg(1));
-      }
-    });
-  }
+  const auto ask = [&] {
+    Bytes value(2);
+    uint32_t size = 2;
+    EXPECT_EQ(camera->getProperty(kRequestCurrent, kImageControlSet, kBrightness, value, size), kVCISuccess);
+    EXPECT_EQ(camera->setProperty(kImageControlSet, kBrightness, value), kVCISuccess);
+    EXPECT_EQ(camera->propertyItems(kImageControlSet).size(), 1u);
+    EXPECT_GE(camera->videoFormats().size(), 2u);
+    EXPECT_EQ(camera->setVideoParameters(kRaw), kVCISuccess);
+    mCalls->deliver(kNode, jpeg(1));
+  };
+  const test::Meanwhile askers(ask, 2);
   for (int round = 0; round < 50; ++round) {
     camera->setVideoParameters(round % 2 == 0 ? kJPEG : VideoParameters{kCMVideoCodecType_H264, 64, 48, 1, 30, 0});
     EXPECT_EQ(camera->start(0, receiver()), kVCISuccess);
     mCalls->deliver(kNode, jpeg(2));
     EXPECT_EQ(camera->stop(0), kVCISuccess);
   }
-  isDone = true;
-  for (std::thread& asker : askers) asker.join();
 }
 
 }  // namespace

@@ -21,6 +21,7 @@
 #include "capture/linux/sound/sound_source.h"
 #include "capture/linux/sound/usb_parent.h"
 #include "tests/support/log_recorder.h"
+#include "tests/support/meanwhile.h"
 #include "tests/support/temporary_folder.h"
 
 extern "C" {  // which this one does not say itself
@@ -200,12 +201,10 @@ TEST_F(SoundSourceTest, DeliversUntilStoppedAlsoFromInsideTheCallback) {
 }
 
 TEST_F(SoundSourceTest, StartsAndStopsWhileSoundComes) {
-  std::atomic<bool> isDone{false};
-  std::thread speaker([&] {
-    for (int64_t time = 1; !isDone; time += 10'000) {
-      mSystem->say(1, 480, time);
-      if (time % 7 == 0) mSystem->lose(time % 2 == 0 ? 480 : 0);
-    }
+  const test::Meanwhile speaker([&, time = int64_t{1}]() mutable {
+    mSystem->say(1, 480, time);
+    if (time % 7 == 0) mSystem->lose(time % 2 == 0 ? 480 : 0);
+    time += 10'000;
   });
   for (int round = 0; round < 60; ++round) {
     Recorder<int64_t> times;  // outlives the device, which half of the rounds end
@@ -214,8 +213,6 @@ TEST_F(SoundSourceTest, StartsAndStopsWhileSoundComes) {
     times.waitFor(1);
     if (round % 2 == 0) device->stop(0);
   }
-  isDone = true;
-  speaker.join();
   EXPECT_TRUE(mSystem->openFormats().empty());
 }
 
@@ -404,14 +401,9 @@ TEST_F(SoundSourceTest, TellsOfTwoThatComeAtOnceOneAfterTheOther) {
 TEST_F(SoundSourceTest, TellsOfArrivalsWhileTheServerReportsChangesAllTheTime) {
   Recorder<bool> events;
   mSource->setHotplugHandler([&](DeviceKind, bool arrived) { events.add(arrived); });
-  std::atomic<bool> isDone{false};
-  std::thread server([&] {
-    while (!isDone) mSystem->report();
-  });
+  const test::Meanwhile server([&] { mSystem->report(); });
   mSystem->plug("b");
   EXPECT_EQ(events.waitFor(1), std::vector{true});
-  isDone = true;
-  server.join();
 }
 
 TEST_F(SoundSourceTest, FindsTheMicrophonesOfAServerThatComesBack) {

@@ -1,18 +1,17 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <atomic>
 #include <cmath>
 #include <cstdlib>
 #include <map>
 #include <string>
-#include <thread>
 
 #include <vesk/four_char_code.h>
 #include <vesk/property_sets.h>
 #include <vesk/vci.h>
 #include "capture/simulated/simulated_pattern.h"
 #include "capture/simulated/simulated_source.h"
+#include "tests/support/meanwhile.h"
 #include "tests/support/recorder.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/capture/packet_decoder.h"
@@ -309,21 +308,16 @@ TEST_F(SimulatedProperty, ANudgeMovesThePicture) {
 
 /// For the thread sanitizer.
 TEST_F(SimulatedProperty, MayBeAskedForAnythingWhileTheCameraStartsAndStops) {
-  std::atomic<bool> isDone{false};
-  std::thread starter([&] {
-    for (int round = 0; round < 50; ++round) {
-      EXPECT_EQ(camera->start(0, [](uint8_t*, uint32_t, int64_t) {}), 0);
-      EXPECT_EQ(camera->stop(0), 0);
-    }
-    isDone = true;
-  });
-  while (!isDone) {
+  const test::Meanwhile asker([&] {
     EXPECT_EQ(set(kImageControlSet, kBrightness, little(3, 2)), 0);
     EXPECT_EQ(get(kImageControlSet, kBrightness, 2), 3);
     EXPECT_EQ(camera->setVideoParameters({kCMPixelFormat_422YpCbCr8, kWidth, kHeight, 333333, 10000000, 0}), 0);
     EXPECT_GT(camera->propertySets().size() + camera->videoFormats().size(), 3u);
+  });
+  for (int round = 0; round < 50; ++round) {
+    EXPECT_EQ(camera->start(0, [](uint8_t*, uint32_t, int64_t) {}), 0);
+    EXPECT_EQ(camera->stop(0), 0);
   }
-  starter.join();
 }
 
 TEST_F(SimulatedProperty, ControlsMayChangeWhilePicturesAreMade) {

@@ -69,15 +69,21 @@ TEST(AVDevice, ReleasesItsDelegatesUncalledAndLogsIt) {
   EXPECT_EQ(log.items(), std::vector<std::string>{"Dealloc AVDevice Desk camera Count:2"});
 }
 
-using AVDeviceRelease = test::DeviceTest;
+struct AVDeviceRelease : test::DeviceTest {
+  template <class Device>
+  static std::shared_ptr<Device> capturing(const std::string& path) {
+    auto device = Device::initWithDeviceInfo(infoOf(path));
+    device->openDevice();
+    device->setFormat(device->getSupportedFormats()->at(0));
+    EXPECT_EQ(device->startCapture(), 0);
+    return device;
+  }
+};
 using AVDeviceOpening = test::DeviceTest;
 
 TEST_F(AVDeviceRelease, OfACapturingCameraStopsAndClosesIt) {
   const auto fake = source->attachCamera("/a");
-  auto camera = VeskVideoDevice::initWithDeviceInfo(infoOf("/a"));
-  camera->openDevice();
-  camera->setFormat(camera->getSupportedFormats()->at(0));
-  ASSERT_EQ(camera->startCapture(), 0);
+  auto camera = capturing<VeskVideoDevice>("/a");
   camera.reset();
   EXPECT_EQ(fake->stopped, 1);
   EXPECT_EQ(fake->closed, 1);
@@ -85,12 +91,9 @@ TEST_F(AVDeviceRelease, OfACapturingCameraStopsAndClosesIt) {
 
 TEST_F(AVDeviceRelease, OfACapturingMicrophoneLeavesItRunningWithoutReceivers) {
   const auto fake = source->attachMicrophone("/m");
-  auto microphone = VeskAudioDevice::initWithDeviceInfo(infoOf("/m"));
+  auto microphone = capturing<VeskAudioDevice>("/m");
   const auto receiver = std::make_shared<Receiver>();
   microphone->addDelegate(receiver);
-  microphone->openDevice();
-  microphone->setFormat(microphone->getSupportedFormats()->at(0));
-  ASSERT_EQ(microphone->startCapture(), 0);
   uint8_t packet[4] = {};
   fake->deliver(packet, 1);
   microphone.reset();
@@ -112,10 +115,7 @@ TEST_F(AVDeviceOpening, OpensEachDeviceByItsOwnPathHoweverItIsShown) {
 
 TEST_F(AVDeviceRelease, WaitsForTheFrameInProgress) {
   const auto fake = source->attachCamera("/a");
-  auto camera = VeskVideoDevice::initWithDeviceInfo(infoOf("/a"));
-  camera->openDevice();
-  camera->setFormat(camera->getSupportedFormats()->at(0));
-  ASSERT_EQ(camera->startCapture(), 0);
+  auto camera = capturing<VeskVideoDevice>("/a");
   std::promise<void> entered;
   std::promise<void> mayLeave;
   const auto receiver = std::make_shared<Receiver>();
@@ -141,10 +141,7 @@ TEST_F(AVDeviceRelease, WaitsForTheFrameInProgress) {
 
 TEST_F(AVDeviceRelease, FromInsideItsOwnFrameIsSafe) {
   const auto fake = source->attachCamera("/a");
-  auto camera = VeskVideoDevice::initWithDeviceInfo(infoOf("/a"));
-  camera->openDevice();
-  camera->setFormat(camera->getSupportedFormats()->at(0));
-  ASSERT_EQ(camera->startCapture(), 0);
+  auto camera = capturing<VeskVideoDevice>("/a");
   const auto first = std::make_shared<Receiver>();
   const auto second = std::make_shared<Receiver>();
   first->act = [&] { camera.reset(); };

@@ -12,6 +12,7 @@
 
 #include <vesk/run_loop.h>
 #include "tests/support/log_recorder.h"
+#include "tests/support/meanwhile.h"
 
 namespace vesk {
 namespace {
@@ -60,9 +61,10 @@ TEST_F(DelegateListTest, DeliversInOrderAndToEachEntry) {
   EXPECT_EQ(calls, "abab") << "one removal takes out every entry";
 }
 
-TEST_F(DelegateListTest, QueuedLevelsReachOnlyThoseWhoAreStillThere) {
+TEST_F(DelegateListTest, LevelsReachOnlyThoseWhoTakeThemAndAreStillThere) {
   const auto staying = std::make_shared<LevelDelegate>();
   const auto leaving = std::make_shared<LevelDelegate>();
+  list->add(std::make_shared<Delegate>());
   for (const auto& each : {staying, leaving}) list->add(each);
   queueLevel(-10);
   EXPECT_TRUE(staying->levels.empty()) << "on the main queue";
@@ -83,6 +85,13 @@ TEST_F(DelegateListTest, QueuedLevelsReachOnlyThoseWhoAreStillThere) {
   serve();
   EXPECT_EQ(staying->levels.size(), 2U) << "nor after the device has gone";
   staying->onLevel = nullptr;
+
+  list->add(std::make_shared<Delegate>());
+  for (const auto& each : {leaving, staying}) list->add(each);
+  leaving->onLevel = [&] { list->remove(staying.get()); };
+  list->deliverMicLevel(-50);
+  EXPECT_EQ(leaving->levels, std::vector<float>{-50}) << "at once";
+  EXPECT_EQ(staying->levels.size(), 2U);
 }
 
 TEST_F(DelegateListTest, RemovingWaitsForALevelAndFramesDoNot) {
@@ -200,14 +209,8 @@ TEST_F(DelegateListTest, EndsADeliveryInWhichItIsClearedAndLetGo) {
 }
 
 TEST_F(DelegateListTest, TakesChangesWhileFramesArrive) {
-  std::atomic<bool> isOver = false;
   std::atomic<int> frames = 0;
-  std::vector<std::thread> threads;
-  threads.reserve(2);
-  for (int i = 0; i < 2; ++i)
-    threads.emplace_back([&] {
-      while (!isOver) deliver();
-    });
+  const test::Meanwhile source([&] { deliver(); }, 2);
   for (int i = 0; i < 200; ++i) {
     bool isIn = true;
     const auto delegate = std::make_shared<Delegate>([&] {
@@ -219,8 +222,6 @@ TEST_F(DelegateListTest, TakesChangesWhileFramesArrive) {
     list->remove(delegate.get());
     isIn = false;
   }
-  isOver = true;
-  for (auto& thread : threads) thread.join();
 }
 
 }  // namespace

@@ -12,6 +12,7 @@
 #include <vesk/video_device.h>
 #include "tests/support/device_test.h"
 #include "tests/support/log_recorder.h"
+#include "tests/support/meanwhile.h"
 #include "tests/support/temporary_folder.h"
 
 namespace vesk {
@@ -187,24 +188,17 @@ TEST_F(DeviceManagerTest, ListsMayBeReadWhileEventsReplaceThem) {
   // The first list is filled before anything changes: one filled between a change and its event would
   // hold the change already, and the event nothing to tell.
   EXPECT_EQ(manager()->getVideoDeviceList()->size(), 1U);
-  std::atomic<bool> isOver = false;
-  std::vector<std::thread> readers;
-  readers.reserve(2);
-  for (int i = 0; i < 2; ++i)
-    readers.emplace_back([&] {
-      while (!isOver) {
-        const auto list = manager()->getVideoDeviceList();
-        for (const auto& info : *list) EXPECT_TRUE(info->path());
-      }
-    });
+  const auto read = [] {
+    const auto list = manager()->getVideoDeviceList();
+    for (const auto& info : *list) EXPECT_TRUE(info->path());
+  };
+  const test::Meanwhile readers(read, 2);
   for (int i = 0; i < 100; ++i) {
     source->attachCamera("/b");
     source->announce(DeviceKind::kVideo, true);
     source->detach("/b");
     source->announce(DeviceKind::kVideo, false);
   }
-  isOver = true;
-  for (auto& reader : readers) reader.join();
   EXPECT_EQ(events.size(), 200U);
 }
 

@@ -4,8 +4,6 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <cstdio>
-#include <cstdlib>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -13,9 +11,9 @@
 #include <vector>
 
 #include <vesk/dispatch_queue.h>
-#include <vesk/log.h>
 #include <vesk/video_device.h>
 #include "tests/support/device_test.h"
+#include "tests/support/log_recorder.h"
 
 namespace vesk {
 namespace {
@@ -34,14 +32,6 @@ constexpr capture::PropertySetIdentifier kAlternate = {0x63, 0x61, 0x06, 0x82, 0
 /// A camera with a head, and the lines that are logged.
 struct Motion : DeviceTest {
   Motion() {
-    setLogSink([this](LogLevel, std::string_view line) {
-      const std::lock_guard lock(mutex);
-      if (line.substr(0, 7) != "Dealloc")
-        lines.emplace_back(line);
-      else
-        ++released;
-      changed.notify_all();
-    });
     camera = source->attachCamera("/dev/head");
     camera->answerProperty = [this](const PropertyCall& call, std::span<uint8_t> value) {
       if (call.isWrite) {
@@ -62,7 +52,6 @@ struct Motion : DeviceTest {
   ~Motion() override {
     device = nullptr;
     waitForRelease();
-    setLogSink({});
   }
 
   /// Keeps writes to the head from returning.
@@ -77,11 +66,11 @@ struct Motion : DeviceTest {
   }
   /// Waits until the device has gone, which may happen on its queue's thread.
   void waitForRelease() {
-    std::unique_lock lock(mutex);
-    changed.wait(lock, [this] { return released == 1; });
+    for (size_t lines = 1; log.count("Dealloc") == 0; ++lines) log.waitFor(lines);
   }
   std::vector<std::string> logged() {
-    const std::lock_guard lock(mutex);
+    auto lines = log.items();
+    std::erase_if(lines, [](const std::string& line) { return line.starts_with("Dealloc"); });
     return lines;
   }
   /// The same as one text.
@@ -107,10 +96,9 @@ struct Motion : DeviceTest {
     }
   }
 
+  test::LogRecorder log;
   std::mutex mutex;
   std::condition_variable changed;
-  std::vector<std::string> lines;
-  int released = 0;
   size_t writes = 0;
   bool isMotorHeld = false;
   std::atomic<int32_t> writeStatus = 0;  // read on the queue's thread too

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <vesk/log.h>
+#include "tests/support/meanwhile.h"
 
 namespace vesk {
 namespace {
@@ -68,13 +69,7 @@ TEST(NotificationCenter, GoesOnAfterAHandlerThatThrows) {
 
 TEST(NotificationCenter, NoCallAfterRemovalWhileTwoThreadsPost) {
   NSNotificationCenter center;
-  std::atomic<bool> stop{false};
-  std::vector<std::thread> posters;
-  posters.reserve(2);
-  for (int thread = 0; thread < 2; ++thread)
-    posters.emplace_back([&] {
-      while (!stop) center.postNotificationName("x");
-    });
+  const test::Meanwhile posters([&] { center.postNotificationName("x"); }, 2);
   for (int round = 0; round < 300; ++round) {
     auto alive = std::make_unique<std::atomic<int>>(0);
     auto observer = center.addObserver("x", [counter = alive.get()](const NSNotification&) { ++*counter; });
@@ -82,8 +77,6 @@ TEST(NotificationCenter, NoCallAfterRemovalWhileTwoThreadsPost) {
     center.removeObserver(observer);
     alive.reset();  // a late call would use freed memory, which the sanitizers see
   }
-  stop = true;
-  for (auto& poster : posters) poster.join();
 }
 
 TEST(NotificationCenter, RemovalWaitsForACallOnAnotherThread) {

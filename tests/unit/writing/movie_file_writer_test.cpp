@@ -525,7 +525,7 @@ TEST_F(MovieFileWriterTest, StretchesThePacketBeforeAGapInAAC) {
 }
 
 TEST_F(MovieFileWriterTest, PutsSilenceOfAllItsChannelsIntoATrackOfAAC) {
-  for (const uint32_t channels : {1U, 2U, 6U, 8U}) {
+  for (const uint32_t channels : {1U, 2U, 3U, 4U, 5U, 6U, 8U}) {
     SCOPED_TRACE(channels);
     MovieFileWriter writer(kPath, mFiles, FragmentWriter::Thread::kNone);
     const size_t sound = writer.addTrack(TrackKind::kSound);
