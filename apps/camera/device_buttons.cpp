@@ -30,6 +30,16 @@ std::string withoutMnemonic(const std::string& name) {
   return text;
 }
 
+/// A menu would be as wide as its longest name, wider than the screen. Cut on the screen only: screen readers have it
+/// all.
+void cutNamesIn(Gtk::Widget& menu) {
+  if (auto* const label = dynamic_cast<Gtk::Label*>(&menu)) {
+    label->set_ellipsize(Pango::EllipsizeMode::MIDDLE);
+    label->set_max_width_chars(60);
+  }
+  for (Gtk::Widget* child = menu.get_first_child(); child; child = child->get_next_sibling()) cutNamesIn(*child);
+}
+
 void setUpName(Gtk::Label& label) {
   label.set_ellipsize(Pango::EllipsizeMode::END);
   label.set_max_width_chars(24);
@@ -71,6 +81,7 @@ CameraButton::CameraButton() {
 
 void CameraButton::show(const LiveCapture& capture) {
   mMenu.show(capture.cameras());
+  cutNamesIn(*get_popover());
   const std::string name = nameOf(capture.camera(), capture.cameras().empty() ? _("No camera") : _("Camera is off"));
   mName.set_text(name);
   describe(*this, filled(_("Camera: {}"), name));
@@ -106,6 +117,7 @@ MicrophoneButton::MicrophoneButton() {
 
 void MicrophoneButton::show(const LiveCapture& capture) {
   mMenu.show(capture.microphones());
+  cutNamesIn(*get_popover());
   const bool isMuted = capture.microphone() && capture.isMuted();
   const bool isOff = !capture.isWithSound();
   const std::string name = nameOf(capture.microphone(), isOff ? _("Without sound") : _("No microphone"));

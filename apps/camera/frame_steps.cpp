@@ -6,8 +6,8 @@
 namespace vesk::camera {
 namespace {
 
-/// Mostly one step. What was made takes far longer to be laid out and drawn for the first time: 10 to 20 ms for a row of
-/// a kind that the window did not have yet, without a graphics card.
+/// Mostly one step. What was made takes far longer to be laid out and drawn for the first time: 10 to 20 ms for a row
+/// of a kind that the window did not have yet, without a graphics card.
 constexpr std::chrono::milliseconds kTimeInAFrame{1};
 
 }  // namespace

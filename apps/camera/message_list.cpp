@@ -79,6 +79,7 @@ MessageList::Row MessageList::makeRow(const Message& message) {
   row.widget->attach(*icon, 0, 0);
   auto* const label = Gtk::make_managed<Gtk::Label>(message.text);
   label->set_wrap();
+  label->set_wrap_mode(Pango::WrapMode::WORD_CHAR);  // names of files may be wider than the window
   label->set_xalign(0);
   label->set_hexpand();
   label->set_natural_wrap_mode(Gtk::NaturalWrapMode::NONE);

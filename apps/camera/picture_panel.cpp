@@ -63,6 +63,7 @@ PicturePanel::PicturePanel(const std::string& folder)
   auto* const message = Gtk::make_managed<Gtk::Box>(Gtk::Orientation::HORIZONTAL, kMargin);
   message->set_margin(kMargin);
   mMessageText.set_wrap();
+  mMessageText.set_wrap_mode(Pango::WrapMode::WORD_CHAR);
   mMessageText.set_xalign(0);
   mMessageText.set_hexpand();
   mUndo.set_valign(Gtk::Align::CENTER);
@@ -357,7 +358,8 @@ void PicturePanel::showFormat() {
   const std::string text = mIsRecording ? _("The format stays as it is while a film is recorded.")
                                         : costText(mModel.format(), mModel.isEncodedHere());
   adw_preferences_group_set_description(mFormat, Glib::Markup::escape_text(text).c_str());
-  gtk_widget_set_sensitive(GTK_WIDGET(mFormat), mIsRecording ? FALSE : TRUE);
+  for (AdwComboRow* const row : {mSize, mRate, mCodec})  // each, or screen readers would not know
+    if (row) gtk_widget_set_sensitive(GTK_WIDGET(row), mIsRecording ? FALSE : TRUE);
   mIsShowing = false;
 }
 

@@ -4,8 +4,8 @@ import shutil
 import subprocess
 import unittest
 
-from desktop import DesktopTest, until
-from program import probe, warnings_of_ffmpeg
+from desktop import DesktopTest, Widget, until
+from program import DATA, probe, warnings_of_ffmpeg
 
 CAMERA = "simulated:camera"
 PLAIN = "simulated:camera:plain"
@@ -78,6 +78,60 @@ class Edges(DesktopTest):
         until(app.films, "the film")
         self.assertEqual(len(app.films()), 1)
         self.assertEqual(warnings_of_ffmpeg(app.films()[0]), "")
+
+    def test_the_format_is_not_changed_while_a_film_is_recorded(self):
+        def choice():
+            return until(lambda: next((widget for widget in app.all() if widget.name == "Size" and widget.has(Widget.FOCUSABLE)), None),
+                         lambda: f"the choice among {app.names()}")
+
+        app = self.start()
+        app.key("F9")
+        until(lambda: choice().has(Widget.SENSITIVE), "it can be chosen")
+        app.click("Record")
+        app.grows()
+        app.find("The format stays as it is while a film is recorded.")
+        until(lambda: not choice().has(Widget.SENSITIVE), "it cannot be chosen any more")
+        # One that was chosen just before, and comes now, waits for the end.
+        app.key("F5")
+        app.grows()
+        app.click("Stop recording")
+        film, = until(app.films, "the film")
+        self.assertEqual(warnings_of_ffmpeg(film), "")
+        until(lambda: choice().has(Widget.SENSITIVE), "it can be chosen again")
+        app.gone("The format stays as it is")
+
+    @unittest.skipUnless(shutil.which("xdotool"), "xdotool is not installed")
+    def test_long_names_are_cut_on_the_screen_and_whole_for_screen_readers(self):
+        name = "Camera_of_a_maker_" * 11 + ".mov"
+        self.assertGreater(len(name), 200)
+        footage = self.folder / name
+        shutil.copy(DATA / "street.mov", footage)
+        settings = self.folder / ".config/glib-2.0/settings"
+        settings.mkdir(parents=True)
+        (settings / "keyfile").write_text(f"[org/vesk/Camera]\nfilm-folder='{footage}/no-folder'\n")
+        app = self.start(environment={"VESK_CAPTURE": f"file:{footage}"})
+        app.find(f"Camera: {name}")
+        app.find(f"Microphone: {name}")
+
+        def xdotool(*words):
+            return subprocess.run(["xdotool", *words], stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60).stdout.split()
+
+        def width():
+            """Of the widest window; menus come and go."""
+            shapes = [xdotool("getwindowgeometry", "--shell", window)
+                      for window in xdotool("search", "--onlyvisible", "--pid", str(app.process.pid))]
+            return max(int(word.split("=")[1]) for shape in shapes for word in shape if word.startswith("WIDTH="))
+
+        self.assertLessEqual(width(), 1280, "the screen's")
+        for button in ("Camera: ", "Microphone: "):  # and their menus, which have the names as well
+            app.click(button)
+            until(lambda: len([one for one in app.names() if one == name]) > 1, lambda: f"the menu in {app.names()}")
+            self.assertLessEqual(width(), 1280)
+            app.key("Escape")
+        app.click("Record")
+        app.find(f"The folder {footage}/no-folder cannot be made")
+        (left, _, wide, _), = app.find("Dismiss").call("Component.GetExtents", "(u)", (1,))
+        self.assertLessEqual(left + wide, width(), "the button is in the window")
 
     def test_full_screen_without_a_camera_and_back(self):
         self.desktop.manage_windows()
