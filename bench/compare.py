@@ -182,6 +182,18 @@ def extents(table, folder, bench, clip):
     table.add("finishing them, ms", "", f"{figures['finish_ms']:.1f}", "", "")
 
 
+def fill_page_cache():
+    """Waits until so much is to be written that the system holds back whoever writes into the page cache."""
+    for _ in range(180):
+        time.sleep(1)
+        pages = dict(line.split() for line in pathlib.Path("/proc/vmstat").read_text().splitlines())
+        # The limit of all is where the slowest writers stop; half-way to it from the background's, all are slowed.
+        full = (int(pages["nr_dirty_threshold"]) + int(pages["nr_dirty_background_threshold"])) / 2
+        if int(pages["nr_dirty"]) + int(pages["nr_writeback"]) > full:
+            return
+    print("the page cache does not fill: the disk is as fast as the writer", flush=True)
+
+
 def waits(table, folder, bench, clip, runs):
     """How long pictures wait in the queue while one program reads as fast as it can and one writes, which fills the page
     cache until the system holds back whoever writes into it."""
@@ -192,7 +204,7 @@ def waits(table, folder, bench, clip, runs):
     found = {"direct": [], "buffered": []}
     loops = [subprocess.Popen(["sh", "-c", line], stdin=subprocess.DEVNULL, start_new_session=True) for line in beside]
     try:
-        time.sleep(20)  # until the cache is as full as it gets
+        fill_page_cache()
         for _ in range(runs):
             for way, figures in found.items():
                 movie = folder / "ours.mov"

@@ -61,8 +61,8 @@ class FileBlocks {
   void forget() VESK_EXCLUDES(mMutex);
 
  private:
-  static constexpr int64_t kBlockBytes = 256 << 10;
-  static constexpr size_t kBlocks = 12;  // some seconds of 720p: what may lie between frames and their sound
+  static constexpr int64_t kBlockBytes = 512 << 10;
+  static constexpr size_t kBlocks = 8;  // some seconds of 720p: what may lie between frames and their sound
 
   FileBlocks(int descriptor, bool givesBack);
   int readThrough(int64_t position, uint8_t* bytes, int64_t count) const;

@@ -24,7 +24,7 @@ constexpr seconds kLongestWaiting{8};
 /// A source that is further ahead of the clock than the queues and their stamps can make it is no live one. It waits
 /// for the disk while this much waits: what stays in the processor's caches costs less.
 constexpr milliseconds kAhead{250};
-constexpr uint64_t kMostAhead = uint64_t{4} << 20;
+constexpr uint64_t kMostAhead = uint64_t{8} << 20;
 
 /// A recording faster than real time would else sync a thousand times a second of it.
 constexpr milliseconds kLeastBetweenSyncs{250};

@@ -20,8 +20,8 @@ constexpr uint64_t kFragmentAtKeyPicture = 500'000;  // microseconds
 constexpr uint64_t kLongestFragment = 1'000'000;
 constexpr uint64_t kLargestFragment = uint64_t{16} << 20;
 // A source that is faster than real time fills these in less time than that, and fewer fragments cost less.
-constexpr uint64_t kLongestGathered = 4'000'000;
-constexpr uint64_t kGatheredBytes = uint64_t{2} << 20;
+constexpr uint64_t kLongestGathered = 10'000'000;
+constexpr uint64_t kGatheredBytes = uint64_t{4} << 20;
 constexpr uint64_t kLongestWaitForHeader = 500'000;
 
 // Room kept for a track whose first sample has not come: its part of a `moov`, generously.
