@@ -56,9 +56,11 @@ class InterfaceTest : public testing::Test {
     setSource(nullptr);
   }
 
-  /// Begins to capture, with `callback` for the camera's frames.
-  void capture(VCI_EVENT_CALLBACK callback, void* context) {
-    EXPECT_EQ(VCI_Subscribe_Event(video, kVCIEventFrame, callback, context), 0);
+  /// Begins to capture, and does `act` for each of the camera's frames.
+  void capture(std::function<void()> act) {
+    whenCalled = std::move(act);
+    const auto callback = [](void*, VCI_EVENT_INFO* info) { static_cast<InterfaceTest*>(info->context)->whenCalled(); };
+    EXPECT_EQ(VCI_Subscribe_Event(video, kVCIEventFrame, callback, this), 0);
     EXPECT_EQ(VCI_Start_Capture(video, 0), 0);
   }
   /// Delivers on a thread of its own, as a source does.
@@ -73,6 +75,7 @@ class InterfaceTest : public testing::Test {
   std::shared_ptr<FakeDevice> camera, microphone;
   VCI_HANDLE video = nullptr;
   ACI_HANDLE audio = nullptr;
+  std::function<void()> whenCalled;
 };
 
 /// An enumeration of records, which come in two calls: of the count, and of the records.
@@ -338,37 +341,31 @@ class EndingTest : public InterfaceTest, public testing::WithParamInterface<size
  protected:
   /// Ends the callbacks while one is held up on another thread, and expects that to take until it has returned.
   void expectToWait(bool stopsItself, bool isClosedElsewhere) {
-    struct Host {
-      VCI_HANDLE handle;
-      bool stopsItself;
-      Gate inside{}, goOn{};
-      std::atomic<bool> hasReturned = false;
-      std::atomic<int> calls = 0;
-    } host{video, stopsItself};
-    const auto callback = [](void*, VCI_EVENT_INFO* info) {
-      auto& of = *static_cast<Host*>(info->context);
-      ++of.calls;
-      if (of.stopsItself) VCI_Stop_Capture(of.handle, 0);
-      of.inside.open();
-      of.goOn.wait();
-      of.hasReturned = true;
-    };
-    capture(callback, &host);
+    Gate inside, goOn;
+    std::atomic<bool> hasReturned = false;
+    std::atomic<int> calls = 0;
+    capture([&] {
+      ++calls;
+      if (stopsItself) VCI_Stop_Capture(video, 0);
+      inside.open();
+      goOn.wait();
+      hasReturned = true;
+    });
     std::thread delivery = deliver(1);
-    host.inside.wait();
+    inside.wait();
     std::thread closer([&] {
       if (isClosedElsewhere) VCI_Close_Device(video);
     });
     while (isClosedElsewhere && camera->stopped == 0) std::this_thread::yield();
     std::thread opener([&] {
       std::this_thread::sleep_for(std::chrono::milliseconds(10));  // may show a fault, never makes one
-      host.goOn.open();
+      goOn.open();
     });
     kEndings[GetParam()].end(video);
-    EXPECT_TRUE(host.hasReturned);
+    EXPECT_TRUE(hasReturned);
     for (std::thread* thread : {&opener, &closer, &delivery}) thread->join();
     deliver(2).join();
-    EXPECT_EQ(host.calls, 1);
+    EXPECT_EQ(calls, 1);
   }
 };
 
@@ -383,41 +380,31 @@ TEST_P(EndingTest, WaitsWhileAnotherThreadClosesTheDevice) {
 }
 
 TEST_P(EndingTest, DoesNotWaitForTheCallbackThatItComesFrom) {
-  struct Host {
-    VCI_HANDLE handle;
-    std::atomic<int> calls = 0;
-  } host{video};
-  const auto callback = [](void*, VCI_EVENT_INFO* info) {
-    auto& of = *static_cast<Host*>(info->context);
-    ++of.calls;
-    kEndings[GetParam()].end(of.handle);
-    kEndings[GetParam()].end(of.handle);
-  };
-  capture(callback, &host);
+  std::atomic<int> calls = 0;
+  capture([&] {
+    ++calls;
+    kEndings[GetParam()].end(video);
+    kEndings[GetParam()].end(video);
+  });
   deliver(1).join();
   deliver(2).join();
-  EXPECT_EQ(host.calls, 1);
+  EXPECT_EQ(calls, 1);
 }
 
 // The callback ends what another thread is ending at the same moment, and asks the device.
 TEST_P(EndingTest, CanMeetItself) {
-  struct Host {
-    VCI_HANDLE handle;
-    Gate inside;
-  } host{video, {}};
-  const auto callback = [](void*, VCI_EVENT_INFO* info) {
-    auto& of = *static_cast<Host*>(info->context);
-    of.inside.open();
+  Gate inside;
+  capture([&] {
+    inside.open();
     for (int i = 0; i < 20; ++i) {
       uint32_t count = 0;
-      VCI_Enum_Pixel_Formats(of.handle, nullptr, nullptr, &count);
+      VCI_Enum_Pixel_Formats(video, nullptr, nullptr, &count);
       std::this_thread::yield();
     }
-    kEndings[GetParam()].end(of.handle);
-  };
-  capture(callback, &host);
+    kEndings[GetParam()].end(video);
+  });
   std::thread delivery = deliver(1);
-  host.inside.wait();
+  inside.wait();
   kEndings[GetParam()].end(video);
   delivery.join();
 }
@@ -430,17 +417,11 @@ std::string endingName(const testing::TestParamInfo<size_t>& ending) {
 INSTANTIATE_TEST_SUITE_P(All, EndingTest, testing::Range(size_t{0}, std::size(kEndings)), endingName);
 
 TEST_F(InterfaceTest, KeepsADeviceThatItsOwnCallbackClosesUntilTheCallbackHasReturned) {
-  struct Host {
-    VCI_HANDLE handle;
-    FakeDevice& camera;
-  } host{video, *camera};
-  const auto callback = [](void*, VCI_EVENT_INFO* info) {
-    const auto& of = *static_cast<Host*>(info->context);
-    VCI_Close_Device(of.handle);
+  capture([&] {
+    VCI_Close_Device(video);
     std::this_thread::sleep_for(std::chrono::milliseconds(5));  // may show a fault, never makes one
-    EXPECT_EQ(of.camera.closed, 0);
-  };
-  capture(callback, &host);
+    EXPECT_EQ(camera->closed, 0);
+  });
   deliver(1).join();
   VCI_Cleanup();
   EXPECT_EQ(camera->closed, 1);
@@ -480,19 +461,14 @@ TEST_F(InterfaceTest, AnswersForPropertiesAndFormatsWhileTheDeviceIsSlowToStart)
 }
 
 TEST_F(InterfaceTest, SubscribesAnewWhileACallbackThatEndedItselfIsStillRunning) {
-  struct Host {
-    VCI_HANDLE handle;
-    Gate hasEnded, goOn;
-  } host{video, {}, {}};
-  const auto callback = [](void*, VCI_EVENT_INFO* info) {
-    auto& of = *static_cast<Host*>(info->context);
-    VCI_UnSubscribe_Event(of.handle, kVCIEventFrame);
-    of.hasEnded.open();
-    of.goOn.wait();
-  };
-  capture(callback, &host);
+  Gate hasEnded, goOn;
+  capture([&] {
+    VCI_UnSubscribe_Event(video, kVCIEventFrame);
+    hasEnded.open();
+    goOn.wait();
+  });
   std::thread delivery = deliver(1);
-  host.hasEnded.wait();
+  hasEnded.wait();
   Recorder<int64_t> next;
   const auto record = [](void*, VCI_EVENT_INFO* info) {
     static_cast<Recorder<int64_t>*>(info->context)->add(info->timestamp);
@@ -500,7 +476,7 @@ TEST_F(InterfaceTest, SubscribesAnewWhileACallbackThatEndedItselfIsStillRunning)
   EXPECT_EQ(VCI_Subscribe_Event(video, kVCIEventFrame, record, &next), 0) << "the host of the first may wait for this";
   deliver(2).join();
   EXPECT_EQ(next.items(), std::vector<int64_t>{2});
-  host.goOn.open();
+  goOn.open();
   delivery.join();
 }
 

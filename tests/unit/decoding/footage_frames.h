@@ -69,6 +69,8 @@ inline Bytes withStartCodes(const AVPacket& packet, const AVCodecParameters& par
 
 inline Footage footageOf(const std::string& path) {
   const AVInput clip = openClip(path);
+  EXPECT_TRUE(clip) << path;
+  if (!clip) return {};
   const int track = bestTrack(clip, AVMEDIA_TYPE_VIDEO);
   const AVCodecParameters& parameters = *clip->streams[track]->codecpar;
   const bool isH264 = parameters.codec_id == AV_CODEC_ID_H264;

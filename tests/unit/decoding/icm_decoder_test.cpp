@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <limits>
 #include <random>
@@ -25,6 +27,7 @@ using test::decodeConventionally;
 using test::Footage;
 using test::footageOf;
 using test::Pictures;
+using test::Samples;
 using test::samplesOf;
 
 const std::string kData = VESK_TEST_DATA "/";
@@ -367,6 +370,74 @@ TEST(TrackingCallback, HandsOnOnlyPicturesThatAreEmitted) {
     EXPECT_EQ(pictures.all.size(), row.shown);
   }
 }
+
+// Longer footage, which does not come with the project: VESK_MEDIA names its folder. Compares every picture with what
+// the ffmpeg program makes of the same clip.
+
+struct RealClip {
+  const char* name;
+  int tolerance;  ///< levels; the inverse transform of ffmpeg is not that of libjpeg
+};
+
+std::string nameOf(const testing::TestParamInfo<RealClip>& info) {
+  std::string name = info.param.name;
+  for (char& character : name)
+    if (isalnum(static_cast<unsigned char>(character)) == 0) character = '_';
+  return name;
+}
+
+class RealClips : public testing::TestWithParam<RealClip> {};
+
+TEST_P(RealClips, LookAsFfmpegShowsThem) {
+  const std::string path = std::string(std::getenv("VESK_MEDIA")) + "/" + GetParam().name;
+  const Footage footage = footageOf(path);
+  const std::string command = "ffmpeg -v error -nostdin -i '" + path + "' -map 0:v -vsync passthrough -f rawvideo -";
+  const std::unique_ptr<FILE, int (*)(FILE*)> peer(popen(command.c_str(), "r"), pclose);
+  Preview preview(footage);
+  size_t shown = 0;
+  int largest = 0;
+  for (const auto& frame : footage.frames) {
+    EXPECT_EQ(preview.decode(frame), 0);
+    for (const auto& picture : preview.pictures.all) {
+      const Samples ours = samplesOf(*picture);
+      Samples theirs(ours.size());
+      ASSERT_EQ(fread(theirs.data(), 1, theirs.size(), peer.get()), ours.size()) << "picture " << shown;
+      for (size_t i = 0; i < ours.size(); ++i) largest = std::max(largest, std::abs(ours[i] - theirs[i]));
+      ++shown;
+    }
+    preview.pictures.all.clear();
+  }
+  EXPECT_LE(largest, GetParam().tolerance);
+  EXPECT_EQ(shown, footage.frames.size());
+  RecordProperty("pictures", static_cast<int>(shown));
+  RecordProperty("difference", largest);
+  std::printf("%s: %zu frames, %zu pictures, largest difference %d\n", GetParam().name, footage.frames.size(), shown,
+              largest);
+}
+
+std::vector<RealClip> clips() {
+  if (!std::getenv("VESK_MEDIA")) return {};
+  return {{"BA1_FT_C.264", 0},
+          {"BAMQ1_JVC_C.264", 0},
+          {"MIDR_MW_D.264", 0},
+          {"MPS_MW_A.264", 0},
+          {"NRF_MW_E.264", 0},
+          {"SVA_Base_B.264", 0},
+          {"Zhling_1280x720.264", 0},
+          {"jm_1080p_allslice.264", 0},
+          {"test_qcif_cabac.264", 0},
+          {"street-640x480-slices.h264", 0},
+          {"street-640x480-h264-pcm.mov", 0},
+          {"street-640x480-h264-vfr.mp4", 0},
+          {"town-1280x720-h264-aac.mp4", 0},
+          {"street-640x480-mjpeg422-pcm.avi", 1},
+          {"street-640x480-nodht.mjpeg", 1},
+          {"town-1280x720-mjpeg420.avi", 1},
+          {"town-320x180-uyvy.mov", 0}};
+}
+
+GTEST_ALLOW_UNINSTANTIATED_PARAMETERIZED_TEST(RealClips);
+INSTANTIATE_TEST_SUITE_P(All, RealClips, testing::ValuesIn(clips()), nameOf);
 
 }  // namespace
 }  // namespace vesk

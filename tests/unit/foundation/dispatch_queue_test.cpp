@@ -127,18 +127,8 @@ TEST(SerialQueue, KnowsAndNamesItsThread) {
   });
 }
 
-/// Serves the main thread until `done` is called by what the test has set going.
-class MainLoop {
- public:
-  void serve() { mLoop->run(); }
-  void done() { mLoop->stop(); }
-
- private:
-  std::shared_ptr<NSRunLoop> mLoop = NSRunLoop::currentRunLoop();
-};
-
 TEST(MainQueue, RunsWorkOfOtherThreadsInOrderOnTheMainThread) {
-  MainLoop loop;
+  const auto loop = NSRunLoop::currentRunLoop();
   const auto mainThread = std::this_thread::get_id();
   std::vector<int> ran;
   std::thread worker([&] {
@@ -153,9 +143,9 @@ TEST(MainQueue, RunsWorkOfOtherThreadsInOrderOnTheMainThread) {
       EXPECT_TRUE(queue->isCurrent());
       EXPECT_EQ(ran.size(), 100U);
     });
-    loop.done();
+    loop->stop();
   });
-  loop.serve();
+  loop->run();
   worker.join();
   for (int number = 0; number < 100; ++number) EXPECT_EQ(ran[number], number);
 }
@@ -167,21 +157,21 @@ TEST(MainQueue, SyncOnTheMainThreadRunsAtOnce) {
 }
 
 TEST(MainQueue, LoopInsideWorkServesOtherWork) {
-  MainLoop loop;
+  const auto loop = NSRunLoop::currentRunLoop();
   std::vector<char> ran;
   const auto queue = DispatchQueue::mainQueue();
   queue->async([&] {
     ran.push_back('a');
-    NSRunLoop::currentRunLoop()->run();
+    loop->run();
     ran.push_back('d');
-    loop.done();
+    loop->stop();
   });
   queue->asyncAfter(milliseconds(1), [&] { ran.push_back('b'); });
   queue->asyncAfter(milliseconds(2), [&] {
     ran.push_back('c');
-    loop.done();
+    loop->stop();
   });
-  loop.serve();
+  loop->run();
   EXPECT_EQ(ran, (std::vector{'a', 'b', 'c', 'd'}));
 }
 
