@@ -16,7 +16,7 @@ inline std::string displayName(const VeskDeviceInfo& info) {
 
 /// Why a device did not open or start: `general` where it does not say so itself.
 inline Error refusalOf(const VeskAVDevice& device, Error general) {
-  if (const Error own = device.lastError()) return own;
+  if (Error own = device.lastError()) return own;
   general.subject = displayName(*device.deviceInfo());
   return general;
 }
