@@ -20,7 +20,6 @@ namespace vesk::capture {
 namespace {
 
 namespace fs = std::filesystem;
-using Kind = Finding::Kind;
 
 constexpr const char* kCamera = "camera";
 constexpr const char* kUsb = "usb";
@@ -80,23 +79,23 @@ std::vector<VideoNode> nodesIn(const DiagnosisPlaces& places) {
 
 struct Purpose {
   uint32_t capability;
-  Kind kind;
+  FindingKind kind;
   const char* text;
 };
 
 /// What a node is that no pictures come from.
 Purpose purposeOf(const OpenNode& node) {
   constexpr Purpose kPurposes[] = {
-      {V4L2_CAP_META_CAPTURE, Kind::kMetadata, "carries data about a camera's pictures, not the pictures"},
-      {V4L2_CAP_VIDEO_M2M | V4L2_CAP_VIDEO_M2M_MPLANE, Kind::kConverter, "is a converter, no camera"},
-      {V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_VIDEO_OUTPUT_MPLANE, Kind::kOutput, "is an output, no camera"},
+      {V4L2_CAP_META_CAPTURE, FindingKind::kMetadata, "carries data about a camera's pictures, not the pictures"},
+      {V4L2_CAP_VIDEO_M2M | V4L2_CAP_VIDEO_M2M_MPLANE, FindingKind::kConverter, "is a converter, no camera"},
+      {V4L2_CAP_VIDEO_OUTPUT | V4L2_CAP_VIDEO_OUTPUT_MPLANE, FindingKind::kOutput, "is an output, no camera"},
   };
   v4l2_capability found{};
   node.ioctl(VIDIOC_QUERYCAP, &found);
   const uint32_t able = (found.capabilities & V4L2_CAP_DEVICE_CAPS) != 0 ? found.device_caps : found.capabilities;
   for (const Purpose& purpose : kPurposes)
     if ((able & purpose.capability) != 0) return purpose;
-  return {0, Kind::kNoPictures, "gives no pictures in a way that is understood here"};
+  return {0, FindingKind::kNoPictures, "gives no pictures in a way that is understood here"};
 }
 
 /// Looks through the nodes, one after the other, and then at the cameras that they make up.
@@ -119,7 +118,7 @@ class CameraCheck {
       cameras.push_back({record.description.name, mUsbFolders[record.nodes.front()]});
     }
     if (cameras.empty())
-      mFindings.problem(kCamera, Cause::kNoDevice, {Kind::kNoCamera}, "no camera was found.", "Plug one in.");
+      mFindings.problem(kCamera, Cause::kNoDevice, {FindingKind::kNoCamera}, "no camera was found.", "Plug one in.");
     checkBuses(cameras);
     return cameras;
   }
@@ -138,7 +137,7 @@ class CameraCheck {
       if (!devices.insert(device).second) continue;
       std::string name = sysfsText(device + "/product");
       if (name.empty()) name = device;
-      mFindings.problem(kCamera, Cause::kNoDevice, {Kind::kNoDriver, {.device = name}},
+      mFindings.problem(kCamera, Cause::kNoDevice, {FindingKind::kNoDriver, {.device = name}},
                         "the USB camera " + inQuotes(name) + " is attached, but has no driver.",
                         "Load it with \"sudo modprobe uvcvideo\", and see \"dmesg\" for why it was not.");
     }
@@ -148,7 +147,8 @@ class CameraCheck {
   std::optional<NodeIdentity> checkNode(const VideoNode& node) {
     std::error_code ignored;
     if (!fs::exists(node.node, ignored)) {
-      mFindings.problem(kCamera, Cause::kNoDevice, {Kind::kNodeMissing, {.device = node.product, .files = {node.node}}},
+      mFindings.problem(kCamera, Cause::kNoDevice,
+                        {FindingKind::kNodeMissing, {.device = node.product, .files = {node.node}}},
                         "the kernel has " + inQuotes(node.product) + ", but " + node.node + " is not there.",
                         "In a container, pass it in (as with --device " + node.node + "); else see that udev runs.");
       return std::nullopt;
@@ -185,16 +185,16 @@ class CameraCheck {
     const std::string who = inQuotes(details.device) + " at " + joined(details.files, ", ");
     auto formats = largestOf(formatsOf(modes));
     if (formats.empty())
-      return mFindings.problem(kCamera, Cause::kNoFormat, {Kind::kNoFormat, details},
+      return mFindings.problem(kCamera, Cause::kNoFormat, {FindingKind::kNoFormat, details},
                                who + " offers no format that is understood here.",
                                "See \"v4l2-ctl --list-formats\" for what it offers.");
     if (!hasAnswered)
-      return mFindings.problem(kCamera, Cause::kNotAnswering, {Kind::kNotAnswering, details},
+      return mFindings.problem(kCamera, Cause::kNotAnswering, {FindingKind::kNotAnswering, details},
                                who + " does not answer when asked for a picture format.",
                                "Plug it in again; if that does not help, try another port or cable.");
     details.formats = std::move(formats);
     details.canBeEncoded = mHasEncoder;
-    mFindings.ok(kCamera, {Kind::kCamera, details}, who + ": " + describe(details.formats) + ".");
+    mFindings.ok(kCamera, {FindingKind::kCamera, details}, who + ": " + describe(details.formats) + ".");
   }
 
   /// The kernel knows formats by heart, but asks the camera whether it would take one. Nothing is changed.
@@ -250,11 +250,11 @@ class CameraCheck {
         .device = camera, .files = {name}, .users = holders.programs, .areUsersHidden = !holders.areAllSeen};
     if (isBusy)
       mFindings.problem(
-          kCamera, Cause::kBusy, {Kind::kInUse, details},
+          kCamera, Cause::kBusy, {FindingKind::kInUse, details},
           inQuotes(camera) + " is busy: " + holderText(holders) + " is using " + name + ".",
           holders.programs.empty() ? "Close that program; looking as root can name it." : "Close that program.");
     else if (!holders.programs.empty())
-      mFindings.note(kCamera, {Kind::kOpenElsewhere, details},
+      mFindings.note(kCamera, {FindingKind::kOpenElsewhere, details},
                      holderText(holders) + " has " + name + " open, and is not using it now.");
     return !isBusy;
   }
@@ -267,10 +267,10 @@ class CameraCheck {
       const std::string text = inQuotes(camera.name) + " is attached at " + std::to_string(speed) + " Mbit/s";
       const Finding::Details details{.device = camera.name, .number = speed};
       if (speed < kHighSpeed)
-        mFindings.note(kUsb, {Kind::kUsbSlow, details}, text + ": too slow for more than small pictures.",
+        mFindings.note(kUsb, {FindingKind::kUsbSlow, details}, text + ": too slow for more than small pictures.",
                        "Use another port or cable, and no old hub.");
       else
-        mFindings.ok(kUsb, {Kind::kUsbSpeed, details}, text + ".");
+        mFindings.ok(kUsb, {FindingKind::kUsbSpeed, details}, text + ".");
       // Above that speed two cameras seldom fill a bus.
       if (speed <= kHighSpeed) sharers[sysfsText(camera.usbFolder + "/busnum")].push_back(camera.name);
     }
@@ -280,7 +280,7 @@ class CameraCheck {
       for (const std::string& name : names) quotes.push_back(inQuotes(name));
       mFindings.note(
           kUsb,
-          {Kind::kUsbShared,
+          {FindingKind::kUsbShared,
            {.device = names.front(), .others = {names.begin() + 1, names.end()}, .number = numberIn(bus)}},
           joined(quotes, " and ") + " share USB bus " + bus + ": there may be no room for the raw pictures of all.",
           "Use Motion JPEG, H.264 or smaller sizes, or ports of different controllers.");

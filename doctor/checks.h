@@ -18,12 +18,14 @@ struct DiagnosisPlaces {
   std::string proc = "/proc";
 };
 
+using FindingKind = Finding::Kind;
+
 /// What has been found so far.
 class Findings {
  public:
   /// A finding without the words for it.
   struct What {
-    Finding::Kind kind = Finding::Kind::kOther;
+    FindingKind kind = FindingKind::kOther;
     Finding::Details details = {};
   };
 

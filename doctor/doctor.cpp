@@ -19,7 +19,6 @@ namespace vesk::capture {
 namespace {
 
 namespace fs = std::filesystem;
-using Kind = Finding::Kind;
 
 constexpr uintmax_t kGigabyte = 1'000'000'000;
 constexpr uintmax_t kLittleRoom = kGigabyte / 10;
@@ -52,9 +51,9 @@ bool isListedInGroup(gid_t group) {
 
 void checkEncoder(bool hasEncoder, Findings& findings) {
   if (hasEncoder)
-    findings.ok("encoder", {Kind::kEncoder}, "H.264 can be encoded for cameras that do not do it themselves.");
+    findings.ok("encoder", {FindingKind::kEncoder}, "H.264 can be encoded for cameras that do not do it themselves.");
   else
-    findings.note("encoder", {Kind::kNoEncoder},
+    findings.note("encoder", {FindingKind::kNoEncoder},
                   "there is no H.264 encoder: such cameras are recorded as raw pictures, in large movies.",
                   "Install a libavcodec that has libx264.", Cause::kNoEncoder);
 }
@@ -65,9 +64,9 @@ void checkDisplay(Findings& findings) {
     return value && *value;
   };
   if (isSet("DISPLAY") || isSet("WAYLAND_DISPLAY"))
-    findings.ok("display", {Kind::kDisplay}, "there is one for a live preview.");
+    findings.ok("display", {FindingKind::kDisplay}, "there is one for a live preview.");
   else
-    findings.note("display", {Kind::kNoDisplay},
+    findings.note("display", {FindingKind::kNoDisplay},
                   "there is none: a live preview cannot open its window; all else works.",
                   "Run it in a desktop session, or set DISPLAY to one.", Cause::kNoDisplay);
 }
@@ -77,16 +76,16 @@ void checkDisk(const std::string& folder, Findings& findings) {
   const std::string place = fs::absolute(folder, error).lexically_normal().string();
   const fs::space_info space = fs::space(folder, error);
   if (error || access(folder.c_str(), W_OK | X_OK) != 0)
-    return findings.problem("disk", Cause::kFolderGone, {Kind::kFolderNotWritable, {.files = {place}}},
+    return findings.problem("disk", Cause::kFolderGone, {FindingKind::kFolderNotWritable, {.files = {place}}},
                             "movies cannot be written to " + place + ".", "Go to a folder of your own.");
   const std::string room = std::to_string(space.available / kGigabyte) + "." +
                            std::to_string(space.available % kGigabyte / (kGigabyte / 10)) + " GB are free in " + place;
   const Finding::Details details{.files = {place}, .number = static_cast<int64_t>(space.available)};
   if (space.available < kLittleRoom)
-    findings.problem("disk", Cause::kDiskFull, {Kind::kDiskFull, details}, room + ".",
+    findings.problem("disk", Cause::kDiskFull, {FindingKind::kDiskFull, details}, room + ".",
                      "Make room, or record to another disk.");
   else
-    findings.ok("disk", {Kind::kDisk, details}, room + ".");
+    findings.ok("disk", {FindingKind::kDisk, details}, room + ".");
 }
 
 }  // namespace
@@ -102,28 +101,28 @@ void addRefusal(const char* subject, const std::string& file, int error, Finding
   struct stat state {};
   const bool isRight = error == EACCES && stat(file.c_str(), &state) == 0;
   if (error == EPERM)
-    return findings.problem(subject, Cause::kNoPermission, {Kind::kNotLetIn, {.files = {file}}},
+    return findings.problem(subject, Cause::kNoPermission, {FindingKind::kNotLetIn, {.files = {file}}},
                             file + " may not be opened here, whatever the user.",
                             "In a container, pass it in (as with --device " + file + ").");
   if (!isRight)
-    return findings.problem(subject, Cause::kOther, {Kind::kNotOpened, {.files = {file}, .number = error}},
+    return findings.problem(subject, Cause::kOther, {FindingKind::kNotOpened, {.files = {file}, .number = error}},
                             file + " could not be opened: " + std::strerror(error) + ".",
                             "Plug the device in again, and see \"dmesg\".");
   if (state.st_gid == 0)
-    return findings.problem(subject, Cause::kNoPermission, {Kind::kSystemsOwn, {.files = {file}}},
+    return findings.problem(subject, Cause::kNoPermission, {FindingKind::kSystemsOwn, {.files = {file}}},
                             "no permission for " + file + ", which belongs to the system alone.",
                             "See that udev runs: its rules give such files to the group \"video\" or \"audio\".");
   const std::string group = groupName(state.st_gid);
   const std::string text = "no permission for " + file + ", which belongs to the group \"" + group + "\"";
   const Finding::Details details{.files = {file}, .group = group, .user = userName()};
   if (isInGroup(state.st_gid))
-    findings.problem(subject, Cause::kNoPermission, {Kind::kGroupWithoutRight, details},
+    findings.problem(subject, Cause::kNoPermission, {FindingKind::kGroupWithoutRight, details},
                      text + "; its members have no right to it either.", "See who changed its rights.");
   else if (isListedInGroup(state.st_gid))
-    findings.problem(subject, Cause::kNoPermission, {Kind::kNotYetInGroup, details},
+    findings.problem(subject, Cause::kNoPermission, {FindingKind::kNotYetInGroup, details},
                      text + "; you were added to it, but not in this session.", "Log out and in again.");
   else
-    findings.problem(subject, Cause::kNoPermission, {Kind::kNotInGroup, details}, text + "; you are not in it.",
+    findings.problem(subject, Cause::kNoPermission, {FindingKind::kNotInGroup, details}, text + "; you are not in it.",
                      "Run \"sudo usermod -aG " + group + " " + details.user + "\", then log out and in again.");
 }
 

@@ -9,7 +9,6 @@ namespace vesk::capture {
 namespace {
 
 namespace fs = std::filesystem;
-using Kind = Finding::Kind;
 
 constexpr const char* kMicrophone = "microphone";
 
@@ -31,7 +30,7 @@ void checkFiles(const DiagnosisPlaces& places, Findings& findings) {
     const std::string file = places.dev + "/snd/" + name;
     std::error_code ignored;
     if (!fs::exists(file, ignored)) {
-      findings.problem(kMicrophone, Cause::kNoDevice, {Kind::kSoundFileMissing, {.files = {file}}},
+      findings.problem(kMicrophone, Cause::kNoDevice, {FindingKind::kSoundFileMissing, {.files = {file}}},
                        "the kernel has a sound card, but " + file + " is not there.",
                        "In a container, pass it in (as with --device " + places.dev + "/snd).");
     } else if (access(file.c_str(), R_OK | W_OK) != 0) {
@@ -51,9 +50,9 @@ const DiagnosedCamera* cameraOf(const Microphone& microphone, const std::vector<
 void checkSound(const DiagnosisPlaces& places, const SoundSystems& sound, const std::vector<DiagnosedCamera>& cameras,
                 Findings& findings) {
   if (sound.server) {
-    findings.ok(kMicrophone, {Kind::kSoundServer}, "a sound server answers.");
+    findings.ok(kMicrophone, {FindingKind::kSoundServer}, "a sound server answers.");
   } else {
-    findings.note(kMicrophone, {Kind::kNoSoundServer},
+    findings.note(kMicrophone, {FindingKind::kNoSoundServer},
                   "no sound server answers: sound is recorded from the drivers, one program at a time.",
                   "Start PipeWire or PulseAudio in this session if other programs record too.", Cause::kNoSoundServer);
     checkFiles(places, findings);
@@ -65,11 +64,11 @@ void checkSound(const DiagnosisPlaces& places, const SoundSystems& sound, const 
     Finding::Details details{.device = microphone.description.name};
     if (camera) details.others.push_back(camera->name);
     findings.ok(
-        kMicrophone, {Kind::kMicrophone, details},
+        kMicrophone, {FindingKind::kMicrophone, details},
         "\"" + microphone.description.name + "\"" + (camera ? ", which is built into \"" + camera->name + "\"." : "."));
   }
   if (microphones.empty())
-    findings.note(kMicrophone, {Kind::kNoMicrophone}, "no microphone was found: movies have no sound.",
+    findings.note(kMicrophone, {FindingKind::kNoMicrophone}, "no microphone was found: movies have no sound.",
                   "Plug one in, or see that it is not switched off in the settings of the sound server.",
                   Cause::kNoDevice);
 }
