@@ -39,7 +39,7 @@ struct SoundResampler::Kernel {
   }
 };
 
-SoundResampler::SoundResampler(uint32_t channels) : mChannels(channels), mKernel(Kernel::shared()) {}
+SoundResampler::SoundResampler(uint32_t channels) : mChannels(channels) {}
 
 void SoundResampler::process(std::span<const int16_t> in, double speed, std::vector<int16_t>& out) {
   if (in.empty()) return;
@@ -48,8 +48,9 @@ void SoundResampler::process(std::span<const int16_t> in, double speed, std::vec
     for (size_t i = 0; i < kBefore; ++i) mWaiting.insert(mWaiting.end(), in.begin(), in.begin() + mChannels);
   mWaiting.insert(mWaiting.end(), in.begin(), in.end());
   const size_t count = frames();
+  const Kernel& kernel = Kernel::shared();  // made for the first sound that needs it, which most never does
   while (mPosition + kAfter < static_cast<double>(count)) {
-    appendFrame(out);
+    appendFrame(kernel, out);
     mPosition += speed;
   }
   const auto done = std::min(static_cast<size_t>(mPosition) - kBefore, count - 1);
@@ -66,13 +67,13 @@ double SoundResampler::heldFrames() const {
   return mWaiting.empty() ? 0 : static_cast<double>(frames()) - mPosition;
 }
 
-void SoundResampler::appendFrame(std::vector<int16_t>& out) const {
+void SoundResampler::appendFrame(const Kernel& kernel, std::vector<int16_t>& out) const {
   const auto frame = static_cast<size_t>(mPosition);
   const double phases = (mPosition - static_cast<double>(frame)) * kPhases;
   const auto phase = static_cast<size_t>(phases);
   const auto part = static_cast<float>(phases - static_cast<double>(phase));
-  const auto& taps = mKernel.taps[phase];
-  const auto& next = mKernel.taps[phase + 1];
+  const auto& taps = kernel.taps[phase];
+  const auto& next = kernel.taps[phase + 1];
   std::array<float, kTaps> here;
   for (size_t tap = 0; tap < kTaps; ++tap) here[tap] = taps[tap] + part * (next[tap] - taps[tap]);
 

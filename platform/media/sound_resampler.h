@@ -31,10 +31,9 @@ class SoundResampler {
   struct Kernel;
 
   size_t frames() const { return mWaiting.size() / mChannels; }
-  void appendFrame(std::vector<int16_t>& out) const;
+  void appendFrame(const Kernel& kernel, std::vector<int16_t>& out) const;
 
   const uint32_t mChannels;
-  const Kernel& mKernel;
   std::vector<int16_t> mWaiting;  ///< the frames around the position and those after them
   double mPosition = kBefore;     ///< of the next frame out, within mWaiting
 };
