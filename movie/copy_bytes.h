@@ -16,7 +16,7 @@ namespace vesk {
 inline void copyBytes(uint8_t* to, std::span<const uint8_t> from) {
 #ifdef __SSE2__
   constexpr size_t kLine = 64;
-  constexpr size_t kLeast = 1024;
+  constexpr size_t kLeast = 1024;  // smaller packets are not worth the fence below
   if (from.size() >= kLeast) {
     const size_t head = (kLine - reinterpret_cast<uintptr_t>(to) % kLine) % kLine;
     std::memcpy(to, from.data(), head);
