@@ -283,6 +283,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     if (mDevices.isCamera(*info)) {
       emit(Kind::kCameraRemoved, info);
       mIsCameraGone = true;
+      mIsCutShort = !mIsOver;
       mPause = mWriter->pause();
       if (mState == State::kRecording) finishMovie();
     } else if (mDevices.isMicrophone(*info)) {
@@ -394,6 +395,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     mState = State::kRecording;
     mRetries = 0;
     mIsCameraGone = false;
+    mIsCutShort = false;
     mDevices.camera()->beginRecording();  // ends on the main thread, and with it what was asked of the camera meanwhile
     mIsHoldingCamera = true;
     beginWatching();
@@ -538,7 +540,9 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
     leaveMovie();
     if (mError) return end();
     const bool isLongEnough = remaining().value_or(kShortest) < kShortest;
-    if (mIsOver || isLongEnough) return end();
+    // Who asks for the end while a movie that was cut short is being finished is told of that all the same.
+    const bool isEndAsked = mIsOver && (!mIsCutShort || mSettings.waitsForCamera);
+    if (isEndAsked || isLongEnough) return end();
     if (!mSettings.waitsForCamera)
       return fail({{Cause::kUnplugged, fmt::format("\"{}\" was unplugged; the movie ends there", displayName(*camera)),
                     fmt::format("What was recorded is whole, at \"{}\".", file), displayName(*camera)},
@@ -604,6 +608,7 @@ class VeskRecordingSupervisor::Core : public std::enable_shared_from_this<Core> 
   int mLooksToContinue = 0;
   bool mIsHoldingCamera = false;
   bool mIsCameraGone = false;
+  bool mIsCutShort = false;      ///< the camera went before anybody asked for the end
   std::shared_ptr<void> mPause;  ///< of the source, from when the camera has gone until the movie is finished
 };
 

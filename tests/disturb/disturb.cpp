@@ -1,6 +1,6 @@
 // Preloaded into tests, this makes threads late at random where they meet: at locks, pipes, waits, and when
-// they begin. A test that is right only as long as the other thread is quick fails under it within a few
-// runs, instead of once in a thousand on a busy machine.
+// they begin. Disks are slow in it now and then. A test that is right only as long as the other thread or the
+// disk is quick fails under it within a few runs, instead of once in a thousand on a busy machine.
 
 #include <dlfcn.h>
 #include <poll.h>
@@ -25,11 +25,18 @@ struct Delay {
 };
 constexpr Delay kDelays[] = {{600, 60'000}, {30, 3'000}, {4, 0}};
 constexpr uint32_t kMostAtBeginning = 20'000;
+/// Until a file is on the disk: unit tests ask for that often, programs at a movie's start and end.
+constexpr Delay kTestsDisk = {10, 200'000};
+constexpr Delay kProgramsDisk = {2, 2'500'000};
 
-/// The tests and the program, and not what they start.
+bool isUnitTest() {
+  return std::string_view(program_invocation_short_name).substr(0, 5) == "test_";
+}
+
+/// The tests and the programs, and not what they start.
 bool isMeant() {
   const std::string_view name = program_invocation_short_name;
-  return name == "vesk" || name.substr(0, 5) == "test_";
+  return name == "vesk" || name == "vesk-camera" || isUnitTest();
 }
 
 uint32_t anyBelow(uint32_t end) {
@@ -55,6 +62,11 @@ void beLate() {
   }
   isInside = false;
   errno = error;
+}
+
+void waitForDisk() {
+  const Delay delay = isUnitTest() ? kTestsDisk : kProgramsDisk;
+  if (isMeant() && anyBelow(delay.oneIn) == 0) sleepUpTo(delay.most);
 }
 
 template <class Call>
@@ -111,5 +123,17 @@ ssize_t write(int descriptor, const void* bytes, size_t count) {
   const ssize_t answer = real(descriptor, bytes, count);
   beLate();
   return answer;
+}
+
+int fsync(int descriptor) {
+  static const auto real = next<int(int)>("fsync");
+  waitForDisk();
+  return real(descriptor);
+}
+
+int fdatasync(int descriptor) {
+  static const auto real = next<int(int)>("fdatasync");
+  waitForDisk();
+  return real(descriptor);
 }
 }
