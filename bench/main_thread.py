@@ -3,10 +3,11 @@
 
 Usage: bench/main_thread.py [--build DIR] [--starts N] [--renderer gl|cairo] [--long MS]
 
-On simulated capture, under Xvfb with the software renderer, with a home of its own: the first start, which finds no
-compiled shaders there, is told apart. Then the program is used by keys, the second time of two, and each turn of its main loop that took long is
-counted: the time between two polls, and how much of that the main thread ran itself (the rest it waited, for the
-renderer's threads or a busy machine). On a busy machine `chrt -r 5` before it gives the program the processors first.
+On simulated capture, under Xvfb with the software renderer, with a home of its own. GTK draws the widgets with what the
+program chooses, unless --renderer says otherwise. The first start, which finds no compiled shaders there, is told apart.
+Then the program is used by keys, the second time of two, and each turn of its main loop that took long is counted: the
+time between two polls, and how much of that the main thread ran itself (the rest it waited, for the renderer's threads or
+a busy machine). On a busy machine `chrt -r 5` before it gives the program the processors first.
 Needs Xvfb, dbus-daemon and xdotool.
 """
 import argparse
@@ -33,7 +34,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--build", default="build/release")
     parser.add_argument("--starts", type=int, default=10)
-    parser.add_argument("--renderer", choices=("gl", "cairo"), default="gl")
+    parser.add_argument("--renderer", choices=("gl", "cairo"))
     parser.add_argument("--long", type=float, default=50)
     parser.add_argument("--shim", help="the preloaded library (default: libturns.so of the build)")
     options = parser.parse_args()
@@ -48,9 +49,10 @@ def main():
         def start():
             """The program, once its picture is on the screen, and after how many ms it was."""
             begin = time.monotonic()
+            choice = {"GSK_RENDERER": options.renderer} if options.renderer else {}
             camera = session.start(str(build / "apps/bin/vesk-camera"), DISPLAY=display, VESK_CAPTURE="simulated",
-                                   GSK_RENDERER=options.renderer, VESK_TURNS=str(log), VESK_TURNS_LONG="1",
-                                   LD_PRELOAD=str(options.shim or build / "bench/libturns.so"))
+                                   VESK_TURNS=str(log), VESK_TURNS_LONG="1",
+                                   LD_PRELOAD=str(options.shim or build / "bench/libturns.so"), **choice)
             session.wait(lambda: screen.is_white(*BAR), "picture", pause=0.002)
             return camera, (time.monotonic() - begin) * 1000
 

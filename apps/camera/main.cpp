@@ -6,6 +6,7 @@
 #include <vesk/device_manager.h>
 #include "apps/camera/app_settings.h"
 #include "apps/camera/application.h"
+#include "apps/camera/widget_drawing.h"
 
 int main(int argc, char** argv) {
   std::setlocale(LC_ALL, "");
@@ -17,6 +18,7 @@ int main(int argc, char** argv) {
     g_printerr("vesk-camera: %s\n", _("There is no display. Start it in a desktop session."));
     return 1;
   }
+  vesk::camera::chooseWidgetDrawing();
   const auto application = vesk::camera::Application::create();
   const int status = application->run(argc, argv);
   vesk::VeskDeviceManager::destroy();

@@ -50,7 +50,7 @@ class Desktop:
                                     env={**os.environ, "DISPLAY": display, "XDG_RUNTIME_DIR": str(self.folder)})
         address = self.bus.stdout.readline().strip()
         os.environ.update(DISPLAY=display, DBUS_SESSION_BUS_ADDRESS=address, XDG_RUNTIME_DIR=str(self.folder),
-                          LIBGL_ALWAYS_SOFTWARE="1", GSK_RENDERER="cairo")  # the picture is drawn with OpenGL nevertheless
+                          LIBGL_ALWAYS_SOFTWARE="1")
         os.environ.pop("WAYLAND_DISPLAY", None)
         session = Gio.DBusConnection.new_for_address_sync(address, BUS_FLAGS, None, None)
         tree = call(session, "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress")[0]

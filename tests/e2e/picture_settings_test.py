@@ -15,7 +15,7 @@ PROPERTIES = "org.freedesktop.DBus.Properties."
 class PictureSettings(DesktopTest):
     def open(self):
         # Drawn without OpenGL, the window leaves more time to the test.
-        self.app = self.start(environment={"GSK_RENDERER": "cairo"})
+        self.app = self.start()
         self.app.key("F9")
         self.slider("Brightness")
 
@@ -82,7 +82,7 @@ class PictureSettings(DesktopTest):
         self.app.gone("Rename “Stage”")
 
     def test_rows_are_made_once_the_page_is_looked_at_for_the_camera_of_then(self):
-        self.app = self.start("--camera", "plain", environment={"GSK_RENDERER": "cairo"})
+        self.app = self.start("--camera", "plain")
         self.app.find("Camera: Simulated Plain")
 
         def made():
