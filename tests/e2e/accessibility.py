@@ -1,5 +1,5 @@
 """Walks through the accessibility tree of a program and says what keeps a person from using it without eyes or mouse."""
-from desktop import ROOT, Widget
+from desktop import Widget
 
 # As GTK 4 calls them.
 USED = {"button", "toggle button", "check box", "radio button", "slider", "text box", "combo box", "switch", "menu item", "link",

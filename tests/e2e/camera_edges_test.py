@@ -5,24 +5,10 @@ import subprocess
 import unittest
 
 from desktop import DesktopTest, Widget, until
-from program import DATA, probe, warnings_of_ffmpeg
-
-CAMERA = "simulated:camera"
-PLAIN = "simulated:camera:plain"
-MICROPHONE = "simulated:microphone"
+from program import CAMERA, DATA, MICROPHONE, PLAIN, probe
 
 
 class Edges(DesktopTest):
-    def film(self, app):
-        """Records a little more, and answers the film, which must be whole."""
-        before = app.films()
-        app.click("Record")
-        app.grows()
-        app.click("Stop recording")
-        film, = until(lambda: [film for film in app.films() if film not in before], "the film")
-        self.assertEqual(warnings_of_ffmpeg(film), "")
-        return film
-
     @unittest.skipIf(os.geteuid() != 0, "only root mounts")
     def test_where_nothing_can_be_written_another_folder_is_offered(self):
         videos, pictures = self.folder / "Videos", self.folder / "Pictures"
@@ -37,7 +23,7 @@ class Edges(DesktopTest):
         until(lambda: sum(name == "Choose Folder" for name in app.names()) >= 2, "a choice for both")
         app.find("Record")
         subprocess.run(["umount", str(videos)], check=True)
-        self.film(app)
+        self.film_a_little(app)
         app.gone(f'Cannot write in "{videos}"')
 
     def test_a_folder_that_was_deleted_is_made_again(self):
@@ -47,39 +33,21 @@ class Edges(DesktopTest):
             shutil.rmtree(self.folder / name)
         app.click("Take a photo")
         until(app.photos, "the photo")
-        self.film(app)
+        self.film_a_little(app)
 
     def test_a_microphone_that_goes_while_a_film_is_recorded_is_said(self):
         app = self.start()
-        app.click("Record")
-        app.grows()
-        app.command(f"out {MICROPHONE}")
-        app.find("“Simulated Microphone” was unplugged. The film goes on without sound.")
-        app.grows()
-        app.command(f"in {MICROPHONE}")
-        app.gone("“Simulated Microphone” was unplugged.")
-        app.grows()
-        app.click("Stop recording")
-        film, = until(app.films, "the film")
-        self.assertEqual(warnings_of_ffmpeg(film), "")
-        found = probe(film)
+        with self.film(app) as films:
+            app.command(f"out {MICROPHONE}")
+            app.find("“Simulated Microphone” was unplugged. The film goes on without sound.")
+            app.grows()
+            app.command(f"in {MICROPHONE}")
+            app.gone("“Simulated Microphone” was unplugged.")
+            app.grows()
+        found = probe(films[0])
         self.assertAlmostEqual(float(found["audio"]["duration"]), float(found["video"]["duration"]), delta=1.0)
 
-    def test_cameras_are_not_changed_while_a_film_is_recorded(self):
-        app = self.start()
-        app.click("Record")
-        app.grows()
-        app.click("Camera: Simulated Camera")
-        item = app.find("Simulated Plain Camera")
-        self.assertFalse(item.has(item.SENSITIVE))
-        app.key("Escape", "F5")  # and it is not started anew
-        app.grows()
-        app.click("Stop recording")
-        until(app.films, "the film")
-        self.assertEqual(len(app.films()), 1)
-        self.assertEqual(warnings_of_ffmpeg(app.films()[0]), "")
-
-    def test_the_format_is_not_changed_while_a_film_is_recorded(self):
+    def test_camera_and_format_are_not_changed_while_a_film_is_recorded(self):
         def choice():
             return until(lambda: next((widget for widget in app.all() if widget.name == "Size" and widget.has(Widget.FOCUSABLE)), None),
                          lambda: f"the choice among {app.names()}")
@@ -87,16 +55,15 @@ class Edges(DesktopTest):
         app = self.start()
         app.key("F9")
         until(lambda: choice().has(Widget.SENSITIVE), "it can be chosen")
-        app.click("Record")
-        app.grows()
-        app.find("The format stays as it is while a film is recorded.")
-        until(lambda: not choice().has(Widget.SENSITIVE), "it cannot be chosen any more")
-        # One that was chosen just before, and comes now, waits for the end.
-        app.key("F5")
-        app.grows()
-        app.click("Stop recording")
-        film, = until(app.films, "the film")
-        self.assertEqual(warnings_of_ffmpeg(film), "")
+        with self.film(app) as films:
+            app.find("The format stays as it is while a film is recorded.")
+            until(lambda: not choice().has(Widget.SENSITIVE), "it cannot be chosen any more")
+            app.click("Camera: Simulated Camera")
+            item = app.find("Simulated Plain Camera")
+            self.assertFalse(item.has(item.SENSITIVE))
+            app.key("Escape", "F5")  # a format that was chosen just before, and comes now, waits for the end
+            app.grows()
+        self.assertEqual(app.films(), films, "and the camera is not started anew")
         until(lambda: choice().has(Widget.SENSITIVE), "it can be chosen again")
         app.gone("The format stays as it is")
 
@@ -106,20 +73,14 @@ class Edges(DesktopTest):
         self.assertGreater(len(name), 200)
         footage = self.folder / name
         shutil.copy(DATA / "street.mov", footage)
-        settings = self.folder / ".config/glib-2.0/settings"
-        settings.mkdir(parents=True)
-        (settings / "keyfile").write_text(f"[org/vesk/Camera]\nfilm-folder='{footage}/no-folder'\n")
-        app = self.start(environment={"VESK_CAPTURE": f"file:{footage}"})
+        app = self.start(environment={"VESK_CAPTURE": f"file:{footage}"}, settings={"film-folder": f"'{footage}/no-folder'"})
         app.find(f"Camera: {name}")
         app.find(f"Microphone: {name}")
 
-        def xdotool(*words):
-            return subprocess.run(["xdotool", *words], stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60).stdout.split()
-
         def width():
             """Of the widest window; menus come and go."""
-            shapes = [xdotool("getwindowgeometry", "--shell", window)
-                      for window in xdotool("search", "--onlyvisible", "--pid", str(app.process.pid))]
+            shapes = [app.xdotool("getwindowgeometry", "--shell", window, check=False)
+                      for window in app.xdotool("search", "--onlyvisible", "--pid", app.process.pid)]
             return max(int(word.split("=")[1]) for shape in shapes for word in shape if word.startswith("WIDTH="))
 
         self.assertLessEqual(width(), 1280, "the screen's")
@@ -146,7 +107,7 @@ class Edges(DesktopTest):
         app.key("Escape")
         app.command(f"in {CAMERA}")
         app.find("Camera: Simulated Camera")
-        self.film(app)
+        self.film_a_little(app)
 
 
 if __name__ == "__main__":

@@ -6,27 +6,20 @@ import unittest
 
 from accessibility import findings
 from desktop import CAMERA_PROGRAM, ROOT, DesktopTest, Widget, until
-from program import least_likeness, picture_numbers, probe, vesk, warnings_of_ffmpeg
+from program import CAMERA, MICROPHONE, PLAIN, least_likeness, picture_numbers, probe, vesk, warnings_of_ffmpeg
 
-CAMERA = "simulated:camera"
-PLAIN = "simulated:camera:plain"
-MICROPHONE = "simulated:microphone"
 LIKENESS = 28  # dB; encoded twice a picture has 35, beside another one 6
 
 
 class Films(DesktopTest):
     def test_a_film_is_what_the_camera_sent(self):
         app = self.start()
-        app.click("Record")
-        app.find("Stop recording")
-        app.grows()
-        app.click("Take a photo")
-        until(app.photos, "a photo while a film is recorded")
-        app.grows()
-        app.click("Stop recording")
-        until(app.films, "a film")
+        with self.film(app) as films:
+            app.click("Take a photo")
+            until(app.photos, "a photo while a film is recorded")
+            app.grows()
         app.find("Record")
-        film, = app.films()
+        film, = films
         self.assertRegex(film.name, r"^Film \d{4}-\d\d-\d\d \d\d\.\d\d\.\d\d\.mov$")
         self.assert_plays_everywhere(film)
         self.assertEqual(int(probe(app.photos()[0])["video"]["width"]), probe(film)["video"]["width"])
@@ -62,10 +55,7 @@ class Films(DesktopTest):
         until(lambda: len(app.films()) == 2, "both films")
         for film in app.films():
             self.assertEqual(warnings_of_ffmpeg(film), "")
-        app.click("Record")  # the camera is shown again, and can be filmed
-        app.grows()
-        app.click("Stop recording")
-        until(lambda: len(app.films()) == 3, "the third film")
+        self.film_a_little(app)  # the camera is shown again, and can be filmed
 
     def test_what_a_crash_interrupted_is_offered_and_kept(self):
         app = self.start()
@@ -83,16 +73,12 @@ class Films(DesktopTest):
 
     def test_closing_asks_while_recording(self):
         app = self.start()
-        app.click("Record")
-        app.grows()
-        app.key("ctrl+q")
-        app.click("Go On Recording")
-        app.grows()
-        app.key("ctrl+q")
-        app.click("Stop and Close")
-        app.end()
-        self.assertEqual(warnings_of_ffmpeg(app.films()[0]), "")
-
+        with self.film(app, stop=lambda app: app.end()):
+            app.key("ctrl+q")
+            app.click("Go On Recording")
+            app.grows()
+            app.key("ctrl+q")
+            app.click("Stop and Close")
 
     @unittest.skipIf(os.geteuid() != 0, "only root makes a file system")
     def test_a_full_disk_ends_the_film_whole(self):
@@ -118,10 +104,7 @@ class Films(DesktopTest):
             app.find("Timer: 2")
             take_back()
             app.gone("Timer: ")
-        app.click("Record")  # had one of them gone on, this would take it back
-        app.grows()
-        app.click("Stop recording")
-        until(app.films, "the film")
+        self.film_a_little(app)  # had one of them gone on, this would take it back
         self.assertEqual(len(app.films()), 1)
 
 

@@ -3,47 +3,23 @@ import shutil
 import subprocess
 import unittest
 
-from desktop import ROOT, DesktopTest, until
-from program import warnings_of_ffmpeg
-
-CAMERA = "simulated:camera"
-PLAIN = "simulated:camera:plain"
+from desktop import DesktopTest, until
 
 
 class Window(DesktopTest):
-    def setUp(self):
-        super().setUp()
-        self.desktop.manage_windows()
-
-    def xdotool(self, *words):
-        window = subprocess.run(["xdotool", "search", "--sync", "--all", "--pid", str(self.app.process.pid), "--name", "^Camera$"],
-                                check=True, stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=60).stdout.split()[0]
-        subprocess.run(["xdotool", words[0], window, *map(str, words[1:])], check=True, stdin=subprocess.DEVNULL, timeout=60)
-
-    def settings(self, **values):
-        folder = self.folder / ".config/glib-2.0/settings"
-        folder.mkdir(parents=True)
-        lines = "".join(f"{key.replace('_', '-')}={value}\n" for key, value in values.items())
-        (folder / "keyfile").write_text("[org/vesk/Camera]\n" + lines)
-
     def test_a_hidden_window_lets_the_camera_go_but_never_while_it_films(self):
-        self.settings(camera_off_after="uint32 1")
-        self.app = app = self.start()
-        app.click("Record")
-        app.grows()
-        self.xdotool("windowminimize")
-        app.grows(3_000_000)  # for longer than the second
-        app.click("Stop recording")
-        until(app.films, "the film")
+        self.desktop.manage_windows()
+        app = self.start(settings={"camera-off-after": "uint32 1"})
+        window = app.xdotool("search", "--sync", "--all", "--pid", app.process.pid, "--name", "^Camera$")[0]
+        with self.film(app):
+            app.xdotool("windowminimize", window)
+            app.grows(3_000_000)  # for longer than the second
         app.find("Camera: Camera is off")
         until(lambda: "Dealloc AVDevice Simulated Camera" in app.text_of_log(), "the device is let go")
-        self.assertEqual(warnings_of_ffmpeg(app.films()[0]), "")
-        self.xdotool("windowactivate")
+        app.xdotool("windowactivate", window)
         app.find("Camera: Simulated Camera")
-        app.click("Record")
-        app.grows()
-        app.key("ctrl+r")
-        until(lambda: len(app.films()) == 2, "the second film")
+        with self.film(app, stop=lambda app: app.key("ctrl+r")):
+            pass
 
 
 class Wayland(DesktopTest):
@@ -55,13 +31,9 @@ class Wayland(DesktopTest):
         self.addCleanup(weston.terminate)
         until((self.desktop.folder / "vesk-test").exists, "the compositor")
         app = self.start(environment={"WAYLAND_DISPLAY": "vesk-test", "GDK_BACKEND": "wayland"})
-        app.click("Record")
-        app.grows()
-        app.click("Take a photo")
-        until(app.photos, "the photo")
-        app.click("Stop recording")
-        film, = until(app.films, "the film")
-        self.assertEqual(warnings_of_ffmpeg(film), "")
+        with self.film(app):
+            app.click("Take a photo")
+            until(app.photos, "the photo")
         self.assertNotIn("CRITICAL", app.text_of_log())
 
 

@@ -4,9 +4,8 @@ import os
 import plistlib
 import unittest
 
-from program import ROOT, MovieTest, tool, vesk
+from program import CATALOGUE, MovieTest, tool, vesk
 
-CATALOGUE = ROOT / "tests/unit/catalogue/resolutions.xml"
 WIDTH, HEIGHT = 320, 240
 
 

@@ -1,13 +1,12 @@
 """A recording that is killed keeps all but its last moments, and vesk recover finishes it."""
 import json
 import os
-import pathlib
 import random
 import signal
 import time
 import unittest
 
-from program import MovieTest, picture_hashes, probe, start_vesk, vesk, warnings_of_ffmpeg
+from program import MovieTest, picture_hashes, probe, start_vesk, vesk
 
 POINTS = int(os.environ.get("VESK_KILLS", "6"))  # for each kind of recording
 # Pace, picture, sound, and the sizes between which the recording is killed: always past its first

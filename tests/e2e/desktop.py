@@ -1,5 +1,6 @@
 """A desktop without a screen for tests of the desktop program: an X server, a session bus, and the accessibility tree,
 through which widgets are found and used."""
+import contextlib
 import os
 import pathlib
 import random
@@ -36,14 +37,9 @@ class Desktop:
 
     def __init__(self, with_window_manager=False):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="vesk-desktop-"))
-        reading, writing = os.pipe()
         # A number that no server had just before: one that ends removes the socket of its number.
-        self.server = subprocess.Popen(["Xvfb", f":{random.randrange(1000, 30000)}", "-displayfd", str(writing), "-screen", "0", "1280x800x24", "-nolisten", "tcp", "-noreset"],
-                                       pass_fds=[writing], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                       stderr=subprocess.DEVNULL)
-        os.close(writing)
-        with os.fdopen(reading) as numbers:
-            display = ":" + numbers.readline().strip()
+        self.server = program.XServer("1280x800", f":{random.randrange(1000, 30000)}", "-noreset")
+        display = self.server.name
         self.bus = subprocess.Popen(["dbus-daemon", "--session", "--print-address=1", "--nofork", "--nopidfile",
                                      f"--address=unix:path={self.folder}/bus"],
                                     stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
@@ -55,7 +51,7 @@ class Desktop:
         session = Gio.DBusConnection.new_for_address_sync(address, BUS_FLAGS, None, None)
         tree = call(session, "org.a11y.Bus", "/org/a11y/bus", "org.a11y.Bus.GetAddress")[0]
         self.tree = Gio.DBusConnection.new_for_address_sync(tree, BUS_FLAGS, None, None)
-        self.processes = [self.bus, self.server]
+        self.processes = [self.bus, self.server.process]
         if with_window_manager:
             self.manage_windows()
 
@@ -125,7 +121,7 @@ class Widget:
 class CameraProgram:
     """vesk-camera at work, with a home of its own and simulated devices that heed commands."""
 
-    def __init__(self, test, *arguments, setup="", environment=None, prefix=(), pipe=True):
+    def __init__(self, test, *arguments, setup="", environment=None, prefix=(), settings=None):
         self.test = test
         self.home = test.folder
         self.pipe = self.home / "commands"
@@ -134,6 +130,11 @@ class CameraProgram:
         for name in ("Videos", "Pictures", ".config"):
             (self.home / name).mkdir(exist_ok=True)
         (self.home / ".config/user-dirs.dirs").write_text('XDG_VIDEOS_DIR="$HOME/Videos"\nXDG_PICTURES_DIR="$HOME/Pictures"\n')
+        if settings:
+            folder = self.home / ".config/glib-2.0/settings"
+            folder.mkdir(parents=True, exist_ok=True)
+            lines = [f"{key}={value}\n" for key, value in settings.items()]
+            (folder / "keyfile").write_text("[org/vesk/Camera]\n" + "".join(lines))
         self.log = open(self.home / "log", "a+")
         self.environment = {**os.environ, "HOME": str(self.home), "XDG_CONFIG_HOME": str(self.home / ".config"),
                             "XDG_DATA_HOME": str(self.home / ".data"), "XDG_CACHE_HOME": str(self.home / ".cache"),
@@ -148,8 +149,7 @@ class CameraProgram:
         if self.environment.get("GDK_BACKEND") == "wayland":
             return  # no keys can be sent there
         # Keys go to the window under the pointer, once it is on the screen.
-        subprocess.run(["xdotool", "search", "--sync", "--onlyvisible", "--pid", str(self.process.pid)], check=True,
-                       stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, timeout=TIMEOUT)
+        self.xdotool("search", "--sync", "--onlyvisible", "--pid", self.process.pid)
 
     def find_owner(self):
         """The program's name on the bus of the accessibility tree."""
@@ -240,8 +240,13 @@ class CameraProgram:
                             and widget.has(Widget.FOCUSABLE) and widget.has(Widget.SENSITIVE)), None),
               lambda: f"a button “{name}” among {self.names()}; {self.text_of_log()}").click()
 
+    def xdotool(self, *words, check=True):
+        """The words that it answers."""
+        return subprocess.run(["xdotool", *map(str, words)], check=check, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                              text=True, timeout=TIMEOUT).stdout.split()
+
     def key(self, *keys):
-        subprocess.run(["xdotool", "key", "--clearmodifiers", *keys], check=True, stdin=subprocess.DEVNULL)
+        self.xdotool("key", "--clearmodifiers", *keys)
 
     def films(self):
         return sorted((self.home / "Videos").glob("*.mov"))
@@ -252,13 +257,7 @@ class CameraProgram:
     def grows(self, more=1_000_000):
         """Waits until the film under way has become larger by so much."""
         def size():
-            total = 0
-            for file in (self.home / "Videos").rglob("*.mov"):
-                try:
-                    total += file.stat().st_size
-                except FileNotFoundError:
-                    pass
-            return total
+            return program.bytes_in(self.home / "Videos", "*.mov")
 
         least = size() + more
         until(lambda: size() > least, f"the film grows; {self.text_of_log()}")
@@ -277,3 +276,19 @@ class DesktopTest(program.MovieTest):
 
     def start(self, *arguments, **options):
         return CameraProgram(self, *arguments, **options)
+
+    @contextlib.contextmanager
+    def film(self, app, stop=lambda app: app.click("Stop recording")):
+        """Records for as long as the block takes. What is yielded becomes a list of the film, which must be whole."""
+        before, films = app.films(), []
+        app.click("Record")
+        app.grows()
+        yield films
+        stop(app)
+        films += until(lambda: [film for film in app.films() if film not in before], "the film")
+        for film in films:
+            self.assertEqual(program.warnings_of_ffmpeg(film), "")
+
+    def film_a_little(self, app):
+        with self.film(app):
+            pass

@@ -1,12 +1,10 @@
 """How failures are told: one line for a person, a cause for scripts, the same with --verbose."""
 import json
-import pathlib
 import re
 import unittest
-from program import MovieTest, vesk
 
-CAMERA, MICROPHONE = "simulated:camera", "simulated:microphone"
-CATALOGUE = pathlib.Path(__file__).resolve().parents[1] / "unit" / "catalogue" / "resolutions.xml"
+from program import CAMERA, CATALOGUE, MICROPHONE, PLAIN, MovieTest, vesk
+
 
 
 class FailuresTest(MovieTest):
@@ -51,7 +49,7 @@ class FailuresTest(MovieTest):
                 (f"busy {CAMERA}", record, 4, "busy", "Close other programs"),
                 (f"busy {CAMERA}", (*record, "--wait"), 4, "busy", "Close other programs"),
                 (f"busy {MICROPHONE}", record, 4, "busy", "--no-audio"),
-                (f"out {CAMERA};out {CAMERA}:plain", record, 3, "no-device", "Plug one in"),
+                (f"out {CAMERA};out {PLAIN}", record, 3, "no-device", "Plug one in"),
                 (f"busy {MICROPHONE}", ("meter",), 4, "busy"),
                 (f"busy {CAMERA}", ("snapshot", "@photo.jpeg"), 4, "busy"),
                 (f"no-permission {CAMERA}", record, 4, "no-permission"),

@@ -3,11 +3,7 @@ import json
 import signal
 import unittest
 
-from program import MovieTest, Running, probe, vesk
-
-CAMERA = "simulated:camera"
-PLAIN = "simulated:camera:plain"
-MICROPHONE = "simulated:microphone"
+from program import CAMERA, MICROPHONE, PLAIN, MovieTest, Running, probe, vesk
 
 
 class HotplugTest(MovieTest):

@@ -5,9 +5,8 @@ import unittest
 from gi.repository import GLib
 
 from desktop import DesktopTest, Widget, call, until
+from program import CAMERA, PLAIN
 
-CAMERA = "simulated:camera"
-PLAIN = "simulated:camera:plain"
 VALUE = "org.a11y.atspi.Value"
 PROPERTIES = "org.freedesktop.DBus.Properties."
 

@@ -11,25 +11,7 @@ import time
 import unittest
 import wave
 
-from program import DATA, MovieTest, Running, picture_hashes, probe, start_vesk, tool, vesk, warnings_of_ffmpeg
-
-
-class Display:
-    """An X server without a screen, for as long as the test class runs."""
-
-    def __init__(self):
-        reading, writing = os.pipe()
-        self.server = subprocess.Popen(["Xvfb", "-displayfd", str(writing), "-screen", "0", "1600x1000x24", "-nolisten", "tcp"],
-                                       pass_fds=[writing], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-                                       stderr=subprocess.DEVNULL)
-        os.close(writing)
-        with os.fdopen(reading) as numbers:
-            self.name = ":" + numbers.readline().strip()
-        self.environment = {"DISPLAY": self.name, "LIBGL_ALWAYS_SOFTWARE": "1"}
-
-    def close(self):
-        self.server.terminate()
-        self.server.wait()
+from program import (CAMERA, DATA, MICROPHONE, MovieTest, Running, XServer, picture_hashes, probe, tool, vesk, warnings_of_ffmpeg)
 
 
 def pixels(picture, width, height):
@@ -121,11 +103,7 @@ class Levels(MovieTest):
 
     def levels(self, path, is_silent=False):
         """About a second's, from the first packet's on, or of silence from the start."""
-        program = start_vesk("--capture", f"file:{path}", "--loop", "--json", "meter")
-        self.addCleanup(program.stderr.close)
-        self.addCleanup(program.stdout.close)
-        self.addCleanup(program.wait, 60)
-        self.addCleanup(program.kill)
+        program = self.started("--capture", f"file:{path}", "--loop", "--json", "meter")
         lines = (json.loads(line) for line in program.stdout)
         sounding = lines if is_silent else itertools.dropwhile(lambda line: line["level"] is None, lines)
         documents = list(itertools.islice(sounding, 30))
@@ -152,11 +130,12 @@ class Levels(MovieTest):
 class Previews(MovieTest):
     @classmethod
     def setUpClass(cls):
-        cls.display = Display()
+        cls.display = XServer("1600x1000")
         cls.addClassCleanup(cls.display.close)
+        cls.environment = {"DISPLAY": cls.display.name, "LIBGL_ALWAYS_SOFTWARE": "1"}
 
     def preview(self, *arguments, source="simulated", pace="realtime"):
-        done = vesk("--capture", source, "--pace", pace, "--json", "preview", *arguments, environment=self.display.environment)
+        done = vesk("--capture", source, "--pace", pace, "--json", "preview", *arguments, environment=self.environment)
         return json.loads(done.stdout)
 
     def test_window_shows_the_picture_and_its_screenshot(self):
@@ -174,7 +153,7 @@ class Previews(MovieTest):
 
     def test_a_recording_too_short_for_a_picture_is_said_once(self):
         done = vesk("--capture", "simulated", "preview", "--duration", 1, "--record", self.folder / "movie.mov", check=False,
-                    environment={**self.display.environment, "VESK_SIMULATED_SETUP": "silent simulated:camera"})
+                    environment={**self.environment, "VESK_SIMULATED_SETUP": "silent simulated:camera"})
         self.assertEqual(done.returncode, 1)
         self.assertEqual(len(done.stderr.splitlines()), 1, done.stderr)
         self.assertIn("nothing was recorded", done.stderr)
@@ -206,9 +185,9 @@ class Previews(MovieTest):
         self.assertGreater(reds, 60, "the label is on while it records")
 
     def test_window_cannot_become_smaller_than_a_small_picture(self):
-        environment = {**os.environ, **self.display.environment}
+        environment = {**os.environ, **self.environment}
         for size, least in (("320x240", "320 by 240"), ("640x360", None)):
-            running = Running(self, "preview", "--format", size, "--no-audio", environment=self.display.environment)
+            running = Running(self, "preview", "--format", size, "--no-audio", environment=self.environment)
             window = tool_on(environment, "xdotool", "search", "--sync", "--onlyvisible", "--name", "Simulated Camera").split()[0]
             hints = tool_on(environment, "xprop", "-id", window, "WM_NORMAL_HINTS")
             if least:
@@ -231,20 +210,19 @@ class Previews(MovieTest):
             time.sleep(0.1)
 
     def test_outlives_its_camera(self):
-        camera, microphone = "simulated:camera", "simulated:microphone"
         shot = self.folder / "window.png"
         running = Running(self, "preview", "--format", "avc1:640x360", "--record", "movie.mov", "--screenshot", shot,
-                          environment=self.display.environment)
+                          environment=self.environment)
         self.grows("movie.mov")
-        running.command(f"out {microphone}")
+        running.command(f"out {MICROPHONE}")
         running.next(event="removed", kind="microphone")
-        running.command(f"in {microphone}")
+        running.command(f"in {MICROPHONE}")
         running.next(event="added", kind="microphone")
         self.grows("movie.mov")
-        running.command(f"out {camera}")
+        running.command(f"out {CAMERA}")
         running.next(event="removed", kind="camera")
         self.wait_for_light(False, running)
-        running.command(f"in {camera}")
+        running.command(f"in {CAMERA}")
         running.next(event="added", kind="camera")
         self.wait_for_light(True, running)
         running.program.send_signal(signal.SIGTERM)
@@ -259,8 +237,9 @@ class Previews(MovieTest):
         self.assertGreater(sum(pixel(4, 20)), 400, "the picture is on show again")
 
     def test_keys_take_photos_record_and_quit(self):
-        environment = {**os.environ, **self.display.environment}
-        running = start_vesk("--capture", "simulated", "--json", "--verbose", "preview", "--format", "640x360", cwd=self.folder, env=environment)
+        environment = {**os.environ, **self.environment}
+        running = self.started("--capture", "simulated", "--json", "--verbose", "preview", "--format", "640x360", cwd=self.folder,
+                               env=environment)
         lines = []
         started, finished = threading.Event(), threading.Event()
 
@@ -274,29 +253,22 @@ class Previews(MovieTest):
 
         reader = threading.Thread(target=read)
         reader.start()
-        try:
-            window = tool_on(environment, "xdotool", "search", "--sync", "--onlyvisible", "--name", "Simulated Camera").split()[0]
-            tool_on(environment, "xdotool", "windowfocus", "--sync", window)
-            tool_on(environment, "xdotool", "key", "--window", window, "r")
-            self.assertTrue(started.wait(60), lines)
-            self.grows("vesk-*.mov", more=800_000)  # four seconds of sound: a key picture has come
-            tool_on(environment, "xdotool", "key", "--window", window, "m")
-            tool_on(environment, "xdotool", "key", "--window", window, "space")
-            tool_on(environment, "xdotool", "key", "--window", window, "r")
-            self.assertTrue(finished.wait(60), lines)
-            # The window may go between the key's press and its release, which xdotool takes for a failure;
-            # whether the key was heeded, the program's end tells.
-            subprocess.run(["xdotool", "key", "--window", window, "q"], env=environment, stdin=subprocess.DEVNULL,
-                           capture_output=True, timeout=60)
-            output = running.stdout.read()
-            self.assertEqual(running.wait(60), 0, lines)
-        finally:
-            running.kill()
-            running.wait()
-            reader.join()
-            running.stdout.close()
-            running.stderr.close()
-        result = json.loads(output)
+        self.addCleanup(reader.join)
+        self.addCleanup(running.kill)
+        window = tool_on(environment, "xdotool", "search", "--sync", "--onlyvisible", "--name", "Simulated Camera").split()[0]
+        tool_on(environment, "xdotool", "windowfocus", "--sync", window)
+        tool_on(environment, "xdotool", "key", "--window", window, "r")
+        self.assertTrue(started.wait(60), lines)
+        self.grows("vesk-*.mov", more=800_000)  # four seconds of sound: a key picture has come
+        for key in ("m", "space", "r"):
+            tool_on(environment, "xdotool", "key", "--window", window, key)
+        self.assertTrue(finished.wait(60), lines)
+        # The window may go between the key's press and its release, which xdotool takes for a failure;
+        # whether the key was heeded, the program's end tells.
+        subprocess.run(["xdotool", "key", "--window", window, "q"], env=environment, stdin=subprocess.DEVNULL,
+                       capture_output=True, timeout=60)
+        result = json.loads(running.stdout.read())
+        self.assertEqual(running.wait(60), 0, lines)
         self.assertEqual([len(result["photos"]), len(result["recordings"])], [1, 1])
         photo, movie = self.folder / result["photos"][0], self.folder / result["recordings"][0]["file"]
         self.assertEqual(size_of(photo), (640, 360))

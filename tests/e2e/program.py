@@ -1,5 +1,5 @@
 """Runs vesk and looks at the movies it makes."""
-import hashlib
+import contextlib
 import json
 import os
 import pathlib
@@ -16,6 +16,8 @@ import unittest
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PROGRAM = os.environ.get("VESK_PROGRAM", str(ROOT / "build/dev/apps/vesk"))
 DATA = ROOT / "footage"
+CATALOGUE = ROOT / "tests/unit/catalogue/resolutions.xml"
+CAMERA, PLAIN, MICROPHONE = "simulated:camera", "simulated:camera:plain", "simulated:microphone"
 TIMEOUT = 300
 
 
@@ -30,8 +32,8 @@ def vesk(*arguments, check=True, environment=None, prefix=()):
 
 def start_vesk(*arguments, prefix=(), **options):
     """Starts the program and leaves it running."""
-    return subprocess.Popen([*prefix, PROGRAM, *map(str, arguments)], stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                            stderr=subprocess.PIPE, text=True, **options)
+    streams = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "text": True}
+    return subprocess.Popen([*prefix, PROGRAM, *map(str, arguments)], **{**streams, **options})
 
 
 def tool(*arguments, binary=False):
@@ -133,6 +135,32 @@ def beep_times(movie, loud=2000):
     return found
 
 
+def bytes_in(folder, pattern):
+    """Of all files with such names in a folder and below it, hidden ones included; they may go meanwhile."""
+    total = 0
+    for path in folder.rglob(pattern):
+        with contextlib.suppress(FileNotFoundError):
+            total += path.stat().st_size
+    return total
+
+
+class XServer:
+    """An X server without a screen."""
+
+    def __init__(self, size, *options):
+        reading, writing = os.pipe()
+        self.process = subprocess.Popen(["Xvfb", *options, "-displayfd", str(writing), "-screen", "0", f"{size}x24", "-nolisten", "tcp"],
+                                        pass_fds=[writing], stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                                        stderr=subprocess.DEVNULL)
+        os.close(writing)
+        with os.fdopen(reading) as numbers:
+            self.name = ":" + numbers.readline().strip()
+
+    def close(self):
+        self.process.terminate()
+        self.process.wait()
+
+
 class Running:
     """A program at work: what it tells scripts is read here, and its devices are plugged in and out."""
 
@@ -209,25 +237,25 @@ class MovieTest(unittest.TestCase):
                                 capture_output=True, text=True, timeout=TIMEOUT)
         self.assertEqual((played.returncode, played.stderr), (0, ""))
 
+    def started(self, *arguments, **options):
+        """The program, left running and ended with the test."""
+        program = start_vesk(*arguments, **options)
+
+        def end():
+            program.kill()
+            program.wait()
+            for stream in (program.stdout, program.stderr):
+                if stream:
+                    stream.close()
+        self.addCleanup(end)
+        return program
+
     def grows(self, name, more=20_000):
         """Waits until the movie that is being recorded has become larger by so much."""
-        def size():
-            sizes = []
-            for path in self.folder.rglob(name):
-                try:
-                    sizes.append(path.stat().st_size)
-                except FileNotFoundError:
-                    pass
-            return max(sizes, default=0)
-
-        until = size() + more
-        while size() < until:
+        until = bytes_in(self.folder, name) + more
+        while bytes_in(self.folder, name) < until:
             time.sleep(0.02)
 
     def nothing_left(self, but=()):
         """Nothing lies in the test's folder but the files named, hidden folders included."""
         self.assertEqual(sorted(p.name for p in self.folder.iterdir()), sorted(but))
-
-
-def digest(path):
-    return hashlib.sha256(pathlib.Path(path).read_bytes()).hexdigest()

@@ -4,13 +4,11 @@ import cmath
 import json
 import math
 import os
-import pathlib
 import signal
 import subprocess
-import tempfile
 import unittest
 
-from program import TIMEOUT, probe, sound_bytes, start_vesk, vesk, warnings_of_ffmpeg
+from program import TIMEOUT, MovieTest, probe, sound_bytes, vesk, warnings_of_ffmpeg
 
 SOURCE = ("--capture", "simulated+linux")
 RATE = 48000
@@ -22,13 +20,12 @@ def amplitude(samples, frequency):
     return 2 * abs(total) / len(samples) / 32768
 
 
-class SoundServerTest(unittest.TestCase):
+class SoundServerTest(MovieTest):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-        self.environment = {**os.environ, "HOME": folder.name, "XDG_RUNTIME_DIR": folder.name,
-                            "XDG_CONFIG_HOME": folder.name, "PULSE_SERVER": f"unix:{self.folder}/native"}
+        super().setUp()
+        folder = str(self.folder)
+        self.environment = {**os.environ, "HOME": folder, "XDG_RUNTIME_DIR": folder, "XDG_CONFIG_HOME": folder,
+                            "PULSE_SERVER": f"unix:{folder}/native"}
         self.server = None
         self.start_server()
         self.addCleanup(self.stop_server)
@@ -113,9 +110,7 @@ class SoundServerTest(unittest.TestCase):
         self.listen()
         self.addCleanup(self.server.send_signal, signal.SIGCONT)
         movie = self.folder / "hung.mov"
-        recording = start_vesk(*SOURCE, "record", movie, "--mic", "tone", "--format", "avc1:320x240", env=self.environment)
-        self.addCleanup(recording.wait, TIMEOUT)
-        self.addCleanup(recording.kill)
+        recording = self.started(*SOURCE, "record", movie, "--mic", "tone", "--format", "avc1:320x240", env=self.environment)
         while not self.has_sound(movie):
             self.assertIsNone(recording.poll())
         self.server.send_signal(signal.SIGSTOP)
@@ -128,11 +123,7 @@ class SoundServerTest(unittest.TestCase):
         self.assertEqual(done.stderr.count("The sound server does not answer"), 1)
 
     def test_tells_of_a_server_that_goes_and_comes_back(self):
-        program = start_vesk(*SOURCE, "--json", "devices", "--watch", env=self.environment)
-        self.addCleanup(program.wait, TIMEOUT)
-        self.addCleanup(program.kill)
-        self.addCleanup(program.stdout.close)
-        self.addCleanup(program.stderr.close)
+        program = self.started(*SOURCE, "--json", "devices", "--watch", env=self.environment)
         events = (json.loads(line) for line in program.stdout)
         next(events)  # what is there at first
         self.stop_server()

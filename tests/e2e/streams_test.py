@@ -28,18 +28,7 @@ def full_pipe():
 
 class StreamsTest(MovieTest):
     def start(self, *arguments, source=SOURCE, **options):
-        options = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE, "text": True,
-                   "cwd": self.folder, **options}
-        program = subprocess.Popen([PROGRAM, *source, *map(str, arguments)], **options)
-
-        def end():
-            program.kill()
-            program.wait()
-            for stream in (program.stdout, program.stderr):
-                if stream:
-                    stream.close()
-        self.addCleanup(end)
-        return program
+        return self.started(*source, *arguments, cwd=self.folder, **options)
 
     def line_with(self, stream, words):
         """Reads on to the line that holds the words."""

@@ -1,7 +1,6 @@
 """Uses the desktop program at random: buttons, menus, sliders, keys, clicks, sizes of the window, and devices that come
 and go. One seed makes the same choices, as far as the program is as quick. Afterwards what it left must be whole."""
 import argparse
-import os
 import pathlib
 import random
 import re
@@ -278,13 +277,10 @@ class MonkeyTest(unittest.TestCase):
                                                  for kind in ("video/quicktime", "image/jpeg", "inode/directory")))
 
     def start(self, **options):
-        return CameraProgram(self, **options)
+        return CameraProgram(self, settings={"camera-off-after": "uint32 2"}, **options)
 
     def test_at_random(self):
         arguments = self.arguments
-        settings = self.folder / ".config/glib-2.0/settings"
-        settings.mkdir(parents=True)
-        (settings / "keyfile").write_text("[org/vesk/Camera]\ncamera-off-after=uint32 2\n")
         monkey = Monkey(self, arguments.seed, arguments.pace, arguments.kills)
         begun = time.monotonic()
         try:
