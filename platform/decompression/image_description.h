@@ -29,15 +29,13 @@ class ImageDescription {
   };
   static constexpr Field<uint32_t> kIDSize{0};  ///< bytes of the whole description
   static constexpr Field<uint32_t> kCType{4};   ///< codec
-  static constexpr Field<uint16_t> kDataRefIndex{14};
   static constexpr Field<uint16_t> kVersion{16};
   static constexpr Field<uint16_t> kRevisionLevel{18};
   static constexpr Field<uint32_t> kVendor{20};
   static constexpr Field<uint16_t> kWidth{32};
   static constexpr Field<uint16_t> kHeight{34};
-  static constexpr Field<uint32_t> kHRes{36};  ///< pixels per inch, 16.16 fixed point
-  static constexpr Field<uint32_t> kVRes{40};  ///< pixels per inch, 16.16 fixed point
-  static constexpr Field<uint16_t> kFrameCount{48};
+  static constexpr Field<uint32_t> kHRes{36};    ///< pixels per inch, 16.16 fixed point
+  static constexpr Field<uint32_t> kVRes{40};    ///< pixels per inch, 16.16 fixed point
   static constexpr Field<uint16_t> kDepth{82};   ///< bits a pixel
   static constexpr Field<uint16_t> kClutID{84};  ///< colour table; 0xFFFF for none
   using Name = std::array<uint8_t, 32>;          ///< a count of up to 31 and as many characters

@@ -3,11 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include <vesk/av_device.h>
@@ -34,6 +32,15 @@ struct DeviceTest : testing::Test {
 
   std::shared_ptr<FakeCaptureSource> source = FakeCaptureSource::install();
 };
+
+/// Expects an error of this cause that has the words in its line. A host that words it anew has the name of the line.
+inline void expectError(const Error& error, Cause cause, const std::string& words = "") {
+  EXPECT_EQ(causeName(error.cause), causeName(cause)) << error.what;
+  EXPECT_NE(error.what.find(words), std::string::npos) << error.what;
+  if (error.what.find('"') != std::string::npos) {
+    EXPECT_NE(error.what.find('"' + error.subject + '"'), std::string::npos) << error.what;
+  }
+}
 
 /// Remembers what it received.
 struct Receiver : VeskAVDeviceDelegate {

@@ -10,7 +10,6 @@
 #include <map>
 #include <optional>
 #include <span>
-#include <string>
 #include <utility>
 #include <vector>
 

@@ -8,10 +8,8 @@
 
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <string>
 #include <thread>
 #include <vector>

@@ -133,33 +133,15 @@ class FakeV4L2 : public capture::V4L2Calls {
     return true;
   }
 
-  bool isStreaming(const std::string& name) VESK_EXCLUDES(mMutex) {
-    MutexLock lock(mMutex);
-    return mNodes[name].isStreaming;
-  }
+  bool isStreaming(const std::string& name) { return stateOf(name).isStreaming; }
   /// Whether all failures that were set have happened.
-  bool isCalm(const std::string& name) VESK_EXCLUDES(mMutex) {
-    MutexLock lock(mMutex);
-    return mNodes[name].failures.empty();
-  }
+  bool isCalm(const std::string& name) { return stateOf(name).failures.empty(); }
   /// The interval that the node was set to last; 0/0 before that.
-  v4l2_fract intervalOf(const std::string& name) VESK_EXCLUDES(mMutex) {
-    MutexLock lock(mMutex);
-    return mNodes[name].interval;
-  }
-  size_t buffersOf(const std::string& name) VESK_EXCLUDES(mMutex) {
-    MutexLock lock(mMutex);
-    return mNodes[name].buffers.size();
-  }
-  size_t queuedOf(const std::string& name) VESK_EXCLUDES(mMutex) {
-    MutexLock lock(mMutex);
-    return mNodes[name].queued.size();
-  }
+  v4l2_fract intervalOf(const std::string& name) { return stateOf(name).interval; }
+  size_t buffersOf(const std::string& name) { return stateOf(name).buffers.size(); }
+  size_t queuedOf(const std::string& name) { return stateOf(name).queued.size(); }
   /// How often the node has been set running.
-  size_t startsOf(const std::string& name) VESK_EXCLUDES(mMutex) {
-    MutexLock lock(mMutex);
-    return mNodes[name].starts;
-  }
+  size_t startsOf(const std::string& name) { return stateOf(name).starts; }
   /// Whether `memory` lies in a buffer of the driver's.
   bool isDriverMemory(const std::string& name, const uint8_t* memory) VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
@@ -169,10 +151,7 @@ class FakeV4L2 : public capture::V4L2Calls {
     });
   }
   /// The settings that were made, in order: control and value.
-  std::vector<std::pair<uint32_t, int32_t>> controlsSet(const std::string& name) VESK_EXCLUDES(mMutex) {
-    MutexLock lock(mMutex);
-    return mNodes[name].controls;
-  }
+  std::vector<std::pair<uint32_t, int32_t>> controlsSet(const std::string& name) { return stateOf(name).controls; }
   /// The controls of the node, to look at or to change while no call is under way.
   FakeControls& controlsOf(const std::string& name) VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
@@ -268,6 +247,11 @@ class FakeV4L2 : public capture::V4L2Calls {
     std::vector<std::pair<uint32_t, int32_t>> controls;
     v4l2_fract interval = {};
   };
+
+  State stateOf(const std::string& name) VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    return mNodes[name];
+  }
 
   static void reset(State& node) {
     node.isStreaming = false;

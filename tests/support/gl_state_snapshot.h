@@ -3,7 +3,6 @@
 #include <epoxy/gl.h>
 
 #include <array>
-#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>
@@ -18,41 +17,41 @@ class GLStateSnapshot {
     GLint profile = 0;
     if (!isES) glGetIntegerv(GL_CONTEXT_PROFILE_MASK, &profile);
     const bool isFixed = (profile & GL_CONTEXT_COMPATIBILITY_PROFILE_BIT) != 0;
-    for (const GLenum name : {GL_CURRENT_PROGRAM,
-                              GL_ACTIVE_TEXTURE,
-                              GL_ARRAY_BUFFER_BINDING,
-                              GL_VERTEX_ARRAY_BINDING,
-                              GL_ELEMENT_ARRAY_BUFFER_BINDING,
-                              GL_PIXEL_UNPACK_BUFFER_BINDING,
-                              GL_PIXEL_PACK_BUFFER_BINDING,
-                              GL_DRAW_FRAMEBUFFER_BINDING,
-                              GL_READ_FRAMEBUFFER_BINDING,
-                              GL_RENDERBUFFER_BINDING,
-                              GL_BLEND_SRC_RGB,
-                              GL_BLEND_SRC_ALPHA,
-                              GL_BLEND_DST_RGB,
-                              GL_BLEND_DST_ALPHA,
-                              GL_BLEND_EQUATION_RGB,
-                              GL_BLEND_EQUATION_ALPHA,
-                              GL_DEPTH_FUNC,
-                              GL_DEPTH_WRITEMASK,
-                              GL_STENCIL_WRITEMASK,
-                              GL_STENCIL_BACK_WRITEMASK,
-                              GL_CULL_FACE_MODE,
-                              GL_FRONT_FACE,
-                              GL_UNPACK_ALIGNMENT,
-                              GL_UNPACK_ROW_LENGTH,
-                              GL_UNPACK_SKIP_ROWS,
-                              GL_UNPACK_SKIP_PIXELS,
-                              GL_PACK_ALIGNMENT,
-                              GL_PACK_ROW_LENGTH,
-                              GL_PACK_SKIP_ROWS,
-                              GL_PACK_SKIP_PIXELS})
-      integers(name, 1);
-    integers(GL_VIEWPORT, 4);
-    integers(GL_SCISSOR_BOX, 4);
-    integers(GL_COLOR_WRITEMASK, 4);
-    floats(GL_COLOR_CLEAR_VALUE, 4);
+    static constexpr GLenum kIntegers[] = {GL_CURRENT_PROGRAM,
+                                           GL_ACTIVE_TEXTURE,
+                                           GL_ARRAY_BUFFER_BINDING,
+                                           GL_VERTEX_ARRAY_BINDING,
+                                           GL_ELEMENT_ARRAY_BUFFER_BINDING,
+                                           GL_PIXEL_UNPACK_BUFFER_BINDING,
+                                           GL_PIXEL_PACK_BUFFER_BINDING,
+                                           GL_DRAW_FRAMEBUFFER_BINDING,
+                                           GL_READ_FRAMEBUFFER_BINDING,
+                                           GL_RENDERBUFFER_BINDING,
+                                           GL_BLEND_SRC_RGB,
+                                           GL_BLEND_SRC_ALPHA,
+                                           GL_BLEND_DST_RGB,
+                                           GL_BLEND_DST_ALPHA,
+                                           GL_BLEND_EQUATION_RGB,
+                                           GL_BLEND_EQUATION_ALPHA,
+                                           GL_DEPTH_FUNC,
+                                           GL_DEPTH_WRITEMASK,
+                                           GL_STENCIL_WRITEMASK,
+                                           GL_STENCIL_BACK_WRITEMASK,
+                                           GL_CULL_FACE_MODE,
+                                           GL_FRONT_FACE,
+                                           GL_UNPACK_ALIGNMENT,
+                                           GL_UNPACK_ROW_LENGTH,
+                                           GL_UNPACK_SKIP_ROWS,
+                                           GL_UNPACK_SKIP_PIXELS,
+                                           GL_PACK_ALIGNMENT,
+                                           GL_PACK_ROW_LENGTH,
+                                           GL_PACK_SKIP_ROWS,
+                                           GL_PACK_SKIP_PIXELS,
+                                           GL_VIEWPORT,
+                                           GL_SCISSOR_BOX,
+                                           GL_COLOR_WRITEMASK};
+    for (const GLenum name : kIntegers) integers(name);
+    floats(GL_COLOR_CLEAR_VALUE);
     for (const GLenum name :
          {GL_BLEND, GL_CULL_FACE, GL_DEPTH_TEST, GL_DITHER, GL_SCISSOR_TEST, GL_STENCIL_TEST,
           GL_SAMPLE_ALPHA_TO_COVERAGE, GL_SAMPLE_COVERAGE, GL_POLYGON_OFFSET_FILL, GL_RASTERIZER_DISCARD})
@@ -83,16 +82,16 @@ class GLStateSnapshot {
       add(name, {double(value)});
     }
     if (!isES) {
-      integers(GL_POLYGON_MODE, isFixed ? 2 : 1);
+      integers(GL_POLYGON_MODE);
       for (const GLenum name : {GL_COLOR_LOGIC_OP, GL_FRAMEBUFFER_SRGB, GL_CLIP_DISTANCE0})
         add(name, {static_cast<double>(glIsEnabled(name))});
     }
     if (!isFixed) return;
     for (const GLenum name : {GL_MATRIX_MODE, GL_ATTRIB_STACK_DEPTH, GL_CLIENT_ATTRIB_STACK_DEPTH,
                               GL_CLIENT_ACTIVE_TEXTURE, GL_MODELVIEW_STACK_DEPTH, GL_PROJECTION_STACK_DEPTH})
-      integers(name, 1);
-    floats(GL_CURRENT_COLOR, 4);
-    for (const GLenum name : {GL_PROJECTION_MATRIX, GL_MODELVIEW_MATRIX, GL_TEXTURE_MATRIX}) floats(name, 16);
+      integers(name);
+    for (const GLenum name : {GL_CURRENT_COLOR, GL_PROJECTION_MATRIX, GL_MODELVIEW_MATRIX, GL_TEXTURE_MATRIX})
+      floats(name);
     for (const GLenum name : {GL_ALPHA_TEST, GL_LIGHTING, GL_FOG, GL_VERTEX_ARRAY, GL_TEXTURE_COORD_ARRAY})
       add(name, {static_cast<double>(glIsEnabled(name))});
     GLint mode = 0;
@@ -118,15 +117,16 @@ class GLStateSnapshot {
 
  private:
   void add(GLenum name, std::vector<double> values) { mValues[name] = std::move(values); }
-  void integers(GLenum name, size_t count) {
+  // As many as GL has; the others stay 0.
+  void integers(GLenum name) {
     std::array<GLint, 16> values{};
     glGetIntegerv(name, values.data());
-    add(name, {values.begin(), values.begin() + static_cast<ptrdiff_t>(count)});
+    add(name, {values.begin(), values.end()});
   }
-  void floats(GLenum name, size_t count) {
+  void floats(GLenum name) {
     std::array<GLfloat, 16> values{};
     glGetFloatv(name, values.data());
-    add(name, {values.begin(), values.begin() + static_cast<ptrdiff_t>(count)});
+    add(name, {values.begin(), values.end()});
   }
 
   std::map<GLenum, std::vector<double>> mValues;

@@ -23,7 +23,6 @@ class MemoryFileSystem final : public FileSystem {
   struct Fault {
     int error = 0;                ///< the operation fails with this
     size_t mostBytes = SIZE_MAX;  ///< of a write that succeeds, and of one that fails before it does
-    bool killed = false;          ///< nothing happens from here on, as if the program had been killed
   };
   using FaultPlan = std::function<Fault(Operation operation, size_t number, uint64_t offset, size_t bytes)>;
 
@@ -73,7 +72,6 @@ class MemoryFileSystem final : public FileSystem {
   /// Called with a file's bytes after every operation that changed them.
   void setObserver(std::function<void(const std::vector<uint8_t>& bytes)> observer) { mObserver = std::move(observer); }
 
-  size_t operations() const { return mOperations; }
   /// What a file with what is set aside for it leaves to others.
   uint64_t roomBeside(const std::string& path) const { return roomBeside(*mFiles.at(path)); }
   /// How often somebody wanted space set aside.
@@ -149,7 +147,7 @@ class MemoryFileSystem final : public FileSystem {
       if (offset + total > mOwner.mCapacity && fault.error == 0)
         fault = {ENOSPC, offset < mOwner.mCapacity ? mOwner.mCapacity - offset : 0};
       const size_t size = std::min(total, fault.mostBytes);
-      if (!fault.killed && (fault.error == 0 || fault.mostBytes != SIZE_MAX)) {
+      if (fault.error == 0 || fault.mostBytes != SIZE_MAX) {
         put(vectors, count, offset, size);
         mOwner.observe(*mNode);
       }
@@ -193,7 +191,7 @@ class MemoryFileSystem final : public FileSystem {
     int truncate(uint64_t size) override {
       std::lock_guard lock(mOwner.mMutex);
       const Fault fault = mOwner.nextFault(Operation::kTruncate, size, 0);
-      if (fault.killed || fault.error != 0) return fault.error;
+      if (fault.error != 0) return fault.error;
       mNode->bytes.resize(size);
       if (mOwner.mBeforeOperation) mNode->unsynced.push_back({size, {}, true});
       mOwner.observe(*mNode);

@@ -4,12 +4,23 @@
 #include <epoxy/gl.h>
 
 #include <array>
-#include <string>
 #include <vector>
 
 #include <vesk/host_window.h>
+#include "tests/support/pictures.h"
 
 namespace vesk::test {
+
+/// What is drawn in the current context, from the lower left corner: red, green, blue and alpha of each pixel.
+inline std::vector<uint8_t> drawnPixels(int width, int height, int left = 0, int bottom = 0) {
+  std::vector<uint8_t> pixels(static_cast<size_t>(width) * static_cast<size_t>(height) * 4);
+  glReadPixels(left, bottom, width, height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
+  return pixels;
+}
+inline Colour drawnColour(int x, int y) {
+  const auto pixel = drawnPixels(1, 1, x, y);
+  return {pixel[0], pixel[1], pixel[2]};
+}
 
 /// A window for views without a display: an EGL context of Mesa's software renderer with a surface in
 /// memory, laid out as a window's. Counts what the view asks of it.

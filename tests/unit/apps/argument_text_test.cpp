@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <limits>
-
 #include <vesk/four_char_code.h>
 
 namespace vesk::program {

@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <future>
-#include <thread>
 
 #include <vesk/capture_host.h>
 #include <vesk/four_char_code.h>

@@ -8,8 +8,9 @@
 #include <vesk/four_char_code.h>
 #include <vesk/vci.h>
 #include "capture/interface/usual_bit_rate.h"
-#include "platform/h264/nal_unit.h"
 #include "tests/support/fake_capture_source.h"
+#include "tests/support/frame_recorder.h"
+#include "tests/support/h264_stream.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/meanwhile.h"
 #include "tests/unit/capture/packet_decoder.h"
@@ -101,25 +102,6 @@ double psnr(const Bytes& expected, const uint8_t* actual, int rowBytes, size_t w
   return 10 * std::log10(255 * 255 * static_cast<double>(expected.size()) / std::max(sum, 1.0));
 }
 
-struct Frame {
-  Bytes bytes;
-  int64_t timestamp = 0;
-
-  /// The types of its NAL units, by four-byte start codes.
-  std::vector<int> units() const {
-    std::vector<int> types;
-    for (size_t at = 0; at + 4 < bytes.size(); ++at) {
-      if (bytes[at] == 0 && bytes[at + 1] == 0 && bytes[at + 2] == 0 && bytes[at + 3] == 1)
-        types.push_back(h264::unitType(bytes[at + 4]));
-    }
-    return types;
-  }
-  bool isKey() const {
-    const auto types = units();
-    return std::find(types.begin(), types.end(), h264::kIDRSlice) != types.end();
-  }
-};
-
 void expectLikeness(const AVFrame* picture, const Planes& planes, double least) {
   ASSERT_NE(picture, nullptr);
   ASSERT_EQ(picture->width, kWidth);
@@ -148,15 +130,12 @@ class EncodedCameraTest : public testing::Test {
     EXPECT_EQ(mCamera->setVideoParameters(kAsked), kVCISuccess);
     return mCamera->start(1, std::move(callback));
   }
-  FrameCallback receiver() {
-    return [this](uint8_t* bytes, uint32_t length, int64_t timestamp) {
-      mFrames.add({Bytes(bytes, bytes + length), timestamp});
-    };
-  }
+  FrameCallback receiver() { return mFrames.callback(); }
+  bool isKey(size_t number) { return test::holdsKeyPicture(mFrames.waitFor(number + 1)[number].bytes); }
   EncodingCounts counts() { return dynamic_cast<EncodedCamera&>(*mCamera).counts(); }
 
   test::LogRecorder mLog;
-  test::Recorder<Frame> mFrames;
+  test::FrameRecorder mFrames;
   FakeCaptureSource mSource;
   std::shared_ptr<test::FakeDevice> mFake;
   std::unique_ptr<CaptureDevice> mCamera;
@@ -207,18 +186,17 @@ TEST_F(EncodedCameraTest, OffersTheRatesOfAllInputsAndTakesTheOneThatHasTheRate)
   EXPECT_EQ(formats[2].sizes[1].width, 1280);
   EXPECT_EQ(formats[2].sizes[1].intervals, (std::vector<uint32_t>{333333, 666666, 1000000}));
 
-  struct Case {
+  const struct {
     VideoParameters asked;
     uint32_t codec;
     uint32_t interval;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {{kH264, 640, 480, 1, 30, 1}, kRaw, 333333},    {{kH264, 640, 480, 1, 20, 1}, kRaw, 400000},
       {{kH264, 640, 480, 1, 60, 1}, kJPEG, 166667},   {{kH264, 1280, 720, 333333, 10'000'000, 1}, kJPEG, 333333},
       {{kH264, 1280, 720, 1, 15, 1}, kRaw, 666666},   {{kH264, 1280, 720, 1, 5, 1}, kRaw, 1000000},
       {{kH264, 1920, 1080, 1, 60, 1}, kJPEG, 333333},
   };
-  for (const Case& each : cases) {
+  for (const auto& each : cases) {
     EXPECT_EQ(mCamera->setVideoParameters(each.asked), kVCISuccess);
     const VideoParameters& set = mFake->videoParameters.back();
     EXPECT_EQ(set.codec, each.codec);
@@ -253,14 +231,13 @@ TEST_F(EncodedCameraTest, EncodesRawPicturesAsTheyLook) {
   for (int number = 0; number < 12; ++number) {
     CameraPicture raw = makeRaw(number);
     mFake->deliver(raw.bytes, 1'000'000 + number * kInterval);
-    const Frame frame = mFrames.waitFor(static_cast<size_t>(number) + 1).back();
+    const auto frame = mFrames.waitFor(static_cast<size_t>(number) + 1).back();
     EXPECT_EQ(frame.timestamp, 1'000'000 + number * kInterval);
-    EXPECT_EQ(frame.isKey(), number == 0);
+    EXPECT_EQ(test::holdsKeyPicture(frame.bytes), number == 0);
     expectLikeness(decoder.decode(frame.bytes), raw.planes, 60);
   }
-  const auto units = mFrames.items()[0].units();
-  EXPECT_EQ(units[0], h264::kSequenceParameterSet);
-  EXPECT_EQ(units[1], h264::kPictureParameterSet);
+  const auto units = test::unitTypesOf(mFrames.items()[0].bytes);
+  EXPECT_TRUE(units[0] == 7 && units[1] == 8) << "parameter sets";
   Bytes cut(size_t{kWidth} * kHeight * 2 - 1);
   mFake->deliver(cut, 5'000'000);
   EXPECT_EQ(mCamera->stop(1), kVCISuccess);
@@ -320,17 +297,16 @@ Bytes noise(uint32_t seed) {
 }
 
 TEST_F(EncodedCameraTest, SpendsTheBitsThatSuitTheRateUnlessANumberIsAskedFor) {
-  struct Case {
+  const struct {
     const char* label;
     uint32_t asked, given;  ///< frames a second
     uint32_t bitRate, expected;
-  };
-  const Case cases[] = {
+  } cases[] = {
       {"30, as ever", 30, 30, 512'000, 512'000}, {"15", 15, 15, 320'000, 320'000},
       {"60", 60, 60, 896'000, 896'000},          {"30 of a camera that has 15", 30, 15, 512'000, 320'000},
       {"none asked for", 15, 15, 0, 320'000},    {"a number", 30, 15, 700'000, 700'000},
   };
-  for (const Case& each : cases) {
+  for (const auto& each : cases) {
     SCOPED_TRACE(each.label);
     offer({{kRaw, {{kWidth, kHeight, {10'000'000 / each.given}}}}});
     ASSERT_EQ(mCamera->setVideoParameters({kH264, kWidth, kHeight, 1, each.asked, each.bitRate}), kVCISuccess);
@@ -379,8 +355,7 @@ TEST_F(EncodedCameraTest, MakesKeyPicturesByTheClockWhenTheCameraIsSlow) {
   std::vector<int64_t> keys;
   for (size_t number = 0; number < 40; ++number) {
     mFake->deliver(raw.bytes, static_cast<int64_t>(number) * 150'000);
-    const Frame frame = mFrames.waitFor(number + 1).back();
-    if (frame.isKey()) keys.push_back(frame.timestamp);
+    if (isKey(number)) keys.push_back(mFrames.items().back().timestamp);
   }
   ASSERT_GE(keys.size(), 3u);
   for (size_t at = 1; at < keys.size(); ++at) EXPECT_LE(keys[at] - keys[at - 1], 2'000'000);
@@ -393,7 +368,7 @@ TEST_F(EncodedCameraTest, MakesAKeyPictureWhenAsked) {
   for (size_t number = 0; number < 12; ++number) {
     if (number == 5) mCamera->requestKeyFrame();
     mFake->deliver(raw.bytes, static_cast<int64_t>(number) * kInterval);
-    EXPECT_EQ(mFrames.waitFor(number + 1).back().isKey(), number == 0 || number == 5) << number;
+    EXPECT_EQ(isKey(number), number == 0 || number == 5) << number;
   }
 }
 
@@ -415,7 +390,7 @@ TEST_F(EncodedCameraTest, LeavesOutOldPicturesWhenTheReceiverIsSlow) {
   mCamera->stop(1);
   std::vector<int64_t> stamps;
   stamps.reserve(frames.size());
-  for (const Frame& frame : frames) stamps.push_back(frame.timestamp);
+  for (const auto& frame : frames) stamps.push_back(frame.timestamp);
   EXPECT_EQ(stamps, (std::vector<int64_t>{0, 17, 18, 19}));
   EXPECT_EQ(counts().late, 16u);
   const auto lines = mLog.items();

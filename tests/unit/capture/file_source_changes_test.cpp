@@ -5,14 +5,10 @@
 #include <algorithm>
 
 #include "capture/files/jpeg_size.h"
-#include "tests/support/temporary_folder.h"
 #include "tests/unit/capture/file_source_support.h"
 
 namespace vesk::capture::test {
 namespace {
-
-using vesk::test::contentOf;
-using vesk::test::TemporaryFolder;
 
 TEST(FootageChanges, StreamsThatKeepToOneSetOfEachKindStandAsTheyAre) {
   constexpr uint32_t kAVC = kCMVideoCodecType_H264;

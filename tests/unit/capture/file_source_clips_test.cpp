@@ -8,12 +8,11 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <numeric>
 #include <sstream>
 
 #include <vesk/four_char_code.h>
 #include "capture/files/movie_index.h"
-#include "tests/support/temporary_folder.h"
+#include "platform/foundation/byte_reader.h"
 #include "tests/unit/capture/file_source_support.h"
 
 namespace vesk::capture::test {
@@ -61,15 +60,15 @@ void expectRisingTimes(const std::vector<Unit>& units) {
 void expectAccessUnits(const std::vector<Unit>& units) {
   for (size_t at = 0; at < units.size(); ++at) {
     const auto& unit = units[at].bytes;
-    const auto nals = nalsOf(unit);
+    const auto nals = vesk::test::unitsOf(unit);
     ASSERT_FALSE(nals.empty()) << "unit " << at;
-    ASSERT_EQ(nals.front().data(), unit.data() + 4) << "unit " << at << " begins with something else";
+    ASSERT_EQ(readBigEndian32(unit.data()), 1U) << "unit " << at << " begins with something else";
     bool hasSequence = false;
     bool hasPicture = false;
-    for (const auto nal : nals) {
+    for (const Bytes& nal : nals) {
       ASSERT_FALSE(nal.empty()) << "unit " << at;
       ASSERT_NE(nal.back(), 0) << "unit " << at << " holds trailing zeros";
-      ASSERT_FALSE(holdsThreeByteCode(nal)) << "unit " << at;
+      ASSERT_FALSE(vesk::test::holdsThreeByteCode(nal)) << "unit " << at;
       hasSequence |= (nal[0] & 0x1F) == 7;
       hasPicture |= (nal[0] & 0x1F) == 8;
       if ((nal[0] & 0x1F) == 5) {
@@ -93,7 +92,7 @@ void expectTimesAsInMovie(const std::vector<Unit>& units, const std::vector<doub
 
 /// Raw pictures have no container that libav could open by itself: the file is what they are.
 Original rawPictures(const std::string& path, size_t frameBytes) {
-  const std::string content = vesk::test::contentOf(path);
+  const std::string content = contentOf(path);
   Original original;
   for (size_t at = 0; at + frameBytes <= content.size(); at += frameBytes) {
     original.packets.emplace_back(content.begin() + at, content.begin() + at + frameBytes);
@@ -181,8 +180,8 @@ TEST(MovieIndex, TellsAllOnlyOfPlainTracks) {
   EXPECT_FALSE(isWhole(dataPath("street-mjpeg.avi"), 1));
 
   // Each of these atoms makes its track one that the index does not tell all of.
-  const vesk::test::TemporaryFolder folder;
-  const std::string content = vesk::test::contentOf(street);
+  const TemporaryFolder folder;
+  const std::string content = contentOf(street);
   for (const auto& [from, to] : {std::pair("stss", "ctts"), std::pair("udta", "mvex"), std::pair("dinf", "free")}) {
     std::string changed = content;
     const size_t at = changed.find(from, changed.find("moov"));

@@ -9,8 +9,8 @@
 
 #include <vesk/vci.h>
 #include "capture/files/file_source.h"
+#include "tests/support/frame_recorder.h"
 #include "tests/support/log_recorder.h"
-#include "tests/support/temporary_folder.h"
 #include "tests/unit/capture/file_source_support.h"
 
 namespace {
@@ -28,11 +28,11 @@ extern "C" int socket(int domain, int type, int protocol) noexcept {
 namespace vesk::capture::test {
 namespace {
 
-using vesk::test::contentOf;
+using vesk::test::FrameRecorder;
 using vesk::test::Gate;
 using vesk::test::LogRecorder;
 using vesk::test::Recorder;
-using vesk::test::TemporaryFolder;
+using vesk::test::timesInto;
 
 class FileDevices : public ::testing::Test {
  protected:
@@ -114,8 +114,8 @@ TEST_F(FileDevices, PlayTogetherToTheEnd) {
   transport.hold();
   Recorder<int64_t> pictures;
   Recorder<int64_t> packets;
-  EXPECT_EQ(camera->start(1, [&](uint8_t*, uint32_t, int64_t time) { pictures.add(time); }), kVCISuccess);
-  EXPECT_EQ(microphone->start(0, [&](uint8_t*, uint32_t, int64_t time) { packets.add(time); }), kVCISuccess);
+  EXPECT_EQ(camera->start(1, timesInto(pictures)), kVCISuccess);
+  EXPECT_EQ(microphone->start(0, timesInto(packets)), kVCISuccess);
   transport.release();
   ended.wait();
   ASSERT_EQ(pictures.items().size(), 90u);
@@ -128,18 +128,17 @@ TEST_F(FileDevices, AreInUseByOneHolderAtATime) {
   const auto source = open(dataPath("MIDR_MW_D.264"), true);
   auto first = device(*source, DeviceKind::kVideo);
   const auto second = device(*source, DeviceKind::kVideo);
-  Recorder<uint32_t> frames;
-  const auto count = [&](uint8_t*, uint32_t length, int64_t) { frames.add(length); };
-  EXPECT_EQ(first->start(1, count), kVCISuccess);
-  EXPECT_EQ(first->start(1, count), kVCISuccess) << "running already";
-  EXPECT_EQ(second->start(1, count), kVCIBusy);
+  FrameRecorder frames;
+  EXPECT_EQ(first->start(1, frames.callback()), kVCISuccess);
+  EXPECT_EQ(first->start(1, frames.callback()), kVCISuccess) << "running already";
+  EXPECT_EQ(second->start(1, frames.callback()), kVCIBusy);
   frames.waitFor(250);  // well into the loop
   first.reset();
   const size_t atStop = frames.items().size();
-  EXPECT_EQ(second->start(1, count), kVCISuccess);
+  EXPECT_EQ(second->start(1, frames.callback()), kVCISuccess);
   frames.waitFor(atStop + 1);
   EXPECT_EQ(second->stop(1), kVCISuccess);
-  EXPECT_EQ(frames.items()[atStop], frames.items()[0]) << "begins with the footage's first picture again";
+  EXPECT_EQ(frames.items()[atStop].bytes, frames.items()[0].bytes) << "begins with the footage's first picture again";
 }
 
 TEST_F(FileDevices, MayBeStoppedFromInsideTheirCallback) {
@@ -283,8 +282,8 @@ TEST_F(FileDevices, LogDamageOnceAndDeliverWhatIsThere) {
   LogRecorder log;
   const auto source = open(path, true);
   const auto camera = device(*source, DeviceKind::kVideo);
-  Recorder<int> frames;
-  camera->start(0, [&](uint8_t*, uint32_t, int64_t) { frames.add(0); });
+  FrameRecorder frames;
+  camera->start(0, frames.callback());
   frames.waitFor(20);  // several times round
   camera->stop(0);
   ASSERT_EQ(log.items().size(), 1u);

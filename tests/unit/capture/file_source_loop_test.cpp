@@ -4,14 +4,11 @@
 
 #include "capture/files/file_source.h"
 #include "capture/files/track_stream.h"
-#include "tests/support/recorder.h"
-#include "tests/support/temporary_folder.h"
+#include "tests/support/frame_recorder.h"
 #include "tests/unit/capture/file_source_support.h"
 
 namespace vesk::capture::test {
 namespace {
-
-using vesk::test::TemporaryFolder;
 
 /// What a stream delivers: its first `count` units, or all when it ends before.
 std::vector<Unit> played(std::unique_ptr<UnitReader> reader, const std::optional<Loop>& loop, size_t count,
@@ -189,8 +186,8 @@ TEST(FileLoop, LeavesNoHoleInThePictures) {
     vesk::test::Recorder<int64_t> pictures;
     vesk::test::Recorder<int64_t> packets;
     transport.hold();
-    camera->start(1, [&](uint8_t*, uint32_t, int64_t time) { pictures.add(time); });
-    microphone->start(0, [&](uint8_t*, uint32_t, int64_t time) { packets.add(time); });
+    camera->start(1, vesk::test::timesInto(pictures));
+    microphone->start(0, vesk::test::timesInto(packets));
     transport.release();
     const auto times = pictures.waitFor(300);
     camera->stop(1);

@@ -2,10 +2,8 @@
 
 #include <cmath>
 #include <cstdint>
-#include <cstdlib>
 #include <functional>
 #include <memory>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -14,7 +12,7 @@
 #include <vesk/four_char_code.h>
 #include "capture/files/footage.h"
 #include "tests/support/av_clip.h"
-#include "tests/support/bytes.h"
+#include "tests/support/h264_stream.h"
 
 namespace vesk::capture::test {
 
@@ -23,9 +21,11 @@ using vesk::test::bestTrack;
 using vesk::test::Bytes;
 using vesk::test::bytes;
 using vesk::test::ClipDecoder;
+using vesk::test::contentOf;
 using vesk::test::forEachPacket;
 using vesk::test::openClip;
 using vesk::test::samplesOf;
+using vesk::test::TemporaryFolder;
 
 inline std::string dataPath(const std::string& name) {
   return std::string(VESK_TEST_DATA) + "/" + name;
@@ -145,27 +145,6 @@ inline std::vector<uint64_t> decodeUnits(const std::vector<Unit>& units, AVCodec
   }
   decoder.decode(nullptr, take);
   return pictures;
-}
-
-/// The NAL units of an Annex B access unit, cut at four-byte start codes only.
-inline std::vector<std::span<const uint8_t>> nalsOf(std::span<const uint8_t> unit) {
-  std::vector<size_t> codes;
-  for (size_t at = 0; at + 4 <= unit.size(); ++at) {
-    if (unit[at] == 0 && unit[at + 1] == 0 && unit[at + 2] == 0 && unit[at + 3] == 1) codes.push_back(at);
-  }
-  std::vector<std::span<const uint8_t>> nals;
-  for (size_t number = 0; number < codes.size(); ++number) {
-    const size_t end = number + 1 < codes.size() ? codes[number + 1] : unit.size();
-    nals.push_back(unit.subspan(codes[number] + 4, end - codes[number] - 4));
-  }
-  return nals;
-}
-
-inline bool holdsThreeByteCode(std::span<const uint8_t> nal) {
-  for (size_t at = 0; at + 3 <= nal.size(); ++at) {
-    if (nal[at] == 0 && nal[at + 1] == 0 && nal[at + 2] == 1) return true;
-  }
-  return false;
 }
 
 }  // namespace vesk::capture::test

@@ -1,15 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "capture/files/pcm_chunker.h"
-#include "tests/support/temporary_folder.h"
 #include "tests/unit/capture/file_source_support.h"
 
 namespace vesk::capture::test {
 namespace {
-
-using vesk::test::TemporaryFolder;
 
 constexpr int64_t kAacPacket44100 = 23220;  // 1024 frames in microseconds
 
@@ -85,8 +80,7 @@ TEST(FileTiming, ALateJoinerBeginsAtTheNextKeyPictureAndAtTheNextSound) {
   const auto late = unitsFrom(*videoReader(*clip, kCMVideoCodecType_H264), 500000);
   ASSERT_FALSE(late.empty());
   EXPECT_GE(late.front().time, 500000);
-  const auto nals = nalsOf(late.front().bytes);
-  EXPECT_TRUE(std::any_of(nals.begin(), nals.end(), [](auto nal) { return (nal[0] & 0x1F) == 5; }));
+  EXPECT_TRUE(vesk::test::holdsKeyPicture(late.front().bytes));
   EXPECT_EQ(decodeUnits(late, AV_CODEC_ID_H264).size(), late.size());
   EXPECT_EQ(late.back().bytes, all.back().bytes);
   EXPECT_EQ(late.back().time, all.back().time);

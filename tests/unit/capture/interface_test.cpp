@@ -141,12 +141,11 @@ TEST_F(InterfaceTest, CutsLongTextsBeforeACharacterThatDoesNotFitAndOpensByTheCu
 }
 
 TEST(WideText, ReplacesWhatIsNoUtf8) {
-  struct Row {
+  const struct {
     const char* label;
     std::string text;
     std::u16string expected;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"plain", "caf\xC3\xA9", u"caf\u00E9"},
       {"two units", "\xF0\x9F\x8E\xA5", u"\U0001F3A5"},
       {"lone continuation", "a\x80z", u"a\uFFFDz"},
@@ -155,7 +154,7 @@ TEST(WideText, ReplacesWhatIsNoUtf8) {
       {"surrogate", "\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD"},
       {"beyond the last", "\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD"},
   };
-  for (const Row& row : rows) EXPECT_EQ(toUtf16(row.text), row.expected) << row.label;
+  for (const auto& row : rows) EXPECT_EQ(toUtf16(row.text), row.expected) << row.label;
 }
 
 TEST_F(InterfaceTest, TellsPathsApartThatAreNotUtf8AndOpensThem) {
@@ -201,12 +200,11 @@ TEST_F(InterfaceTest, RefusesBadArguments) {
   camera->refusesToOpen = true;
   EXPECT_EQ(VCI_Open_Device(u"camera"), nullptr);
 
-  struct Row {
+  const struct {
     const char* label;
     int32_t answer;
     int32_t expected;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"sizes of no format", VCI_Enum_Frame_Sizes(video, nullptr, nullptr, nullptr, &count), kVCIInvalidArgument},
       {"sizes of an unknown format", VCI_Enum_Frame_Sizes(video, &unknown, nullptr, nullptr, &count),
        kVCIInvalidArgument},
@@ -252,7 +250,7 @@ TEST_F(InterfaceTest, RefusesBadArguments) {
       {"closing nothing", VCI_Close_Device(nullptr), kVCIInvalidHandle},
       {"intervals of a size", VCI_Enum_Frame_Intervals(video, &avc1, &size, nullptr, nullptr, &count), kVCIMoreData},
   };
-  for (const Row& row : rows) EXPECT_EQ(row.answer, row.expected) << row.label;
+  for (const auto& row : rows) EXPECT_EQ(row.answer, row.expected) << row.label;
 
   camera->parametersStatus = 5;
   EXPECT_EQ(VCI_Set_Capture_Parameters(video, &good), 5) << "what the source answers is passed on";

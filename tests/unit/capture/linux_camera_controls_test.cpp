@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <array>
 #include <filesystem>
 
 #include <vesk/vci.h>
@@ -110,14 +109,13 @@ class LinuxCameraControls : public testing::Test {
 };
 
 TEST_F(LinuxCameraControls, ReadAndWriteNumbersInThePropertysOwnFormat) {
-  struct Row {
+  const struct {
     const PropertySetIdentifier& set;
     uint32_t number;
     Bytes initial, minimum, maximum;  ///< minimum and maximum empty: not reported
     Bytes value;
     Settings made;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {kImageControlSet, kBrightness, {0, 0}, {0xC0, 0xFF}, {64, 0}, {0xFE, 0xFF}, {{V4L2_CID_BRIGHTNESS, -2}}},
       {kImageControlSet, kContrast, {32, 0}, {0, 0}, {0xFF, 0xFF}, {0, 0x90}, {{V4L2_CID_CONTRAST, 0x9000}}},
       // A driver's range that does not fit the property is cut.
@@ -141,7 +139,7 @@ TEST_F(LinuxCameraControls, ReadAndWriteNumbersInThePropertysOwnFormat) {
        longs({-3600, 1}),
        {{V4L2_CID_PAN_ABSOLUTE, -3600}, {V4L2_CID_TILT_ABSOLUTE, 1}}},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     const std::string label = "property " + std::to_string(row.number);
     EXPECT_EQ(get(row.set, row.number), row.initial) << label;
     EXPECT_EQ(get(row.set, row.number, kRequestDefault), row.initial) << label;
@@ -162,22 +160,21 @@ TEST_F(LinuxCameraControls, ReadAndWriteNumbersInThePropertysOwnFormat) {
 }
 
 TEST_F(LinuxCameraControls, ExposureModesAreThoseThatTheCameraHas) {
-  struct Row {
+  constexpr struct {
     uint32_t choices;
     uint8_t mode;
     std::optional<int32_t> choice;  ///< none: refused
-  };
-  constexpr Row kRows[] = {{kAllModes, 1, V4L2_EXPOSURE_MANUAL},
-                           {kAllModes, 2, V4L2_EXPOSURE_AUTO},
-                           {kAllModes, 4, V4L2_EXPOSURE_SHUTTER_PRIORITY},
-                           {kAllModes, 8, V4L2_EXPOSURE_APERTURE_PRIORITY},
-                           {kAllModes, 3, std::nullopt},
-                           {0b1010, 4, std::nullopt},
-                           {0b0011, 8, V4L2_EXPOSURE_AUTO},
-                           {0b0011, 1, V4L2_EXPOSURE_MANUAL}};
+  } kRows[] = {{kAllModes, 1, V4L2_EXPOSURE_MANUAL},
+               {kAllModes, 2, V4L2_EXPOSURE_AUTO},
+               {kAllModes, 4, V4L2_EXPOSURE_SHUTTER_PRIORITY},
+               {kAllModes, 8, V4L2_EXPOSURE_APERTURE_PRIORITY},
+               {kAllModes, 3, std::nullopt},
+               {0b1010, 4, std::nullopt},
+               {0b0011, 8, V4L2_EXPOSURE_AUTO},
+               {0b0011, 1, V4L2_EXPOSURE_MANUAL}};
   FakeControls::Control& control = controls().controls[7];
   ASSERT_EQ(control.id, uint32_t{V4L2_CID_EXPOSURE_AUTO});
-  for (const Row& row : kRows) {
+  for (const auto& row : kRows) {
     control.choices = row.choices;
     control.current = V4L2_EXPOSURE_MANUAL;
     EXPECT_EQ(set(kCameraControlSet, kAutoExposureMode, {row.mode}), row.choice ? kVCISuccess : kVCIInvalidArgument)
@@ -189,14 +186,13 @@ TEST_F(LinuxCameraControls, ExposureModesAreThoseThatTheCameraHas) {
 }
 
 TEST_F(LinuxCameraControls, RefuseWhatCannotBeSetAndChangeNothing) {
-  struct Row {
+  const struct {
     const char* label;
     const PropertySetIdentifier& set;
     uint32_t number;
     Bytes value;
     int32_t status;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"below", kImageControlSet, kBrightness, {0x9C, 0xFF}, kVCIInvalidArgument},
       {"above", kImageControlSet, kBrightness, {65, 0}, kVCIInvalidArgument},
       {"no switch", kMirrorSet, kMirror, {2}, kVCIInvalidArgument},
@@ -208,7 +204,7 @@ TEST_F(LinuxCameraControls, RefuseWhatCannotBeSetAndChangeNothing) {
       {"disabled", kImageControlSet, kSharpness, {1, 0}, kVCIPropertyNotSupported},
       {"no such set", kSunTrimSet, kSunTrim, {1}, kVCIPropertyNotSupported},
   };
-  for (const Row& row : rows) EXPECT_EQ(set(row.set, row.number, row.value), row.status) << row.label;
+  for (const auto& row : rows) EXPECT_EQ(set(row.set, row.number, row.value), row.status) << row.label;
   controls().controls[7].current = V4L2_EXPOSURE_MANUAL;
   EXPECT_EQ(set(kCameraControlSet, kExposure, {0, 0, 0, 0x80}), kVCIInvalidArgument) << "not below";
   EXPECT_TRUE(controls(kFirst).settings.empty());
@@ -219,24 +215,23 @@ TEST_F(LinuxCameraControls, RefuseWhatCannotBeSetAndChangeNothing) {
 }
 
 TEST_F(LinuxCameraControls, ReportWhatADriversErrorMeans) {
-  struct Row {
+  constexpr struct {
     unsigned long request;
     int error;
     int32_t status;
-  };
-  constexpr Row kRows[] = {{VIDIOC_S_EXT_CTRLS, EACCES, kVCIFailed},
-                           {VIDIOC_S_EXT_CTRLS, EIO, kVCIFailed},
-                           {VIDIOC_S_EXT_CTRLS, EBUSY, kVCIBusy},
-                           {VIDIOC_S_EXT_CTRLS, ERANGE, kVCIInvalidArgument},
-                           {VIDIOC_S_EXT_CTRLS, EILSEQ, kVCIFailed},
-                           {VIDIOC_S_EXT_CTRLS, EPROTO, kVCIFailed},
-                           {VIDIOC_S_EXT_CTRLS, EPIPE, kVCIFailed},
-                           {VIDIOC_G_EXT_CTRLS, EPIPE, kVCIFailed},
-                           {VIDIOC_G_EXT_CTRLS, ETIMEDOUT, kVCIFailed},  // once
-                           // A camera that fails to answer is not one that lacks the control.
-                           {VIDIOC_QUERY_EXT_CTRL, EIO, kVCIFailed},
-                           {VIDIOC_QUERY_EXT_CTRL, ENOTTY, kVCIPropertyNotSupported}};
-  for (const Row& row : kRows) {
+  } kRows[] = {{VIDIOC_S_EXT_CTRLS, EACCES, kVCIFailed},
+               {VIDIOC_S_EXT_CTRLS, EIO, kVCIFailed},
+               {VIDIOC_S_EXT_CTRLS, EBUSY, kVCIBusy},
+               {VIDIOC_S_EXT_CTRLS, ERANGE, kVCIInvalidArgument},
+               {VIDIOC_S_EXT_CTRLS, EILSEQ, kVCIFailed},
+               {VIDIOC_S_EXT_CTRLS, EPROTO, kVCIFailed},
+               {VIDIOC_S_EXT_CTRLS, EPIPE, kVCIFailed},
+               {VIDIOC_G_EXT_CTRLS, EPIPE, kVCIFailed},
+               {VIDIOC_G_EXT_CTRLS, ETIMEDOUT, kVCIFailed},  // once
+               // A camera that fails to answer is not one that lacks the control.
+               {VIDIOC_QUERY_EXT_CTRL, EIO, kVCIFailed},
+               {VIDIOC_QUERY_EXT_CTRL, ENOTTY, kVCIPropertyNotSupported}};
+  for (const auto& row : kRows) {
     mCalls->failNext(kFirst, row.request, row.error);
     const bool isSetting = row.request == VIDIOC_S_EXT_CTRLS;
     const int32_t status =
@@ -321,16 +316,15 @@ TEST_F(LinuxCameraControls, HeadsTurnByTheirOwnSpeedOrStep) {
 }
 
 TEST_F(LinuxCameraControls, NudgesGoAtTheHeadsOwnSpeedAsFarAsItGoesThatWay) {
-  struct Row {
+  constexpr struct {
     const char* label;
     int64_t minimum, maximum, usual;
     int32_t there, back;
-  };
-  constexpr Row kRows[] = {{"the slowest reported as the minimum", -1, 7, 4, 4, -1},
-                           {"both ways", -8, 8, 4, 4, -4},
-                           {"a default that it does not reach", -3, 3, 5, 3, -3},
-                           {"no default", -5, 5, 0, 5, -5}};
-  for (const Row& row : kRows) {
+  } kRows[] = {{"the slowest reported as the minimum", -1, 7, 4, 4, -1},
+               {"both ways", -8, 8, 4, 4, -4},
+               {"a default that it does not reach", -3, 3, 5, 3, -3},
+               {"no default", -5, 5, 0, 5, -5}};
+  for (const auto& row : kRows) {
     auto& pan = controls(kSecond).controls[0];
     ASSERT_EQ(pan.id, uint32_t{V4L2_CID_PAN_SPEED});
     pan = {V4L2_CID_PAN_SPEED, row.minimum, row.maximum, row.usual};
@@ -457,22 +451,21 @@ TEST(ExtensionUnits, AreFoundInWholeDescriptorsOnly) {
     EXPECT_EQ(parseExtensionUnits(cut, 0).size(), length >= kUnitAt + kUnitLength ? 1u : 0u) << length;
   }
 
-  struct Row {
+  const struct {
     size_t at;
     uint8_t value;
-    std::vector<uint32_t> selectors;  ///< empty: no unit is found
-  };
-  const Row rows[] = {{0, 0, {}},                             // a descriptor that never ends
-                      {0, 255, {}},                           // or reaches far behind the end
-                      {kUnitAt, 22, {}},                      // too short for its sources
-                      {kUnitAt + 1, 0x25, {}},                // of another class
-                      {kUnitAt + 21, 4, {}},                  // more sources than there is room for
-                      {kUnitAt + 21, 255, {}},                //
-                      {kUnitAt + 21, 0, {1, 9, 10, 11, 12}},  // none, so that the next byte is the mask's length
-                      {kUnitAt + 23, 3, {}},                  // a mask that is not whole
-                      {kUnitAt + 24, 0x81, {1, 8}},
-                      {18 + 9 + 8 + 5, 0xFF, {}}};  // an interface that is no camera's
-  for (const Row& row : rows) {
+    std::vector<uint32_t> selectors;                  ///< empty: no unit is found
+  } rows[] = {{0, 0, {}},                             // a descriptor that never ends
+              {0, 255, {}},                           // or reaches far behind the end
+              {kUnitAt, 22, {}},                      // too short for its sources
+              {kUnitAt + 1, 0x25, {}},                // of another class
+              {kUnitAt + 21, 4, {}},                  // more sources than there is room for
+              {kUnitAt + 21, 255, {}},                //
+              {kUnitAt + 21, 0, {1, 9, 10, 11, 12}},  // none, so that the next byte is the mask's length
+              {kUnitAt + 23, 3, {}},                  // a mask that is not whole
+              {kUnitAt + 24, 0x81, {1, 8}},
+              {18 + 9 + 8 + 5, 0xFF, {}}};  // an interface that is no camera's
+  for (const auto& row : rows) {
     Bytes bytes(all.begin(), all.end());
     bytes[row.at] = row.value;
     const auto found = parseExtensionUnits(bytes, 0);

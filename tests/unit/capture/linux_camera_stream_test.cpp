@@ -9,6 +9,7 @@
 #include "capture/encoding/encoded_camera.h"
 #include "capture/linux/cameras/linux_camera.h"
 #include "tests/support/fake_v4l2.h"
+#include "tests/support/frame_recorder.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/meanwhile.h"
 
@@ -23,12 +24,6 @@ constexpr const char* kNode = "/dev/video0";
 constexpr VideoParameters kJPEG = {kCMVideoCodecType_MotionJPEG, 640, 480, 1, 30, 0};
 constexpr VideoParameters kRaw = {kCMPixelFormat_422YpCbCr8, 64, 48, 1, 30, 0};
 constexpr VideoParameters kH264 = {kCMVideoCodecType_H264, 640, 480, 1, 30, 3'000'000};
-
-struct Frame {
-  Bytes bytes;
-  int64_t timestamp;
-  bool isDrivers;  ///< given in the driver's own memory
-};
 
 FakeV4L2::Picture jpeg(uint8_t number) {
   return {{0xFF, 0xD8, number, 0xFF, 0xD9}};
@@ -55,11 +50,9 @@ class LinuxCameraStream : public testing::Test {
     EXPECT_NE(node, nullptr);
     return std::make_unique<LinuxCamera>("Test Camera", std::vector{node});
   }
-  FrameCallback receiver() {
-    return [this](uint8_t* bytes, uint32_t length, int64_t timestamp) {
-      mFrames.add({Bytes(bytes, bytes + length), timestamp, mCalls->isDriverMemory(kNode, bytes)});
-    };
-  }
+  FrameCallback receiver() { return mFrames.callback(); }
+  /// Whether a frame was given in the driver's own memory; while the camera runs.
+  bool isDrivers(const test::RecordedFrame& frame) { return mCalls->isDriverMemory(kNode, frame.memory); }
   int32_t start(const VideoParameters& parameters) {
     EXPECT_EQ(mCamera->setVideoParameters(parameters), kVCISuccess);
     return mCamera->start(0, receiver());
@@ -68,7 +61,7 @@ class LinuxCameraStream : public testing::Test {
   /// The third byte of each JPEG picture.
   std::vector<int> numbers() {
     std::vector<int> numbers;
-    for (const Frame& frame : mFrames.items()) numbers.push_back(frame.bytes[2]);
+    for (const auto& frame : mFrames.items()) numbers.push_back(frame.bytes[2]);
     return numbers;
   }
   /// Waits until the driver has all buffers but `count`.
@@ -81,7 +74,7 @@ class LinuxCameraStream : public testing::Test {
   }
 
   test::LogRecorder mLog;
-  test::Recorder<Frame> mFrames;
+  test::FrameRecorder mFrames;
   std::shared_ptr<FakeV4L2> mCalls = std::make_shared<FakeV4L2>();
   std::unique_ptr<LinuxCamera> mCamera;
 };
@@ -97,7 +90,7 @@ TEST_F(LinuxCameraStream, DeliversInOrderWithTheDriversStampsAndNoCopy) {
     const auto frames = mFrames.waitFor(number + 1u);
     EXPECT_EQ(frames.back().bytes, picture.bytes);
     EXPECT_EQ(frames.back().timestamp, stamps.back());
-    EXPECT_TRUE(frames.back().isDrivers);
+    EXPECT_TRUE(isDrivers(frames.back()));
   }
   EXPECT_EQ(mCamera->stop(0), kVCISuccess);
   EXPECT_EQ(mCamera->counts().delivered, 20u);
@@ -110,7 +103,7 @@ TEST_F(LinuxCameraStream, GivesRawPicturesAsTheyAreOrConverted) {
   Bytes uyvy(64 * 48 * 2);
   for (size_t at = 0; at < uyvy.size(); ++at) uyvy[at] = static_cast<uint8_t>(at);
   deliver({uyvy});
-  EXPECT_TRUE(mFrames.waitFor(1)[0].isDrivers);
+  EXPECT_TRUE(isDrivers(mFrames.waitFor(1)[0]));
   EXPECT_EQ(mFrames.items()[0].bytes, uyvy);
   mCamera->stop(0);
   VideoParameters slow = kRaw;
@@ -119,7 +112,7 @@ TEST_F(LinuxCameraStream, GivesRawPicturesAsTheyAreOrConverted) {
   Bytes yuyv = uyvy;
   for (size_t at = 0; at < yuyv.size(); at += 2) std::swap(yuyv[at], yuyv[at + 1]);
   deliver({yuyv});
-  EXPECT_FALSE(mFrames.waitFor(2)[1].isDrivers);
+  EXPECT_FALSE(isDrivers(mFrames.waitFor(2)[1]));
   EXPECT_EQ(mFrames.items()[1].bytes, uyvy);
 }
 

@@ -120,14 +120,13 @@ TEST(SoundPacketizer, LeavesWhatWasLostAsAGapOfWholePacketsBetweenSilence) {
 /// The server's latency is wrong for a while, by turns or once. What the movie counts stays with what was
 /// recorded, and hardly any silence is put in for sound that was never lost.
 TEST(SoundPacketizer, GlitchesOfTheLatencyNeitherAddUpNorLast) {
-  struct Row {
+  const struct {
     const char* label;
     int64_t by;              ///< microseconds that the measurement is off
     int every, for_, until;  ///< hundredths of a second
     double afterwards;       ///< microseconds that the count may be off half a minute later
     int64_t silence;         ///< microseconds, at most
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"late for a moment", -200'000, 100'000, 20, 6000, 1'000, 0},
       {"late for ten seconds", -200'000, 100'000, 1000, 6000, 2'000, 35'000},
       {"early for a moment", 200'000, 100'000, 20, 6000, 1'000, 0},
@@ -137,7 +136,7 @@ TEST(SoundPacketizer, GlitchesOfTheLatencyNeitherAddUpNorLast) {
       {"late every few seconds", -60'000, 300, 150, 6000, 5'000, 70'000},
       {"early every few seconds", 60'000, 300, 150, 6000, 45'000, 130'000},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
     int64_t packets = 0;
     int64_t gaps = 0;

@@ -20,6 +20,7 @@
 #include "capture/linux/sound/node_watch.h"
 #include "capture/linux/sound/sound_source.h"
 #include "capture/linux/sound/usb_parent.h"
+#include "tests/support/frame_recorder.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/meanwhile.h"
 #include "tests/support/temporary_folder.h"
@@ -170,9 +171,6 @@ class SoundSourceTest : public testing::Test {
   }
   void SetUp() override { use(true); }
   std::unique_ptr<CaptureDevice> open() { return mSource->open(DeviceKind::kAudio, "a"); }
-  FrameCallback into(Recorder<int64_t>& times) {
-    return [&times](const uint8_t*, uint32_t, int64_t timestamp) { times.add(timestamp); };
-  }
 
   LogRecorder mLines;
   std::shared_ptr<FakeSoundSystem> mSystem;
@@ -193,7 +191,7 @@ TEST_F(SoundSourceTest, DeliversUntilStoppedAlsoFromInsideTheCallback) {
             kVCISuccess);
   mSystem->say(1, 960 * 10, 5'000'000);
   EXPECT_EQ(times.waitFor(1).front(), 5'000'000);
-  ASSERT_EQ(device->start(0, into(times)), kVCISuccess);
+  ASSERT_EQ(device->start(0, test::timesInto(times)), kVCISuccess);
   mSystem->say(1, 1000, 9'000'000);  // some are held back
   EXPECT_EQ(times.waitFor(2), (std::vector<int64_t>{5'000'000, 9'000'000}));
   device->stop(0);
@@ -209,7 +207,7 @@ TEST_F(SoundSourceTest, StartsAndStopsWhileSoundComes) {
   for (int round = 0; round < 60; ++round) {
     Recorder<int64_t> times;  // outlives the device, which half of the rounds end
     const auto device = open();
-    ASSERT_EQ(device->start(0, into(times)), kVCISuccess);
+    ASSERT_EQ(device->start(0, test::timesInto(times)), kVCISuccess);
     times.waitFor(1);
     if (round % 2 == 0) device->stop(0);
   }
@@ -296,7 +294,7 @@ TEST(SoundDeliveryTest, KeepsABoundedNumberOfLossesAndTinyPortionsForASlowReceiv
 TEST_F(SoundSourceTest, ManyLossesAreCountedInFewLines) {
   const auto device = open();
   Recorder<int64_t> times;
-  device->start(0, into(times));
+  device->start(0, test::timesInto(times));
   int64_t time = 1'000'000;
   for (int i = 0; i < 100; ++i, time += 20'000) {
     mSystem->say(1, 480, time);
@@ -331,12 +329,12 @@ TEST_F(SoundSourceTest, MetersListenBesideACaptureWhereMicrophonesCannotBeShared
   ASSERT_EQ(device->setWaveFormat(kMono), kVCISuccess);
   Recorder<int64_t> times;
   mSystem->refuse(kMono);
-  ASSERT_EQ(device->start(0, into(times)), kVCIFailed);
+  ASSERT_EQ(device->start(0, test::timesInto(times)), kVCIFailed);
   EXPECT_EQ(mSystem->openFormats(), std::vector{kStereo});
   mSystem->refuse({});
-  ASSERT_EQ(device->start(0, into(times)), kVCISuccess);
+  ASSERT_EQ(device->start(0, test::timesInto(times)), kVCISuccess);
   EXPECT_EQ(mSystem->openFormats(), std::vector{kMono});
-  EXPECT_EQ(open()->start(0, into(times)), kVCIBusy);
+  EXPECT_EQ(open()->start(0, test::timesInto(times)), kVCIBusy);
   mSystem->say(0x1111, 330, 1'000'000);
   EXPECT_EQ(heard.waitFor(1).front(), 1'000'000);
   EXPECT_EQ(packetBytes, 960U * 4);  // 48 kHz stereo made of 16 kHz mono
@@ -345,7 +343,7 @@ TEST_F(SoundSourceTest, MetersListenBesideACaptureWhereMicrophonesCannotBeShared
   meter->stop(0);
   mSystem->say(0x1111, 330, 1'020'625);
   times.waitFor(2);
-  ASSERT_EQ(meter->start(0, into(heard)), kVCISuccess);
+  ASSERT_EQ(meter->start(0, test::timesInto(heard)), kVCISuccess);
   device->stop(0);
   mSystem->say(0x1111, 330, 3'000'000);
   heard.waitFor(2);
@@ -358,9 +356,9 @@ TEST_F(SoundSourceTest, AMeterThatLosesItsStreamToACaptureThatFailsSaysSo) {
   const auto meter = mSource->openForMetering("a");
   const auto device = open();
   Recorder<int64_t> times;
-  ASSERT_EQ(meter->start(0, into(times)), kVCISuccess);
+  ASSERT_EQ(meter->start(0, test::timesInto(times)), kVCISuccess);
   mSystem->refuseAll();
-  EXPECT_EQ(device->start(0, into(times)), kVCIFailed);
+  EXPECT_EQ(device->start(0, test::timesInto(times)), kVCIFailed);
   EXPECT_EQ(mLines.count("no more sound comes from it"), 1U);
 }
 
@@ -555,9 +553,9 @@ TEST(SoundSystems, RecordFromTheDriversOwnInterface) {
   const auto formats = device->waveFormats();
   ASSERT_NE(std::find(formats.begin(), formats.end(), kStereo), formats.end());
   ASSERT_EQ(device->setWaveFormat(kStereo), kVCISuccess);
-  Recorder<uint8_t> firsts;
-  ASSERT_EQ(device->start(0, [&](const uint8_t* bytes, uint32_t, int64_t) { firsts.add(*bytes); }), kVCISuccess);
-  EXPECT_EQ(firsts.waitFor(3).front(), 0x11);
+  test::FrameRecorder packets;
+  ASSERT_EQ(device->start(0, packets.callback()), kVCISuccess);
+  EXPECT_EQ(packets.waitFor(3).front().bytes.front(), 0x11);
   device->stop(0);
   unsetenv("ALSA_CONFIG_PATH");
 }

@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <set>
 
 #include <vesk/four_char_code.h>
 #include "capture/simulated/cadence.h"
 #include "capture/simulated/simulated_pattern.h"
 #include "capture/simulated/simulated_source.h"
-#include "tests/support/recorder.h"
+#include "tests/support/frame_recorder.h"
+#include "tests/support/h264_stream.h"
 #include "tests/unit/capture/packet_decoder.h"
 
 // What simulated devices deliver, decoded as a receiver would.
@@ -18,27 +18,16 @@ namespace {
 
 using test::Gate;
 using test::PacketDecoder;
-using test::Recorder;
-
-struct Packet {
-  std::vector<uint8_t> bytes;
-  int64_t timestamp;
-};
+using Packet = test::RecordedFrame;
 
 /// Plays devices of a fast source together for a while of their own time.
 struct Capture {
   Transport transport;
   Gate ended;
   SimulatedSource source{{.pace = Pace::kFast}, transport};
-  Recorder<Packet> pictures, sounds;
+  test::FrameRecorder pictures, sounds;
   std::unique_ptr<CaptureDevice> camera, microphone;
 
-  static FrameCallback into(Recorder<Packet>& recorder) {
-    return [&recorder](uint8_t* bytes, uint32_t length, int64_t timestamp) {
-      recorder.add({{bytes, bytes + length}, timestamp});
-      std::fill(bytes, bytes + length, uint8_t{0xEE});  // a receiver may; the next frame must not show it
-    };
-  }
   void open(const VideoParameters& parameters) {
     camera = source.open(DeviceKind::kVideo, SimulatedSource::kCameraPath);
     ASSERT_EQ(camera->setVideoParameters(parameters), 0);
@@ -51,28 +40,13 @@ struct Capture {
     transport.setEndHandler([this] { ended.open(); });
     transport.setLimit(seconds);
     transport.hold();
-    EXPECT_EQ(camera ? camera->start(1, into(pictures)) : 0, 0);
-    EXPECT_EQ(microphone ? microphone->start(0, into(sounds)) : 0, 0);
+    EXPECT_EQ(camera ? camera->start(1, pictures.callback()) : 0, 0);
+    EXPECT_EQ(microphone ? microphone->start(0, sounds.callback()) : 0, 0);
     transport.release();
     ended.wait();
     camera.reset();
     microphone.reset();
   }
-};
-
-/// Where NAL units begin, and whether all start codes have four bytes.
-struct NalUnits {
-  std::vector<int> types;
-  bool hasShortStartCodes = false;
-
-  explicit NalUnits(const std::vector<uint8_t>& bytes) {
-    for (size_t i = 0; i + 3 < bytes.size(); ++i) {
-      if (bytes[i] != 0 || bytes[i + 1] != 0 || bytes[i + 2] != 1) continue;
-      if (i == 0 || bytes[i - 1] != 0) hasShortStartCodes = true;
-      types.push_back(bytes[i + 3] & 31);
-    }
-  }
-  bool has(int type) const { return std::find(types.begin(), types.end(), type) != types.end(); }
 };
 
 struct Form {
@@ -132,12 +106,12 @@ TEST(SimulatedPictures, AreWholeAccessUnitsWithKeyPicturesEveryTwoSeconds) {
     capture.play(5);
     int64_t lastKey = 0;
     for (const Packet& picture : capture.pictures.items()) {
-      const NalUnits units(picture.bytes);
-      EXPECT_FALSE(units.hasShortStartCodes);
-      EXPECT_EQ(std::count_if(units.types.begin(), units.types.end(), [](int type) { return type == 1 || type == 5; }),
-                1);
-      if (units.has(5)) {
-        EXPECT_TRUE(units.has(7) && units.has(8)) << "parameter sets";
+      EXPECT_EQ(test::withLongCodes(picture.bytes), picture.bytes) << "four-byte start codes";
+      const auto types = test::unitTypesOf(picture.bytes);
+      const auto count = [&types](int type) { return std::count(types.begin(), types.end(), type); };
+      EXPECT_EQ(count(1) + count(5), 1);
+      if (count(5) > 0) {
+        EXPECT_TRUE(count(7) > 0 && count(8) > 0) << "parameter sets";
         lastKey = picture.timestamp;
       }
       EXPECT_LT(picture.timestamp - lastKey, 2'000'000);

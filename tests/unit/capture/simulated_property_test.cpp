@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
-#include <map>
 #include <string>
 
 #include <vesk/four_char_code.h>
@@ -11,8 +10,8 @@
 #include <vesk/vci.h>
 #include "capture/simulated/simulated_pattern.h"
 #include "capture/simulated/simulated_source.h"
+#include "tests/support/frame_recorder.h"
 #include "tests/support/meanwhile.h"
-#include "tests/support/recorder.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/capture/packet_decoder.h"
 
@@ -109,15 +108,14 @@ class SimulatedProperty : public testing::Test {
   /// A picture that comes when the flash is long over: the twelfth of a second.
   Picture take(uint32_t codec) {
     EXPECT_EQ(camera->setVideoParameters({codec, kWidth, kHeight, 333333, 10000000, 2'000'000}), 0);
-    Recorder<Bytes> frames;
-    const auto collect = [&frames](uint8_t* bytes, uint32_t length, int64_t) { frames.add({bytes, bytes + length}); };
-    EXPECT_EQ(camera->start(0, collect), 0);
-    auto taken = frames.waitFor(30);
+    test::FrameRecorder frames;
+    EXPECT_EQ(camera->start(0, frames.callback()), 0);
+    const auto taken = frames.waitFor(30);
     EXPECT_EQ(camera->stop(0), 0);
     PacketDecoder decoder(codec == kCMVideoCodecType_H264 ? AV_CODEC_ID_H264 : AV_CODEC_ID_MJPEG);
-    for (const Bytes& frame : taken) {
-      const AVFrame* const decoded = codec == kCMPixelFormat_422YpCbCr8 ? nullptr : decoder.decode(frame);
-      Picture picture = decoded ? pictureOf(*decoded) : fromPacked(frame);
+    for (const auto& frame : taken) {
+      const AVFrame* const decoded = codec == kCMPixelFormat_422YpCbCr8 ? nullptr : decoder.decode(frame.bytes);
+      Picture picture = decoded ? pictureOf(*decoded) : fromPacked(frame.bytes);
       const auto number = readFrameCounter(picture.y_.data(), kWidth, kWidth, kHeight);
       EXPECT_TRUE(number.has_value());
       if (number && *number % 30 == 12) return picture;
@@ -159,19 +157,18 @@ TEST_F(SimulatedProperty, KeepsWhatItTakesAndRefusesTheRest) {
 }
 
 TEST_F(SimulatedProperty, AnAutomaticModeKeepsItsControlToItself) {
-  struct Row {
+  const struct {
     PropertySetIdentifier set;
     uint32_t mode;
     int on, off;
     uint32_t number;
     size_t size;
     int value;
-  };
-  const Row rows[] = {{kCameraControlSet, kAutoExposureMode, 8, 1, kExposure, 4, 100},
-                      {kCameraControlSet, kAutoFocus, 1, 0, kFocus, 2, 100},
-                      {kImageControlSet, kAutoWhiteBalance, 1, 0, kWhiteBalance, 2, 3000},
-                      {kImageControlSet, kAutoHue, 1, 0, kHue, 2, 100}};
-  for (const Row& row : rows) {
+  } rows[] = {{kCameraControlSet, kAutoExposureMode, 8, 1, kExposure, 4, 100},
+              {kCameraControlSet, kAutoFocus, 1, 0, kFocus, 2, 100},
+              {kImageControlSet, kAutoWhiteBalance, 1, 0, kWhiteBalance, 2, 3000},
+              {kImageControlSet, kAutoHue, 1, 0, kHue, 2, 100}};
+  for (const auto& row : rows) {
     ASSERT_EQ(set(row.set, row.mode, little(row.on, 1)), 0) << row.number;
     EXPECT_EQ(set(row.set, row.number, little(row.value, row.size)), kVCIFailed) << row.number;
     EXPECT_GE(get(row.set, row.number, row.size), -999) << row.number;

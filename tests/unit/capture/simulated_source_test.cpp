@@ -7,18 +7,14 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/vci.h>
-#include "tests/support/recorder.h"
+#include "tests/support/frame_recorder.h"
 
 namespace vesk::capture {
 namespace {
 
+using test::FrameRecorder;
 using test::Gate;
 using test::Recorder;
-
-struct Packet {
-  std::vector<uint8_t> bytes;
-  int64_t timestamp;
-};
 
 /// A source that plays as fast as it can.
 class SimulatedSourceTest : public testing::Test {
@@ -31,15 +27,10 @@ class SimulatedSourceTest : public testing::Test {
   std::unique_ptr<CaptureDevice> microphone() {
     return source.open(DeviceKind::kAudio, SimulatedSource::kMicrophonePath);
   }
-  FrameCallback collect(Recorder<Packet>& into) {
-    return [&into](uint8_t* bytes, uint32_t length, int64_t timestamp) {
-      into.add({{bytes, bytes + std::min<uint32_t>(length, 4096)}, timestamp});
-    };
-  }
   /// Plays a device until `count` packets have come.
-  std::vector<Packet> play(CaptureDevice& device, size_t count) {
-    Recorder<Packet> packets;
-    EXPECT_EQ(device.start(0, collect(packets)), 0);
+  std::vector<test::RecordedFrame> play(CaptureDevice& device, size_t count) {
+    FrameRecorder packets;
+    EXPECT_EQ(device.start(0, packets.callback()), 0);
     packets.waitFor(count);
     EXPECT_EQ(device.stop(0), 0);
     auto all = packets.items();
@@ -112,16 +103,16 @@ TEST_F(SimulatedSourceTest, SendsAtTheRateThatIsSet) {
 }
 
 TEST_F(SimulatedSourceTest, GivesACameraToOneHandleAtATime) {
-  Recorder<Packet> packets;
+  FrameRecorder packets;
   const auto one = camera(), other = camera();
-  EXPECT_EQ(one->start(0, collect(packets)), 0);
-  EXPECT_EQ(other->start(0, collect(packets)), kVCIBusy);
+  EXPECT_EQ(one->start(0, packets.callback()), 0);
+  EXPECT_EQ(other->start(0, packets.callback()), kVCIBusy);
   EXPECT_EQ(other->stop(0), 0) << "leaves the first one's capture alone";
   packets.waitFor(packets.items().size() + 3);
   EXPECT_EQ(one->stop(0), 0);
-  EXPECT_EQ(other->start(0, collect(packets)), 0);
+  EXPECT_EQ(other->start(0, packets.callback()), 0);
   const auto third = camera();
-  EXPECT_EQ(third->start(0, collect(packets)), kVCIBusy);
+  EXPECT_EQ(third->start(0, packets.callback()), kVCIBusy);
 }
 
 TEST_F(SimulatedSourceTest, StopsFromInsideTheCallbackAndFreesTheCamera) {
@@ -145,11 +136,11 @@ TEST_F(SimulatedSourceTest, FailsOnCommand) {
   source.setFaults(path, {.openFails = true});
   EXPECT_EQ(source.open(DeviceKind::kVideo, path), nullptr);
   source.setFaults(path, {.startStatus = kVCIBusy, .stopStatus = 5});
-  Recorder<Packet> packets;
+  FrameRecorder packets;
   const auto device = camera();
-  EXPECT_EQ(device->start(0, collect(packets)), kVCIBusy);
+  EXPECT_EQ(device->start(0, packets.callback()), kVCIBusy);
   source.setFaults(path, {.stopStatus = 5});
-  EXPECT_EQ(device->start(0, collect(packets)), 0);
+  EXPECT_EQ(device->start(0, packets.callback()), 0);
   EXPECT_EQ(device->stop(0), 5);
   packets.waitFor(packets.items().size() + 2);  // still running
   source.setFaults(path, {});
@@ -178,13 +169,13 @@ TEST_F(SimulatedSourceTest, LosesShiftsAndDamagesPacketsOnCommand) {
 }
 
 TEST_F(SimulatedSourceTest, StallsWhileTimeGoesOn) {
-  Recorder<Packet> pictures, sounds;
+  FrameRecorder pictures, sounds;
   const auto stalled = camera();
   source.setFaults(SimulatedSource::kPlainCameraPath, {.isStalled = true});
   const auto witness = microphone();
   transport.hold();
-  EXPECT_EQ(stalled->start(0, collect(pictures)), 0);
-  EXPECT_EQ(witness->start(0, collect(sounds)), 0);
+  EXPECT_EQ(stalled->start(0, pictures.callback()), 0);
+  EXPECT_EQ(witness->start(0, sounds.callback()), 0);
   transport.release();
   sounds.waitFor(20);
   EXPECT_TRUE(pictures.items().empty());
@@ -205,9 +196,9 @@ TEST_F(SimulatedSourceTest, ComesAndGoes) {
     events.add({kind, arrived, source.devices(DeviceKind::kVideo).size()});
   });
   const std::string path = SimulatedSource::kPlainCameraPath;
-  Recorder<Packet> packets;
+  FrameRecorder packets;
   const auto running = camera();
-  running->start(0, collect(packets));
+  running->start(0, packets.callback());
   packets.waitFor(1);
   const DeviceDescription description = source.devices(DeviceKind::kVideo)[1];
   EXPECT_TRUE(source.unplug(path));
@@ -215,11 +206,11 @@ TEST_F(SimulatedSourceTest, ComesAndGoes) {
   source.waitForHotplug();
   EXPECT_EQ(source.open(DeviceKind::kVideo, path), nullptr);
   EXPECT_EQ(running->stop(0), 0);
-  EXPECT_NE(running->start(0, collect(packets)), 0) << "the old handle stays dead";
+  EXPECT_NE(running->start(0, packets.callback()), 0) << "the old handle stays dead";
   EXPECT_TRUE(source.plugIn(description));
   EXPECT_FALSE(source.plugIn(description));
   source.waitForHotplug();
-  EXPECT_NE(running->start(0, collect(packets)), 0);
+  EXPECT_NE(running->start(0, packets.callback()), 0);
   EXPECT_FALSE(play(*camera(), 1).empty());
   EXPECT_EQ(events.items(), (std::vector<Event>{{DeviceKind::kVideo, false, 1}, {DeviceKind::kVideo, true, 2}}));
 

@@ -2,16 +2,15 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 
 #include <vesk/aci.h>
 #include <vesk/capture_host.h>
-#include <vesk/log.h>
 #include <vesk/vci.h>
 #include "capture/linux/linux_source.h"
 #include "capture/simulated/simulated_source.h"
 #include "capture/sources/combined_source.h"
+#include "tests/support/captured_lines.h"
 
 namespace vesk::capture {
 namespace {
@@ -31,22 +30,12 @@ TEST(SourceText, SplitsAtPlusButNotInsideAPath) {
 /// Starts from no source, and catches what the library says on standard error.
 class SelectionTest : public testing::Test {
  protected:
-  void SetUp() override {
-    setSource(nullptr);
-    setStandardError(mStream);
-  }
+  void SetUp() override { setSource(nullptr); }
   void TearDown() override {
-    setStandardError(nullptr);
-    std::fclose(mStream);
-    std::free(mText);
     unsetenv("VESK_CAPTURE");
     setSource(nullptr);
   }
 
-  std::string said() {
-    std::fflush(mStream);
-    return std::string(mText, mLength);
-  }
   static uint32_t cameras() {
     uint32_t count = 77;
     VCI_Enum_Devices(nullptr, nullptr, &count);
@@ -64,10 +53,7 @@ class SelectionTest : public testing::Test {
     return count;
   }
 
- private:
-  char* mText = nullptr;
-  size_t mLength = 0;
-  FILE* mStream = open_memstream(&mText, &mLength);
+  test::CapturedLines mSaid{test::CapturedLines::Stream::kError};
 };
 
 TEST_F(SelectionTest, SaysWhatIsWrongAndKeepsTheSourceThatIsThere) {
@@ -83,10 +69,10 @@ TEST_F(SelectionTest, SaysWhatIsWrongAndKeepsTheSourceThatIsThere) {
 
 TEST_F(SelectionTest, FollowsTheEnvironmentWhenNothingWasChosen) {
   EXPECT_EQ(camerasWith("simulated"), 2u);
-  EXPECT_EQ(said(), "");
+  EXPECT_EQ(mSaid.text(), "");
   EXPECT_EQ(camerasWith("simulated+simulated"), 4u);
   EXPECT_EQ(camerasWith("nonsense"), 0u);
-  const std::string line = said();
+  const std::string line = mSaid.text();
   EXPECT_NE(line.find("\"nonsense\""), std::string::npos);
   EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1) << "once for both halves";
 }
@@ -95,7 +81,7 @@ TEST_F(SelectionTest, TakesTheMachineUnaskedWhateverItHas) {
   for (const char* unasked : {static_cast<const char*>(nullptr), ""}) {
     camerasWith(unasked);
     EXPECT_NE(std::dynamic_pointer_cast<LinuxSource>(currentSource()), nullptr);
-    EXPECT_EQ(said(), "");
+    EXPECT_EQ(mSaid.text(), "");
   }
   EXPECT_TRUE(selectSource("auto", {}));
 }
@@ -106,7 +92,7 @@ TEST_F(SelectionTest, DoesNotLookAtTheEnvironmentWhenTheHostHasChosen) {
   EXPECT_EQ(VCI_Init(), 0);
   EXPECT_EQ(cameras(), 2u);
   VCI_Cleanup();
-  EXPECT_EQ(said(), "");
+  EXPECT_EQ(mSaid.text(), "");
 }
 
 TEST(CombinedSource, ListsAndWatchesAllAndOpensTheFirstOfEqualPaths) {

@@ -2,20 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdint>
-#include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include <vesk/decoder_protocol.h>
 #include <vesk/four_char_code.h>
 #include "tests/support/av_clip.h"
+#include "tests/support/h264_stream.h"
 
 namespace vesk::test {
-
-using Bytes = std::vector<uint8_t>;
 
 using Samples = Bytes;
 
@@ -30,23 +26,6 @@ struct Footage {
 inline void addUnit(Bytes& frame, const uint8_t* unit, size_t size) {
   frame.insert(frame.end(), {0, 0, 0, 1});
   frame.insert(frame.end(), unit, unit + size);
-}
-
-/// Start codes of three bytes become ones of four, as capture sources have to see to.
-inline Bytes withLongStartCodes(const uint8_t* data, size_t size) {
-  const Bytes code = {0, 0, 1};
-  Bytes frame;
-  const uint8_t* const end = data + size;
-  const uint8_t* unit = std::search(data, end, code.begin(), code.end());
-  while (unit != end) {
-    unit += 3;
-    const uint8_t* const next = std::search(unit, end, code.begin(), code.end());
-    const uint8_t* last = next;
-    while (last > unit && last[-1] == 0) --last;
-    addUnit(frame, unit, static_cast<size_t>(last - unit));
-    unit = next;
-  }
-  return frame;
 }
 
 /// Lengths become start codes, with the parameter sets of the record before a key picture.
@@ -87,7 +66,7 @@ inline Footage footageOf(const std::string& path) {
     else if (isBoxed)
       footage.frames.push_back(withStartCodes(packet, parameters));
     else if (isH264)
-      footage.frames.push_back(withLongStartCodes(packet.data, static_cast<size_t>(packet.size)));
+      footage.frames.push_back(withLongCodes({packet.data, packet.data + packet.size}));
     else
       footage.frames.emplace_back(packet.data, packet.data + packet.size);
   });

@@ -27,13 +27,12 @@ AVFramePtr makeFrame(AVPixelFormat format, int width, int height) {
 }
 
 TEST(AVPicture, StandsWhereLibavcodecWroteIt) {
-  struct Row {
+  const struct {
     AVPixelFormat format;
     uint32_t pixelFormat;
     size_t planes;
     bool isFullRange;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {AV_PIX_FMT_YUV420P, kCVPixelFormat_420Planar, 3, false},
       {AV_PIX_FMT_YUVJ420P, kCVPixelFormat_420Planar, 3, true},
       {AV_PIX_FMT_YUVJ422P, kCVPixelFormat_422Planar, 3, true},
@@ -43,7 +42,7 @@ TEST(AVPicture, StandsWhereLibavcodecWroteIt) {
       {AV_PIX_FMT_UYVY422, kCMPixelFormat_422YpCbCr8, 1, false},
       {AV_PIX_FMT_BGRA, kCVPixelFormat_32BGRA, 1, false},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(av_get_pix_fmt_name(row.format));
     auto frame = makeFrame(row.format, 33, 17);
     const std::array<const uint8_t*, 3> data = {frame->data[0], frame->data[1], frame->data[2]};
@@ -59,13 +58,12 @@ TEST(AVPicture, StandsWhereLibavcodecWroteIt) {
 }
 
 TEST(AVPicture, ConvertsWhatItCanAndRefusesTheRest) {
-  struct Row {
+  const struct {
     AVPixelFormat format;
     uint32_t pixelFormat;
     Bytes pixels;    ///< the frame's first bytes: two pixels
     Bytes expected;  ///< of the picture's first plane
-  };
-  const Row rows[] = {
+  } rows[] = {
       {AV_PIX_FMT_YUYV422, kCVPixelFormat_422Planar, {10, 20, 30, 40}, {10, 30}},
       {AV_PIX_FMT_NV21, kCVPixelFormat_420Planar, {10, 30}, {10, 30}},
       {AV_PIX_FMT_YUV420P10LE, kCVPixelFormat_420Planar, {40, 0, 0xFC, 3}, {10, 255}},
@@ -75,7 +73,7 @@ TEST(AVPicture, ConvertsWhatItCanAndRefusesTheRest) {
       {AV_PIX_FMT_ARGB, kCVPixelFormat_32BGRA, {9, 1, 2, 3}, {3, 2, 1, 9}},
       {AV_PIX_FMT_RGB565LE, kCVPixelFormat_32BGRA, {0x00, 0xF8}, {0, 0, 255, 255}},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(av_get_pix_fmt_name(row.format));
     auto frame = makeFrame(row.format, 2, 2);
     std::copy(row.pixels.begin(), row.pixels.end(), frame->data[0]);
@@ -96,18 +94,17 @@ TEST(AVPicture, ConvertsWhatItCanAndRefusesTheRest) {
 TEST(AVPicture, HasTheColoursOfTheStreamBeforeThoseOfTheDescription) {
   using Matrix = YCbCrColour::Matrix;
   const YCbCrColour described{Matrix::kBT709, false};
-  struct Row {
+  const struct {
     AVColorSpace space;
     AVColorRange range;
     YCbCrColour expected;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {AVCOL_SPC_UNSPECIFIED, AVCOL_RANGE_UNSPECIFIED, described},
       {AVCOL_SPC_BT709, AVCOL_RANGE_JPEG, {Matrix::kBT709, true}},
       {AVCOL_SPC_SMPTE170M, AVCOL_RANGE_MPEG, {Matrix::kBT601, false}},
       {AVCOL_SPC_BT2020_NCL, AVCOL_RANGE_UNSPECIFIED, {Matrix::kBT601, false}},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     auto frame = makeFrame(AV_PIX_FMT_YUV420P, 2, 2);
     frame->colorspace = row.space;
     frame->color_range = row.range;

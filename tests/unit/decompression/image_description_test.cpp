@@ -17,33 +17,6 @@ Bytes tailOf(const ImageDescription& description) {
   return {bytes.begin() + ImageDescription::kSize, bytes.end()};
 }
 
-TEST(ImageDescriptionRecord, HasItsFieldsAtTheirPlacesBigEndian) {
-  ImageDescription description;
-  description.set(ImageDescription::kCType, fourCharCode("abcd"));
-  description.set(ImageDescription::kDataRefIndex, uint16_t{0x0102});
-  description.set(ImageDescription::kVersion, uint16_t{0x0304});
-  description.set(ImageDescription::kRevisionLevel, uint16_t{0x0506});
-  description.set(ImageDescription::kVendor, fourCharCode("efgh"));
-  description.set(ImageDescription::kWidth, uint16_t{0x0708});
-  description.set(ImageDescription::kHeight, uint16_t{0x090A});
-  description.set(ImageDescription::kHRes, 0x11121314U);
-  description.set(ImageDescription::kVRes, 0x15161718U);
-  description.set(ImageDescription::kFrameCount, uint16_t{0x191A});
-  description.setName({1, 'x'});
-  description.set(ImageDescription::kDepth, uint16_t{24});
-  description.set(ImageDescription::kClutID, uint16_t{0xFFFF});
-  Bytes expected(86);
-  const auto put = [&expected](size_t offset, const Bytes& bytes) {
-    std::copy(bytes.begin(), bytes.end(), expected.begin() + static_cast<ptrdiff_t>(offset));
-  };
-  put(4, {'a', 'b', 'c', 'd'});
-  put(14, {1, 2, 3, 4, 5, 6, 'e', 'f', 'g', 'h'});
-  put(32, {7, 8, 9, 10, 0x11, 0x12, 0x13, 0x14, 0x15, 0x16, 0x17, 0x18});
-  put(48, {0x19, 0x1A, 1, 'x'});
-  put(82, {0, 24, 0xFF, 0xFF});
-  EXPECT_EQ(Bytes(description.bytes().begin(), description.bytes().end()), expected);
-}
-
 TEST(ImageDescriptionRecord, ExtensionsAreAtomsThatTheSizeCounts) {
   ImageDescription description;
   EXPECT_EQ(AddImageDescriptionExtension(description, {1, 2, 3}, fourCharCode("abcd")), noErr);

@@ -47,12 +47,11 @@ int largestDifference(const Bytes& a, const Bytes& b) {
 }
 
 TEST(JPEGDecoding, HandsOnTheSamplesOfEachKindAsTheyAre) {
-  struct Row {
+  const struct {
     const char* label;
     JPEGOptions options;
     uint32_t pixelFormat;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"4:2:2", {64, 48, 2, 1}, kCVPixelFormat_422Planar},
       {"4:2:0", {64, 48, 2, 2}, kCVPixelFormat_420Planar},
       {"4:4:4", {64, 48, 1, 1}, kCVPixelFormat_444Planar},
@@ -64,7 +63,7 @@ TEST(JPEGDecoding, HandsOnTheSamplesOfEachKindAsTheyAre) {
       {"own tables", {64, 48, 2, 1, true}, kCVPixelFormat_422Planar},
       {"several passes", {64, 48, 2, 2, false, true}, kCVPixelFormat_420Planar},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
     const Bytes jpeg = makeJPEG(row.options);
     auto test = sessionFor(row.options);

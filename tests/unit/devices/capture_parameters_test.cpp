@@ -110,13 +110,12 @@ std::vector<uint32_t> enumerate(Answer first, Answer second, std::vector<uint32_
 }
 
 TEST(Enumeration, AsksForTheCountAndThenForTheRecords) {
-  struct Row {
+  const struct {
     const char* label;
     Answer first, second;
     std::vector<uint32_t> counts;  // as given to each call
     size_t found;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"three", {8, 3}, {0, 3}, {0, 3}, 3},
       {"fewer than there were", {8, 3}, {0, 1}, {0, 3}, 1},
       {"more than were asked for", {8, 3}, {0, 9}, {0, 3}, 3},
@@ -127,7 +126,7 @@ TEST(Enumeration, AsksForTheCountAndThenForTheRecords) {
       {"a failure of the second", {8, 3}, {1, 3}, {0, 3}, 0},
       {"too many to be true", {8, 4'000'000'000}, {0, 4096}, {0, 4096}, 4096},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
     std::vector<uint32_t> counts;
     EXPECT_EQ(enumerate(row.first, row.second, counts).size(), row.found);

@@ -76,12 +76,11 @@ TEST_F(DeviceManagerTest, KeepsAnEmptyListUntilAnEvent) {
 }
 
 TEST_F(DeviceManagerTest, TellsWhichDeviceCameOrWent) {
-  struct Row {
+  const struct {
     const char* label;
     std::vector<const char*> before, after;
     const char* events;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"one came", {"/a"}, {"/a", "/b"}, "+/b"},
       {"one came in front", {"/b"}, {"/a", "/b"}, "+/a"},
       {"the first of two that came", {"/a"}, {"/a", "/b", "/c"}, "+/b"},
@@ -93,7 +92,7 @@ TEST_F(DeviceManagerTest, TellsWhichDeviceCameOrWent) {
       {"another order", {"/a", "/b"}, {"/b", "/a"}, ""},
   };
   for (const DeviceKind kind : {DeviceKind::kVideo, DeviceKind::kAudio}) {
-    for (const Row& row : rows) {
+    for (const auto& row : rows) {
       VeskDeviceManager::destroy();
       const auto list = [&] {
         return kind == DeviceKind::kVideo ? manager()->getVideoDeviceList() : manager()->getAudioDeviceList();
@@ -269,18 +268,17 @@ TEST_F(DeviceManagerTest, MayBeStoppedByAHandler) {
 
 /// What a handler may do to the manager while another thread starts it anew, which waits for the handler.
 TEST_F(DeviceManagerTest, MayBeStartedAnewByAHandlerAndByAnotherThreadAtOnce) {
-  struct Row {
+  const struct {
     const char* label;
     std::function<void()> act;
     bool isLeftRunning;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"asks for it", [] { EXPECT_NE(manager(), nullptr); }, true},
       {"asks for its list", [] { EXPECT_EQ(manager()->getVideoDeviceList()->size(), 1U); }, true},
       {"stops it again", [] { VeskDeviceManager::destroy(); }, false},
   };
   source->attachCamera("/a");
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
     source->whenWatched = nullptr;
     manager();

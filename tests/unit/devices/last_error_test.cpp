@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -40,19 +38,15 @@ struct Reason {
 };
 
 void expectError(const Error& error, const Reason& reason, const std::string& label) {
-  EXPECT_EQ(causeName(error.cause), causeName(reason.cause)) << label << ": " << error.what;
-  EXPECT_NE(error.what.find(reason.words), std::string::npos) << label << ": " << error.what;
-  EXPECT_NE(error.remedy.find(reason.remedy), std::string::npos) << label << ": " << error.remedy;
-  EXPECT_EQ(error.remedy.empty(), *reason.remedy == '\0') << label << ": " << error.remedy;
-  // A host that words it anew has the name that the line has.
-  if (error.what.find('"') != std::string::npos) {
-    EXPECT_NE(error.what.find('"' + error.subject + '"'), std::string::npos) << label << ": " << error.what;
-  }
+  SCOPED_TRACE(label);
+  test::expectError(error, reason.cause, reason.words);
+  EXPECT_NE(error.remedy.find(reason.remedy), std::string::npos) << error.remedy;
+  EXPECT_EQ(error.remedy.empty(), *reason.remedy == '\0') << error.remedy;
   for (const std::string& text : {error.what, error.remedy}) {
-    EXPECT_EQ(text.find('\n'), std::string::npos) << label;
-    EXPECT_EQ(text.find("vesk "), std::string::npos) << label << ": a command of a program";
+    EXPECT_EQ(text.find('\n'), std::string::npos);
+    EXPECT_EQ(text.find("vesk "), std::string::npos) << "a command of a program";
   }
-  EXPECT_FALSE(error.what.ends_with(".")) << label << ": " << error.what;
+  EXPECT_FALSE(error.what.ends_with(".")) << error.what;
 }
 
 std::shared_ptr<VeskVideoDevice> firstCamera() {
@@ -60,13 +54,7 @@ std::shared_ptr<VeskVideoDevice> firstCamera() {
   return records->empty() ? nullptr : VeskVideoDevice::initWithDeviceInfo(records->front());
 }
 
-class LastErrorTest : public testing::Test {
- protected:
-  ~LastErrorTest() override {
-    VeskDeviceManager::destroy();
-    capture::setSource(nullptr);
-  }
-
+struct LastErrorTest : test::DeviceTest {
   test::LogRecorder mLog;
 };
 
@@ -107,20 +95,19 @@ TEST_F(LinuxErrorTest, SaysWhyACameraIsNotOpened) {
 }
 
 TEST_F(LinuxErrorTest, SaysWhyACameraDoesNotStart) {
-  struct Row {
+  const struct {
     unsigned long request;
     int error;
     int32_t status;
     Reason reason;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {VIDIOC_STREAMON, ENOSPC, kVeskStatusFailed, {Cause::kNoBandwidth, "the USB bus has no room", "smaller size"}},
       {VIDIOC_S_FMT, EBUSY, kVeskStatusCameraInUse, {Cause::kBusy, "another program", "Close that program."}},
       {VIDIOC_STREAMON, EPROTO, kVeskStatusFailed, {Cause::kNotAnswering, "does not answer", "Plug it in again."}},
       {VIDIOC_REQBUFS, ENODEV, kVeskStatusFailed, {Cause::kUnplugged, "was unplugged", "Plug it in again."}},
       {VIDIOC_S_FMT, EINVAL, kVeskStatusFailed, {Cause::kRefused, "refuses the format", "another format"}},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     const auto camera = plugIn();
     ASSERT_EQ(camera->openDevice(), 0);
     camera->setFormat(CMVideoFormatDescription::create(kCMVideoCodecType_MotionJPEG, 640, 480));
@@ -173,15 +160,14 @@ TEST_F(LinuxErrorTest, SaysWhyAFormatOrAControlIsNotSet) {
   EXPECT_NE(camera->writeControl(brightness, 11), 0);
   expectError(camera->lastError(), {Cause::kRefused, "\"Test Camera\" refused the value", ""}, "out of range");
 
-  struct Row {
+  const struct {
     int error;
     Reason reason;
-  };
-  const Row rows[] = {{EACCES, {Cause::kRefused, "does not let this control be set", "automatic mode"}},
-                      {EBUSY, {Cause::kBusy, "another program", "Close that program."}},
-                      {EIO, {Cause::kNotAnswering, "does not answer", "Plug it in again."}},
-                      {ENODEV, {Cause::kUnplugged, "was unplugged", "Plug it in again."}}};
-  for (const Row& row : rows) {
+  } rows[] = {{EACCES, {Cause::kRefused, "does not let this control be set", "automatic mode"}},
+              {EBUSY, {Cause::kBusy, "another program", "Close that program."}},
+              {EIO, {Cause::kNotAnswering, "does not answer", "Plug it in again."}},
+              {ENODEV, {Cause::kUnplugged, "was unplugged", "Plug it in again."}}};
+  for (const auto& row : rows) {
     mCalls->failNext(kNode, VIDIOC_S_EXT_CTRLS, row.error);
     EXPECT_NE(camera->writeControl(brightness, 7), 0);
     expectError(camera->lastError(), row.reason, std::to_string(row.error));
@@ -211,48 +197,48 @@ TEST_F(LastErrorTest, OfSoundSaysWhetherThereIsAServerAndWhetherItAnswers) {
 }
 
 TEST_F(LastErrorTest, OfSimulatedDevicesIsWhatTheyAreToldToFailWith) {
-  const auto source = std::make_shared<capture::SimulatedSource>(capture::SourceOptions{});
-  capture::setSource(source);
+  const auto simulated = std::make_shared<capture::SimulatedSource>(capture::SourceOptions{});
+  capture::setSource(simulated);
   const auto camera = firstCamera();
   const std::string path = camera->deviceInfo()->path().value_or("");
-  source->setFaults(path, {.openFails = true});
+  simulated->setFaults(path, {.openFails = true});
   EXPECT_EQ(camera->openDevice(), kVeskStatusFailed);
   expectError(camera->lastError(), {Cause::kOther, "could not be opened", "Close other programs"}, "general");
-  source->setFaults(path, {.openFails = true, .error = {Cause::kNoPermission, "not you", "Ask."}});
+  simulated->setFaults(path, {.openFails = true, .error = {Cause::kNoPermission, "not you", "Ask."}});
   EXPECT_EQ(camera->openDevice(), kVeskStatusFailed);
   expectError(camera->lastError(), {Cause::kNoPermission, "not you", "Ask."}, "given");
-  source->setFaults(path, {.startStatus = kVCIBusy, .propertyStatus = kVCIFailed});
+  simulated->setFaults(path, {.startStatus = kVCIBusy, .propertyStatus = kVCIFailed});
   ASSERT_EQ(camera->openDevice(), 0);
   camera->setFormat(camera->getSupportedFormats()->front());
   EXPECT_EQ(camera->startCapture(), kVeskStatusCameraInUse);
   expectError(camera->lastError(), {Cause::kBusy, "\"Simulated Camera\" is in use elsewhere", "Close other"}, "busy");
   EXPECT_FALSE(camera->getBrightnessCur());
   expectError(camera->lastError(), {Cause::kOther, "\"Simulated Camera\"", "Plug it in"}, "property");
-  source->setFaults(path, {});
+  simulated->setFaults(path, {});
   camera->setAutoExposure(1);
   camera->setExposureCur(100);
   expectError(camera->lastError(), {Cause::kRefused, "does not let this control be set", "automatic mode"}, "ruled");
-  source->unplug(path);
+  simulated->unplug(path);
   EXPECT_EQ(camera->startCapture(), kVeskStatusFailed);
   expectError(camera->lastError(), {Cause::kUnplugged, "was unplugged", "Plug it in again."}, "out");
 }
 
 TEST_F(LastErrorTest, OfAMeterSaysWhyNoLevelComes) {
-  const auto source = std::make_shared<capture::SimulatedSource>(capture::SourceOptions{});
-  capture::setSource(source);
+  const auto simulated = std::make_shared<capture::SimulatedSource>(capture::SourceOptions{});
+  capture::setSource(simulated);
   const auto records = VeskAudioDevice::getAudioDeviceList();
   // The last one's path is part of no other's: a meter listens to the first whose identifier contains it.
   const auto microphone = VeskAudioDevice::initWithDeviceInfo(records->back());
   const std::string path = microphone->deviceInfo()->path().value_or("");
-  source->setFaults(path, {.startStatus = kVCIBusy});
+  simulated->setFaults(path, {.startStatus = kVCIBusy});
   EXPECT_EQ(microphone->startVUMeter(), 0);
   expectError(microphone->lastError(), {Cause::kBusy, "is in use elsewhere", "Close other programs"}, "busy");
   microphone->stopVUMeter();
-  source->setFaults(path, {});
+  simulated->setFaults(path, {});
   EXPECT_EQ(microphone->startVUMeter(), 0);
   EXPECT_FALSE(microphone->lastError());
   microphone->stopVUMeter();
-  source->unplug(path);
+  simulated->unplug(path);
   EXPECT_EQ(microphone->startVUMeter(), 0);
   expectError(microphone->lastError(), {Cause::kUnplugged, "is not there any more", "Plug it in again."}, "out");
   microphone->stopVUMeter();
@@ -260,18 +246,17 @@ TEST_F(LastErrorTest, OfAMeterSaysWhyNoLevelComes) {
 
 TEST_F(LastErrorTest, OfAChoiceOfSourceSaysWhatIsWrongWithIt) {
   const test::TemporaryFolder folder;
-  struct Row {
+  const struct {
     std::string text;
     Reason reason;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"nonsense", {Cause::kWrongUse, "no capture source \"nonsense\"", "simulated, file:PATH or linux"}},
       {"file:", {Cause::kWrongUse, "lacks a path", "colon"}},
       {"file:/no/such/footage.mov", {Cause::kNoFile, "/no/such/footage.mov: no such file", "Check the path."}},
       {"file:" + folder.path(), {Cause::kWrongUse, "is a folder", "in it"}},
       {"file:" + folder.write("text.mov", "no footage at all"), {Cause::kUnreadable, "is no movie", "that plays"}},
   };
-  for (const Row& row : rows) expectError(capture::selectSource(row.text, {}), row.reason, row.text);
+  for (const auto& row : rows) expectError(capture::selectSource(row.text, {}), row.reason, row.text);
   EXPECT_FALSE(capture::selectSource("simulated", {}));
 }
 

@@ -36,17 +36,16 @@ TEST_F(VideoDeviceTest, OpensOnceAndClosesForGood) {
 TEST_F(VideoDeviceTest, RefusesPathsThatCannotBeOpened) {
   const std::string longest(1023, 'p');
   source->attachCamera(longest);
-  struct Row {
+  const struct {
     const char* label;
     std::optional<std::string> path;
     int32_t status;
-  };
-  const Row rows[] = {{"as long as a record holds", longest, 0},
-                      {"one unit longer", longest + "p", 7},
-                      {"nothing there", "/elsewhere", 7},
-                      {"no path", std::nullopt, 7},
-                      {"not UTF-8", "/cam\xFF", 7}};
-  for (const Row& row : rows) {
+  } rows[] = {{"as long as a record holds", longest, 0},
+              {"one unit longer", longest + "p", 7},
+              {"nothing there", "/elsewhere", 7},
+              {"no path", std::nullopt, 7},
+              {"not UTF-8", "/cam\xFF", 7}};
+  for (const auto& row : rows) {
     auto info = std::make_shared<VeskDeviceInfo>();
     info->setPath(row.path);
     const auto device = VeskVideoDevice::initWithDeviceInfo(info);

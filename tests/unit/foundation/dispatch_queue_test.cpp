@@ -4,9 +4,7 @@
 #include <pthread.h>
 
 #include <array>
-#include <atomic>
 #include <future>
-#include <memory>
 #include <stdexcept>
 #include <thread>
 #include <vector>

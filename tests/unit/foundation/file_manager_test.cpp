@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -19,13 +18,8 @@ namespace vesk {
 namespace {
 
 using test::contentOf;
+using test::namesIn;
 using test::TemporaryFolder;
-
-std::set<std::string> namesIn(const std::string& folder) {
-  std::set<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) names.insert(entry.path().filename().string());
-  return names;
-}
 
 int fail(int error) {
   errno = error;
@@ -83,11 +77,10 @@ class Moving : public ::testing::Test {
 };
 
 TEST_F(Moving, WorksOnEveryWay) {
-  struct Row {
+  const struct {
     const char* label;
     Fault fault;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"rename", {}},
       {"link and unlink", {.rename = EINVAL}},
       {"placeholder", {.rename = EINVAL, .link = EPERM}},
@@ -102,9 +95,7 @@ TEST_F(Moving, WorksOnEveryWay) {
     EXPECT_TRUE(move(row.fault)) << error.description;
     EXPECT_FALSE(error);
     EXPECT_EQ(contentOf(to), content);
-    struct stat status = {};
-    stat(to.c_str(), &status);
-    EXPECT_EQ(status.st_mode & 0777, 0640U);
+    EXPECT_EQ(test::modeOf(to), 0640U);
     EXPECT_TRUE(namesIn(source.path()).empty());
     EXPECT_EQ(namesIn(target.path()), std::set<std::string>{"clip.mov"});
     std::filesystem::remove(to);
@@ -124,12 +115,11 @@ TEST_F(Moving, NeverOverwrites) {
 }
 
 TEST_F(Moving, LeavesTheOriginalAloneAndNothingBehindAfterAFailure) {
-  struct Row {
+  const struct {
     const char* label;
     Fault fault;
     int code;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"no space", {.acrossFileSystems = true, .write = ENOSPC}, ENOSPC},
       {"file not synced", {.acrossFileSystems = true, .syncFile = EIO}, EIO},
       {"folder not synced", {.acrossFileSystems = true, .syncFolder = EIO}, EIO},
@@ -208,11 +198,7 @@ TEST(Paths, NamesAreShortenedAtACharacterAndStayApart) {
 
 TEST(Modes, AreThoseOfNewFilesUnlessAPersonChoseOthers) {
   const TemporaryFolder folder;
-  const auto modeOf = [&](const char* name) {
-    struct stat status = {};
-    stat(folder.file(name).c_str(), &status);
-    return status.st_mode & 07777;
-  };
+  const auto modeOf = [&](const char* name) { return test::modeOf(folder.file(name)); };
   const mode_t before = umask(026);
   const std::string secret = folder.write("film", "");
   chmod(secret.c_str(), 0600);

@@ -85,11 +85,10 @@ INSTANTIATE_TEST_SUITE_P(Forms, PropertyListForms,
 TEST(PropertyList, AnswersNothingForDamage) {
   const std::string good = binary(kAllKinds);
   ASSERT_TRUE(parse(good));
-  struct Row {
+  const struct {
     const char* label;
     std::string bytes;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"empty", ""},
       {"no list", "hello"},
       {"top is an array", xml("<array/>")},
@@ -125,11 +124,10 @@ TEST(PropertyList, ReadsXmlInTheEncodingsThatEditorsWrite) {
   const auto declared = [&](const char* encoding) {
     return std::string("<?xml version='1.0' encoding='") + encoding + "'?>\n" + body;
   };
-  struct Row {
+  const struct {
     const char* label;
     std::string bytes;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"nothing declared", body},
       {"byte order mark", "\xEF\xBB\xBF" + declared("UTF-8")},
       {"byte order mark alone", "\xEF\xBB\xBF" + body},

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <array>
-#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>

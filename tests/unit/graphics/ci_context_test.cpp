@@ -5,7 +5,6 @@
 
 #include <array>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "platform/pixels/picture_planes.h"
@@ -44,9 +43,11 @@ struct CIContextTest : testing::Test {
 
   /// The surface as drawn so far, the top row first.
   static CGImageRef shown() {
-    std::vector<uint8_t> rows(96 * 64 * 4);
-    for (int y = 0; y < 64; ++y)
-      glReadPixels(0, 63 - y, 96, 1, GL_RGBA, GL_UNSIGNED_BYTE, rows.data() + static_cast<ptrdiff_t>(y) * 96 * 4);
+    std::vector<uint8_t> rows;
+    for (int y = 64; y-- > 0;) {
+      const auto row = test::drawnPixels(96, 1, 0, y);
+      rows.insert(rows.end(), row.begin(), row.end());
+    }
     return CGImage::create(96, 64, std::move(rows));
   }
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
-#include <vector>
 
 #include <vesk/attributed_string.h>
 #include <vesk/bezier_path.h>

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
-#include <set>
 #include <thread>
 #include <vector>
 

@@ -4,18 +4,17 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 #include <thread>
 
 #include <vesk/h264_bitstream.h>
 #include <vesk/sample_generators.h>
 #include "movie/asset_writer_adapter_state.h"
+#include "tests/support/captured_lines.h"
+#include "tests/support/h264_stream.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/support/temporary_folder.h"
-#include "tests/unit/movie/footage.h"
 #include "tests/unit/movie/movie_reader.h"
-#include "tests/unit/movie/movie_test_support.h"
 
 namespace vesk {
 namespace {
@@ -46,15 +45,33 @@ class Samples {
   PCMAudioSampleGenerator mAudio{48'000, 2, 16};
 };
 
-TEST(AssetWriterAdapter, HoldsPicturesBackUntilOneStandsAlone) {
+class AssetWriterAdapterTest : public ::testing::Test {
+ protected:
+  /// Lets the disk in memory hang at its first write, until `gate` opens.
+  void holdDisk(int error = 0) {
+    files.setFaults([this, error](auto operation, size_t, uint64_t, size_t) {
+      if (operation == MemoryFileSystem::Operation::kWrite) {
+        reached.open();
+        gate.wait();
+      }
+      return MemoryFileSystem::Fault{error};
+    });
+  }
+
   const TemporaryFolder folder;
+  const std::string path = folder.file("a.mov");
+  test::Gate reached, gate;
+  MemoryFileSystem files;
   Samples samples;
+  const std::shared_ptr<RecordingCounters> counters = std::make_shared<RecordingCounters>();
+  CapturedLines lines;
+};
+
+TEST_F(AssetWriterAdapterTest, HoldsPicturesBackUntilOneStandsAlone) {
   const auto key = samples.picture(0);
   const auto dependent = samples.picture(1);
-  const auto counters = std::make_shared<RecordingCounters>();
-  CapturedLines lines;
   {
-    CountedAssetWriterAdapter adapter(folder.file("a.mov"), true, false, counters);
+    CountedAssetWriterAdapter adapter(path, true, false, counters);
     EXPECT_EQ(adapter.addVideoSample(dependent), 0);
     EXPECT_EQ(adapter.addVideoSample(dependent), 0);
     EXPECT_EQ(adapter.addVideoSample(key), 0);
@@ -63,48 +80,28 @@ TEST(AssetWriterAdapter, HoldsPicturesBackUntilOneStandsAlone) {
   EXPECT_EQ(lines.count("Samples are being discarded!!!\n"), 2U);
   EXPECT_EQ(counters->statistics().videoHeldBack, 2U);
   EXPECT_EQ(counters->statistics().videoFrames, 2U);
-  const auto movie = test::readMovie(folder.file("a.mov"));
+  const auto movie = test::readMovie(path);
   ASSERT_EQ(movie.video.samples.size(), 2U);
   EXPECT_TRUE(movie.video.samples[0].isKey);
   EXPECT_FALSE(movie.video.samples[1].isKey);
 }
 
-TEST(AssetWriterAdapter, NeverHoldsUncompressedPicturesBack) {
-  const TemporaryFolder folder;
-  UncompressedSampleGenerator generator(16, 16, 30);
-  const Bytes frame(512, 0x55);
-  CapturedLines lines;
-  {
-    AVAssetWriterAdapter adapter(folder.file("a.mov"), true, false);
-    for (unsigned number = 0; number < 3; ++number)
-      EXPECT_EQ(adapter.addVideoSample(generator.CreateSample(frame.data(), 512, number * 30'000)), 0);
-  }
-  EXPECT_EQ(lines.count("discarded"), 0U);
-  EXPECT_EQ(test::readMovie(folder.file("a.mov")).video.samples.size(), 3U);
-}
-
-TEST(AssetWriterAdapter, SaysWhatItStartsAndFinishesAndDeletesTheOldFile) {
-  const TemporaryFolder folder;
-  const std::string path = folder.write("a.mov", "old");
-  CapturedLines lines;
+TEST_F(AssetWriterAdapterTest, SaysWhatItStartsAndFinishesAndDeletesTheOldFile) {
+  folder.write("a.mov", "old");
   {
     AVAssetWriterAdapter adapter(path, true, false);
     EXPECT_FALSE(std::filesystem::exists(path));
     EXPECT_EQ(adapter.audioInput(), nullptr);
     EXPECT_NE(adapter.videoInput(), nullptr);
-    EXPECT_EQ(adapter.addAudioSample(Samples().sound(0)), 0) << "a track that is not wanted";
+    EXPECT_EQ(adapter.addAudioSample(samples.sound(0)), 0) << "a track that is not wanted";
   }
   EXPECT_EQ(lines.count("Starting writing [" + path + "] with audio = (nil), video = 0x"), 1U);
   EXPECT_EQ(lines.count("Finished writing [" + path + "]\n"), 1U);
   EXPECT_FALSE(std::filesystem::exists(path)) << "nothing came, nothing is written";
 }
 
-TEST(AssetWriterAdapter, WritesEverythingQueuedBeforeItFinishes) {
-  const TemporaryFolder folder;
-  Samples samples;
-  const auto counters = std::make_shared<RecordingCounters>();
-  CapturedLines lines;
-  CountedAssetWriterAdapter adapter(folder.file("a.mov"), true, true, counters);
+TEST_F(AssetWriterAdapterTest, WritesEverythingQueuedBeforeItFinishes) {
+  CountedAssetWriterAdapter adapter(path, true, true, counters);
   for (uint32_t number = 0; number < 100; ++number) {
     ASSERT_EQ(adapter.addVideoSample(samples.picture(number)), 0);
     ASSERT_EQ(adapter.addAudioSample(samples.sound(number)), 0);
@@ -114,53 +111,37 @@ TEST(AssetWriterAdapter, WritesEverythingQueuedBeforeItFinishes) {
   adapter.finish();
   EXPECT_EQ(lines.count("Finished writing"), 1U);
 
-  const auto movie = test::readMovie(folder.file("a.mov"));
+  const auto movie = test::readMovie(path);
   EXPECT_EQ(movie.video.samples.size(), 100U);
   EXPECT_EQ(movie.audio.allBytes().size(), 100U * 4096);
   const RecordingStatistics statistics = counters->statistics();
   EXPECT_EQ(statistics.videoFrames, 100U);
   EXPECT_EQ(statistics.audioPackets, 100U);
   EXPECT_EQ(statistics.videoWaiting + statistics.audioWaiting, 0U);
-  EXPECT_EQ(statistics.bytes, std::filesystem::file_size(folder.file("a.mov")));
+  EXPECT_EQ(statistics.bytes, std::filesystem::file_size(path));
   EXPECT_EQ(statistics.duration, 3'000'000U) << "the pictures reach further than the sound";
 }
 
-TEST(AssetWriterAdapter, WakesTheWriterForASingleSample) {
-  const TemporaryFolder folder;
-  Samples samples;
-  const auto counters = std::make_shared<RecordingCounters>();
-  CapturedLines lines;
-  CountedAssetWriterAdapter adapter(folder.file("a.mov"), false, true, counters);
+TEST_F(AssetWriterAdapterTest, WakesTheWriterForASingleSample) {
+  CountedAssetWriterAdapter adapter(path, false, true, counters);
   for (uint32_t number = 0; number < 3; ++number) {
     ASSERT_EQ(adapter.addAudioSample(samples.sound(number)), 0);
     while (counters->levels().audioWaiting != 0) std::this_thread::yield();
   }
 }
 
-TEST(AssetWriterAdapter, DropsWhatItsQueueCannotHold) {
-  test::Gate reached, gate;
-  MemoryFileSystem files;
-  const auto counters = std::make_shared<RecordingCounters>();
-  Samples samples;
-  CapturedLines output;
-  CapturedLines lines(CapturedLines::Stream::kError);
+TEST_F(AssetWriterAdapterTest, DropsWhatItsQueueCannotHold) {
+  CapturedLines errors(CapturedLines::Stream::kError);
   CountedAssetWriterAdapter adapter("a.mov", false, true, counters, files);
-  // The first write, of the movie's header, is the writer queue's own.
-  files.setFaults([&](auto operation, size_t, uint64_t, size_t) {
-    if (operation == MemoryFileSystem::Operation::kWrite) {
-      reached.open();
-      gate.wait();
-    }
-    return MemoryFileSystem::Fault{};
-  });
+  holdDisk();  // the first write, of the movie's header, is the writer queue's own
   uint32_t number = 0;
   ASSERT_EQ(adapter.addAudioSample(samples.sound(number++)), 0);
   reached.wait();
   while (counters->levels().audioWaiting < kAudioQueueCapacity)
     ASSERT_EQ(adapter.addAudioSample(samples.sound(number++)), 0);
-  EXPECT_EQ(lines.text(), "");
+  EXPECT_EQ(errors.text(), "");
   EXPECT_EQ(adapter.addAudioSample(samples.sound(number++)), 0);
-  EXPECT_EQ(lines.text(), "[FATAL] dropping packet!\n");
+  EXPECT_EQ(errors.text(), "[FATAL] dropping packet!\n");
   EXPECT_EQ(counters->statistics().audioDropped, 1U);
   EXPECT_EQ(counters->statistics().audioWaiting, kAudioQueueCapacity);
   gate.open();
@@ -171,26 +152,15 @@ TEST(AssetWriterAdapter, DropsWhatItsQueueCannotHold) {
 
 /// What waits for a disk that hangs is bounded in bytes too: large pictures fill memory long before
 /// there are 300 of them.
-TEST(AssetWriterAdapter, DropsWhatTakesTooManyBytes) {
+TEST_F(AssetWriterAdapterTest, DropsWhatTakesTooManyBytes) {
   constexpr uint32_t kSide = 4096;  // 32 MiB a picture
   constexpr size_t kMost = kQueueBytes / (kSide * kSide * 2);
-  test::Gate reached, gate;
-  MemoryFileSystem files;
-  const auto counters = std::make_shared<RecordingCounters>();
-  CapturedLines output;
-  CapturedLines lines(CapturedLines::Stream::kError);
+  CapturedLines errors(CapturedLines::Stream::kError);
   UncompressedSampleGenerator generator(kSide, kSide, 30);
   const auto picture = generator.CreateSample(Bytes(64, 0x55).data(), 64, 0);
   ASSERT_TRUE(picture);
-  Samples samples;
   CountedAssetWriterAdapter adapter("a.mov", true, true, counters, files);
-  files.setFaults([&](auto operation, size_t, uint64_t, size_t) {
-    if (operation == MemoryFileSystem::Operation::kWrite) {
-      reached.open();
-      gate.wait();
-    }
-    return MemoryFileSystem::Fault{ENOSPC};  // afterwards: nobody wants to write half a gigabyte
-  });
+  holdDisk(ENOSPC);  // nobody wants to write half a gigabyte afterwards
   ASSERT_EQ(adapter.addAudioSample(samples.sound(0)), 0);
   ASSERT_EQ(adapter.addVideoSample(picture), 0);
   reached.wait();  // with the first picture
@@ -201,25 +171,35 @@ TEST(AssetWriterAdapter, DropsWhatTakesTooManyBytes) {
   EXPECT_EQ(adapter.addAudioSample(samples.sound(1)), 0);
   EXPECT_EQ(counters->statistics().videoDropped, 2U);
   EXPECT_EQ(counters->statistics().audioDropped, 0U) << "sound has a queue of its own";
-  EXPECT_EQ(lines.count("[FATAL] dropping packet!\n"), 2U);
+  EXPECT_EQ(errors.count("[FATAL] dropping packet!\n"), 2U);
   gate.open();
   adapter.finish();
   EXPECT_EQ(counters->levels().bytesWaiting, 0U);
 }
 
-TEST(AssetWriterAdapter, LeavesAMovieAloneThatIsBeingRecorded) {
-  const TemporaryFolder folder;
-  Samples samples;
-  CapturedLines lines;
+TEST_F(AssetWriterAdapterTest, SaysHowMuchOfADiskThatBecomesShortIsItsOwn) {
+  constexpr uint64_t kQuota = uint64_t{100} << 20;
+  files.setQuota(kQuota);
+  CountedAssetWriterAdapter adapter("a.mov", false, true, counters, files);
+  for (uint32_t number = 0; number < 30'000 && !counters->statistics().isDiskShort; ++number) {
+    ASSERT_EQ(adapter.addAudioSample(samples.sound(number)), 0);
+    while (counters->levels().audioWaiting > kAudioQueueCapacity / 2) std::this_thread::yield();
+  }
+  EXPECT_TRUE(counters->statistics().isDiskShort);
+  EXPECT_GT(counters->statistics().bytesReserved, kQuota / 2);
+  EXPECT_LE(counters->statistics().bytesReserved, kQuota);
+}
+
+TEST_F(AssetWriterAdapterTest, LeavesAMovieAloneThatIsBeingRecorded) {
   const test::LogRecorder log;
   {
-    AVAssetWriterAdapter first(folder.file("a.mov"), true, false);
+    AVAssetWriterAdapter first(path, true, false);
     ASSERT_EQ(first.addVideoSample(samples.picture(0)), 0);
-    AVAssetWriterAdapter second(folder.file("a.mov"), true, false);
+    AVAssetWriterAdapter second(path, true, false);
     EXPECT_EQ(second.addVideoSample(samples.picture(0)), 0) << "finds the name taken";
     EXPECT_NE(second.addVideoSample(samples.picture(0)), 0);
   }
-  EXPECT_EQ(test::readMovie(folder.file("a.mov")).video.samples.size(), 1U);
+  EXPECT_EQ(test::readMovie(path).video.samples.size(), 1U);
 }
 
 TEST(AssetWriterAdapter, AnswersTheCodeOfTheFailure) {
@@ -231,6 +211,7 @@ TEST(AssetWriterAdapter, AnswersTheCodeOfTheFailure) {
   } rows[] = {
       {"disk full", ENOSPC, kMovieDiskFull, Cause::kDiskFull},
       {"quota used up", EDQUOT, kMovieDiskFull, Cause::kDiskFull},
+      {"file as large as may be", EFBIG, kMovieDiskFull, Cause::kDiskFull},
       {"file gone", ENOENT, kMovieFileFailedToWrite, Cause::kFolderGone},
       {"name taken", EEXIST, kMovieWriterFailed, Cause::kFileExists},
       {"disk broken", EIO, kMovieFileFailedToWrite, Cause::kFileError},

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include <vesk/sample_generators.h>
+#include "tests/support/captured_lines.h"
 #include "tests/support/drifting_microphone.h"
-#include "tests/unit/movie/movie_test_support.h"
 
 namespace vesk {
 namespace {

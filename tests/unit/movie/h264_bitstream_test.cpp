@@ -5,7 +5,8 @@
 #include <random>
 
 #include "movie/h264_units.h"
-#include "tests/unit/movie/movie_test_support.h"
+#include "tests/support/bytes.h"
+#include "tests/support/captured_lines.h"
 
 namespace vesk {
 namespace {

@@ -4,11 +4,11 @@
 
 #include <vesk/four_char_code.h>
 #include <vesk/movie_creator.h>
+#include "tests/support/captured_lines.h"
+#include "tests/support/h264_stream.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/temporary_folder.h"
-#include "tests/unit/movie/footage.h"
 #include "tests/unit/movie/movie_reader.h"
-#include "tests/unit/movie/movie_test_support.h"
 
 namespace vesk {
 namespace {

@@ -10,12 +10,12 @@
 #include <vesk/h264_bitstream.h>
 #include "movie/movie_asset_creator_state.h"
 #include "platform/media/aac_silence.h"
+#include "tests/support/captured_lines.h"
+#include "tests/support/h264_stream.h"
 #include "tests/support/log_recorder.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/support/temporary_folder.h"
-#include "tests/unit/movie/footage.h"
 #include "tests/unit/movie/movie_reader.h"
-#include "tests/unit/movie/movie_test_support.h"
 
 namespace vesk {
 namespace {
@@ -138,16 +138,15 @@ TEST_F(MovieCreator, KeepsCaptureTimesWhereTheHostChoosesThem) {
 }
 
 TEST_F(MovieCreator, TellsOnceWhenPicturesComeFasterThanItShowsThem) {
-  struct Row {
+  const struct {
     const char* label;
     FrameTiming timing;
     uint64_t interval;
     uint64_t late;  ///< after 150 pictures
-  };
-  const Row rows[] = {{"60 a second, steady", FrameTiming::kSteady, 16'667, 149 * (30'000 - 16'667)},
-                      {"30 a second, steady", FrameTiming::kSteady, 33'333, 0},
-                      {"60 a second, as captured", FrameTiming::kCapture, 16'667, 0}};
-  for (const Row& row : rows) {
+  } rows[] = {{"60 a second, steady", FrameTiming::kSteady, 16'667, 149 * (30'000 - 16'667)},
+              {"30 a second, steady", FrameTiming::kSteady, 33'333, 0},
+              {"60 a second, as captured", FrameTiming::kCapture, 16'667, 0}};
+  for (const auto& row : rows) {
     test::LogRecorder log;
     const _VeskVideoDescription video{4, 2, kCMPixelFormat_422YpCbCr8, 30, static_cast<int32_t>(row.timing)};
     const auto creator = CreateMovieCreator(mPath.c_str());

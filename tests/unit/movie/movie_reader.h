@@ -8,6 +8,17 @@
 
 namespace vesk::test {
 
+/// A packet of 48 kHz 16-bit stereo sound whose bytes differ from one packet to the next.
+inline std::vector<uint8_t> soundPacket(uint32_t number, uint32_t frames = 1024) {
+  std::vector<uint8_t> packet(frames * 4);
+  uint32_t state = number * 2654435761U + 1;
+  for (uint8_t& byte : packet) {
+    state = state * 1664525U + 1013904223U;
+    byte = static_cast<uint8_t>(state >> 24);
+  }
+  return packet;
+}
+
 /// What one track of a movie file holds, read with libavformat.
 struct ReadTrack {
   struct Sample {

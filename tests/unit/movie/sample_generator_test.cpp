@@ -5,7 +5,8 @@
 #include <vesk/four_char_code.h>
 #include <vesk/sample_generators.h>
 #include "movie/silence.h"
-#include "tests/unit/movie/movie_test_support.h"
+#include "tests/support/bytes.h"
+#include "tests/support/captured_lines.h"
 
 namespace vesk {
 namespace {

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <functional>
 
 #include <vesk/pixel_buffer.h>
 #include "tests/support/bytes.h"

@@ -43,9 +43,8 @@ struct CameraStatusDisplayTest : testing::Test {
   }
 
   static Pixel at(int x, int y) {
-    Pixel pixel{};
-    glReadPixels(x, y, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, pixel.data());
-    return pixel;
+    const auto pixel = test::drawnPixels(1, 1, x, y);
+    return {pixel[0], pixel[1], pixel[2], pixel[3]};
   }
 
   test::TemporaryFolder folder;

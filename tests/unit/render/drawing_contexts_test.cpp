@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdlib>
 #include <memory>
 #include <ostream>
@@ -102,6 +101,10 @@ struct Scene {
   std::shared_ptr<VeskPreviewView> view = VeskPreviewView::initWithFrame({0, 0, 64, 64});
 };
 
+CIImageRef noise(int32_t width, int32_t height, const PictureFormat& format, std::minstd_rand& random) {
+  return CIImage::imageWithCVImageBuffer(test::noisePicture(width, height, format.format, format.colour, random));
+}
+
 int largestDifference(const CGImage& a, const CGImage& b) {
   if (a.pixels() == b.pixels()) return 0;
   if (a.pixels().size() != b.pixels().size()) return 256;
@@ -128,10 +131,8 @@ TEST_P(Sizes, ShowTheSameInEveryContext) {
     const bool isScaled = trial % 3 != 0;
     const int32_t width = isScaled ? side(640, 1000) : side(1, 639);
     const int32_t height = isScaled ? side(1, 600) : side(1, 359);
-    const auto image =
-        CIImage::imageWithCVImageBuffer(test::noisePicture(width, height, format.format, format.colour, random));
-    const auto next =
-        CIImage::imageWithCVImageBuffer(test::noisePicture(width, height, format.format, format.colour, random));
+    const auto image = noise(width, height, format, random);
+    const auto next = noise(width, height, format, random);
     const NSRect part{static_cast<float>(side(0, 200)), static_cast<float>(side(0, 200)),
                       static_cast<float>(side(1, 300)), static_cast<float>(side(1, 300))};
     ASSERT_TRUE(image && next) << format.name << ' ' << width << " x " << height;
@@ -147,11 +148,10 @@ TEST_P(Sizes, ShowTheSameInEveryContext) {
       scene.view->setImage(next, part);
       scene.view->displayIfNeeded();
       // Read back as it is after the partial drawing.
-      std::vector<uint8_t> pixels(whole->pixels().size());
       scene.host.makeContextCurrent();
-      glReadPixels(0, 0, whole->width(), whole->height(), GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
+      const auto after =
+          CGImage::create(whole->width(), whole->height(), test::drawnPixels(whole->width(), whole->height()));
       EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
-      const auto after = CGImage::create(whole->width(), whole->height(), std::move(pixels));
       if (i == 0) {
         first = whole;
         firstPart = after;
@@ -263,7 +263,7 @@ TEST(DrawingContexts, UploadPlanesAsTheyAreAndOnce) {
   scene.resize({320, 200});
   std::minstd_rand random(4);
   const auto show = [&](uint32_t format) {
-    scene.view->refresh(CIImage::imageWithCVImageBuffer(test::noisePicture(640, 400, format, {}, random)));
+    scene.view->refresh(noise(640, 400, {"", format, {}}, random));
     scene.view->displayIfNeeded();
   };
   for (const Row& wanted :
@@ -419,8 +419,7 @@ TEST_P(Contexts, GiveTheHostItsStateBackAndAreNotDisturbedByIt) {
     std::minstd_rand random(5);
     for (const PictureFormat& format : kPictureFormats) {
       for (const auto& [width, height] : {std::pair{301, 180}, std::pair{800, 450}}) {
-        const auto image =
-            CIImage::imageWithCVImageBuffer(test::noisePicture(width, height, format.format, format.colour, random));
+        const auto image = noise(width, height, format, random);
         calm.view->refresh(image);
         const CGImageRef expected = calm.snapshot();
         disturbed.view->refresh(image);
@@ -460,10 +459,8 @@ TEST_P(Contexts, DrawIntoFramebuffersOfTheHostAtAnyPlace) {
       const auto right = VeskPreviewView::initWithFrame({270, 130, 200, 100});  // of the same window
       right->setWindow(&left.host);
       std::minstd_rand random(9);
-      const auto first =
-          CIImage::imageWithCVImageBuffer(test::noisePicture(90, 70, kCVPixelFormat_420Planar, {}, random));
-      const auto second =
-          CIImage::imageWithCVImageBuffer(test::noisePicture(700, 400, kCMPixelFormat_422YpCbCr8, {}, random));
+      const auto first = noise(90, 70, {"", kCVPixelFormat_420Planar, {}}, random);
+      const auto second = noise(700, 400, {"", kCMPixelFormat_422YpCbCr8, {}}, random);
       const auto expect = [&](VeskPreviewView& view, const CIImageRef& image) {
         plain.view->refresh(image);
         plain.view->setIsRecording(view.isRecording());
@@ -478,16 +475,13 @@ TEST_P(Contexts, DrawIntoFramebuffersOfTheHostAtAnyPlace) {
         expect(*left.view, turn ? first : second);
         expect(*right, turn ? second : first);
       }
-      for (const PictureFormat& format : kPictureFormats)
-        expect(*left.view,
-               CIImage::imageWithCVImageBuffer(test::noisePicture(91, 71, format.format, format.colour, random)));
+      for (const PictureFormat& format : kPictureFormats) expect(*left.view, noise(91, 71, format, random));
       left.view->setFrame({50, 180, 200, 100});  // moved, and of the same size
       expect(*left.view, first);
       left.host.makeContextCurrent();
       if (samples == 0) {
-        std::array<uint8_t, 4> between{};
-        glReadPixels(260, 200, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, between.data());
-        EXPECT_EQ(between, (std::array<uint8_t, 4>{0, 0, 255, 255})) << "between the views nothing is drawn";
+        EXPECT_EQ(test::drawnPixels(1, 1, 260, 200), (std::vector<uint8_t>{0, 0, 255, 255}))
+            << "between the views nothing is drawn";
       }
       EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
       right->setWindow(nullptr);
@@ -502,8 +496,7 @@ TEST_P(Contexts, ComeAndGoWithNothingLostButTextures) {
   scene.view->setFrame({0, 0, 320, 200});
   scene.view->setIsRecording(1);
   std::minstd_rand random(3);
-  scene.view->refresh(
-      CIImage::imageWithCVImageBuffer(test::noisePicture(640, 400, kCVPixelFormat_420Planar, {}, random)));
+  scene.view->refresh(noise(640, 400, {"", kCVPixelFormat_420Planar, {}}, random));
   const CGImageRef first = scene.snapshot();
   for (const ContextRow& other : kContexts) {
     scene.view->setWindow(nullptr);
@@ -547,10 +540,8 @@ TEST_P(Contexts, DrawTextsAndStatusPicturesAlike) {
     text->setString(NSAttributedString::initWithString("Again"));
     text->drawWithBounds({3.5F, 30, 80, 10.5F});
     EXPECT_TRUE(glIsEnabled(GL_SCISSOR_TEST));
-    std::vector<uint8_t> pixels(size_t{200} * 120 * 4);
-    glReadPixels(0, 0, 200, 120, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
+    shown.push_back(test::drawnPixels(200, 120));
     EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
-    shown.push_back(std::move(pixels));
   }
   int largest = 0;
   int drawn = 0;

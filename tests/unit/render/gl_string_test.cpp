@@ -3,7 +3,6 @@
 #include <epoxy/gl.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <functional>
 #include <memory>
 #include <string>
@@ -18,6 +17,7 @@ namespace vesk {
 namespace {
 
 using test::Colour;
+using test::drawnColour;
 using test::isNear;
 
 constexpr int kSide = 200;
@@ -49,18 +49,11 @@ struct GLStringTest : testing::Test {
     glColor4f(1, 1, 1, 1);
   }
 
-  /// y upwards, as it is drawn.
-  static Colour at(int x, int y) {
-    std::array<uint8_t, 4> pixel{};
-    glReadPixels(x, y, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, pixel.data());
-    return {pixel[0], pixel[1], pixel[2]};
-  }
-
   static int countIn(NSRect rect, Colour colour, int tolerance) {
     int count = 0;
     for (int y = static_cast<int>(rect.y); y < static_cast<int>(rect.y + rect.height); ++y)
       for (int x = static_cast<int>(rect.x); x < static_cast<int>(rect.x + rect.width); ++x)
-        count += isNear(at(x, y), colour, tolerance) ? 1 : 0;
+        count += isNear(drawnColour(x, y), colour, tolerance) ? 1 : 0;
     return count;
   }
 
@@ -106,9 +99,9 @@ TEST_F(GLStringTest, StretchesOverBoundsWithItsBox) {
   text = make("", NSColor::colorWithDeviceRed(1, 0, 0, 0.5F));
   text->useStaticFrame({20, 10});
   text->drawWithBounds({100, 100, 40, 20});
-  EXPECT_TRUE(isNear(at(120, 110), {128, 0, 127}, 2)) << "premultiplied over what was there";
-  EXPECT_TRUE(isNear(at(99, 110), kBlue, 0));
-  EXPECT_TRUE(isNear(at(100, 119), kBlue, 40)) << "a rounded corner";
+  EXPECT_TRUE(isNear(drawnColour(120, 110), {128, 0, 127}, 2)) << "premultiplied over what was there";
+  EXPECT_TRUE(isNear(drawnColour(99, 110), kBlue, 0));
+  EXPECT_TRUE(isNear(drawnColour(100, 119), kBlue, 40)) << "a rounded corner";
 }
 
 TEST_F(GLStringTest, IsInvisibleWithoutAParentView) {
@@ -151,15 +144,11 @@ TEST_F(GLStringTest, IsRebuiltOnlyAfterAChangeAndKeepsItsTexture) {
   const auto isMarked = [&] {
     clear();
     text->drawWithBounds({0, 0, kSide, kSide});
-    return isNear(at(100, 100), {0, 255, 0}, 2);
+    return isNear(drawnColour(100, 100), {0, 255, 0}, 2);
   };
   const auto mark = [&] {
-    const std::vector<uint8_t> green = [&] {
-      std::vector<uint8_t> pixels;
-      for (int i = 0; i < static_cast<int>(size.width * size.height); ++i)
-        for (const uint8_t part : {0, 255, 0, 255}) pixels.push_back(part);
-      return pixels;
-    }();
+    std::vector<uint8_t> green;
+    for (int i = 0; i < static_cast<int>(size.width * size.height); ++i) green.insert(green.end(), {0, 255, 0, 255});
     glBindTexture(GL_TEXTURE_RECTANGLE, text->texName());
     glTexSubImage2D(GL_TEXTURE_RECTANGLE, 0, 0, 0, static_cast<int>(size.width), static_cast<int>(size.height), GL_RGBA,
                     GL_UNSIGNED_BYTE, green.data());

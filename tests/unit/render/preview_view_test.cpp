@@ -8,7 +8,6 @@
 #include <random>
 #include <string>
 #include <tuple>
-#include <utility>
 #include <vector>
 
 #include "platform/graphics/cairo_handles.h"
@@ -34,6 +33,9 @@ constexpr Colour kSand{230, 210, 150};
 /// Four fields, so that a picture on its head or its side is noticed.
 CIImageRef fields(int32_t width, int32_t height, uint32_t format = kCVPixelFormat_420Planar) {
   return CIImage::imageWithCVImageBuffer(test::fieldsPicture(width, height, format, {kSky, kGrass, kBrick, kSand}));
+}
+CIImageRef plain(Colour colour) {
+  return CIImage::imageWithCVImageBuffer(test::plainPicture(640, 480, colour));
 }
 
 /// Where a picture lies in the view, in pixels from the top left, and the view's colours there.
@@ -218,9 +220,8 @@ TEST_F(PreviewViewTest, IsOpaqueAroundThePicture) {
     view->refresh(image);
     view->setIsRecording(1);
     view->displayIfNeeded();
-    std::vector<uint8_t> surface(size_t{640} * 480 * 4);
     view->openGLContext()->makeCurrentContext();
-    glReadPixels(0, 0, 640, 480, GL_RGBA, GL_UNSIGNED_BYTE, surface.data());
+    const auto surface = test::drawnPixels(640, 480);
     int seenThrough = 0;
     for (size_t i = 3; i < surface.size(); i += 4) seenThrough += surface[i] == 0xFF ? 0 : 1;
     EXPECT_EQ(seenThrough, 0);
@@ -263,21 +264,16 @@ TEST_F(PreviewViewTest, AsksForARedrawOnlyWhenThePictureIsAnother) {
 TEST_F(PreviewViewTest, RedrawsThePartThatWasAskedFor) {
   view->refresh(fields(640, 480));
   view->displayIfNeeded();
-  view->setImage(CIImage::imageWithCVImageBuffer(test::plainPicture(640, 480, kBrick)), {0, 0, 320, 480});
+  view->setImage(plain(kBrick), {0, 0, 320, 480});
   view->displayIfNeeded();
   view->openGLContext()->makeCurrentContext();
-  std::array<uint8_t, 4> left{};
-  std::array<uint8_t, 4> right{};
-  glReadPixels(10, 470, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, left.data());
-  glReadPixels(630, 470, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, right.data());
-  EXPECT_TRUE(isNear({left[0], left[1], left[2]}, kBrick, 3));
-  EXPECT_TRUE(isNear({right[0], right[1], right[2]}, kGrass, 3)) << "kept from the drawing before";
+  EXPECT_TRUE(isNear(test::drawnColour(10, 470), kBrick, 3));
+  EXPECT_TRUE(isNear(test::drawnColour(630, 470), kGrass, 3)) << "kept from the drawing before";
 
   host.keeps = false;  // a double-buffered window: everything is drawn
   view->setNeedsDisplayInRect({0, 0, 1, 1});
   view->displayIfNeeded();
-  glReadPixels(630, 470, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, right.data());
-  EXPECT_TRUE(isNear({right[0], right[1], right[2]}, kBrick, 3));
+  EXPECT_TRUE(isNear(test::drawnColour(630, 470), kBrick, 3));
 }
 
 TEST_F(PreviewViewTest, SetsUpOnceAndFollowsItsBounds) {
@@ -313,7 +309,7 @@ int redPixels(const CGImage& shown) {
 }
 
 TEST_F(PreviewViewTest, LabelsARecordingInItsUpperLeftCorner) {
-  view->refresh(CIImage::imageWithCVImageBuffer(test::plainPicture(640, 480, kSand)));
+  view->refresh(plain(kSand));
   EXPECT_EQ(redPixels(*view->snapshot()), 0);
   view->setIsRecording(2);
   EXPECT_EQ(redPixels(*view->snapshot()), 0);
@@ -327,16 +323,14 @@ TEST_F(PreviewViewTest, LabelsARecordingInItsUpperLeftCorner) {
 }
 
 TEST_F(PreviewViewTest, LabelStaysAsItIsWhenPartsAreRedrawn) {
-  view->refresh(CIImage::imageWithCVImageBuffer(test::plainPicture(640, 480, kSand)));
+  view->refresh(plain(kSand));
   view->displayIfNeeded();
   view->setIsRecording(1);
   view->setNeedsDisplayInRect({300, 0, 20, 20});  // far from the label, which shows all the same
   view->displayIfNeeded();
   const auto pixels = [&] {
-    std::vector<uint8_t> surface(size_t{640} * 480 * 4);
     view->openGLContext()->makeCurrentContext();
-    glReadPixels(0, 0, 640, 480, GL_RGBA, GL_UNSIGNED_BYTE, surface.data());
-    return surface;
+    return test::drawnPixels(640, 480);
   };
   const auto first = pixels();
   for (const NSRect part : {NSRect{300, 0, 20, 20}, NSRect{0, 0, 640, 465}, NSRect{40, 450, 30, 30}}) {
@@ -354,23 +348,38 @@ TEST_F(PreviewViewTest, LeavesTheSurfaceOfAnotherViewAlone) {
   const auto other = VeskPreviewView::initWithFrame({0, 0, 640, 480});
   other->refresh(fields(320, 240));
   other->drawRect({0, 0, 640, 480});
-  std::array<uint8_t, 4> pixel{};
   view->openGLContext()->makeCurrentContext();
-  glReadPixels(5, 475, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, pixel.data());
-  EXPECT_TRUE(isNear({pixel[0], pixel[1], pixel[2]}, kSky, 3));
+  EXPECT_TRUE(isNear(test::drawnColour(5, 475), kSky, 3));
 }
+
+/// A page of 640 × 480 that views are printed on.
+class Page {
+ public:
+  void print(VeskPreviewView& view, NSRect rect) {
+    NSGraphicsContext::setCurrentContext(NSGraphicsContext::graphicsContextWithGraphicsPort(mPort.get(), 480, false));
+    view.drawRect(rect);
+    NSGraphicsContext::setCurrentContext(nullptr);
+    cairo_surface_flush(mSurface.get());
+  }
+  /// The word of a pixel; 0 where nothing was printed.
+  uint32_t at(int x, int y) const {
+    const auto* const row = cairo_image_surface_get_data(mSurface.get()) +
+                            static_cast<ptrdiff_t>(y) * cairo_image_surface_get_stride(mSurface.get());
+    return reinterpret_cast<const uint32_t*>(row)[x];
+  }
+
+ private:
+  const SurfacePtr mSurface{cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 640, 480)};
+  const CairoPtr mPort{cairo_create(mSurface.get())};
+};
 
 TEST_F(PreviewViewTest, ShowsAPictureAfterItWasPrintedWithoutAWindow) {
   view->setWindow(nullptr);
   view = VeskPreviewView::initWithFrame({0, 0, 640, 480});
   view->refresh(fields(640, 480));
-  const SurfacePtr page(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 640, 480));
-  const CairoPtr port(cairo_create(page.get()));
-  NSGraphicsContext::setCurrentContext(NSGraphicsContext::graphicsContextWithGraphicsPort(port.get(), 480, false));
-  view->drawRect({0, 0, 640, 480});
-  NSGraphicsContext::setCurrentContext(nullptr);
-  cairo_surface_flush(page.get());
-  EXPECT_NE(*reinterpret_cast<const uint32_t*>(cairo_image_surface_get_data(page.get())), 0U) << "printed";
+  Page page;
+  page.print(*view, {0, 0, 640, 480});
+  EXPECT_NE(page.at(0, 0), 0U) << "printed";
   view->setWindow(&host);
   EXPECT_TRUE(isNear(colourAt(*view->snapshot(), 10, 10), kSky, 3));
 }
@@ -417,7 +426,7 @@ TEST_F(PreviewViewTest, ShowsThePictureWhateverTextureTargetIsLeftOn) {
 
 TEST_F(PreviewViewTest, GetsNewTexturesInAnotherWindow) {
   view->setIsRecording(1);
-  view->refresh(CIImage::imageWithCVImageBuffer(test::plainPicture(640, 480, kSand)));
+  view->refresh(plain(kSand));
   const int red = redPixels(*view->snapshot());
   view->setWindow(nullptr);
   OffscreenHost other({640, 480});
@@ -428,28 +437,18 @@ TEST_F(PreviewViewTest, GetsNewTexturesInAnotherWindow) {
 }
 
 TEST_F(PreviewViewTest, PrintsTheRegionOfThePictureAndNothingElse) {
-  const SurfacePtr page(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 640, 480));
-  const CairoPtr port(cairo_create(page.get()));
-  const auto pixelAt = [&](int x, int y) {
-    cairo_surface_flush(page.get());
-    const auto* const row =
-        reinterpret_cast<const uint32_t*>(cairo_image_surface_get_data(page.get()) +
-                                          static_cast<ptrdiff_t>(y) * cairo_image_surface_get_stride(page.get()));
-    return row[x];
-  };
+  Page page;
   const auto colour = [](uint32_t word) {
     return Colour{static_cast<int>(word >> 16 & 0xFF), static_cast<int>(word >> 8 & 0xFF),
                   static_cast<int>(word & 0xFF)};
   };
   view->setIsRecording(1);
   view->refresh(fields(640, 480));
-  NSGraphicsContext::setCurrentContext(NSGraphicsContext::graphicsContextWithGraphicsPort(port.get(), 480, false));
-  view->drawRect({0, 200, 640, 280});
-  NSGraphicsContext::setCurrentContext(nullptr);
-  EXPECT_TRUE(isNear(colour(pixelAt(3, 3)), kSky, 3));
-  EXPECT_TRUE(isNear(colour(pixelAt(636, 3)), kGrass, 3));
-  EXPECT_TRUE(isNear(colour(pixelAt(3, 276)), kBrick, 3));
-  EXPECT_EQ(pixelAt(3, 284), 0U) << "below the region";
+  page.print(*view, {0, 200, 640, 280});
+  EXPECT_TRUE(isNear(colour(page.at(3, 3)), kSky, 3));
+  EXPECT_TRUE(isNear(colour(page.at(636, 3)), kGrass, 3));
+  EXPECT_TRUE(isNear(colour(page.at(3, 276)), kBrick, 3));
+  EXPECT_EQ(page.at(3, 284), 0U) << "below the region";
   EXPECT_EQ(host.presents, 0);
 }
 
@@ -476,11 +475,7 @@ TEST_F(PreviewViewTest, LeavesThePictureToASubclassThatDrawsItself) {
   own.setNeedsDisplayInRect({10.5F, 20.5F, 30, 700});
   own.displayIfNeeded();
 
-  const SurfacePtr page(cairo_image_surface_create(CAIRO_FORMAT_ARGB32, 640, 480));
-  const CairoPtr port(cairo_create(page.get()));
-  NSGraphicsContext::setCurrentContext(NSGraphicsContext::graphicsContextWithGraphicsPort(port.get(), 480, false));
-  own.drawRect({10.5F, 20.5F, 30, 40});
-  NSGraphicsContext::setCurrentContext(nullptr);
+  Page().print(own, {10.5F, 20.5F, 30, 40});
   EXPECT_EQ(own.regions, (std::vector<CGRect>{{0, 0, 640, 480}, {9, 19, 33, 461}, {10, 20, 31, 41}}));
   own.setWindow(nullptr);
 }

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include <vesk/record_session.h>
+#include "tests/support/h264_stream.h"
 #include "tests/support/log_recorder.h"
-#include "tests/unit/movie/footage.h"
 #include "tests/unit/sessions/recording_test.h"
 
 namespace vesk {
@@ -16,18 +16,6 @@ struct FormatChangeTest : test::RecordingTest {
   FormatChangeTest() {
     camera->setFormat(CMVideoFormatDescription::create(kCMVideoCodecType_H264, 176, 144));
     session->setFrameTiming(FrameTiming::kCapture);
-  }
-
-  /// Delivers pictures and sound; as a device does, from a thread of its own.
-  void film(const std::vector<test::AccessUnit>& pictures) {
-    std::thread([&] {
-      for (const auto& each : pictures) {
-        const int64_t time = 1'000'000 + filmed++ * int64_t{1'000'000} / 30;
-        test::Bytes bytes = each.stream;
-        fakeCamera->deliver(bytes, time);
-        fakeMicrophone->deliver(packet, time);
-      }
-    }).join();
   }
 
   /// A movie of so many pictures of that size, whole.
@@ -45,22 +33,20 @@ struct FormatChangeTest : test::RecordingTest {
   }
 
   test::LogRecorder log;
-  int filmed = 0;
   std::string path = movies.file("lesson.mov");
   std::string nextPath = movies.file("lesson-2.mov");
   std::shared_ptr<VeskRecordSession> session = VeskRecordSession::initWithVideoDevice(camera, microphone, path);
   const std::vector<test::AccessUnit> small = test::accessUnitsOf("MIDR_MW_D.264");
-  const std::vector<test::AccessUnit> large =
-      test::accessUnitsIn(test::withLongCodes(test::contentOfData("street-640x480-slices.h264")));
+  const std::vector<test::AccessUnit> large = test::accessUnitsOf("street-640x480-slices.h264");
 };
 
 TEST_F(FormatChangeTest, TheSessionGoesOnInTheNextMovie) {
   EXPECT_EQ(session->continueSession(nextPath), 10) << "not running";
   session->setContinues(true);
   ASSERT_EQ(session->startSession(), 0);
-  film(small);
+  filmUnits(small);
   EXPECT_EQ(session->statistics().videoForNext, 0U);
-  film({large.begin(), large.begin() + 40});
+  filmUnits({large.begin(), large.begin() + 40});
   EXPECT_EQ(session->statistics().videoForNext, 40U);
   EXPECT_TRUE(session->isWriterBusy());
 
@@ -77,7 +63,7 @@ TEST_F(FormatChangeTest, TheSessionGoesOnInTheNextMovie) {
   EXPECT_TRUE(isThere(path)) << "in its place at once";
   EXPECT_TRUE(camera->isCapturing() && microphone->isCapturing());
 
-  film({large.begin() + 40, large.end()});
+  filmUnits({large.begin() + 40, large.end()});
   session->stopSession();
   EXPECT_EQ(session->lastOutcome().finalPath, nextPath);
   EXPECT_EQ(session->lastOutcome().statistics.videoFrames, 90U);

@@ -11,8 +11,8 @@
 #include <vesk/preview_session.h>
 #include <vesk/preview_view.h>
 #include <vesk/run_loop.h>
+#include "tests/support/h264_stream.h"
 #include "tests/unit/decompression/jpeg_builder.h"
-#include "tests/unit/movie/footage.h"
 #include "tests/unit/sessions/recording_test.h"
 
 namespace vesk::test {
@@ -48,12 +48,6 @@ std::vector<Look> decoded(uint32_t codec, int width, int height, std::vector<Byt
   decoder->setDelegate(&looks);
   for (Bytes& frame : frames) decoder->decompressData(frame.data(), static_cast<int32_t>(frame.size()), 0);
   return looks.all;
-}
-
-std::vector<Bytes> streamsOf(const std::vector<AccessUnit>& pictures, size_t count) {
-  std::vector<Bytes> streams;
-  for (size_t number = 0; number < count; ++number) streams.push_back(pictures[number].stream);
-  return streams;
 }
 
 /// Each unit of a stream as a buffer of its own, with its start code.
@@ -97,8 +91,9 @@ struct PreviewChanges : RecordingTest {
 
 TEST_F(PreviewChanges, ShowsWhatTheCameraSendsNow) {
   constexpr uint32_t kH264 = kCMVideoCodecType_H264;
-  const auto small = streamsOf(accessUnitsOf("MIDR_MW_D.264"), 20);
-  const auto large = streamsOf(accessUnitsIn(withLongCodes(contentOfData("street-640x480-slices.h264"))), 20);
+  auto small = streamsOf(accessUnitsOf("MIDR_MW_D.264"));
+  auto large = streamsOf(accessUnitsOf("street-640x480-slices.h264"));
+  for (auto* const clip : {&small, &large}) clip->resize(20);
   const auto ofSmall = decoded(kH264, 176, 144, small);
   const auto ofLarge = decoded(kH264, 640, 480, large);
   ASSERT_EQ(ofSmall.size(), 20U);

@@ -436,12 +436,11 @@ TEST_F(PreviewSession, OnlyARunningRecordingKeepsTheCameraOn) {
   const Step showSecond = [&] { second->startSessionWithPreview(secondView); };
   const Step pauseSecond = [&] { second->pauseSession(); };
   enum Expected { kOn, kOff, kClosed };
-  struct Row {
+  const struct {
     const char* label;
     Expected expected;
     std::vector<Step> steps;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"another delegate, paused", kOff, {pause}},
       {"another delegate, closed", kClosed, {close}},
       {"two previews, both paused", kOff, {showSecond, pause, pauseSecond}},
@@ -461,7 +460,7 @@ TEST_F(PreviewSession, OnlyARunningRecordingKeepsTheCameraOn) {
        kClosed,
        {recordBesideARefusedOne, close, forgetTheRefusedOne, endRecording}},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
     session->openSession();
     show();

@@ -271,12 +271,11 @@ TEST_F(RecordSessionTest, KeepsAMovieThatCannotBePlaced) {
 TEST_F(RecordSessionTest, TakesTheNextNameWhereOneIsTaken) {
   const std::string taken = temporary.file("clip.mov");
   const std::string victim = movies.write("victim.mov", "somebody's film");
-  struct Row {
+  const struct {
     const char* label;
     std::function<void()> take;
     std::function<bool()> isUntouched;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"a film that another program left", [&] { temporary.write("clip.mov", "old"); },
        [&] { return test::contentOf(taken) == "old"; }},
       {"a folder", [&] { std::filesystem::create_directory(taken); },
@@ -284,7 +283,7 @@ TEST_F(RecordSessionTest, TakesTheNextNameWhereOneIsTaken) {
       {"a link that leads elsewhere", [&] { std::filesystem::create_symlink(victim, taken); },
        [&] { return std::filesystem::is_symlink(taken) && test::contentOf(victim) == "somebody's film"; }},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     row.take();
     session->startSession();
     deliver(0, 2);
@@ -332,17 +331,13 @@ TEST_F(RecordSessionTest, TakesTheNextNameWhereAnotherProcessRecords) {
 
 TEST_F(RecordSessionTest, KeepsAGrowingMovieFromOthersEyes) {
   const mode_t before = umask(027);
-  const auto modeOf = [](const std::string& file) {
-    struct stat status = {};
-    return stat(file.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
-  };
   session->startSession();
   deliver(0, 2);
-  EXPECT_EQ(modeOf(temporary.file("clip.mov")), 0600U);
+  EXPECT_EQ(test::modeOf(temporary.file("clip.mov")), 0600U);
   session->stopSession();
-  EXPECT_EQ(modeOf(path), 0640U) << "what the umask gives";
+  EXPECT_EQ(test::modeOf(path), 0640U) << "what the umask gives";
   record(2);  // its place is taken now
-  EXPECT_EQ(modeOf(session->lastOutcome().temporaryPath), 0600U);
+  EXPECT_EQ(test::modeOf(session->lastOutcome().temporaryPath), 0600U);
   umask(before);
 }
 

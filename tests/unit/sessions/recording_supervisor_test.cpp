@@ -3,15 +3,14 @@
 #include <algorithm>
 #include <fstream>
 #include <optional>
-#include <thread>
 
 #include <vesk/capture_choices.h>
 #include <vesk/dispatch_queue.h>
 #include <vesk/recording_leftovers.h>
 #include <vesk/run_loop.h>
 #include "sessions/supervisor_environment.h"
+#include "tests/support/h264_stream.h"
 #include "tests/support/log_recorder.h"
-#include "tests/unit/movie/footage.h"
 #include "tests/unit/sessions/recording_test.h"
 
 namespace vesk {
@@ -44,10 +43,14 @@ struct SupervisorTest : test::RecordingTest {
         environment);
   }
 
+  enum class Devices { kBoth, kCameraOnly };
   /// Raw frames of 16 x 16, for the default devices.
-  RecordingSettings settingsFor(const std::string& file) {
+  RecordingSettings settingsFor(const std::string& file, Devices devices = Devices::kBoth,
+                                bool waitsForCamera = false) {
     RecordingSettings settings;
     settings.file = movies.file(file);
+    settings.withSound = devices == Devices::kBoth;
+    settings.waitsForCamera = waitsForCamera;
     settings.setVideoFormat = [this](VeskVideoDevice& chosen) {
       chosen.setFormat(format);
       return Error();
@@ -91,17 +94,6 @@ struct SupervisorTest : test::RecordingTest {
     return all;
   }
 
-  /// As a device does, from a thread of its own.
-  void film(int count, bool withSound = true) {
-    std::thread([&] {
-      for (int i = 0; i < count; ++i) {
-        const int64_t time = 1'000'000 + filmed++ * int64_t{1'000'000} / 30;
-        if (withSound) fakeMicrophone->deliver(packet, time);
-        fakeCamera->deliver(picture, time);
-      }
-    }).join();
-  }
-
   void unplug(capture::DeviceKind kind, const std::string& path) {
     source->detach(path);
     source->announce(kind, false);
@@ -116,13 +108,7 @@ struct SupervisorTest : test::RecordingTest {
   }
 
   /// Names in the folder of movies, hidden ones too.
-  std::vector<std::string> names() const {
-    std::vector<std::string> all;
-    for (const auto& entry : std::filesystem::directory_iterator(movies.path()))
-      all.push_back(entry.path().filename().string());
-    std::sort(all.begin(), all.end());
-    return all;
-  }
+  std::set<std::string> names() const { return test::namesIn(movies.path()); }
   int frames(const std::string& file) const { return framesIn(movies.file(file)); }
 
   test::LogRecorder log;
@@ -133,7 +119,6 @@ struct SupervisorTest : test::RecordingTest {
   std::vector<RecordingEvent> events;
   size_t seen = 0;
   std::function<void(const RecordingEvent&)> act;
-  int filmed = 0;
   std::shared_ptr<VeskRecordingSupervisor> supervisor;
 };
 
@@ -145,7 +130,7 @@ TEST_F(SupervisorTest, AMovieGrowsBesideItsPlaceAndIsPlaced) {
   EXPECT_EQ(next(Kind::kStarted).file, movies.file("lesson.mov"));
   film(30);
   EXPECT_EQ(names().size(), 1U);
-  EXPECT_TRUE(names().front().starts_with(".lesson.mov.recording-"));
+  EXPECT_TRUE(names().begin()->starts_with(".lesson.mov.recording-"));
   EXPECT_TRUE(std::filesystem::is_empty(temporary.path())) << "not in the process's folder";
   EXPECT_EQ(supervisor->progress().statistics.videoFrames, 30U);
   EXPECT_EQ(supervisor->progress().file, movies.file("lesson.mov"));
@@ -159,7 +144,7 @@ TEST_F(SupervisorTest, AMovieGrowsBesideItsPlaceAndIsPlaced) {
   EXPECT_FALSE(movie.error || movie.missing);
   EXPECT_TRUE(movie.isSilent);
   EXPECT_EQ(movie.soundFormat->streamBasicDescription().mChannelsPerFrame, 2U);
-  EXPECT_EQ(names(), std::vector<std::string>{"lesson.mov"});
+  EXPECT_EQ(names(), std::set<std::string>{"lesson.mov"});
   EXPECT_EQ(frames("lesson.mov"), 30);
   EXPECT_FALSE(fakeCamera->isCapturing() || fakeMicrophone->isCapturing());
 }
@@ -204,14 +189,11 @@ TEST_F(SupervisorTest, WhatCannotBeginSaysWhyAndLeavesNothing) {
     row.prepare(settings);
     supervisor->start(std::move(settings));
     const RecordingEvent ended = next(Kind::kEnded);
-    EXPECT_EQ(ended.error.cause, row.cause) << row.label;
+    test::expectError(ended.error, row.cause);
     EXPECT_NE(ended.error.what, "") << row.label;
-    if (ended.error.what.find('"') != std::string::npos) {
-      EXPECT_NE(ended.error.what.find('"' + ended.error.subject + '"'), std::string::npos) << ended.error.what;
-    }
     EXPECT_FALSE(supervisor->isActive()) << row.label;
     EXPECT_FALSE(fakeCamera->isCapturing() || fakeMicrophone->isCapturing()) << row.label;
-    EXPECT_EQ(names(), std::vector<std::string>{"there.mov"}) << row.label;
+    EXPECT_EQ(names(), std::set<std::string>{"there.mov"}) << row.label;
   }
   EXPECT_EQ(events.size(), 11U) << "one event each";
 }
@@ -223,8 +205,7 @@ TEST_F(SupervisorTest, TwoRecordingsOfOneHostKeepApart) {
   const auto other =
       SupervisorTesting::make([&](const RecordingEvent& event) { others.push_back(event); }, environment);
   startLesson();
-  RecordingSettings second = settingsFor("lesson.mov");
-  second.withSound = false;
+  RecordingSettings second = settingsFor("lesson.mov", Devices::kCameraOnly);
   second.findCamera = [] { return infoOf("/other"); };
   other->start(second);
   ASSERT_TRUE(serveUntil([&] { return !others.empty(); }));
@@ -242,7 +223,7 @@ TEST_F(SupervisorTest, TwoRecordingsOfOneHostKeepApart) {
   EXPECT_EQ(next(Kind::kMovieFinished).movie->statistics.videoFrames, 20U);
   other->stop();
   ASSERT_TRUE(serveUntil([&] { return !other->isActive(); }));
-  EXPECT_EQ(names(), (std::vector<std::string>{"lesson.mov", "second.mov"}));
+  EXPECT_EQ(names(), (std::set<std::string>{"lesson.mov", "second.mov"}));
   EXPECT_EQ(frames("second.mov"), 10);
 }
 
@@ -320,8 +301,7 @@ TEST_F(SupervisorTest, ACameraThatReturnsGoesOnInTheNextMovie) {
   movies.write("lesson.mov", "old");
   movies.write("lesson-2.mov", "precious");
   unplug(capture::DeviceKind::kVideo, "/cam");
-  RecordingSettings settings = settingsFor("lesson.mov");
-  settings.waitsForCamera = true;
+  RecordingSettings settings = settingsFor("lesson.mov", Devices::kBoth, true);
   settings.replacesFile = true;
   supervisor->start(settings);
   for (const char* name : {"lesson.mov", "lesson-3.mov"}) {
@@ -342,7 +322,7 @@ TEST_F(SupervisorTest, ACameraThatReturnsGoesOnInTheNextMovie) {
   next(Kind::kWaiting);
   supervisor->stop();
   EXPECT_EQ(next(Kind::kEnded).error, Error());
-  EXPECT_EQ(names(), (std::vector<std::string>{"lesson-2.mov", "lesson-3.mov", "lesson.mov"}));
+  EXPECT_EQ(names(), (std::set<std::string>{"lesson-2.mov", "lesson-3.mov", "lesson.mov"}));
   EXPECT_EQ(frames("lesson.mov"), 10);
   EXPECT_EQ(test::contentOf(movies.file("lesson-2.mov")), "precious");
 }
@@ -350,10 +330,7 @@ TEST_F(SupervisorTest, ACameraThatReturnsGoesOnInTheNextMovie) {
 TEST_F(SupervisorTest, ACameraThatHasJustComeMayRefuseAFewTimes) {
   for (const int refusals : {3, 100}) {
     unplug(capture::DeviceKind::kVideo, "/cam");
-    RecordingSettings settings = settingsFor("lesson.mov");
-    settings.waitsForCamera = true;
-    settings.withSound = false;
-    supervisor->start(settings);
+    supervisor->start(settingsFor("lesson.mov", Devices::kCameraOnly, true));
     next(Kind::kWaiting);
     fakeCamera = source->attachCamera("/cam");
     fakeCamera->startStatus = 19;
@@ -380,8 +357,7 @@ TEST_F(SupervisorTest, ACameraThatHasJustComeMayRefuseAFewTimes) {
 
 TEST_F(SupervisorTest, WhatTheHostThrowsWhileItWaitsEndsTheRecording) {
   bool throws = false;
-  RecordingSettings settings = settingsFor("lesson.mov");
-  settings.waitsForCamera = true;
+  RecordingSettings settings = settingsFor("lesson.mov", Devices::kBoth, true);
   settings.findCamera = [&]() -> std::shared_ptr<VeskDeviceInfo> {
     if (throws) throw 5;
     return nullptr;
@@ -397,8 +373,7 @@ TEST_F(SupervisorTest, WhatTheHostThrowsWhileItWaitsEndsTheRecording) {
 
 TEST_F(SupervisorTest, ACameraThatGoesBeforeItsMicrophoneComesIsWaitedForAgain) {
   unplug(capture::DeviceKind::kVideo, "/cam");
-  RecordingSettings settings = settingsFor("lesson.mov");
-  settings.waitsForCamera = true;
+  RecordingSettings settings = settingsFor("lesson.mov", Devices::kBoth, true);
   settings.findMicrophone = [] { return infoOf("/own"); };  // which does not come
   supervisor->start(settings);
   next(Kind::kWaiting);
@@ -420,9 +395,7 @@ TEST_F(SupervisorTest, ACameraThatGoesBeforeItsMicrophoneComesIsWaitedForAgain) 
 }
 
 TEST_F(SupervisorTest, TheDurationIsThatOfAllMovies) {
-  RecordingSettings settings = settingsFor("lesson.mov");
-  settings.waitsForCamera = true;
-  settings.withSound = false;
+  RecordingSettings settings = settingsFor("lesson.mov", Devices::kCameraOnly, true);
   settings.duration = 2;
   supervisor->start(settings);
   film(30, false);
@@ -437,32 +410,22 @@ TEST_F(SupervisorTest, TheDurationIsThatOfAllMovies) {
 
 TEST_F(SupervisorTest, ChangedParameterSetsGoOnInTheNextMovie) {
   const auto small = test::accessUnitsOf("MIDR_MW_D.264");
-  const auto large = test::accessUnitsIn(test::withLongCodes(test::contentOfData("street-640x480-slices.h264")));
-  const auto filmUnits = [&](const auto& units) {
-    std::thread([&] {
-      for (const auto& each : units) {
-        test::Bytes bytes = each.stream;
-        fakeCamera->deliver(bytes, 1'000'000 + filmed++ * int64_t{1'000'000} / 30);
-      }
-    }).join();
-  };
+  const auto large = test::accessUnitsOf("street-640x480-slices.h264");
   format = CMVideoFormatDescription::create(kCMVideoCodecType_H264, 176, 144);
   for (const bool isFreeToGoOn : {true, false}) {
-    RecordingSettings settings = settingsFor("lesson.mov");
-    settings.withSound = false;
-    supervisor->start(settings);
+    supervisor->start(settingsFor("lesson.mov", Devices::kCameraOnly));
     next(Kind::kStarted);
-    filmUnits(small);
+    filmUnits(small, false);
     const std::string away = movies.path() + "-away";  // a folder that is gone takes no other movie
     if (!isFreeToGoOn) std::filesystem::rename(movies.path(), away);
-    filmUnits(std::vector(large.begin(), large.begin() + 40));
+    filmUnits({large.begin(), large.begin() + 40}, false);
     if (isFreeToGoOn) {
       EXPECT_EQ(next(Kind::kContinued).file, movies.file("lesson-2.mov"));
     } else {
       EXPECT_EQ(next(Kind::kNotContinued).error.cause, Cause::kFolderGone);
       std::filesystem::rename(away, movies.path());
     }
-    filmUnits(std::vector(large.begin() + 40, large.end()));
+    filmUnits({large.begin() + 40, large.end()}, false);
     finish();
     EXPECT_EQ(test::probe(movies.file("lesson.mov")).find("h264")->packets, static_cast<int>(small.size()));
     EXPECT_EQ(isThere(movies.file("lesson-2.mov")), isFreeToGoOn);
@@ -519,7 +482,7 @@ TEST_F(SupervisorTest, FramesThatStallAndASilentMicrophoneAreReported) {
 TEST_F(SupervisorTest, AMovieWhoseFolderGoesIsAnErrorThatEndsTheRecording) {
   startLesson();
   film(5);
-  std::filesystem::remove_all(movies.file(names().front()));
+  std::filesystem::remove_all(movies.file(*names().begin()));
   serveUntil([&] {
     film(30);
     return !supervisor->isActive();
@@ -555,7 +518,7 @@ TEST_F(SupervisorTest, TheHostMayLetEverythingGoInAnyEvent) {
     if (row.kind == Kind::kMovieFinished || row.kind == Kind::kEnded) supervisor->stop();
     EXPECT_TRUE(serveUntil([&] { return row.letsEverythingGo ? !supervisor : !supervisor->isActive(); }));
     act = {};
-    EXPECT_EQ(names(), std::vector<std::string>{"lesson.mov"});
+    EXPECT_EQ(names(), std::set<std::string>{"lesson.mov"});
     EXPECT_EQ(frames("lesson.mov"), row.frames);
     EXPECT_FALSE(fakeCamera->isCapturing());
     std::filesystem::remove(movies.file("lesson.mov"));
@@ -586,9 +549,8 @@ TEST_F(SupervisorTest, TheHostMayLetGoInAFunctionOfItsSettings) {
 TEST_F(SupervisorTest, DevicesOfTheHostAreJoinedAndLeftAsTheyAre) {
   camera->openDevice();
   camera->startCapture();
-  RecordingSettings settings = settingsFor("lesson.mov");
+  RecordingSettings settings = settingsFor("lesson.mov", Devices::kCameraOnly);
   settings.camera = camera;
-  settings.withSound = false;
   supervisor->start(settings);
   next(Kind::kStarted);
   EXPECT_EQ(supervisor->camera(), camera);
@@ -608,7 +570,7 @@ TEST_F(SupervisorTest, LeftoversOfACrashAreListedAndFinished) {
   film(300);  // more than a fragment gathers while a source is ahead of time
   const auto hidden = [&](const char* end) { return movies.file(std::string(".lesson.mov.recording-") + end); };
   serveUntil([&] { return supervisor->progress().statistics.videoWaiting == 0; });
-  const std::string inUse = movies.file(names().front());
+  const std::string inUse = movies.file(*names().begin());
   ASSERT_TRUE(serveUntil([&] { return test::contentOf(inUse + "/lesson.mov").find("moof") != std::string::npos; }))
       << "a fragment is valid";
   std::filesystem::create_directory(hidden("AAAAAA"));

@@ -16,6 +16,7 @@
 #include <vesk/video_device.h>
 #include "platform/foundation/file_manager.h"
 #include "tests/support/device_test.h"
+#include "tests/support/h264_stream.h"
 #include "tests/support/temporary_folder.h"
 #include "tests/unit/writing/movie_probe.h"
 
@@ -86,6 +87,19 @@ struct RecordingTest : DeviceTest {
       fakeCamera->deliver(picture, time);
     }
   }
+  /// Delivers the pictures that come next, and sound with them, from a thread of its own as a device does.
+  void filmUnits(const std::vector<AccessUnit>& pictures, bool withSound = true) {
+    std::thread([&] {
+      for (Bytes bytes : streamsOf(pictures)) {
+        const int64_t time = 1'000'000 + filmed++ * int64_t{1'000'000} / 30;
+        fakeCamera->deliver(bytes, time);
+        if (withSound) fakeMicrophone->deliver(packet, time);
+      }
+    }).join();
+  }
+  void film(int count, bool withSound = true) {
+    filmUnits(std::vector(static_cast<size_t>(count), AccessUnit{{picture.begin(), picture.end()}, {}}), withSound);
+  }
 
   /// Frames in the movie at `path`; -1 when there is no track of them.
   static int framesIn(const std::string& path) {
@@ -100,6 +114,7 @@ struct RecordingTest : DeviceTest {
   std::shared_ptr<FakeDevice> fakeMicrophone = source->attachMicrophone("/mic");
   std::shared_ptr<VeskVideoDevice> camera = VeskVideoDevice::initWithDeviceInfo(infoOf("/cam"));
   std::shared_ptr<VeskAudioDevice> microphone = VeskAudioDevice::initWithDeviceInfo(infoOf("/mic"));
+  int filmed = 0;
   TemporaryFolder temporary;
   TemporaryFolder movies;
   std::array<uint8_t, 512> picture{};

@@ -23,13 +23,6 @@ struct SessionErrors : RecordingTest {
   std::shared_ptr<VeskRecordSession> record(const std::string& path) {
     return VeskRecordSession::initWithVideoDevice(camera, microphone, path);
   }
-  static void expectError(const Error& error, Cause cause, const std::string& words) {
-    EXPECT_EQ(causeName(error.cause), causeName(cause)) << error.what;
-    EXPECT_NE(error.what.find(words), std::string::npos) << error.what;
-    if (error.what.find('"') != std::string::npos) {
-      EXPECT_NE(error.what.find('"' + error.subject + '"'), std::string::npos) << error.what;
-    }
-  }
 };
 
 TEST_F(SessionErrors, OfAStartAreThoseOfWhateverRefused) {
@@ -76,22 +69,21 @@ TEST_F(SessionErrors, OfAStartAreThoseOfWhateverRefused) {
 }
 
 TEST_F(SessionErrors, OfARecordingSayWhatBecameOfItsMovie) {
-  struct Row {
+  const struct {
     const char* label;
     std::function<void()> whileRecording;
     std::string path;
     Cause cause;
     const char* words;
     bool isKept;
-  };
-  const Row rows[] = {
+  } rows[] = {
       {"file exists", [this] { movies.write("taken.mov", "somebody else's"); }, movies.file("taken.mov"),
        Cause::kFileExists, "taken.mov", true},
       {"folder gone", [] {}, movies.file("none/clip.mov"), Cause::kFolderGone, "none/clip.mov", true},
       {"its own folder gone", [this] { fs::remove_all(temporary.path()); }, movies.file("clip.mov"), Cause::kFolderGone,
        "could not be written", false},
   };
-  for (const Row& row : rows) {
+  for (const auto& row : rows) {
     SCOPED_TRACE(row.label);
     const auto session = record(row.path);
     ASSERT_EQ(session->startSession(), 0);

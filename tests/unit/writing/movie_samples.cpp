@@ -1,29 +1,14 @@
 #include "tests/unit/writing/movie_samples.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iterator>
 
-#include "platform/foundation/byte_reader.h"
+#include "tests/support/h264_stream.h"
 
 namespace vesk::test {
 namespace {
-
-std::vector<std::vector<uint8_t>> unitsOf(const std::vector<uint8_t>& stream) {
-  std::vector<size_t> starts;
-  for (size_t i = 0; i + 4 <= stream.size(); ++i) {
-    if (stream[i] == 0 && stream[i + 1] == 0 && stream[i + 2] == 0 && stream[i + 3] == 1) starts.push_back(i + 4);
-  }
-  std::vector<std::vector<uint8_t>> units;
-  for (size_t i = 0; i < starts.size(); ++i) {
-    const size_t end = i + 1 < starts.size() ? starts[i + 1] - 4 : stream.size();
-    units.emplace_back(stream.begin() + static_cast<ptrdiff_t>(starts[i]),
-                       stream.begin() + static_cast<ptrdiff_t>(end));
-  }
-  return units;
-}
 
 std::vector<uint8_t> decoderConfiguration(const std::vector<uint8_t>& sps, const std::vector<uint8_t>& pps) {
   std::vector<uint8_t> record{1, sps[1], sps[2], sps[3], 0xFF, 0xE1, 0, static_cast<uint8_t>(sps.size())};
@@ -35,21 +20,11 @@ std::vector<uint8_t> decoderConfiguration(const std::vector<uint8_t>& sps, const
 
 H264Clip loadClip() {
   H264Clip clip;
-  std::vector<uint8_t> sps;
-  std::vector<uint8_t> pps;
-  for (const auto& unit : unitsOf(readFile(VESK_TEST_DATA "/SVA_Base_B.264"))) {
-    const int type = unit[0] & 0x1F;
-    if (type == 7) sps = unit;
-    if (type == 8) pps = unit;
-    if (type != 1 && type != 5) continue;
-    if (unit[1] & 0x80) clip.pictures.emplace_back();  // the first slice of its picture
-    uint8_t length[4];
-    writeBigEndian32(length, static_cast<uint32_t>(unit.size()));
-    clip.pictures.back().insert(clip.pictures.back().end(), length, length + 4);
-    clip.pictures.back().insert(clip.pictures.back().end(), unit.begin(), unit.end());
-  }
+  const auto pictures = accessUnitsOf("SVA_Base_B.264");
+  for (const AccessUnit& picture : pictures) clip.pictures.push_back(picture.slices);
+  const auto units = unitsOf(pictures.front().stream);  // a parameter set of each kind, and the first picture
   VideoFormatExtensions extensions;
-  extensions.sampleDescriptionExtensionAtoms["avcC"] = decoderConfiguration(sps, pps);
+  extensions.sampleDescriptionExtensionAtoms["avcC"] = decoderConfiguration(units.at(0), units.at(1));
   clip.format = CMVideoFormatDescription::create(kCMVideoCodecType_H264, 176, 144, extensions);
   return clip;
 }

@@ -1,14 +1,11 @@
 #pragma once
 
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include <vesk/log.h>
-#include "tests/support/bytes.h"
 
 namespace vesk::test {
 

@@ -1,24 +1,14 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdint>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
+#include "tests/support/bytes.h"
+#include "tests/support/temporary_folder.h"
+
 namespace vesk::test {
-
-using Bytes = std::vector<uint8_t>;
-
-inline Bytes contentOfData(const std::string& name) {
-  std::ifstream file(std::string(VESK_TEST_DATA "/") + name, std::ios::binary);
-  Bytes content{std::istreambuf_iterator<char>(file), {}};
-  EXPECT_FALSE(content.empty()) << name;
-  return content;
-}
 
 /// The NAL units of a byte stream with four-byte start codes, without those.
 inline std::vector<Bytes> unitsOf(const Bytes& stream) {
@@ -33,12 +23,22 @@ inline std::vector<Bytes> unitsOf(const Bytes& stream) {
   return units;
 }
 
-/// One picture of a clip, as a camera delivers it and as a movie holds it.
-struct AccessUnit {
-  Bytes stream;  ///< with start codes; parameter sets before a key picture
-  Bytes slices;  ///< length-prefixed, slices only
-  bool isKey = false;
-};
+inline std::vector<int> unitTypesOf(const Bytes& stream) {
+  std::vector<int> types;
+  for (const Bytes& unit : unitsOf(stream)) types.push_back(unit.empty() ? -1 : unit[0] & 0x1F);
+  return types;
+}
+
+/// Whether there is a slice of a key picture in it.
+inline bool holdsKeyPicture(const Bytes& stream) {
+  const auto types = unitTypesOf(stream);
+  return std::find(types.begin(), types.end(), 5) != types.end();
+}
+
+inline bool holdsThreeByteCode(const Bytes& unit) {
+  const Bytes code{0, 0, 1};
+  return std::search(unit.begin(), unit.end(), code.begin(), code.end()) != unit.end();
+}
 
 /// The stream with four-byte start codes only.
 inline Bytes withLongCodes(const Bytes& stream) {
@@ -51,11 +51,27 @@ inline Bytes withLongCodes(const Bytes& stream) {
   return result;
 }
 
-/// The access units of a stream. A picture begins with the slice of its first macroblock.
-inline std::vector<AccessUnit> accessUnitsIn(const Bytes& stream) {
+/// One picture of a clip, as a camera delivers it and as a movie holds it.
+struct AccessUnit {
+  Bytes stream;  ///< with start codes; parameter sets before a key picture
+  Bytes slices;  ///< length-prefixed, slices only
+  bool isKey = false;
+};
+
+inline std::vector<Bytes> streamsOf(const std::vector<AccessUnit>& pictures) {
+  std::vector<Bytes> streams;
+  streams.reserve(pictures.size());
+  for (const AccessUnit& picture : pictures) streams.push_back(picture.stream);
+  return streams;
+}
+
+/// The access units of a clip in footage/. A picture begins with the slice of its first macroblock.
+inline std::vector<AccessUnit> accessUnitsOf(const std::string& name) {
+  const std::string content = contentOf(VESK_TEST_DATA "/" + name);
+  EXPECT_FALSE(content.empty()) << name;
   std::vector<AccessUnit> pictures;
   Bytes before;  // parameter sets that belong to the next picture
-  for (const Bytes& unit : unitsOf(stream)) {
+  for (const Bytes& unit : unitsOf(withLongCodes({content.begin(), content.end()}))) {
     const int type = unit[0] & 0x1F;
     Bytes coded{0, 0, 0, 1};
     coded.insert(coded.end(), unit.begin(), unit.end());
@@ -74,22 +90,6 @@ inline std::vector<AccessUnit> accessUnitsIn(const Bytes& stream) {
     picture.slices.insert(picture.slices.end(), unit.begin(), unit.end());
   }
   return pictures;
-}
-
-/// The access units of a clip in tests/data.
-inline std::vector<AccessUnit> accessUnitsOf(const std::string& name) {
-  return accessUnitsIn(contentOfData(name));
-}
-
-/// A packet of 48 kHz 16-bit stereo sound whose bytes differ from one packet to the next.
-inline Bytes soundPacket(uint32_t number, uint32_t frames = 1024) {
-  Bytes packet(frames * 4);
-  uint32_t state = number * 2654435761U + 1;
-  for (uint8_t& byte : packet) {
-    state = state * 1664525U + 1013904223U;
-    byte = static_cast<uint8_t>(state >> 24);
-  }
-  return packet;
 }
 
 }  // namespace vesk::test
