@@ -58,16 +58,6 @@ void FragmentWriter::start(Thread thread) {
   }
 }
 
-void FragmentWriter::wrote(uint64_t end) {
-  {
-    const MutexLock lock(mMutex);
-    mEnd = mSafeEnd = end;
-    mIsUnsynced = true;
-  }
-  mWake.notify_one();
-  if (!mThread.joinable()) sync();
-}
-
 void FragmentWriter::submit(std::shared_ptr<MovieFragment> fragment) {
   {
     const MutexLock lock(mMutex);
@@ -162,7 +152,6 @@ void FragmentWriter::run() {
   pthread_setname_np(pthread_self(), "Vesk Movie Disk");
   for (;;) {
     setSpaceAside();
-    if (!mHasSynced) sync();  // what describes the fragments comes before them
     {
       const MutexLock lock(mMutex);
       if (Entry* const entry = nextQueued()) write(*entry, true);
@@ -221,7 +210,6 @@ void FragmentWriter::sync() {
   for (size_t i = 0; i < entries.size(); ++i) {
     Entry& entry = mEntries.front();
     entry.fragment->releaseMedia(false);
-    mSafeEnd = entry.fragment->end();
     mDone.push_back(std::move(entry.fragment));
     mEntries.pop_front();
   }
@@ -258,8 +246,8 @@ void FragmentWriter::stop() {
   const MutexLock lock(mMutex);
   const size_t count = countWritten();
   if (count == mEntries.size()) return;
+  mFile.truncate(mEntries[count].fragment->offset());
   mEntries.erase(mEntries.begin() + static_cast<ptrdiff_t>(count), mEntries.end());
-  mFile.truncate(mEntries.empty() ? mSafeEnd : mEntries.back().fragment->end());
 }
 
 void FragmentWriter::makeValid() {

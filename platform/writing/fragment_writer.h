@@ -43,8 +43,6 @@ class FragmentWriter {
 
   /// With Thread::kNone everything is done in submit.
   void start(Thread thread) VESK_EXCLUDES(mMutex);
-  /// Everything before `end` that is no fragment is written, and is to be on the disk soon.
-  void wrote(uint64_t end) VESK_EXCLUDES(mMutex);
   /// Hands the next fragment on, which begins where the one before it ends. After a failure it is dropped.
   void submit(std::shared_ptr<MovieFragment> fragment) VESK_EXCLUDES(mMutex);
   /// The fragments that have become valid since this was last asked, in their order. After stop: those that are
@@ -113,8 +111,7 @@ class FragmentWriter {
   bool mIsUnsynced VESK_GUARDED_BY(mMutex) = false;
   bool mHasFailed VESK_GUARDED_BY(mMutex) = false;  ///< a fragment could not be written: none after it is
   bool mIsBehind VESK_GUARDED_BY(mMutex) = false;
-  uint64_t mEnd VESK_GUARDED_BY(mMutex) = 0;      ///< of what is written or to be written
-  uint64_t mSafeEnd VESK_GUARDED_BY(mMutex) = 0;  ///< of what has left mEntries
+  uint64_t mEnd VESK_GUARDED_BY(mMutex) = 0;  ///< of what is written or to be written
   uint64_t mMediaEnd VESK_GUARDED_BY(mMutex) = 0;
   bool mIsStopping VESK_GUARDED_BY(mMutex) = false;
   WritingStatistics mStatistics VESK_GUARDED_BY(mMutex);

@@ -163,7 +163,6 @@ bool MediaTrack::acceptFrames(const CMSampleBuffer& sample, int64_t at) {
 bool MediaTrack::acceptPackets(const CMSampleBuffer& sample, int64_t at) {
   const auto sizes = sample.sampleSizes();
   const uint32_t count = sample.numSamples();
-  if (sizes.empty() && sample.data().size() % count != 0) return false;
   const uint64_t silence = silenceBefore(sample, at);
   // The packet before the gap lasts over what its maker left open, unless that is much.
   const bool isFilled = silence > mIndex.longestStretch() || sample.attachments().insertedSilence > 0;

@@ -232,7 +232,6 @@ bool MovieFileWriter::writeHeader() {
   setEnd(bytes.size());
   mDoneEnd = mEnd;
   mHasHeader = true;
-  mFragments->wrote(mEnd);
   return true;
 }
 

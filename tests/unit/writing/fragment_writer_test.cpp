@@ -81,7 +81,7 @@ class PowerCutTest : public ::testing::TestWithParam<Way> {};
 TEST_P(PowerCutTest, LosesNothingThatWasSyncedAndKeepsNothingThatWasNot) {
   const Way& way = GetParam();
   // With a thread, small ones gather in fragments of four seconds.
-  const size_t pictures = way.content == Content::kLargeAndPCM ? 45 : way.thread == Thread::kOwn ? 400 : 80;
+  const size_t pictures = way.content == Content::kLargeAndPCM ? 90 : way.thread == Thread::kOwn ? 500 : 80;
   struct Cut {
     std::vector<uint8_t> bytes;
     std::vector<uint8_t> durable;

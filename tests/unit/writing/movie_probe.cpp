@@ -98,6 +98,7 @@ std::string tag(AVFormatContext* context, const char* key) {
 void describe(AVFormatContext* context, ProbedMovie& movie) {
   movie.opened = true;
   movie.date = tag(context, "date");
+  movie.creationTime = tag(context, "creation_time");
   movie.software = tag(context, "encoder");
   for (unsigned i = 0; i < context->nb_streams; ++i) {
     const AVCodecParameters& parameters = *context->streams[i]->codecpar;

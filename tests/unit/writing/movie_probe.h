@@ -30,6 +30,7 @@ struct ProbedMovie {
   bool opened = false;
   std::vector<ProbedTrack> tracks;
   std::string date;
+  std::string creationTime;
   std::string software;
   std::string complaints;  ///< the reader's warnings and errors
 

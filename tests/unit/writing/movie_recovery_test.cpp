@@ -61,6 +61,7 @@ TEST_P(RecoveryContentTest, GivesBackEverythingThatWasWritten) {
   }
   EXPECT_EQ(after.tracks[0].times, before.tracks[0].times);
   EXPECT_EQ(after.date, before.date);
+  EXPECT_EQ(after.creationTime, before.creationTime);
   EXPECT_EQ(recovered.result.frames, static_cast<uint64_t>(before.tracks[0].packets));
   EXPECT_EQ(recovered.result.bytesDropped, 0U);
   EXPECT_NEAR(recovered.result.duration,
@@ -103,8 +104,7 @@ TEST_P(RecoveryContentTest, SavesAMovieThatIsCutAnywhere) {
 
 /// Stops the program before each of its operations, at the end of a recording and during recovery.
 TEST_P(RecoveryContentTest, TakesOverFromEveryState) {
-  const auto whole = recorded(GetParam(), 75, true);
-  const ProbedMovie all = probeMovie(whole);
+  const ProbedMovie all = probeMovie(recorded(GetParam(), 75, true));
   std::set<std::vector<uint8_t>> states;
   {
     MemoryFileSystem files;
