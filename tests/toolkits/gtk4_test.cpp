@@ -7,12 +7,8 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <functional>
 #include <memory>
-#include <random>
 #include <string>
-
-#include <gtest/gtest.h>
 
 #include <vesk/capture_choices.h>
 #include <vesk/capture_host.h>
@@ -39,20 +35,6 @@ class Area : public gtk4::PreviewArea {
   }
 };
 
-/// Runs the main loop until that is so.
-::testing::AssertionResult comes(const std::function<bool()>& isSo) {
-  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
-  auto turn = Glib::signal_timeout().connect([] { return true; }, 5);  // so that the loop looks again
-  while (!isSo() && std::chrono::steady_clock::now() < end) g_main_context_iteration(nullptr, TRUE);
-  turn.disconnect();
-  return isSo() ? ::testing::AssertionSuccess() : ::testing::AssertionFailure() << "it did not come";
-}
-
-void runFor(std::chrono::milliseconds time) {
-  const auto end = std::chrono::steady_clock::now() + time;
-  comes([end] { return std::chrono::steady_clock::now() >= end; });
-}
-
 class Gtk4 : public ::testing::Test {
  protected:
   Gtk4() {
@@ -70,11 +52,7 @@ class Gtk4 : public ::testing::Test {
     runFor(std::chrono::milliseconds(20));
   }
 
-  /// Shows a picture of this level, and waits for it.
-  ::testing::AssertionResult shows(int level) {
-    area.view->refresh(gray(level));
-    return comes([&] { return area.shown.middle() == level; });
-  }
+  ::testing::AssertionResult shows(int level) { return test::shows(area, level); }
 
   Gtk::Window window;
   Gtk::Stack stack;
@@ -87,51 +65,17 @@ TEST_F(Gtk4, DrawsThePictureThatIsNewestAtTheNextRefresh) {
   GdkFrameClock* const clock = gtk_widget_get_frame_clock(GTK_WIDGET(area.gobj()));
   const auto handler =
       g_signal_connect_swapped(clock, "after-paint", G_CALLBACK(+[](int* count) { ++*count; }), &painted);
-  runFor(std::chrono::milliseconds(100));
-  const int drawsBefore = area.draws;
-  gUploads = 0;
-  for (int i = 0; i < 30; ++i) {
-    const int paintedBefore = painted;
-    for (int waiting = 3; waiting >= 0; --waiting) area.view->refresh(gray(100 + 3 * i - 40 * waiting % 100));
-    ASSERT_TRUE(comes([&] { return painted > paintedBefore; }));
-    EXPECT_EQ(area.shown.middle(), 100 + 3 * i) << "after the first refresh";
-  }
-  EXPECT_EQ(area.draws - drawsBefore, 30);
-  EXPECT_EQ(gUploads, 30);
-  runFor(std::chrono::milliseconds(200));
-  EXPECT_EQ(area.draws - drawsBefore, 30) << "nothing new, and drawn";
+  expectToDrawOnlyTheNewest(area, painted);
   g_signal_handler_disconnect(clock, handler);
 }
 
 TEST_F(Gtk4, CostsNothingWhileItIsNotOnShow) {
-  const struct {
-    const char* name;
-    std::function<void()> hide, show;
-  } kWays[] = {
-      {"hidden", [&] { stack.set_visible(false); }, [&] { stack.set_visible(true); }},
-      {"another page", [&] { stack.set_visible_child(other); }, [&] { stack.set_visible_child(area); }},
-      {"hidden window", [&] { window.set_visible(false); }, [&] { window.set_visible(true); }},
-      {"unrealized", [&] { window.unset_child(); }, [&] { window.set_child(stack); }},
-      {"minimized", [&] { window.minimize(); }, [&] { window.unminimize(), window.present(); }},
-  };
-  int level = 60;
-  for (const auto& way : kWays) {
-    if (std::string(way.name) == "minimized" && !std::getenv("VESK_HAS_WINDOW_MANAGER")) continue;
-    SCOPED_TRACE(way.name);
-    way.hide();
-    runFor(std::chrono::milliseconds(100));
-    const int draws = area.draws;
-    gUploads = 0;
-    for (int i = 0; i < 20; ++i) {
-      area.view->refresh(gray(++level));
-      runFor(std::chrono::milliseconds(10));
-    }
-    EXPECT_EQ(area.draws, draws);
-    EXPECT_EQ(gUploads, 0);
-    way.show();
-    EXPECT_TRUE(comes([&] { return area.draws > draws && area.shown.middle() == level; }));
-    EXPECT_TRUE(shows(++level));
-  }
+  expectNoCostWhileHidden(
+      area, {{"hidden", [&] { stack.set_visible(false); }, [&] { stack.set_visible(true); }},
+             {"another page", [&] { stack.set_visible_child(other); }, [&] { stack.set_visible_child(area); }},
+             {"hidden window", [&] { window.set_visible(false); }, [&] { window.set_visible(true); }},
+             {"unrealized", [&] { window.unset_child(); }, [&] { window.set_child(stack); }},
+             {"minimized", [&] { window.minimize(); }, [&] { window.unminimize(), window.present(); }}});
 }
 
 TEST_F(Gtk4, GoesOnInAnotherWindowAndOnAnotherDisplay) {
@@ -163,20 +107,8 @@ TEST_F(Gtk4, GoesOnInAnotherWindowAndOnAnotherDisplay) {
 
 TEST_F(Gtk4, ShowsUnscaledPicturesExactlyAtOddSizes) {
   if (std::getenv("VESK_HAS_WINDOW_MANAGER")) GTEST_SKIP();
-  const int scale = window.get_scale_factor();
-  std::mt19937 random(1);
-  for (int i = 0; i < 12; ++i) {
-    const int width = 230 + static_cast<int>(random() % 90);
-    const int height = 140 + static_cast<int>(random() % 40);
-    window.set_default_size(width, height);
-    const auto picture = noise(width * scale - static_cast<int>(random() % 40) - 1,
-                               height * scale - static_cast<int>(random() % 30) - 1);
-    ASSERT_TRUE(VeskPreviewView::showsUnscaled({picture->extent().width, picture->extent().height}));
-    area.view->refresh(picture);
-    ASSERT_TRUE(comes([&] { return area.shown.width == width * scale && area.shown.height == height * scale; }));
-    EXPECT_TRUE(comes([&] { return isExact(area.shown, picture); })) << width << " x " << height;
-    EXPECT_TRUE(comes([&] { return isExact(readScreen(width * scale, height * scale), picture); })) << "on the screen";
-  }
+  expectExactPicturesAtOddSizes(area, window.get_scale_factor(),
+                                [&](int width, int height) { window.set_default_size(width, height); });
 }
 
 /// Windows come and go in each order of window and session, while frames arrive on the camera's thread.
@@ -206,6 +138,13 @@ TEST(Gtk4Windows, OpenAndCloseWhileACameraRuns) {
 }
 
 }  // namespace
+
+void serveLoop() {
+  auto turn = Glib::signal_timeout().connect([] { return true; }, 5);  // so that the loop looks again
+  g_main_context_iteration(nullptr, TRUE);
+  turn.disconnect();
+}
+
 }  // namespace vesk::test
 
 int main(int argc, char** argv) {

@@ -1,11 +1,9 @@
 #include "tests/toolkits/shown_pictures.h"
 
 #include <epoxy/gl.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <memory>
-#include <random>
 #include <utility>
 
 #include <vesk/bitmap_image_rep.h>
@@ -84,6 +82,17 @@ bool isExact(Pixels shown, const CIImageRef& picture) {
     for (int32_t x = 0; x < width; ++x, wanted += 4)
       if (!std::equal(wanted, wanted + 3, shown.at(left + x, top + y))) return false;
   return true;
+}
+
+::testing::AssertionResult comes(const std::function<bool()>& isSo) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (!isSo() && std::chrono::steady_clock::now() < end) serveLoop();
+  return isSo() ? ::testing::AssertionSuccess() : ::testing::AssertionFailure() << "it did not come";
+}
+
+void runFor(std::chrono::milliseconds time) {
+  const auto end = std::chrono::steady_clock::now() + time;
+  comes([end] { return std::chrono::steady_clock::now() >= end; });
 }
 
 void countUploads() {
