@@ -275,6 +275,15 @@ TEST_F(MovieFileWriterTest, LeavesOutATrackWithoutSamples) {
   EXPECT_EQ(finishAndProbe().tracks.size(), 1U);
 }
 
+TEST_F(MovieFileWriterTest, RemovesAMovieWithoutSamples) {
+  addVideo();
+  ASSERT_TRUE(mWriter.start());
+  EXPECT_TRUE(mFiles.exists(kPath));
+  EXPECT_TRUE(mWriter.finish());
+  EXPECT_EQ(mWriter.status(), AVAssetWriterStatus::Completed);
+  EXPECT_FALSE(mFiles.exists(kPath));
+}
+
 TEST_F(MovieFileWriterTest, GivesEachPictureTheTimeToTheNextOne) {
   struct Row {
     const char* label;
