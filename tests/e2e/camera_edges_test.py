@@ -67,7 +67,6 @@ class Edges(DesktopTest):
         until(lambda: choice().has(Widget.SENSITIVE), "it can be chosen again")
         app.gone("The format stays as it is")
 
-    @unittest.skipUnless(shutil.which("xdotool"), "xdotool is not installed")
     def test_long_names_are_cut_on_the_screen_and_whole_for_screen_readers(self):
         name = "Camera_of_a_maker_" * 11 + ".mov"
         self.assertGreater(len(name), 200)
