@@ -136,12 +136,14 @@ def beep_times(movie, loud=2000):
 
 
 def bytes_in(folder, pattern):
-    """Of all files with such names in a folder and below it, hidden ones included; they may go meanwhile."""
-    total = 0
+    """Of all files with such names in a folder and below it, hidden ones included; they may go meanwhile, or be met twice
+    while they are renamed."""
+    sizes = {}
     for path in folder.rglob(pattern):
         with contextlib.suppress(FileNotFoundError):
-            total += path.stat().st_size
-    return total
+            status = path.stat()
+            sizes[status.st_ino] = status.st_size
+    return sum(sizes.values())
 
 
 class XServer:
