@@ -13,6 +13,7 @@
 #include <vesk/log.h>
 #include <vesk/sample_generators.h>
 #include "movie/movie_asset_creator_state.h"
+#include "platform/foundation/errors.h"
 #include "platform/h264/nal_unit.h"
 #include "platform/h264/picture_geometry.h"
 #include "platform/h264/stream_conversion.h"
@@ -126,8 +127,7 @@ int32_t VeskMovieAssetCreator::State::Open(const _VeskVideoDescription* video, c
     openStreams(video, audio);
   } catch (const std::exception& error) {
     mCounters->writerMissing = true;
-    mCounters->noteFailure(0, {Cause::kOther, "the movie \"" + mFilePath + "\" could not be opened: " + error.what(),
-                               "Close other programs.", mFilePath});
+    mCounters->noteFailure(0, errorOf("the movie \"" + mFilePath + "\" could not be opened", error, mFilePath));
   }
   return 0;
 }

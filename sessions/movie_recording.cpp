@@ -200,8 +200,11 @@ Error MovieRecording::writerError() const {
     case kMovieFileFailedToWrite:
       return error(Cause::kFolderGone, fmt::format("the movie's file in \"{}\" cannot be written any more",
                                                    stringByDeletingLastPathComponent(mPlan.file)));
-    default:
-      return error(Cause::kFileError, fmt::format("writing \"{}\" failed", mPlan.file));
+    default: {
+      // What the computer lacks has no cause of its own: the writer's words say it.
+      const std::string why = met == Cause::kOther ? ": " + mOutcome.statistics.error.what : "";
+      return error(Cause::kFileError, fmt::format("writing \"{}\" failed{}", mPlan.file, why));
+    }
   }
 }
 

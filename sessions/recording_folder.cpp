@@ -135,7 +135,10 @@ RecordingFolder::Making RecordingFolder::makeOnce(const std::string& finalPath, 
 }
 
 RecordingFolder::~RecordingFolder() {
-  if (mParent) unlinkat(mParent.get(), mName.c_str(), AT_REMOVEDIR);
+  if (mParent)
+    unlinkat(mParent.get(), mName.c_str(), AT_REMOVEDIR);
+  else
+    rmdir(mPath.c_str());
 }
 
 void LockedLeftover::removeFolder() const {

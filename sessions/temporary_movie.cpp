@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <climits>
+#include <cstring>
 #include <filesystem>
 #include <utility>
 
@@ -18,11 +20,14 @@ namespace {
 /// Names that are tried.
 constexpr int kMostNumbers = 9999;
 
-/// What lies at `name` in `folder`, links not followed.
-std::optional<struct stat> statusIn(const Descriptor& folder, const std::string& name) {
+/// What lies at `name` in `folder`, links not followed; nothing, with errno, when that cannot be seen.
+std::optional<struct stat> statusIn(int folder, const std::string& name) {
   struct stat status = {};
-  if (fstatat(folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
+  if (fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
   return status;
+}
+std::optional<struct stat> statusIn(const Descriptor& folder, const std::string& name) {
+  return statusIn(folder.get(), name);
 }
 
 bool isSame(const struct stat& one, const struct stat& other) {
@@ -75,7 +80,8 @@ std::optional<TemporaryMovie> TemporaryMovie::reserve(const std::string& finalPa
     std::string path = stringByAppendingPathComponent(folderPath, name);
     const std::string lockName = lockNameOf(name);
     Descriptor folder(open(folderPath.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
-    // Where there is no folder, opening the movie says so.
+    // Where there is no folder, opening the movie says so. Where only no more files could be opened, its path leads to
+    // it.
     if (!folder) return TemporaryMovie(std::move(path), name, lockName, Descriptor(), Descriptor());
     if (statusIn(folder, name)) continue;
     Descriptor lock;
@@ -93,7 +99,11 @@ TemporaryMovie::Placing TemporaryMovie::moveTo(const std::string& finalPath) {
 }
 
 TemporaryMovie::Placing TemporaryMovie::place(const std::string& finalPath) const {
-  const auto movie = statusIn(mFolder, mName);
+  const auto movie = status();
+  if (!movie && errno != ENOENT) {
+    const int error = errno;
+    return {{fileCause(error), "\"" + mPath + "\" cannot be reached: " + std::strerror(error), "", mPath}, "", true};
+  }
   if (!movie || !S_ISREG(movie->st_mode))
     return {{Cause::kFolderGone, "nothing was written at \"" + mPath + "\"", "", mPath}, ""};
   if (isAlreadyAt(finalPath)) {
@@ -113,9 +123,13 @@ TemporaryMovie::Placing TemporaryMovie::place(const std::string& finalPath) cons
   return {};
 }
 
+std::optional<struct stat> TemporaryMovie::status() const {
+  return mFolder ? statusIn(mFolder, mName) : statusIn(AT_FDCWD, mPath);
+}
+
 /// A path that leads to the movie now; empty when none does.
 std::string TemporaryMovie::whereabouts() const {
-  const auto movie = statusIn(mFolder, mName);
+  const auto movie = status();
   if (!movie) return {};
   const auto leadsThere = [&](const std::string& path) {
     struct stat status = {};
@@ -137,8 +151,8 @@ bool TemporaryMovie::isAlreadyAt(const std::string& finalPath) const {
 }
 
 void TemporaryMovie::remove() {
-  const auto movie = statusIn(mFolder, mName);
-  if (movie && S_ISREG(movie->st_mode)) unlinkat(mFolder.get(), mName.c_str(), 0);
+  const auto movie = status();
+  if (movie && S_ISREG(movie->st_mode)) mFolder ? unlinkat(mFolder.get(), mName.c_str(), 0) : unlink(mPath.c_str());
   giveBack();
 }
 

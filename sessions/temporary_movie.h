@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/stat.h>
+
 #include <optional>
 #include <string>
 
@@ -51,6 +53,8 @@ class VESK_LOCAL TemporaryMovie {
         mLock(std::move(lock)) {}
 
   Placing place(const std::string& finalPath) const;
+  /// What lies where it is written; nothing, with errno, when that cannot be seen.
+  std::optional<struct stat> status() const;
   std::string whereabouts() const;
   bool isAlreadyAt(const std::string& finalPath) const;
   void giveBack() noexcept;
@@ -58,7 +62,7 @@ class VESK_LOCAL TemporaryMovie {
   std::string mPath;
   std::string mName;
   std::string mLockName;
-  Descriptor mFolder;  ///< the temporary folder, whatever it is called by now
+  Descriptor mFolder;  ///< the temporary folder, whatever it is called by now; none where it could not be opened
   Descriptor mLock;
 };
 

@@ -9,6 +9,7 @@
 #include "capture/interface/call_error.h"
 #include "capture/interface/frame_intervals.h"
 #include "capture/interface/usual_bit_rate.h"
+#include "platform/foundation/errors.h"
 
 namespace vesk::capture {
 
@@ -63,7 +64,7 @@ int32_t EncodedCamera::start(uint32_t substream, FrameCallback callback) try {
   return mStreams.start([&](int32_t& status) { return startEncoded(*encoding, std::move(callback), status); });
 } catch (const std::exception& exception) {
   const std::string camera = deviceText(DeviceKind::kVideo, mName);
-  return failed(kVCIFailed, {Cause::kOther, camera + " could not be started: " + exception.what(), ""});
+  return failed(kVCIFailed, errorOf(camera + " could not be started", exception));
 }
 
 std::shared_ptr<EncodedStream> EncodedCamera::startEncoded(const Encoding& encoding, FrameCallback callback,

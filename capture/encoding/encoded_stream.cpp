@@ -10,6 +10,7 @@
 #include "capture/interface/call_error.h"
 #include "capture/interface/usual_bit_rate.h"
 #include "platform/decompression/av_layout.h"
+#include "platform/foundation/errors.h"
 #include "platform/pixels/picture_conversion.h"
 
 namespace vesk::capture {
@@ -48,9 +49,7 @@ std::shared_ptr<EncodedStream> EncodedStream::start(const std::string& camera, c
     stream->begin("vesk encoder");
   } catch (const std::system_error& failure) {
     failed(kVCIFailed,
-           {Cause::kOther,
-            "the pictures of " + deviceText(DeviceKind::kVideo, camera) + " cannot be encoded: " + failure.what(),
-            "Close other programs."});
+           errorOf("the pictures of " + deviceText(DeviceKind::kVideo, camera) + " cannot be encoded", failure));
     return nullptr;
   }
   return stream;

@@ -12,6 +12,7 @@
 #include "capture/interface/library.h"
 #include "capture/interface/open_device.h"
 #include "capture/interface/wide_text.h"
+#include "platform/foundation/errors.h"
 
 namespace vesk::capture {
 namespace {
@@ -23,7 +24,7 @@ Answer guarded(Answer otherwise, const Call& call) {
     forgetError();
     return call();
   } catch (const std::exception& error) {
-    failed(kVCIFailed, {Cause::kOther, std::string("the microphone could not be metered: ") + error.what(), ""});
+    failed(kVCIFailed, errorOf("the microphone could not be metered", error));
   } catch (...) {
     failed(kVCIFailed, {Cause::kOther, "the microphone could not be metered", ""});
   }

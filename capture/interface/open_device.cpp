@@ -77,7 +77,7 @@ int32_t OpenDevice::startDevice(uint32_t substream) try {
   });
 } catch (const std::exception& exception) {
   const std::string device = deviceText(mKind, mName);
-  return failed(kVCIFailed, {Cause::kOther, device + " could not be started: " + exception.what(), ""});
+  return failed(kVCIFailed, errorOf(device + " could not be started", exception));
 } catch (...) {
   return kVCIFailed;
 }

@@ -2,10 +2,17 @@
 
 #include <cctype>
 #include <cerrno>
+#include <new>
 
 #include <vesk/log.h>
 
 namespace vesk {
+namespace {
+
+/// For whatever the computer lacks: memory, threads, open files.
+constexpr const char* kMemoryRemedy = "Close other programs.";
+
+}  // namespace
 
 Cause fileCause(int error) {
   switch (error) {
@@ -38,6 +45,10 @@ Cause fileCause(int error) {
     case EINVAL:
     case ELOOP:
       return Cause::kWrongUse;
+    case EMFILE:
+    case ENFILE:
+    case ENOMEM:
+      return Cause::kOther;  // the computer lacks something, not the disk
     default:
       return Cause::kFileError;
   }
@@ -59,6 +70,8 @@ std::string fileRemedy(Cause cause) {
       return "Close the other program.";
     case Cause::kFileError:
       return "See that the disk works and is not write-protected.";
+    case Cause::kOther:
+      return kMemoryRemedy;
     default:
       return "";
   }
@@ -69,6 +82,12 @@ Error errorOf(const NSError& error) {
   std::string what = error.description;
   if (!what.empty()) what.front() = static_cast<char>(std::tolower(static_cast<unsigned char>(what.front())));
   return {error.cause, std::move(what), fileRemedy(error.cause), error.path};
+}
+
+Error errorOf(const std::string& what, const std::exception& reason, std::string subject) {
+  const bool isMemory = dynamic_cast<const std::bad_alloc*>(&reason) != nullptr;
+  return {Cause::kOther, what + ": " + (isMemory ? "there is not enough memory" : reason.what()), kMemoryRemedy,
+          std::move(subject)};
 }
 
 std::string sentences(const Error& error) {

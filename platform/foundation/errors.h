@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <string>
 
 #include <vesk/error.h>
@@ -15,6 +16,8 @@ Cause fileCause(int error);
 std::string fileRemedy(Cause cause);
 /// The same as an operation of the library's own answers it; no error for none.
 Error errorOf(const NSError& error);
+/// What failed because the computer had no memory, thread or open file left for it, which is why something is thrown.
+Error errorOf(const std::string& what, const std::exception& reason, std::string subject = "");
 
 /// The error as sentences, for the log: "The camera "X" could not be opened: no permission. Log in again."
 std::string sentences(const Error& error);

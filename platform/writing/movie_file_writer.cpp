@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <new>
 #include <tuple>
 #include <utility>
 
@@ -306,7 +307,13 @@ bool MovieFileWriter::makePlain() {
   if (!fits) return staysInFragments(0);
 
   extendShortTracks(mMovie, known);
-  const PlainMovieEnd end = makePlainMovieEnd(mMovie, known, mEnd);
+  PlainMovieEnd end;
+  try {
+    end = makePlainMovieEnd(mMovie, known, mEnd);
+  } catch (const std::bad_alloc&) {
+    NSLog(LogLevel::kWarning, "There is no memory for the movie's tables; it stays in fragments: " + mPath);
+    return staysInFragments(0);
+  }
   if (const int error = makeMoviePlain(*mFile, end, mEnd)) return staysInFragments(error);
   setEnd(mEnd + end.bytes.size());
   return true;

@@ -17,6 +17,7 @@
 #include "capture/interface/frame_intervals.h"
 #include "capture/interface/monotonic_clock.h"
 #include "capture/linux/nodes/node_error.h"
+#include "platform/foundation/errors.h"
 
 namespace vesk::capture {
 namespace {
@@ -71,7 +72,7 @@ std::shared_ptr<FrameStream> FrameStream::start(std::shared_ptr<OpenNode> node, 
   try {
     stream->begin("vesk camera");
   } catch (const std::system_error& failure) {
-    status = failed(kVCIFailed, {Cause::kOther, notStarted(name) + ": " + failure.what(), "Close other programs."});
+    status = failed(kVCIFailed, errorOf(notStarted(name), failure));
     stream->release();
     return nullptr;
   }

@@ -10,6 +10,7 @@
 #include <vesk/vci.h>
 #include "capture/interface/call_error.h"
 #include "capture/interface/frame_intervals.h"
+#include "platform/foundation/errors.h"
 
 namespace vesk::capture {
 namespace {
@@ -110,7 +111,7 @@ int32_t LinuxCamera::start(uint32_t, FrameCallback callback) try {
   });
 } catch (const std::exception& exception) {
   const std::string camera = deviceText(DeviceKind::kVideo, mName);
-  return failed(kVCIFailed, {Cause::kOther, camera + " could not be started: " + exception.what(), ""});
+  return failed(kVCIFailed, errorOf(camera + " could not be started", exception));
 }
 
 int32_t LinuxCamera::stop(uint32_t) {

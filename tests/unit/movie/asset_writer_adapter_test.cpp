@@ -215,6 +215,7 @@ TEST(AssetWriterAdapter, AnswersTheCodeOfTheFailure) {
       {"file gone", ENOENT, kMovieFileFailedToWrite, Cause::kFolderGone},
       {"name taken", EEXIST, kMovieWriterFailed, Cause::kFileExists},
       {"disk broken", EIO, kMovieFileFailedToWrite, Cause::kFileError},
+      {"no more open files", EMFILE, kMovieWriterFailed, Cause::kOther},
       {"anything else, free space not known", EBADF, kMovieWriterFailed, Cause::kFileError},
   };
   for (const auto& row : rows) {

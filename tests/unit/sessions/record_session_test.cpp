@@ -1,5 +1,6 @@
 #include <vesk/record_session.h>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -294,6 +295,21 @@ TEST_F(RecordSessionTest, TakesTheNextNameWhereOneIsTaken) {
     std::filesystem::remove_all(taken);
     std::filesystem::remove(path);
   }
+}
+
+/// The moment may be over when the movie itself is opened, or placed.
+TEST_F(RecordSessionTest, PlacesAMovieThatWasReservedWhileNoMoreFilesCouldBeOpened) {
+  rlimit before{};
+  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+  const rlimit none{0, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  auto movie = TemporaryMovie::reserve(path);
+  setrlimit(RLIMIT_NOFILE, &before);
+  ASSERT_TRUE(movie);
+  temporary.write("clip.mov", "film");
+  const auto placing = movie->moveTo(path);
+  EXPECT_FALSE(placing.error) << placing.error.what;
+  EXPECT_EQ(test::contentOf(path), "film");
 }
 
 TEST_F(RecordSessionTest, TakesTheNextNameWhereAnotherProcessRecords) {
