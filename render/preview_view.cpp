@@ -121,7 +121,10 @@ void VeskPreviewView::drawRect(NSRect rect) {
   if (NSEqualRects(CGRectIntersection(region, _lastBounds), _lastBounds)) mShowsLabel = false;
   // Drawn over itself it would grow darker: where it is on show, only in the part drawn anew.
   if (!mShowsLabel) glDisable(GL_SCISSOR_TEST);
-  if (mIsRecording == 1) drawLabel();
+  if (mIsRecording == 1)
+    drawLabel();
+  else
+    mShowsLabel = false;  // what was drawn may lie over it
   glDisable(GL_SCISSOR_TEST);
   glFlush();
 }

@@ -340,6 +340,14 @@ TEST_F(PreviewViewTest, LabelStaysAsItIsWhenPartsAreRedrawn) {
   }
   EXPECT_EQ(view->snapshot()->pixels().size(), first.size());
   EXPECT_TRUE(pixels() == first) << "as in a drawing of the whole view";
+
+  const NSRect label{0, 440, 120, 40};
+  for (const auto& [isRecording, part] : {std::pair(0U, label), std::pair(1U, NSRect{300, 0, 20, 20})}) {
+    view->setIsRecording(isRecording);
+    view->setNeedsDisplayInRect(part);
+    view->displayIfNeeded();
+  }
+  EXPECT_TRUE(pixels() == first) << "again, after it was drawn over while nothing was recorded";
 }
 
 TEST_F(PreviewViewTest, LeavesTheSurfaceOfAnotherViewAlone) {
