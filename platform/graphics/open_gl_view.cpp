@@ -159,12 +159,14 @@ void NSOpenGLView::display() {
 
 CGImageRef NSOpenGLView::snapshot() {
   const NSRect surface = convertRectToBacking(bounds());
+  const auto width = static_cast<int32_t>(surface.width);
+  const auto height = static_cast<int32_t>(surface.height);
+  if (width <= 0 || height <= 0) return nullptr;
   CGImageRef picture;
-  const bool isDrawn = !NSIsEmptyRect(surface) && draw([&] {
+  const bool isDrawn = draw([&] {
     drawRect(bounds());
     if (const auto* const backend = mContext ? mContext->mBackend.get() : nullptr)
-      picture = readSurface(backend->features(), backend->originX(), backend->originY(),
-                            static_cast<int32_t>(surface.width), static_cast<int32_t>(surface.height));
+      picture = readSurface(backend->features(), backend->originX(), backend->originY(), width, height);
   });
   if (isDrawn && mWindow) mWindow->present();
   return picture;

@@ -350,6 +350,14 @@ TEST_F(PreviewViewTest, LabelStaysAsItIsWhenPartsAreRedrawn) {
   EXPECT_TRUE(pixels() == first) << "again, after it was drawn over while nothing was recorded";
 }
 
+TEST_F(PreviewViewTest, HasNoSnapshotWithoutAWholePixel) {
+  view->refresh(fields(640, 480));
+  for (const NSSize size : {NSSize{0.5F, 480}, NSSize{640, 0.5F}, NSSize{0, 0}}) {
+    view->setFrame({0, 0, size.width, size.height});
+    EXPECT_EQ(view->snapshot(), nullptr) << size.width << " x " << size.height;
+  }
+}
+
 TEST_F(PreviewViewTest, LeavesTheSurfaceOfAnotherViewAlone) {
   view->refresh(fields(640, 480));
   const CGImageRef before = view->snapshot();
