@@ -241,31 +241,28 @@ bool MovieFileWriter::writeHeader() {
 bool MovieFileWriter::writeSecondHeader(MediaTrack& late) {
   const auto header = makeFragmentedMovieHeader(mMovie, knownTracks());
   const Slot spare = mSlots[1];
-  constexpr size_t kAtomType = 4;
   if (spare.size < header.size() + kAtomHeader) {
     late.refuse();
     NSLog(LogLevel::kWarning, "A track came too late for its movie and is left out: " + mPath);
     return false;
   }
+  // What it leaves of the room is an atom inside of it: the room keeps its size, so that the fragments are found
+  // behind it, however much of this is on the disk when the power goes.
   std::vector<uint8_t> bytes = header;
   AtomWriter writer(bytes);
   {
     const auto rest = writer.atom(fourCharCode("free"));
     writer.zeros(spare.size - header.size() - kAtomHeader);
   }
-  // First everything behind the room's own header, which makes readers skip it; then that header,
-  // which lies in one page; then its type; then the old one goes.
+  // First everything behind the room's own header, which makes readers skip it; then its type; then the old one goes.
   const std::span<const uint8_t> all = bytes;
   if (const int error = mFile->writeAll(all.subspan(kAtomHeader), spare.offset + kAtomHeader)) return fail(error);
-  writer.patch32(kAtomType, fourCharCode("free"));
-  if (const int error = mFile->writeAll(all.first(kAtomHeader), spare.offset)) return fail(error);
   for (const auto& [offset, before, type] :
        {std::tuple(spare.offset, fourCharCode("free"), fourCharCode("moov")),
         std::tuple(mSlots[0].offset, fourCharCode("moov"), fourCharCode("free"))}) {
     if (const int error = changeType(*mFile, offset, before, type)) return fail(error);
   }
   std::swap(mSlots[0], mSlots[1]);
-  mSlots[0].size = header.size();
   return true;
 }
 

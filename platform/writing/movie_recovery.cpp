@@ -156,7 +156,8 @@ class MovieRecovery {
       if (!atom || !atom->isWhole) return;
       switch (atom->type) {
         case fourCharCode("moov"):
-          if (!takeMovieHeader(*atom)) return;
+          // Of a second one the disk may have a part only; the first then serves.
+          if (!takeMovieHeader(*atom) && (!mHeader || mSequence != 0)) return;
           break;
         case fourCharCode("moof"):
           if (!takeFragment(*atom)) return;
@@ -188,11 +189,16 @@ class MovieRecovery {
       return true;
     }
     if (mSequence != 0) return false;
-    // A second one has the tracks of the first and one that came late.
-    if (mHeader && parsed->tracks.size() < mTracks.size()) return true;
+    // A second one has the tracks of the first and one that came late. What the first says is on the disk for certain.
+    for (const Track& known : mTracks) {
+      const auto same = std::find_if(parsed->tracks.begin(), parsed->tracks.end(),
+                                     [&](const auto& track) { return track.track == known.description.track; });
+      if (same == parsed->tracks.end()) return true;
+      *same = known.description;
+    }
     mTracks.clear();
     for (TrackDescription& track : parsed->tracks) mTracks.push_back({track, SampleIndex::forTrack(track)});
-    mHeader = std::move(*parsed);
+    if (!mHeader) mHeader = std::move(*parsed);
     return true;
   }
 

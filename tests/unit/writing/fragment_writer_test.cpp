@@ -136,6 +136,22 @@ INSTANTIATE_TEST_SUITE_P(
                       Way{Content::kArenas, true, Thread::kOwn}),
     nameOf);
 
+TEST(PowerCut, LosesNothingWhileATrackComesLate) {
+  std::mt19937 random(7);
+  MemoryFileSystem files;
+  files.setVolatile([&] {
+    const uint64_t synced = recover(files.durable(kPath)).result.frames;
+    for (int i = 0; i < 20; ++i) EXPECT_GE(recover(files.afterPowerCut(kPath, random)).result.frames, synced);
+  });
+  MovieFileWriter writer(kPath, files, Thread::kNone);
+  const size_t video = writer.addTrack(TrackKind::kVideo);
+  const size_t sound = writer.addTrack(TrackKind::kSound);
+  ASSERT_TRUE(writer.start());
+  for (size_t i = 0; i < 40; ++i) ASSERT_TRUE(writer.append(video, h264Sample(i, static_cast<int64_t>(i) * 30'000)));
+  ASSERT_TRUE(writer.append(sound, pcmSample(pcmFormat(48000, 1), 1440, 1'200'000)));
+  ASSERT_TRUE(writer.finish());
+}
+
 class FaultTest : public ::testing::TestWithParam<Way> {};
 
 /// Lets each operation fail once, of whatever kind.
