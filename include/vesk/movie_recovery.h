@@ -15,7 +15,7 @@ enum class RecoveryOutcome {
   kNothingToRecover,  ///< one that another program writes, or too long for a plain movie; left as it is
   kLocked,            ///< being recorded at this moment; left as it is
   kNotAMovie,         ///< left as it is
-  kFailed,            ///< the file could not be opened, read or written
+  kFailed,            ///< the file could not be opened, read or written, or is damaged where it begins
 };
 
 struct RecoveryResult {

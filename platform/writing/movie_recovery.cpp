@@ -30,6 +30,8 @@ constexpr size_t kMostTracks = 16;
 constexpr uint64_t kHeadersOfTrack = 1024;  // generously
 constexpr uint64_t kAlignment = 8;
 constexpr uint64_t kLatestTime = uint64_t{1} << 56;  // track's scale
+// What is torn of a recording that ended before its first sample was whole. In more there may be film.
+constexpr uint64_t kMostBeforeFirstSample = uint64_t{4} << 20;
 
 /// An atom at the top level of a file.
 struct FileAtom {
@@ -59,6 +61,7 @@ class MovieRecovery {
     if (mError != 0) return failure(mError);
     if (mFinished) return coverFinished();
     if (mIsTooLong) return nothing("is too long for a plain movie and stays as it is");
+    if (mSamples == 0 && mFileSize > mTail + kMostBeforeFirstSample) return damaged();
     if (mSamples == 0) return empty("holds no picture and no sound yet");
     return finish();
   }
@@ -417,6 +420,17 @@ class MovieRecovery {
 
   static RecoveryResult nothing(std::string what) {
     return {RecoveryOutcome::kNothingToRecover, 0, 0, 0, 0, {Cause::kUnreadable, std::move(what), kOnlyOurs}};
+  }
+
+  RecoveryResult damaged() const {
+    return {RecoveryOutcome::kFailed,
+            0,
+            0,
+            0,
+            0,
+            {Cause::kUnreadable,
+             "is damaged at byte " + std::to_string(mTail) + ", before all of its pictures and its sound",
+             "The file was left as it was."}};
   }
 
   static RecoveryResult failure(int error) {

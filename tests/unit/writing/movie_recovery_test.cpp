@@ -9,6 +9,7 @@
 #include <set>
 
 #include "platform/writing/movie_atoms.h"
+#include "platform/writing/movie_layout.h"
 #include "platform/writing/movie_recovery_in.h"
 #include "tests/support/memory_file_system.h"
 #include "tests/support/temporary_folder.h"
@@ -160,6 +161,8 @@ TEST(MovieRecovery, LeavesAloneWhatItShould) {
   other[8] = 'm';
   auto otherFragmented = recorded(Content::kH264AndPCM, 60, false);
   otherFragmented[8] = 'm';
+  auto damaged = recorded(Content::kLargeAndPCM, 90, false);  // there is film behind the header
+  damaged[kReservedOffset + kReservedSize + 8] = 0xFF;
   const struct {
     const char* label;
     std::vector<uint8_t> bytes;
@@ -168,6 +171,7 @@ TEST(MovieRecovery, LeavesAloneWhatItShould) {
               {"empty", {}, RecoveryOutcome::kEmpty},
               {"no sample yet", ours, RecoveryOutcome::kEmpty},
               {"finished", finished, RecoveryOutcome::kAlreadyPlain},
+              {"damaged where it begins", damaged, RecoveryOutcome::kFailed},
               {"another program's", other, RecoveryOutcome::kAlreadyPlain},
               {"another program's, unfinished", otherFragmented, RecoveryOutcome::kNothingToRecover},
               {"zeros", std::vector<uint8_t>(5000), RecoveryOutcome::kNotAMovie}};
