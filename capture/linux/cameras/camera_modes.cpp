@@ -102,7 +102,8 @@ std::map<uint32_t, v4l2_fract> intervalsOf(V4L2Calls& calls, int descriptor, uin
       continue;
     }
     const uint32_t least = intervalOf(entry.stepwise.min);
-    const uint32_t most = intervalOf(entry.stepwise.max);
+    const uint32_t longest = intervalOf(entry.stepwise.max);
+    const uint32_t most = longest == 0 ? UINT32_MAX : longest;  // virtual cameras write 1/0: as long as one likes
     for (const v4l2_fract& fraction : kUsualIntervals) {
       if (intervalOf(fraction) >= least && intervalOf(fraction) <= most) add(fraction);
     }

@@ -92,6 +92,11 @@ TEST(LinuxCameraModes, OffersTheUsualOfWhatIsFreelyChosen) {
   EXPECT_EQ(sizes.back().height, 720);
   EXPECT_EQ(sizes.back().intervals, Intervals({333333, 400000, 416667, 500000, 666667, 1000000}));
   for (const FrameSize& size : sizes) EXPECT_TRUE(size.width % 16 == 0 && size.height % 4 == 0) << size.width;
+  for (const v4l2_fract& endless : {v4l2_fract{1, 0}, v4l2_fract{1000, 1}}) {  // more than a number holds
+    const auto open = formatsOf(modesOf({{V4L2_PIX_FMT_NV12, {}, wide, {{{1, 1000}, endless, {1, 1}}}}}));
+    EXPECT_EQ(open[0].sizes.back().intervals.front(), 166667u);
+    EXPECT_EQ(open[0].sizes.back().intervals.back(), 2000000u);
+  }
   const v4l2_frmsize_stepwise odd = {1000, 1002, 2, 700, 702, 2};
   const auto fallback = formatsOf(modesOf({{V4L2_PIX_FMT_NV12, {}, odd, rates}}));
   ASSERT_EQ(fallback[0].sizes.size(), 1u);
