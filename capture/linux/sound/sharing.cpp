@@ -39,9 +39,15 @@ class SoundSharing::Fan : public SoundSink {
     mEars.erase(std::remove_if(mEars.begin(), mEars.end(), [&](const Ear& ear) { return ear.who == who; }),
                 mEars.end());
   }
+  /// Begins with a stream of that format.
   void setFormat(const WaveFormat& format) VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
     mFormat = format;
+    mHasEnded = false;
+  }
+  bool hasEnded() const VESK_EXCLUDES(mMutex) {
+    MutexLock lock(mMutex);
+    return mHasEnded;
   }
   bool isDeaf() const VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
@@ -64,6 +70,7 @@ class SoundSharing::Fan : public SoundSink {
   }
   void ended() override VESK_EXCLUDES(mMutex) {
     MutexLock lock(mMutex);
+    mHasEnded = true;
     for (const Ear& ear : mEars) ear.sink->ended();
   }
 
@@ -75,6 +82,7 @@ class SoundSharing::Fan : public SoundSink {
   };
   mutable Mutex mMutex;
   WaveFormat mFormat VESK_GUARDED_BY(mMutex);
+  bool mHasEnded VESK_GUARDED_BY(mMutex) = false;  ///< the stream: nothing more comes from it
   std::vector<Ear> mEars VESK_GUARDED_BY(mMutex);
 };
 
@@ -97,6 +105,7 @@ class SoundSharing::Shared {
   Mutex mMutex;  // before the fan's; never taken by a sink
   std::unique_ptr<SoundStream> mStream VESK_GUARDED_BY(mMutex);
   const Listener* mCapture VESK_GUARDED_BY(mMutex) = nullptr;
+  WaveFormat mCaptureFormat VESK_GUARDED_BY(mMutex);
   WaveFormat mMeterFormat VESK_GUARDED_BY(mMutex);
 };
 
@@ -122,18 +131,21 @@ bool SoundSharing::Shared::join(const Listener* who, const WaveFormat& format, s
     return false;
   }
   if (who->isMeter()) mMeterFormat = format;
-  // A capture chooses the format; the meters that came before it go on in that.
-  if (!who->isMeter()) mStream.reset();
+  // A capture chooses the format; the meters that came before it go on in that. A microphone that was away needs
+  // another stream, also where those who listened before have not left.
+  if (!who->isMeter() || mFan->hasEnded()) mStream.reset();
   mFan->add(who, format, std::move(sink));
-  if (mStream || open(format, status, error)) {
-    if (!who->isMeter()) mCapture = who;
+  if (mStream || open(mCapture ? mCaptureFormat : format, status, error)) {
+    if (who->isMeter()) return true;
+    mCapture = who;
+    mCaptureFormat = format;
     return true;
   }
   mFan->remove(who);
   // The meters that were listening go on as before.
   Error ignored;
   int32_t unused = kVCIFailed;
-  if (!mFan->isDeaf() && !open(mMeterFormat, unused, ignored)) mFan->ended();
+  if (!mFan->isDeaf() && !open(mCapture ? mCaptureFormat : mMeterFormat, unused, ignored)) mFan->ended();
   return false;
 }
 

@@ -82,6 +82,12 @@ class FakeSoundSystem : public SoundSystem {
     MutexLock lock(mMutex);
     mReturning = {{{DeviceKind::kAudio, path, "Microphone " + path}, ""}};
   }
+  /// All streams end, as with a microphone that is unplugged; who has one keeps it, in vain.
+  void endStreams() {
+    MutexLock lock(mMutex);
+    for (const auto& [stream, open] : mStreams) open.sink->ended();
+    mStreams.clear();
+  }
   void refuse(const WaveFormat& format) { mRefused = format; }
   void refuseAll() { mRefusesAll = true; }
   std::vector<WaveFormat> openFormats() {
@@ -360,6 +366,22 @@ TEST_F(SoundSourceTest, AMeterThatLosesItsStreamToACaptureThatFailsSaysSo) {
   mSystem->refuseAll();
   EXPECT_EQ(device->start(0, test::timesInto(times)), kVCIFailed);
   EXPECT_EQ(mLines.count("no more sound comes from it"), 1U);
+}
+
+/// Its stream is not the one that ended with the microphone, which who listened before may have still.
+TEST_F(SoundSourceTest, AMeterHearsAMicrophoneThatIsBackWhereItCannotBeShared) {
+  use(false);
+  Recorder<int64_t> before, captured, after;
+  const auto oldMeter = mSource->openForMetering("a"), newMeter = mSource->openForMetering("a");
+  const auto device = open();
+  ASSERT_EQ(oldMeter->start(0, test::timesInto(before)), kVCISuccess);
+  ASSERT_EQ(device->setWaveFormat(kMono), kVCISuccess);
+  ASSERT_EQ(device->start(0, test::timesInto(captured)), kVCISuccess);
+  mSystem->endStreams();
+  ASSERT_EQ(newMeter->start(0, test::timesInto(after)), kVCISuccess);
+  ASSERT_EQ(mSystem->openFormats(), std::vector{kMono}) << "that of the capture, which nobody has stopped";
+  mSystem->say(0x1111, 330, 1'000'000);
+  for (auto* const times : {&before, &captured, &after}) EXPECT_EQ(times->waitFor(1).front(), 1'000'000);
 }
 
 TEST_F(SoundSourceTest, AMicrophoneThatDoesNotSayItsFormatsIsNotOpened) {
