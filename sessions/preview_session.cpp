@@ -167,10 +167,12 @@ int32_t VeskPreviewSession::prepareSessionWithPreview(const std::shared_ptr<Vesk
   // It may be there already, after a refused start or a pause; it is never there twice. From here on no
   // frame is on its way to the session.
   device->removeDelegate(self);
-  if (!mState->mIsRunning || !mState->hasDecoder() || !device->isCapturing()) makeDecoder(*device);
+  const bool isNew = !mState->mIsRunning || !mState->hasDecoder() || !device->isCapturing();
+  if (isNew) makeDecoder(*device);
   mState->mPreviewView = view;
   view->setDelegate(mState->mDelegate);
   device->addDelegate(self);
+  if (isNew) device->requestKeyFrame();  // of a camera that is running already
   mState->mIsRunning = true;
   ++mState->mStarts;
   return mState->failed(kVeskStatusSuccess, {});
@@ -182,9 +184,7 @@ int32_t VeskPreviewSession::startSessionWithPreview(const std::shared_ptr<VeskPr
   if (const int32_t status = prepareSessionWithPreview(view); status != kVeskStatusSuccess) return status;
   const auto device = mState->mDevice.lock();
   if (!device) return mState->failed(kVeskStatusNoDevice, noCamera());
-  const bool joins = !wasRunning && device->isCapturing();
   const int32_t status = device->startCapture();
-  if (joins) device->requestKeyFrame();
   mState->failed(status, status == kVeskStatusSuccess ? Error() : device->lastError());
   if (status != kVeskStatusSuccess) {
     mState->mIsRunning = false;
@@ -205,7 +205,9 @@ int32_t VeskPreviewSession::pauseSession() {
 
 int32_t VeskPreviewSession::resumeSession() {
   const auto device = mState->mDevice.lock();
-  if (device && !mState->hasDecoder()) makeDecoder(*device);
+  if (!device || mState->hasDecoder()) return kVeskStatusSuccess;
+  makeDecoder(*device);
+  device->requestKeyFrame();  // of a camera that a recording has kept on
   return kVeskStatusSuccess;
 }
 

@@ -233,6 +233,29 @@ TEST_F(PreviewSession, PausesAndGoesOnInAFormatChosenMeanwhile) {
   EXPECT_EQ(session->statistics().frames, 2U);
 }
 
+/// A decoder that comes to a running camera shows nothing before that, which may be seconds away.
+TEST_F(PreviewSession, AsksARunningCameraForAKeyFrameForEachNewDecoder) {
+  camera->setFormat(CMVideoFormatDescription::create(kCMVideoCodecType_H264, 640, 480));
+  const auto expectAsked = [&](int times) {
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+    while (fakeCamera->keyFramesAsked < times && std::chrono::steady_clock::now() < limit) std::this_thread::yield();
+    EXPECT_EQ(fakeCamera->keyFramesAsked, times);
+  };
+  session->startSessionWithPreview(view);
+  camera->beginRecording();
+  session->pauseSession();
+  session->startSessionWithPreview(view);
+  expectAsked(1);
+  session->startSessionWithPreview(view);
+  session->pauseSession();
+  session->resumeSession();
+  expectAsked(2);
+  session->stopSession();
+  session->prepareSessionWithPreview(view);
+  expectAsked(3);
+  camera->endRecording();
+}
+
 TEST_F(PreviewSession, PhotoIsWrittenWholeOrNotAtAll) {
   const std::string path = movies.path() + "/shot";
   EXPECT_TRUE(session->lastPhoto().path.empty());
