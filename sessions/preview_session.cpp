@@ -353,6 +353,9 @@ VeskPreviewSessionDelegate* VeskPreviewSession::delegate() const {
 }
 
 void VeskPreviewSession::setDelegate(VeskPreviewSessionDelegate* delegate) {
+  // The view has it from here, and would go on telling one that is taken away and gone.
+  const auto view = mState->mPreviewView.lock();
+  if (view && view->delegate() == mState->mDelegate) view->setDelegate(delegate);
   mState->mDelegate = delegate;
 }
 

@@ -49,8 +49,8 @@ struct PhotoOutcome {
 ///
 /// While it runs, the camera holds the session; stopSession ends that. Device, view and host delegate
 /// are not held: a device or a view that goes ends what the session does with it, the delegate must
-/// outlive the session or be taken away. An attached microphone is held, and does not hold the
-/// session.
+/// outlive the session and its view, or be taken away. An attached microphone is held, and does not hold
+/// the session.
 ///
 /// Threads: host calls from the main thread, one at a time; frames from the camera's. The last reference
 /// may go on any thread: view and microphone are then let go on the main thread, when that gets to it.
@@ -116,6 +116,7 @@ class VESK_EXPORT VeskPreviewSession : public VeskAVDeviceDelegate,
   void didMicLevelEventOccured(float level) override;
 
   VeskPreviewSessionDelegate* delegate() const;
+  /// Also that of the view which has this one's, to tell it of the pointer.
   void setDelegate(VeskPreviewSessionDelegate* delegate);
   std::shared_ptr<VeskVideoDevice> device() const;
   void setDevice(const std::shared_ptr<VeskVideoDevice>& device);

@@ -526,6 +526,11 @@ TEST_F(PreviewSession, EndsWithItsDeviceItsViewOrItsOwner) {
   EXPECT_EQ(fakeCamera->closed, 1);
   camera = VeskVideoDevice::initWithDeviceInfo(infoOf("/cam"));
   session = VeskPreviewSession::initWithDevice(camera, nullptr);
+  session->prepareSessionWithPreview(view);
+  for (Host* const delegate : {&host, static_cast<Host*>(nullptr)}) {
+    session->setDelegate(delegate);
+    EXPECT_EQ(view->delegate(), delegate) << "the view tells of the pointer, and does not hold it either";
+  }
   EXPECT_EQ(VeskPreviewSession::initWithDevice(nullptr, &host), nullptr);
   camera.reset();
   EXPECT_EQ(session->openSession(), 3);
