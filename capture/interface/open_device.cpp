@@ -31,8 +31,9 @@ int32_t OpenDevice::start(uint32_t substream) {
   }
   mFrames->setOpen(true);
   const int32_t status = endCall(startDevice(substream), mKind, mName);
-  if (status != kVCISuccess) shutOut();
+  if (status != kVCISuccess) mFrames->setOpen(false);
   setState(status == kVCISuccess ? State::kRunning : State::kIdle);
+  if (status != kVCISuccess) mFrames->settle();  // last: a callback that came may be waiting for the state, to stop
   return status;
 }
 

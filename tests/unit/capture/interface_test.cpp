@@ -8,6 +8,7 @@
 #include <vesk/aci.h>
 #include <vesk/capture_host.h>
 #include <vesk/vci.h>
+#include "capture/interface/open_device.h"
 #include "capture/interface/wide_text.h"
 #include "tests/support/fake_capture_source.h"
 #include "tests/support/recorder.h"
@@ -456,6 +457,29 @@ TEST_F(InterfaceTest, AnswersForPropertiesAndFormatsWhileTheDeviceIsSlowToStart)
   videoStart.join();
   audioStart.join();
   EXPECT_TRUE(camera->isCapturing() && microphone->isCapturing());
+}
+
+/// It waits for that callback itself.
+TEST(OpenDevice, IsStoppedFromInsideACallbackWhileAStartFails) {
+  struct Hasty : CaptureDevice {
+    int32_t start(uint32_t, FrameCallback callback) override {
+      frames = std::thread(std::move(callback), nullptr, 0, 0);
+      delivers.wait();
+      return kVCIFailed;
+    }
+    int32_t stop(uint32_t) override { return kVCISuccess; }
+    ~Hasty() override { frames.join(); }
+    Gate delivers;
+    std::thread frames;
+  };
+  auto hasty = std::make_unique<Hasty>();
+  Gate& delivers = hasty->delivers;
+  OpenDevice device(DeviceKind::kVideo, "hasty", nullptr, std::move(hasty));
+  device.frames().set([&](const Event&) {
+    delivers.open();
+    device.stop();
+  });
+  EXPECT_EQ(device.start(0), kVCIFailed);
 }
 
 TEST_F(InterfaceTest, SubscribesAnewWhileACallbackThatEndedItselfIsStillRunning) {
