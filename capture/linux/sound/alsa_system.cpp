@@ -66,7 +66,8 @@ void addCard(int card, std::vector<AlsaMicrophone>& found) {
     if (device > 0) name += std::string(" ") + snd_pcm_info_get_name(pcm.get());
     found.push_back({{{DeviceKind::kAudio, "alsa:" + identity + "#" + std::to_string(device), std::move(name),
                        parent.vendorID, parent.productID, parent.revisionID},
-                      parent.folder},
+                      parent.folder,
+                      parent.number},
                      "plughw:" + number,
                      "hw:" + number,
                      cardName});
@@ -157,7 +158,7 @@ class AlsaSoundSystem : public SoundSystem {
     std::vector<AlsaMicrophone> found;
     for (int card = -1; snd_card_next(&card) >= 0 && card >= 0;) addCard(card, found);
     for (const std::string& name : mExtra) {
-      found.push_back({{{DeviceKind::kAudio, "alsa:" + name, name}, ""}, name, name, ""});
+      found.push_back({{{DeviceKind::kAudio, "alsa:" + name, name}, "", ""}, name, name, ""});
     }
     return found;
   }

@@ -55,6 +55,7 @@ Microphone describe(const pa_source_info& info) {
   Microphone microphone;
   microphone.description.kind = DeviceKind::kAudio;
   microphone.description.path = info.name;
+  microphone.attachment = std::to_string(info.index);
   microphone.description.name = info.description ? info.description : info.name;
   microphone.description.vendorID = hexadecimal(property(info, PA_PROP_DEVICE_VENDOR_ID));
   microphone.description.productID = hexadecimal(property(info, PA_PROP_DEVICE_PRODUCT_ID));

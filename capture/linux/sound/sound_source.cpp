@@ -121,8 +121,9 @@ bool SoundSource::waitForChange() {
 
 void SoundSource::compare() {
   const auto before = std::exchange(mKnown, mSystem->microphones());
+  // One that was away so shortly that it is there again counts as another: nothing comes from its streams any more.
   const auto isSame = [](const Microphone& one, const Microphone& other) {
-    return one.description.path == other.description.path;
+    return one.description.path == other.description.path && one.attachment == other.attachment;
   };
   setAnnounced(before);
   announceOneByOne(before, mKnown, isSame, [this](const std::vector<Microphone>& announced, bool arrived) {

@@ -18,6 +18,7 @@ struct Microphone {
   /// The folder in sysfs of the USB device that it is part of, by which a camera finds its own
   /// microphone; empty when it is not known or not USB.
   std::string usbParent;
+  std::string attachment;  ///< another one each time that it is plugged in; may be empty
 };
 
 /// Receives what a stream hands over, on a thread of the stream's; its calls never wait.

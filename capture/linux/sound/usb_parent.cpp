@@ -26,8 +26,10 @@ UsbParent usbParentOfCard(int card, const std::string& sysfs) {
   // The card hangs on an interface of the device; hubs above it have identifiers of their own.
   for (int steps = 0; steps < 3 && folder.has_relative_path(); ++steps, folder = folder.parent_path()) {
     if (!fs::exists(folder / "idVendor", error)) continue;
-    return {folder.string(), readNumber(folder / "idVendor"), readNumber(folder / "idProduct"),
-            readNumber(folder / "bcdDevice")};
+    UsbParent parent{folder.string(), readNumber(folder / "idVendor"), readNumber(folder / "idProduct"),
+                     readNumber(folder / "bcdDevice"), ""};
+    std::ifstream(folder / "devnum") >> parent.number;
+    return parent;
   }
   return {};
 }

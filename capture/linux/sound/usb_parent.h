@@ -11,6 +11,7 @@ struct UsbParent {
   uint16_t vendorID = 0;
   uint16_t productID = 0;
   uint16_t revisionID = 0;
+  std::string number;  ///< of the device on its bus: another one each time that it is plugged in
 };
 
 /// Looks the card's USB device up in `sysfs` (usually /sys).

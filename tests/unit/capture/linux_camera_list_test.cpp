@@ -220,7 +220,7 @@ TEST(LinuxCameraRecords, FallBackWhereThereIsNoPlace) {
 using test::ListedMicrophones;
 
 Microphone microphone(const std::string& path, const std::string& usbParent) {
-  return {{DeviceKind::kAudio, path, path}, usbParent};
+  return {{DeviceKind::kAudio, path, path}, usbParent, ""};
 }
 
 TEST(LinuxSource, FindsTheMicrophoneThatIsBuiltIntoACamera) {

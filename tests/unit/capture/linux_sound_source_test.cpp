@@ -47,7 +47,7 @@ class FakeSoundSystem : public SoundSystem {
 
   void plug(const std::string& path) {
     MutexLock lock(mMutex);
-    mMicrophones.push_back({{DeviceKind::kAudio, path, "Microphone " + path}, ""});
+    mMicrophones.push_back({{DeviceKind::kAudio, path, "Microphone " + path}, "", std::to_string(++mPlugs)});
     if (mHandler) mHandler();
   }
   void unplug(const std::string& path) {
@@ -80,7 +80,7 @@ class FakeSoundSystem : public SoundSystem {
   }
   void comeBack(const std::string& path) {
     MutexLock lock(mMutex);
-    mReturning = {{{DeviceKind::kAudio, path, "Microphone " + path}, ""}};
+    mReturning = {{{DeviceKind::kAudio, path, "Microphone " + path}, "", ""}};
   }
   /// All streams end, as with a microphone that is unplugged; who has one keeps it, in vain.
   void endStreams() {
@@ -162,6 +162,7 @@ class FakeSoundSystem : public SoundSystem {
   std::atomic<bool> mIsAnswering{true};
   std::atomic<bool> mHasFormats{true};
   Mutex mMutex;
+  int mPlugs VESK_GUARDED_BY(mMutex) = 0;
   std::vector<Microphone> mMicrophones VESK_GUARDED_BY(mMutex);
   std::vector<Microphone> mReturning VESK_GUARDED_BY(mMutex);
   std::map<const Stream*, Open> mStreams VESK_GUARDED_BY(mMutex);
@@ -402,10 +403,13 @@ TEST_F(SoundSourceTest, TellsOfEachMicrophoneThatComesOrGoesOnce) {
   mSystem->unplug("a");
   mSystem->report();
   EXPECT_EQ(events.waitFor(2), (std::vector{true, false}));
+  mSystem->unplug("b");
+  mSystem->plug("b");
+  EXPECT_EQ(events.waitFor(4), (std::vector{true, false, false, true})) << "away for less than the quiet time";
   mSource->setHotplugHandler({});
   mSystem->plug("c");
   mSource.reset();
-  EXPECT_EQ(events.items().size(), 2U);
+  EXPECT_EQ(events.items().size(), 4U);
 }
 
 TEST_F(SoundSourceTest, TellsOfTwoThatComeAtOnceOneAfterTheOther) {
@@ -450,11 +454,13 @@ TEST(UsbParent, IsTheDeviceAboveTheCardsInterface) {
   folder.write(hub / "1-3.2/idVendor", "0a12\n");
   folder.write(hub / "1-3.2/idProduct", "fffe\n");
   folder.write(hub / "1-3.2/bcdDevice", "0103\n");
+  folder.write(hub / "1-3.2/devnum", "12\n");
   const UsbParent parent = usbParentOfCard(1, sysfs);
   EXPECT_EQ(parent.folder, fs::canonical(sysfs / hub / "1-3.2").string());
   EXPECT_EQ(parent.vendorID, 0x0a12);
   EXPECT_EQ(parent.productID, 0xfffe);
   EXPECT_EQ(parent.revisionID, 0x0103);
+  EXPECT_EQ(parent.number, "12");
   EXPECT_TRUE(usbParentOfCard(0, sysfs).folder.empty());
   EXPECT_TRUE(usbParentOfCard(7, sysfs).folder.empty());
 }
