@@ -8,6 +8,7 @@
 #include "capture/linux/linux_source.h"
 #include "capture/simulated/simulated_source.h"
 #include "capture/sources/combined_source.h"
+#include "platform/foundation/errors.h"
 
 namespace vesk::capture {
 namespace {
@@ -50,9 +51,8 @@ const SourceKind* kindOf(std::string_view text) {
   return nullptr;
 }
 
-Error notSetUp(const std::string& text, const std::string& why = {}) {
-  return {Cause::kOther, "the capture source \"" + text + "\" could not be set up" + (why.empty() ? "" : ": " + why),
-          "", text};
+std::string notSetUp(const std::string& text) {
+  return "the capture source \"" + text + "\" could not be set up";
 }
 
 CaptureSourcePtr makeOne(const std::string& text, const SourceOptions& options, Error& error) {
@@ -72,7 +72,7 @@ CaptureSourcePtr makeOne(const std::string& text, const SourceOptions& options, 
     return nullptr;
   }
   CaptureSourcePtr source = kind->make(argument, options, error);
-  if (!source && !error) error = notSetUp(text);
+  if (!source && !error) error = {Cause::kOther, notSetUp(text), "", text};
   return source;
 }
 
@@ -112,9 +112,9 @@ Error selectSource(const std::string& text, const SourceOptions& options) {
     CaptureSourcePtr source = makeSource(text, options, error);
     if (source) setSource(std::move(source));
   } catch (const std::exception& exception) {
-    error = notSetUp(text, exception.what());
+    error = errorOf(notSetUp(text), exception, text);
   } catch (...) {
-    error = notSetUp(text);
+    error = {Cause::kOther, notSetUp(text), "", text};
   }
   return error;
 }

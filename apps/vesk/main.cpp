@@ -5,6 +5,7 @@
 #include <exception>
 #include <functional>
 #include <initializer_list>
+#include <new>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -369,6 +370,8 @@ int parseAndRun(int argc, char** argv) {
     return runRecover(global, recover);
   } catch (const Failure& failure) {
     return report(failure, global);
+  } catch (const std::bad_alloc&) {
+    return report(Failure(kFailed, "there is not enough memory.", "Close other programs."), global);
   } catch (const std::exception& error) {
     return report(
         Failure(kFailed, fmt::format("{}.", error.what()), "This is a fault of the program; please report it."),
