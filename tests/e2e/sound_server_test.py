@@ -133,6 +133,16 @@ class SoundServerTest(MovieTest):
         came = next(events)
         self.assertEqual((came["kind"], came["path"]), ("microphone", "tone"))
         self.assertNotEqual(came["event"], went["event"])
+        # Faster than changes are gathered, most often: whoever records from it must know all the same.
+        self.server.kill()
+        self.server.wait(TIMEOUT)
+        (self.folder / "native").unlink()
+        self.start_server()
+        self.assertEqual([next(events)["event"] for _ in range(2)], ["removed", "added"])
+        module = next(line.split()[0] for line in self.pactl("list", "short", "modules").splitlines() if "remap" in line)
+        self.pactl("unload-module", module)
+        self.pactl("load-module", "module-remap-source", "master=hall.monitor", "source_name=tone")
+        self.assertEqual([next(events)["event"] for _ in range(2)], ["removed", "added"])
 
 
 if __name__ == "__main__":

@@ -71,6 +71,7 @@ bool PulseConnection::connect(Lock& lock) {
   signal();
   if (pa_context_get_state(mContext) == PA_CONTEXT_READY) {
     mIsReady = true;
+    ++mConnections;
     subscribe();
     return true;
   }

@@ -77,6 +77,8 @@ class PulseConnection {
   // All below with a Lock held.
   /// The context, connected; null when no server answers.
   PulseContext context(Lock& lock);
+  /// How often it has been made: a server that was started anew counts its sources from the beginning.
+  unsigned connections() const { return mConnections; }
   /// Waits for an operation, and lets it go. @return false when it failed, took too long or there is none.
   bool finish(Lock& lock, pa_operation* operation);
   /// Lets the thread run until `isDone`, which is asked each time that it signals. @return false when the
@@ -106,6 +108,7 @@ class PulseConnection {
   std::condition_variable_any mSignalled;  // the main loop's own cannot be waited for with a limit
   pa_context* mContext = nullptr;          // replaced only by whoever is connecting
   bool mIsConnecting = false;
+  unsigned mConnections = 0;
   std::chrono::steady_clock::time_point mLeftAloneUntil;
   bool mHasLogged = false;  // that it hangs, and it has not answered since
   int mError = PA_OK;

@@ -51,11 +51,11 @@ uint16_t hexadecimal(const char* text) {
   return static_cast<uint16_t>(std::strtoul(text, nullptr, 16));
 }
 
-Microphone describe(const pa_source_info& info) {
+Microphone describe(const pa_source_info& info, unsigned connection) {
   Microphone microphone;
   microphone.description.kind = DeviceKind::kAudio;
   microphone.description.path = info.name;
-  microphone.attachment = std::to_string(info.index);
+  microphone.attachment = std::to_string(connection) + "." + std::to_string(info.index);
   microphone.description.name = info.description ? info.description : info.name;
   microphone.description.vendorID = hexadecimal(property(info, PA_PROP_DEVICE_VENDOR_ID));
   microphone.description.productID = hexadecimal(property(info, PA_PROP_DEVICE_PRODUCT_ID));
@@ -76,7 +76,8 @@ void addSource(pa_context*, const pa_source_info* info, int isLast, void* data) 
     list->connection->signal();
     return;
   }
-  if (info->monitor_of_sink == PA_INVALID_INDEX) list->microphones.push_back(describe(*info));
+  if (info->monitor_of_sink != PA_INVALID_INDEX) return;
+  list->microphones.push_back(describe(*info, list->connection->connections()));
 }
 
 void keepSource(pa_context*, const pa_source_info* info, int isLast, void* data) {
