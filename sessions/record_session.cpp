@@ -40,16 +40,33 @@ class FrameRelay : public VeskAVDeviceDelegate {
     const bool isVideo = device->deviceType() == kVeskDeviceTypeVideo;
     mCreator->AddSampleToMovie(frame, length, static_cast<uint64_t>(timestamp),
                                isVideo ? VeskMovieCreator::VeskMediaTypeVideo : VeskMovieCreator::VeskMediaTypeAudio);
+    if (isVideo && !mHasPictures) awaitPictures();
   }
 
   /// Before it is among a device's delegates.
-  void setCreator(std::shared_ptr<VeskMovieCreator> creator) { mCreator = std::move(creator); }
+  void set(std::shared_ptr<VeskMovieCreator> creator, const std::shared_ptr<VeskVideoDevice>& camera) {
+    mCreator = std::move(creator);
+    mCamera = camera;
+  }
 
   /// By the thread that starts or stops the session.
   void setRunningSession(std::shared_ptr<VeskRecordSession> session) { mRunningSession = std::move(session); }
 
  private:
+  /// Asks for a key frame while a movie that could have pictures has none: they begin with one, and that of a camera
+  /// which is just starting may be older than the movie's first sound, which leaves it out. Its next may be seconds
+  /// away. Asked again, since a camera that is only starting cannot be asked yet.
+  void awaitPictures() {
+    constexpr uint64_t kAskEvery = 15;  // pictures
+    const RecordingStatistics statistics = mCreator->statistics();
+    mHasPictures = statistics.videoFrames != 0;
+    if (mHasPictures || statistics.videoHeldBack % kAskEvery != 1) return;
+    if (const auto camera = mCamera.lock()) camera->requestKeyFrame();
+  }
+
   std::shared_ptr<VeskMovieCreator> mCreator;
+  std::weak_ptr<VeskVideoDevice> mCamera;
+  bool mHasPictures = false;  // the camera's thread alone
   std::shared_ptr<VeskRecordSession> mRunningSession;
 };
 
@@ -96,7 +113,7 @@ int32_t openRecording(const VeskRecordSession& session, std::shared_ptr<Recordin
   const int32_t status = recording->recorder->openRecorderWithFilPath(recording->movie->path(), camera, microphone);
   why = recording->recorder->lastError();
   if (status != kVeskStatusSuccess) return status;
-  recording->relay->setCreator(recording->recorder->movieCreator());
+  recording->relay->set(recording->recorder->movieCreator(), camera);
   opened = std::move(recording);
   return status;
 }
@@ -227,7 +244,6 @@ int32_t VeskRecordSession::startSession() {
     return status;
   }
   mState->setStage(Stage::kStarting, started);
-  const bool joins = started->videoDevice && started->videoDevice->isCapturing();
   if (started->videoDevice) started->videoDevice->beginRecording();
   status = guarded(kVeskStatusFailed, [&] {
     if (started->videoDevice) started->videoDevice->addDelegate(started->relay);
@@ -238,7 +254,6 @@ int32_t VeskRecordSession::startSession() {
   if (status == kVeskStatusSuccess) {
     started->relay->setRunningSession(self);
     mState->setStage(Stage::kRunning, started);
-    if (joins) started->videoDevice->requestKeyFrame();  // the movie's pictures begin with one
   } else {
     mState->setStage(Stage::kRefused, started);
     if (started->videoDevice) started->videoDevice->endRecording();

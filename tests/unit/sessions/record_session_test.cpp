@@ -110,18 +110,31 @@ TEST_F(RecordSessionTest, JoinsACameraThatIsCapturing) {
 }
 
 /// Otherwise the movie begins with sound alone.
-TEST_F(RecordSessionTest, AsksARunningCameraForAKeyFrame) {
-  struct Row {
+TEST_F(RecordSessionTest, AsksForAKeyFrameWhileTheMovieHasNone) {
+  const auto units = test::streamsOf(test::accessUnitsOf("street-640x480-slices.h264"));
+  const struct {
+    const char* label;
     uint32_t codec;
     bool isRunning;
+    size_t first;   ///< picture that comes, at 1 s
+    int64_t sound;  ///< when it begins
     int asked;
-  };
-  for (const Row& row : {Row{kCMPixelFormat_422YpCbCr8, true, 0}, Row{kCMVideoCodecType_H264, false, 0},
-                         Row{kCMVideoCodecType_H264, true, 1}}) {
+  } rows[] = {{"raw pictures", kCMPixelFormat_422YpCbCr8, true, 0, 1'010'000, 0},
+              {"a key frame", kCMVideoCodecType_H264, false, 0, 1'000'000, 0},
+              {"a key frame older than the sound", kCMVideoCodecType_H264, false, 0, 1'010'000, 1},
+              {"a camera that was running", kCMVideoCodecType_H264, true, 1, 1'000'000, 1}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.label);
+    fakeCamera->keyFramesAsked = 0;
     camera->setFormat(CMVideoFormatDescription::create(row.codec, 640, 480));
     camera->openDevice();
     if (row.isRunning) camera->startCapture();
     ASSERT_EQ(session->startSession(), 0);
+    fakeMicrophone->deliver(packet, row.sound);
+    for (size_t number = 0; number < 3; ++number) {
+      auto bytes = units[row.first + number];
+      fakeCamera->deliver(bytes, 1'000'000 + static_cast<int64_t>(number) * 33'000);
+    }
     while (fakeCamera->keyFramesAsked < row.asked) std::this_thread::yield();
     session->stopSession();
     camera->closeDevice();
