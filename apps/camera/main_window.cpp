@@ -503,7 +503,7 @@ void MainWindow::askToClose() {
 }
 
 void MainWindow::closeNow() {
-  if (!is_maximized() && !is_fullscreen()) {
+  if (get_visible() && !is_maximized() && !is_fullscreen()) {  // called once more it has no size
     mSettings->set_int("window-width", get_width());
     mSettings->set_int("window-height", get_height());
   }

@@ -79,6 +79,7 @@ class Films(DesktopTest):
             app.grows()
             app.key("ctrl+q")
             app.click("Stop and Close")
+        self.assertNotIn("=0\n", (app.home / ".config/glib-2.0/settings/keyfile").read_text(), "a size of the window")
 
     @unittest.skipIf(os.geteuid() != 0, "only root makes a file system")
     def test_a_full_disk_ends_the_film_whole(self):
