@@ -85,7 +85,10 @@ void LiveCapture::close() {
 
 void LiveCapture::deviceChanged(const std::shared_ptr<VeskDeviceInfo>& device, bool isThere) {
   if (!isThere) {
-    if (isOf(mCamera, device) && !mIsRecording) closeCamera();
+    if (isOf(mCamera, device)) {
+      mMustReopen = true;  // at the end of a recording: the camera may be back by then, and is another
+      if (!mIsRecording) closeCamera();
+    }
     if (isOf(mMicrophone, device)) mIsMicrophoneGone = true;
     mRemoved.emit(device);
   }

@@ -2,6 +2,7 @@
 import os
 import shutil
 import subprocess
+import time
 import unittest
 
 from desktop import DesktopTest, Widget, until
@@ -46,6 +47,19 @@ class Edges(DesktopTest):
             app.grows()
         found = probe(films[0])
         self.assertAlmostEqual(float(found["audio"]["duration"]), float(found["video"]["duration"]), delta=1.0)
+
+    def test_a_camera_that_is_back_is_live_when_the_film_does_not_go_on(self):
+        app = self.start(setup=f"out {PLAIN}")
+        app.click("Record")
+        app.grows()
+        app.command(f"out {MICROPHONE}", f"out {CAMERA}")
+        until(app.films, "the film")
+        app.command(f"in {CAMERA}")
+        time.sleep(0.5)  # nothing tells of it: its microphone is waited for
+        app.click("Stop recording")
+        app.gone("“Simulated Camera” was unplugged.")
+        with self.assertRaises(AssertionError):
+            until(lambda: app.has("The picture is frozen"), "it is frozen", 6)
 
     def test_camera_and_format_are_not_changed_while_a_film_is_recorded(self):
         def choice():
