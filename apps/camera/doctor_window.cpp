@@ -1,5 +1,8 @@
 #include "apps/camera/doctor_window.h"
 
+#include <filesystem>
+#include <system_error>
+
 #include <vesk/dispatch_queue.h>
 #include <vesk/doctor.h>
 #include "apps/camera/finding_words.h"
@@ -8,6 +11,14 @@
 
 namespace vesk::camera {
 namespace {
+
+/// A folder that is not there is made for the first film, where the last one above it is that is.
+std::string existingPartOf(const std::string& folder) {
+  std::filesystem::path place(folder);
+  std::error_code ignored;
+  while (place.has_relative_path() && !std::filesystem::exists(place, ignored)) place = place.parent_path();
+  return place.string();
+}
 
 const char* iconOf(Finding::Mark mark) {
   switch (mark) {
@@ -80,7 +91,7 @@ void DoctorWindow::look() {
   const auto show = mPresence.whileThere(
       [](DoctorWindow& window, const std::vector<Finding>& findings) { window.showFindings(findings); });
   DispatchQueue::globalQueue()->async([folder = mFolder, show] {
-    DispatchQueue::mainQueue()->async([findings = diagnose(folder), show] { show(findings); });
+    DispatchQueue::mainQueue()->async([findings = diagnose(existingPartOf(folder)), show] { show(findings); });
   });
 }
 

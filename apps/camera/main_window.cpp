@@ -229,12 +229,12 @@ void MainWindow::chooseCameraNamed(const std::string& name) {
 
 std::string MainWindow::filmFolder() const {
   const std::string folder = mSettings->get_string("film-folder");
-  return folder.empty() ? defaultFilmFolder() : folder;
+  return Glib::path_is_absolute(folder) ? folder : defaultFilmFolder();
 }
 
 std::string MainWindow::photoFolder() const {
   const std::string folder = mSettings->get_string("photo-folder");
-  return folder.empty() ? defaultPhotoFolder() : folder;
+  return Glib::path_is_absolute(folder) ? folder : defaultPhotoFolder();
 }
 
 /// Brings everything that is shown up to what is so.

@@ -28,10 +28,15 @@ class Edges(DesktopTest):
         app.gone(f'Cannot write in "{videos}"')
 
     def test_a_folder_that_was_deleted_is_made_again(self):
-        app = self.start()
+        app = self.start(settings={"film-folder": "'no whole path'", "photo-folder": "'~/Photos'"})
         app.find("Camera: Simulated Camera")
         for name in ("Videos", "Pictures"):
             shutil.rmtree(self.folder / name)
+        app.key("F1")
+        app.find("What works")
+        self.assertFalse(app.has("Films cannot be written"), app.names())
+        app.key("Escape")
+        app.gone("What works")
         app.click("Take a photo")
         until(app.photos, "the photo")
         self.film_a_little(app)
