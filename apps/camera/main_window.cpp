@@ -308,7 +308,7 @@ void MainWindow::showMessages() {
 
 void MainWindow::showProgress() {
   mProgress.set_visible(mFilm.isActive());
-  if (!mFilm.isActive()) return;
+  if (!mFilm.isActive()) return mProgress.set_text("");  // hidden, it is read aloud all the same
   const RecordingProgress progress = mFilm.progress();
   std::string text = filled(_("● {} · {}"), timeText(static_cast<double>(progress.statistics.duration) / 1e6),
                             sizeText(progress.statistics.bytes));

@@ -63,6 +63,7 @@ class Edges(DesktopTest):
         time.sleep(0.5)  # nothing tells of it: its microphone is waited for
         app.click("Stop recording")
         app.gone("“Simulated Camera” was unplugged.")
+        app.gone("● waiting for the camera")
         with self.assertRaises(AssertionError):
             until(lambda: app.has("The picture is frozen"), "it is frozen", 6)
 
