@@ -266,7 +266,7 @@ void LiveCapture::openedMicrophone(const std::shared_ptr<VeskAudioDevice>& micro
   mIsMuted = isMuted;
   mMicrophone = microphone;
   mLastSound = Clock::now();
-  if (mSession && !mIsRecording) mSession->setAudioDevice(microphone);
+  if (mSession) mSession->setAudioDevice(microphone);
   update();
   mChanged.emit();
 }

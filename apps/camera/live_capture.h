@@ -58,6 +58,8 @@ class LiveCapture : public VeskPreviewSessionDelegate, public std::enable_shared
   /// The camera that is on, and the microphone that is open; null when there is none.
   const std::shared_ptr<VeskVideoDevice>& camera() const { return mCamera; }
   const std::shared_ptr<VeskAudioDevice>& microphone() const { return mMicrophone; }
+  /// The one that is open, or will be; null without sound.
+  std::shared_ptr<VeskDeviceInfo> wantedMicrophone() const;
   bool isMuted() const { return mIsMuted; }
   void setMuted(bool isMuted);
   /// Why there is no picture; none while all is well.
@@ -93,7 +95,6 @@ class LiveCapture : public VeskPreviewSessionDelegate, public std::enable_shared
   void readLists();
   void update();
   std::shared_ptr<VeskDeviceInfo> wantedCamera() const;
-  std::shared_ptr<VeskDeviceInfo> wantedMicrophone() const;
   void openCamera(const std::shared_ptr<VeskDeviceInfo>& info);
   void startCamera(const std::shared_ptr<VeskVideoDevice>& camera);
   void started(const std::shared_ptr<VeskVideoDevice>& camera, Error error);
