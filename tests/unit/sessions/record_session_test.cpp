@@ -1,6 +1,5 @@
 #include <vesk/record_session.h>
 
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -310,16 +309,13 @@ TEST_F(RecordSessionTest, TakesTheNextNameWhereOneIsTaken) {
   }
 }
 
-/// The moment may be over when the movie itself is opened, or placed.
-TEST_F(RecordSessionTest, PlacesAMovieThatWasReservedWhileNoMoreFilesCouldBeOpened) {
-  rlimit before{};
-  ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-  const rlimit none{0, before.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &none);
-  auto movie = TemporaryMovie::reserve(path);
-  setrlimit(RLIMIT_NOFILE, &before);
+/// As when no more files can be opened for a moment, which is over when the movie itself is.
+TEST_F(RecordSessionTest, PlacesAMovieWhoseFolderCouldNotBeOpenedWhenItWasReserved) {
+  const std::string folder = temporary.file("later");
+  auto movie = TemporaryMovie::reserve(path, folder);
   ASSERT_TRUE(movie);
-  temporary.write("clip.mov", "film");
+  std::filesystem::create_directory(folder);
+  temporary.write("later/clip.mov", "film");
   const auto placing = movie->moveTo(path);
   EXPECT_FALSE(placing.error) << placing.error.what;
   EXPECT_EQ(test::contentOf(path), "film");
