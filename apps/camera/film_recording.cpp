@@ -32,7 +32,7 @@ Error FilmRecording::start(const std::string& folder) {
   settings.camera = mCapture.camera();
   settings.microphone = mCapture.microphone();
   // One that a slow sound server is still opening is opened for the film too, which would have no sound otherwise.
-  const auto coming = settings.microphone ? nullptr : mCapture.wantedMicrophone();
+  auto coming = settings.microphone ? nullptr : mCapture.wantedMicrophone();
   if (coming) settings.findMicrophone = [coming] { return coming; };
   settings.withSound = settings.microphone || coming;
   mIsActive = true;
