@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <future>
 #include <mutex>
@@ -353,6 +354,8 @@ TEST_F(SlowDiskTest, SyncsWhileASourceKeepsTheQueueFull) {
   mFiles.setFaults([&](Operation operation, size_t, uint64_t offset, size_t bytes) {
     const bool isFragment = operation == Operation::kWrite && bytes >= kFragment;
     fragments += isFragment ? 1 : 0;
+    if (isFragment)
+      std::this_thread::sleep_for(std::chrono::milliseconds(4));  // of so many, far longer than four syncs
     while (isFragment && syncs < 4 && mWriter.bytesWritten() < offset + bytes + kFragment) std::this_thread::yield();
     return MemoryFileSystem::Fault{ENOSPC * (fragments > kFragments)};
   });
