@@ -58,15 +58,16 @@ class FrameRelay : public VeskAVDeviceDelegate {
   /// away. Asked again, since a camera that is only starting cannot be asked yet.
   void awaitPictures() {
     constexpr uint64_t kAskEvery = 15;  // pictures
-    const RecordingStatistics statistics = mCreator->statistics();
-    mHasPictures = statistics.videoFrames != 0;
-    if (mHasPictures || statistics.videoHeldBack % kAskEvery != 1) return;
+    mHasPictures = mCreator->statistics().videoFrames != 0;
+    if (mHasPictures || mLeftOut++ % kAskEvery != 0) return;
     if (const auto camera = mCamera.lock()) camera->requestKeyFrame();
   }
 
   std::shared_ptr<VeskMovieCreator> mCreator;
   std::weak_ptr<VeskVideoDevice> mCamera;
-  bool mHasPictures = false;  // the camera's thread alone
+  // The camera's thread alone.
+  bool mHasPictures = false;
+  uint64_t mLeftOut = 0;  // pictures before the first that is in the movie
   std::shared_ptr<VeskRecordSession> mRunningSession;
 };
 

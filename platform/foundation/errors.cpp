@@ -10,7 +10,7 @@ namespace vesk {
 namespace {
 
 /// For whatever the computer lacks: memory, threads, open files.
-constexpr const char* kMemoryRemedy = "Close other programs.";
+constexpr const char* kResourceRemedy = "Close other programs.";
 
 }  // namespace
 
@@ -71,7 +71,7 @@ std::string fileRemedy(Cause cause) {
     case Cause::kFileError:
       return "See that the disk works and is not write-protected.";
     case Cause::kOther:
-      return kMemoryRemedy;
+      return kResourceRemedy;
     default:
       return "";
   }
@@ -86,7 +86,7 @@ Error errorOf(const NSError& error) {
 
 Error errorOf(const std::string& what, const std::exception& reason, std::string subject) {
   const bool isMemory = dynamic_cast<const std::bad_alloc*>(&reason) != nullptr;
-  return {Cause::kOther, what + ": " + (isMemory ? "there is not enough memory" : reason.what()), kMemoryRemedy,
+  return {Cause::kOther, what + ": " + (isMemory ? "there is not enough memory" : reason.what()), kResourceRemedy,
           std::move(subject)};
 }
 
